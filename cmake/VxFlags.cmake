@@ -1,0 +1,24 @@
+# Warnings and sanitizers for everything in this tree; never part of what an application sees.
+add_library(vx_flags INTERFACE)
+target_compile_options(
+  vx_flags
+  INTERFACE -Wall -Wextra -Wshadow $<$<COMPILE_LANGUAGE:C>:-Wpedantic>
+            $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+option(VX_WERROR "Make warnings errors" OFF)
+if(VX_WERROR)
+  target_compile_options(vx_flags INTERFACE -Werror)
+endif()
+
+if(VX_SANITIZE)
+  add_compile_options(-fsanitize=${VX_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VX_SANITIZE})
+  # With a sanitizer's code in between, gcc loses sight of what has been initialised.
+  target_compile_options(vx_flags INTERFACE -Wno-maybe-uninitialized)
+  if(VX_SANITIZE MATCHES "thread")
+    # The thread sanitizer knows no fences. The simulated camera's ordering comes from mutexes.
+    add_compile_definitions(ASIO_DISABLE_FENCED_BLOCK)
+  endif()
+  if(VX_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

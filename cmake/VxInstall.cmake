@@ -1,0 +1,41 @@
+# What `cmake --install` leaves: library, public headers (flat), pkg-config file and CMake package;
+# the programs' own folders install them.
+include(CMakePackageConfigHelpers)
+
+# The headers that applications compile against; names that are not listed are private.
+set(VX_PUBLIC_HEADERS
+    camera/tcVXCamera.h
+    camera/vxcamiface.h
+    camera/vxcamtypes.h
+    camera/vxmessages.h
+    libvx/src/circbuff/circbuff.h
+    libvx/src/config/StringTokenizer.h
+    libvx/src/config/tcConfigFile.h
+    libvx/src/config/tcConfiguration.h
+    libvx/src/log/tcLog.h
+    libvx/src/log/tcLogConsumer.h
+    libvx/src/socket/HSocket.h
+    libvx/src/vxexport.h
+    link/CrcCalc.h
+    link/tcCamParser.h
+    link/tcDspParserBase.h
+    link/tcVXCamera_Ethernet.h)
+list(TRANSFORM VX_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/)
+
+set(_package ${CMAKE_INSTALL_LIBDIR}/cmake/vxcamiface)
+file(RELATIVE_PATH vx_pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" vx_pc_to_prefix "${vx_pc_to_prefix}")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/vxcamiface.pc.in ${PROJECT_BINARY_DIR}/vxcamiface.pc
+               @ONLY)
+configure_package_config_file(
+  ${PROJECT_SOURCE_DIR}/cmake/vxcamifaceConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/vxcamifaceConfig.cmake INSTALL_DESTINATION ${_package})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/vxcamifaceConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+
+install(TARGETS vxcamiface EXPORT vxcamifaceTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES ${VX_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vxcamiface)
+install(FILES ${PROJECT_BINARY_DIR}/vxcamiface.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(EXPORT vxcamifaceTargets NAMESPACE vxcamiface:: DESTINATION ${_package})
+install(FILES ${PROJECT_BINARY_DIR}/vxcamifaceConfig.cmake
+              ${PROJECT_BINARY_DIR}/vxcamifaceConfigVersion.cmake DESTINATION ${_package})
