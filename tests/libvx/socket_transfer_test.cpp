@@ -1,0 +1,301 @@
+#include "socket_support.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+// Puts a foreign descriptor (a pipe's) into a socket object.
+static void Adopt(HSocket& socket, int descriptor)
+{
+    socket.Create(0, SOCK_STREAM, nullptr);
+    ASSERT_EQ(socket.GetFD(), dup3(descriptor, socket.GetFD(), O_CLOEXEC));
+    close(descriptor);
+}
+
+struct tsPipe {
+    tsPipe()
+    {
+        int ends[2];
+        EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+        Adopt(mReader, ends[0]);
+        Adopt(mWriter, ends[1]);
+    }
+
+    HSocket mReader, mWriter;
+};
+
+TEST(HSocketReceive, TimesOutOnASilentSocket)
+{
+    tsTcpPair pair;
+    char buffer[16];
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 100, 0));
+    EXPECT_GE(ElapsedMs(start), 99);
+    EXPECT_LT(ElapsedMs(start), 1000);
+}
+
+TEST(HSocketReceive, GivesWhatIsThere)
+{
+    tsTcpPair pair;
+    EXPECT_EQ(5, pair.mClient.Send("hello", 5));
+    char buffer[16] = {};
+    EXPECT_EQ(5, pair.mServer.Receive(buffer, sizeof buffer, 5000, MSG_PEEK));
+    EXPECT_EQ(5, pair.mServer.Receive(buffer, sizeof buffer, 0, 0));
+    EXPECT_STREQ("hello", buffer);
+}
+
+TEST(HSocketReceive, WaitsForAllWhenAsked)
+{
+    tsTcpPair pair;
+    pair.mClient.Send("ab", 2);
+    std::thread sender([&] { pair.mClient.Send("cd", 2); });
+    char buffer[5] = {};
+    EXPECT_EQ(4, pair.mServer.Receive(buffer, 4, 5000, MSG_WAITALL));
+    EXPECT_STREQ("abcd", buffer);
+    sender.join();
+}
+
+TEST(HSocketReceive, TellsClosedPeersAndErrors)
+{
+    tsTcpPair pair;
+    pair.mClient.Close();
+    char buffer[16];
+    EXPECT_EQ(0, pair.mServer.Receive(buffer, sizeof buffer, 5000, 0));
+    EXPECT_EQ(0, pair.mServer.Receive(buffer, sizeof buffer, 0, 0));
+    pair.mServer.Close();
+    EXPECT_EQ(-1, pair.mServer.Receive(buffer, sizeof buffer, 0, 0));
+    EXPECT_EQ(-1, pair.mServer.Receive(buffer, sizeof buffer, 100, 0));
+}
+
+TEST(HSocketReceive, ReadsPipesWithoutATimeout)
+{
+    tsPipe ends;
+    char buffer[16] = {};
+    EXPECT_EQ(3, ends.mWriter.Send("abc", 3));
+    EXPECT_EQ(3, ends.mReader.Receive(buffer, sizeof buffer, 0, 0));
+    EXPECT_STREQ("abc", buffer);
+}
+
+TEST(HSocketReceive, FailsOnPipesWithATimeoutOrWhenPeeking)
+{
+    tsPipe ends;
+    char buffer[16];
+    ends.mWriter.Send("abc", 3);
+    EXPECT_EQ(-1, ends.mReader.Receive(buffer, sizeof buffer, 100, 0));
+    EXPECT_EQ(-1, ends.mReader.Receive(buffer, sizeof buffer, 0, MSG_PEEK));
+    EXPECT_EQ(3, ends.mReader.Receive(buffer, sizeof buffer, 0, 0));
+}
+
+static void IgnoreSignal(int) {}
+
+TEST(HSocketReceive, KeepsItsTimeoutWhenSignalsArrive)
+{
+    struct sigaction action = {};
+    action.sa_handler = IgnoreSignal; // without SA_RESTART
+    sigaction(SIGUSR1, &action, nullptr);
+    tsTcpPair pair;
+    std::atomic<bool> done{false};
+    const pthread_t receiver = pthread_self();
+    std::thread pester([&] {
+        while (!done) {
+            pthread_kill(receiver, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    char buffer[4];
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 100, 0));
+    EXPECT_GE(ElapsedMs(start), 99);
+    EXPECT_LT(ElapsedMs(start), 1000);
+    done = true;
+    pester.join();
+}
+
+TEST(HSocketSend, SendsAStringWithoutItsTerminator)
+{
+    tsTcpPair pair;
+    EXPECT_EQ(4, pair.mClient.Send("text", -1));
+    EXPECT_EQ(3, pair.mClient.SendAll("end", -1));
+    pair.mClient.Close();
+    char buffer[16] = {};
+    EXPECT_EQ(7, pair.mServer.Receive(buffer, sizeof buffer, 5000, MSG_WAITALL));
+    EXPECT_STREQ("textend", buffer);
+}
+
+TEST(HSocketSend, ToAVanishedPeerFailsWithoutASignal)
+{
+    tsTcpPair pair;
+    pair.mServer.SetAsNoLinger();
+    pair.mServer.Close();
+    char buffer[4];
+    EXPECT_EQ(-1, pair.mClient.Receive(buffer, sizeof buffer, 5000, 0)); // the reset has arrived
+    EXPECT_EQ(-1, pair.mClient.Send("x", 1));
+    EXPECT_EQ(EPIPE, errno);
+    EXPECT_EQ(-1, pair.mClient.SendAll("x", 1));
+
+    tsPipe ends;
+    ends.mReader.Close();
+    EXPECT_EQ(-1, ends.mWriter.Send("x", 1));
+    EXPECT_EQ(EPIPE, errno);
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_FALSE(sigismember(&pending, SIGPIPE));
+}
+
+TEST(HSocketSend, OnAClosedSocketFails)
+{
+    HSocket socket;
+    EXPECT_EQ(-1, socket.Send("x", 1));
+    EXPECT_EQ(-1, socket.SendAll("x", 1));
+    EXPECT_EQ(0, socket.SendAll("", 0));
+}
+
+TEST(HSocketSend, AllOfALargeBlockArrives)
+{
+    tsTcpPair pair;
+    pair.mClient.SetSendBufferSize(4096);
+    std::string block(400000, '\0');
+    for (size_t i = 0; i < block.size(); ++i)
+        block[i] = static_cast<char>(i * 7 >> 3);
+    std::string received;
+    std::thread receiver([&] {
+        std::vector<char> buffer(65536);
+        int bytes;
+        while ((bytes = pair.mServer.Receive(buffer.data(), 65536, 5000, 0)) > 0)
+            received.append(buffer.data(), bytes);
+    });
+    EXPECT_EQ(400000, pair.mClient.SendAll(block.data(), 400000));
+    pair.mClient.Close();
+    receiver.join();
+    EXPECT_TRUE(received == block);
+}
+
+TEST(HSocketDatagrams, TravelWithTheirSendersAddress)
+{
+    HSocket sender, receiver;
+    sender.Create(0, SOCK_DGRAM, "127.0.0.1");
+    receiver.Create(0, SOCK_DGRAM, "127.0.0.1");
+    const HInetAddr to("127.0.0.1", receiver.GetLocalPort());
+    HInetAddr from;
+    char buffer[8];
+
+    EXPECT_EQ(-2, receiver.ReceiveFrom(buffer, sizeof buffer, from, 20));
+    EXPECT_EQ(3, sender.SendTo("abc", 3, to));
+    EXPECT_EQ(3, receiver.ReceiveFrom(buffer, sizeof buffer, from, 5000));
+    EXPECT_EQ(sender.GetLocalPort(), from.GetPort());
+    EXPECT_STREQ("127.0.0.1", from.GetIPAddr());
+
+    EXPECT_EQ(2, sender.SendTo("de", 2, to));
+    from = HInetAddr();
+    EXPECT_EQ(2, receiver.ReceiveFrom(buffer, sizeof buffer, 0, from));
+    EXPECT_EQ(sender.GetLocalPort(), from.GetPort());
+    EXPECT_EQ(0, sender.SendTo("", 0, to));
+    EXPECT_EQ(0, receiver.ReceiveFrom(buffer, sizeof buffer, from, 0));
+}
+
+TEST(HSocketDatagrams, TravelBetweenUnixSockets)
+{
+    const std::string base = testing::TempDir() + "dgram" + std::to_string(getpid());
+    const std::string own = base + "a", other = base + "b";
+    HSocket sender, receiver;
+    ASSERT_TRUE(sender.CreateUnix(own.c_str(), SOCK_DGRAM, true));
+    ASSERT_TRUE(receiver.CreateUnix(other.c_str(), SOCK_DGRAM, true));
+    EXPECT_EQ(3, sender.SendTo("abc", 3, HUnixAddr(other.c_str())));
+    char buffer[8];
+    HUnixAddr from;
+    EXPECT_EQ(3, receiver.ReceiveFrom(buffer, sizeof buffer, 0, from));
+    EXPECT_EQ(own, from.GetPath());
+    unlink(own.c_str());
+    unlink(other.c_str());
+}
+
+TEST(HSocketSelect, GivesTheFirstReadableInOrder)
+{
+    HSocket sockets[3];
+    for (HSocket& socket : sockets)
+        socket.Create(0, SOCK_DGRAM, "127.0.0.1");
+    HSocket sender;
+    sender.Create(0, SOCK_DGRAM, "127.0.0.1");
+    EXPECT_EQ(-2, HSocket::Select(3, sockets, 10));
+    sender.SendTo("x", 1, HInetAddr("127.0.0.1", sockets[2].GetLocalPort()));
+    EXPECT_EQ(2, HSocket::Select(3, sockets, 5000));
+    sender.SendTo("x", 1, HInetAddr("127.0.0.1", sockets[1].GetLocalPort()));
+    EXPECT_EQ(0, HSocket::Select(1, &sockets[1], 5000));
+    EXPECT_EQ(1, HSocket::Select(3, sockets, 5000));
+    EXPECT_EQ(1, HSocket::Select(3, sockets, -1));
+}
+
+TEST(HSocketSelect, TakesObjectsOfAnyKind)
+{
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    HForeign reader(ends[0]);
+    HSocket socket;
+    socket.Create(0, SOCK_DGRAM, "127.0.0.1");
+    HFDObject* objects[] = {&socket, &reader};
+    EXPECT_EQ(-2, HFDObject::Select(2, objects, 10));
+    ASSERT_EQ(1, write(ends[1], "x", 1));
+    EXPECT_EQ(1, HFDObject::Select(2, objects, 5000));
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(HSocketSelect, CountsAClosedPeerAsReadable)
+{
+    tsTcpPair pair;
+    pair.mClient.Close();
+    EXPECT_EQ(0, HSocket::Select(1, &pair.mServer, 5000));
+}
+
+TEST(HSocketSelect, FailsForClosedAndStrangeDescriptors)
+{
+    HSocket sockets[2];
+    sockets[0].Create(0, SOCK_DGRAM, "127.0.0.1");
+    EXPECT_EQ(-1, HSocket::Select(2, sockets, 10));
+    HFDObject* missing[] = {nullptr};
+    EXPECT_EQ(-1, HFDObject::Select(1, missing, 10));
+    HForeign strange(54321);
+    HFDObject* objects[] = {&strange};
+    EXPECT_EQ(-1, HFDObject::Select(1, objects, 10));
+    EXPECT_EQ(EBADF, errno);
+}
+
+TEST(HSocketSelect, WaitsEvenForNothing)
+{
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(-2, HSocket::Select(0, nullptr, 30));
+    EXPECT_GE(ElapsedMs(start), 29);
+}
+
+TEST(HSocketSelect, WorksWithDescriptorsAbove1024)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max < 4096 ? limit.rlim_max : 4096;
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    ASSERT_GE(limit.rlim_cur, 1200u);
+
+    std::vector<int> fillers;
+    while (fillers.empty() || fillers.back() < 1100)
+        fillers.push_back(fcntl(0, F_DUPFD_CLOEXEC, 0));
+    {
+        tsTcpPair pair;
+        EXPECT_GE(pair.mListener.GetFD(), 1024);
+        EXPECT_GE(pair.mServer.GetFD(), 1024);
+        char buffer[4];
+        EXPECT_EQ(-2, pair.mServer.Receive(buffer, sizeof buffer, 10, 0));
+        EXPECT_EQ(1, pair.mClient.Send("x", 1));
+        EXPECT_EQ(1, pair.mServer.Receive(buffer, sizeof buffer, 5000, 0));
+    }
+    for (int filler : fillers)
+        close(filler);
+}
