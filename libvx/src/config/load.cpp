@@ -1,0 +1,245 @@
+#include "tcConfigFile.h"
+
+#include "StringTokenizer.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+constexpr int nMaxIncludeDepth = 64;
+constexpr size_t nMaxFiles = 4096;
+constexpr int nMaxReferences = 1000;
+constexpr size_t nMaxExpandedLine = 1024 * 1024;
+
+struct tsFileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+using tFile = std::unique_ptr<std::FILE, tsFileCloser>;
+
+// The next line without its line end; false at the end of the file.
+bool ReadLine(std::FILE* file, std::string& line)
+{
+    line.clear();
+    for (int c = getc_unlocked(file); c != EOF; c = getc_unlocked(file)) {
+        if (c == '\n') return true;
+        line.push_back(static_cast<char>(c));
+    }
+    return !line.empty();
+}
+
+std::string Strip(const std::string& text)
+{
+    const size_t first = text.find_first_not_of(" \t");
+    if (first == std::string::npos) return "";
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::string SectionName(const std::string& line)
+{
+    return Strip(line.substr(1, line.find(']') - 1));
+}
+
+} // namespace
+
+tcConfigFile::tConfigMap& tcConfigFile::mmConfigMap = tcConfigFile::GetMap();
+
+tcConfigFile::tConfigMap& tcConfigFile::GetMap()
+{
+    static tConfigMap& map = *new tConfigMap;
+    return map;
+}
+
+tcConfigFile::tcConfigFile(const char* name) : msFileName(name == nullptr ? "" : name)
+{
+    GetMap()[msFileName] = this;
+    mbEnvOverride = std::getenv("CONFIGFILE_ENV_OVERIDE") != nullptr;
+    mvFilesUsed.emplace_back();
+    LoadConfigFile(msFileName.c_str(), true);
+    mbErrors = mssErrors.tellp() >= 1;
+}
+
+// Kept: a second object of the same name loses its registration when the first one goes.
+tcConfigFile::~tcConfigFile()
+{
+    mmItems.clear();
+    GetMap()[msFileName] = nullptr;
+}
+
+tcConfigFile* tcConfigFile::FindInstance(const char* name)
+{
+    return name == nullptr ? nullptr : GetMap()[name];
+}
+
+int tcConfigFile::LoadConfigFile(const char* name, bool clear)
+{
+    const std::string fileName = name == nullptr ? "" : name;
+    // Kept: the file is read again all the same.
+    if (std::find(mvFilesUsed.begin(), mvFilesUsed.end(), fileName) != mvFilesUsed.end()) {
+        mssErrors << fileName << " Already included! skipping to prevent recursion\n"
+                  << "Last file read was " << CurrentFile() << "\n";
+    }
+    const tFile file(std::fopen(fileName.c_str(), "re"));
+    if (!file) {
+        mssErrors << "Error opening " << fileName << " : " << std::strerror(errno) << "\n";
+        return 1;
+    }
+    mvFilesUsed.push_back(fileName);
+    if (clear) mmItems.clear();
+    std::string section;
+    std::string line;
+    for (int number = 1; ReadLine(file.get(), line); ++number) {
+        LoadLine(fileName, line, number, section);
+    }
+    return 1;
+}
+
+void tcConfigFile::LoadLine(const std::string& file, std::string line, int lineNumber,
+                            std::string& section)
+{
+    if (line.empty() || line[0] == ';' || line[0] == '#') return;
+    if (line[0] == '[') {
+        section = SectionName(line);
+        return;
+    }
+    line = ExpandVars(line);
+    if (line[0] == '!') {
+        ProcessDirective(line, lineNumber);
+    } else {
+        LoadItem(file, line, lineNumber, section);
+    }
+}
+
+void tcConfigFile::LoadItem(const std::string& file, const std::string& line, int lineNumber,
+                            const std::string& section)
+{
+    const size_t equals = line.find('=');
+    const std::string name = Strip(line.substr(0, equals));
+    // Kept: a line without "=" is its own value.
+    std::string value = equals == std::string::npos ? name : Strip(line.substr(equals + 1));
+    if (mbEnvOverride) value = GetEnv(name.c_str(), value.c_str());
+    if (name.empty() || value.empty()) {
+        mssErrors << file << ": Malformed line in file @ line " << lineNumber << "\n";
+        return;
+    }
+    mmItems[section + "/" + name] = value;
+}
+
+void tcConfigFile::ProcessDirective(std::string line, int lineNumber)
+{
+    StringTokenizer tokens(line, " ");
+    const int count = tokens.countTokens();
+    std::cout << "line: " << lineNumber << ":" << line << "  -- contains " << count << " tokens."
+              << std::endl;
+    const std::string directive = tokens.nextToken();
+    if (directive == "!include") {
+        if (count == 2) Include(tokens.nextToken(), lineNumber);
+    } else if (directive == "!env") {
+        const std::string name = tokens.nextToken("=");
+        const std::string value = tokens.remainingString();
+        if (name.empty()) return;
+        if (value.empty()) {
+            unsetenv(name.c_str());
+        } else {
+            PutEnv(name.c_str(), value.c_str());
+        }
+    } else {
+        mssErrors << CurrentFile() << ":" << lineNumber << ":Invalid directive >> " << line << "\n";
+    }
+}
+
+void tcConfigFile::Include(const std::string& name, int lineNumber)
+{
+    const char* found = FindFile(name.c_str());
+    if (found == nullptr) {
+        mssErrors << CurrentFile() << ":" << lineNumber << ":Cannot find include file " << name
+                  << "\n";
+        return;
+    }
+    if (!MayInclude(found)) return;
+    ++mnIncludeDepth;
+    LoadConfigFile(found, false);
+    --mnIncludeDepth;
+}
+
+bool tcConfigFile::MayInclude(const std::string& name)
+{
+    if (mnIncludeDepth < nMaxIncludeDepth && mvFilesUsed.size() <= nMaxFiles) return true;
+    if (!mbIncludesRefused) {
+        mssErrors << name << " Not included! includes are nested too deeply or too many\n";
+    }
+    mbIncludesRefused = true;
+    return false;
+}
+
+std::string tcConfigFile::ExpandVars(std::string line)
+{
+    size_t start = line.find("$(");
+    for (int handled = 0; start != std::string::npos; ++handled) {
+        const size_t end = line.find(')', start);
+        if (end == std::string::npos) {
+            mssErrors << CurrentFile() << ": Malformed variable found: " << line << "\n";
+            return line;
+        }
+        const std::string name = line.substr(start + 2, end - start - 2);
+        const std::string value = VariableValue(name);
+        if (handled >= nMaxReferences || line.size() + value.size() > nMaxExpandedLine) {
+            mssErrors << CurrentFile() << ": Variable expansion too long: " << name << "\n";
+            return line;
+        }
+        if (value.empty()) {
+            mssErrors << CurrentFile() << ": Undefined variable found: " << line << "\n";
+        } else {
+            line.replace(start, end + 1 - start, value);
+        }
+        // Kept: a value that begins with a reference is not expanded in turn.
+        start = line.find("$(", start + 1);
+    }
+    return line;
+}
+
+std::string tcConfigFile::VariableValue(const std::string& name)
+{
+    const std::string value = GetEnv(name.c_str(), "");
+    return value.empty() ? GetItemInSection(msVarSection, name, "") : value;
+}
+
+const char* tcConfigFile::FindFile(const char* name)
+{
+    if (name == nullptr) return nullptr;
+    if (access(name, R_OK) == 0) {
+        msFoundFile = name;
+        return msFoundFile.c_str();
+    }
+    std::string directory = msFileName;
+    char separator = '/';
+    const size_t last = directory.find_last_of("/\\");
+    if (last != std::string::npos && last > 0) {
+        separator = directory[last];
+        directory.erase(last);
+    }
+    if (directory.empty()) directory = ".";
+    const std::string candidate = directory + separator + name;
+    if (access(candidate.c_str(), R_OK) != 0) return nullptr;
+    msFoundFile = candidate;
+    return msFoundFile.c_str();
+}
+
+int tcConfigFile::TrimLine(char* line)
+{
+    if (line == nullptr) return 0;
+    size_t length = std::strcspn(line, "#");
+    while (length > 0 && std::isgraph(static_cast<unsigned char>(line[length - 1])) == 0) {
+        --length;
+    }
+    line[length] = '\0';
+    return length > 1 ? static_cast<int>(length - 1) : 0;
+}

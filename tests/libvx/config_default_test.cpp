@@ -1,0 +1,152 @@
+#include "config_fixture.h"
+#include "tcConfiguration.h"
+
+#include <thread>
+#include <vector>
+
+namespace {
+
+class Configuration : public ConfigTest
+{
+protected:
+    Configuration() { Forget(); }
+    ~Configuration() override { Forget(); }
+
+    static void Forget()
+    {
+        tcConfiguration::CleanUpClassScopeAllocation();
+        tcConfiguration::maConfigFileLocation[0] = '\0';
+    }
+    static int Value() { return tcConfiguration::GetInstance()->GetItemInSection("", "v", -1); }
+};
+
+} // namespace
+
+TEST_F(Configuration, IsConfigDatInTheWorkingDirectory)
+{
+    Write("config.dat", "v=1\n");
+    EXPECT_EQ(tcConfiguration::mpInstance.load(), nullptr);
+    EXPECT_EQ(Value(), 1);
+    EXPECT_EQ(tcConfiguration::GetInstance(), tcConfiguration::mpInstance.load());
+    EXPECT_EQ(tcConfigFile::FindInstance("config.dat"), tcConfiguration::GetInstance());
+}
+
+TEST_F(Configuration, IsTheFileChosenBeforeTheFirstUse)
+{
+    Write("config.dat", "v=1\n");
+    Write("chosen.cfg", "v=2\n");
+    tcConfiguration::SetDefaultConfigFile("chosen.cfg");
+    EXPECT_EQ(Value(), 2);
+}
+
+TEST_F(Configuration, IsTheFileOfTheEnvironmentBeforeAll)
+{
+    Write("chosen.cfg", "v=2\n");
+    Write("env.cfg", "v=3\n");
+    tcConfiguration::SetDefaultConfigFile("chosen.cfg");
+    setenv("CONFIGFILE_PATH", "env.cfg", 1);
+    EXPECT_EQ(Value(), 3);
+}
+
+TEST_F(Configuration, TakesAnEmptyNameOfTheEnvironmentForAName)
+{
+    Write("config.dat", "v=1\n");
+    setenv("CONFIGFILE_PATH", "", 1);
+    EXPECT_EQ(Value(), -1);
+    EXPECT_EQ(tcConfigFile::FindInstance(""), tcConfiguration::GetInstance());
+}
+
+TEST_F(Configuration, IgnoresAChoiceAfterTheFirstUse)
+{
+    Write("config.dat", "v=1\n");
+    Write("chosen.cfg", "v=2\n");
+    EXPECT_EQ(Value(), 1);
+    tcConfiguration::SetDefaultConfigFile("chosen.cfg");
+    setenv("CONFIGFILE_PATH", "chosen.cfg", 1);
+    EXPECT_EQ(Value(), 1);
+    EXPECT_STREQ(tcConfiguration::maConfigFileLocation, "");
+}
+
+TEST_F(Configuration, IgnoresANullChoice)
+{
+    tcConfiguration::SetDefaultConfigFile("chosen.cfg");
+    tcConfiguration::SetDefaultConfigFile(nullptr);
+    EXPECT_STREQ(tcConfiguration::maConfigFileLocation, "chosen.cfg");
+}
+
+TEST_F(Configuration, ForgetsALongerChoiceForAShorterOne)
+{
+    tcConfiguration::SetDefaultConfigFile("a-long-name.cfg");
+    tcConfiguration::SetDefaultConfigFile("short");
+    EXPECT_STREQ(tcConfiguration::maConfigFileLocation, "short");
+    tcConfiguration::SetDefaultConfigFile("");
+    Write("config.dat", "v=1\n");
+    EXPECT_EQ(Value(), 1);
+}
+
+TEST_F(Configuration, CutsAChosenNameTo1023Characters)
+{
+    tcConfiguration::SetDefaultConfigFile(std::string(2000, 'n').c_str());
+    EXPECT_EQ(std::string(tcConfiguration::maConfigFileLocation), std::string(1023, 'n'));
+    EXPECT_EQ(sizeof tcConfiguration::maConfigFileLocation, 1024u);
+    tcConfiguration::GetInstance();
+    EXPECT_EQ(tcConfigFile::FindInstance(std::string(1023, 'n').c_str()),
+              tcConfiguration::GetInstance());
+}
+
+TEST_F(Configuration, IsReadAgainAfterCleanUp)
+{
+    Write("chosen.cfg", "v=1\n");
+    tcConfiguration::SetDefaultConfigFile("chosen.cfg");
+    EXPECT_EQ(Value(), 1);
+    Write("chosen.cfg", "v=2\n");
+    EXPECT_EQ(Value(), 1);
+    tcConfiguration::CleanUpClassScopeAllocation();
+    EXPECT_EQ(tcConfiguration::mpInstance.load(), nullptr);
+    EXPECT_EQ(tcConfigFile::FindInstance("chosen.cfg"), nullptr);
+    EXPECT_EQ(Value(), 2);
+    tcConfiguration::CleanUpClassScopeAllocation();
+    tcConfiguration::CleanUpClassScopeAllocation();
+}
+
+TEST_F(Configuration, GivesDefaultsWithoutAFile)
+{
+    EXPECT_EQ(Value(), -1);
+    std::ostringstream text;
+    text << *tcConfiguration::GetInstance();
+    EXPECT_NE(text.str().find("#-- Errors found loading config \n"
+                              "#-- Error opening config.dat : No such file or directory\n"),
+              std::string::npos);
+}
+
+TEST_F(Configuration, IsOneForConcurrentFirstCalls)
+{
+    Write("config.dat", "v=1\n");
+    for (int round = 0; round < 20; ++round) {
+        tcConfiguration::CleanUpClassScopeAllocation();
+        std::vector<tcConfiguration*> seen(8);
+        std::vector<std::thread> threads;
+        for (tcConfiguration*& instance : seen) {
+            threads.emplace_back([&instance] { instance = tcConfiguration::GetInstance(); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        for (tcConfiguration* instance : seen) {
+            EXPECT_EQ(instance, seen[0]);
+        }
+        EXPECT_NE(seen[0], nullptr);
+    }
+}
+
+TEST_F(Configuration, IsDumpedByTestCfg)
+{
+    const std::time_t start = std::time(nullptr);
+    Write("config.dat", "v=1\n");
+    tcCapturedOutput output;
+    EXPECT_EQ(TestCfg(), 0);
+    std::ostringstream expected;
+    tcConfiguration::GetInstance()->Dump(expected);
+    EXPECT_EQ(WithoutTime(output.Text(), start), WithoutTime(expected.str(), start));
+    EXPECT_NE(output.Text().find("\n/v = 1\n"), std::string::npos);
+}
