@@ -1,0 +1,188 @@
+#include "tcLog.h"
+
+#include "lifetime.h"
+#include "record.h"
+#include "ring.h"
+#include "tcLogConsumer.h"
+
+#include <sys/time.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+#include <optional>
+
+namespace {
+
+constexpr size_t nFormatSize = 1024;
+
+template <size_t nSize>
+void CopyText(char (&to)[nSize], char const* from)
+{
+    const size_t length = strnlen(from, nSize - 1);
+    std::memcpy(to, from, length);
+    to[length] = '\0';
+}
+
+void FormatMessage(tcLogEvent& event, char const* fmt, va_list args)
+    __attribute__((format(printf, 2, 0)));
+
+void FormatMessage(tcLogEvent& event, char const* fmt, va_list args)
+{
+    if (event.errNum == 0) {
+        // The record's own field cuts the text where the larger buffer would be cut afterwards.
+        if (!fmt || std::vsnprintf(event.message, sizeof event.message, fmt, args) < 0) {
+            event.message[0] = '\0';
+        }
+        return;
+    }
+    char text[nFormatSize];
+    if (!fmt || std::vsnprintf(text, sizeof text, fmt, args) < 0) text[0] = '\0';
+    const size_t length = std::strlen(text);
+    const std::string decoded = tcLog::DecodeSysErrCode(event.errNum);
+    std::snprintf(text + length, sizeof text - length, ":%s", decoded.c_str());
+    CopyText(event.message, text);
+}
+
+void FillClock(tcLogEvent& event)
+{
+    // Kept: two clock reads, so around the change of a second the two need not belong together.
+    timeval now;
+    gettimeofday(&now, nullptr);
+    event.seconds = static_cast<int32_t>(time(nullptr));
+    event.millis = vx::MillisOf(now.tv_usec);
+}
+
+} // namespace
+
+void tcLog::log(tcLogEvent::teEventLogType type, int level, int errNum, char const* fmt,
+                va_list args)
+{
+    if (type != tcLogEvent::eError && mpConsumer == NullConsumer()) return;
+    tcLogEvent event{};
+    FillClock(event);
+    event.type = type;
+    event.level = level;
+    event.errNum = errNum;
+    CopyText(event.tag, type == tcLogEvent::eError ? maErrorTag : maTag);
+    try {
+        FormatMessage(event, fmt, args);
+        if (type == tcLogEvent::eError) vx::KeepError(event);
+        Deliver(event);
+    } catch (...) {
+        std::cerr << "tcLog::log(...) Error formatting message. unformatted: " << (fmt ? fmt : "")
+                  << "\n";
+    }
+}
+
+void tcLog::Deliver(tcLogEvent const& event)
+{
+    const vx::tcDelivery delivery;
+    std::optional<tcLogGuard> guard;
+    if (mbSynchronizeLogs) guard.emplace();
+    tcLogConsumer* consumer = mpConsumer.load(std::memory_order_seq_cst);
+    if (consumer) consumer->Output(event);
+    if (event.type == tcLogEvent::eError && mpErrorConsole) mpErrorConsole->Output(event);
+}
+
+void tcLog::Emit(tcLogEvent::teEventLogType type, int level, int errNum, char const* fmt,
+                 va_list args, char const* failure) noexcept
+{
+    const int error = errno;
+    try {
+        log(type, level, errNum, fmt, args);
+    } catch (...) {
+        std::fprintf(stderr, "%s\n              no messages logged\n", failure);
+    }
+    errno = error;
+}
+
+void tcLog::logError(char const* fmt, ...)
+{
+    if (!sbErrorEnabled) return;
+    va_list args;
+    va_start(args, fmt);
+    Emit(tcLogEvent::eError, 0, 0, fmt, args, "tcLog::LogError(const char *fmt, ...) fatal error");
+    va_end(args);
+}
+
+void tcLog::logError(int errNum, char const* fmt, ...)
+{
+    if (!sbErrorEnabled) return;
+    va_list args;
+    va_start(args, fmt);
+    Emit(tcLogEvent::eError, 0, errNum, fmt, args,
+         "tcLog::logError(int errNum, const char *fmt, ...)  fatal error");
+    va_end(args);
+}
+
+void tcLog::logSystemError(char const* fmt, ...)
+{
+    const int error = errno;
+    if (!sbErrorEnabled) return;
+    va_list args;
+    va_start(args, fmt);
+    Emit(tcLogEvent::eError, 0, error, fmt, args,
+         "tcLog::logSystemError(const char *fmt, ...)  fatal error");
+    va_end(args);
+}
+
+void tcLog::logJournal(char const* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    Emit(tcLogEvent::eJournal, 0, 0, fmt, args,
+         "tcLog::logJournal(const char *fmt, ...)  fatal error");
+    va_end(args);
+}
+
+void tcLog::logEvent(char const* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    Emit(tcLogEvent::eEvent, 0, 0, fmt, args, "tcLog::logEvent(const char *fmt, ...)  fatal error");
+    va_end(args);
+}
+
+void tcLog::EmitDebug(char const* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    Emit(tcLogEvent::eDebug, 0, 0, fmt, args, "tcLog::logDebug(const char *fmt, ...)  fatal error");
+    va_end(args);
+}
+
+void tcLog::EmitDebug(int level, char const* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    Emit(tcLogEvent::eDebug, level, 0, fmt, args,
+         "tcLog::logDebug(int dbgLevel, const char *fmt, ...)   fatal error");
+    va_end(args);
+}
+
+void tcLog::EmitText(char const* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    try {
+        log(tcLogEvent::eDebug, mnStreamLevel, 0, fmt, args);
+    } catch (...) {
+        // The emitter has tried to report it.
+    }
+    va_end(args);
+}
+
+tcLog& tcLog::operator<<(char const* text)
+{
+    // Kept: the text is the format. Should it hold conversions, they find zeros.
+    EmitText(text, 0L, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
+    return *this;
+}
+
+tcLog& tcLog::operator<<(std::string const& text)
+{
+    return *this << text.c_str();
+}

@@ -1,0 +1,26 @@
+// Turning records into text, private to the library.
+#ifndef VX_RECORD_H
+#define VX_RECORD_H
+
+#include "tcLog.h"
+
+#include <cstddef>
+
+namespace vx {
+
+// Room for every record's line.
+constexpr size_t nLineSize = 1024;
+
+// The milliseconds of a record from the microseconds of the clock.
+// Kept: rounded so that the last microsecond of a second gives 1000.
+constexpr int32_t MillisOf(long microseconds)
+{
+    return static_cast<int32_t>((microseconds + 1) / 1000);
+}
+
+// Writes the record's line, newline included, into `line` and returns its length. No allocation.
+size_t FormatRecord(tcLogEvent const& event, char (&line)[nLineSize]);
+
+} // namespace vx
+
+#endif

@@ -1,0 +1,295 @@
+#include "tcLog.h"
+
+#include "lifetime.h"
+#include "tcLogConsumer.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <utility>
+
+tcLog::tcLogMap* tcLog::spMap = nullptr;
+pthread_mutex_t tcLog::shErrorLogIndexLock;
+char** tcLog::saErrorMsgs = nullptr;
+int tcLog::snErrorLogIndex = 0;
+tcShared<bool> tcLog::sbErrorEnabled(true);
+tcShared<bool> tcLog::sbDebugEnabled(true);
+tcShared<bool> tcLog::mbSynchronizeLogs(false);
+tcShared<tcLogConsumer*> tcLog::mpDefaultConsumer(nullptr);
+tcShared<tcLogConsumer*> tcLog::mpRedirectAllConsumer(nullptr);
+char* tcLogInitializer::mpInstance = nullptr;
+
+namespace {
+
+// Initialises the layer when the library is loaded, unless a logger of another file did before.
+const struct tsLoadTimeStart {
+    tsLoadTimeStart() { tcLogInitializer::Initialize(); }
+} gLoadTimeStart;
+
+char const* Text(char const* text)
+{
+    return text ? text : "";
+}
+
+void MakeTag(char const* text, char (&tag)[12])
+{
+    std::snprintf(tag, sizeof tag, "%8.8s", text);
+}
+
+// The value of a logger's own variable; names are cut where the buffer ends.
+char const* OwnVariable(char const* format, std::string const& name)
+{
+    char variable[160];
+    std::snprintf(variable, sizeof variable, format, name.c_str());
+    return std::getenv(variable);
+}
+
+} // namespace
+
+void tcLock::InitializeLock(pthread_mutex_t& mutex)
+{
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(&mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+void tcLogInitializer::Initialize()
+{
+    if (mpInstance) return;
+    tcLock::InitializeLock(tcLog::shErrorLogIndexLock);
+    if (!tcLog::mpDefaultConsumer) tcLog::mpDefaultConsumer = tcLog::NullConsumer();
+    mpInstance = new char();
+}
+
+tcLogGuard::tcLogGuard()
+{
+    pthread_mutex_lock(&tcLog::shErrorLogIndexLock);
+}
+
+tcLogGuard::~tcLogGuard()
+{
+    pthread_mutex_unlock(&tcLog::shErrorLogIndexLock);
+}
+
+tcLog::tcLog()
+    : mnDbgLevel(0), maTag{}, maErrorTag{}, mnStreamLevel(0), mpConsumer(nullptr),
+      mpErrorConsole(nullptr)
+{
+    tcLogInitializer::Initialize();
+    mpConsumer = mpDefaultConsumer;
+    vx::AddLogger(this, &mpConsumer);
+}
+
+tcLog::tcLog(char const* name, int level) : tcLog(name, nullptr, level) {}
+
+tcLog::tcLog(char const* name, char const* tag, int level) : tcLog()
+{
+    setDbgLevel(level);
+    msName = Text(name);
+    MakeTag(msName.c_str(), maTag);
+    MakeTag(tag ? tag : msName.c_str(), maErrorTag);
+    Register();
+}
+
+tcLog::tcLog(std::string name, std::string tag, int level)
+    : tcLog(name.c_str(), tag.empty() ? nullptr : tag.c_str(), level)
+{}
+
+tcLog::~tcLog()
+{
+    // Nobody finds the logger, nor looks at its consumer, once the lock has been held here.
+    {
+        const tcLogGuard guard;
+        // Kept: the entry goes even when it is that of another logger of the same name.
+        GetMap()[msName] = nullptr;
+        GetMap().erase(msName);
+    }
+    vx::RemoveLogger(this, mpConsumer);
+    delete mpErrorConsole;
+}
+
+void tcLog::SetTag(char const* tag)
+{
+    tag = Text(tag);
+    const bool isNew = msName.empty();
+    MakeTag(tag, maTag);
+    if (maErrorTag[0] == '\0') std::memcpy(maErrorTag, maTag, sizeof maErrorTag);
+    if (!isNew) return;
+    msName = tag;
+    Register();
+}
+
+void tcLog::Register()
+{
+    // Entering and setting up are one step to everybody else.
+    const tcLogGuard guard;
+    tcLog*& entry = GetMap()[msName];
+    if (!entry) entry = this;
+    InitFromEnvironment();
+}
+
+void tcLog::InitFromEnvironment()
+{
+    const tcLogGuard guard;
+    if (!saErrorMsgs) {
+        saErrorMsgs = new char*[nErrorMessages];
+        for (int i = 0; i < nErrorMessages; ++i)
+            saErrorMsgs[i] = new char[nErrorMessageSize]();
+    }
+    if (std::getenv("TCLOG_NO_ERRORLOG")) {
+        std::cout << "tcLog: Disabling Error Logging!!!\n";
+        sbErrorEnabled = false;
+    }
+    if (char const* level = OwnVariable("%s_DEBUGLEVEL", msName))
+        setDbgLevel(static_cast<int>(std::strtol(level, nullptr, 10)));
+    if (char const* uri = OwnVariable("%s_LOGURI", msName)) {
+        tcLogConsumer* consumer = BuildConsumer(uri);
+        AdoptConsumer(consumer);
+        vx::RetireOwned(ExchangeConsumer(consumer).get());
+    }
+    delete std::exchange(mpErrorConsole, std::getenv("TCLOG_SUPPRESS_ERR_CONSOLE")
+                                             ? nullptr
+                                             : new tcLogStream(std::cerr));
+    msDescription = "Log object for " + msName;
+    if (!std::getenv("TCLOG_VERBOSE")) return;
+    tcHeldConsumer consumer = HeldConsumer();
+    std::cerr << msDescription << " Level = " << getDbgLevel() << " ["
+              << (consumer ? consumer->Description() : "") << " ]\n";
+}
+
+tcLogConsumer* tcLog::SetConsumer(tcLogConsumer* consumer)
+{
+    if (!consumer) consumer = mpDefaultConsumer;
+    tcLogConsumer* replaced = mpConsumer.exchange(consumer);
+    vx::UseEnded();
+    return replaced;
+}
+
+tcHeldConsumer tcLog::ExchangeConsumer(tcLogConsumer* consumer)
+{
+    const vx::tcDelivery delivery;
+    if (!consumer) consumer = mpDefaultConsumer;
+    tcHeldConsumer replaced(mpConsumer.exchange(consumer));
+    vx::UseEnded();
+    return replaced;
+}
+
+tcHeldConsumer tcLog::HeldConsumer() const
+{
+    const vx::tcDelivery delivery;
+    return tcHeldConsumer(mpConsumer.load(std::memory_order_seq_cst));
+}
+
+void tcLog::CloseLog()
+{
+    SetConsumer(NullConsumer());
+}
+
+tcLog::tcLogMap& tcLog::GetMap()
+{
+    const tcLogGuard guard;
+    if (!spMap) spMap = new tcLogMap;
+    return *spMap;
+}
+
+tcLog::tcLogMap tcLog::CopyOfMap()
+{
+    const tcLogGuard guard;
+    return GetMap();
+}
+
+tcLog* tcLog::FindLog(char const* name)
+{
+    const tcLogGuard guard;
+    tcLog* found = FindLogPtr(Text(name));
+    return found ? found : new tcLog(name, 1);
+}
+
+tcLog* tcLog::FindLogPtr(char const* name)
+{
+    if (!name) return nullptr;
+    const tcLogGuard guard;
+    const auto entry = GetMap().find(name);
+    return entry == GetMap().end() ? nullptr : entry->second;
+}
+
+void tcLog::DeleteMap()
+{
+    delete std::exchange(spMap, nullptr);
+}
+
+void tcLog::CleanupClassScopeAllocation()
+{
+    const tcLogGuard guard;
+    if (saErrorMsgs) {
+        for (int i = 0; i < nErrorMessages; ++i)
+            delete[] saErrorMsgs[i];
+        delete[] std::exchange(saErrorMsgs, nullptr);
+    }
+    DeleteMap();
+    const tcHeldConsumer previous(mpRedirectAllConsumer);
+    mpRedirectAllConsumer = nullptr;
+    RetireConsumer(previous.get());
+}
+
+void tcLog::RedirectAllLogs(char const* uri)
+{
+    const tcLogGuard guard;
+    tcLogConsumer* consumer = BuildConsumer(uri);
+    AdoptConsumer(consumer);
+    const tcHeldConsumer inUse(consumer);
+    for (const auto& entry : GetMap()) {
+        if (!entry.second) continue;
+        tcHeldConsumer replaced = entry.second->ExchangeConsumer(consumer);
+        if (replaced.get() != consumer) vx::RetireOwned(replaced.get());
+    }
+    const tcHeldConsumer previous(mpRedirectAllConsumer);
+    mpRedirectAllConsumer = consumer;
+    if (previous.get() != consumer) RetireConsumer(previous.get());
+}
+
+tcLogConsumer* tcLog::NullConsumer()
+{
+    static tcLogNull& null = *new tcLogNull;
+    return &null;
+}
+
+extern "C" int StreamLogs(std::ostream& os)
+{
+    const tcLogGuard guard;
+    for (const auto& entry : tcLog::GetMap()) {
+        if (!entry.second) continue;
+        os << entry.first << " = " << entry.second->getDbgLevel();
+        if (const tcHeldConsumer consumer = entry.second->HeldConsumer())
+            os << " [" << consumer->Description() << "]";
+        os << " (" << entry.second->GetDescription() << ")\n";
+    }
+    return 0;
+}
+
+extern "C" int ListLogs()
+{
+    return StreamLogs(std::cout);
+}
+
+extern "C" void SetLogLevel(char const* name, int level)
+{
+    if (!name) return;
+    const tcLogGuard guard;
+    if (tcLog* log = tcLog::FindLogPtr(name))
+        log->setDbgLevel(level);
+    else
+        std::cout << "!!! " << name << " doesn't point to a valid log anymore!\n";
+}
+
+extern "C" int GetLogLevel(char const* name)
+{
+    if (!name) return -1;
+    const tcLogGuard guard;
+    // Kept: asking for an unknown name leaves an entry without a logger.
+    tcLog* log = tcLog::GetMap()[name];
+    return log ? log->getDbgLevel() : -1;
+}

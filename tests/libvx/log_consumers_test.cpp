@@ -1,0 +1,466 @@
+#include "HSocket.h"
+#include "log_support.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+using testing::ElementsAre;
+using testing::StartsWith;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+static void SetZone(const char* zone)
+{
+    setenv("TZ", zone, 1);
+    tzset();
+}
+
+static std::string LineOf(tcLogEvent const& event)
+{
+    std::ostringstream os;
+    tcLogStream stream(os);
+    stream.Output(event);
+    return os.str();
+}
+
+static std::string Contents(const std::string& path)
+{
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// A folder to work in, removed afterwards with the files in it.
+class tcWorkFolder
+{
+public:
+    tcWorkFolder()
+    {
+        msPath = testing::TempDir() + "vxlogXXXXXX";
+        EXPECT_NE(nullptr, mkdtemp(msPath.data()));
+        char before[4096];
+        msBefore = getcwd(before, sizeof before);
+        EXPECT_EQ(0, chdir(msPath.c_str()));
+    }
+    ~tcWorkFolder()
+    {
+        DIR* folder = opendir(".");
+        while (const dirent* entry = readdir(folder))
+            unlink(entry->d_name);
+        closedir(folder);
+        EXPECT_EQ(0, chdir(msBefore.c_str()));
+        rmdir(msPath.c_str());
+    }
+
+private:
+    std::string msPath, msBefore;
+};
+
+static std::unique_ptr<tcLogConsumer> Build(const char* uri)
+{
+    tcLogConsumer* consumer = tcLog::BuildConsumer(uri);
+    EXPECT_NE(tcLog::NullConsumer(), consumer) << uri;
+    return std::unique_ptr<tcLogConsumer>(consumer == tcLog::NullConsumer() ? nullptr : consumer);
+}
+
+TEST(LogLine, HasTimeMillisecondsTagLabelAndMessage)
+{
+    SetZone("UTC0");
+    tcLogEvent event = RecordOf(tcLogEvent::eDebug, 1, "message text");
+    event.seconds = 1705326302;
+    event.millis = 123;
+    EXPECT_EQ("20240115-13:45:02.123:    dbgd:DBG1:message text\n", LineOf(event));
+    event.type = tcLogEvent::eError;
+    strcpy(event.tag, "   Debug");
+    strcpy(event.message, "open failed");
+    EXPECT_EQ("20240115-13:45:02.123:   Debug: ERR:open failed\n", LineOf(event));
+}
+
+TEST(LogLine, HasLocalTime)
+{
+    const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");
+    SetZone("UTC0");
+    EXPECT_THAT(LineOf(event), StartsWith("20010909-01:46:40.005:"));
+    SetZone("EST5");
+    EXPECT_THAT(LineOf(event), StartsWith("20010908-20:46:40.005:"));
+}
+
+static std::string LabelOf(int type, int level)
+{
+    SetZone("UTC0");
+    const auto event = RecordOf(static_cast<tcLogEvent::teEventLogType>(type), level, "m");
+    return LineOf(event).substr(31, 4);
+}
+
+TEST(LogLine, LabelsRecordsByTypeAndLevel)
+{
+    for (int level = 0; level <= 9; ++level)
+        EXPECT_EQ("DBG" + std::to_string(level), LabelOf(0, level));
+    EXPECT_EQ("DBG+", LabelOf(0, 10));
+    EXPECT_EQ("DBG+", LabelOf(0, 12));
+    EXPECT_EQ("DBG+", LabelOf(0, -1));
+    EXPECT_EQ(" JNL", LabelOf(1, 0));
+    EXPECT_EQ(" ERR", LabelOf(2, 0));
+    EXPECT_EQ(" EVT", LabelOf(3, 0));
+    EXPECT_EQ(" UNK", LabelOf(4, 0));
+    EXPECT_EQ(" UNK", LabelOf(-1, 0));
+}
+
+TEST(LogLine, TakesRecordsWithoutTerminators)
+{
+    SetZone("UTC0");
+    tcLogEvent event;
+    memset(&event, 'a', sizeof event);
+    event.type = tcLogEvent::eEvent;
+    event.seconds = 0;
+    event.millis = 1000;
+    EXPECT_EQ("19700101-00:00:00.1000:" + std::string(16, 'a') + ": EVT:" + std::string(256, 'a') +
+                  "\n",
+              LineOf(event));
+}
+
+TEST(LogNull, DiscardsAndDescribesItself)
+{
+    tcLogConsumer* null = tcLog::NullConsumer();
+    null->Output(RecordOf(tcLogEvent::eEvent, 0, "x"));
+    EXPECT_STREQ("NULL", null->TypeName());
+    EXPECT_STREQ("NULL Log Device", null->Description());
+    EXPECT_STREQ("", null->Options());
+    std::ostringstream os;
+    null->Dump(os, nullptr);
+    EXPECT_EQ("", os.str());
+}
+
+TEST(LogStream, DescribesItself)
+{
+    std::ostringstream os;
+    tcLogStream stream(os);
+    EXPECT_STREQ("STREAM", stream.TypeName());
+    EXPECT_STREQ("Log to a stream", stream.Description());
+    EXPECT_STREQ(",cout", stream.Options());
+}
+
+TEST(LogStream, FlushesEveryLine)
+{
+    class tcCounting : public std::stringbuf
+    {
+    public:
+        int mnFlushes = 0;
+
+    protected:
+        int sync() override { return ++mnFlushes, 0; }
+    } buffer;
+    std::ostream os(&buffer);
+    tcLogStream stream(os);
+    stream.Output(RecordOf(tcLogEvent::eEvent, 0, "x"));
+    stream.Output(RecordOf(tcLogEvent::eEvent, 0, "y"));
+    EXPECT_EQ(2, buffer.mnFlushes);
+}
+
+TEST(LogStream, KeepsLinesOfSeveralConsumersAndThreadsWhole)
+{
+    std::ostringstream os;
+    tcLogStream first(os), second(os);
+    const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "whole line");
+    const std::string line = LineOf(event);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int j = 0; j < 250; ++j)
+                (i % 2 ? first : second).Output(event);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    std::string expected;
+    for (int i = 0; i < 1000; ++i)
+        expected += line;
+    EXPECT_EQ(expected, os.str());
+}
+
+TEST(LogFile, AppendsLines)
+{
+    const tcWorkFolder folder;
+    const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");
+    for (int i = 0; i < 2; ++i) {
+        tcLogFile file("a.log");
+        EXPECT_STREQ("FILE", file.TypeName());
+        EXPECT_STREQ("a.log", file.Description());
+        EXPECT_STREQ(",a.log", file.Options());
+        file.Output(event);
+    }
+    EXPECT_EQ(LineOf(event) + LineOf(event), Contents("a.log"));
+}
+
+TEST(LogFile, IsCloseOnExec)
+{
+    const tcWorkFolder folder;
+    const int before = dup(0);
+    close(before);
+    const tcLogFile file("a.log");
+    EXPECT_EQ(FD_CLOEXEC, fcntl(before, F_GETFD)); // the lowest free descriptor is the file's
+}
+
+TEST(LogFile, TakesNothingWhenItCannotBeOpened)
+{
+    for (const char* path : {"/no/such/folder/a.log", static_cast<const char*>(nullptr)}) {
+        tcLogFile file(path);
+        EXPECT_STREQ("FILE", file.TypeName());
+        EXPECT_STREQ("Log to a stream", file.Description());
+        EXPECT_STREQ(",Error - No file", file.Options());
+        file.Output(RecordOf(tcLogEvent::eEvent, 0, "x"));
+    }
+}
+
+TEST(LogFile, WritesEachLineAtOnce)
+{
+    const tcWorkFolder folder;
+    const std::string line = LineOf(RecordOf(tcLogEvent::eEvent, 0, "whole line"));
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            tcLogFile own("common.log");
+            for (int j = 0; j < 100; ++j)
+                own.Output(RecordOf(tcLogEvent::eEvent, 0, "whole line"));
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    std::string expected;
+    for (int i = 0; i < 400; ++i)
+        expected += line;
+    EXPECT_EQ(expected, Contents("common.log"));
+}
+
+static std::vector<std::string> Stored(tcLogBuffer const& buffer)
+{
+    tcRecords records;
+    std::ostringstream os;
+    buffer.Dump(os, &records);
+    EXPECT_EQ("", os.str());
+    return records.Messages();
+}
+
+TEST(LogBuffer, DescribesItself)
+{
+    const tcLogBuffer buffer(200);
+    EXPECT_STREQ("BUFFER", buffer.TypeName());
+    EXPECT_STREQ("200 Line Buffer", buffer.Description());
+    EXPECT_STREQ(",200", buffer.Options());
+}
+
+TEST(LogBuffer, LimitsItsLines)
+{
+    EXPECT_STREQ(",1", tcLogBuffer(0).Options());
+    EXPECT_STREQ(",1", tcLogBuffer(-5).Options());
+    EXPECT_STREQ(",1000000", tcLogBuffer(2000000).Options());
+}
+
+TEST(LogBuffer, DumpsInOrderOfStorage)
+{
+    tcLogBuffer buffer(3);
+    EXPECT_THAT(Stored(buffer), ElementsAre());
+    for (const char* message : {"1", "2"})
+        buffer.Output(RecordOf(tcLogEvent::eEvent, 0, message));
+    EXPECT_THAT(Stored(buffer), ElementsAre("1", "2"));
+    for (const char* message : {"3", "4", "5"})
+        buffer.Output(RecordOf(tcLogEvent::eEvent, 0, message));
+    EXPECT_THAT(Stored(buffer), ElementsAre("4", "5", "3"));
+}
+
+TEST(LogBuffer, DumpsLinesToStreams)
+{
+    tcLogBuffer buffer(3);
+    const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");
+    buffer.Output(event);
+    std::ostringstream dumped, streamed;
+    buffer.Dump(dumped, nullptr);
+    streamed << buffer;
+    EXPECT_EQ(LineOf(event), dumped.str());
+    EXPECT_EQ(LineOf(event), streamed.str());
+}
+
+TEST(LogBuffer, SkipsRecordsWithoutTime)
+{
+    tcLogBuffer buffer(3);
+    tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "timeless");
+    event.seconds = 0;
+    buffer.Output(event);
+    EXPECT_THAT(Stored(buffer), ElementsAre());
+}
+
+TEST(LogBuffer, CanBeDumpedIntoItself)
+{
+    tcLogBuffer buffer(2);
+    buffer.Output(RecordOf(tcLogEvent::eEvent, 0, "x"));
+    std::ostringstream os;
+    buffer.Dump(os, &buffer);
+    EXPECT_THAT(Stored(buffer), ElementsAre("x", "x"));
+}
+
+TEST(LogBuffer, TakesAndDumpsInSeveralThreads)
+{
+    tcLogBuffer buffer(10);
+    std::thread dumper([&] {
+        for (int i = 0; i < 100; ++i)
+            Stored(buffer);
+    });
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 3; ++i) {
+        writers.emplace_back([&] {
+            for (int j = 0; j < 300; ++j)
+                buffer.Output(RecordOf(tcLogEvent::eEvent, 0, "x"));
+        });
+    }
+    dumper.join();
+    for (std::thread& writer : writers)
+        writer.join();
+    EXPECT_EQ(10u, Stored(buffer).size());
+}
+
+// A datagram socket of the test's own.
+struct tsReceiver {
+    tsReceiver() { mSocket.Create(0, SOCK_DGRAM, "127.0.0.1"); }
+
+    std::string Next()
+    {
+        char buffer[2000];
+        HInetAddr from;
+        const int length = mSocket.ReceiveFrom(buffer, sizeof buffer, from, 5000);
+        EXPECT_GT(length, 0);
+        return std::string(buffer, length > 0 ? length : 0);
+    }
+
+    HSocket mSocket;
+};
+
+TEST(LogUdp, SendsLinesOrRecords)
+{
+    tsReceiver receiver;
+    const tcLogEvent event = RecordOf(tcLogEvent::eError, 0, "x");
+    tcLogUdp text("127.0.0.1", receiver.mSocket.GetLocalPort(), false, nullptr);
+    text.Output(event);
+    EXPECT_EQ(LineOf(event), receiver.Next());
+
+    tcLogUdp binary("127.0.0.1", receiver.mSocket.GetLocalPort(), true, nullptr);
+    binary.Output(event);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&event), 292), receiver.Next());
+}
+
+TEST(LogUdp, DescribesItself)
+{
+    const tcLogUdp text("10.0.0.5", 10101, false, nullptr);
+    EXPECT_STREQ("UDP", text.TypeName());
+    EXPECT_STREQ("UDP/txt to 10.0.0.5:10101", text.Description());
+    EXPECT_STREQ(",10.0.0.5,10101", text.Options());
+
+    const tcLogUdp binary(nullptr, 1, true, "127.0.0.1");
+    EXPECT_STREQ("UDP/bin to 255.255.255.255:1 via 127.0.0.1", binary.Description());
+    EXPECT_STREQ(",255.255.255.255,1,127.0.0.1", binary.Options());
+    EXPECT_STREQ("255.255.255.255", tcLogUdp::mpDefaultAddr);
+    EXPECT_EQ(10101, tcLogUdp::mnDefaultPort);
+}
+
+TEST(LogUdp, SaysWhereItsSocketIsBound)
+{
+    CaptureStdout();
+    const tcLogUdp any("10.0.0.5", 1, false, nullptr), one("10.0.0.5", 1, false, "127.0.0.1");
+    EXPECT_EQ("Binding to (null) : 0\nBind: 0\nBind successful\n"
+              "Binding to 127.0.0.1 : 0\nBind: 0\nBind successful\n",
+              GetCapturedStdout());
+}
+
+TEST(LogUdp, SendsFromTheGivenAddressOrDevice)
+{
+    tsReceiver receiver;
+    const tcLogEvent event = RecordOf(tcLogEvent::eError, 0, "x");
+    tcLogUdp address("127.0.0.1", receiver.mSocket.GetLocalPort(), false, "127.0.0.9");
+    address.Output(event);
+    char buffer[400];
+    HInetAddr from;
+    EXPECT_GT(receiver.mSocket.ReceiveFrom(buffer, sizeof buffer, from, 5000), 0);
+    EXPECT_STREQ("127.0.0.9", from.GetIPAddr());
+
+    tcLogUdp device("127.0.0.1", receiver.mSocket.GetLocalPort(), false, "lo");
+    device.Output(event);
+    EXPECT_EQ(LineOf(event), receiver.Next());
+}
+
+TEST(LogUdp, DoesNotReportUnreachableDestinations)
+{
+    tcLogUdp nowhere("no.such.host.invalid", 1, false, nullptr);
+    testing::internal::CaptureStderr();
+    nowhere.Output(RecordOf(tcLogEvent::eError, 0, "x"));
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+TEST(LogUri, GivesTheDefaultConsumerForWhatItDoesNotKnow)
+{
+    for (const char* uri : {static_cast<const char*>(nullptr), "", "::", "FILE://x", "COUT", "file",
+                            "buff", "file://", "buff:", "buff://0", "buff://-3", "buff://x",
+                            "buff://1000001", "null", "null://x", "tcp://1.2.3.4:5"})
+        EXPECT_EQ(tcLog::NullConsumer(), tcLog::BuildConsumer(uri)) << (uri ? uri : "null");
+
+    tcRecords records;
+    tcLog::mpDefaultConsumer = &records;
+    EXPECT_EQ(&records, tcLog::BuildConsumer("nonsense"));
+    EXPECT_EQ(&records, tcLog::BuildConsumer(nullptr));
+    EXPECT_EQ(tcLog::NullConsumer(), tcLog::BuildConsumer("null"));
+    tcLog::mpDefaultConsumer = tcLog::NullConsumer();
+}
+
+TEST(LogUri, BuildsStandardOutput)
+{
+    const auto consumer = Build("cout");
+    EXPECT_STREQ("STREAM", consumer->TypeName());
+    const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");
+    CaptureStdout();
+    consumer->Output(event);
+    EXPECT_EQ(LineOf(event), GetCapturedStdout());
+}
+
+TEST(LogUri, BuildsBuffers)
+{
+    EXPECT_STREQ("200 Line Buffer", Build("buff://200")->Description());
+    const auto consumer = Build("buff:3");
+    for (const char* message : {"1", "2", "3", "4", "5"})
+        consumer->Output(RecordOf(tcLogEvent::eEvent, 0, message));
+    EXPECT_THAT(Stored(dynamic_cast<tcLogBuffer&>(*consumer)), ElementsAre("4", "5", "3"));
+}
+
+// Kept: the separators between the first words of a path are lost.
+TEST(LogUri, BuildsFilesInTheWorkingDirectory)
+{
+    const tcWorkFolder folder;
+    EXPECT_STREQ("camera.log", Build("file://camera.log")->Description());
+    EXPECT_STREQ("logscamera.log", Build("file://logs/camera.log")->Description());
+    EXPECT_STREQ("tmpcamera.log", Build("file:///tmp/camera.log")->Description());
+    EXPECT_STREQ(",Error - No file", Build("file://a/b/c")->Options()); // "ab/c"
+    EXPECT_EQ(0, access("tmpcamera.log", F_OK));
+}
+
+TEST(LogUri, BuildsDatagramConsumers)
+{
+    EXPECT_STREQ("UDP/txt to 192.168.1.20:10101", Build("udp://192.168.1.20:10101")->Description());
+    EXPECT_STREQ("UDP/txt to 10.0.0.5:0", Build("udp://10.0.0.5")->Description());
+    EXPECT_STREQ("UDP/txt to 255.255.255.255:0", Build("udp")->Description());
+    EXPECT_STREQ("UDP/txt to 10.0.0.5:0", Build("udp://10.0.0.5:port")->Description());
+    EXPECT_STREQ("UDP/txt to 10.0.0.5:1", Build("udp://10.0.0.5:65537")->Description());
+    EXPECT_STREQ("UDP/bin to 10.0.0.5:7", Build("udp://10.0.0.5:7:bin")->Description());
+    EXPECT_STREQ("UDP/txt to 10.0.0.5:7", Build("udp://10.0.0.5:7:BIN")->Description());
+    EXPECT_STREQ("UDP/bin to 10.0.0.5:7 via 127.0.0.1",
+                 Build("udp://10.0.0.5:7:bin:127.0.0.1")->Description());
+    EXPECT_STREQ("UDP/txt to 10.0.0.5:7 via 127.0.0.1",
+                 Build("udp/10.0.0.5/7/txt/127.0.0.1")->Description());
+}
