@@ -1,0 +1,364 @@
+// Readout: start it, place its pixel packets, finish frames, progress, abort.
+#include "tcVXCamera.h"
+
+#include <algorithm>
+#include <cstring>
+
+// Where the pixels of one packet go.
+struct tcVXCamera::tsPlacement {
+    const char* operation; // for the log
+    int item;              // whose readout the packet belongs to
+    const void* pixels;
+    uint32_t pixelBytes;
+    uint32_t carried; // pixels that the packet really holds
+    uint32_t row, firstColumn, lastColumn;
+    uint32_t stride; // of the buffer, in pixels; 0 for the sensor's columns
+    void* buffer;
+};
+
+namespace {
+
+constexpr uint32_t gnOldStride = 1024; // pixels a row before interface version 3
+
+// How many pixels of a size fit between an offset of the message and its end.
+uint32_t PixelsCarried(const tsMsgHeader& header, uint32_t offset, uint32_t pixelBytes)
+{
+    const uint32_t bytes = header.Length + static_cast<uint32_t>(gnHeaderBytes);
+    return bytes > offset ? (bytes - offset) / pixelBytes : 0;
+}
+
+// The message as a pixel packet: itself, or where it is too short for a packet's fixed fields, a
+// copy in `room` that is filled up with zeros.
+constexpr size_t gnPacketHeadBytes = offsetof(tsPixelData32Msg, Pixels);
+template <class Packet>
+Packet& AsPacket(tuCameraMessages& message, uint8_t (&room)[gnPacketHeadBytes])
+{
+    const size_t length = static_cast<size_t>(message.header.Length) + gnHeaderBytes;
+    if (length >= gnPacketHeadBytes) return *reinterpret_cast<Packet*>(message.bytes);
+    memset(room, 0, sizeof room);
+    memcpy(room, message.bytes, length);
+    return *reinterpret_cast<Packet*>(room);
+}
+
+int32_t ImageTypeOf(uint8_t code)
+{
+    constexpr int32_t other = 4;
+    constexpr int32_t types[] = {0, 1, 3, 2, other, 5};
+    return code < std::size(types) ? types[code] : other;
+}
+
+} // namespace
+
+// A finished readout's callback under way: WaitCompletion returns only behind it.
+class tcVXCamera::tcDeliveryScope
+{
+public:
+    tcDeliveryScope(tcVXCamera& camera, bool completes) : mCamera(camera), mbCompletes(completes) {}
+    ~tcDeliveryScope()
+    {
+        if (!mbCompletes) return;
+        mCamera.mbDelivering = false;
+        mCamera.NotifyWaiters();
+    }
+    tcDeliveryScope(const tcDeliveryScope&) = delete;
+    tcDeliveryScope& operator=(const tcDeliveryScope&) = delete;
+
+private:
+    tcVXCamera& mCamera;
+    bool mbCompletes;
+};
+
+int tcVXCamera::StartReadout(int item, void* buffer, unsigned short* maximum, short frames)
+{
+    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+    if (InitReqStackItem(item, 1) != eVXOk) return eVXFailed;
+    tsRequestItem& request = maItems[item];
+    mnPacketsReceived = 0;
+    request.result1 = buffer != nullptr ? buffer : mpDefaultBuffer.get();
+    request.result2 = maximum;
+    if (maximum != nullptr) *maximum = 0;
+    request.frameLimit = static_cast<uint32_t>(frames);
+    (item == eItemImage16 ? mnExpectedPackets16 : mnExpectedPackets32) = -1;
+    mnFrameIndex = 1;
+    request.limits = {mbGeometryKnown, mnRows, mnColumns, uint64_t{mnRows} * mnColumns};
+    mbOutsideReported = false;
+    ++mnReadoutSerial;
+    return eVXOk;
+}
+
+int tcVXCamera::ReadCCDArea(unsigned short* buffer, short frames, unsigned short flags)
+{
+    if (StartReadout(eItemImage16, buffer, nullptr, frames) != eVXOk) {
+        const tsRequestItem& item = maItems[eItemImage16];
+        mLog.logError("tcVXCamera::ReadCCDArea already in progress! %d,%d", item.respNeeded.load(),
+                      item.respCount.load());
+        return eVXFailed;
+    }
+    tsReadAreaMsg read{};
+    {
+        std::lock_guard<std::mutex> lock(mAreaMutex);
+        read = {static_cast<uint16_t>(maArea[0]), static_cast<uint16_t>(maArea[1]),
+                static_cast<uint16_t>(maArea[2]), static_cast<uint16_t>(maArea[3]),
+                static_cast<uint16_t>(frames),    flags};
+    }
+    if (Send(cmdReadCCDArea, read) != 0) mLog.logError("tcVXCamera::ReadCCDArea could not send");
+    return eVXOk;
+}
+
+int tcVXCamera::ReadCCDBinned(long* buffer, unsigned short* maximum, short frames,
+                              unsigned short mode)
+{
+    if (StartReadout(eItemImage32, buffer, maximum, frames) != eVXOk) return eVXFailed;
+    if (Send(cmdReadCCDBinned, {static_cast<uint16_t>(frames), mode, {}}) != 0) {
+        mLog.logError("tcVXCamera::ReadCCDBinned could not send");
+    }
+    return eVXOk;
+}
+
+int tcVXCamera::ReadCCDMaskBinned(long* buffer, unsigned short* maximum, short frames,
+                                  unsigned short mode)
+{
+    if (StartReadout(eItemImage32, buffer, maximum, frames) != eVXOk) return eVXFailed;
+    if (Send(cmdReadCCDMaskBinned, {static_cast<uint16_t>(frames), mode}) != 0) {
+        mLog.logError("tcVXCamera::ReadCCDMaskBinned could not send");
+    }
+    return eVXOk;
+}
+
+int tcVXCamera::AbortRead()
+{
+    mLog.logDebug(4, "tcVXCamera::AbortRead Entered");
+    const int result = Send(cmdAbortRead);
+    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+    for (int index : {eItemImage16, eItemImage32}) {
+        maItems[index].respCount = maItems[index].respNeeded.load();
+        ReleaseImageBuffer(maItems[index]);
+        EndRequest(maItems[index]);
+    }
+    return result;
+}
+
+int tcVXCamera::PercentComplete(unsigned int* frame)
+{
+    if (frame != nullptr) *frame = mnFrameIndex;
+    int expected = 0;
+    if (maItems[eItemImage16].IsPending()) {
+        expected = mnExpectedPackets16;
+    } else if (maItems[eItemImage32].IsPending()) {
+        expected = mnExpectedPackets32;
+    } else {
+        return 100;
+    }
+    return expected <= 0 ? 0 : 100 * mnPacketsReceived / expected;
+}
+
+int tcVXCamera::OverrideImageTimout(int ms)
+{
+    mnImageTimeoutOverride = ms;
+    return eVXOk;
+}
+
+// What arrives from now on for the item goes to the camera's own buffer, not to the caller's.
+void tcVXCamera::ReleaseImageBuffer(tsRequestItem& item)
+{
+    item.result1 = mpDefaultBuffer.get();
+    item.result2 = nullptr;
+}
+
+// What may be stored in a buffer that packets of the item's width go to.
+tsImageLimits tcVXCamera::LimitsOf(const tsRequestItem& item, const void* buffer) const
+{
+    tsImageLimits limits{mbGeometryKnown, mnRows, mnColumns, uint64_t{mnRows} * mnColumns};
+    if (buffer == item.result1 && item.limits.known) limits = item.limits;
+    if (buffer == mpDefaultBuffer.get()) {
+        limits.pixels = limits.known ? std::min(limits.pixels, mnDefaultPixels) : mnDefaultPixels;
+        limits.known = true;
+    }
+    return limits;
+}
+
+void tcVXCamera::ReArmImage(tsRequestItem& item)
+{
+    const int overridden = mnImageTimeoutOverride;
+    item.timeout = overridden == 0 ? gnImageTimeout : overridden < 0 ? 0x7FFFFFFF : overridden;
+}
+
+template <class Packet>
+void tcVXCamera::CountPacket(const char* operation, const Packet& packet,
+                             std::atomic<int>& expected, bool announce)
+{
+    const int total = packet.TotalPackets;
+    mLog.logDebug(10, "tcVXCamera::%s Received Cols (%d though %d), Row %d", operation,
+                  packet.FirstColumn + 0, packet.LastColumn + 0, packet.Row + 0);
+    if (expected == -1) {
+        expected = total;
+        if (announce) mLog.logDebug(1, "Number of image packets is %d", total);
+    }
+    if (expected != total) {
+        mLog.logError("tcVXCamera::%s Bad Total Number of Packets (expected %d, got %d)", operation,
+                      expected.load(), total);
+    }
+    ++mnPacketsReceived;
+}
+
+void tcVXCamera::Place(const tsPlacement& place)
+{
+    if (place.buffer == nullptr) {
+        mLog.logError("tcVXCamera::%s NULL Image Buffer Pointer!", place.operation);
+        return;
+    }
+    if (place.lastColumn < place.firstColumn) return;
+    const uint32_t wanted = std::min(place.lastColumn - place.firstColumn + 1, place.carried);
+    const tsImageLimits limits = LimitsOf(maItems[place.item], place.buffer);
+    const uint32_t stride = place.stride != 0 ? place.stride : limits.columns;
+    const uint64_t start = place.firstColumn + static_cast<uint64_t>(place.row) * stride;
+    uint64_t inside = wanted;
+    if (limits.known) {
+        if (place.row >= limits.rows || place.firstColumn >= limits.columns ||
+            start >= limits.pixels) {
+            inside = 0;
+        } else {
+            inside = std::min<uint64_t>(inside, limits.columns - place.firstColumn);
+            inside = std::min(inside, limits.pixels - start);
+        }
+    }
+    memcpy(static_cast<uint8_t*>(place.buffer) + start * place.pixelBytes, place.pixels,
+           inside * place.pixelBytes);
+    if (inside == wanted) return;
+    mnPixelsOutside += wanted - inside;
+    if (mbOutsideReported) return;
+    mbOutsideReported = true;
+    mLog.logError("tcVXCamera::%s pixels outside the image of %u x %u: row %u, columns %u to %u",
+                  place.operation, limits.columns, limits.rows, place.row, place.firstColumn,
+                  place.lastColumn);
+}
+
+int tcVXCamera::CompileMessage16(tsPixelData16Msg* packet, short* buffer)
+{
+    CountPacket("CompileMessage16", *packet, mnExpectedPackets16, true);
+    Place({"CompileMessage16", eItemImage16, packet->Pixels, 2,
+           PixelsCarried(packet->header, offsetof(tsPixelData16Msg, Pixels), 2), packet->Row,
+           packet->FirstColumn, packet->LastColumn, packet->header.IDD > 2 ? 0 : gnOldStride,
+           buffer});
+    return 0;
+}
+
+int tcVXCamera::CompileMessage(tsPixelData32Msg* packet, long* buffer)
+{
+    CountPacket("CompileMessage", *packet, mnExpectedPackets32, false);
+    const uint32_t offset = packet->header.IDD < 2 ? offsetof(tsPixelData32Msg, Extra1)
+                                                   : offsetof(tsPixelData32Msg, Pixels);
+    Place({"CompileMessage", eItemImage32, reinterpret_cast<const uint8_t*>(packet) + offset, 4,
+           PixelsCarried(packet->header, offset, 4), packet->Row, packet->FirstColumn,
+           packet->LastColumn, packet->header.IDD > 2 ? 0 : gnOldStride, buffer});
+    return 0;
+}
+
+int tcVXCamera::CompileMessage8(tsPixelData8Msg* packet, unsigned char* buffer)
+{
+    CountPacket("CompileMessage8", *packet, mnExpectedPackets16, true);
+    Place({"CompileMessage8", eItemImage8, packet->Pixels, 1,
+           PixelsCarried(packet->header, offsetof(tsPixelData8Msg, Pixels), 1), packet->Row,
+           packet->FirstColumn, packet->LastColumn, 0, buffer});
+    return 0;
+}
+
+void tcVXCamera::OnPixels16(tuCameraMessages& message, tsRequestItem*)
+{
+    uint8_t room[gnPacketHeadBytes];
+    auto& packet = AsPacket<tsPixelData16Msg>(message, room);
+    tsRequestItem& item = maItems[eItemImage16];
+    ReArmImage(item);
+    CompileMessage16(&packet, static_cast<short*>(item.result1));
+    if (packet.PacketNumber != packet.TotalPackets) return;
+
+    tsImageData image = DescribeFrame(item);
+    image.ImageType = ImageTypeOf(packet.ImageType);
+    image.Rows = packet.TotalPackets;
+    image.Columns = packet.LastColumn - packet.FirstColumn + 1;
+    image.Statistic = packet.Statistic;
+    FinishFrame(item, packet.LastFrame != 0 && item.IsPending(), image);
+}
+
+void tcVXCamera::OnPixels32(tuCameraMessages& message, tsRequestItem*)
+{
+    uint8_t room[gnPacketHeadBytes];
+    auto& packet = AsPacket<tsPixelData32Msg>(message, room);
+    tsRequestItem& item = maItems[eItemImage32];
+    ReArmImage(item);
+    CompileMessage(&packet, static_cast<long*>(item.result1));
+    if (packet.PacketNumber != packet.TotalPackets) return;
+
+    auto* maximum = static_cast<unsigned short*>(item.result2);
+    if (maximum != nullptr && *maximum < packet.Statistic) *maximum = packet.Statistic;
+    tsImageData image = DescribeFrame(item);
+    image.ImageType = 1;
+    image.Rows = packet.TotalPackets;
+    image.Columns = packet.LastColumn - packet.FirstColumn + 1;
+    image.AreaFirstColumn = image.AreaFirstRow = 0;
+    image.Extra1 = packet.Extra1;
+    image.Extra2 = packet.Extra2;
+    image.Statistic = packet.Statistic;
+    FinishFrame(item, packet.LastFrame != 0 && item.IsPending(), image);
+}
+
+void tcVXCamera::OnPixels8(tuCameraMessages& message, tsRequestItem*)
+{
+    uint8_t room[gnPacketHeadBytes];
+    auto& packet = AsPacket<tsPixelData8Msg>(message, room);
+    tsRequestItem& item = maItems[eItemImage8];
+    ReArmImage(item);
+    CompileMessage8(&packet, static_cast<unsigned char*>(item.result1));
+    if (packet.PacketNumber != packet.TotalPackets) return;
+
+    tsImageData image = DescribeFrame(item);
+    image.ImageType = ImageTypeOf(packet.ImageType);
+    image.Rows = static_cast<int32_t>(mnRows);
+    image.Columns = static_cast<int32_t>(mnColumns);
+    // Kept: the count is compared with what the 16-bit item needs. Pending requests are summed, so
+    // this is what completes an area readout that the camera answers in 8 bits.
+    tsRequestItem& area = maItems[eItemImage16];
+    const bool completes = packet.LastFrame != 0 && item.respCount < area.respNeeded;
+    if (completes) ReleaseImageBuffer(area);
+    FinishFrame(item, completes, image);
+}
+
+// The part of a frame's record that every pixel width shares.
+tsImageData tcVXCamera::DescribeFrame(const tsRequestItem& item)
+{
+    tsImageData image{};
+    {
+        std::lock_guard<std::mutex> lock(mAreaMutex);
+        image.AreaFirstColumn = maArea[0];
+        image.AreaFirstRow = maArea[1];
+    }
+    image.SensorColumns = static_cast<int32_t>(mnColumns);
+    image.SensorRows = static_cast<int32_t>(mnRows);
+    image.FrameIndex = static_cast<int32_t>(mnFrameIndex);
+    image.ImageBuffer = item.result1;
+    return image;
+}
+
+// Counts and delivers a frame whose last packet came; `completes` ends the readout. The readout
+// counts as ended before the callback, which may start the next one.
+void tcVXCamera::FinishFrame(tsRequestItem& item, bool completes, tsImageData image)
+{
+    const uint32_t serial = mnReadoutSerial;
+    const uint32_t limit = item.frameLimit & 0xFFFF;
+    if (completes) {
+        mbDelivering = true;
+        if (&item != &maItems[eItemImage8]) ReleaseImageBuffer(item);
+        ++item.respCount;
+        EndRequest(item);
+    }
+    image.FramesDelivered = ++mnFramesDelivered;
+    {
+        const tcDeliveryScope scope(*this, completes);
+        if (tpImageDataCallback callback = mpImageDataCallback) callback(mnHandle, &image);
+    }
+    if (serial != mnReadoutSerial) return;
+    mnPacketsReceived = 0;
+    mbOutsideReported = false;
+    const uint32_t next = mnFrameIndex + 1;
+    mnFrameIndex = limit != 0 && next > limit ? 1 : next;
+}

@@ -1,0 +1,279 @@
+// Request items: arm, send, wait, time out.
+#include "tcVXCamera.h"
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <cstring>
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+constexpr int gnMonitorStep = 100;   // ms between two looks at the items
+constexpr int gnWaitStep = 50;       // ms a waiting request sleeps at most before it looks again
+constexpr int gnCompletionStep = 20; // ms, the same for WaitCompletion
+constexpr int gnNoTimeout = 0x7FFFFFFF;
+constexpr int gnRenewNoOps = 500; // ms before a series of no-ops ends
+
+} // namespace
+
+int tcVXCamera::ImageTimeout() const
+{
+    const int overridden = mnImageTimeoutOverride;
+    if (overridden < 0) return gnNoTimeout;
+    if (overridden > 0) return overridden;
+    const auto exposure = std::clamp<int64_t>(mnExposure, 0, gnNoTimeout - gnImageTimeout);
+    return static_cast<int>(exposure) + gnImageTimeout;
+}
+
+int tcVXCamera::InitReqStackItem(int item, int count)
+{
+    if (item < 0 || item >= gnItems) return eVXFailed;
+    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+    tsRequestItem& request = maItems[item];
+    if (request.respNeeded != request.respCount) return eVXFailed;
+    const int timeout = gaItemTimeouts[item];
+    request.timeout = timeout != 0 ? timeout : ImageTimeout();
+    request.status = gnItemAnswered;
+    request.respNeeded += count;
+    return eVXOk;
+}
+
+bool tcVXCamera::OnReceiveThread() const
+{
+    return mDispatchThread.load(std::memory_order_relaxed) == std::this_thread::get_id();
+}
+
+int tcVXCamera::RefuseOnReceiveThread(const char* operation)
+{
+    if (!OnReceiveThread()) return eVXOk;
+    mLog.logError("%s would wait for the thread it was called on", operation);
+    return eVXFailed;
+}
+
+int tcVXCamera::SendAndWait(tuCameraMessages* msg, int item, long* result1, long* result2,
+                            int count)
+{
+    if (RefuseOnReceiveThread("SendAndWait") != eVXOk) return eVXFailed;
+    tsRequestWaiter waiter;
+    {
+        std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+        if (InitReqStackItem(item, count) != eVXOk) return eVXFailed;
+        tsRequestItem& request = maItems[item];
+        mLog.logDebug(4, "%s: Item = %d, respNeeded = %d, respCount = %d", "SendAndWait", item,
+                      request.respNeeded.load(), request.respCount.load());
+        request.result1 = result1;
+        request.result2 = result2;
+        waiter.ended = !request.IsPending();
+        if (!waiter.ended) request.waiter = &waiter;
+    }
+    if (SendMessage(&msg->header) != 0) {
+        mLog.logError("SendAndWait could not send message 0x%X",
+                      static_cast<unsigned>(msg->header.MsgId));
+        std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+        if (maItems[item].waiter == &waiter) GiveUpItem(maItems[item]);
+        return eVXTimeout;
+    }
+    return WaitForEnd(waiter);
+}
+
+int tcVXCamera::WaitForEnd(const tsRequestWaiter& waiter)
+{
+    std::unique_lock<std::mutex> lock(mWaitMutex);
+    while (!waiter.ended) {
+        mWaitCondition.wait_for(lock, milliseconds(gnWaitStep));
+    }
+    return waiter.result;
+}
+
+// Tells the caller who waits for the request, with mStackMutex held, that nothing is missing any
+// more. Its result is settled here: whatever comes later for the item no longer concerns it.
+void tcVXCamera::EndRequest(tsRequestItem& item)
+{
+    if (tsRequestWaiter* waiter = item.waiter) {
+        item.waiter = nullptr;
+        std::lock_guard<std::mutex> lock(mWaitMutex);
+        waiter->result = item.status == gnItemTimedOut ? eVXTimeout : eVXOk;
+        waiter->ended = true;
+    }
+    NotifyWaiters();
+}
+
+// Ends a request without its answer; nothing of the caller's is touched from here on.
+void tcVXCamera::GiveUpItem(tsRequestItem& item)
+{
+    item.status = gnItemTimedOut;
+    item.result1 = nullptr;
+    item.result2 = nullptr;
+    item.respCount = item.respNeeded.load();
+    EndRequest(item);
+}
+
+void tcVXCamera::NotifyWaiters()
+{
+    {
+        std::lock_guard<std::mutex> lock(mWaitMutex);
+    }
+    mWaitCondition.notify_all();
+}
+
+int tcVXCamera::numOpsPending()
+{
+    int pending = 0;
+    for (int i = 0; i < gnItems; ++i) {
+        const int missing = maItems[i].respNeeded - maItems[i].respCount;
+        if (missing != 0) mLog.logDebug(21, "Command %d has %d requests pending", i, missing);
+        pending += missing;
+    }
+    return pending;
+}
+
+int tcVXCamera::WaitCompletion(int timeoutMs)
+{
+    mLog.logDebug(4, "tcVXCamera::WaitCompletion Entered");
+    if (RefuseOnReceiveThread("WaitCompletion") != eVXOk) return eVXFailed;
+
+    const int64_t steps =
+        std::max(1, timeoutMs / gnCompletionStep + (timeoutMs % gnCompletionStep > 0));
+    const auto deadline = steady_clock::now() + milliseconds(steps * gnCompletionStep);
+    {
+        std::unique_lock<std::mutex> lock(mWaitMutex);
+        while (numOpsPending() != 0 || mbDelivering) {
+            const auto now = steady_clock::now();
+            if (now >= deadline) break;
+            mWaitCondition.wait_until(lock,
+                                      std::min(deadline, now + milliseconds(gnCompletionStep)));
+        }
+    }
+    if (numOpsPending() == 0) return eVXOk;
+
+    mLog.logError("%s timeout event!", "WaitCompletion");
+    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+    for (int i = 0; i < gnItems; ++i) {
+        tsRequestItem& item = maItems[i];
+        if (item.respCount == item.respNeeded) continue;
+        GiveUpItem(item);
+        mLog.logError("%s timing out %d", "WaitCompletion", i);
+    }
+    return eVXTimeout;
+}
+
+int tcVXCamera::EnableNoOps(int intervalMs, int count)
+{
+    {
+        std::lock_guard<std::mutex> lock(mNoOpsMutex);
+        mnNoOpsInterval = intervalMs;
+        mnNoOpsCount = count;
+        mnNoOpsCountdown = static_cast<int64_t>(count) * intervalMs;
+    }
+    return SendNoOps(intervalMs, count);
+}
+
+int tcVXCamera::SendNoOps(int intervalMs, int count)
+{
+    mLog.logDebug(1, "%s %d messages at %d ms per message", "EnableNoOps", count, intervalMs);
+    return Send(cmdEnableNoOps, {static_cast<uint32_t>(count), static_cast<uint32_t>(intervalMs)});
+}
+
+// One step nearer to the end of the camera's no-ops, which are asked for anew before they run out.
+void tcVXCamera::RenewNoOps()
+{
+    int interval = 0, count = 0;
+    {
+        std::lock_guard<std::mutex> lock(mNoOpsMutex);
+        if (mnNoOpsCount == 0) return;
+        mnNoOpsCountdown -= gnMonitorStep;
+        if (mnNoOpsCountdown > gnRenewNoOps) return;
+        interval = mnNoOpsInterval;
+        count = mnNoOpsCount;
+        mnNoOpsCountdown = static_cast<int64_t>(count) * interval;
+    }
+    SendNoOps(interval, count);
+}
+
+void* tcVXCamera::DispatchMonitorStackThread(void* camera)
+{
+    static_cast<tcVXCamera*>(camera)->MonitorStack();
+    return nullptr;
+}
+
+void tcVXCamera::MonitorStack()
+{
+    mLog.logDebug(4, "tcVXCamera::MonitorStack Entered");
+    auto next = steady_clock::now() + milliseconds(gnMonitorStep);
+    std::unique_lock<std::mutex> lock(mMonitorMutex);
+    while (!mMonitorCondition.wait_until(lock, next, [this] { return mbStopMonitor; })) {
+        lock.unlock();
+        MonitorStep();
+        next = std::max(next, steady_clock::now() - milliseconds(gnMonitorStep)) +
+               milliseconds(gnMonitorStep);
+        lock.lock();
+    }
+    mbMonitorRunning = false;
+    mMonitorCondition.notify_all();
+}
+
+void tcVXCamera::MonitorStep()
+{
+    RenewNoOps();
+    for (int i = 0; i < gnItems; ++i) {
+        if (!maItems[i].IsPending()) continue;
+        if (maItems[i].timeout > gnMonitorStep) {
+            maItems[i].timeout -= gnMonitorStep;
+        } else {
+            TimeOutItem(i);
+        }
+    }
+}
+
+void tcVXCamera::TimeOutItem(int index)
+{
+    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+    tsRequestItem& item = maItems[index];
+    if (!item.IsPending() || item.timeout > gnMonitorStep) return;
+    mLog.logError("tcVXCamera::MonitorStack Timing Out ID %x", index);
+    item.status = gnItemTimedOut;
+    item.result1 = nullptr;
+    item.result2 = nullptr;
+    item.frameLimit = 0;
+    ++item.respCount;
+    if (!item.IsPending()) EndRequest(item);
+}
+
+void tcVXCamera::StopMonitor()
+{
+    if (!mMonitorThread.joinable()) return;
+    std::unique_lock<std::mutex> lock(mMonitorMutex);
+    mbStopMonitor = true;
+    mMonitorCondition.notify_all();
+    for (int checks = 1; mbMonitorRunning; ++checks) {
+        mMonitorCondition.wait_for(lock, milliseconds(gnMonitorStep));
+        if (checks == 50) mLog.logError("%s unable to kill monitor thread", "~tcVXCamera");
+    }
+    lock.unlock();
+    mMonitorThread.join();
+}
+
+int tcVXCamera::SendRow(const tsCommandRow& row, const void* payload, int length)
+{
+    tuCameraMessages message;
+    message.header = {};
+    message.header.Length = static_cast<uint16_t>(length);
+    message.header.MsgId = row.id;
+    if (length > 0) memcpy(message.bytes + gnHeaderBytes, payload, static_cast<size_t>(length));
+    return SendMessage(&message.header);
+}
+
+int tcVXCamera::AskRow(const tsCommandRow& row, const void* payload, int length, void* result1,
+                       void* result2, int count)
+{
+    tuCameraMessages message;
+    message.header = {};
+    message.header.Length = static_cast<uint16_t>(length);
+    message.header.MsgId = row.id;
+    if (length > 0) memcpy(message.bytes + gnHeaderBytes, payload, static_cast<size_t>(length));
+    return SendAndWait(&message, row.answer->item, static_cast<long*>(result1),
+                       static_cast<long*>(result2), count);
+}

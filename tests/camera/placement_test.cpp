@@ -1,0 +1,347 @@
+#include "pixels.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+class Placement : public Readout
+{};
+
+// ---- Placing
+
+TEST_F(Placement, PlacesARowAtItsColumnsOnASensorOf1280)
+{
+    mCamera.TellGeometry(1024, 1280);
+    tcImage image(e16Bit, 1024 * 1280);
+    Read(e16Bit, image);
+    Feed(mCamera, {e16Bit, 1, 2, 2, 10, 19, false});
+    for (unsigned i = 0; i < 10; ++i) {
+        EXPECT_EQ(image.At(2 * 1280 + 10 + i), i + 1);
+    }
+    EXPECT_EQ(image.Touched(), 20U);
+}
+
+TEST_F(Placement, PlacesByTheInterfaceVersion)
+{
+    mCamera.TellGeometry(1000, 2000);
+    for (teWidth width : gaWidths) {
+        for (unsigned version : {0, 1, 2, 3, 4, 255}) {
+            SCOPED_TRACE(testing::Message() << NameOf(width) << " of version " << version);
+            tcImage image(width, 5000);
+            tsPixels pixels{width, 1, 2, 2, 10, 14, false};
+            EXPECT_EQ(Compile(pixels, version, image.Pointer()), 0);
+            const size_t stride = width == e8Bit || version > 2 ? 2000 : 1024;
+            tcImage expected(width, 5000);
+            for (unsigned i = 0; i < 5; ++i) {
+                expected.Set(2 * stride + 10 + i, i + 1);
+            }
+            EXPECT_TRUE(image == expected);
+        }
+    }
+}
+
+TEST_F(Placement, PlacesByTheFirstAssumptionUntilTheCameraToldItsGeometry)
+{
+    for (teWidth width : gaWidths) {
+        tcImage image(width, 8000), expected(width, 8000);
+        EXPECT_EQ(Compile({width, 1, 2, 7, 3, 4, false}, 3, image.Pointer()), 0);
+        expected.Set(7 * 1024 + 3, 1);
+        expected.Set(7 * 1024 + 4, 2);
+        EXPECT_TRUE(image == expected) << NameOf(width);
+    }
+}
+
+TEST_F(Placement, KeepsAll32BitsOfAPixel)
+{
+    mCamera.TellGeometry(4, 8);
+    tcImage image(e32Bit, 32);
+    Read(e32Bit, image);
+    tsPixels pixels{e32Bit, 1, 1, 1, 2, 3, true};
+    pixels.values = {0xDEADBEEF, 0x80000001};
+    Feed(mCamera, pixels);
+    EXPECT_EQ(image.At(10), 0xDEADBEEF);
+    EXPECT_EQ(image.At(11), 0x80000001);
+    EXPECT_EQ(image.Touched(), 8U);
+}
+
+TEST_F(Placement, LogsEveryPacketAndTheFirstTotal)
+{
+    mCamera.TellGeometry(100, 100);
+    for (teWidth width : gaWidths) {
+        SCOPED_TRACE(NameOf(width));
+        mCamera.AbortRead();
+        tcImage image(width, 10000);
+        const std::string received =
+            std::string("tcVXCamera::") + NameOf(width) + " Received Cols (3 though 5), Row 9";
+        if (width != e8Bit) Read(width, image);
+        if (width == e8Bit) mCamera.ReadCCDArea(nullptr, 1, 0); // its count of packets is shared
+        mCamera.ForgetRecords();
+        Compile({width, 1, 6, 9, 3, 5, false}, 3, image.Pointer());
+        Compile({width, 2, 6, 9, 3, 5, false}, 3, image.Pointer());
+        std::vector<tsLogRecord> expected{DebugRecord(10, received)};
+        if (width != e32Bit) expected.push_back(DebugRecord(1, "Number of image packets is 6"));
+        expected.push_back(DebugRecord(10, received));
+        EXPECT_EQ(mCamera.Records(), expected);
+    }
+}
+
+TEST_F(Placement, PlacesAndReportsPacketsOfAnotherTotalAndKeepsTheFirst)
+{
+    mCamera.TellGeometry(4, 8);
+    for (teWidth width : {e16Bit, e32Bit}) {
+        SCOPED_TRACE(NameOf(width));
+        tcImage image(width, 32);
+        Read(width, image);
+        mCamera.ForgetRecords();
+        Feed(mCamera, {width, 1, 4, 0, 0, 0, false});
+        Feed(mCamera, {width, 2, 5, 1, 0, 0, false});
+        EXPECT_EQ(image.At(8), 1U);
+        EXPECT_EQ(mCamera.Errors(),
+                  std::vector<std::string>{std::string("tcVXCamera::") + NameOf(width) +
+                                           " Bad Total Number of Packets (expected 4, got 5)"});
+        EXPECT_EQ(mCamera.PercentComplete(nullptr), 50);
+        Feed(mCamera, {width, 3, 4, 1, 0, 0, false});
+        EXPECT_EQ(mCamera.Errors().size(), 1U);
+        FeedFrame(width, true);
+    }
+}
+
+TEST_F(Placement, ExpectsTheFirstTotalThroughoutAReadoutAndANewOneInTheNext)
+{
+    mCamera.TellGeometry(4, 8);
+    tcImage image(e16Bit, 32);
+    Read(e16Bit, image, 2);
+    Feed(mCamera, {e16Bit, 1, 1, 0, 0, 0, false});
+    Feed(mCamera, {e16Bit, 2, 2, 0, 0, 0, true});
+    EXPECT_EQ(mCamera.Errors().size(), 1U);
+    Read(e16Bit, image);
+    Feed(mCamera, {e16Bit, 3, 3, 0, 0, 0, true});
+    EXPECT_EQ(mCamera.Errors().size(), 1U);
+}
+
+// ---- Pixels outside the image
+
+TEST_F(Placement, StoresNothingOutsideTheImage)
+{
+    mCamera.TellGeometry(4, 8);
+    struct {
+        unsigned row, first, last;
+        size_t stored;
+    } const cases[] = {
+        {3, 0, 7, 8},
+        {3, 0, 8, 8},
+        {3, 7, 7, 1},
+        {3, 7, 8, 1},
+        {3, 8, 8, 0},
+        {4, 0, 7, 0},
+        {0, 8, 15, 0},
+        {0, 4, 3, 0},
+        {0, 65535, 65535, 0},
+        {65535, 0, 7, 0},
+        {0, 0, 2000, 8},
+        {1, 6, 100, 2},
+        {65535, 65535, 65535, 0},
+        {2, 5, 4, 0},
+    };
+    for (teWidth width : {e16Bit, e32Bit}) {
+        for (const auto& want : cases) {
+            SCOPED_TRACE(testing::Message() << NameOf(width) << " row " << want.row << " from "
+                                            << want.first << " to " << want.last);
+            tcImage image(width, 32), expected(width, 32);
+            Read(width, image);
+            Feed(mCamera, {width, 1, 2, want.row, want.first, want.last, false});
+            for (unsigned i = 0; i < want.stored; ++i) {
+                expected.Set(want.row * 8 + want.first + i, i + 1);
+            }
+            EXPECT_TRUE(image == expected);
+            FeedFrame(width, true);
+        }
+    }
+}
+
+TEST_F(Placement, StoresNoMoreThanAPacketCarries)
+{
+    mCamera.TellGeometry(4, 100);
+    for (teWidth width : {e16Bit, e32Bit}) {
+        tcImage image(width, 400), expected(width, 400);
+        Read(width, image);
+        tsPixels pixels{width, 1, 2, 1, 10, 99, false};
+        pixels.values = {7, 8, 9};
+        Feed(mCamera, pixels);
+        for (unsigned i = 0; i < 3; ++i) {
+            expected.Set(110 + i, 7 + i);
+        }
+        EXPECT_TRUE(image == expected);
+        // Half a pixel more does not count.
+        tBytes payload = pixels.Payload(width == e32Bit);
+        payload.push_back(1);
+        mCamera.Feed(IdOf(width), payload);
+        EXPECT_TRUE(image == expected);
+        FeedFrame(width, true);
+    }
+    EXPECT_EQ(mCamera.PixelsOutside(), 0U);
+    EXPECT_TRUE(mCamera.Errors().size() == 2U) << "only the totals of the two final frames differ";
+}
+
+TEST_F(Placement, ReadsWhatAShortPacketLacksAsZero)
+{
+    mCamera.TellGeometry(4, 8);
+    for (teWidth width : {e16Bit, e32Bit}) {
+        tcImage image(width, 32);
+        Read(width, image, 0);
+        const tBytes whole = tsPixels{width, 0, 0, 3, 2, 5, true}.Payload(width == e32Bit);
+        for (size_t length = 0; length <= 20; ++length) {
+            gaFrames.clear();
+            mCamera.Feed(IdOf(width),
+                         tBytes(whole.begin(), whole.begin() + static_cast<long>(length)));
+            ASSERT_EQ(gaFrames.size(), 1U) << "packet 0 of 0 is the last";
+            EXPECT_EQ(gaFrames[0].Columns, length < 9 ? 1 : length < 11 ? -1 : 4);
+            EXPECT_TRUE(length >= 16 || image.Touched() == 0);
+            mCamera.AbortRead();
+            Read(width, image, 0);
+        }
+        mCamera.AbortRead();
+    }
+}
+
+TEST_F(Placement, ReportsPixelsOutsideOnceAFrameAndCountsThem)
+{
+    mCamera.TellGeometry(4, 8);
+    tcImage image(e16Bit, 32);
+    Read(e16Bit, image, 3);
+    const auto wanted = ErrorRecord("tcVXCamera::CompileMessage16 pixels outside the image of 8 x "
+                                    "4: row 4, columns 2 to 5");
+    for (int i = 0; i < 5; ++i) {
+        Feed(mCamera, {e16Bit, 1, 2, 4, 2, 5, false});
+    }
+    EXPECT_EQ(mCamera.Count(wanted), 1U);
+    EXPECT_EQ(mCamera.PixelsOutside(), 20U);
+    Feed(mCamera, {e16Bit, 2, 2, 0, 0, 0, false});
+    Feed(mCamera, {e16Bit, 1, 2, 4, 2, 5, false});
+    EXPECT_EQ(mCamera.Count(wanted), 2U);
+    EXPECT_EQ(mCamera.Errors().size(), 2U);
+    Feed(mCamera, {e16Bit, 2, 2, 3, 6, 9, true});
+    EXPECT_EQ(mCamera.PixelsOutside(), 26U);
+    EXPECT_EQ(mCamera.Errors().size(), 2U) << "the same frame";
+}
+
+TEST_F(Placement, KeepsToTheGeometryItStartedWith)
+{
+    mCamera.TellGeometry(4, 8);
+    tcImage area(e16Bit, 32), expectedArea(e16Bit, 32);
+    Read(e16Bit, area);
+    mCamera.TellGeometry(40, 80);
+    tcImage binned(e32Bit, 3200), expectedBinned(e32Bit, 3200);
+    Read(e32Bit, binned);
+    mCamera.TellGeometry(2, 2);
+    for (teWidth width : {e16Bit, e32Bit}) {
+        Feed(mCamera, {width, 1, 2, 3, 7, 8, false});
+        Feed(mCamera, {width, 1, 2, 39, 79, 79, false});
+    }
+    expectedArea.Set(31, 1);
+    expectedBinned.Set(3 * 80 + 7, 1);
+    expectedBinned.Set(3 * 80 + 8, 2);
+    expectedBinned.Set(3199, 1);
+    EXPECT_TRUE(area == expectedArea);
+    EXPECT_TRUE(binned == expectedBinned);
+}
+
+TEST_F(Placement, KeepsToAGeometryToldWhileItRuns)
+{
+    tcImage image(e16Bit, 32);
+    Read(e16Bit, image);
+    mCamera.TellGeometry(4, 8);
+    Feed(mCamera, {e16Bit, 1, 2, 1, 0, 9, false});
+    Feed(mCamera, {e16Bit, 1, 2, 4, 0, 9, false});
+    EXPECT_EQ(image.Touched(), 16U);
+    EXPECT_TRUE(image.GuardsAreWhole());
+}
+
+TEST_F(Placement, OldStridesKeepWithinTheImageToo)
+{
+    mCamera.TellGeometry(4, 8);
+    for (teWidth width : {e16Bit, e32Bit}) {
+        for (unsigned version : {1, 2}) {
+            tcImage image(width, 32);
+            Compile({width, 1, 2, 0, 0, 9, false}, version, image.Pointer());
+            Compile({width, 1, 2, 1, 0, 9, false}, version, image.Pointer());
+            EXPECT_EQ(image.Touched(), 8 * BytesOf(width));
+            EXPECT_TRUE(image.GuardsAreWhole());
+        }
+    }
+}
+
+TEST_F(Placement, AgreesWithANaiveModelOnRandomAndHostilePackets)
+{
+    std::mt19937 random(20240917);
+    auto pick = [&](unsigned limit) -> unsigned {
+        const unsigned edges[] = {0, 1, limit - 1, limit, limit + 1, 65534, 65535};
+        if (random() % 3 == 0) return edges[random() % std::size(edges)] & 0xFFFF;
+        return random() % (limit + 2);
+    };
+    for (int round = 0; round < 60; ++round) {
+        tcTestCamera camera;
+        camera.Log().setDbgLevel(0);
+        const unsigned rows = 1 + random() % 24, columns = 1 + random() % 40;
+        camera.TellGeometry(static_cast<uint16_t>(rows), static_cast<uint16_t>(columns));
+        for (teWidth width : gaWidths) {
+            tcImage image(width, rows * columns), model(width, rows * columns);
+            uint64_t outside = camera.PixelsOutside();
+            camera.AbortRead();
+            if (width == e16Bit) camera.ReadCCDArea(image.Shorts(), 0, 0);
+            if (width == e32Bit) camera.ReadCCDBinned(image.Longs(), nullptr, 0, 0);
+            for (int packet = 0; packet < 150; ++packet) {
+                tsPixels pixels{width, pick(8), pick(8), pick(rows), pick(columns), pick(columns)};
+                pixels.type = random() % 256;
+                pixels.values.resize(1 + random() % 50);
+                for (uint32_t& value : pixels.values) {
+                    value = random();
+                }
+                tcMessage message = pixels.Message();
+                if (width == e8Bit) {
+                    camera.CompileMessage8(&message->Pixels8,
+                                           static_cast<unsigned char*>(image.Pointer()));
+                } else {
+                    camera.Feed(message);
+                }
+                for (unsigned i = 0; i < pixels.values.size(); ++i) {
+                    const unsigned column = pixels.first + i;
+                    if (column > pixels.last) break;
+                    if (pixels.row < rows && column < columns) {
+                        model.Set(pixels.row * columns + column, pixels.values[i]);
+                    } else {
+                        ++outside;
+                    }
+                }
+                ASSERT_EQ(camera.PixelsOutside(), outside);
+            }
+            ASSERT_TRUE(image == model)
+                << NameOf(width) << " of " << rows << " x " << columns << ", round " << round;
+        }
+    }
+}
+
+TEST_F(Placement, SurvivesRandomMessagesOfEveryKind)
+{
+    std::mt19937 random(7);
+    mCamera.Log().setDbgLevel(0);
+    mCamera.TellGeometry(8, 16);
+    tcImage area(e16Bit, 128), binned(e32Bit, 128);
+    for (int i = 0; i < 20000; ++i) {
+        if (i % 50 == 0) {
+            mCamera.AbortRead();
+            Read(e16Bit, area, 2);
+            Read(e32Bit, binned, 2);
+        }
+        const uint32_t id = random() % 4 == 0 ? random() % 0x100 : IdOf(gaWidths[random() % 3]);
+        if (id == 0x64) continue;
+        tBytes payload(random() % 80);
+        for (uint8_t& byte : payload) {
+            byte = static_cast<uint8_t>(random() % 2 == 0 ? random() % 20 : random());
+        }
+        mCamera.Feed(id, payload);
+        if (i % 1000 == 0) mCamera.ForgetRecords();
+    }
+    EXPECT_TRUE(area.GuardsAreWhole());
+    EXPECT_TRUE(binned.GuardsAreWhole());
+}

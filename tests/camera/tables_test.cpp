@@ -1,0 +1,419 @@
+// Settings that loop or check.
+#include "tcTestCamera.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <numeric>
+
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+
+std::array<int, 4> AreaOf(tcVXCamera& camera)
+{
+    std::array<int, 4> area{};
+    EXPECT_EQ(camera.GetCCDArea(&area[0], &area[1], &area[2], &area[3]), 0);
+    return area;
+}
+
+// ---- Area
+// ----------------------------------------------------------------------------------------
+
+TEST(Area, IsSentAndRemembered)
+{
+    tcTestCamera camera;
+    EXPECT_EQ(camera.SetCCDArea(1, 2, 30, 40), 0);
+    EXPECT_EQ(camera.LastSent().id, 0x24u);
+    EXPECT_EQ(camera.LastSent().payload, tcPayload().U16(1).U16(2).U16(30).U16(40).U32(0).Take());
+    EXPECT_THAT(AreaOf(camera), ElementsAre(1, 2, 30, 40));
+    EXPECT_EQ(camera.SentCount(), 1u) << "the area is told without a message";
+}
+
+TEST(AreaEx, SendsSixteenRegionsAndKeepsMinMinSumMax)
+{
+    tcTestCamera camera;
+    int rows[] = {30, 10, 20}, columns[] = {7, 9, 8}, heights[] = {1, 2, 3}, widths[] = {5, 6, 4};
+    EXPECT_EQ(camera.SetAreaEx(3, rows, columns, heights, widths), 0);
+    const tsSentMessage sent = camera.LastSent();
+    EXPECT_EQ(sent.id, 0x1Au);
+    ASSERT_EQ(sent.payload.size(), 258u);
+    EXPECT_EQ(sent.At<uint8_t>(0), 3);
+    EXPECT_EQ(sent.At<int32_t>(2), 30);
+    EXPECT_EQ(sent.At<int32_t>(2 + 4 * 2), 20);
+    EXPECT_EQ(sent.At<int32_t>(2 + 4 * 3), 0);
+    EXPECT_EQ(sent.At<int32_t>(66), 7);
+    EXPECT_EQ(sent.At<int32_t>(130), 1);
+    EXPECT_EQ(sent.At<int32_t>(194 + 4), 6);
+    EXPECT_THAT(AreaOf(camera), ElementsAre(10, 7, 6, 6));
+}
+
+TEST(AreaEx, TakesSixteenRegionsAndRefusesMore)
+{
+    tcTestCamera camera;
+    int numbers[17];
+    std::iota(std::begin(numbers), std::end(numbers), 0);
+    EXPECT_EQ(camera.SetAreaEx(16, numbers, numbers, numbers, numbers), 0);
+    EXPECT_EQ(camera.LastSent().At<int32_t>(194 + 15 * 4), 15);
+    EXPECT_EQ(camera.SetAreaEx(17, numbers, numbers, numbers, numbers), -5);
+    EXPECT_EQ(camera.SetAreaEx(-1, numbers, numbers, numbers, numbers), -5);
+    EXPECT_EQ(camera.SetAreaEx(1, nullptr, numbers, numbers, numbers), -5);
+    EXPECT_EQ(camera.SentCount(), 1u);
+}
+
+TEST(AreaEx, ReadsBothCountsTheArraysAndTheArea)
+{
+    tcTestCamera camera;
+    tcPayload answer;
+    answer.U8(4).U8(2); // the second byte is the count of regions
+    for (int array = 0; array < 4; ++array) {
+        for (int i = 0; i < 16; ++i) {
+            answer.I32(100 * array + 10 - i);
+        }
+    }
+    camera.AnswerTo(0x19, 0x8A, answer);
+    int first = 0, count = 0, rows[16], columns[16], heights[16], widths[16];
+    EXPECT_EQ(camera.GetAreaEx(&first, &count, rows, columns, heights, widths), 0);
+    EXPECT_EQ(first, 4);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(rows[0], 10);
+    EXPECT_EQ(rows[15], -5);
+    EXPECT_EQ(columns[15], 95);
+    EXPECT_EQ(heights[1], 209);
+    EXPECT_EQ(widths[0], 310);
+    EXPECT_THAT(AreaOf(camera), ElementsAre(9, 109, 210 + 209, 310));
+}
+
+TEST(AreaEx, LeavesAnEmptyAreaWhenItFails)
+{
+    tcTestCamera camera;
+    camera.SetCCDArea(1, 2, 3, 4);
+    camera.RefuseToSend(true);
+    int count = 77;
+    EXPECT_EQ(camera.GetAreaEx(nullptr, &count, nullptr, nullptr, nullptr, nullptr), -2);
+    EXPECT_EQ(count, 77);
+    EXPECT_THAT(AreaOf(camera), ElementsAre(0x7FFFFFFF, 0x7FFFFFFF, 0, 0));
+}
+
+// ---- Binning tables
+// ------------------------------------------------------------------------------
+
+struct tsTableCase {
+    int (tcVXCamera::*set)(unsigned char*, int);
+    int (tcVXCamera::*get)(int, unsigned char*, int*);
+    uint32_t setId, getId, answerId;
+    uint16_t length; // of the table on a sensor of 5 rows and 7 columns
+};
+
+class BinTable : public testing::TestWithParam<tsTableCase>
+{};
+
+TEST_P(BinTable, SendsAByteForEachLineOfTheSensor)
+{
+    const tsTableCase& table = GetParam();
+    tcTestCamera camera;
+    camera.TellGeometry(5, 7);
+    unsigned char bytes[16];
+    std::iota(std::begin(bytes), std::end(bytes), 1);
+    EXPECT_EQ((camera.*table.set)(bytes, 7), 0);
+    const tsSentMessage sent = camera.LastSent();
+    EXPECT_EQ(sent.id, table.setId);
+    ASSERT_EQ(sent.payload.size(), 2056u);
+    EXPECT_EQ(sent.Word(0), 7u);
+    EXPECT_EQ(sent.Short(2), 0);
+    EXPECT_EQ(sent.Short(3), table.length);
+    EXPECT_EQ(sent.At<uint8_t>(8), 1);
+    EXPECT_EQ(sent.At<uint8_t>(8 + table.length - 1), table.length);
+    EXPECT_EQ(sent.At<uint8_t>(8 + table.length), 0) << "what is not used is not the caller's";
+}
+
+TEST_P(BinTable, SendsAtMost2048Bytes)
+{
+    tcTestCamera camera;
+    camera.TellGeometry(5000, 5000);
+    std::vector<unsigned char> bytes(5000, 9);
+    EXPECT_EQ((camera.*GetParam().set)(bytes.data(), 0), 0);
+    EXPECT_EQ(camera.LastSent().Short(3), 2048);
+    EXPECT_EQ(camera.LastSent().payload.size(), 2056u);
+}
+
+TEST_P(BinTable, RefusesAnIndexAbove7AndNull)
+{
+    tcTestCamera camera;
+    unsigned char bytes[2048] = {};
+    EXPECT_EQ((camera.*GetParam().set)(bytes, 8), -5);
+    EXPECT_EQ((camera.*GetParam().set)(bytes, -1), -5);
+    EXPECT_EQ((camera.*GetParam().set)(nullptr, 0), -5);
+    int size = 4;
+    EXPECT_EQ((camera.*GetParam().get)(0, nullptr, &size), -5);
+    EXPECT_EQ((camera.*GetParam().get)(0, bytes, nullptr), -5);
+    EXPECT_EQ(camera.SentCount(), 0u);
+}
+
+tBytes TableAnswer(uint16_t length, size_t carried)
+{
+    return tcPayload().U32(3).U16(0).U16(length).Ramp(carried);
+}
+
+TEST_P(BinTable, IsReadIntoTheCallersRoom)
+{
+    tcTestCamera camera;
+    camera.AnswerTo(GetParam().getId, GetParam().answerId, TableAnswer(6, 2048));
+    unsigned char bytes[8] = {};
+    bytes[6] = 0x55;
+    int size = sizeof bytes;
+    EXPECT_EQ((camera.*GetParam().get)(3, bytes, &size), 0);
+    EXPECT_EQ(size, 6);
+    EXPECT_EQ(camera.LastSent().payload, tcPayload().U32(3).Take());
+    EXPECT_THAT(bytes, ElementsAre(1, 8, 15, 22, 29, 36, 0x55, 0));
+}
+
+TEST_P(BinTable, ThatDoesNotFitGivesItsLengthOnly)
+{
+    tcTestCamera camera;
+    camera.AnswerTo(GetParam().getId, GetParam().answerId, TableAnswer(6, 2048));
+    unsigned char bytes[5] = {};
+    int size = sizeof bytes;
+    EXPECT_EQ((camera.*GetParam().get)(3, bytes, &size), -4);
+    EXPECT_EQ(size, 6);
+    EXPECT_THAT(bytes, Each(0));
+}
+
+TEST_P(BinTable, LengthIsCutToWhatTheAnswerCarries)
+{
+    tcTestCamera camera;
+    camera.AnswerTo(GetParam().getId, GetParam().answerId, TableAnswer(60000, 3));
+    std::vector<unsigned char> bytes(65536, 0x55);
+    int size = static_cast<int>(bytes.size());
+    EXPECT_EQ((camera.*GetParam().get)(3, bytes.data(), &size), 0);
+    EXPECT_EQ(size, 3);
+    EXPECT_EQ(bytes[2], 15);
+    EXPECT_EQ(bytes[3], 0x55);
+}
+
+TEST_P(BinTable, HasLengthZeroWhenNoAnswerCame)
+{
+    tcTestCamera camera;
+    camera.RefuseToSend(true);
+    unsigned char bytes[8] = {};
+    int size = sizeof bytes;
+    EXPECT_EQ((camera.*GetParam().get)(3, bytes, &size), -2);
+    EXPECT_EQ(size, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, BinTable,
+    testing::Values(
+        tsTableCase{&tcVXCamera::SetBinParam, &tcVXCamera::GetBinParam, 0x25, 0x33, 0x63, 5},
+        tsTableCase{&tcVXCamera::SetHorBinParam, &tcVXCamera::GetHorBinParam, 0x4F, 0x5A, 0x80, 7}),
+    [](const auto& each) { return each.param.setId == 0x25 ? "Vertical" : "Horizontal"; });
+
+// ---- Bin mask
+// ------------------------------------------------------------------------------------
+
+TEST(BinMask, IsSentInTwoHalvesARow)
+{
+    tcTestCamera camera;
+    camera.TellGeometry(2, 6);
+    unsigned char mask[12];
+    std::iota(std::begin(mask), std::end(mask), 1);
+    EXPECT_EQ(camera.SetBinMaskParam(mask, 0x01020304), 0);
+    const auto sent = camera.Sent();
+    ASSERT_EQ(sent.size(), 4u);
+    for (size_t i = 0; i < sent.size(); ++i) {
+        EXPECT_EQ(sent[i].id, 0x43u);
+        ASSERT_EQ(sent[i].payload.size(), 520u);
+        EXPECT_EQ(sent[i].At<uint8_t>(0), 1 + i * 3);
+        EXPECT_EQ(sent[i].At<uint8_t>(2), 3 + i * 3);
+        EXPECT_EQ(sent[i].At<uint8_t>(3), 0);
+        EXPECT_EQ(sent[i].At<uint16_t>(512), i / 2) << "rows count from 0";
+        EXPECT_EQ(sent[i].At<uint16_t>(514), i % 2 + 1);
+        EXPECT_EQ(sent[i].At<uint32_t>(516), 0x01020304u);
+    }
+}
+
+TEST(BinMask, OfAWideSensorSendsAtMost512BytesAHalf)
+{
+    tcTestCamera camera;
+    camera.TellGeometry(1, 2000);
+    std::vector<unsigned char> mask(2000, 7);
+    EXPECT_EQ(camera.SetBinMaskParam(mask.data(), 0), 0);
+    ASSERT_EQ(camera.SentCount(), 2u);
+    EXPECT_EQ(camera.LastSent().payload.size(), 520u);
+    EXPECT_EQ(camera.LastSent().At<uint8_t>(511), 7);
+}
+
+TEST(BinMask, OfZeroRowsSendsNothing)
+{
+    tcTestCamera camera;
+    camera.TellGeometry(0, 6);
+    unsigned char mask[1] = {};
+    EXPECT_EQ(camera.SetBinMaskParam(mask, 0), 0);
+    int argument = 5;
+    EXPECT_EQ(camera.GetBinMaskParam(mask, nullptr, &argument), 0);
+    EXPECT_EQ(camera.SentCount(), 0u);
+    EXPECT_EQ(camera.SetBinMaskParam(nullptr, 0), -5);
+}
+
+TEST(BinMask, IsReadHalfRowByHalfRow)
+{
+    tcTestCamera camera;
+    camera.TellGeometry(2, 6);
+    unsigned half = 0;
+    camera.SetScript([&](const tsSentMessage& sent) {
+        EXPECT_EQ(sent.id, 0x44u);
+        EXPECT_EQ(sent.payload, tcPayload().U16(half / 2).U16(half % 2 + 1).Take());
+        ++half;
+        camera.Feed(0x77, tcPayload().Fill(512, half).U16(0).U16(0).U16(0x8000 + half).U16(9));
+    });
+    std::vector<unsigned char> mask(9 + 512 + 1, 0x55);
+    int unused = 31, argument = 0;
+    EXPECT_EQ(camera.GetBinMaskParam(mask.data(), &unused, &argument), 0);
+    EXPECT_EQ(half, 4u);
+    EXPECT_THAT(std::vector<int>(mask.begin(), mask.begin() + 10),
+                ElementsAre(1, 1, 1, 2, 2, 2, 3, 3, 3, 4));
+    EXPECT_EQ(mask[9 + 511], 4) << "each answer writes 512 bytes";
+    EXPECT_EQ(mask[9 + 512], 0x55);
+    EXPECT_EQ(argument, 0x8004);
+    EXPECT_EQ(unused, 31);
+}
+
+TEST(BinMask, ReadingStopsAtTheFirstFailure)
+{
+    tcTestCamera camera;
+    camera.TellGeometry(50, 6);
+    camera.RefuseToSend(true);
+    std::vector<unsigned char> mask(50 * 6 + 512, 0);
+    int argument = 31;
+    EXPECT_EQ(camera.GetBinMaskParam(mask.data(), nullptr, &argument), -2);
+    EXPECT_EQ(camera.SendAttempts(), 1u);
+    EXPECT_EQ(argument, 31);
+}
+
+// ---- Binning sequence
+// ----------------------------------------------------------------------------
+
+TEST(BinningSequence, TakesFactorsUpTo7)
+{
+    tcTestCamera camera;
+    unsigned char vertical[] = {1, 7}, horizontal[] = {2, 7};
+    EXPECT_EQ(camera.SetBinningSequence(vertical, horizontal, 2), 0);
+    const tsSentMessage sent = camera.LastSent();
+    EXPECT_EQ(sent.id, 0x50u);
+    EXPECT_EQ(sent.payload,
+              tcPayload().U32(2).U8(1).U8(7).Fill(14, 0).U8(2).U8(7).Fill(14, 0).Take());
+    EXPECT_TRUE(camera.Logged(DebugRecord(0, "0 1 2")));
+    EXPECT_TRUE(camera.Logged(DebugRecord(0, "1 7 7")));
+}
+
+TEST(BinningSequence, RefusesLargerFactorsAndMoreThan16)
+{
+    tcTestCamera camera;
+    unsigned char eight = 8, zero = 0, many[17] = {};
+    EXPECT_EQ(camera.SetBinningSequence(&eight, &zero, 1), -5);
+    EXPECT_EQ(camera.SetBinningSequence(&zero, &eight, 1), -5);
+    EXPECT_EQ(camera.SetBinningSequence(many, many, 17), -5);
+    EXPECT_EQ(camera.SentCount(), 0u);
+    EXPECT_EQ(camera.SetBinningSequence(many, many, 16), 0);
+    EXPECT_EQ(camera.SetBinningSequence(nullptr, nullptr, 0), 0);
+    EXPECT_EQ(camera.LastSent().payload, tcPayload().Fill(36, 0).Take());
+}
+
+TEST(BinningSequence, IsReadIntoThreePlaces)
+{
+    tcTestCamera camera;
+    camera.AnswerTo(0x29, 0x83, tcPayload().Ramp(16, 1).Ramp(16, 100).U8(5));
+    unsigned char vertical[16], horizontal[16], count = 0;
+    EXPECT_EQ(camera.GetBinningSequence(vertical, horizontal, &count), 0);
+    EXPECT_EQ(vertical[15], 1 + 15 * 7);
+    EXPECT_EQ(horizontal[0], 100);
+    EXPECT_EQ(count, 5);
+}
+
+// ---- Timing data and parameters
+// --------------------------------------------------------------------
+
+TEST(TimingData, IsFilledUpTo4356Bytes)
+{
+    tcTestCamera camera;
+    unsigned char data[] = {1, 2, 3};
+    EXPECT_EQ(camera.SetTimingData(data, sizeof data), 0);
+    EXPECT_EQ(camera.LastSent().id, 0x54u);
+    EXPECT_EQ(camera.LastSent().payload, tcPayload().U8(1).U8(2).U8(3).Fill(4353, 0).Take());
+}
+
+TEST(TimingData, RefusesAnotherSize)
+{
+    tcTestCamera camera;
+    std::vector<unsigned char> data(5000);
+    EXPECT_EQ(camera.SetTimingData(data.data(), 4357), -4);
+    EXPECT_EQ(camera.SetTimingData(data.data(), -1), -4);
+    EXPECT_EQ(camera.SetTimingData(nullptr, 1), -5);
+    EXPECT_EQ(camera.SentCount(), 0u);
+    EXPECT_EQ(camera.SetTimingData(data.data(), 4356), 0);
+}
+
+TEST(TimingData, IsRead)
+{
+    tcTestCamera camera;
+    camera.AnswerTo(0x55, 0x7D, tcPayload().Ramp(4356));
+    std::vector<unsigned char> data(4357, 0x55);
+    int size = 0;
+    EXPECT_EQ(camera.GetTimingFileData(data.data(), &size), 0);
+    EXPECT_EQ(size, 4356);
+    EXPECT_EQ(data[1], 8);
+    EXPECT_EQ(data[4356], 0x55);
+}
+
+TEST(Parameter, TravelsWithItsSize)
+{
+    tcTestCamera camera;
+    std::vector<unsigned char> value(2048, 3);
+    EXPECT_EQ(camera.SetParameter(0x1234, value.data(), 2048), 0);
+    EXPECT_EQ(camera.LastSent().id, 0x13u);
+    EXPECT_EQ(camera.LastSent().payload, tcPayload().U32(0x1234).Fill(2048, 3).Take());
+    EXPECT_EQ(camera.SetParameter(0x1234, value.data(), 1), 0);
+    EXPECT_EQ(camera.LastSent().payload, tcPayload().U32(0x1234).U8(3).Take());
+}
+
+TEST(Parameter, RefusesSizesOutside1To2048AndNull)
+{
+    tcTestCamera camera;
+    unsigned char value[4096] = {};
+    for (int size : {0, -1, 2049}) {
+        EXPECT_EQ(camera.SetParameter(1, value, size), -5);
+        EXPECT_EQ(camera.GetParameter(1, value, size), -5);
+    }
+    EXPECT_EQ(camera.SetParameter(1, nullptr, 1), -5);
+    EXPECT_EQ(camera.GetParameter(1, nullptr, 1), -5);
+    EXPECT_EQ(camera.SentCount(), 0u);
+}
+
+TEST(Parameter, IsReadWhenItsSizeIsTheAnswers)
+{
+    tcTestCamera camera;
+    camera.AnswerTo(0x14, 0x8D, tcPayload().U32(9).I32(0).U8(1).U8(2).U8(3));
+    unsigned char value[4] = {9, 9, 9, 9};
+    EXPECT_EQ(camera.GetParameter(9, value, 3), 0);
+    EXPECT_EQ(camera.LastSent().payload, tcPayload().U32(9).Take());
+    EXPECT_THAT(value, ElementsAre(1, 2, 3, 9));
+    unsigned char other[4] = {9, 9, 9, 9};
+    EXPECT_EQ(camera.GetParameter(9, other, 2), -5);
+    EXPECT_EQ(camera.GetParameter(9, other, 4), -5);
+    EXPECT_THAT(other, Each(9));
+}
+
+TEST(Parameter, GivesTheCamerasStatus)
+{
+    tcTestCamera camera;
+    camera.AnswerTo(0x14, 0x8D, tcPayload().U32(9).I32(-77).U8(1));
+    unsigned char value = 9;
+    EXPECT_EQ(camera.GetParameter(9, &value, 1), -77);
+    EXPECT_EQ(value, 9);
+    camera.RefuseToSend(true);
+    EXPECT_EQ(camera.GetParameter(9, &value, 1), -2);
+}
+
+} // namespace
