@@ -1,0 +1,221 @@
+#include "tcVXCamera_Ethernet.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+constexpr int gnReceiveBytes = 65536; // asked of the kernel at once
+constexpr int gnPieceBytes = 4096;    // logged, dumped and parsed at once
+constexpr int gnReceiveTimeout = 100; // ms
+constexpr int gnSocketBuffer = 0x200000;
+constexpr milliseconds gSendLimit{5000}; // without progress
+constexpr int gnSendStep = 50;           // ms between two looks at the stop flag
+constexpr milliseconds gShortestDelay{10};
+constexpr milliseconds gLongestDelay{1000};
+constexpr int gnReconnectLimit = 1000; // ms that one attempt may take
+
+} // namespace
+
+tcVXCamera_Ethernet::tcVXCamera_Ethernet(const char* address, unsigned short port)
+    : mnPort(port), msAddress(address != nullptr ? address : "")
+{
+    mLog.logDebug(1, "tcVXCamera_Ethernet::tcVXCamera_Ethernet Addr %s, Port %d", msAddress.c_str(),
+                  mnPort);
+}
+
+tcVXCamera_Ethernet::~tcVXCamera_Ethernet()
+{
+    mbStopMonitor = true; // also ends a send of the monitor that is under way
+    StopMonitor();
+    StopReceiving();
+}
+
+int tcVXCamera_Ethernet::Initialize()
+{
+    mLog.logDebug(1, "tcVXCamera_Ethernet::Initialize Entered");
+    mbStopMonitor = false;
+    const int isConnected = mSocket.Connect(msAddress.c_str(), mnPort, mbStopMonitor);
+    mSocket.DisableNagle(1);
+    if (!isConnected) {
+        mLog.logError("tcVXCamera_Ethernet::Initialize could not connect");
+        return 0;
+    }
+    HInetAddr peer;
+    peer.GetPeerName(mSocket);
+    msResolved = peer.GetIPAddr();
+    SetConnected();
+    mMonitorThread = std::thread(DispatchMonitorThread, this);
+    EnableNoOps(0, 0);
+
+    const int result = tcVXCamera::Initialize();
+    if (result == 0) StopReceiving();
+    return result;
+}
+
+int tcVXCamera_Ethernet::SendMessage(tsMsgHeader* frame)
+{
+    std::lock_guard<std::mutex> lock(mSendMutex);
+    mpParser->PrepareOutput(frame);
+    if (!mbConnected) return eVXFailed;
+    const int length = frame->Length + gnHeaderBytes;
+    if (SendBytes(reinterpret_cast<const char*>(frame), length) == length) return eVXOk;
+    // A message may have gone out in part, so the connection is of no use any more. The receive
+    // thread sees its end and makes a new one.
+    mSocket.Shutdown(SHUT_RDWR);
+    return eVXFailed;
+}
+
+// Returns the bytes sent: fewer than asked for when the connection broke or stalled.
+int tcVXCamera_Ethernet::SendBytes(const char* bytes, int length)
+{
+    auto deadline = steady_clock::now() + gSendLimit;
+    int sent = 0;
+    while (sent < length) {
+        const ssize_t n = send(mSocket.GetFD(), bytes + sent, static_cast<size_t>(length - sent),
+                               MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n > 0) {
+            sent += static_cast<int>(n);
+            deadline = steady_clock::now() + gSendLimit;
+            continue;
+        }
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) break;
+        if (mbStopMonitor || steady_clock::now() >= deadline) break;
+        pollfd ready{mSocket.GetFD(), POLLOUT, 0};
+        poll(&ready, 1, gnSendStep);
+    }
+    return sent;
+}
+
+void tcVXCamera_Ethernet::StopReceiving()
+{
+    if (!mMonitorThread.joinable()) return;
+    {
+        std::lock_guard<std::mutex> lock(mPauseMutex);
+        mbStopMonitor = true;
+    }
+    mPauseCondition.notify_all();
+    {
+        std::lock_guard<std::mutex> lock(mSendMutex);
+        if (mbConnected) mSocket.Shutdown(SHUT_RDWR); // ends a receive that is waiting
+    }
+    mMonitorThread.join();
+}
+
+void* tcVXCamera_Ethernet::DispatchMonitorThread(void* self)
+{
+    static_cast<tcVXCamera_Ethernet*>(self)->MonitorThread();
+    return nullptr;
+}
+
+void tcVXCamera_Ethernet::MonitorThread()
+{
+    const std::unique_ptr<char[]> buffer(new char[gnReceiveBytes]);
+    mLog.logDebug(10, "tcVXCamera_Ethernet::MonitorThread Entered");
+    while (!mbStopMonitor) {
+        const int n = Receive(buffer.get(), gnReceiveBytes);
+        if (n > 0) {
+            for (int at = 0; at < n; at += gnPieceBytes) {
+                TakePiece(buffer.get() + at, std::min(gnPieceBytes, n - at));
+            }
+        } else if (n == -1) {
+            // An error that lasts must not take the whole core.
+            PauseUntil(steady_clock::now() + gShortestDelay);
+        } else if (n == 0 && !mbStopMonitor) {
+            mLog.logError(
+                "tcVXCamera_Ethernet::MonitorThread socket has been closed on remote end");
+            Disconnect();
+            Reconnect();
+        }
+    }
+    Disconnect();
+    mLog.logDebug(1, "tcVXCamera_Ethernet::MonitorThread Exit");
+}
+
+// As HSocket::Receive with the time-out that the socket carries: one call of the kernel waits and
+// reads.
+int tcVXCamera_Ethernet::Receive(char* buffer, int size)
+{
+    const int n = mSocket.Receive(buffer, size);
+    return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) ? -2 : n;
+}
+
+void tcVXCamera_Ethernet::TakePiece(char* bytes, int length)
+{
+    mLog.logDebug(1, "tcVXCamera_Ethernet::MonitorThread received %d bytes", length);
+    if (mbByteDump) DumpBytes(bytes, length);
+    mpParser->AddData(bytes, length);
+    mLog.logDebug(10, "tcVXCamera_Ethernet::MonitorThread finished parsing %d bytes", length);
+}
+
+void tcVXCamera_Ethernet::SetConnected()
+{
+    const timeval timeout{gnReceiveTimeout / 1000, gnReceiveTimeout % 1000 * 1000};
+    setsockopt(mSocket.GetFD(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    mConnectedSince = steady_clock::now();
+    std::lock_guard<std::mutex> lock(mSendMutex);
+    mbConnected = true;
+}
+
+void tcVXCamera_Ethernet::Disconnect()
+{
+    std::lock_guard<std::mutex> lock(mSendMutex);
+    mbConnected = false;
+    mSocket.Close();
+}
+
+// Tries until it succeeds or the thread is to stop. The time that an attempt takes is part of the
+// pause behind it. A connection that lasted less than a second does not count as success for the
+// pace.
+void tcVXCamera_Ethernet::Reconnect()
+{
+    if (steady_clock::now() - mConnectedSince > gLongestDelay) mReconnectDelay = milliseconds(0);
+    auto due = steady_clock::now() + mReconnectDelay;
+    while (!PauseUntil(due)) {
+        mReconnectDelay = std::clamp(2 * mReconnectDelay, gShortestDelay, gLongestDelay);
+        due = steady_clock::now() + mReconnectDelay;
+        mLog.logDebug(1, "tcVXCamera_Ethernet::MonitorThread reconnecting to %s, %d....",
+                      msAddress.c_str(), mnPort);
+        if (!mSocket.Connect(msResolved.c_str(), mnPort, mbStopMonitor, gnReconnectLimit)) continue;
+        mSocket.DisableNagle(1);
+        mSocket.SetRecvBufferSize(gnSocketBuffer);
+        SetConnected();
+        return;
+    }
+}
+
+// Waits, and tells whether the thread is to stop.
+bool tcVXCamera_Ethernet::PauseUntil(steady_clock::time_point time)
+{
+    std::unique_lock<std::mutex> lock(mPauseMutex);
+    return mPauseCondition.wait_until(lock, time, [this] { return mbStopMonitor.load(); });
+}
+
+// Kept: the last byte always starts a line of its own, and the line under construction at the end
+// is not logged, so the last byte of a chunk is never shown.
+void tcVXCamera_Ethernet::DumpBytes(const char* bytes, int length)
+{
+    constexpr int bytesPerLine = 16;
+    std::string line;
+    for (int i = 0; i < length; ++i) {
+        if (i % bytesPerLine == 0 || i == length - 1) {
+            if (i != 0) mLog.logDebug(15, "%s", line.c_str());
+            char start[32];
+            snprintf(start, sizeof start, "0x%08X -", static_cast<unsigned>(i));
+            line = start;
+        }
+        char byte[32];
+        snprintf(byte, sizeof byte, "[%2X]", static_cast<unsigned char>(bytes[i]));
+        line += byte;
+    }
+}

@@ -1,0 +1,81 @@
+// A camera over one TCP connection, and the discovery of such cameras.
+#ifndef TCVXCAMERA_ETHERNET_H
+#define TCVXCAMERA_ETHERNET_H
+
+#include "HSocket.h"
+#include "tcVXCamera.h"
+#include "vxexport.h"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+// One local network interface with an IPv4 address.
+struct tsNicInfo {
+    std::string name;
+    std::string description; // always empty
+    std::string address;     // dotted text
+};
+
+// The IPv4 interfaces in the system's order, loopback included; empty when they cannot be listed.
+VX_EXPORT std::vector<tsNicInfo> enumNics(bool unused);
+
+// The TCP transport. A connection that the camera closes is made anew: at once, then after pauses
+// that double from 10 ms to 1 s; an attempt that takes longer than 1 s is given up.
+//
+// Threads: one receive thread reads the socket, parses and dispatches; it runs from Initialize to
+//   destruction. SendMessage may be called from any thread.
+// Locks: mSendMutex serialises stamping and sending, and guards the socket against being closed or
+//   connected meanwhile. It is the innermost lock.
+// Owns: its socket and its receive thread.
+class VX_EXPORT tcVXCamera_Ethernet : public tcVXCamera
+{
+public:
+    // Does not connect yet. `address` is a host name or dotted text.
+    tcVXCamera_Ethernet(const char* address, unsigned short port);
+    // Ends the connection within 0.5 s, unless an application callback keeps the receive thread.
+    ~tcVXCamera_Ethernet() override;
+
+    // Connects (at most 20 s), starts receiving and shakes hands with the camera (at most 10 s).
+    // Non-zero on success; after a failure it may be called again.
+    int Initialize() override;
+
+    // Stamps and sends one message: 0, or -1 without a connection or when it could not be sent
+    // whole. A camera that takes nothing for 5 s loses its connection, which is then made anew.
+    int SendMessage(tsMsgHeader* frame) override;
+
+    // The receive thread's entry and body.
+    static void* DispatchMonitorThread(void* self);
+    void MonitorThread();
+
+    // Broadcasts on every IPv4 interface, waits a little over 0.5 s for answers and fills list[max]
+    // with the cameras that answer, each address once: how many, or -1 when the sockets cannot be
+    // set up. Datagrams that do not cease are read for 2 s at most.
+    static int LocateEnetCameras(tsEnetData* list, int max);
+
+private:
+    int SendBytes(const char* bytes, int length);
+    void StopReceiving();
+    int Receive(char* buffer, int size);
+    void TakePiece(char* bytes, int length);
+    void DumpBytes(const char* bytes, int length);
+    void SetConnected();
+    void Disconnect();
+    void Reconnect();
+    bool PauseUntil(std::chrono::steady_clock::time_point time);
+
+    unsigned short mnPort;
+    std::string msAddress;
+    std::string msResolved; // the address that the first connection reached, as dotted text
+    std::mutex mSendMutex;
+    HSocket mSocket;
+    bool mbConnected = false; // under mSendMutex
+    std::thread mMonitorThread;
+    std::atomic<bool> mbStopMonitor{false};
+    std::mutex mPauseMutex;
+    std::condition_variable mPauseCondition;
+    std::chrono::steady_clock::time_point mConnectedSince;
+    std::chrono::milliseconds mReconnectDelay{0};
+};
+
+#endif
