@@ -1,0 +1,2 @@
+// The network library, compiled once.
+#include <asio/impl/src.hpp>

@@ -1,0 +1,276 @@
+#include "tcSimClient.h"
+#include "tcSimDiscovery.h"
+#include "tcSimServer.h"
+#include "tcSimTurnAway.h"
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/post.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <fcntl.h>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr std::chrono::milliseconds gtAcceptPause{100};
+constexpr size_t gnMostTurnedAway = 32; // connections that are being told so at the same time
+
+std::string NameOf(const asio::ip::tcp::socket& socket)
+{
+    std::error_code error;
+    const asio::ip::tcp::endpoint remote = socket.remote_endpoint(error);
+    if (error) return "unknown";
+    return remote.address().to_string() + ":" + std::to_string(remote.port());
+}
+
+// Does it; a failure of the system is thrown on with what was tried, under the system's own codes.
+template <class Action>
+void Explained(const std::string& what, Action action)
+{
+    try {
+        action();
+    } catch (const std::system_error& error) {
+        throw std::system_error(error.code().value(), std::system_category(), what);
+    }
+}
+
+void Demand(bool condition, const std::string& text)
+{
+    if (!condition) throw std::runtime_error(text);
+}
+
+tsSimOptions Checked(tsSimOptions options)
+{
+    const uint64_t pixels = uint64_t{options.columns} * options.rows;
+    Demand(options.columns >= 1 && options.columns <= gnSimLargestSide && options.rows >= 1 &&
+               options.rows <= gnSimLargestSide,
+           "sensor sides must be 1 to " + std::to_string(gnSimLargestSide));
+    Demand(pixels <= gnSimLargestSensor,
+           "the sensor may have at most " + std::to_string(gnSimLargestSensor) + " pixels");
+    Demand(options.timeScale >= 0.001 && options.timeScale <= 1e6,
+           "time scale must be 0.001 to 1000000");
+    Demand(options.lineRate >= 0 && options.lineRate <= 1e9, "line rate must be 0 to 1000000000");
+    Demand(options.heartbeatSeconds == 0 ||
+               (options.heartbeatSeconds >= 0.001 && options.heartbeatSeconds <= 86400),
+           "time between heartbeats must be 0 or 0.001 to 86400 seconds");
+    Demand(options.ambient >= -100 && options.ambient <= 100,
+           "ambient temperature must be -100 to 100 degrees");
+    std::error_code error;
+    asio::ip::make_address_v4(options.bind, error);
+    Demand(!error, "'" + options.bind + "' is no IPv4 address to listen on");
+    return options;
+}
+
+} // namespace
+
+// Owns: everything; what lives only while the server runs stands in tsRunning.
+class tcSimServer::tcImplementation
+{
+public:
+    explicit tcImplementation(tsSimOptions options)
+        : mtOptions(Checked(std::move(options))), mtLedger(mtOptions.events, mtOptions.trace),
+          mtCamera({mtOptions.rows, mtOptions.columns, mtOptions.serial, mtOptions.name,
+                    mtOptions.seed, mtOptions.ambient}),
+          mtPowerUp(std::chrono::steady_clock::now())
+    {}
+
+    ~tcImplementation() { Stop(); }
+
+    uint16_t Start();
+    void Stop();
+
+    std::atomic<uint16_t> mnPort{0}, mnDiscoveryPort{0};
+    const tcSimLedger& Ledger() const { return mtLedger; }
+
+private:
+    struct tsRunning {
+        explicit tsRunning(tcImplementation& server)
+            : worker(server.mtOptions.rows, server.mtOptions.columns, server.mtOptions.seed),
+              context{server.mtOptions,
+                      server.mtCamera,
+                      server.mtLedger,
+                      worker,
+                      io,
+                      [&server] { return server.CameraTime(); }},
+              work(io.get_executor()), listener(io), pause(io)
+        {}
+
+        asio::io_context io; // outlives the worker, which posts to it
+        tcSimWorker worker;
+        tsSimContext context;
+        asio::executor_work_guard<asio::io_context::executor_type> work;
+        asio::ip::tcp::acceptor listener;
+        asio::steady_timer pause;
+        std::optional<tcSimDiscovery> discovery;
+        std::shared_ptr<tcSimClient> client;
+        std::vector<std::shared_ptr<tcSimTurnAway>> turnedAway;
+        std::thread thread;
+    };
+
+    double CameraTime() const
+    {
+        const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - mtPowerUp;
+        return wall.count() * mtOptions.timeScale;
+    }
+    void Listen(tsRunning& running);
+    void BeFound(tsRunning& running);
+    void Accept(tsRunning& running);
+    void Serve(tsRunning& running, asio::ip::tcp::socket socket);
+    void TurnAway(tsRunning& running, asio::ip::tcp::socket socket);
+
+    const tsSimOptions mtOptions;
+    tcSimLedger mtLedger;
+    tcSimCamera mtCamera;
+    const std::chrono::steady_clock::time_point mtPowerUp;
+    std::unique_ptr<tsRunning> mpRunning;
+};
+
+void tcSimServer::tcImplementation::Listen(tsRunning& running)
+{
+    const asio::ip::tcp::endpoint endpoint(asio::ip::make_address_v4(mtOptions.bind),
+                                           mtOptions.port);
+    running.listener.open(endpoint.protocol());
+    fcntl(running.listener.native_handle(), F_SETFD, FD_CLOEXEC);
+    running.listener.set_option(asio::socket_base::reuse_address(true));
+    running.listener.bind(endpoint);
+    running.listener.listen();
+}
+
+void tcSimServer::tcImplementation::BeFound(tsRunning& running)
+{
+    if (!mtOptions.discovery) return;
+    tsSimDiscoveryReply reply{};
+    reply.Marker = gnSimDiscoverySecond;
+    reply.Echo = gnSimDiscoveryFirst;
+    reply.Port = running.listener.local_endpoint().port();
+    reply.SerialNumber = mtOptions.serial;
+    reply.CameraValue = uint32_t{mtOptions.columns} << 16 | mtOptions.rows;
+    running.discovery.emplace(running.io, mtLedger, mtOptions.discoveryPort,
+                              asio::ip::make_address_v4(mtOptions.bind), reply);
+}
+
+uint16_t tcSimServer::tcImplementation::Start()
+{
+    if (mpRunning) throw std::runtime_error("the simulated camera is already started");
+    auto running = std::make_unique<tsRunning>(*this);
+    const std::string port = std::to_string(mtOptions.port);
+    Explained("cannot listen on " + mtOptions.bind + ":" + port, [&] { Listen(*running); });
+    const std::string discovery = std::to_string(mtOptions.discoveryPort);
+    Explained("cannot answer discovery on port " + discovery, [&] { BeFound(*running); });
+    mnPort = running->listener.local_endpoint().port();
+    mnDiscoveryPort = running->discovery ? running->discovery->Port() : 0;
+    Accept(*running);
+    asio::post(running->io, [this, port = mnPort.load()] {
+        mtLedger.Raise(teSimEvent::eListening,
+                       "listening on " + mtOptions.bind + ":" + std::to_string(port));
+    });
+    mpRunning = std::move(running);
+    mpRunning->thread = std::thread([&io = mpRunning->io] { io.run(); });
+    return mnPort;
+}
+
+void tcSimServer::tcImplementation::Stop()
+{
+    if (!mpRunning) return;
+    tsRunning& running = *mpRunning;
+    asio::post(running.io, [&running] {
+        std::error_code ignored;
+        running.listener.close(ignored);
+        if (running.discovery) running.discovery->Close();
+        if (auto client = running.client) client->End();
+        for (const auto& one : running.turnedAway) {
+            one->End();
+        }
+        running.io.stop();
+    });
+    running.thread.join();
+    mpRunning.reset();
+    mnPort = mnDiscoveryPort = 0;
+}
+
+void tcSimServer::tcImplementation::Accept(tsRunning& running)
+{
+    running.listener.async_accept(
+        [this, &running](const std::error_code& error, asio::ip::tcp::socket socket) {
+            if (!running.listener.is_open()) return;
+            if (error) { // out of descriptors, most likely
+                running.pause.expires_after(gtAcceptPause);
+                running.pause.async_wait([this, &running](const std::error_code& stopped) {
+                    if (!stopped && running.listener.is_open()) Accept(running);
+                });
+                return;
+            }
+            fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
+            const std::shared_ptr<tcSimClient> client = running.client;
+            if (client && !client->HasLeft())
+                TurnAway(running, std::move(socket));
+            else
+                Serve(running, std::move(socket));
+            Accept(running);
+        });
+}
+
+void tcSimServer::tcImplementation::Serve(tsRunning& running, asio::ip::tcp::socket socket)
+{
+    std::string name = NameOf(socket);
+    running.client =
+        std::make_shared<tcSimClient>(std::move(socket), running.context, std::move(name),
+                                      [&running] { running.client.reset(); });
+    running.client->Begin();
+}
+
+void tcSimServer::tcImplementation::TurnAway(tsRunning& running, asio::ip::tcp::socket socket)
+{
+    mtLedger.Count(&tsSimStatistics::refused);
+    mtLedger.Raise(teSimEvent::eRefused, "client " + NameOf(socket) + " refused: in use");
+    auto& all = running.turnedAway;
+    all.erase(std::remove_if(all.begin(), all.end(), [](const auto& one) { return one->Ended(); }),
+              all.end());
+    if (all.size() >= gnMostTurnedAway) return;
+    mtLedger.Count(&tsSimStatistics::cameraErrors);
+    all.push_back(std::make_shared<tcSimTurnAway>(std::move(socket)));
+    all.back()->Begin();
+}
+
+tcSimServer::tcSimServer(tsSimOptions options)
+    : mpImplementation(std::make_unique<tcImplementation>(std::move(options)))
+{}
+
+tcSimServer::~tcSimServer() = default;
+
+uint16_t tcSimServer::Start()
+{
+    return mpImplementation->Start();
+}
+
+void tcSimServer::Stop()
+{
+    mpImplementation->Stop();
+}
+
+uint16_t tcSimServer::Port() const
+{
+    return mpImplementation->mnPort;
+}
+
+uint16_t tcSimServer::DiscoveryPort() const
+{
+    return mpImplementation->mnDiscoveryPort;
+}
+
+tsSimStatistics tcSimServer::Statistics() const
+{
+    return mpImplementation->Ledger().Statistics();
+}
+
+std::vector<tsSimFrame> tcSimServer::Frames() const
+{
+    return mpImplementation->Ledger().Frames();
+}

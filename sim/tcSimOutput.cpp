@@ -1,0 +1,165 @@
+#include "tcSimOutput.h"
+
+#include "vxmessages.h"
+
+#include <asio/write.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr size_t gnMessagesAtOnce = 256 * 1024;
+constexpr size_t gnPixelsAtOnce = 1024 * 1024;
+constexpr std::chrono::milliseconds gtBurst{10}; // a paced link sends no more than this ahead
+
+} // namespace
+
+tcSimOutput::tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate)
+    : mtSocket(socket), mtLedger(ledger), mtPacer(socket.get_executor()), mnPacketRate(packetRate)
+{}
+
+void tcSimOutput::Open(std::weak_ptr<void> owner, std::function<void()> drained,
+                       std::function<void()> failed)
+{
+    mpOwner = std::move(owner);
+    mpDrained = std::move(drained);
+    mpFailed = std::move(failed);
+    mbOpen = true;
+}
+
+void tcSimOutput::Close()
+{
+    mbOpen = false;
+    mtPacer.cancel();
+    mtDelivery = tsSimDelivery();
+    maQueue.clear();
+    mnWaiting = 0;
+}
+
+void tcSimOutput::Send(uint32_t id, const void* payload, size_t bytes, uint32_t times)
+{
+    if (!mbOpen || times == 0) return;
+    tsMsgHeader header{};
+    header.Magic = gnMessageMagic;
+    header.Length = static_cast<uint16_t>(bytes);
+    header.IDD = gnInterfaceVersion;
+    header.MsgId = id & 0xFFFFFF;
+    tsQueued queued{std::vector<uint8_t>(sizeof header + bytes), times};
+    std::memcpy(queued.bytes.data(), &header, sizeof header);
+    if (bytes > 0) std::memcpy(queued.bytes.data() + sizeof header, payload, bytes);
+    mnWaiting += queued.bytes.size();
+    maQueue.push_back(std::move(queued));
+    Pump();
+}
+
+void tcSimOutput::StartPicture(tsSimDelivery delivery)
+{
+    mtDelivery = std::move(delivery);
+    mnNextPacket = 0;
+    Pump();
+}
+
+void tcSimOutput::StopPicture()
+{
+    mtDelivery = tsSimDelivery();
+    mtPacer.cancel();
+}
+
+void tcSimOutput::Stamp(uint8_t* message)
+{
+    tsMsgHeader header;
+    std::memcpy(&header, message, sizeof header);
+    header.SeqNo = mnSequence++;
+    std::memcpy(message, &header, sizeof header);
+}
+
+void tcSimOutput::TakeMessages()
+{
+    while (!maQueue.empty() && maMessages.size() < gnMessagesAtOnce) {
+        tsQueued& queued = maQueue.front();
+        const size_t start = maMessages.size();
+        maMessages.insert(maMessages.end(), queued.bytes.begin(), queued.bytes.end());
+        Stamp(maMessages.data() + start);
+        if (--queued.times > 0) continue;
+        mnWaiting -= queued.bytes.size();
+        maQueue.pop_front();
+    }
+}
+
+// How many packets may go now; 0 when the pace says wait, and then the pacer is set.
+uint32_t tcSimOutput::PacketsDue()
+{
+    const uint32_t left = mtDelivery.picture->PacketCount() - mnNextPacket;
+    if (mnPacketRate <= 0) return left;
+    const tpClock::time_point now = tpClock::now();
+    if (mtPacketDue > now) {
+        mtPacer.expires_at(mtPacketDue);
+        mtPacer.async_wait([this, keep = mpOwner.lock()](const std::error_code& error) {
+            if (!error) Pump();
+        });
+        return 0;
+    }
+    mtPacketDue = std::max(mtPacketDue, now - gtBurst);
+    const double burst = mnPacketRate * std::chrono::duration<double>(gtBurst).count();
+    return std::min(left, static_cast<uint32_t>(std::clamp(burst, 1.0, 65535.0)));
+}
+
+void tcSimOutput::TakePackets()
+{
+    if (!mtDelivery.picture) return;
+    const uint32_t due = PacketsDue();
+    if (due == 0) return;
+    tcSimPicture& picture = *mtDelivery.picture;
+    const uint32_t first = mnNextPacket;
+    do {
+        uint8_t* packet = picture.Packet(mnNextPacket++);
+        Stamp(packet);
+        packet[offsetof(tsPixelData16Msg, LastFrame)] = mtDelivery.lastFrame ? 1 : 0;
+    } while (mnNextPacket - first < due && picture.Bytes(first, mnNextPacket) < gnPixelsAtOnce);
+    if (mnPacketRate > 0) {
+        mtPacketDue += std::chrono::duration_cast<tpClock::duration>(
+            std::chrono::duration<double>((mnNextPacket - first) / mnPacketRate));
+    }
+    maBuffers.emplace_back(picture.Packet(first), picture.Bytes(first, mnNextPacket));
+    mpWritten = mtDelivery.picture;
+    mtDelivery.leaving(mnNextPacket);
+}
+
+void tcSimOutput::Pump()
+{
+    if (!mbOpen || mbWriting) return;
+    std::shared_ptr<void> keep = mpOwner.lock();
+    if (!keep) return;
+    maMessages.clear();
+    maBuffers.clear();
+    TakeMessages();
+    if (!maMessages.empty()) maBuffers.emplace_back(maMessages.data(), maMessages.size());
+    TakePackets();
+    if (maBuffers.empty()) return;
+    mbWriting = true;
+    asio::async_write(
+        mtSocket, maBuffers,
+        [this, keep](const std::error_code& error, size_t bytes) { Written(error, bytes); });
+}
+
+void tcSimOutput::Written(const std::error_code& error, size_t bytes)
+{
+    mbWriting = false;
+    mtLedger.Count(&tsSimStatistics::bytesSent, bytes);
+    const std::shared_ptr<tcSimPicture> written = std::move(mpWritten);
+    if (!mbOpen) return;
+    if (error) {
+        mpFailed();
+        return;
+    }
+    if (mtDelivery.picture && mtDelivery.picture == written &&
+        mnNextPacket == mtDelivery.picture->PacketCount()) {
+        std::function<void()> done = std::move(mtDelivery.done);
+        mtDelivery = tsSimDelivery();
+        done();
+    }
+    mpDrained();
+    Pump();
+}

@@ -1,0 +1,122 @@
+// The simulated camera as an application, a test or the vxcamsim program embeds it.
+#ifndef TCSIMSERVER_H
+#define TCSIMSERVER_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+// One frame the camera sent or began to send.
+struct tsSimFrame {
+    uint32_t readout = 0; // readout number since the server was built, from 1
+    uint32_t frame = 0;   // frame within the readout, from 1
+    uint32_t rows = 0;    // rows of pixels: of the area, or of the binned picture
+    uint32_t columns = 0;
+    uint32_t bits = 0;     // width of a pixel: 8, 16 or 32
+    uint64_t pixelSum = 0; // of the pixels sent; of an aborted frame those that went out
+    uint32_t minimum = 0;  // of the whole frame, also of an aborted one
+    uint32_t maximum = 0;
+    uint32_t packets = 0; // sent
+    uint32_t totalPackets = 0;
+    double exposure = 0;    // seconds
+    double temperature = 0; // of the sensor, degrees Celsius
+    bool lastFrame = false; // the readout's final frame
+    bool complete = false;  // set before the last packet leaves, so whoever has that sees it set
+    bool aborted = false;   // ended early: AbortRead, reset, or the client left
+};
+
+// Counted before what is counted leaves the camera, so whoever has received it sees it counted;
+// bytesSent alone is counted when the bytes are gone.
+struct tsSimStatistics {
+    uint64_t connections = 0;    // clients served
+    uint64_t refused = 0;        // clients turned away because another one is served
+    uint64_t commands = 0;       // commands accepted as well-formed, user-defined ones included
+    uint64_t protocolErrors = 0; // wrong version, wrong length, unknown id, too long
+    uint64_t cameraErrors = 0;   // camera error messages sent, those for protocol errors included
+    uint64_t skippedBytes = 0;   // received and belonging to no frame
+    uint64_t heartbeats = 0;
+    uint64_t noOps = 0;
+    uint64_t framesComplete = 0;
+    uint64_t framesAborted = 0;
+    uint64_t bytesSent = 0;
+    uint64_t bytesReceived = 0;
+    uint64_t discoveryReplies = 0;
+    bool connected = false; // a client is served now
+};
+
+enum class teSimEvent {
+    eListening,
+    eConnected,
+    eRefused,
+    eDisconnected,
+    eReadout, // a readout was accepted
+    eFrame,   // a frame was sent whole or ended early; see `frame`
+    eError,   // a camera error was sent to the client
+    eTrace    // what arrived and what was made of it
+};
+
+struct tsSimEvent {
+    teSimEvent event;
+    std::string text;
+    tsSimFrame frame; // of eFrame
+};
+
+struct tsSimOptions {
+    uint16_t columns = 2048; // of the sensor; limits: docs/simulator.md
+    uint16_t rows = 2048;
+    std::string bind = "127.0.0.1"; // IPv4 address to listen on
+    uint16_t port = 0;              // 0: any free port
+    uint32_t serial = 1;
+    std::string name = "vxcamsim";  // at most 31 bytes reach the hardware information
+    uint64_t seed = 1;              // same seed and same history of commands: same frames
+    double timeScale = 1.0;         // camera time by wall-clock time: 10 makes it ten times as fast
+    double lineRate = 0;            // packets a second of wall-clock time; 0: as the socket takes
+    double heartbeatSeconds = 1.0;  // wall-clock time between heartbeats; 0: none
+    double ambient = 20.0;          // degrees Celsius; where the sensor starts
+    bool reuseFrame = false;        // send the first frame again instead of making new ones
+    bool discovery = false;         // answer discovery requests on UDP
+    uint16_t discoveryPort = 52112; // 0: any free port
+    // Called on the server's thread, which does nothing else meanwhile; may be empty. It may call
+    // Statistics and Frames, but not Stop.
+    std::function<void(const tsSimEvent&)> events;
+    bool trace = false; // also raise eTrace events
+};
+
+// A camera that listens on TCP.
+//
+// Threads: Start, Stop and the destructor on one thread; Port, Statistics and Frames on any. The
+//   server runs two threads of its own: one for all that is spoken, one that makes pictures.
+// Owns: the threads, the sockets and the camera's state, which survives clients that come and go.
+class tcSimServer
+{
+public:
+    // Throws std::runtime_error, saying which option is impossible and why.
+    explicit tcSimServer(tsSimOptions options);
+    ~tcSimServer();
+    tcSimServer(const tcSimServer&) = delete;
+    tcSimServer& operator=(const tcSimServer&) = delete;
+
+    // Listens and returns the port. Throws std::system_error (a std::runtime_error) when the
+    // address or port cannot be had. Starting twice is an error; starting after Stop is not.
+    uint16_t Start();
+
+    // Ends a readout, closes all connections and joins the threads. Harmless when not started.
+    void Stop();
+
+    // Of the TCP listener and of the discovery socket; 0 before Start.
+    uint16_t Port() const;
+    uint16_t DiscoveryPort() const;
+
+    tsSimStatistics Statistics() const;
+
+    // The most recent frames, at most 64, oldest first.
+    std::vector<tsSimFrame> Frames() const;
+
+private:
+    class tcImplementation;
+    std::unique_ptr<tcImplementation> mpImplementation;
+};
+
+#endif

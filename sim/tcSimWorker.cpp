@@ -1,0 +1,56 @@
+#include "tcSimWorker.h"
+
+#include <utility>
+
+tcSimWorker::tcSimWorker(uint32_t rows, uint32_t columns, uint64_t seed)
+    : mnRows(rows), mnColumns(columns), mnSeed(seed), mtThread([this] { Run(); })
+{}
+
+tcSimWorker::~tcSimWorker()
+{
+    {
+        std::lock_guard<std::mutex> lock(mtMutex);
+        mbStop = true;
+        mbCancelled = true;
+    }
+    mtChanged.notify_one();
+    mtThread.join();
+}
+
+void tcSimWorker::Make(tsSimJob job, tpDone done)
+{
+    {
+        std::lock_guard<std::mutex> lock(mtMutex);
+        mtJob = std::move(job);
+        mpDone = std::move(done);
+        mbCancelled = true;
+    }
+    mtChanged.notify_one();
+}
+
+void tcSimWorker::Cancel()
+{
+    std::lock_guard<std::mutex> lock(mtMutex);
+    mtJob.reset();
+    mpDone = nullptr;
+    mbCancelled = true;
+}
+
+void tcSimWorker::Run()
+{
+    const tcSimSensor sensor(mnRows, mnColumns, mnSeed);
+    std::unique_lock<std::mutex> lock(mtMutex);
+    for (;;) {
+        mtChanged.wait(lock, [this] { return mbStop || mtJob; });
+        if (mbStop) return;
+        const tsSimJob job = std::move(*mtJob);
+        const tpDone done = std::move(mpDone);
+        mtJob.reset();
+        mpDone = nullptr;
+        mbCancelled = false;
+        lock.unlock();
+        std::shared_ptr<tcSimPicture> picture = tcSimPicture::Make(sensor, job, mbCancelled);
+        if (picture) done(std::move(picture));
+        lock.lock();
+    }
+}

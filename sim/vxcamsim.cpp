@@ -1,0 +1,163 @@
+// The simulated camera as a program.
+#include "tcSimServer.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+
+enum teExit { eExitDone = 0, eExitUsage = 1, eExitNetwork = 2 };
+
+struct tsProgram {
+    tsSimOptions camera;
+    std::string sensor = "2048x2048";
+    bool json = false, quiet = false, once = false;
+};
+
+// "2048x1024": columns, then rows.
+std::string ParseSensor(const std::string& text, tsSimOptions* options)
+{
+    unsigned columns = 0, rows = 0;
+    int used = 0;
+    if (std::sscanf(text.c_str(), "%5ux%5u%n", &columns, &rows, &used) != 2 ||
+        used != static_cast<int>(text.size()) || columns > 0xFFFF || rows > 0xFFFF) {
+        return "a sensor is written COLUMNSxROWS, for example 2048x2048";
+    }
+    options->columns = static_cast<uint16_t>(columns);
+    options->rows = static_cast<uint16_t>(rows);
+    return "";
+}
+
+void Describe(CLI::App& app, tsProgram& program)
+{
+    tsSimOptions& camera = program.camera;
+    app.add_option("--sensor", program.sensor, "Sensor size, COLUMNSxROWS")
+        ->capture_default_str()
+        ->check([&camera](const std::string& text) { return ParseSensor(text, &camera); });
+    app.add_option("--port", camera.port, "TCP port; 0 takes any free one")->capture_default_str();
+    app.add_option("--bind", camera.bind, "IPv4 address to listen on")->capture_default_str();
+    app.add_option("--serial", camera.serial, "Serial number")->capture_default_str();
+    app.add_option("--name", camera.name, "Name in the hardware information")
+        ->capture_default_str();
+    app.add_option("--seed", camera.seed, "Seed of the star field and of the noise")
+        ->capture_default_str();
+    app.add_option("--line-rate", camera.lineRate,
+                   "Packets a second, one a row; 0 is as fast as the connection takes them")
+        ->capture_default_str();
+    app.add_option("--time-scale", camera.timeScale,
+                   "Speed of the camera's time: 10 makes exposures and cooling ten times as fast")
+        ->capture_default_str();
+    app.add_option("--heartbeat", camera.heartbeatSeconds, "Seconds between heartbeats; 0: none")
+        ->capture_default_str();
+    app.add_option("--ambient", camera.ambient, "Ambient temperature in degrees Celsius")
+        ->capture_default_str();
+    app.add_flag("--same-frame", camera.reuseFrame,
+                 "Send the same frame again instead of making new ones, for benchmarks");
+    app.add_flag("--discovery", camera.discovery, "Answer those who look for cameras on UDP");
+    app.add_option("--discovery-port", camera.discoveryPort, "UDP port of --discovery")
+        ->capture_default_str();
+    app.add_flag("--once", program.once, "End when the first client has left");
+    app.add_flag("--trace", camera.trace, "Also print what each client sends");
+    CLI::Option* json = app.add_flag("--json", program.json, "Print events as JSON lines");
+    app.add_flag("--quiet", program.quiet, "Print nothing but the address and errors")
+        ->excludes(json);
+}
+
+const char* NameOf(teSimEvent event)
+{
+    static constexpr const char* names[] = {"listening", "connected", "refused", "disconnected",
+                                            "readout",   "frame",     "error",   "trace"};
+    return names[static_cast<size_t>(event)];
+}
+
+nlohmann::ordered_json JsonOf(const tsSimFrame& frame)
+{
+    return {{"readout", frame.readout},     {"frame", frame.frame},
+            {"rows", frame.rows},           {"columns", frame.columns},
+            {"bits", frame.bits},           {"sum", frame.pixelSum},
+            {"minimum", frame.minimum},     {"maximum", frame.maximum},
+            {"packets", frame.packets},     {"totalPackets", frame.totalPackets},
+            {"exposure", frame.exposure},   {"temperature", frame.temperature},
+            {"lastFrame", frame.lastFrame}, {"complete", frame.complete}};
+}
+
+void PrintJson(const tsSimEvent& event, const tcSimServer& server)
+{
+    nlohmann::ordered_json line{{"event", NameOf(event.event)}, {"text", event.text}};
+    if (event.event == teSimEvent::eListening) {
+        line["port"] = server.Port();
+        if (server.DiscoveryPort() != 0) line["discoveryPort"] = server.DiscoveryPort();
+    }
+    if (event.event == teSimEvent::eFrame) line.update(JsonOf(event.frame));
+    std::printf("%s\n",
+                line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+}
+
+void Print(const tsProgram& program, const tsSimEvent& event, const tcSimServer& server)
+{
+    if (program.json) {
+        PrintJson(event, server);
+    } else if (event.event == teSimEvent::eError) {
+        std::fprintf(stderr, "vxcamsim: %s\n", event.text.c_str());
+    } else if (!program.quiet || event.event == teSimEvent::eListening) {
+        std::printf("%s\n", event.text.c_str());
+    }
+    std::fflush(stdout);
+}
+
+int Serve(tsProgram& program)
+{
+    sigset_t ending; // blocked here and so in all threads to come; waited for below
+    sigemptyset(&ending);
+    sigaddset(&ending, SIGINT);
+    sigaddset(&ending, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+    tcSimServer* running = nullptr;
+    program.camera.events = [&program, &running](const tsSimEvent& event) {
+        Print(program, event, *running);
+        if (program.once && event.event == teSimEvent::eDisconnected) kill(getpid(), SIGTERM);
+    };
+    tcSimServer server(program.camera);
+    running = &server;
+    server.Start();
+    int signal = 0;
+    sigwait(&ending, &signal);
+    server.Stop();
+    return eExitDone;
+}
+
+int Run(int argc, char** argv)
+{
+    CLI::App app{"A simulated camera: takes pictures of a star field and sends them over TCP.",
+                 "vxcamsim"};
+    tsProgram program;
+    Describe(app, program);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? eExitDone : eExitUsage;
+    }
+    return Serve(program);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return Run(argc, argv);
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "vxcamsim: %s\n", error.what());
+        return eExitNetwork;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vxcamsim: %s\n", error.what());
+        return eExitUsage;
+    }
+}
