@@ -1,0 +1,95 @@
+// The inner parts of the debug daemon, private to the library.
+#ifndef VX_DBGDSERVER_H
+#define VX_DBGDSERVER_H
+
+#include "access.h"
+#include "tcDbgd.h"
+
+#include <condition_variable>
+
+// The handlers by token, and who is using them.
+// Threads: any. Owns: nothing; shared by the daemon and its client threads.
+class tcDbgd::tcRegistry
+{
+public:
+    bool Add(tcDbgdWB* handler);
+    bool Remove(const std::string& token);
+
+    // True once no other thread uses the handler; waits at most `waitMs` for that.
+    bool WaitUnused(tcDbgdWB* handler, int waitMs);
+
+    // The handler of a token, in use until it is released, or null.
+    tcDbgdWB* Hold(const std::string& token);
+    void Release(tcDbgdWB* handler);
+    std::string List() const;
+    void Clear();
+
+private:
+    bool IsUsedElsewhere(tcDbgdWB* handler) const;
+
+    mutable std::mutex mhLock;
+    std::condition_variable mReleased;
+    std::map<std::string, tcDbgdWB*> mmHandlers;
+    std::multimap<tcDbgdWB*, pthread_t> mmUses;
+};
+
+// What the environment says about the server.
+struct tsServerSettings {
+    explicit tsServerSettings(unsigned short port);
+
+    unsigned short mnPort;
+    vx::tcAccess mAccess;
+    std::string msGroup = "239.192.100.100";
+    unsigned short mnGroupPort = 7020;
+};
+
+// One run of the server, from its start to its stop.
+// Threads: the server, the announcer and one for each client, all detached; they share this object.
+// Locks: mhLock guards the counts and wakes whoever sleeps.
+class tcDbgd::tcServer : public std::enable_shared_from_this<tcServer>
+{
+public:
+    tcServer(const tsServerSettings& settings, std::shared_ptr<tcRegistry> registry,
+             std::string name);
+
+    void Start();
+    void Stop();
+    bool IsStopping() const;
+    bool HasEnded() const;
+
+    // False when the server has not ended within `waitMs`.
+    bool WaitEnded(int waitMs);
+
+    unsigned short GetPort() const { return mnOpenPort; }
+
+    static void ServeClient(const std::shared_ptr<tcRegistry>& registry,
+                            std::unique_ptr<HSocket> client);
+
+private:
+    void Server();
+    bool OpenPort(HSocket& listener);
+    void ServeClients(HSocket& listener);
+    void AcceptClient(HSocket& listener);
+    void StartWorker(std::unique_ptr<HSocket> client);
+    void ClientEnded();
+    static void RunCommand(const std::shared_ptr<tcRegistry>& registry, HSocket& client,
+                           char* request);
+    void AnnounceThread();
+
+    // False when the server is to stop.
+    bool Sleep(double milliseconds);
+    bool WaitForRoom();
+
+    const tsServerSettings mSettings;
+    const std::shared_ptr<tcRegistry> mpRegistry;
+    const std::string msName;
+
+    mutable std::mutex mhLock;
+    std::condition_variable mChanged;
+    bool mbStop = false;
+    bool mbEnded = false;
+    int mnClients = 0;
+    std::atomic<unsigned short> mnOpenPort{0};
+};
+
+#endif

@@ -1,0 +1,98 @@
+// The simple commands, and the life of the built-in handlers.
+#include "background.h"
+#include "dbgdserver.h"
+#include "tcDbgd.h"
+#include "tcLog.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <utility>
+
+tcDbgdWB_echo* DbgdWB_echoPtr = nullptr;
+tcDbgdWB_help* DbgdWB_helpPtr = nullptr;
+tcDbgdWB_list* DbgdWB_listPtr = nullptr;
+tcDbgdWB_log* DbgdWB_logPtr = nullptr;
+
+static constexpr int nDisposalWaitMs = 100;
+
+tcDbgdWB_echo::tcDbgdWB_echo()
+    : tcDbgdWB("ECHO", "ECHO:<string to echo>\n   returns string send in command to requester\n")
+{}
+
+void tcDbgdWB_echo::Run(HSocket* client, char* args)
+{
+    vx::Reply(client, args);
+    vx::Reply(client, "\n");
+}
+
+tcDbgdWB_help::tcDbgdWB_help()
+    : tcDbgdWB("HELP", "HELP:[CMDNAME]\n   Provides a description on specific command name\n")
+{}
+
+void tcDbgdWB_help::Run(HSocket* client, char* args)
+{
+    tcDbgd::GetLog().logDebug(5, "tcDbgdWB_help:Run command = %s", args);
+    if (const tcDbgd::tcHeldWB handler = tcDbgd::getItem()->HoldWB(args)) {
+        vx::Reply(client, handler->msHelp);
+        return;
+    }
+    tcDbgd::GetLog().logDebug(5, "Couldn't find token handler for %s", args);
+    vx::Reply(client, std::string(args) + ": unknown command token\n");
+}
+
+tcDbgdWB_list::tcDbgdWB_list() : tcDbgdWB("LIST", "LIST \n   Lists All known tokens\n") {}
+
+void tcDbgdWB_list::Run(HSocket* client, char* args)
+{
+    tcDbgd::GetLog().logDebug(5, "tcDbgdWB_list:Run command = %s", args);
+    vx::Reply(client, tcDbgd::getItem()->List());
+}
+
+// The built-in handlers live from the loading of the library to the exit of the process, or longer
+// when a client is still being served then.
+struct tsBuiltInHandlers {
+    tsBuiltInHandlers()
+    {
+        Add(DbgdWB_echoPtr, "_init() loading for tcDbgdWB_echo module");
+        Add(DbgdWB_helpPtr, "_init() loading for tcDbgdWB_help module");
+        Add(DbgdWB_listPtr, "_init() loading for tcDbgdWB_list module");
+        Add(DbgdWB_logPtr, "_init() loading for tcDbgdWB_log module");
+        mpRegistry = tcDbgd::getItem()->mpRegistry;
+    }
+
+    ~tsBuiltInHandlers()
+    {
+        // In a child process other threads' locks may be held for ever.
+        if (getpid() != mnProcess) return;
+        tcDbgdWB* const handlers[] = {
+            std::exchange(DbgdWB_echoPtr, nullptr), std::exchange(DbgdWB_helpPtr, nullptr),
+            std::exchange(DbgdWB_listPtr, nullptr), std::exchange(DbgdWB_logPtr, nullptr)};
+        for (const tcDbgdWB* handler : handlers) {
+            tcDbgd::GetLog().logDebug(1, "tcDbgd::RemoveWB removing %s token handler",
+                                      handler->msToken.c_str());
+            mpRegistry->Remove(handler->msToken);
+        }
+        for (tcDbgdWB* handler : handlers) {
+            if (mpRegistry->WaitUnused(handler, nDisposalWaitMs)) delete handler;
+        }
+    }
+
+    tsBuiltInHandlers(const tsBuiltInHandlers&) = delete;
+    tsBuiltInHandlers& operator=(const tsBuiltInHandlers&) = delete;
+
+private:
+    template <typename tHandler>
+    static void Add(tHandler*& handler, const char* text)
+    {
+        tcDbgd::GetLog().logDebug(1, text);
+        handler = new tHandler;
+        tcDbgd::getItem()->RegisterWB(handler);
+    }
+
+    const pid_t mnProcess = getpid();
+    std::shared_ptr<tcDbgd::tcRegistry>
+        mpRegistry; // where they are, whatever daemon there is later
+};
+
+static tsBuiltInHandlers gBuiltInHandlers;

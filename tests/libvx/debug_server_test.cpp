@@ -1,0 +1,425 @@
+// The daemon on the network.
+#include "HSocket.h"
+#include "debug_support.h"
+
+#include <fstream>
+
+namespace {
+
+using std::string_literals::operator""s;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::CaptureStdout;
+using ::testing::internal::GetCapturedStderr;
+using ::testing::internal::GetCapturedStdout;
+
+// Answers with its arguments in brackets.
+class tcBrackets : public tcDbgdWB
+{
+public:
+    explicit tcBrackets(const char* token) : tcDbgdWB(token, "") {}
+    void Run(HSocket* client, char* args) override
+    {
+        const std::string text = "[" + std::string(args) + "]";
+        client->Send(text.data(), static_cast<int>(text.size()));
+    }
+};
+
+std::string Announcement(unsigned short port)
+{
+    // As a signed number, so that high ports are negative.
+    return "DBGD DBGD " + std::to_string(static_cast<short>(port)) + "\0"s;
+}
+
+long ResidentKiB()
+{
+    long pages = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+} // namespace
+
+TEST_F(Daemon, AnswersAndClosesTheConnection)
+{
+    Start();
+    EXPECT_EQ("Available Tokens:\n\tECHO\n\tHELP\n\tLIST\n\tLOG\n", Ask("LIST"));
+    EXPECT_EQ("hello\n", Ask("ECHO:hello\r\n"));
+}
+
+TEST_F(Daemon, TakesTheTokenAsItStandsBeforeTheFirstColon)
+{
+    tcBrackets handler("X"), noToken(""), blank("X \n");
+    for (tcDbgdWB* one : {&handler, &noToken, &blank})
+        mpDaemon->RegisterWB(one);
+    Start();
+    EXPECT_EQ("", Ask("LIST\n"));
+    EXPECT_EQ("", Ask("list"));
+    EXPECT_EQ("", Ask("LIST "));
+    EXPECT_EQ("", Ask("NOPE:LIST"));
+    EXPECT_EQ("[]", Ask("X"));
+    EXPECT_EQ("[]", Ask("X:"));
+    EXPECT_EQ("[a:b:]", Ask("X:a:b:"));
+    EXPECT_EQ("[:]", Ask("X::"));
+    EXPECT_EQ("[ a\tb ]", Ask("X: a\tb "));
+    EXPECT_EQ("[]", Ask("X \n:"));
+    EXPECT_EQ("[LIST]", Ask(":LIST"));
+    EXPECT_EQ("[]", Ask(":"));
+    EXPECT_EQ("[]", Ask(":::"));
+    EXPECT_EQ("[]", Ask("\0"s));
+    EXPECT_EQ("[a]", Ask("X:a\0b"s));
+    for (tcDbgdWB* one : {&handler, &noToken, &blank})
+        mpDaemon->RemoveWB(one);
+}
+
+TEST_F(Daemon, EndsArgumentsAtTheFirstLineEnd)
+{
+    tcBrackets handler("X");
+    mpDaemon->RegisterWB(&handler);
+    Start();
+    EXPECT_EQ("[a]", Ask("X:a\r\nb\n"));
+    EXPECT_EQ("[a]", Ask("X:a\nb"));
+    EXPECT_EQ("[a]", Ask("X:a\rb"));
+    EXPECT_EQ("[]", Ask("X:\na"));
+    mpDaemon->RemoveWB(&handler);
+}
+
+TEST_F(Daemon, LogsWhatItDoes)
+{
+    tcBrackets handler("X");
+    mpDaemon->RegisterWB(&handler);
+    tcDbgd::GetLog().setDbgLevel(11);
+    mLog.Texts();
+    CaptureStdout();
+    Start();
+    EXPECT_EQ("[a]", Ask("X:a\r"));
+    EXPECT_EQ("", Ask("NOPE\n:"));
+    Stop();
+    EXPECT_THAT(
+        mLog.Texts(),
+        ElementsAre(
+            "1 tcDbgd::StartServer, spawning the Dbgd Server",
+            "1 tcDbgd::Server starting on port 0",
+            "3 tcDbgd::StartWorkerBee for client from 127.0.0.1", "3 tcDbgd:: read command: X:a\r",
+            "1 tcDbgd::GetWB looking for X ,length = 1", "1 tcDbgd::GetWB found worker bee for X",
+            "11 char value = 97", "11 char value = 13",
+            "3 tcDbgd::StartWorkerBee for client from 127.0.0.1",
+            "3 tcDbgd:: read command: NOPE\n:", "1 tcDbgd::GetWB looking for NOPE\n ,length = 5",
+            "1 tcDbgd::GetWB didn't find NOPE\n", "1 tcDbgd:: No Hander for token NOPE\n",
+            "1 tcDbgd::StopServer, shutting down the Dbgd Server"));
+    EXPECT_EQ("", GetCapturedStdout());
+    mpDaemon->RemoveWB(&handler);
+}
+
+TEST_F(Daemon, ListensOnThePortOfTheEnvironmentAndAnnouncesIt)
+{
+    tcDbgd::snAnnounceInterval = 20;
+    const unsigned short port = FreeLowPort();
+    setenv("DBGD_PORTNUM", std::to_string(port).c_str(), 1);
+    Start();
+    EXPECT_EQ(port, mnPort);
+    EXPECT_EQ("DBGD DBGD " + std::to_string(port) + "\0"s, mAnnouncements.Receive());
+    EXPECT_EQ("DBGD DBGD " + std::to_string(port) + "\0"s, mAnnouncements.Receive());
+    EXPECT_THAT(Ask("LIST"), StartsWith("Available"));
+}
+
+TEST_F(Daemon, AnnouncesHighPortsAsNegativeNumbers)
+{
+    tcDbgd::snAnnounceInterval = 20;
+    Start();
+    if (mnPort < 32768) GTEST_SKIP() << "the system takes its ports from elsewhere";
+    EXPECT_THAT(mAnnouncements.Receive(), StartsWith("DBGD DBGD -"));
+    EXPECT_EQ(Announcement(mnPort), mAnnouncements.Receive());
+}
+
+TEST_F(Daemon, AnnouncesOnlyWhileItRuns)
+{
+    const int threads = CountThreads();
+    tcDbgd::snAnnounceInterval = 3600000;
+    Start();
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads + 2; }));
+    const auto start = tcClock::now();
+    Stop();
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+    EXPECT_LT(ElapsedMs(start), 2000);
+}
+
+TEST_F(Daemon, HasTheTimesThatAreDocumented)
+{
+    EXPECT_EQ(5000, tcDbgd::snAnnounceInterval);
+    EXPECT_EQ(10000, tcDbgd::snClientPatience);
+    EXPECT_EQ(1000, tcDbgd::snRetrySecond);
+    EXPECT_EQ(64, tcDbgd::nMaximumClients);
+}
+
+TEST_F(Daemon, CanBeStoppedAndStartedAgain)
+{
+    Start();
+    const unsigned short first = mnPort;
+    mpDaemon->StartServer(); // runs already
+    EXPECT_EQ(first, mpDaemon->GetPort());
+    mpDaemon->StopServer();
+    Start(); // waits for the one that stops
+    EXPECT_NE(first, mnPort);
+    EXPECT_EQ("again\n", Ask("ECHO:again"));
+    EXPECT_FALSE(tcClient(first).IsConnected());
+}
+
+TEST_F(Daemon, WaitsForATakenPortWithGrowingDelays)
+{
+    tcDbgd::snRetrySecond = 1;
+    tcBound taken(SOCK_STREAM);
+    taken.Listen();
+    const unsigned short port = taken.Port();
+    setenv("DBGD_PORTNUM", std::to_string(port).c_str(), 1);
+    mpDaemon->StartServer();
+    std::vector<tcLogEvent> events;
+    EXPECT_TRUE(Eventually([&] {
+        for (const tcLogEvent& event : mLog.Events())
+            events.push_back(event);
+        return events.size() >= 9;
+    }));
+    const int seconds[] = {2, 2, 2, 2, 2, 3, 3, 3, 4};
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ("tcDbgd::Server, Error creating socket on port " + std::to_string(port) +
+                      " - retry in " + std::to_string(seconds[i]) +
+                      " s:Error 98:No Installed error decoder",
+                  events[i].message);
+        EXPECT_EQ(tcLogEvent::eError, events[i].type);
+    }
+    EXPECT_EQ(0, mpDaemon->GetPort());
+    taken.Close();
+    EXPECT_TRUE(Eventually([&] { return mpDaemon->GetPort() == port; }));
+    EXPECT_EQ("at last\n", ::Ask(port, "ECHO:at last"));
+}
+
+TEST_F(Daemon, StopsAtOnceWhileItWaitsForThePort)
+{
+    const int threads = CountThreads();
+    tcBound taken(SOCK_STREAM);
+    taken.Listen();
+    setenv("DBGD_PORTNUM", std::to_string(taken.Port()).c_str(), 1);
+    mpDaemon->StartServer();
+    EXPECT_TRUE(Eventually([&] { return !mLog.Events().empty(); }));
+    const auto start = tcClock::now();
+    mpDaemon->StopServer();
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+    EXPECT_LT(ElapsedMs(start), 1000);
+}
+
+TEST_F(Daemon, DropsClientsThatSendNothing)
+{
+    tcDbgd::snClientPatience = 100;
+    Start();
+    CaptureStderr();
+    const auto start = tcClock::now();
+    tcClient silent(mnPort);
+    EXPECT_EQ("", silent.ReadAll());
+    EXPECT_GE(ElapsedMs(start), 99);
+    {
+        tcClient quick(mnPort);
+    }
+    EXPECT_TRUE(Eventually([this] { return Ask("ECHO:x") == "x\n"; }));
+    // The quick one may be the last to be dealt with.
+    std::string output;
+    EXPECT_TRUE(Eventually([&] {
+        output += GetCapturedStderr();
+        CaptureStderr();
+        return output.size() >= 41;
+    }));
+    EXPECT_EQ("read: Connection timed out\nread: Success\n", output);
+}
+
+TEST_F(Daemon, ServesSixtyFourClientsAtATime)
+{
+    const int before = CountThreads(), threads = before + 2;
+    Start();
+    std::vector<std::unique_ptr<tcClient>> silent;
+    for (int i = 0; i < 64; ++i)
+        silent.push_back(std::make_unique<tcClient>(mnPort));
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads + 64; }));
+    tcClient waiting(mnPort), further(mnPort);
+    waiting.Send("ECHO:first");
+    further.Send("ECHO:second");
+    EXPECT_FALSE(waiting.HasAnswer(150));
+    EXPECT_EQ(threads + 64, CountThreads());
+    silent[10]->Close();
+    EXPECT_EQ("first\n", waiting.ReadAll());
+    EXPECT_EQ("second\n", further.ReadAll());
+    silent[20]->Send("ECHO:third");
+    EXPECT_EQ("third\n", silent[20]->ReadAll());
+}
+
+TEST_F(Daemon, ReadsAtMost1024Bytes)
+{
+    Start();
+    const std::string fits(1019, 'x');
+    EXPECT_EQ(fits.substr(1) + "\n", Ask("ECHO:" + fits.substr(1)));
+    EXPECT_EQ(fits + "\n", Ask("ECHO:" + fits));
+    EXPECT_EQ(fits + "\n", Ask("ECHO:" + fits + "y"));
+    EXPECT_EQ(fits + "\n", Ask("ECHO:" + std::string(100000, 'x')));
+    EXPECT_EQ("", Ask(std::string(1024, 'x')));
+    EXPECT_EQ("", Ask(std::string(100000, 'x')));
+    EXPECT_EQ(std::string(1020, ':') + "\n",
+              Ask("ECHO" + std::string(1021, ':')).insert(0, 1, ':'));
+}
+
+TEST_F(Daemon, IsTheSameAfterThousandsOfBadClients)
+{
+    CaptureStderr();
+    // Server and announcer, and a socket for each.
+    const int threads = CountThreads() + 2, descriptors = CountDescriptors() + 2;
+    Start();
+    EXPECT_TRUE(
+        Eventually([&] { return CountThreads() == threads && CountDescriptors() == descriptors; }));
+    const auto visit = [this](const std::string& request) {
+        tcClient client(mnPort);
+        client.Send(request);
+    };
+    for (int i = 0; i < 50; ++i)
+        visit(std::string(100000, 'x'));
+    const long before = ResidentKiB();
+    for (int i = 0; i < 1000; ++i) {
+        visit("");
+        visit("\1\2garbage:\xff\xfe" + std::to_string(i));
+    }
+    for (int i = 0; i < 50; ++i)
+        visit(std::string(100000, 'x'));
+    const auto start = tcClock::now();
+    EXPECT_THAT(Ask("LIST"), StartsWith("Available"));
+    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
+    EXPECT_LT(ResidentKiB() - before, 50000);
+    GetCapturedStderr();
+}
+
+TEST_F(Daemon, SurvivesHandlersThatThrow)
+{
+    class tcThrowing : public tcDbgdWB
+    {
+    public:
+        tcThrowing() : tcDbgdWB("THROW", "") {}
+        void Run(HSocket*, char* args) override
+        {
+            if (*args != '\0') throw 5;
+            throw std::runtime_error("the reason");
+        }
+    } handler;
+    mpDaemon->RegisterWB(&handler);
+    Start();
+    EXPECT_EQ("", Ask("THROW"));
+    EXPECT_EQ("", Ask("THROW:x"));
+    EXPECT_TRUE(mLog.Has("ERR tcDbgd:: handler for THROW failed: the reason"));
+    EXPECT_TRUE(mLog.Has("ERR tcDbgd:: handler for THROW failed"));
+    mpDaemon->RemoveWB(&handler);
+}
+
+TEST_F(Daemon, IsNotHeldUpByAClientThatDoesNotReadItsReply)
+{
+    class tcEndless : public tcDbgdWB
+    {
+    public:
+        tcEndless() : tcDbgdWB("ENDLESS", "") {}
+        void Run(HSocket* client, char*) override
+        {
+            const std::string block(1 << 20, 'x');
+            while (client->SendAll(block.data(), 1 << 20) > 0) {
+            }
+        }
+    } handler;
+    tcDbgd::snClientPatience = 100;
+    mpDaemon->RegisterWB(&handler);
+    const int threads = CountThreads() + 2;
+    Start();
+    tcClient client(mnPort);
+    client.Send("ENDLESS");
+    EXPECT_TRUE(client.HasAnswer(10000));
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+    mpDaemon->RemoveWB(&handler);
+}
+
+TEST_F(Daemon, ServesAClientOfTheCallers)
+{
+    HSocket listener, client;
+    listener.Create();
+    listener.Listen(1);
+    ASSERT_TRUE(client.Connect("127.0.0.1", listener.GetLocalPort()));
+    auto* peer = new HSocket;
+    ASSERT_TRUE(listener.Accept(peer, 5000));
+    client.SendAll("ECHO:by hand", -1);
+    tcDbgd::StartWorkerBee(peer);
+    char text[100] = {};
+    EXPECT_EQ(8, client.Receive(text, sizeof text, 5000, MSG_WAITALL));
+    EXPECT_STREQ("by hand\n", text);
+    tcDbgd::StartWorkerBee(nullptr);
+}
+
+TEST_F(Daemon, AdmitsOnlyWhoIsOnTheList)
+{
+    setenv("DBGD_ALLOW", "10.1.2.3,127.0.0.4/31", 1);
+    Start();
+    EXPECT_EQ("x\n", ::Ask(mnPort, "ECHO:x", "127.0.0.4"));
+    EXPECT_EQ("x\n", ::Ask(mnPort, "ECHO:x", "127.0.0.5"));
+    for (const char* from : {"127.0.0.1", "127.0.0.2", "127.0.0.6"}) {
+        tcClient refused(mnPort, from);
+        EXPECT_EQ("", refused.ReadAll()) << from;
+        EXPECT_TRUE(mLog.Has("ERR tcDbgd::Server refused client from "s + from));
+    }
+}
+
+TEST_F(Daemon, AdmitsByDottedMasksAndByPrefixLengthsOfZero)
+{
+    setenv("DBGD_ALLOW", "127.0.8.0/255.255.255.0", 1);
+    Start();
+    EXPECT_EQ("x\n", ::Ask(mnPort, "ECHO:x", "127.0.8.77"));
+    EXPECT_EQ("", tcClient(mnPort, "127.0.9.1").ReadAll());
+    Stop();
+    setenv("DBGD_ALLOW", "0.0.0.0/0", 1);
+    Start();
+    EXPECT_EQ("x\n", ::Ask(mnPort, "ECHO:x", "127.0.9.1"));
+}
+
+TEST_F(Daemon, AdmitsNobodyByEntriesThatAreNone)
+{
+    setenv("DBGD_ALLOW", "127.0.0.1/,127.0.0.1/33, 127.0.0.1/x localhost,127.0.0,127.0.0.1/0.0.0.x",
+           1);
+    Start();
+    EXPECT_EQ("", tcClient(mnPort).ReadAll());
+    for (const char* entry :
+         {"127.0.0.1/", "127.0.0.1/33", "127.0.0.1/x", "localhost", "127.0.0", "127.0.0.1/0.0.0.x"})
+        EXPECT_TRUE(mLog.Has("ERR DBGD_ALLOW: entry "s + entry + " ignored")) << entry;
+    Stop();
+    setenv("DBGD_ALLOW", "", 1);
+    Start();
+    EXPECT_EQ("", tcClient(mnPort).ReadAll());
+}
+
+TEST_F(Daemon, ListensOnTheAddressItIsGiven)
+{
+    setenv("DBGD_BIND", "127.0.0.2", 1);
+    Start();
+    EXPECT_EQ("x\n", ::Ask(mnPort, "ECHO:x", "127.0.0.1", "127.0.0.2"));
+    EXPECT_FALSE(tcClient(mnPort).IsConnected());
+}
+
+TEST_F(Daemon, ListensEverywhereWhenNoAddressIsGiven)
+{
+    unsetenv("DBGD_BIND");
+    Start();
+    EXPECT_EQ("x\n", ::Ask(mnPort, "ECHO:x", "127.0.0.1", "127.0.0.2"));
+    EXPECT_EQ("x\n", ::Ask(mnPort, "ECHO:x", "127.0.0.1", "127.0.0.3"));
+}
+
+TEST_F(Daemon, DoesNotListenOnAnAddressThatIsNone)
+{
+    const int threads = CountThreads();
+    setenv("DBGD_BIND", "nowhere", 1);
+    mpDaemon->StartServer();
+    EXPECT_TRUE(mLog.Has("ERR DBGD_BIND: bad address nowhere, not listening"));
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+    EXPECT_EQ(0, mpDaemon->GetPort());
+}
