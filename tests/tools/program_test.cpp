@@ -1,0 +1,127 @@
+// What holds for every verb: usage, help, versions, exit codes, standard output.
+#include "program.h"
+
+#include "tool_support.h"
+#include "vxcamiface.h"
+
+#include <gmock/gmock.h>
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+// A run that ends with 1, prints nothing, and says what is wrong in one line.
+void ExpectUsageError(const std::vector<std::string>& arguments, const std::string& text)
+{
+    tcRun run(arguments);
+    EXPECT_EQ(run.Exit(), 1);
+    EXPECT_EQ(run.Output(), "");
+    EXPECT_THAT(run.Errors(), StartsWith("vxcam: "));
+    EXPECT_THAT(run.Errors(), HasSubstr(text));
+    EXPECT_EQ(Lines(run.Errors()), 1) << run.Errors();
+}
+
+std::string OutputOf(const std::vector<std::string>& arguments)
+{
+    tcRun run(arguments);
+    EXPECT_EQ(run.Exit(), 0);
+    EXPECT_EQ(run.Errors(), "");
+    return run.Output();
+}
+
+} // namespace
+
+TEST(Program, MissingOrUnknownVerbsAreUsageErrors)
+{
+    ExpectUsageError({}, "a verb is missing");
+    ExpectUsageError({"grub"}, "unknown verb 'grub'");
+    ExpectUsageError({""}, "unknown verb ''");
+    ExpectUsageError({"--nonsense"}, "unknown option '--nonsense'");
+    ExpectUsageError({"help", "grub"}, "unknown verb 'grub'");
+}
+
+TEST(Program, UnknownOptionsAndSurplusArgumentsAreUsageErrors)
+{
+    ExpectUsageError({"grab", "--nonsense"}, "--nonsense");
+    ExpectUsageError({"grab", "sim", "surplus"}, "surplus");
+    ExpectUsageError({"ping", "--exposure", "1s"}, "--exposure");
+}
+
+TEST(Program, ImpossibleValuesAreUsageErrors)
+{
+    ExpectUsageError({"grab", "-e", "soon"}, "time 'soon'");
+    ExpectUsageError({"grab", "-e"}, "--exposure");
+    ExpectUsageError({"grab", "--frames", "0"}, "--frames");
+    ExpectUsageError({"grab", "--frames", "32768"}, "--frames");
+    ExpectUsageError({"grab", "--area", "1,2,3"}, "area '1,2,3'");
+    ExpectUsageError({"grab", "--area", "0,0,1,1", "--binned"}, "--area");
+    ExpectUsageError({"grab", "--binned", "--mask-binned"}, "--mask-binned");
+    ExpectUsageError({"grab", "--timeout", "x"}, "time 'x'");
+    ExpectUsageError({"grab", "--cool-timeout", "x"}, "time 'x'");
+    ExpectUsageError({"grab", "--target-temp", "cold"}, "--target-temp");
+    ExpectUsageError({"grab", "--target-temp", "-300"}, "-273");
+    ExpectUsageError({"grab", "--target-temp", "nan"}, "-273");
+    ExpectUsageError({"grab", "-o", "%s.fits"}, "file name '%s.fits'");
+    ExpectUsageError({"grab", "-o", "same", "--preview", "same"}, "same: would be written twice");
+    ExpectUsageError({"grab", "nowhere"}, "target 'nowhere'");
+    ExpectUsageError({"grab", "--sim-sensor", "big"}, "size 'big'");
+    ExpectUsageError({"grab", "--sim-time-scale", "0"}, "--sim-time-scale");
+    ExpectUsageError({"grab", "--sim-seed", "x"}, "--sim-seed");
+    ExpectUsageError({"ping", "-n", "0"}, "--count");
+}
+
+TEST(Program, HelpListsEveryVerb)
+{
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"--help"}, {"-h"}, {"help"}}) {
+        const std::string help = OutputOf(arguments);
+        for (const tsVerb& verb : Verbs()) {
+            EXPECT_THAT(help, HasSubstr(std::string("  ") + verb.name + " "));
+            EXPECT_THAT(help, HasSubstr(verb.summary));
+        }
+    }
+}
+
+TEST(Program, EveryVerbHasAHelpWithExamplesAndExitCodes)
+{
+    for (const tsVerb& verb : Verbs()) {
+        const std::string help = OutputOf({verb.name, "--help"});
+        EXPECT_THAT(help, StartsWith(std::string("vxcam ") + verb.name + " - " + verb.summary));
+        EXPECT_THAT(help, HasSubstr("Examples:\n  vxcam " + std::string(verb.name)));
+        EXPECT_THAT(help, HasSubstr("Exit codes: 0 done, 1 usage"));
+        EXPECT_EQ(OutputOf({"help", verb.name}), help);
+    }
+}
+
+TEST(Program, VersionNamesTheProgramAndTheLibrary)
+{
+    EXPECT_EQ(OutputOf({"--version"}), "vxcam 3.0.7 (library 3, build 7)\n");
+}
+
+TEST(Program, OutputThatCannotBeWrittenIsAFileError)
+{
+    tcRun::tsHow how;
+    how.output = "/dev/full";
+    for (const auto& arguments : std::vector<std::vector<std::string>>{
+             {"--version"}, {"--help"}, {"grab", "--help"}, {"ping", "-n", "1", "--json"}}) {
+        tcRun run(arguments, how);
+        EXPECT_EQ(run.Exit(), 5);
+        EXPECT_EQ(run.Errors(), "vxcam: standard output: No space left on device\n");
+    }
+}
+
+TEST(Program, DocumentationNamesEveryVerbAndOption)
+{
+    const std::string document = FileText(VXCAM_DOCUMENT);
+    for (const tsVerb& verb : Verbs()) {
+        EXPECT_THAT(document, HasSubstr("vxcam " + std::string(verb.name)));
+        CLI::App app;
+        verb.make()->Declare(app);
+        for (const CLI::Option* option : app.get_options()) {
+            if (option->get_lnames().empty()) continue;
+            EXPECT_THAT(document, HasSubstr("`--" + option->get_lnames()[0])) << verb.name;
+        }
+    }
+}

@@ -1,0 +1,262 @@
+// What the tests of the vxcam program share: a folder, a run of the program, a scripted camera that
+// answers by itself.
+#ifndef TOOL_SUPPORT_H
+#define TOOL_SUPPORT_H
+
+#include "tcScriptedCamera.h"
+#include "tsFrame.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+inline constexpr std::chrono::seconds gnRunPatience{50};
+
+// Owns: a folder of its own, with all that is put into it.
+class tcFolder
+{
+public:
+    tcFolder()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "vxcamXXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
+        msPath = name;
+    }
+    ~tcFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(msPath, ignored);
+    }
+    tcFolder(const tcFolder&) = delete;
+    tcFolder& operator=(const tcFolder&) = delete;
+
+    std::string Path(const std::string& name = "") const
+    {
+        return name.empty() ? msPath : msPath + "/" + name;
+    }
+    // The names of all files, hidden ones too, in order.
+    std::vector<std::string> Names() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(msPath)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+private:
+    std::string msPath;
+};
+
+inline std::string FileText(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+inline long Lines(const std::string& text)
+{
+    return std::count(text.begin(), text.end(), '\n');
+}
+
+inline void MakeFile(const std::string& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+// One run of a program. What it prints goes to files, so that it never waits for its reader.
+class tcRun
+{
+public:
+    struct tsHow {
+        std::string folder = ".";
+        std::string program = VXCAM_PROGRAM;
+        bool terminal = false;   // standard error is a terminal
+        rlim_t fileLimit = 0;    // bytes, 0 none
+        std::string output = {}; // a file for standard output, instead of Output()
+    };
+
+    explicit tcRun(std::vector<std::string> arguments) : tcRun(std::move(arguments), tsHow()) {}
+    tcRun(std::vector<std::string> arguments, const tsHow& how)
+    {
+        int slave = -1;
+        if (how.terminal && ::openpty(&mhTerminal, &slave, nullptr, nullptr, nullptr) != 0) {
+            throw std::runtime_error("openpty");
+        }
+        mnProcess = ::fork();
+        if (mnProcess == 0) Become(std::move(arguments), how, slave);
+        if (slave >= 0) ::close(slave);
+    }
+    ~tcRun()
+    {
+        if (mnProcess > 0) {
+            ::kill(mnProcess, SIGKILL);
+            ::waitpid(mnProcess, nullptr, 0);
+        }
+        if (mhTerminal >= 0) ::close(mhTerminal);
+    }
+    tcRun(const tcRun&) = delete;
+    tcRun& operator=(const tcRun&) = delete;
+
+    void Signal(int number) { ::kill(mnProcess, number); }
+
+    // Waits for the end: the exit code, 1000 + the signal that ended it, or -1 when it goes on.
+    int Exit()
+    {
+        if (mnProcess <= 0) return mnExit;
+        int status = 0;
+        const bool isOver = WaitUntil(
+            [&] {
+                DrainTerminal();
+                return ::waitpid(mnProcess, &status, WNOHANG) == mnProcess;
+            },
+            gnRunPatience);
+        if (!isOver) return -1;
+        DrainTerminal();
+        mnProcess = 0;
+        mnExit = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+        return mnExit;
+    }
+    std::string Output() const { return FileText(mFolder.Path("output")); }
+    std::string Errors() const { return FileText(mFolder.Path("errors")); }
+    nlohmann::json Document() const { return nlohmann::json::parse(Output(), nullptr, false); }
+    const std::string& Terminal()
+    {
+        DrainTerminal();
+        return msTerminal;
+    }
+
+private:
+    [[noreturn]] void Become(std::vector<std::string> arguments, const tsHow& how, int terminal)
+    {
+        const auto openAs = [](const std::string& path, int descriptor) {
+            ::dup2(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), descriptor);
+        };
+        openAs(how.output.empty() ? mFolder.Path("output") : how.output, 1);
+        if (terminal >= 0) {
+            ::dup2(terminal, 2);
+        } else {
+            openAs(mFolder.Path("errors"), 2);
+        }
+        const rlimit limit{how.fileLimit, how.fileLimit};
+        if (how.fileLimit > 0) ::setrlimit(RLIMIT_FSIZE, &limit);
+        if (::chdir(how.folder.c_str()) != 0) ::_exit(126);
+        ::setenv("DBGD_DISABLE", "1", 1);
+        std::vector<char*> words{const_cast<char*>(how.program.c_str())};
+        for (std::string& argument : arguments) {
+            words.push_back(argument.data());
+        }
+        words.push_back(nullptr);
+        ::execvp(how.program.c_str(), words.data());
+        ::_exit(127);
+    }
+    void DrainTerminal()
+    {
+        char bytes[4096];
+        pollfd state{mhTerminal, POLLIN, 0};
+        while (mhTerminal >= 0 && ::poll(&state, 1, 0) == 1 && (state.revents & POLLIN) != 0) {
+            const ssize_t count = ::read(mhTerminal, bytes, sizeof bytes);
+            if (count <= 0) return;
+            msTerminal.append(bytes, static_cast<size_t>(count));
+        }
+    }
+
+    tcFolder mFolder;
+    pid_t mnProcess = 0;
+    int mnExit = -1;
+    int mhTerminal = -1;
+    std::string msTerminal;
+};
+
+// A camera that answers each message with the bytes laid down for its id, and is silent otherwise.
+// Knows a sensor of 8 columns and 4 rows and an exposure of 5 ms from the start.
+//
+// Threads: answers on one of its own until it is destroyed; Saw on any.
+class tcActor
+{
+public:
+    explicit tcActor(std::map<uint32_t, std::string> answers = {})
+    {
+        maAnswers = {{0x34, HardwareAnswer(4, 8)}, {0x30, MessageBytes(0x60, LittleEndian(5, 4))}};
+        for (auto& [id, bytes] : answers) {
+            maAnswers[id] = bytes;
+        }
+        mThread = std::thread([this] { Act(); });
+    }
+    ~tcActor()
+    {
+        mbStop = true;
+        mThread.join();
+    }
+    tcActor(const tcActor&) = delete;
+    tcActor& operator=(const tcActor&) = delete;
+
+    std::string Target() const { return "127.0.0.1:" + std::to_string(mCamera.Port()); }
+    bool Saw(uint32_t id) const { return maSeen[id & 0xFF]; }
+
+private:
+    void Act()
+    {
+        constexpr std::chrono::milliseconds step(20);
+        while (!mbStop && !mCamera.Accept(step)) {
+        }
+        std::string bytes;
+        while (!mbStop) {
+            bytes += mCamera.Read(1, step);
+            if (bytes.empty() || !IsWhole(bytes)) continue;
+            const uint32_t id = IdOf(bytes);
+            bytes.clear();
+            maSeen[id & 0xFF] = true;
+            auto answer = maAnswers.find(id);
+            if (answer != maAnswers.end()) mCamera.Send(answer->second);
+        }
+    }
+    static bool IsWhole(const std::string& bytes)
+    {
+        if (bytes.size() < 12) return false;
+        const auto* raw = reinterpret_cast<const uint8_t*>(bytes.data());
+        return bytes.size() == 12u + (raw[2] | raw[3] << 8);
+    }
+
+    tcScriptedCamera mCamera;
+    std::map<uint32_t, std::string> maAnswers;
+    std::atomic<bool> maSeen[256] = {};
+    std::atomic<bool> mbStop{false};
+    std::thread mThread;
+};
+
+// A frame of `columns` x `rows` with pixels 100, 101, 102, ...
+inline tsFrame SmallFrame(int columns, int rows, int bits = 16)
+{
+    tsFrame frame;
+    frame.index = 1;
+    frame.bits = bits;
+    frame.area = frame.sensorArea = {0, 0, columns, rows};
+    for (int i = 0; i < columns * rows; ++i) {
+        if (bits == 16) {
+            frame.pixels16.push_back(static_cast<uint16_t>(100 + i));
+        } else {
+            frame.pixels32.push_back(static_cast<uint32_t>(100 + i));
+        }
+    }
+    return frame;
+}
+
+#endif

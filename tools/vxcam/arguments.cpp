@@ -1,0 +1,184 @@
+#include "arguments.h"
+
+#include "failure.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+namespace {
+
+struct tsUnit {
+    const char* name;
+    double milliseconds;
+};
+constexpr tsUnit gaUnits[] = {
+    {"", 1000.0}, {"ms", 1.0}, {"s", 1000.0}, {"min", 60000.0}, {"h", 3600000.0}};
+constexpr double gnLongest = std::numeric_limits<uint32_t>::max(); // ms, what a camera can be told
+constexpr int gnUsualDigits = 4;
+constexpr int gnMostDigits = 9;
+
+[[noreturn]] void Refuse(const std::string& what, const std::string& text, const std::string& why)
+{
+    throw tcFailure(eExitUsage, what + " '" + text + "': " + why);
+}
+
+// The whole of the text as decimal digits.
+bool WholeNumber(const std::string& text, int* number)
+{
+    const char* const end = text.data() + text.size();
+    auto [rest, error] = std::from_chars(text.data(), end, *number);
+    return error == std::errc() && rest == end && text[0] != '-';
+}
+
+std::vector<std::string> Split(const std::string& text, char delimiter)
+{
+    std::vector<std::string> parts{""};
+    for (char c : text) {
+        if (c == delimiter) {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
+    }
+    return parts;
+}
+
+std::string Numbered(int number, int digits, bool zeros)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, zeros ? "%0*d" : "%*d", digits, number);
+    return text;
+}
+
+// One name: the pattern with the number in place of its conversion, and whether it had one.
+std::string Expand(const std::string& pattern, int number, bool* numbered)
+{
+    std::string name;
+    *numbered = false;
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        if (pattern[i] != '%') {
+            name += pattern[i];
+            continue;
+        }
+        if (++i < pattern.size() && pattern[i] == '%') {
+            name += '%';
+            continue;
+        }
+        const bool zeros = i < pattern.size() && pattern[i] == '0';
+        int digits = 0;
+        while (i < pattern.size() && pattern[i] >= '0' && pattern[i] <= '9') {
+            digits = digits * 10 + (pattern[i++] - '0');
+            if (digits > gnMostDigits) Refuse("file name", pattern, "at most 9 digits");
+        }
+        if (i >= pattern.size() || pattern[i] != 'd') {
+            Refuse("file name", pattern, "write %d or %04d for the frame's number, %% for a %");
+        }
+        if (*numbered) Refuse("file name", pattern, "it has two places for the number");
+        *numbered = true;
+        name += Numbered(number, digits, zeros);
+    }
+    return name;
+}
+
+size_t ExtensionStart(const std::string& path)
+{
+    const size_t slash = path.rfind('/');
+    const size_t start = slash == std::string::npos ? 0 : slash + 1;
+    const size_t dot = path.rfind('.');
+    return dot == std::string::npos || dot <= start ? path.size() : dot;
+}
+
+} // namespace
+
+std::chrono::milliseconds ParseDuration(const std::string& text)
+{
+    const char* const end = text.data() + text.size();
+    double number = 0;
+    auto [rest, error] = std::from_chars(text.data(), end, number, std::chars_format::fixed);
+    if (error != std::errc() || !std::isfinite(number)) {
+        Refuse("time", text, "write a number with ms, s, min or h, like 500ms");
+    }
+    const std::string unit(rest, end);
+    for (const tsUnit& known : gaUnits) {
+        if (unit != known.name) continue;
+        const double milliseconds = std::round(number * known.milliseconds);
+        if (number < 0) Refuse("time", text, "it cannot be negative");
+        if (milliseconds > gnLongest) Refuse("time", text, "at most 4294967295 ms");
+        if (milliseconds == 0 && number > 0) Refuse("time", text, "the finest step is 1 ms");
+        return std::chrono::milliseconds(static_cast<int64_t>(milliseconds));
+    }
+    Refuse("time", text, "the unit is none of ms, s, min and h");
+}
+
+tsArea ParseArea(const std::string& text)
+{
+    std::array<int, 4> numbers{};
+    const std::vector<std::string> parts = Split(text, ',');
+    if (parts.size() != numbers.size()) Refuse("area", text, "write x,y,width,height");
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        if (!WholeNumber(parts[i], &numbers[i]) || numbers[i] > 65535) {
+            Refuse("area", text, "its four numbers are 0 to 65535");
+        }
+    }
+    if (numbers[2] == 0 || numbers[3] == 0) Refuse("area", text, "it is empty");
+    return {numbers[0], numbers[1], numbers[2], numbers[3]};
+}
+
+tsSize ParseSize(const std::string& text)
+{
+    const std::vector<std::string> parts = Split(text, 'x');
+    int columns = 0, rows = 0;
+    if (parts.size() != 2 || !WholeNumber(parts[0], &columns) || !WholeNumber(parts[1], &rows)) {
+        Refuse("size", text, "write columns and rows, like 2048x2048");
+    }
+    if (columns < 1 || rows < 1 || columns > 65534 || rows > 65534) {
+        Refuse("size", text, "columns and rows are 1 to 65534");
+    }
+    return {static_cast<uint16_t>(columns), static_cast<uint16_t>(rows)};
+}
+
+tsTarget ParseTarget(const std::string& text)
+{
+    if (text == "sim") return {};
+    const std::vector<std::string> parts = Split(text, ':');
+    int port = 0;
+    if (parts.size() != 2 || parts[0].empty() || parts[1].empty()) {
+        Refuse("target", text, "write HOST:PORT, or sim for a simulated camera");
+    }
+    if (!WholeNumber(parts[1], &port) || port < 1 || port > 65535) {
+        Refuse("target", text, "the port is 1 to 65535");
+    }
+    return {false, parts[0], static_cast<uint16_t>(port)};
+}
+
+std::string DurationText(std::chrono::milliseconds duration)
+{
+    const double seconds = static_cast<double>(duration.count()) / 1000.0;
+    char text[64];
+    if (duration.count() < 1000) {
+        std::snprintf(text, sizeof text, "%lld ms", static_cast<long long>(duration.count()));
+    } else if (seconds < 120) {
+        std::snprintf(text, sizeof text, "%.4g s", seconds);
+    } else {
+        std::snprintf(text, sizeof text, "%.4g min", seconds / 60);
+    }
+    return text;
+}
+
+std::vector<std::string> FileNames(const std::string& pattern, int count)
+{
+    if (pattern.empty()) Refuse("file name", pattern, "it is empty");
+    std::vector<std::string> names;
+    for (int number = 1; number <= count; ++number) {
+        bool numbered = false;
+        std::string name = Expand(pattern, number, &numbered);
+        if (!numbered && count > 1) {
+            name.insert(ExtensionStart(name), "-" + Numbered(number, gnUsualDigits, true));
+        }
+        names.push_back(name);
+    }
+    return names;
+}

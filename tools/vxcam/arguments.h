@@ -1,0 +1,48 @@
+// What stands on the command line, and what it means. All functions throw tcFailure with
+// eExitUsage and a text that names the value.
+#ifndef ARGUMENTS_H
+#define ARGUMENTS_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Part of the sensor, in sensor pixels.
+struct tsArea {
+    int firstColumn = 0, firstRow = 0, columns = 0, rows = 0;
+};
+
+struct tsSize {
+    uint16_t columns = 0, rows = 0;
+};
+
+// Where the camera is: the embedded simulated one, or a host and a TCP port.
+struct tsTarget {
+    bool simulated = true;
+    std::string host;
+    uint16_t port = 0;
+};
+
+// "500ms", "2s", "0.5", "1min", "1h": a number and a unit, seconds without one. Rounded to whole
+// milliseconds, at most 4294967295 of them; a time that rounds to 0 must be 0.
+std::chrono::milliseconds ParseDuration(const std::string& text);
+
+// "x,y,w,h", 0 to 65535 each, w and h at least 1.
+tsArea ParseArea(const std::string& text);
+
+// "2048x1024": columns, rows.
+tsSize ParseSize(const std::string& text);
+
+// "sim" or "HOST:PORT", the host a name or a dotted IPv4 address.
+tsTarget ParseTarget(const std::string& text);
+
+// "1.5 s", "20 ms", "2 min": for people.
+std::string DurationText(std::chrono::milliseconds duration);
+
+// The names of `count` files. One %d in it (or %4d, or %04d for zeros in front)
+// stands for the frame's number from 1, %% for a percent sign. Without one, several files get
+// "-0001" and so on in front of the extension.
+std::vector<std::string> FileNames(const std::string& pattern, int count);
+
+#endif

@@ -1,0 +1,194 @@
+#include "program.h"
+
+#include "failure.h"
+#include "interrupt.h"
+#include "report.h"
+#include "vxcamiface.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr const char* gsExitCodes = "Exit codes: 0 done, 1 usage, 2 no camera, 3 time-out, "
+                                    "4 camera error, 5 file error, 130 interrupted.";
+constexpr double gnLeastTimeScale = 0.001, gnMostTimeScale = 1e6;
+
+void PrintError(const std::string& text)
+{
+    std::string line = "vxcam: " + text;
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+std::string VersionText()
+{
+    const int library = VXGetDllVersion();
+    return "vxcam " VXCAM_VERSION " (library " + std::to_string(library >> 16) + ", build " +
+           std::to_string(library & 0xFFFF) + ")";
+}
+
+std::string OverviewText()
+{
+    std::string text = "vxcam - drives cameras from the command line\n\n"
+                       "Usage: vxcam VERB [OPTIONS] [TARGET]\n\nVerbs:\n";
+    for (const tsVerb& verb : Verbs()) {
+        text += "  " + std::string(verb.name) +
+                std::string(8 - std::string(verb.name).size(), ' ') + verb.summary + "\n";
+    }
+    text += "\nA TARGET is HOST:PORT, or sim for a simulated camera that lives as long as the\n"
+            "command; sim is what is taken without one.\n\n"
+            "vxcam VERB --help tells about a verb, vxcam --version the version.\n\n";
+    return text + gsExitCodes;
+}
+
+const tsVerb& FindVerb(const std::string& name)
+{
+    for (const tsVerb& verb : Verbs()) {
+        if (name == verb.name) return verb;
+    }
+    const bool isOption = !name.empty() && name[0] == '-';
+    throw tcFailure(eExitUsage, std::string(isOption ? "unknown option '" : "unknown verb '") +
+                                    name + "' (vxcam --help lists the verbs)");
+}
+
+// False when the help was asked for, and printed.
+bool Parse(const tsVerb& verb, tcVerb& run, std::vector<std::string> arguments)
+{
+    const std::string name = std::string("vxcam ") + verb.name;
+    CLI::App app(name + " - " + verb.summary + "\n", name);
+    app.footer(std::string("Examples:\n") + verb.examples + "\n\n" + gsExitCodes);
+    run.Declare(app);
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        app.parse(arguments);
+    } catch (const CLI::CallForHelp&) {
+        std::string help = app.help();
+        while (!help.empty() && help.back() == '\n') {
+            help.pop_back();
+        }
+        PrintLine(help);
+        return false;
+    } catch (const CLI::ParseError& error) {
+        throw tcFailure(eExitUsage,
+                        std::string(error.what()) + " (see vxcam " + verb.name + " --help)");
+    }
+    return true;
+}
+
+void AddError(nlohmann::ordered_json* document, int code, const std::string& text)
+{
+    (*document)["error"]["exit_code"] = code;
+    (*document)["error"]["text"] = text;
+}
+
+int RunVerb(const tsVerb& verb, const std::vector<std::string>& arguments)
+{
+    std::unique_ptr<tcVerb> run = verb.make();
+    int code = eExitDone;
+    std::string text;
+    try {
+        if (Parse(verb, *run, arguments)) run->Run();
+        return eExitDone;
+    } catch (const tcFailure& failure) {
+        code = failure.Code();
+        text = failure.what();
+    } catch (const std::bad_alloc&) {
+        code = eExitCamera;
+        text = "not enough memory";
+    }
+    PrintError(text);
+    if (run->WantsJson() && code != eExitUsage) {
+        nlohmann::ordered_json document = run->Document();
+        AddError(&document, code, text);
+        try {
+            PrintDocument(document);
+        } catch (const tcFailure&) {
+            // Standard output was the trouble already, or is now one more.
+        }
+    }
+    return code;
+}
+
+int RunHelp(const std::vector<std::string>& arguments)
+{
+    if (arguments.empty()) {
+        PrintLine(OverviewText());
+        return eExitDone;
+    }
+    return RunVerb(FindVerb(arguments[0]), {"--help"});
+}
+
+int Dispatch(std::vector<std::string> arguments)
+{
+    if (arguments.empty()) {
+        throw tcFailure(eExitUsage, "a verb is missing (vxcam --help lists the verbs)");
+    }
+    const std::string first = arguments[0];
+    arguments.erase(arguments.begin());
+    if (first == "--help" || first == "-h" || first == "help") return RunHelp(arguments);
+    if (first == "--version") {
+        PrintLine(VersionText());
+        return eExitDone;
+    }
+    return RunVerb(FindVerb(first), arguments);
+}
+
+} // namespace
+
+const std::vector<tsVerb>& Verbs()
+{
+    static const std::vector<tsVerb>& verbs = *new std::vector<tsVerb>{
+        {"grab", "expose, read out and save images", gsGrabExamples, MakeGrab},
+        {"ping", "measure how fast a camera answers", gsPingExamples, MakePing},
+    };
+    return verbs;
+}
+
+void DeclareCommon(CLI::App& app, tsCommonOptions* options)
+{
+    app.add_option("TARGET", options->target, "HOST:PORT, or sim for a simulated camera")
+        ->type_name("")
+        ->capture_default_str();
+    app.add_flag("-q,--quiet", options->quiet, "print nothing but errors");
+    app.add_flag("-v,--verbose", options->verbose, "let the library print its error log");
+    const char* const group = "Simulated camera";
+    app.add_option("--sim-sensor", options->simSensor, "columns and rows")
+        ->type_name("SIZE")
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--sim-seed", options->sim.seed, "another number, another sky")
+        ->type_name("NUMBER")
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--sim-time-scale", options->sim.timeScale,
+                   "10 lets its clock run 10 times as fast")
+        ->type_name("FACTOR")
+        ->check(CLI::Range(gnLeastTimeScale, gnMostTimeScale))
+        ->capture_default_str()
+        ->group(group);
+}
+
+std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options)
+{
+    const tsTarget target = ParseTarget(options->target);
+    options->sim.sensor = ParseSize(options->simSensor);
+    // The errors that matter to the user come out as vxcam's own.
+    if (!options->verbose) ::setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 0);
+    return std::make_unique<tcSession>(target, options->sim);
+}
+
+int RunProgram(std::vector<std::string> arguments)
+{
+    CatchSignals();
+    try {
+        return Dispatch(std::move(arguments));
+    } catch (const tcFailure& failure) {
+        PrintError(failure.what());
+        return failure.Code();
+    } catch (const std::exception& error) {
+        PrintError(error.what());
+        return eExitCamera;
+    }
+}

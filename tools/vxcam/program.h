@@ -1,0 +1,60 @@
+// The program as a whole: its verbs and how they are called.
+#ifndef PROGRAM_H
+#define PROGRAM_H
+
+#include "tcSession.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+// One verb: declares its options, then runs. A new verb is a class of its own in a file of its own,
+// and a row of gaVerbs.
+class tcVerb
+{
+public:
+    virtual ~tcVerb() = default;
+    virtual void Declare(CLI::App& app) = 0;
+    virtual void Run() = 0; // throws tcFailure
+    // With --json, a document about a run that failed; null when the verb has nothing to say.
+    virtual nlohmann::ordered_json Document() const { return nullptr; }
+    bool WantsJson() const { return mbJson; }
+
+protected:
+    bool mbJson = false;
+};
+
+struct tsVerb {
+    const char* name;
+    const char* summary;
+    const char* examples; // behind the help
+    std::unique_ptr<tcVerb> (*make)();
+};
+extern const std::vector<tsVerb>& Verbs();
+
+// Options that many verbs share.
+struct tsCommonOptions {
+    std::string target = "sim";
+    std::string simSensor = "2048x2048";
+    tsSimChoice sim;
+    bool quiet = false;
+    bool verbose = false;
+};
+// Declares the target, --quiet, --verbose and the options of the simulated camera.
+void DeclareCommon(CLI::App& app, tsCommonOptions* options);
+// Opens the camera that the options name. Throws tcFailure.
+std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options);
+
+// The arguments without the program's name. Prints, and returns the exit code.
+int RunProgram(std::vector<std::string> arguments);
+
+std::unique_ptr<tcVerb> MakeGrab();
+std::unique_ptr<tcVerb> MakePing();
+
+extern const char* const gsGrabExamples;
+extern const char* const gsPingExamples;
+
+#endif

@@ -1,0 +1,21 @@
+// What a run prints on standard output.
+#ifndef REPORT_H
+#define REPORT_H
+
+#include "tcFrameWriter.h"
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+// What is known about a frame on disk.
+nlohmann::ordered_json FrameDocument(const tsWrittenFrame& written);
+
+// The same for people, in one or two lines without the last line's end.
+std::string FrameText(const tsWrittenFrame& written, std::chrono::milliseconds exposure);
+
+// Throw tcFailure with eExitFile when standard output takes no more.
+void PrintDocument(const nlohmann::ordered_json& document);
+void PrintLine(const std::string& text);
+
+#endif

@@ -1,0 +1,33 @@
+// A line on standard error that says how far things are.
+#ifndef TCPROGRESS_H
+#define TCPROGRESS_H
+
+#include <chrono>
+#include <string>
+
+// The line itself, at most `width` characters: label, bar, text.
+std::string ProgressLine(const std::string& label, double fraction, const std::string& text,
+                         int width);
+
+// Draws nothing when standard error is no terminal. Wipes its line when it goes.
+//
+// Threads: one.
+class tcProgress
+{
+public:
+    explicit tcProgress(bool wanted);
+    ~tcProgress() { Clear(); }
+    tcProgress(const tcProgress&) = delete;
+    tcProgress& operator=(const tcProgress&) = delete;
+
+    // fraction: 0 to 1. At most 20 times a second, calls between are dropped.
+    void Show(const std::string& label, double fraction, const std::string& text);
+    void Clear();
+
+private:
+    bool mbDrawn;
+    bool mbShown = false;
+    std::chrono::steady_clock::time_point mLast;
+};
+
+#endif

@@ -1,0 +1,241 @@
+#include "tcSession.h"
+
+#include "failure.h"
+#include "interrupt.h"
+#include "tcSimServer.h"
+#include "vxcamiface.h"
+
+#include <map>
+
+namespace {
+
+constexpr double gnHeartBeatUnits = 10.0; // in a degree Celsius
+constexpr double gnSimHeartBeat = 0.2;    // seconds; a short run shall have a temperature, too
+constexpr uint16_t gnUnknownSize = 65535;
+
+// Sessions by handle, for the callbacks. Never destroyed: the camera's thread may still run at
+// exit.
+struct tsSessions {
+    std::mutex lock;
+    std::map<int, tcSession*> byHandle;
+};
+
+tsSessions& Sessions()
+{
+    static tsSessions& sessions = *new tsSessions;
+    return sessions;
+}
+
+tcSession* FindSession(int handle)
+{
+    std::lock_guard<std::mutex> lock(Sessions().lock);
+    auto found = Sessions().byHandle.find(handle);
+    return found == Sessions().byHandle.end() ? nullptr : found->second;
+}
+
+} // namespace
+
+tcSession::tcSession(const tsTarget& target, const tsSimChoice& choice)
+{
+    tsTarget where = target;
+    if (target.simulated) {
+        StartSimulator(choice, &where);
+        msName = "simulated camera";
+    } else {
+        msName = target.host + ":" + std::to_string(target.port);
+    }
+    Open(where);
+    try {
+        Register();
+        ReadSensor();
+    } catch (...) {
+        Close();
+        throw;
+    }
+}
+
+tcSession::~tcSession()
+{
+    Close();
+}
+
+void tcSession::StartSimulator(const tsSimChoice& choice, tsTarget* target)
+{
+    tsSimOptions options;
+    options.columns = choice.sensor.columns;
+    options.rows = choice.sensor.rows;
+    options.seed = choice.seed;
+    options.timeScale = choice.timeScale;
+    options.heartbeatSeconds = gnSimHeartBeat;
+    mnTimeScale = choice.timeScale;
+    try {
+        mpSimulator = std::make_unique<tcSimServer>(options);
+    } catch (const std::runtime_error& error) {
+        throw tcFailure(eExitUsage, error.what());
+    }
+    try {
+        target->port = mpSimulator->Start();
+    } catch (const std::runtime_error& error) {
+        throw tcFailure(eExitNoCamera, std::string("no simulated camera: ") + error.what());
+    }
+    target->host = options.bind;
+}
+
+void tcSession::Open(const tsTarget& target)
+{
+    tcQuickExit quickExit;
+    mnHandle = VXOpenENetCamera(target.host.c_str(), target.port);
+    if (mnHandle < 0) {
+        throw tcFailure(eExitNoCamera, "no camera answers at " + target.host + ":" +
+                                           std::to_string(target.port) +
+                                           ", or it serves somebody else");
+    }
+}
+
+void tcSession::Register()
+{
+    {
+        std::lock_guard<std::mutex> lock(Sessions().lock);
+        Sessions().byHandle[mnHandle] = this;
+    }
+    VXSetImageDataCallback(mnHandle, ImageCallback);
+    VXSetHeartBeatCallback(mnHandle, HeartBeatCallback);
+    VXSetErrorCallback(mnHandle, ErrorCallback);
+}
+
+void tcSession::ReadSensor()
+{
+    tcQuickExit quickExit;
+    TVXCameraHardware hardware{};
+    int size = sizeof hardware;
+    Require(VXGetCameraHardwareInfo(mnHandle, &hardware, &size), "hardware information");
+    mtSensor.columns = hardware.Columns;
+    mtSensor.rows = hardware.Rows;
+    if (hardware.Columns == 0 || hardware.Columns == gnUnknownSize || hardware.Rows == 0 ||
+        hardware.Rows == gnUnknownSize) {
+        throw tcFailure(eExitCamera, "the camera does not tell the size of its sensor");
+    }
+}
+
+void tcSession::Close()
+{
+    if (mnHandle >= 0) {
+        VXCloseCamera(mnHandle);
+        std::lock_guard<std::mutex> lock(Sessions().lock);
+        Sessions().byHandle.erase(mnHandle);
+    }
+    mnHandle = -1;
+    if (mpSimulator) mpSimulator->Stop();
+}
+
+void tcSession::Require(int result, const char* operation) const
+{
+    if (result == eVXOk) return;
+    ThrowCameraError();
+    const std::string text = operation;
+    if (result == eVXTimeout) throw tcFailure(eExitTimeout, text + ": the camera does not answer");
+    throw tcFailure(eExitCamera, text + ": the command failed (" + std::to_string(result) + ")");
+}
+
+std::chrono::milliseconds tcSession::RoundTrip()
+{
+    long milliseconds = 0;
+    Require(VXGetExposureTime(mnHandle, &milliseconds), "exposure time");
+    ThrowCameraError();
+    return std::chrono::milliseconds(milliseconds);
+}
+
+void tcSession::ThrowCameraError() const
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    if (!msError.empty()) throw tcFailure(eExitCamera, msError);
+}
+
+bool tcSession::HasCameraError() const
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    return !msError.empty();
+}
+
+std::optional<double> tcSession::Temperature() const
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    return mTemperature;
+}
+
+std::optional<double> tcSession::Temperature(std::chrono::steady_clock::time_point deadline) const
+{
+    std::unique_lock<std::mutex> lock(mLock);
+    mChanged.wait_until(lock, deadline, [this] { return mTemperature.has_value(); });
+    return mTemperature;
+}
+
+void tcSession::OnImage(tpImageHandler handler)
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    mImageHandler = std::move(handler);
+}
+
+void tcSession::WaitForNews(std::chrono::milliseconds most)
+{
+    std::unique_lock<std::mutex> lock(mLock);
+    mChanged.wait_for(lock, most, [this] { return mbNews; });
+    mbNews = false;
+}
+
+void tcSession::Wake()
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    mbNews = true;
+    mChanged.notify_all();
+}
+
+std::optional<uint64_t> tcSession::SimulatorSum(int frame) const
+{
+    if (!mpSimulator) return std::nullopt;
+    const std::vector<tsSimFrame> frames = mpSimulator->Frames();
+    for (auto known = frames.rbegin(); known != frames.rend(); ++known) {
+        if (known->frame == static_cast<uint32_t>(frame) && known->complete) {
+            return known->pixelSum;
+        }
+    }
+    return std::nullopt;
+}
+
+void tcSession::ImageCallback(int handle, tsImageData* image)
+{
+    tcSession* const session = FindSession(handle);
+    if (session == nullptr) return;
+    tpImageHandler handler;
+    {
+        std::lock_guard<std::mutex> lock(session->mLock);
+        handler = session->mImageHandler;
+    }
+    if (handler) handler(*image);
+    session->Wake();
+}
+
+void tcSession::HeartBeatCallback(int handle, tsHeartBeatData* heartbeat)
+{
+    tcSession* const session = FindSession(handle);
+    if (session == nullptr) return;
+    {
+        std::lock_guard<std::mutex> lock(session->mLock);
+        session->mTemperature = static_cast<int16_t>(heartbeat->CCDTemp) / gnHeartBeatUnits;
+    }
+    session->Wake();
+}
+
+void tcSession::ErrorCallback(int handle, unsigned char code, unsigned char subCode, char* text)
+{
+    tcSession* const session = FindSession(handle);
+    if (session == nullptr) return;
+    {
+        std::lock_guard<std::mutex> lock(session->mLock);
+        if (session->msError.empty()) {
+            session->msError = "the camera reports error " + std::to_string(code) + "-" +
+                               std::to_string(subCode) + ": " + (text != nullptr ? text : "");
+        }
+    }
+    session->Wake();
+}

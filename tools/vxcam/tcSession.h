@@ -1,0 +1,101 @@
+// One camera, opened: the embedded simulated one or one on the network.
+#ifndef TCSESSION_H
+#define TCSESSION_H
+
+#include "arguments.h"
+#include "vxcamtypes.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+class tcSimServer;
+
+// The embedded simulated camera.
+struct tsSimChoice {
+    tsSize sensor{2048, 2048};
+    uint64_t seed = 1;
+    double timeScale = 1.0;
+};
+
+// An open camera and what it tells unasked. Closes itself.
+//
+// Threads: all on the main one; the callbacks run on the camera's.
+// Locks: its own, never held while calling the library or the image handler.
+// Owns: the handle, and the simulated camera if there is one.
+class tcSession
+{
+public:
+    using tpImageHandler = std::function<void(const tsImageData&)>;
+
+    // Opens the camera. Throws tcFailure: eExitNoCamera when that fails, eExitCamera when the
+    // camera does not tell its size.
+    tcSession(const tsTarget& target, const tsSimChoice& choice);
+    ~tcSession();
+    tcSession(const tcSession&) = delete;
+    tcSession& operator=(const tcSession&) = delete;
+
+    // Closes the camera; no callback comes any more. Harmless when repeated.
+    void Close();
+
+    int Handle() const { return mnHandle; }
+    tsArea Sensor() const { return mtSensor; }
+    double TimeScale() const { return mnTimeScale; } // camera time by wall-clock time
+    std::string Name() const { return msName; }
+
+    // Throws what a result other than 0 stands for: eExitTimeout or eExitCamera.
+    void Require(int result, const char* operation) const;
+
+    // Has the camera answer once, so that all its complaints about earlier commands have arrived,
+    // and throws the first of them. Returns the exposure that the camera has set.
+    std::chrono::milliseconds RoundTrip();
+    void ThrowCameraError() const;
+    bool HasCameraError() const;
+
+    // What the last heartbeat said, in degrees Celsius; nothing before the first. The second form
+    // waits for one until `deadline`.
+    std::optional<double> Temperature() const;
+    std::optional<double> Temperature(std::chrono::steady_clock::time_point deadline) const;
+
+    // Called with each finished frame on the camera's thread; must not throw.
+    void OnImage(tpImageHandler handler);
+
+    // Returns at once when a frame, a heartbeat or an error has come since the last call, else when
+    // one comes, at the latest after `most`.
+    void WaitForNews(std::chrono::milliseconds most);
+    void Wake(); // ends a WaitForNews; on any thread
+
+    // The simulated camera's own sum of the pixels of a frame of its last readout; nothing when the
+    // camera is none or the frame is not known.
+    std::optional<uint64_t> SimulatorSum(int frame) const;
+
+private:
+    static void ImageCallback(int handle, tsImageData* image);
+    static void HeartBeatCallback(int handle, tsHeartBeatData* heartbeat);
+    static void ErrorCallback(int handle, unsigned char code, unsigned char subCode, char* text);
+    void StartSimulator(const tsSimChoice& choice, tsTarget* target);
+    void Open(const tsTarget& target);
+    void Register();
+    void ReadSensor();
+
+    std::unique_ptr<tcSimServer> mpSimulator;
+    std::string msName;
+    int mnHandle = -1;
+    double mnTimeScale = 1.0;
+    tsArea mtSensor;
+
+    mutable std::mutex mLock;
+    mutable std::condition_variable mChanged;
+    bool mbNews = false;
+    std::optional<double> mTemperature;
+    std::string msError; // the first one
+    tpImageHandler mImageHandler;
+};
+
+#endif
