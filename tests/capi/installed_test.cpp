@@ -1,0 +1,170 @@
+// What an application sees of an installed tree: pkg-config, CMake package, headers and README.
+#include "shell.h"
+#include "tcSimServer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The first block of that language in the README.
+std::string ReadmeBlock(const std::string& language)
+{
+    std::string text = ReadFile(VX_SOURCE_DIR "/README.md");
+    size_t begin = text.find("\n```" + language + "\n");
+    if (begin == std::string::npos) return "";
+    begin = text.find('\n', begin + 1) + 1;
+    return text.substr(begin, text.find("\n```", begin) + 1 - begin);
+}
+
+class Installed : public ::testing::Test
+{
+protected:
+    Installed()
+    {
+        std::string pattern = (fs::temp_directory_path() / "vxcamiface-XXXXXX").string();
+        msFolder = mkdtemp(pattern.data());
+        setenv("PKG_CONFIG_PATH", VX_PREFIX "/" VX_LIBDIR "/pkgconfig", 1);
+        setenv("LD_LIBRARY_PATH", VX_PREFIX "/" VX_LIBDIR, 1);
+    }
+    ~Installed() override { fs::remove_all(msFolder); }
+
+    void Write(const std::string& name, const std::string& text)
+    {
+        std::ofstream(msFolder + "/" + name) << text;
+    }
+
+    // Runs a command in the test's folder; a failure shows its output.
+    std::string Run(const std::string& command)
+    {
+        int status = -1;
+        std::string output = Output("cd " + msFolder + " && " + command + " 2>&1", &status);
+        EXPECT_EQ(status, 0) << command << "\n" << output;
+        return output;
+    }
+
+    std::string msFolder;
+};
+
+struct tsGreyMap {
+    unsigned columns = 0, rows = 0;
+    uint64_t sum = 0;
+};
+
+// A PGM file of 16 bits a pixel.
+tsGreyMap ReadGreyMap(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::string magic;
+    unsigned maximum = 0;
+    tsGreyMap map;
+    file >> magic >> map.columns >> map.rows >> maximum;
+    EXPECT_EQ(magic, "P5");
+    EXPECT_EQ(maximum, 65535u);
+    file.get();
+    std::string bytes((std::istreambuf_iterator<char>(file)), {});
+    EXPECT_EQ(bytes.size(), size_t{2} * map.columns * map.rows);
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        map.sum += static_cast<uint8_t>(bytes[i]) * (i % 2 == 0 ? 256u : 1u);
+    }
+    return map;
+}
+
+} // namespace
+
+TEST_F(Installed, ReadmeProgramTakesAnImage)
+{
+    std::string command = Trim(ReadmeBlock("sh link"));
+    ASSERT_THAT(command, ::testing::StartsWith("cc "));
+    Write("grab.c", ReadmeBlock("c"));
+    Run(command + " -Wall -Wextra -Wpedantic -Werror " VX_SANITIZE_FLAGS);
+
+    tsSimOptions options;
+    options.columns = 200;
+    options.rows = 100;
+    options.timeScale = 100;
+    tcSimServer sim(options);
+    unsigned port = sim.Start();
+    Run("timeout 30 ./grab 127.0.0.1 " + std::to_string(port));
+
+    tsGreyMap map = ReadGreyMap(msFolder + "/image.pgm");
+    std::vector<tsSimFrame> frames = sim.Frames();
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(map.columns, 200u);
+    EXPECT_EQ(map.rows, 100u);
+    EXPECT_EQ(map.sum, frames[0].pixelSum);
+    EXPECT_GT(map.sum, 0u);
+}
+
+TEST_F(Installed, ReadmeProgramSaysThatThereIsNoCamera)
+{
+    Write("grab.c", ReadmeBlock("c"));
+    Run(Trim(ReadmeBlock("sh link")) + " " VX_SANITIZE_FLAGS);
+    Run("TCLOG_SUPPRESS_ERR_CONSOLE=1 ./grab 127.0.0.1 1; test $? = 1");
+}
+
+TEST_F(Installed, ReadmeProjectFindsThePackage)
+{
+    Write("CMakeLists.txt", ReadmeBlock("cmake"));
+    Write("grab.c", ReadmeBlock("c"));
+    Run("cmake -S . -B build -DCMAKE_PREFIX_PATH=" VX_PREFIX " -DCMAKE_C_FLAGS='" VX_SANITIZE_FLAGS
+        "' && cmake --build build");
+    Run("./build/grab; test $? = 1");
+}
+
+TEST_F(Installed, PackageRefusesAnotherMajorVersion)
+{
+    Write("CMakeLists.txt", "cmake_minimum_required(VERSION 3.25)\nproject(other LANGUAGES C)\n"
+                            "find_package(vxcamiface 3.0 REQUIRED)\n"
+                            "find_package(vxcamiface 4 QUIET)\n"
+                            "message(STATUS \"found four: ${vxcamiface_FOUND}\")\n");
+    EXPECT_THAT(Run("cmake -S . -B build -DCMAKE_PREFIX_PATH=" VX_PREFIX),
+                ::testing::HasSubstr("found four: 0"));
+}
+
+TEST_F(Installed, CxxProgramCanDeriveACamera)
+{
+    std::string command =
+        "c++ -std=c++17 -Wall -Wextra -Werror " VX_SOURCE_DIR "/tests/capi/consumer.cpp "
+        "$(pkg-config --cflags --libs vxcamiface) " VX_SANITIZE_FLAGS " -o consumer";
+    Run(command);
+    Run("./consumer");
+}
+
+TEST_F(Installed, PkgConfigTellsTheVersion)
+{
+    EXPECT_EQ(Trim(Run("pkg-config --modversion vxcamiface")), "3.0.7");
+}
+
+TEST_F(Installed, HeadersLieFlatAndAreThePublicOnes)
+{
+    std::set<std::string> found, expected;
+    for (const auto& entry : fs::directory_iterator(VX_PREFIX "/include/vxcamiface")) {
+        found.insert(entry.path().filename());
+    }
+    for (const std::string& header : Split(VX_PUBLIC_HEADERS, ':')) {
+        expected.insert(fs::path(header).filename());
+    }
+    EXPECT_EQ(found, expected);
+}
+
+TEST_F(Installed, LibraryHasItsLinkNames)
+{
+    std::string folder = VX_PREFIX "/" VX_LIBDIR "/";
+    EXPECT_EQ(fs::read_symlink(folder + "libvxcamiface.so"), "libvxcamiface.so.3");
+    EXPECT_EQ(fs::read_symlink(folder + "libvxcamiface.so.3"), "libvxcamiface.so.3.0.7");
+    EXPECT_TRUE(fs::is_regular_file(folder + "libvxcamiface.so.3.0.7"));
+}
+
+TEST_F(Installed, ProgramsFindTheLibraryBesideThem)
+{
+    unsetenv("LD_LIBRARY_PATH");
+    EXPECT_THAT(Run("readelf -d " VX_PREFIX "/bin/vxcam"), ::testing::HasSubstr("$ORIGIN/../"));
+    EXPECT_THAT(Run(VX_PREFIX "/bin/vxcam --version"), ::testing::HasSubstr("3.0.7"));
+    EXPECT_THAT(Run(VX_PREFIX "/bin/vxcamsim --help"), ::testing::HasSubstr("--sensor"));
+}
