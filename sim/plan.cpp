@@ -145,7 +145,7 @@ bool tcSimCamera::StartReadout(const tsSimPlan& plan)
     return true;
 }
 
-// Temperatures count in tenths of a degree, so that a settled camera takes the same frames again.
+// In tenths of a degree, so that the same frames come again when the temperature is steady.
 tsSimJob tcSimCamera::JobOf(const tsSimPlan& plan, uint32_t frame) const
 {
     tsSimJob job = plan.job;

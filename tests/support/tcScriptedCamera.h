@@ -117,11 +117,11 @@ public:
         setsockopt(mhListener, SOL_SOCKET, SO_RCVBUF, &mnReceiveBuffer, sizeof(int));
     }
 
-    // Waits for a client, in place of the present one.
+    // Waits for a client, in place of the present one, which is left as it is until then.
     bool Accept(std::chrono::milliseconds limit = gPatience)
     {
-        Close();
         if (!Ready(mhListener, limit)) return false;
+        Close();
         mhClient = accept4(mhListener, nullptr, nullptr, SOCK_CLOEXEC);
         const int on = 1;
         if (mhClient >= 0) setsockopt(mhClient, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
