@@ -38,8 +38,7 @@ int tcVXCamera::AskWord(const tsCommand<tsNoPayload>& command, Variable* variabl
     return result;
 }
 
-// ---- Exposure and shutter
-// ------------------------------------------------------------------------
+// ---- Exposure and shutter ---------------------------------------------------------------------
 
 int tcVXCamera::SetExposure(long ms)
 {
@@ -104,8 +103,7 @@ int tcVXCamera::SetShutterOverride(int first, int second)
     return Send(cmdSetShutterOverride, {Word(first), Word(second)});
 }
 
-// ---- Simple binning
-// ------------------------------------------------------------------------------
+// ---- Simple binning ---------------------------------------------------------------------------
 
 // Kept: the fourth number does not travel.
 int tcVXCamera::SetSimpleBinning(int first, int second, float third, float)
@@ -128,8 +126,7 @@ int tcVXCamera::GetSimpleBinning(int* first, int* second, float* third, float* f
     return result;
 }
 
-// ---- Cooling and temperatures
-// ----------------------------------------------------------------------
+// ---- Cooling and temperatures -----------------------------------------------------------------
 
 int tcVXCamera::SetCooling(int on)
 {
@@ -193,8 +190,7 @@ int tcVXCamera::GetPID(tsSetPIDCmd* pid)
     return result;
 }
 
-// ---- Registers, converters and the camera itself
-// -----------------------------------------------------
+// ---- Registers, converters and the camera itself ----------------------------------------------
 
 int tcVXCamera::SetCCDOffset(unsigned short offset, bool flag)
 {
@@ -240,8 +236,7 @@ int tcVXCamera::ClearCCD(int first, int second)
     return eVXOk;
 }
 
-// ---- Trigger, pins, gain, filter
-// -------------------------------------------------------------------
+// ---- Trigger, pins, gain, filter --------------------------------------------------------------
 
 int tcVXCamera::SetTrigger(int trigger)
 {
@@ -334,8 +329,7 @@ int tcVXCamera::GetFilter(tsSetFilterCmd* filter)
     return result;
 }
 
-// ---- CIS sensors
-// ---------------------------------------------------------------------------------
+// ---- CIS sensors ------------------------------------------------------------------------------
 
 int tcVXCamera::CISSetShutterMode(teCISShutterMode mode)
 {
@@ -361,8 +355,7 @@ int tcVXCamera::CISCalibrationState(int* state)
     return AskWord(cmdCISCalibrationState, state);
 }
 
-// ---- Recording, test pattern, intervals, mirroring, shearing
-// -----------------------------------------
+// ---- Recording, test pattern, intervals, mirroring, shearing ----------------------------------
 
 int tcVXCamera::SetRecording(tsRecordParams* params, int)
 {
@@ -433,8 +426,7 @@ int tcVXCamera::SetShearingParams(int first, unsigned int second, unsigned int t
     return Send(cmdSetShearingParams, {{Word(first), second, third, fourth}});
 }
 
-// ---- Hardware, network, noise
-// ----------------------------------------------------------------------
+// ---- Hardware, network, noise -----------------------------------------------------------------
 
 int tcVXCamera::SetCameraHardwareInfo(TVXCameraHardware* info, int* size)
 {

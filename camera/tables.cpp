@@ -7,8 +7,7 @@
 #include <memory>
 #include <thread>
 
-// ---- Area
-// ----------------------------------------------------------------------------------------
+// ---- Area -------------------------------------------------------------------------------------
 
 void tcVXCamera::StoreArea(int firstColumn, int firstRow, int columns, int rows)
 {
@@ -94,8 +93,7 @@ int tcVXCamera::GetAreaEx(int* first, int* count, int* rows, int* columns, int* 
     return result;
 }
 
-// ---- Binning tables
-// ------------------------------------------------------------------------------
+// ---- Binning tables ---------------------------------------------------------------------------
 
 int tcVXCamera::SetTable(const tsCommand<tsBinTableMsg>& command, unsigned char* table, int index,
                          uint32_t length)
@@ -150,8 +148,7 @@ int tcVXCamera::GetHorBinParam(int index, unsigned char* table, int* size)
     return GetTable(cmdGetHorBinParam, index, table, size);
 }
 
-// ---- Bin mask
-// ------------------------------------------------------------------------------------
+// ---- Bin mask ---------------------------------------------------------------------------------
 
 int tcVXCamera::SetBinMaskParam(unsigned char* mask, int argument)
 {
@@ -195,8 +192,7 @@ int tcVXCamera::GetBinMaskParam(unsigned char* mask, int*, int* argument)
     return result;
 }
 
-// ---- Binning sequence
-// ----------------------------------------------------------------------------
+// ---- Binning sequence -------------------------------------------------------------------------
 
 int tcVXCamera::SetBinningSequence(unsigned char* vertical, unsigned char* horizontal,
                                    unsigned char count)
@@ -224,8 +220,7 @@ int tcVXCamera::GetBinningSequence(unsigned char* vertical, unsigned char* horiz
     return Ask(cmdGetBinningSequence, &results);
 }
 
-// ---- Timing data and parameters
-// --------------------------------------------------------------------
+// ---- Timing data and parameters ---------------------------------------------------------------
 
 int tcVXCamera::SetTimingData(void* data, int size)
 {

@@ -16,7 +16,7 @@
 #pragma GCC diagnostic ignored "-Wpedantic" // flexible arrays end the pixel packets
 #pragma pack(push, 1)
 
-// ---- Header ------------------------------------------------------------------------------------
+// ---- Header -----------------------------------------------------------------------------------
 
 struct tsMsgHeader {
     uint16_t Magic;         // gnMessageMagic
@@ -34,8 +34,7 @@ inline constexpr int gnHeaderBytes = 12;
 inline constexpr int gnLargestMessage = 16416; // header included
 inline constexpr uint32_t gnFirstUserDefinedId = 0xC0;
 
-// ---- Request items: one for each kind of answer that can be waited for
-// ---------------------------
+// ---- Request items: one for each kind of answer that can be waited for ------------------------
 
 enum teItem {
     eItemNone = -1,
@@ -84,8 +83,7 @@ inline constexpr std::array<int, gnItems> gaItemTimeouts = {
     5000,  3000,  10000, 10000, 20000, 20000, 20000, 10000, 10000, 10000, 10000, 10000,
     10000, 10000, 10000, 10000, 10000, 0,     10000, 10000, 10000, 10000, 10000};
 
-// ---- What a row says
-// -----------------------------------------------------------------------------
+// ---- What a row says --------------------------------------------------------------------------
 
 // How an answer reaches whoever waits for it.
 enum teDelivery : uint8_t {
@@ -148,8 +146,7 @@ struct tsWordMsg {
     uint32_t Value;
 };
 
-// ---- Exposure
-// ------------------------------------------------------------------------------------
+// ---- Exposure ---------------------------------------------------------------------------------
 
 inline constexpr tsAnswer ansExposure{0x60, "Exposure time", eItemExposure, eHandled, words(1)};
 inline constexpr tsCommand<tsWordMsg> cmdSetExposure{0x20, "SetExposure"};
@@ -158,8 +155,7 @@ inline constexpr tsCommand<tsWordMsg> cmdSetExposureEx{0x12, "SetExposureEx"};
 inline constexpr tsCommand<tsNoPayload> cmdGetExposureTimeEx{0x11, "GetExposureTimeEx",
                                                              &ansExposure};
 
-// ---- Shutter
-// -------------------------------------------------------------------------------------
+// ---- Shutter ----------------------------------------------------------------------------------
 
 struct tsShutterParamsMsg {
     uint32_t First, Second, Third; // the close delay is the first
@@ -175,8 +171,7 @@ struct tsShutterOverrideMsg {
 };
 inline constexpr tsCommand<tsShutterOverrideMsg> cmdSetShutterOverride{0x53, "SetShutterOverride"};
 
-// ---- Area
-// ----------------------------------------------------------------------------------------
+// ---- Area -------------------------------------------------------------------------------------
 
 struct tsAreaMsg {
     uint16_t FirstColumn, FirstRow, Columns, Rows;
@@ -201,8 +196,7 @@ inline constexpr tsAnswer ansAreaEx{0x8A, "Area regions", eItemAreaEx, eWhole, 2
 inline constexpr tsCommand<tsSetAreaExMsg> cmdSetAreaEx{0x1A, "SetAreaEx"};
 inline constexpr tsCommand<tsNoPayload> cmdGetAreaEx{0x19, "GetAreaEx", &ansAreaEx};
 
-// ---- Binning tables, masks and sequences
-// -----------------------------------------------------------
+// ---- Binning tables, masks and sequences ------------------------------------------------------
 
 inline constexpr int gnBinTables = 8;
 inline constexpr int gnBinTableBytes = 2048;
@@ -265,8 +259,7 @@ inline constexpr tsCommand<tsSetSimpleBinningMsg> cmdSetSimpleBinning{0x15, "Set
 inline constexpr tsCommand<tsNoPayload> cmdGetSimpleBinning{0x16, "GetSimpleBinning",
                                                             &ansSimpleBinning};
 
-// ---- Cooling and temperatures
-// ----------------------------------------------------------------------
+// ---- Cooling and temperatures -----------------------------------------------------------------
 
 inline constexpr tsAnswer ansCoolParam{0x61, "Cooling parameter", eItemCooling, eCopy, words(1)};
 inline constexpr tsCommand<tsWordMsg> cmdSetCooling{0x21, "SetCooling"};
@@ -287,8 +280,7 @@ inline constexpr tsAnswer ansPID{0x85, "PID", eItemPID, eCopy, words(3), eLeaveS
 inline constexpr tsCommand<tsSetPIDCmd> cmdSetPID{0x2C, "SetPID"};
 inline constexpr tsCommand<tsNoPayload> cmdGetPID{0x2D, "GetPID", &ansPID};
 
-// ---- Registers, converters and the camera itself
-// -----------------------------------------------------
+// ---- Registers, converters and the camera itself ----------------------------------------------
 
 struct tsOffsetMsg {
     uint16_t Offset, Flag;
@@ -319,8 +311,7 @@ inline constexpr tsAnswer ansShort10{0x71, "16-bit value", eItemShort10, eCopy, 
 inline constexpr tsAnswer ansIgnored68{0x68, "Ignored", eItemNone, eIgnored};
 inline constexpr tsAnswer ansIgnored82{0x82, "Ignored", eItemNone, eIgnored};
 
-// ---- External trigger
-// ----------------------------------------------------------------------------
+// ---- External trigger -------------------------------------------------------------------------
 
 inline constexpr tsAnswer ansTrigger{0x7F, "Trigger", eItemTrigger, eCopy, words(1)};
 inline constexpr tsCommand<tsWordMsg> cmdSetTrigger{0x58, "SetTrigger"};
@@ -339,8 +330,7 @@ inline constexpr tsCommand<tsWordMsg> cmdSetAutoTriggerReArm{0x17, "SetAutoTrigg
 inline constexpr tsCommand<tsNoPayload> cmdGetAutoTriggerReArm{0x18, "GetAutoTriggerReArm",
                                                                &ansAutoTriggerReArm};
 
-// ---- Pins, gain, filters
-// -------------------------------------------------------------------------
+// ---- Pins, gain, filters ----------------------------------------------------------------------
 
 struct tsGPIOMsg {
     uint32_t Pin, State; // State is a tePinState
@@ -367,8 +357,7 @@ inline constexpr tsAnswer ansFilter{0x86, "Filter", eItemFilter, eHandled, words
 inline constexpr tsCommand<tsFilterMsg> cmdSetFilter{0x2E, "SetFilter"};
 inline constexpr tsCommand<tsNoPayload> cmdGetFilter{0x2F, "GetFilter", &ansFilter};
 
-// ---- CIS sensors
-// ---------------------------------------------------------------------------------
+// ---- CIS sensors ------------------------------------------------------------------------------
 
 inline constexpr tsAnswer ansCalibrationState{
     0x89, "CIS calibration state", eItemCalibration, eCopy, words(1), eLeaveStatus};
@@ -378,8 +367,7 @@ inline constexpr tsCommand<tsWordMsg> cmdCISCalibrate{0x1F, "CISCalibrate"};
 inline constexpr tsCommand<tsNoPayload> cmdCISCalibrationState{0x1B, "CISCalibrationState",
                                                                &ansCalibrationState};
 
-// ---- Recording, test pattern, intervals, mirroring, shearing
-// ------------------------------------------
+// ---- Recording, test pattern, intervals, mirroring, shearing ----------------------------------
 
 inline constexpr tsCommand<tsRecordParams> cmdSetRecording{0x1C, "SetRecording"};
 
@@ -412,8 +400,7 @@ struct tsShearingMsg {
 };
 inline constexpr tsCommand<tsShearingMsg> cmdSetShearingParams{0x49, "SetShearingParams"};
 
-// ---- Timing data, parameters
-// ---------------------------------------------------------------------
+// ---- Timing data, parameters ------------------------------------------------------------------
 
 inline constexpr int gnTimingDataBytes = 4356;
 struct tsTimingDataMsg {
@@ -440,8 +427,7 @@ inline constexpr tsAnswer ansParameter{0x8D, "Parameter value", eItemParameter, 
 inline constexpr tsCommand<tsSetParameterMsg> cmdSetParameter{0x13, "SetParameter", nullptr, 5};
 inline constexpr tsCommand<tsWordMsg> cmdGetParameter{0x14, "GetParameter", &ansParameter};
 
-// ---- Hardware and network information, noise, link test, no-ops
-// -----------------------------------
+// ---- Hardware and network information, noise, link test, no-ops -------------------------------
 
 inline constexpr tsAnswer ansHardware{0x64, "Hardware info", eItemHardware, eHandled,
                                       sizeof(TVXCameraHardware)};
@@ -486,8 +472,7 @@ struct tsNoOpsMsg {
 };
 inline constexpr tsCommand<tsNoOpsMsg> cmdEnableNoOps{0x5D, "EnableNoOps"};
 
-// ---- Readout
-// -------------------------------------------------------------------------------------
+// ---- Readout ----------------------------------------------------------------------------------
 
 struct tsReadAreaMsg {
     uint16_t FirstColumn, FirstRow, Columns, Rows, Frames, Flags;
@@ -546,8 +531,7 @@ inline constexpr tsCommand<tsReadMaskBinnedMsg> cmdReadCCDMaskBinned{0x45, "Read
                                                                      &ansPixels32};
 inline constexpr tsCommand<tsNoPayload> cmdAbortRead{0x4C, "AbortRead"};
 
-// ---- Unasked messages
-// ----------------------------------------------------------------------------
+// ---- Unasked messages -------------------------------------------------------------------------
 
 struct tsCameraErrorMsg {
     uint8_t Code, SubCode; // a NUL-terminated text follows
@@ -556,8 +540,7 @@ inline constexpr tsAnswer ansHeartBeat{0x69, "Heartbeat", eItemNone, eEvent,
                                        sizeof(tsHeartBeatData)};
 inline constexpr tsAnswer ansCameraError{0x75, "Camera error", eItemNone, eEvent};
 
-// ---- A message of any kind
-// -------------------------------------------------------------------------
+// ---- A message of any kind --------------------------------------------------------------------
 
 template <class Payload>
 struct tsFramed {
@@ -624,8 +607,7 @@ static_assert(sizeof(tsSetBinningSequenceMsg) == 36, "wire record");
 static_assert(sizeof(tsTestPatternMsg) == 68 && sizeof(tsNetworkConfigMsg) == 24, "wire record");
 static_assert(sizeof(tsReadBinnedMsg) == 12 && sizeof(tsGainConfigMsg) == 24, "wire record");
 
-// ---- All rows
-// ------------------------------------------------------------------------------------
+// ---- All rows ---------------------------------------------------------------------------------
 
 inline constexpr tsCommandRow gaCommands[] = {cmdGetExposureTimeEx.Row(),
                                               cmdSetExposureEx.Row(),

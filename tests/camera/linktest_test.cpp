@@ -191,8 +191,7 @@ TEST(LinkTest, OnlyOneRunsAtATime)
     EXPECT_EQ(test.command.AnswersReceived, 1u);
 }
 
-// ---- User-defined and engineering
-// ------------------------------------------------------------------
+// ---- User-defined and engineering -------------------------------------------------------------
 
 TEST(UserDefined, IsSentWhole)
 {

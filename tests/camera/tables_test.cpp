@@ -19,8 +19,7 @@ std::array<int, 4> AreaOf(tcVXCamera& camera)
     return area;
 }
 
-// ---- Area
-// ----------------------------------------------------------------------------------------
+// ---- Area -------------------------------------------------------------------------------------
 
 TEST(Area, IsSentAndRemembered)
 {
@@ -97,8 +96,7 @@ TEST(AreaEx, LeavesAnEmptyAreaWhenItFails)
     EXPECT_THAT(AreaOf(camera), ElementsAre(0x7FFFFFFF, 0x7FFFFFFF, 0, 0));
 }
 
-// ---- Binning tables
-// ------------------------------------------------------------------------------
+// ---- Binning tables ---------------------------------------------------------------------------
 
 struct tsTableCase {
     int (tcVXCamera::*set)(unsigned char*, int);
@@ -210,8 +208,7 @@ INSTANTIATE_TEST_SUITE_P(
         tsTableCase{&tcVXCamera::SetHorBinParam, &tcVXCamera::GetHorBinParam, 0x4F, 0x5A, 0x80, 7}),
     [](const auto& each) { return each.param.setId == 0x25 ? "Vertical" : "Horizontal"; });
 
-// ---- Bin mask
-// ------------------------------------------------------------------------------------
+// ---- Bin mask ---------------------------------------------------------------------------------
 
 TEST(BinMask, IsSentInTwoHalvesARow)
 {
@@ -292,8 +289,7 @@ TEST(BinMask, ReadingStopsAtTheFirstFailure)
     EXPECT_EQ(argument, 31);
 }
 
-// ---- Binning sequence
-// ----------------------------------------------------------------------------
+// ---- Binning sequence -------------------------------------------------------------------------
 
 TEST(BinningSequence, TakesFactorsUpTo7)
 {
@@ -332,8 +328,7 @@ TEST(BinningSequence, IsReadIntoThreePlaces)
     EXPECT_EQ(count, 5);
 }
 
-// ---- Timing data and parameters
-// --------------------------------------------------------------------
+// ---- Timing data and parameters ---------------------------------------------------------------
 
 TEST(TimingData, IsFilledUpTo4356Bytes)
 {
