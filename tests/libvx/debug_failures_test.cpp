@@ -133,7 +133,7 @@ protected:
         Start();
     }
 
-    const unsigned short mnFixedPort = FreeLowPort();
+    const unsigned short mnFixedPort = FreePort();
 };
 
 } // namespace

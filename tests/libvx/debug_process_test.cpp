@@ -233,9 +233,9 @@ TEST_F(DaemonProcess, LetsModulesBeUnloadedWhileClientsAskForThem)
 
 TEST_F(DaemonProcess, OnlyOneOfManyGetsThePort)
 {
+    setenv("DBGD_PORTNUM", std::to_string(FreePort()).c_str(), 1);
     tcProgram first({VX_DEBUG_HOST, "serve"});
     const std::string port = first.Line();
-    setenv("DBGD_PORTNUM", port.c_str(), 1);
     setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 1);
     setenv("dbgd_LOGURI", "cout", 1);
     tcProgram second({VX_DEBUG_HOST, "serve"}), third({VX_DEBUG_HOST, "exit"});
@@ -257,7 +257,7 @@ TEST_F(DaemonProcess, OnlyOneOfManyGetsThePort)
 
 TEST_F(DaemonProcess, EndsAtOnceWhileItWaitsForThePort)
 {
-    tcBound taken(SOCK_STREAM);
+    tcBound taken(SOCK_STREAM, FreePort());
     taken.Listen();
     setenv("DBGD_PORTNUM", std::to_string(taken.Port()).c_str(), 1);
     setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 1);

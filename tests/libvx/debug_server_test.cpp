@@ -117,7 +117,7 @@ TEST_F(Daemon, LogsWhatItDoes)
 TEST_F(Daemon, ListensOnThePortOfTheEnvironmentAndAnnouncesIt)
 {
     tcDbgd::snAnnounceInterval = 20;
-    const unsigned short port = FreeLowPort();
+    const unsigned short port = FreePort();
     setenv("DBGD_PORTNUM", std::to_string(port).c_str(), 1);
     Start();
     EXPECT_EQ(port, mnPort);
@@ -129,8 +129,8 @@ TEST_F(Daemon, ListensOnThePortOfTheEnvironmentAndAnnouncesIt)
 TEST_F(Daemon, AnnouncesHighPortsAsNegativeNumbers)
 {
     tcDbgd::snAnnounceInterval = 20;
+    setenv("DBGD_PORTNUM", std::to_string(FreeHighPort()).c_str(), 1);
     Start();
-    if (mnPort < 32768) GTEST_SKIP() << "the system takes its ports from elsewhere";
     EXPECT_THAT(mAnnouncements.Receive(), StartsWith("DBGD DBGD -"));
     EXPECT_EQ(Announcement(mnPort), mAnnouncements.Receive());
 }
@@ -171,7 +171,7 @@ TEST_F(Daemon, CanBeStoppedAndStartedAgain)
 TEST_F(Daemon, WaitsForATakenPortWithGrowingDelays)
 {
     tcDbgd::snRetrySecond = 1;
-    tcBound taken(SOCK_STREAM);
+    tcBound taken(SOCK_STREAM, FreePort());
     taken.Listen();
     const unsigned short port = taken.Port();
     setenv("DBGD_PORTNUM", std::to_string(port).c_str(), 1);
@@ -199,7 +199,7 @@ TEST_F(Daemon, WaitsForATakenPortWithGrowingDelays)
 TEST_F(Daemon, StopsAtOnceWhileItWaitsForThePort)
 {
     const int threads = CountThreads();
-    tcBound taken(SOCK_STREAM);
+    tcBound taken(SOCK_STREAM, FreePort());
     taken.Listen();
     setenv("DBGD_PORTNUM", std::to_string(taken.Port()).c_str(), 1);
     mpDaemon->StartServer();

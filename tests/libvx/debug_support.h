@@ -99,19 +99,25 @@ private:
     bool mbBound;
 };
 
-inline unsigned short FreePort()
+// A free port that the system gives to nobody by itself, from `first` on, in an order that differs
+// between processes.
+inline unsigned short FreePort(unsigned first, unsigned count)
 {
-    return tcBound(SOCK_STREAM).Port();
-}
-
-// A port that is a positive number also when it is taken for a signed one.
-inline unsigned short FreeLowPort()
-{
-    for (unsigned i = 0; i < 5000; ++i) {
-        const auto port = static_cast<unsigned short>(20000 + (getpid() + i) % 10000);
+    for (unsigned i = 0; i < count; ++i) {
+        const auto port = static_cast<unsigned short>(first + (getpid() * 7u + i) % count);
         if (tcBound(SOCK_STREAM, port).IsBound()) return port;
     }
     return 0;
+}
+
+// Below and above 32767, where a signed number ends.
+inline unsigned short FreePort()
+{
+    return FreePort(20000, 12000);
+}
+inline unsigned short FreeHighPort()
+{
+    return FreePort(61000, 4500);
 }
 
 // A connection to a server on loopback.

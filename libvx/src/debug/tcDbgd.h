@@ -57,8 +57,8 @@ public:
 // handler runs under it. Owns: its threads; not the handlers.
 class VX_EXPORT tcDbgd
 {
-    class tcRegistry;
-    class tcServer;
+    class __attribute__((visibility("hidden"))) tcRegistry;
+    class __attribute__((visibility("hidden"))) tcServer;
 
 public:
     // A handler in use, or none: RemoveWB waits until it is let go.
