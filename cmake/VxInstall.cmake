@@ -12,6 +12,8 @@ set(VX_PUBLIC_HEADERS
     libvx/src/config/StringTokenizer.h
     libvx/src/config/tcConfigFile.h
     libvx/src/config/tcConfiguration.h
+    libvx/src/debug/tcDbgItem.h
+    libvx/src/debug/tcDbgd.h
     libvx/src/log/tcLog.h
     libvx/src/log/tcLogConsumer.h
     libvx/src/socket/HSocket.h

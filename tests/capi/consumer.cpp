@@ -3,9 +3,14 @@
 #include <HSocket.h>
 #include <StringTokenizer.h>
 #include <circbuff.h>
+#include <tcConfigFile.h>
+#include <tcConfiguration.h>
+#include <tcDbgItem.h>
+#include <tcDbgd.h>
 #include <tcLog.h>
 #include <tcLogConsumer.h>
 #include <tcVXCamera.h>
+#include <tcVXCamera_Ethernet.h>
 #include <vxcamiface.h>
 #include <vxmessages.h>
 

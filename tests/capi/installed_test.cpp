@@ -112,8 +112,8 @@ TEST_F(Installed, ReadmeProjectFindsThePackage)
 {
     Write("CMakeLists.txt", ReadmeBlock("cmake"));
     Write("grab.c", ReadmeBlock("c"));
-    Run("cmake -S . -B build -DCMAKE_PREFIX_PATH=" VX_PREFIX " -DCMAKE_C_FLAGS='" VX_SANITIZE_FLAGS
-        "' && cmake --build build");
+    Run("cmake -G Ninja -S . -B build -DCMAKE_PREFIX_PATH=" VX_PREFIX
+        " -DCMAKE_C_FLAGS='" VX_SANITIZE_FLAGS "' && cmake --build build");
     Run("./build/grab; test $? = 1");
 }
 
@@ -123,7 +123,7 @@ TEST_F(Installed, PackageRefusesAnotherMajorVersion)
                             "find_package(vxcamiface 3.0 REQUIRED)\n"
                             "find_package(vxcamiface 4 QUIET)\n"
                             "message(STATUS \"found four: ${vxcamiface_FOUND}\")\n");
-    EXPECT_THAT(Run("cmake -S . -B build -DCMAKE_PREFIX_PATH=" VX_PREFIX),
+    EXPECT_THAT(Run("cmake -G Ninja -S . -B build -DCMAKE_PREFIX_PATH=" VX_PREFIX),
                 ::testing::HasSubstr("found four: 0"));
 }
 

@@ -8,9 +8,14 @@
 
 namespace {
 
-// Runs the host program; its exit status, 124 when it hung, more than 128 when it crashed.
+// Runs the host program, debug daemon included; its exit status, 124 when it hung, more than 128
+// when it crashed.
 int Host(const std::string& mode, unsigned port = 0)
 {
+    unsetenv("DBGD_DISABLE");
+    setenv("DBGD_BIND", "127.0.0.1", 1);
+    setenv("DBGD_PORTNUM", "0", 1);
+    setenv("DBGD_ANNOUCE_GROUP", "127.0.0.1:7020", 1);
     int status = -1;
     std::string errors = Output("timeout 20 " VX_HOST " " VX_LIBRARY " " + mode + " " +
                                     std::to_string(port) + " 2>&1",
