@@ -7,7 +7,6 @@
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
 
-using testing::AnyOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
@@ -28,8 +27,10 @@ extern "C" VX_EXPORT int bind(int descriptor, const sockaddr* address, socklen_t
     return static_cast<int>(syscall(SYS_bind, descriptor, address, size));
 }
 
-// The system's wait, which can be made to find everything readable at once.
+// The system's wait, which can be made to find everything readable at once, or to wait until
+// several are.
 static std::atomic<bool> sbAlwaysReadable{false};
+static std::atomic<int> snTogether{0};
 extern "C" VX_EXPORT int ppoll(pollfd* entries, nfds_t count, const timespec* limit,
                                const sigset_t* mask)
 {
@@ -37,6 +38,10 @@ extern "C" VX_EXPORT int ppoll(pollfd* entries, nfds_t count, const timespec* li
         for (nfds_t i = 0; i < count; ++i)
             entries[i].revents = POLLIN;
         return static_cast<int>(count);
+    }
+    if (snTogether > 0) {
+        EXPECT_TRUE(WaitUntil([&] { return poll(entries, count, 0) >= snTogether; }));
+        return snTogether;
     }
     timespec left{};
     if (limit != nullptr) left = *limit;
@@ -372,6 +377,17 @@ TEST_F(Discovery, ReturnsNoMoreThanAskedFor)
     EXPECT_EQ(0, VXLocateEnetCameras(nullptr, 5));
     tsEnetData record;
     EXPECT_EQ(0, VXLocateEnetCameras(&record, -1));
+}
+
+TEST_F(Discovery, LeavesAReplyAloneForWhichThereIsNoRoom)
+{
+    ConnectFirst();
+    ConnectSecond();
+    tcDiscoveryPeer one(first, {{"10.1.0.2", ReplyBytes(1, 1)}});
+    tcDiscoveryPeer other(second, {{"10.2.0.2", ReplyBytes(1, 2)}});
+    snTogether = 2;
+    EXPECT_THAT(Serials(Locate(1)), ElementsAre(1));
+    snTogether = 0;
 }
 
 TEST_F(Discovery, UsesTheNextPortWhereItsOwnIsTaken)

@@ -6,10 +6,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 
-using testing::AllOf;
-using testing::Each;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 static std::string UserMessage(const std::string& payload)
 {
@@ -397,7 +394,7 @@ TEST_F(Link, SendsWholeMessagesInSequenceFromManyThreads)
         ASSERT_EQ(28u, message.size());
         ASSERT_EQ(0x49u, IdOf(message));
         ASSERT_EQ(static_cast<char>(i + 2), message[4]); // two of the handshake before
-        const auto thread = static_cast<size_t>(message[12]);
+        const auto thread = static_cast<unsigned char>(message[12]);
         ASSERT_EQ(LittleEndian(next[thread]++, 4), message.substr(16, 4));
     }
     for (auto& sender : senders)

@@ -115,7 +115,7 @@ TEST_F(Camera, IsOneOfMany)
     std::vector<tcImage<uint16_t>> images;
     for (int i = 0; i < others; ++i) {
         tsSimOptions options = Options();
-        options.seed = static_cast<uint64_t>(i + 2);
+        options.seed = 2 + static_cast<uint64_t>(i);
         sims.push_back(std::make_unique<tcSimServer>(options));
         handles.push_back(VXOpenENetCamera("127.0.0.1", sims.back()->Start()));
         ASSERT_GE(handles.back(), 0);
