@@ -112,6 +112,34 @@ TEST(Program, OutputThatCannotBeWrittenIsAFileError)
     }
 }
 
+// The test holds the port that the run shall use.
+TEST(Program, OpensADebugPortOnlyWhenToldWhich)
+{
+    tcScriptedCamera peer;
+    const std::string port = std::to_string(peer.Port());
+    tcRun::tsHow how;
+    how.environment = {{"DBGD_PORTNUM", port}, {"DBGD_ANNOUCE_GROUP", "127.0.0.1:" + port}};
+    tcRun told({"ping", "-n", "1000000"}, how);
+    const std::string complaint = "Error creating socket on port " + port;
+    EXPECT_TRUE(WaitUntil([&] { return told.Errors().find(complaint) != std::string::npos; }));
+    told.Signal(SIGINT);
+    EXPECT_EQ(told.Exit(), 130);
+
+    how.environment = {{"DBGD_ANNOUCE_GROUP", "127.0.0.1:" + port}};
+    tcRun untold({"ping", "-n", "1"}, how);
+    EXPECT_EQ(untold.Exit(), 0);
+    EXPECT_EQ(untold.Errors(), "");
+}
+
+// The first of two runs would have the usual debug port, the second complain about it.
+TEST(Program, TwoRunsAtOnceDoNotDisturbEachOther)
+{
+    tcRun first({"ping", "-n", "1000", "-q"}), second({"ping", "-n", "1000", "-q"});
+    EXPECT_EQ(first.Exit(), 0);
+    EXPECT_EQ(second.Exit(), 0);
+    EXPECT_EQ(first.Errors() + second.Errors(), "");
+}
+
 TEST(Program, DocumentationNamesEveryVerbAndOption)
 {
     const std::string document = FileText(VXCAM_DOCUMENT);

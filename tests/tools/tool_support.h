@@ -91,6 +91,7 @@ public:
         bool terminal = false;   // standard error is a terminal
         rlim_t fileLimit = 0;    // bytes, 0 none
         std::string output = {}; // a file for standard output, instead of Output()
+        std::map<std::string, std::string> environment = {};
     };
 
     explicit tcRun(std::vector<std::string> arguments) : tcRun(std::move(arguments), tsHow()) {}
@@ -158,7 +159,10 @@ private:
         const rlimit limit{how.fileLimit, how.fileLimit};
         if (how.fileLimit > 0) ::setrlimit(RLIMIT_FSIZE, &limit);
         if (::chdir(how.folder.c_str()) != 0) ::_exit(126);
-        ::setenv("DBGD_DISABLE", "1", 1);
+        ::unsetenv("DBGD_DISABLE"); // the program itself sees to it
+        for (const auto& [name, value] : how.environment) {
+            ::setenv(name.c_str(), value.c_str(), 1);
+        }
         std::vector<char*> words{const_cast<char*>(how.program.c_str())};
         for (std::string& argument : arguments) {
             words.push_back(argument.data());

@@ -21,8 +21,8 @@ constexpr int gnBisections = 60;
 
 double Quantile(std::vector<double>& values, double fraction)
 {
-    const auto nth = values.begin() + static_cast<ptrdiff_t>(
-                                          fraction * static_cast<double>(values.size() - 1) + 0.5);
+    const auto nth =
+        values.begin() + std::lround(fraction * static_cast<double>(values.size() - 1));
     std::nth_element(values.begin(), nth, values.end());
     return *nth;
 }

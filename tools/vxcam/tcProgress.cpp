@@ -31,7 +31,7 @@ std::string ProgressLine(const std::string& label, double fraction, const std::s
     std::string line = label;
     if (room >= gnShortestBar) {
         const int length = std::min(room, gnLongestBar);
-        const int filled = static_cast<int>(fraction * length + 0.5);
+        const auto filled = static_cast<int>(std::lround(fraction * length));
         line += " [" + std::string(filled, '#') + std::string(length - filled, '-') + "]";
     }
     line += " " + text;
