@@ -1,0 +1,83 @@
+// The two sides that receive: the library, and a bare loop that does the least there is to do.
+#ifndef BENCH_RECEIVER_H
+#define BENCH_RECEIVER_H
+
+#include "sender.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+// What receiving some frames took.
+struct tsCost {
+    double seconds = 0;
+    double cpuSeconds = 0; // of this process
+};
+
+// An open camera with an image callback and a buffer of its own.
+class tcLibraryReceiver
+{
+public:
+    explicit tcLibraryReceiver(const tcSender& sender);
+    ~tcLibraryReceiver();
+    tcLibraryReceiver(const tcLibraryReceiver&) = delete;
+    tcLibraryReceiver& operator=(const tcLibraryReceiver&) = delete;
+
+    int Handle() const { return mnHandle; }
+    void Start(int frames);
+    void Wait();
+    tsCost Receive(int frames);
+
+private:
+    const tcSender& mSender;
+    int mnHandle;
+    std::vector<uint32_t> mvImage;
+};
+
+// recv of `chunk` bytes at a time and one memcpy of the pixels into the image, blocking, in the
+// calling thread.
+class tcBareReceiver
+{
+public:
+    tcBareReceiver(const tcSender& sender, size_t chunk);
+    ~tcBareReceiver();
+    tcBareReceiver(const tcBareReceiver&) = delete;
+    tcBareReceiver& operator=(const tcBareReceiver&) = delete;
+
+    int Socket() const { return mnFD; }
+    void Start(int frames);
+    void Wait();
+    tsCost Receive(int frames);
+
+private:
+    void Take(const uint8_t* data, size_t length);
+
+    const tcSender& mSender;
+    int mnFD;
+    std::vector<uint8_t> mvChunk;
+    std::vector<uint8_t> mvImage;
+    uint64_t mnLeft = 0;   // bytes of the running readout
+    size_t mnInPacket = 0; // bytes of the current packet seen
+    size_t mnAt = 0;       // where the next pixels go
+};
+
+int ConnectTo(const tcSender& sender);
+
+// Times `work` on the wall and on this process's CPU clock.
+template <class Work>
+tsCost Measure(Work work);
+
+double WallSeconds();
+double CpuSeconds();
+
+template <class Work>
+tsCost Measure(Work work)
+{
+    const double cpu = CpuSeconds(), wall = WallSeconds();
+    work();
+    return {WallSeconds() - wall, CpuSeconds() - cpu};
+}
+
+#endif

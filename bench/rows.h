@@ -1,0 +1,20 @@
+// The rows of the table, by what they need.
+#ifndef BENCH_ROWS_H
+#define BENCH_ROWS_H
+
+#include "table.h"
+
+#include <set>
+#include <string>
+
+// Which rows to measure; empty means all.
+struct tsRowChoice {
+    std::set<std::string> names;
+    bool Wants(const std::string& name) const { return names.empty() || names.count(name) != 0; }
+};
+
+void MeasureStreams(tcTable& table, const tsRowChoice& choice, const tsBenchOptions& options);
+void MeasureLatencies(tcTable& table, const tsRowChoice& choice, const tsBenchOptions& options);
+void MeasureParts(tcTable& table, const tsRowChoice& choice, const tsBenchOptions& options);
+
+#endif
