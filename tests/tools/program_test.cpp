@@ -112,6 +112,17 @@ TEST(Program, OutputThatCannotBeWrittenIsAFileError)
     }
 }
 
+TEST(Program, WithoutItsSecondHalfIsAFileError)
+{
+    tcFolder folder;
+    std::filesystem::copy_file(VXCAM_PROGRAM, folder.Path("vxcam"));
+    tcRun::tsHow how;
+    how.program = folder.Path("vxcam");
+    tcRun run({"--version"}, how);
+    EXPECT_EQ(run.Exit(), 5);
+    EXPECT_THAT(run.Errors(), testing::Eq("vxcam: vxcamrun: No such file or directory\n"));
+}
+
 // The test holds the port that the run shall use.
 TEST(Program, OpensADebugPortOnlyWhenToldWhich)
 {
@@ -122,8 +133,6 @@ TEST(Program, OpensADebugPortOnlyWhenToldWhich)
     tcRun told({"ping", "-n", "1000000"}, how);
     const std::string complaint = "Error creating socket on port " + port;
     EXPECT_TRUE(WaitUntil([&] { return told.Errors().find(complaint) != std::string::npos; }));
-    told.Signal(SIGINT);
-    EXPECT_EQ(told.Exit(), 130);
 
     how.environment = {{"DBGD_ANNOUCE_GROUP", "127.0.0.1:" + port}};
     tcRun untold({"ping", "-n", "1"}, how);

@@ -1,8 +1,7 @@
-// What main() calls once the library is loaded.
+// The program proper, started by main.cpp.
 #include "program.h"
-#include "vxexport.h"
 
-extern "C" VX_EXPORT int vxcamRun(int argc, char** argv)
+int main(int argc, char** argv)
 {
     return RunProgram(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
 }
