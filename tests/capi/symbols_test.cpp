@@ -77,7 +77,8 @@ tsDocumented Headers()
 
 bool OfSanitizer(const std::string& name)
 {
-    return std::regex_search(name, std::regex(R"(^_*(asan|tsan|ubsan|lsan|odr_asan|sanitizer)[._])"));
+    return std::regex_search(name,
+                             std::regex(R"(^_*(asan|tsan|ubsan|lsan|odr_asan|sanitizer)[._])"));
 }
 
 std::vector<std::string> Exported(bool demangled)
