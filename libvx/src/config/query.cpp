@@ -10,7 +10,9 @@ namespace {
 
 std::string MapKey(const std::string& section, const std::string& name)
 {
-    return section + "/" + name;
+    std::string key;
+    key.reserve(section.size() + 1 + name.size());
+    return key.append(section).append(1, '/').append(name);
 }
 
 template <typename tNumber>
@@ -44,15 +46,17 @@ std::string tcConfigFile::findItem(const std::string& key)
 std::string tcConfigFile::GetItemInSection(const std::string& section, const std::string& name,
                                            const std::string& defaultValue)
 {
-    const std::string text = findItem(MapKey(section, name));
-    return text.empty() ? defaultValue : text;
+    std::string text = findItem(MapKey(section, name));
+    if (text.empty()) return defaultValue;
+    return text;
 }
 
 std::string tcConfigFile::GetItemInSection(const std::string& section, const std::string& name,
                                            const char* defaultValue)
 {
-    const std::string text = findItem(MapKey(section, name));
-    return text.empty() ? std::string(defaultValue) : text;
+    std::string text = findItem(MapKey(section, name));
+    if (text.empty()) return defaultValue;
+    return text;
 }
 
 int tcConfigFile::GetItemInSection(const std::string& section, const std::string& name,
