@@ -33,13 +33,12 @@ void FormatMessage(tcLogEvent& event, char const* fmt, va_list args)
 {
     if (event.errNum == 0) {
         // The record's own field cuts the text where the larger buffer would be cut afterwards.
-        if (!fmt || std::vsnprintf(event.message, sizeof event.message, fmt, args) < 0) {
-            event.message[0] = '\0';
-        }
+        if (fmt) vx::FormatText(event.message, sizeof event.message, fmt, args);
         return;
     }
     char text[nFormatSize];
-    if (!fmt || std::vsnprintf(text, sizeof text, fmt, args) < 0) text[0] = '\0';
+    text[0] = '\0';
+    if (fmt) vx::FormatText(text, sizeof text, fmt, args);
     const size_t length = std::strlen(text);
     const std::string decoded = tcLog::DecodeSysErrCode(event.errNum);
     std::snprintf(text + length, sizeof text - length, ":%s", decoded.c_str());

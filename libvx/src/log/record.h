@@ -4,6 +4,7 @@
 
 #include "tcLog.h"
 
+#include <cstdarg>
 #include <cstddef>
 
 namespace vx {
@@ -20,6 +21,11 @@ constexpr int32_t MillisOf(long microseconds)
 
 // Writes the record's line, newline included, into `line` and returns its length. No allocation.
 size_t FormatRecord(tcLogEvent const& event, char (&line)[nLineSize]);
+
+// vsnprintf(), except that what fails leaves an empty text, and that texts whose conversions are
+// all plain ones (%d %i %u %x %s %%, with or without an l) are made several times as fast.
+void FormatText(char* text, size_t size, const char* format, va_list args)
+    __attribute__((format(printf, 3, 0)));
 
 } // namespace vx
 

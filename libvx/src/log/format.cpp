@@ -1,0 +1,94 @@
+#include "record.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+// What is left of the caller's room, the terminator's byte set aside.
+class tcRoom
+{
+public:
+    tcRoom(char* text, size_t size) : mpNext(text), mpEnd(text + size - 1) {}
+
+    void Add(const char* text, size_t length)
+    {
+        const auto left = static_cast<size_t>(mpEnd - mpNext);
+        if (length > left) length = left;
+        std::memcpy(mpNext, text, length);
+        mpNext += length;
+    }
+    template <class Number>
+    void AddNumber(Number number, int base = 10)
+    {
+        char digits[24];
+        const auto end = std::to_chars(digits, digits + sizeof digits, number, base).ptr;
+        Add(digits, static_cast<size_t>(end - digits));
+    }
+    void AddString(const char* text)
+    {
+        if (text == nullptr) text = "(null)";
+        Add(text, strnlen(text, static_cast<size_t>(mpEnd - mpNext)));
+    }
+    void Terminate() { *mpNext = '\0'; }
+
+private:
+    char* mpNext;
+    char* mpEnd;
+};
+
+// One conversion without flags, width and precision; `conversion` is behind the percent sign and is
+// left behind the conversion. False for one that is not known here.
+bool Convert(tcRoom& room, const char*& conversion, va_list& args)
+{
+    const bool isLong = *conversion == 'l';
+    if (isLong) ++conversion;
+    switch (*conversion++) {
+    case 'd':
+    case 'i':
+        isLong ? room.AddNumber(va_arg(args, long)) : room.AddNumber(va_arg(args, int));
+        return true;
+    case 'u':
+        isLong ? room.AddNumber(va_arg(args, unsigned long))
+               : room.AddNumber(va_arg(args, unsigned));
+        return true;
+    case 'x':
+        isLong ? room.AddNumber(va_arg(args, unsigned long), 16)
+               : room.AddNumber(va_arg(args, unsigned), 16);
+        return true;
+    case 's':
+        if (!isLong) room.AddString(va_arg(args, const char*));
+        return !isLong;
+    case '%':
+        if (!isLong) room.Add("%", 1);
+        return !isLong;
+    default:
+        return false;
+    }
+}
+
+bool FormatSimply(char* text, size_t size, const char* format, va_list& args)
+{
+    tcRoom room(text, size);
+    while (*format != '\0') {
+        const char* const percent = strchrnul(format, '%');
+        room.Add(format, static_cast<size_t>(percent - format));
+        if (*percent == '\0') break;
+        format = percent + 1;
+        if (!Convert(room, format, args)) return false;
+    }
+    room.Terminate();
+    return true;
+}
+
+} // namespace
+
+void vx::FormatText(char* text, size_t size, const char* format, va_list args)
+{
+    va_list simple;
+    va_copy(simple, args);
+    const bool done = FormatSimply(text, size, format, simple);
+    va_end(simple);
+    if (!done && std::vsnprintf(text, size, format, args) < 0) text[0] = '\0';
+}
