@@ -6,7 +6,9 @@
 #include "vxmessages.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>

@@ -1,11 +1,21 @@
 // vxbench: measures the library against references in the same run and prints one table.
 #include "rows.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <sstream>
+
+namespace {
+
+bool IsRow(const std::string& name)
+{
+    return std::find(std::begin(gaRowNames), std::end(gaRowNames), name) != std::end(gaRowNames);
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 try {
@@ -21,6 +31,10 @@ try {
         } else if (strcmp(argv[i], "--rows") == 0 && i + 1 < argc) {
             std::istringstream names(argv[++i]);
             for (std::string name; std::getline(names, name, ',');) {
+                if (!IsRow(name)) {
+                    fprintf(stderr, "vxbench: there is no row '%s'\n", name.c_str());
+                    return 1;
+                }
                 choice.names.insert(name);
             }
         } else {

@@ -236,7 +236,7 @@ constexpr int gnSections = 100, gnItemsEach = 1000;
 const std::string& ConfigName()
 {
     static const std::string name = [] {
-        const std::string path = "vxbench-config.dat";
+        std::string path = "vxbench-config.dat";
         std::ofstream file(path);
         for (int section = 0; section < gnSections; ++section) {
             file << "[section" << section << "]\n";
@@ -253,7 +253,7 @@ using tcIniMap = std::map<std::string, std::string>;
 
 int StoreIni(void* user, const char* section, const char* name, const char* value)
 {
-    (*static_cast<tcIniMap*>(user))[std::string(section) + "/" + name] = value;
+    (*static_cast<tcIniMap*>(user))[std::string(section).append("/").append(name)] = value;
     return 1;
 }
 
@@ -299,7 +299,7 @@ void LookupReference(benchmark::State& state)
     unsigned i = 0;
     for (auto _ : state) {
         const auto [section, name] = LookupName(i++);
-        auto found = items.find(section + "/" + name);
+        auto found = items.find(std::string(section).append("/").append(name));
         std::string value = found == items.end() ? none : found->second;
         benchmark::DoNotOptimize(value);
     }

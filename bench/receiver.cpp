@@ -14,11 +14,18 @@
 
 namespace {
 
-std::atomic<uint64_t> gnFramesSeen{0};
+// Frames that callbacks have seen, by handle; handles that far apart are never open together.
+constexpr size_t gnCounters = 4096;
+std::atomic<uint64_t> gaFramesSeen[gnCounters];
 
-void OnImage(int, tsImageData*)
+std::atomic<uint64_t>& FramesSeen(int handle)
 {
-    ++gnFramesSeen;
+    return gaFramesSeen[static_cast<size_t>(handle) % gnCounters];
+}
+
+void OnImage(int handle, tsImageData*)
+{
+    ++FramesSeen(handle);
 }
 
 double Clock(clockid_t id)
@@ -44,6 +51,7 @@ tcLibraryReceiver::tcLibraryReceiver(const tcSender& sender)
       mvImage(static_cast<size_t>(sender.Stream().rows) * sender.Stream().columns)
 {
     if (mnHandle < 0) throw std::runtime_error("cannot open the benchmark's camera");
+    FramesSeen(mnHandle) = 0;
     VXSetImageDataCallback(mnHandle, OnImage);
     VXSetCCDArea(mnHandle, 0, 0, sender.Stream().columns, sender.Stream().rows);
 }
@@ -61,11 +69,13 @@ void tcLibraryReceiver::Start(int frames)
             ? VXReadCCDBinned(mnHandle, reinterpret_cast<long*>(mvImage.data()), nullptr, count, 0)
             : VXReadCCDArea(mnHandle, reinterpret_cast<unsigned short*>(mvImage.data()), count, 0);
     if (result != 0) throw std::runtime_error("cannot start a readout");
+    mnFramesExpected += static_cast<uint64_t>(frames);
 }
 
 void tcLibraryReceiver::Wait()
 {
     if (VXWaitCompletion(mnHandle, 60000) != 0) throw std::runtime_error("readout timed out");
+    if (FramesSeen(mnHandle) != mnFramesExpected) throw std::runtime_error("frames were lost");
 }
 
 tsCost tcLibraryReceiver::Receive(int frames)

@@ -4,10 +4,8 @@
 
 #include "sender.h"
 
-#include <condition_variable>
+#include <cstddef>
 #include <cstdint>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 // What receiving some frames took.
@@ -26,13 +24,16 @@ public:
     tcLibraryReceiver& operator=(const tcLibraryReceiver&) = delete;
 
     int Handle() const { return mnHandle; }
+    const uint8_t* Image() const { return reinterpret_cast<const uint8_t*>(mvImage.data()); }
     void Start(int frames);
+    // Throws when the callback has not seen every frame.
     void Wait();
     tsCost Receive(int frames);
 
 private:
     const tcSender& mSender;
     int mnHandle;
+    uint64_t mnFramesExpected = 0; // since the camera was opened
     std::vector<uint32_t> mvImage;
 };
 
@@ -46,7 +47,7 @@ public:
     tcBareReceiver(const tcBareReceiver&) = delete;
     tcBareReceiver& operator=(const tcBareReceiver&) = delete;
 
-    int Socket() const { return mnFD; }
+    const uint8_t* Image() const { return mvImage.data(); }
     void Start(int frames);
     void Wait();
     tsCost Receive(int frames);
