@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <locale>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -26,6 +27,21 @@ public:
 private:
     std::ostringstream mText;
     std::streambuf* mpBefore;
+};
+
+// Groups the digits of numbers in threes while it lives, as many locales do.
+class tcGroupedNumbers
+{
+public:
+    tcGroupedNumbers() : mBefore(std::locale::global(std::locale(std::locale(), new tcGroups))) {}
+    ~tcGroupedNumbers() { std::locale::global(mBefore); }
+
+private:
+    struct tcGroups : std::numpunct<char> {
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    std::locale mBefore;
 };
 
 // A configuration that shows what loading left in it. The trace of directives is not printed.

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -20,6 +22,15 @@ class ConfigFindFile : public ConfigTest
 {};
 class ConfigRegistry : public ConfigTest
 {};
+
+// What `look` says to a process that may not read everything.
+bool AsNobody(const std::function<bool()>& look)
+{
+    const pid_t child = fork();
+    if (child == 0) _exit((getuid() == 0 && setuid(65534) != 0) || !look() ? 1 : 0);
+    int status = -1;
+    return waitpid(child, &status, 0) == child && status == 0;
+}
 
 int Count(const std::string& text, const std::string& part)
 {
@@ -121,6 +132,42 @@ TEST_F(ConfigLoad, ReportsAMissingTopFile)
     EXPECT_EQ(file.Files(), (std::vector<std::string>{""}));
 }
 
+TEST_F(ConfigLoad, ReportsAFolderAsAFileThatCannotBeOpened)
+{
+    std::filesystem::create_directory("sub");
+    tcLoaded folder("sub");
+    EXPECT_EQ(folder.Errors(), "Error opening sub : Is a directory\n");
+    EXPECT_EQ(folder.FilesUsed(), "\n");
+    auto file = Load("!include sub\na=1\n");
+    EXPECT_EQ(file->Errors(), "Error opening sub : Is a directory\n");
+    EXPECT_EQ(file->Items(), (tItems{{"/a", "1"}}));
+}
+
+TEST_F(ConfigLoad, TakesAnEmptyFileForNoItems)
+{
+    auto file = Load("");
+    EXPECT_TRUE(file->Items().empty());
+    EXPECT_FALSE(file->HasErrors());
+    EXPECT_EQ(file->FilesUsed(), "\na.cfg\n");
+}
+
+TEST_F(ConfigLoad, TakesLinesOfAnyLength)
+{
+    const std::string value(3000000, 'v');
+    EXPECT_EQ(Load("a=" + value + "\nb=1\n")->Items(), (tItems{{"/a", value}, {"/b", "1"}}));
+}
+
+TEST_F(ConfigLoad, WritesLineNumbersInPlainDecimalInEveryLocale)
+{
+    const tcGroupedNumbers grouped;
+    auto file = Load(std::string(1233, '\n') + "=\n!what\n!include none.cfg\n");
+    EXPECT_EQ(file->Errors(), "a.cfg: Malformed line in file @ line 1234\n"
+                              "a.cfg:1235:Invalid directive >> !what\n"
+                              "a.cfg:1236:Cannot find include file none.cfg\n");
+    EXPECT_EQ(file->Trace(), "line: 1235:!what  -- contains 1 tokens.\n"
+                             "line: 1236:!include none.cfg  -- contains 2 tokens.\n");
+}
+
 TEST_F(ConfigLoad, DoesNotSearchForTheTopFile)
 {
     std::filesystem::create_directory("sub");
@@ -167,6 +214,17 @@ TEST_F(ConfigLoad, TakesValuesFromTheEnvironmentWhenOverridden)
                               "a.cfg: Malformed line in file @ line 5\n");
     unsetenv("port");
     unsetenv("gone");
+}
+
+TEST_F(ConfigLoad, OverridesWholeNamesOnly)
+{
+    setenv("CONFIGFILE_ENV_OVERIDE", "1", 1);
+    setenv("port", "8080", 1);
+    auto file = Load(std::string("port\0x=1\nhost=a\0b\n", 18));
+    EXPECT_EQ(file->Items(),
+              (tItems{{std::string("/port\0x", 7), "1"}, {"/host", std::string("a\0b", 3)}}));
+    EXPECT_EQ(Load("net/port=1\n")->Items(), (tItems{{"/net/port", "1"}}));
+    unsetenv("port");
 }
 
 TEST_F(ConfigLoad, LeavesTheEnvironmentAloneWithoutOverride)
@@ -371,6 +429,9 @@ TEST_F(ConfigDirective, TakesATrailingEqualsAsTheValue)
 TEST_F(ConfigDirective, DoesNothingForAnEnvironmentVariableWithoutName)
 {
     auto file = Load("!env\n!env =\n");
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        EXPECT_NE(**variable, '=') << *variable;
+    }
     EXPECT_FALSE(file->HasErrors());
     EXPECT_TRUE(file->Items().empty());
 }
@@ -383,6 +444,14 @@ TEST_F(ConfigDirective, MayComeOutOfAVariable)
     EXPECT_EQ(file->Items(), (tItems{{"/x", "1"}}));
     EXPECT_EQ(file->Trace(), "line: 1:!include b.cfg  -- contains 2 tokens.\n");
     unsetenv("VXC_D");
+}
+
+TEST_F(ConfigDirective, HasItsVariablesReplacedFirst)
+{
+    Write("b.cfg", "x=1\n");
+    auto file = Load("vxc_name=b\n!include $(vxc_name).cfg\n");
+    EXPECT_EQ(file->GetItemInSection("", "x", ""), "1");
+    EXPECT_EQ(file->Trace(), "line: 2:!include b.cfg  -- contains 2 tokens.\n");
 }
 
 TEST_F(ConfigDirective, MustBeginTheLine)
@@ -462,9 +531,49 @@ TEST_F(ConfigVariable, EndsWhenItRefersToItself)
     setenv("VXC_SELF", "x$(VXC_SELF)", 1);
     auto file = Load("a=$(VXC_SELF)\nb=1\n");
     EXPECT_EQ(file->Errors(), "a.cfg: Variable expansion too long: VXC_SELF\n");
-    EXPECT_EQ(file->GetItemInSection("", "a", ""), std::string(1000, 'x') + "$(VXC_SELF)");
+    EXPECT_EQ(file->GetItemInSection("", "a", ""), std::string(1001, 'x') + "$(VXC_SELF)");
     EXPECT_EQ(file->GetItemInSection("", "b", 0), 1);
     unsetenv("VXC_SELF");
+}
+
+TEST_F(ConfigVariable, IsReplacedAsOftenAsALineNamesIt)
+{
+    std::string line = "b=", expected;
+    for (int i = 0; i < 3000; ++i) {
+        line += "$(vxc_a)";
+        expected += "<1>";
+    }
+    auto file = Load("vxc_a=<1>\n" + line + "\n");
+    EXPECT_EQ(file->Errors(), "");
+    EXPECT_EQ(file->GetItemInSection("", "b", ""), expected);
+}
+
+TEST_F(ConfigVariable, MayStandInAVeryLongLine)
+{
+    const std::string text(2000000, 't');
+    auto file = Load("vxc_a=1\nb=" + text + "$(vxc_a)\n");
+    EXPECT_EQ(file->Errors(), "");
+    EXPECT_EQ(file->GetItemInSection("", "b", ""), text + "1");
+}
+
+TEST_F(ConfigVariable, DoesNotFloodTheErrorText)
+{
+    std::string line = "a=";
+    for (int i = 0; i < 60000; ++i) {
+        line += "$(";
+    }
+    auto file = Load(line + ")\nb=1\n");
+    EXPECT_LT(file->Errors().size(), 3000000u);
+    EXPECT_EQ(Count(file->Errors(), ": Variable expansion too long: "), 1);
+    EXPECT_EQ(file->GetItemInSection("", "b", 0), 1);
+}
+
+TEST_F(ConfigVariable, ComesUnderItsWholeNameOnly)
+{
+    setenv("vxc_a", "env", 1);
+    auto file = Load(std::string("b=$(vxc_a\0x)\n", 13));
+    EXPECT_EQ(Count(file->Errors(), "Undefined variable found"), 1);
+    unsetenv("vxc_a");
 }
 
 TEST_F(ConfigVariable, EndsWhenItDoublesWithEveryLine)
@@ -476,7 +585,7 @@ TEST_F(ConfigVariable, EndsWhenItDoublesWithEveryLine)
     }
     auto file = Load(text);
     for (const auto& [key, value] : file->Items()) {
-        EXPECT_LE(value.size(), 1024u * 1024u) << key;
+        EXPECT_LE(value.size(), 1024u * 1024u + 1000) << key;
     }
     EXPECT_EQ(file->GetItemInSection("", "vxc3", "").size(), 80u);
     EXPECT_TRUE(file->HasErrors());
@@ -535,6 +644,31 @@ TEST_F(ConfigFindFile, LooksInTheWorkingDirectoryForAnEmptyTopName)
     Write("sub/b.cfg", "");
     EXPECT_STREQ(file.FindFile("sub/b.cfg"), "sub/b.cfg");
     EXPECT_EQ(file.FindFile("b.cfg"), nullptr);
+    EXPECT_EQ(file.FindFile("etc/passwd"), nullptr);
+}
+
+TEST_F(ConfigFindFile, PassesOverFilesThatCannotBeRead)
+{
+    std::filesystem::permissions(".", std::filesystem::perms(0755));
+    std::filesystem::create_directory("etc");
+    for (const char* name : {"b.cfg", "etc/b.cfg", "etc/c.cfg"}) {
+        Write(name, "");
+    }
+    tcLoaded file("etc/missing.cfg");
+    for (const char* name : {"b.cfg", "etc/c.cfg"}) {
+        std::filesystem::permissions(name, std::filesystem::perms::none);
+    }
+    EXPECT_TRUE(AsNobody([&file] { return file.FindFile("b.cfg") == std::string("etc/b.cfg"); }));
+    EXPECT_TRUE(AsNobody([&file] { return file.FindFile("c.cfg") == nullptr; }));
+}
+
+TEST_F(ConfigLoad, ReportsAFileThatMayNotBeRead)
+{
+    std::filesystem::permissions(".", std::filesystem::perms(0755));
+    Write("a.cfg", "a=1\n");
+    std::filesystem::permissions("a.cfg", std::filesystem::perms::none);
+    EXPECT_TRUE(AsNobody(
+        [] { return tcLoaded("a.cfg").Errors() == "Error opening a.cfg : Permission denied\n"; }));
 }
 
 TEST_F(ConfigRegistry, HoldsEachObjectUnderItsName)

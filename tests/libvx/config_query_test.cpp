@@ -63,6 +63,8 @@ TEST_F(ConfigQuery, ReadsTruthValuesByTheirFirstLetter)
     for (const char* name : {"no", "one", "on", "false"}) {
         EXPECT_FALSE(file->GetItemInSection("s", name, true)) << name;
     }
+    file->SetItemInSection("s", "nul", std::string("\0T", 2));
+    EXPECT_FALSE(file->GetItemInSection("s", "nul", true));
     EXPECT_TRUE(file->GetItemInSection("s", "missing", true));
     EXPECT_FALSE(file->GetItemInSection("s", "missing", false));
 }
@@ -109,6 +111,16 @@ TEST_F(ConfigUpdate, StoresIntegersInDecimal)
     file->SetItemInSection("s", "b", INT_MIN);
     EXPECT_EQ(Stored(*file, "a"), "16");
     EXPECT_EQ(Stored(*file, "b"), "-2147483648");
+}
+
+TEST_F(ConfigUpdate, StoresNumbersAlikeInEveryLocale)
+{
+    const tcGroupedNumbers grouped;
+    auto file = Load("");
+    file->SetItemInSection("s", "a", 1234567);
+    file->SetItemInSection("s", "b", 12345.0);
+    EXPECT_EQ(Stored(*file, "a"), "1234567");
+    EXPECT_EQ(Stored(*file, "b"), "12345");
 }
 
 TEST_F(ConfigUpdate, StoresFractionsWithSixDigits)

@@ -132,7 +132,8 @@ extern "C" void ListConfigs(bool dump)
     std::cout << "####      Listing tcConfigFile Objects.... " << std::endl;
     int number = 0;
     for (const auto& [name, file] : tcConfigFile::GetMap()) {
-        std::cout << ++number << " " << name << " @ " << static_cast<void*>(file) << std::endl;
+        std::cout << std::to_string(++number) << " " << name << " @ " << static_cast<void*>(file)
+                  << std::endl;
         if (!dump) continue;
         if (file == nullptr) {
             std::cout << sNoObject << name << std::endl;

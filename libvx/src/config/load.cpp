@@ -10,20 +10,32 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr int nMaxIncludeDepth = 64;
 constexpr size_t nMaxFiles = 4096;
-constexpr int nMaxReferences = 1000;
-constexpr size_t nMaxExpandedLine = 1024 * 1024;
+constexpr int nMaxNestedReferences = 1000;
+constexpr size_t nMaxGrowth = 1024 * 1024;
 
 struct tsFileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
 using tFile = std::unique_ptr<std::FILE, tsFileCloser>;
+
+// Opens a file for reading; a folder, which has nothing to read, fails with EISDIR.
+tFile Open(const std::string& name)
+{
+    tFile file(std::fopen(name.c_str(), "re"));
+    struct stat status;
+    if (!file || fstat(fileno(file.get()), &status) != 0 || !S_ISDIR(status.st_mode)) return file;
+    file.reset();
+    errno = EISDIR;
+    return file;
+}
 
 // The next line without its line end; false at the end of the file.
 bool ReadLine(std::FILE* file, std::string& line)
@@ -41,6 +53,21 @@ std::string Strip(const std::string& text)
     const size_t first = text.find_first_not_of(" \t");
     if (first == std::string::npos) return "";
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// The environment's value of a name, which may hold any characters, or null.
+const char* FromEnvironment(const std::string& name)
+{
+    return name.find('\0') == std::string::npos ? std::getenv(name.c_str()) : nullptr;
+}
+
+int CountReferences(const std::string& line)
+{
+    int count = 0;
+    for (size_t at = line.find("$("); at != std::string::npos; at = line.find("$(", at + 1)) {
+        ++count;
+    }
+    return count;
 }
 
 std::string SectionName(const std::string& line)
@@ -87,7 +114,7 @@ int tcConfigFile::LoadConfigFile(const char* name, bool clear)
         mssErrors << fileName << " Already included! skipping to prevent recursion\n"
                   << "Last file read was " << CurrentFile() << "\n";
     }
-    const tFile file(std::fopen(fileName.c_str(), "re"));
+    const tFile file = Open(fileName);
     if (!file) {
         mssErrors << "Error opening " << fileName << " : " << std::strerror(errno) << "\n";
         return 1;
@@ -125,9 +152,11 @@ void tcConfigFile::LoadItem(const std::string& file, const std::string& line, in
     const std::string name = Strip(line.substr(0, equals));
     // Kept: a line without "=" is its own value.
     std::string value = equals == std::string::npos ? name : Strip(line.substr(equals + 1));
-    if (mbEnvOverride) value = GetEnv(name.c_str(), value.c_str());
+    const char* const replacement = mbEnvOverride ? FromEnvironment(name) : nullptr;
+    if (replacement != nullptr) value = replacement;
     if (name.empty() || value.empty()) {
-        mssErrors << file << ": Malformed line in file @ line " << lineNumber << "\n";
+        mssErrors << file << ": Malformed line in file @ line " << std::to_string(lineNumber)
+                  << "\n";
         return;
     }
     mmItems[section + "/" + name] = value;
@@ -137,8 +166,8 @@ void tcConfigFile::ProcessDirective(std::string line, int lineNumber)
 {
     StringTokenizer tokens(line, " ");
     const int count = tokens.countTokens();
-    std::cout << "line: " << lineNumber << ":" << line << "  -- contains " << count << " tokens."
-              << std::endl;
+    std::cout << "line: " << std::to_string(lineNumber) << ":" << line << "  -- contains "
+              << std::to_string(count) << " tokens." << std::endl;
     const std::string directive = tokens.nextToken();
     if (directive == "!include") {
         if (count == 2) Include(tokens.nextToken(), lineNumber);
@@ -152,7 +181,8 @@ void tcConfigFile::ProcessDirective(std::string line, int lineNumber)
             PutEnv(name.c_str(), value.c_str());
         }
     } else {
-        mssErrors << CurrentFile() << ":" << lineNumber << ":Invalid directive >> " << line << "\n";
+        mssErrors << CurrentFile() << ":" << std::to_string(lineNumber) << ":Invalid directive >> "
+                  << line << "\n";
     }
 }
 
@@ -160,8 +190,8 @@ void tcConfigFile::Include(const std::string& name, int lineNumber)
 {
     const char* found = FindFile(name.c_str());
     if (found == nullptr) {
-        mssErrors << CurrentFile() << ":" << lineNumber << ":Cannot find include file " << name
-                  << "\n";
+        mssErrors << CurrentFile() << ":" << std::to_string(lineNumber)
+                  << ":Cannot find include file " << name << "\n";
         return;
     }
     if (!MayInclude(found)) return;
@@ -182,6 +212,9 @@ bool tcConfigFile::MayInclude(const std::string& name)
 
 std::string tcConfigFile::ExpandVars(std::string line)
 {
+    const int allowed = CountReferences(line) + nMaxNestedReferences;
+    const size_t room = line.size() + nMaxGrowth;
+    size_t reported = 0;
     size_t start = line.find("$(");
     for (int handled = 0; start != std::string::npos; ++handled) {
         const size_t end = line.find(')', start);
@@ -191,12 +224,13 @@ std::string tcConfigFile::ExpandVars(std::string line)
         }
         const std::string name = line.substr(start + 2, end - start - 2);
         const std::string value = VariableValue(name);
-        if (handled >= nMaxReferences || line.size() + value.size() > nMaxExpandedLine) {
+        if (handled >= allowed || line.size() + value.size() > room || reported > nMaxGrowth) {
             mssErrors << CurrentFile() << ": Variable expansion too long: " << name << "\n";
             return line;
         }
         if (value.empty()) {
             mssErrors << CurrentFile() << ": Undefined variable found: " << line << "\n";
+            reported += line.size();
         } else {
             line.replace(start, end + 1 - start, value);
         }
@@ -208,8 +242,8 @@ std::string tcConfigFile::ExpandVars(std::string line)
 
 std::string tcConfigFile::VariableValue(const std::string& name)
 {
-    const std::string value = GetEnv(name.c_str(), "");
-    return value.empty() ? GetItemInSection(msVarSection, name, "") : value;
+    const char* const value = FromEnvironment(name);
+    return value != nullptr && *value != '\0' ? value : GetItemInSection(msVarSection, name, "");
 }
 
 const char* tcConfigFile::FindFile(const char* name)

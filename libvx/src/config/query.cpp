@@ -84,7 +84,7 @@ bool tcConfigFile::GetItemInSection(const std::string& section, const std::strin
                                     bool defaultValue)
 {
     const std::string text = findItem(MapKey(section, name));
-    return text.empty() ? defaultValue : std::strchr("TtYy", text[0]) != nullptr;
+    return text.empty() ? defaultValue : std::string("TtYy").find(text[0]) != std::string::npos;
 }
 
 void tcConfigFile::SetItemInSection(const std::string& section, const std::string& name,
@@ -118,7 +118,8 @@ void tcConfigFile::SetItemInSection(const std::string& section, const std::strin
 }
 
 // Kept: both texts read back as false.
-void tcConfigFile::SetItemInSection(const std::string& section, const std::string& name, bool value)
+void tcConfigFile::SetItemInSection(const std::string& section, const std::string& name,
+                                    const bool& value)
 {
     SetItemInSection(section, name, value ? "1" : "0");
 }

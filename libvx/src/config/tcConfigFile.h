@@ -61,9 +61,9 @@ public:
     // 64 deep and name 4096 files in all; beyond that they are skipped, which is reported once.
     void ProcessDirective(std::string line, int lineNumber);
 
-    // The line with its $(NAME) references replaced. References without a value stay. At most 1000
-    // are replaced, and only while the line stays below 1 MiB, so that items referring to
-    // themselves come to an end.
+    // The line with its $(NAME) references replaced. References without a value stay. Values may
+    // bring at most 1000 further ones with them and the line may grow by 1 MiB, so that items
+    // referring to themselves come to an end.
     std::string ExpandVars(std::string line);
 
     // The path of an include file: `name` itself when it can be read, else `name` in the directory
@@ -97,7 +97,7 @@ public:
     void SetItemInSection(const std::string& section, const std::string& name, const int& value);
     void SetItemInSection(const std::string& section, const std::string& name, const float& value);
     void SetItemInSection(const std::string& section, const std::string& name, const double& value);
-    void SetItemInSection(const std::string& section, const std::string& name, bool value);
+    void SetItemInSection(const std::string& section, const std::string& name, const bool& value);
 
     // The value under a whole key; a missing key is entered with an empty value.
     std::string findItem(const std::string& key);
