@@ -409,7 +409,8 @@ TEST(LogUri, GivesTheDefaultConsumerForWhatItDoesNotKnow)
 {
     for (const char* uri : {static_cast<const char*>(nullptr), "", "::", "FILE://x", "COUT", "file",
                             "buff", "file://", "buff:", "buff://0", "buff://-3", "buff://x",
-                            "buff://1000001", "null", "null://x", "tcp://1.2.3.4:5"})
+                            "buff://1000001", "buff://4294967297", "buff://99999999999999999999",
+                            "null", "null://x", "tcp://1.2.3.4:5"})
         EXPECT_EQ(tcLog::NullConsumer(), tcLog::BuildConsumer(uri)) << (uri ? uri : "null");
 
     tcRecords records;

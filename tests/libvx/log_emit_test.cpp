@@ -195,6 +195,27 @@ TEST_F(LogEmission, StreamedTextsAreFormats)
     EXPECT_STREQ("100% 0", mRecords.Only().message);
 }
 
+TEST_F(LogEmission, StreamedTextsThatWouldDoHarmAsFormatsStayAsTheyAre)
+{
+    const std::string many = "%s %s %s %s %s %s %s %s %s";
+    for (const std::string& text : {std::string("100%not %hhn %% %5ln"), many,
+                                    std::string("%*d%*d%*d%*d%d"), std::string("%1$s %9$s")}) {
+        tcFuncLog trace(mLog, 1, "f");
+        mRecords.Messages();
+        mLog << text;
+        EXPECT_EQ(text, mRecords.Only().message);
+        trace << text;
+        EXPECT_EQ(text, mRecords.Only().message);
+    }
+    mRecords.Messages();
+    mLog << "%d%d%d%d%d%d%d%d 100%%%%%%%%%%%%%%%%";
+    EXPECT_STREQ("00000000 100%%%%%%%%", mRecords.Only().message);
+    mLog << "%s%-5d|%08lx|%.2s|%m%";
+    EXPECT_STREQ("", mRecords.Only().message); // printf refuses it
+    mLog << "%s%-3d|%04lx|%.2s|";
+    EXPECT_STREQ("(null)0  |0000||", mRecords.Only().message);
+}
+
 class tcThrowing : public tcLogConsumer
 {
 public:

@@ -143,6 +143,24 @@ TEST(LogNaming, SetTagOfANamedLoggerChangesOnlyTheTag)
     EXPECT_EQ(nullptr, tcLog::FindLogPtr("OTHERNAMES"));
 }
 
+TEST(LogNaming, LeavesNoEntryBehindForALoggerRegisteredWithoutName)
+{
+    tcLog::DeleteMap();
+    {
+        tcLog log("", 1);
+        EXPECT_EQ(&log, tcLog::FindLogPtr(""));
+        log.SetTag("");
+        log.SetTag("NAMED");
+        EXPECT_EQ(&log, tcLog::FindLogPtr("NAMED"));
+        EXPECT_EQ(nullptr, tcLog::FindLogPtr(""));
+        EXPECT_STREQ("   NAMED", log.GetTag());
+    }
+    EXPECT_EQ("", Listing());
+    tcLog first("", 1), second;
+    second.SetTag("OTHER");
+    EXPECT_EQ(&first, tcLog::FindLogPtr(""));
+}
+
 TEST(LogNaming, TagsAreEightWide)
 {
     tcLog shortName("AB", 0), longName("ABCDEFGHIJ", 0);
@@ -343,6 +361,10 @@ TEST(LogListing, ShowsLevelConsumerAndDescriptionInNameOrder)
               "a = -3 [Log to a stream] (Log object for a)\n"
               "b = 2 [NULL Log Device] (Log object for b)\n",
               Listing());
+    std::ostringstream hexadecimal;
+    last.setDbgLevel(17);
+    StreamLogs(hexadecimal << std::hex << std::showbase);
+    EXPECT_THAT(hexadecimal.str(), HasSubstr("b = 17 ["));
     CaptureStdout();
     EXPECT_EQ(0, ListLogs());
     EXPECT_EQ(Listing(), GetCapturedStdout());

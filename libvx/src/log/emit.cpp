@@ -177,7 +177,10 @@ void tcLog::EmitText(char const* fmt, ...)
 tcLog& tcLog::operator<<(char const* text)
 {
     // Kept: the text is the format. Should it hold conversions, they find zeros.
-    EmitText(text, 0L, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
+    if (text && !vx::TakesZeros(text))
+        EmitText("%s", text);
+    else
+        EmitText(text, 0L, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
     return *this;
 }
 

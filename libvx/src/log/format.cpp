@@ -1,5 +1,6 @@
 #include "record.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -83,6 +84,20 @@ bool FormatSimply(char* text, size_t size, const char* format, va_list& args)
 }
 
 } // namespace
+
+bool vx::TakesZeros(const char* format)
+{
+    int arguments = 0;
+    for (const char* at = strchrnul(format, '%'); *at != '\0'; at = strchrnul(at, '%')) {
+        const char* const options = at + 1;
+        at = options + std::strspn(options, " #+-'I0123456789.*hlLqjzt");
+        arguments += static_cast<int>(std::count(options, at, '*'));
+        if (*at == '\0') break;
+        if (std::strchr("nw$", *at) != nullptr) return false;
+        if (*at++ != '%') ++arguments;
+    }
+    return arguments <= 8;
+}
 
 void vx::FormatText(char* text, size_t size, const char* format, va_list args)
 {

@@ -27,6 +27,10 @@ size_t FormatRecord(tcLogEvent const& event, char (&line)[nLineSize]);
 void FormatText(char* text, size_t size, const char* format, va_list args)
     __attribute__((format(printf, 3, 0)));
 
+// Whether `format` can do with eight zeros for its arguments: it asks for no more, and stores
+// nothing through any of them.
+bool TakesZeros(const char* format);
+
 } // namespace vx
 
 #endif

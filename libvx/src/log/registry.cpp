@@ -118,6 +118,9 @@ void tcLog::SetTag(char const* tag)
     MakeTag(tag, maTag);
     if (maErrorTag[0] == '\0') std::memcpy(maErrorTag, maTag, sizeof maErrorTag);
     if (!isNew) return;
+    const tcLogGuard guard;
+    const auto former = GetMap().find(msName); // a logger may be registered without a name
+    if (former != GetMap().end() && former->second == this) GetMap().erase(former);
     msName = tag;
     Register();
 }
@@ -156,7 +159,7 @@ void tcLog::InitFromEnvironment()
     msDescription = "Log object for " + msName;
     if (!std::getenv("TCLOG_VERBOSE")) return;
     tcHeldConsumer consumer = HeldConsumer();
-    std::cerr << msDescription << " Level = " << getDbgLevel() << " ["
+    std::cerr << msDescription << " Level = " << std::to_string(getDbgLevel()) << " ["
               << (consumer ? consumer->Description() : "") << " ]\n";
 }
 
@@ -262,7 +265,7 @@ extern "C" int StreamLogs(std::ostream& os)
     const tcLogGuard guard;
     for (const auto& entry : tcLog::GetMap()) {
         if (!entry.second) continue;
-        os << entry.first << " = " << entry.second->getDbgLevel();
+        os << entry.first << " = " << std::to_string(entry.second->getDbgLevel());
         if (const tcHeldConsumer consumer = entry.second->HeldConsumer())
             os << " [" << consumer->Description() << "]";
         os << " (" << entry.second->GetDescription() << ")\n";

@@ -1,5 +1,7 @@
 #include "tcLog.h"
 
+#include "record.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,7 +16,11 @@ char const* Text(char const* text)
 // Kept: the text is the format. Should it hold conversions, they find zeros.
 void LogText(tcLog& log, int level, char const* text)
 {
-    log.logDebug(level, text, 0L, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
+    if (!log.isDebug(level)) return;
+    if (text && !vx::TakesZeros(text))
+        log.logDebug(level, "%s", text);
+    else
+        log.logDebug(level, text, 0L, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
 }
 
 } // namespace

@@ -30,9 +30,9 @@ tcLogConsumer* BuildFile(StringTokenizer& tokens)
 
 tcLogConsumer* BuildBuffer(StringTokenizer& tokens)
 {
-    const int lines = tokens.nextIntToken();
+    const long lines = std::strtol(tokens.nextToken().c_str(), nullptr, 10);
     if (lines < 1 || lines > tcLogBuffer::nMaximumLines) return tcLog::mpDefaultConsumer;
-    return new tcLogBuffer(lines);
+    return new tcLogBuffer(static_cast<int>(lines));
 }
 
 tcLogConsumer* Build(char const* uri)
