@@ -143,15 +143,24 @@ tsSize ParseSize(const std::string& text)
 tsTarget ParseTarget(const std::string& text)
 {
     if (text == "sim") return {};
-    const std::vector<std::string> parts = Split(text, ':');
-    int port = 0;
-    if (parts.size() != 2 || parts[0].empty() || parts[1].empty()) {
+    if (text.find(':') == std::string::npos) {
         Refuse("target", text, "write HOST:PORT, or sim for a simulated camera");
     }
-    if (!WholeNumber(parts[1], &port) || port < 1 || port > 65535) {
-        Refuse("target", text, "the port is 1 to 65535");
+    const tsEndpoint place = ParseEndpoint("target", text, 0);
+    return {false, place.host, place.port};
+}
+
+tsEndpoint ParseEndpoint(const std::string& what, const std::string& text, uint16_t defaultPort)
+{
+    const std::vector<std::string> parts = Split(text, ':');
+    int port = defaultPort;
+    if (parts.size() > 2 || parts[0].empty() || parts.back().empty()) {
+        Refuse(what, text, "write HOST:PORT");
     }
-    return {false, parts[0], static_cast<uint16_t>(port)};
+    if (parts.size() == 2 && (!WholeNumber(parts[1], &port) || port < 1 || port > 65535)) {
+        Refuse(what, text, "the port is 1 to 65535");
+    }
+    return {parts[0], static_cast<uint16_t>(port)};
 }
 
 std::string DurationText(std::chrono::milliseconds duration)

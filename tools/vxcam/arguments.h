@@ -24,6 +24,12 @@ struct tsTarget {
     uint16_t port = 0;
 };
 
+// A TCP or UDP port of a host.
+struct tsEndpoint {
+    std::string host;
+    uint16_t port = 0;
+};
+
 // "500ms", "2s", "0.5", "1min", "1h": a number and a unit, seconds without one. Rounded to whole
 // milliseconds, at most 4294967295 of them; a time that rounds to 0 must be 0.
 std::chrono::milliseconds ParseDuration(const std::string& text);
@@ -36,6 +42,10 @@ tsSize ParseSize(const std::string& text);
 
 // "sim" or "HOST:PORT", the host a name or a dotted IPv4 address.
 tsTarget ParseTarget(const std::string& text);
+
+// "HOST" or "HOST:PORT", the host a name or a dotted IPv4 address. `what` is what it is called:
+// "target".
+tsEndpoint ParseEndpoint(const std::string& what, const std::string& text, uint16_t defaultPort);
 
 // "1.5 s", "20 ms", "2 min": for people.
 std::string DurationText(std::chrono::milliseconds duration);

@@ -38,7 +38,7 @@ std::string OverviewText()
                 std::string(8 - std::string(verb.name).size(), ' ') + verb.summary + "\n";
     }
     text += "\nA TARGET is HOST:PORT, or sim for a simulated camera that lives as long as the\n"
-            "command; sim is what is taken without one.\n\n"
+            "command; sim is what is taken without one. Processes are named HOST or HOST:PORT.\n\n"
             "vxcam VERB --help tells about a verb, vxcam --version the version.\n\n";
     return text + gsExitCodes;
 }
@@ -142,6 +142,10 @@ const std::vector<tsVerb>& Verbs()
     static const std::vector<tsVerb>& verbs = *new std::vector<tsVerb>{
         {"grab", "expose, read out and save images", gsGrabExamples, MakeGrab},
         {"ping", "measure how fast a camera answers", gsPingExamples, MakePing},
+        {"daemons", "find processes that can be looked into", gsDaemonsExamples, MakeDaemons},
+        {"log", "read, redirect and follow the loggers of a process", gsLogExamples, MakeLog},
+        {"logsink", "receive what loggers send", gsLogSinkExamples, MakeLogSink},
+        {"items", "read and set the tunable values of a process", gsItemsExamples, MakeItems},
     };
     return verbs;
 }
@@ -151,7 +155,7 @@ void DeclareCommon(CLI::App& app, tsCommonOptions* options)
     app.add_option("TARGET", options->target, "HOST:PORT, or sim for a simulated camera")
         ->type_name("")
         ->capture_default_str();
-    app.add_flag("-q,--quiet", options->quiet, "print nothing but errors");
+    DeclareQuiet(app, &options->quiet);
     app.add_flag("-v,--verbose", options->verbose, "let the library print its error log");
     const char* const group = "Simulated camera";
     app.add_option("--sim-sensor", options->simSensor, "columns and rows")
@@ -168,6 +172,11 @@ void DeclareCommon(CLI::App& app, tsCommonOptions* options)
         ->check(CLI::Range(gnLeastTimeScale, gnMostTimeScale))
         ->capture_default_str()
         ->group(group);
+}
+
+void DeclareQuiet(CLI::App& app, bool* isQuiet)
+{
+    app.add_flag("-q,--quiet", *isQuiet, "print nothing but errors");
 }
 
 std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options)

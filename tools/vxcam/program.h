@@ -45,16 +45,26 @@ struct tsCommonOptions {
 };
 // Declares the target, --quiet, --verbose and the options of the simulated camera.
 void DeclareCommon(CLI::App& app, tsCommonOptions* options);
+// Declares --quiet alone, for verbs that open no camera.
+void DeclareQuiet(CLI::App& app, bool* isQuiet);
 // Opens the camera that the options name. Throws tcFailure.
 std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options);
 
 // The arguments without the program's name. Prints, and returns the exit code.
 int RunProgram(std::vector<std::string> arguments);
 
+std::unique_ptr<tcVerb> MakeDaemons();
 std::unique_ptr<tcVerb> MakeGrab();
+std::unique_ptr<tcVerb> MakeItems();
+std::unique_ptr<tcVerb> MakeLog();
+std::unique_ptr<tcVerb> MakeLogSink();
 std::unique_ptr<tcVerb> MakePing();
 
+extern const char* const gsDaemonsExamples;
 extern const char* const gsGrabExamples;
+extern const char* const gsItemsExamples;
+extern const char* const gsLogExamples;
+extern const char* const gsLogSinkExamples;
 extern const char* const gsPingExamples;
 
 #endif

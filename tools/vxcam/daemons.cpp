@@ -1,0 +1,146 @@
+// vxcam daemons: finds the processes that announce a debug daemon.
+#include "announcement.h"
+#include "arguments.h"
+#include "failure.h"
+#include "logrecord.h"
+#include "program.h"
+#include "report.h"
+#include "tcDatagrams.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+const char* const gsDaemonsExamples =
+    R"(  vxcam daemons                     listens for 6 seconds; each announces itself every 5
+  vxcam daemons --count 1           until the first one is found
+  vxcam daemons --group 239.1.2.3:9000 --for 20s)";
+
+namespace {
+
+constexpr uint16_t gnGroupPort = 7020;
+constexpr const char* gsGroup = "239.192.100.100";
+constexpr size_t gnMostDaemons = 10000;
+
+struct tsDaemon {
+    std::string name, address;
+    uint16_t port = 0;
+    int announcements = 0;
+};
+
+// What the processes take, too.
+std::string UsualGroup()
+{
+    const char* group = std::getenv("DBGD_ANNOUCE_GROUP");
+    return group != nullptr && *group != '\0' ? group : gsGroup;
+}
+
+class tcDaemons : public tcVerb
+{
+public:
+    void Declare(CLI::App& app) override;
+    void Run() override;
+
+private:
+    void Listen(tcDatagrams& datagrams, std::chrono::milliseconds duration);
+    void Note(const tsDatagram& datagram);
+    void Print() const;
+    nlohmann::ordered_json Document() const override;
+
+    std::string msGroup = UsualGroup(), msInterface, msDuration = "6s";
+    size_t mnCount = 0;
+    bool mbQuiet = false;
+    std::vector<tsDaemon> maDaemons;
+};
+
+void tcDaemons::Declare(CLI::App& app)
+{
+    app.add_option("--group", msGroup, "ADDRESS or ADDRESS:PORT where they announce themselves")
+        ->type_name("GROUP")
+        ->capture_default_str();
+    app.add_option("--interface", msInterface,
+                   "local address of the interface to listen on, instead of all")
+        ->type_name("ADDRESS");
+    app.add_option("--for", msDuration, "how long to listen")
+        ->type_name("TIME")
+        ->capture_default_str();
+    app.add_option("-n,--count", mnCount, "end when so many are found; 0: listen all the time")
+        ->type_name("NUMBER")
+        ->capture_default_str();
+    app.add_flag("--json", mbJson, "print one JSON document");
+    DeclareQuiet(app, &mbQuiet);
+}
+
+void tcDaemons::Note(const tsDatagram& datagram)
+{
+    const auto heard = ParseAnnouncement(datagram.bytes);
+    if (!heard) return;
+    const auto known =
+        std::find_if(maDaemons.begin(), maDaemons.end(), [&](const tsDaemon& daemon) {
+            return daemon.name == heard->name && daemon.address == datagram.address &&
+                   daemon.port == heard->port;
+        });
+    if (known != maDaemons.end()) {
+        ++known->announcements;
+    } else if (maDaemons.size() < gnMostDaemons) {
+        maDaemons.push_back({heard->name, datagram.address, heard->port, 1});
+    }
+}
+
+void tcDaemons::Listen(tcDatagrams& datagrams, std::chrono::milliseconds duration)
+{
+    const auto deadline = std::chrono::steady_clock::now() + duration;
+    do {
+        const auto datagram = datagrams.Receive(deadline);
+        if (!datagram) return;
+        Note(*datagram);
+    } while ((mnCount == 0 || maDaemons.size() < mnCount) &&
+             std::chrono::steady_clock::now() < deadline);
+}
+
+nlohmann::ordered_json tcDaemons::Document() const
+{
+    nlohmann::ordered_json document{{"group", msGroup},
+                                    {"daemons", nlohmann::ordered_json::array()}};
+    for (const tsDaemon& daemon : maDaemons) {
+        document["daemons"].push_back({{"name", daemon.name},
+                                       {"address", daemon.address},
+                                       {"port", daemon.port},
+                                       {"announcements", daemon.announcements}});
+    }
+    return document;
+}
+
+void tcDaemons::Print() const
+{
+    if (mbJson) return PrintDocument(Document());
+    if (mbQuiet) return;
+    for (const tsDaemon& daemon : maDaemons) {
+        PrintLine(daemon.address + ":" + std::to_string(daemon.port) + "  " +
+                  Printable(daemon.name));
+    }
+}
+
+void tcDaemons::Run()
+{
+    const std::chrono::milliseconds duration = ParseDuration(msDuration);
+    const tsEndpoint group = ParseEndpoint("group", msGroup, gnGroupPort);
+    msGroup = group.host + ":" + std::to_string(group.port);
+    tcDatagrams datagrams({"0.0.0.0", group.port, group.host, msInterface});
+    Listen(datagrams, duration);
+    std::sort(maDaemons.begin(), maDaemons.end(), [](const tsDaemon& a, const tsDaemon& b) {
+        return std::tie(a.address, a.port, a.name) < std::tie(b.address, b.port, b.name);
+    });
+    if (maDaemons.empty()) {
+        throw tcFailure(eExitNoCamera, "no process announced itself to " + msGroup + " within " +
+                                           DurationText(duration));
+    }
+    Print();
+}
+
+} // namespace
+
+std::unique_ptr<tcVerb> MakeDaemons()
+{
+    return std::make_unique<tcDaemons>();
+}

@@ -1,0 +1,190 @@
+// vxcam items: the tunable values of a process, through its item server.
+#include "arguments.h"
+#include "failure.h"
+#include "itemreplies.h"
+#include "logrecord.h"
+#include "program.h"
+#include "report.h"
+#include "tcService.h"
+
+#include <algorithm>
+#include <thread>
+
+const char* const gsItemsExamples =
+    R"(  vxcam items 192.168.1.20 list            name, value and meaning of each
+  vxcam items 192.168.1.20:7011 get sky
+  vxcam items 192.168.1.20 set sky 200)";
+
+namespace {
+
+constexpr size_t gnLongestRequest = 1024;
+constexpr std::chrono::milliseconds gtSettling{100}; // for a process that puts a value back
+
+class tcItems : public tcVerb
+{
+public:
+    void Declare(CLI::App& app) override;
+    void Run() override;
+    nlohmann::ordered_json Document() const override { return {{"target", msTarget}}; }
+
+private:
+    void List();
+    void Get();
+    void Set();
+
+    std::string Ask(const std::string& request) const;
+    std::vector<tsItem> AllItems() const;
+    tsItem Find(const std::string& name) const;
+    std::string Value(const std::string& name) const;
+    void Print(const tsItem& item) const;
+
+    void (tcItems::*mpAction)() = nullptr;
+    std::string msTarget, msTimeout = "5s", msName, msValue;
+    bool mbQuiet = false;
+    mutable std::optional<tcService> mtService;
+};
+
+nlohmann::ordered_json ItemDocument(const tsItem& item)
+{
+    return {
+        {"name", item.name}, {"value", ItemNumber(item.value)}, {"description", item.description}};
+}
+
+void tcItems::Declare(CLI::App& app)
+{
+    app.add_option("TARGET", msTarget, "HOST or HOST:PORT; without a port 7010")
+        ->type_name("")
+        ->required();
+    app.add_option("--timeout", msTimeout, "how long the process may be silent")
+        ->type_name("TIME")
+        ->capture_default_str();
+    app.add_flag("--json", mbJson, "print one JSON document");
+    DeclareQuiet(app, &mbQuiet);
+    app.require_subcommand(1);
+    const auto action = [&](const char* name, const char* summary, void (tcItems::*run)()) {
+        CLI::App* const declared = app.add_subcommand(name, summary);
+        declared->fallthrough();
+        declared->callback([this, run] { mpAction = run; });
+        return declared;
+    };
+    action("list", "list the items", &tcItems::List);
+    CLI::App* const get = action("get", "show one item", &tcItems::Get);
+    CLI::App* const set = action("set", "give an item another value", &tcItems::Set);
+    for (CLI::App* named : {get, set}) {
+        named->add_option("NAME", msName, "the item")->type_name("")->required();
+    }
+    set->add_option("VALUE", msValue, "a number, without a fraction for a whole-numbered item")
+        ->type_name("")
+        ->required();
+}
+
+void tcItems::Run()
+{
+    const bool isName = msName.find_first_of(std::string("=\0", 2)) == std::string::npos;
+    const bool isValue = msValue.empty() || IsItemNumber(msValue);
+    if (!isName) throw tcFailure(eExitUsage, "item '" + Printable(msName) + "': no '=' in a name");
+    if (!isValue) throw tcFailure(eExitUsage, "value '" + Printable(msValue) + "' is no number");
+    mtService.emplace(ParseEndpoint("target", msTarget, gnItemPort), "item server",
+                      ParseDuration(msTimeout));
+    (this->*mpAction)();
+}
+
+std::string tcItems::Ask(const std::string& request) const
+{
+    if (request.size() <= gnLongestRequest) return mtService->Ask(request);
+    throw tcFailure(eExitUsage, "the request would be longer than 1024 bytes");
+}
+
+std::vector<tsItem> tcItems::AllItems() const
+{
+    const std::string reply = Ask("LIST");
+    if (auto items = ParseItems(reply)) return *items;
+    throw tcFailure(eExitNoCamera, mtService->Name() + " does not answer LIST as an item server " +
+                                       "does: '" + Printable(reply.substr(0, 60)) + "'");
+}
+
+tsItem tcItems::Find(const std::string& name) const
+{
+    const std::vector<tsItem> items = AllItems();
+    const auto found = std::find_if(items.begin(), items.end(),
+                                    [&](const tsItem& item) { return item.name == name; });
+    if (found != items.end()) return *found;
+    throw tcFailure(eExitCamera, "there is no item " + Printable(name) + " (" +
+                                     std::to_string(items.size()) + " others)");
+}
+
+std::string tcItems::Value(const std::string& name) const
+{
+    const std::string reply = Ask("GET:" + name);
+    if (!reply.empty() && reply.back() == '\0') return reply.substr(0, reply.size() - 1);
+    throw tcFailure(eExitNoCamera, mtService->Name() + " does not answer GET as an item server " +
+                                       "does: '" + Printable(reply.substr(0, 60)) + "'");
+}
+
+void tcItems::Print(const tsItem& item) const
+{
+    if (mbJson) {
+        nlohmann::ordered_json document = Document();
+        document.update(ItemDocument(item));
+        return PrintDocument(document);
+    }
+    if (!mbQuiet) PrintLine(Printable(item.name) + " = " + Printable(item.value));
+}
+
+void tcItems::List()
+{
+    const std::vector<tsItem> items = AllItems();
+    if (mbJson) {
+        nlohmann::ordered_json document = Document();
+        document["items"] = nlohmann::ordered_json::array();
+        for (const tsItem& item : items) {
+            document["items"].push_back(ItemDocument(item));
+        }
+        return PrintDocument(document);
+    }
+    if (mbQuiet) return;
+    size_t names = 0, values = 0;
+    for (const tsItem& item : items) {
+        names = std::max(names, Printable(item.name).size());
+        values = std::max(values, Printable(item.value).size());
+    }
+    for (const tsItem& item : items) {
+        const std::string name = Printable(item.name), value = Printable(item.value);
+        PrintLine(name + std::string(names - name.size() + 2 + values - value.size(), ' ') + value +
+                  "  " + Printable(item.description));
+    }
+}
+
+void tcItems::Get()
+{
+    tsItem item = Find(msName);
+    item.value = Value(msName);
+    Print(item);
+}
+
+void tcItems::Set()
+{
+    tsItem item = Find(msName);
+    if (!FitsItem(item.value, msValue)) {
+        throw tcFailure(eExitUsage,
+                        Printable(msName) + " takes whole numbers of 32 bits, not " + msValue);
+    }
+    const std::string before = item.value;
+    Ask("SET:" + msName + "=" + msValue);
+    item.value = Value(msName);
+    if (SameItemValue(item.value, msValue)) {
+        std::this_thread::sleep_for(gtSettling);
+        item.value = Value(msName);
+    }
+    Print(item);
+    if (SameItemValue(item.value, msValue)) return;
+    throw tcFailure(eExitCamera, "the process does not take " + msValue + ": " + Printable(msName) +
+                                     " is " + Printable(item.value));
+}
+
+} // namespace
+
+std::unique_ptr<tcVerb> MakeItems()
+{
+    return std::make_unique<tcItems>();
+}
