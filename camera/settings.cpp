@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstring>
 
 namespace {
@@ -144,6 +145,7 @@ int tcVXCamera::GetCoolParam(int* cooling)
 int tcVXCamera::SetCCDTargetTemp(float degrees)
 {
     LogEntered("SetCCDTargetTemp");
+    if (std::isnan(degrees)) return eVXArgument;
     const double tenths = std::clamp<double>(degrees * 10.0, INT_MIN, INT_MAX);
     return Send(cmdSetCCDTargetTemp, {static_cast<int32_t>(tenths)});
 }

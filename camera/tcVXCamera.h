@@ -209,7 +209,7 @@ public:
     // ---- Cooling and temperatures ------------------------------------------------------------
     virtual int SetCooling(int on);
     virtual int GetCoolParam(int* cooling);
-    virtual int SetCCDTargetTemp(float degrees);
+    virtual int SetCCDTargetTemp(float degrees); // what is no number gives -5
     virtual int GetCCDTargetTemp(float* degrees);
     virtual int GetCCDTemp(short* temperature);   // of the last heartbeat; no message
     virtual int GetBoardTemp(short* temperature); // of the last heartbeat; no message

@@ -218,7 +218,8 @@ VX_EXPORT int VXSetCooling(int handle, int on);
 /* Asks whether cooling is on; at worst 10 s. */
 VX_EXPORT int VXGetCooling(int handle, int* on);
 
-/* Sends the sensor's target temperature in degrees Celsius, in steps of 0.1 [-1]. */
+/* Sends the sensor's target temperature in degrees Celsius, in steps of 0.1 [-1; -5 for what is no
+ * number]. */
 VX_EXPORT int VXSetCCDTargetTemp(int handle, float degrees);
 
 /* Asks for it; at worst 20 s. */

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <sstream>
 
 namespace {
@@ -156,6 +157,20 @@ const tsConversation gaConversations[] = {
      0,
      {},
      "0:"},
+    {"SetCCDTargetTempGoesToTheEndOfTheRange",
+     Set(&C::SetCCDTargetTemp, -1e30f),
+     0x4D,
+     P().I32(INT32_MIN),
+     0,
+     {},
+     "0:"},
+    {"SetCCDTargetTempRefusesWhatIsNoNumber",
+     Set(&C::SetCCDTargetTemp, std::nanf("")),
+     0,
+     {},
+     0,
+     {},
+     "-5:"},
     {"GetCCDTargetTemp", Get(&C::GetCCDTargetTemp), 0x4E, {}, 0x7B, P().I32(-205), "0: -20.5"},
     {"EnableFan", Set(&C::EnableFan, 1), 0x48, P().U32(1), 0, {}, "0:"},
     {"SetPID", Set(&C::SetPID, 1.f, 2.5f, -3.f), 0x2C, P().F32(1).F32(2.5f).F32(-3), 0, {}, "0:"},
@@ -483,7 +498,7 @@ TEST(SettingsSend, FailureIsHandedOnOnlyWhereTold)
     TVXNetworkConfig config{};
     tsRecordParams recording{};
     TVXCameraHardware info{};
-    unsigned char table[8] = {};
+    unsigned char table[8] = {}, wide[2048] = {};
     int size = sizeof info;
 
     EXPECT_EQ(camera.SetShutterOverride(0, 0), -1);
@@ -517,6 +532,7 @@ TEST(SettingsSend, FailureIsHandedOnOnlyWhereTold)
     EXPECT_EQ(camera.SetShutterParams(1, 1, 1), 0);
     EXPECT_EQ(camera.SetAreaEx(0, nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(camera.SetBinParam(table, 0), 0);
+    EXPECT_EQ(camera.SetHorBinParam(wide, 0), 0);
     EXPECT_EQ(camera.SetCooling(1), 0);
     EXPECT_EQ(camera.WriteDAC(1, 1, true), 0);
     EXPECT_EQ(camera.Write32Data(1, 1), 0);
@@ -619,43 +635,106 @@ TEST(SettingsExposure, OneFieldHoldsTheCurrentExposure)
     EXPECT_EQ(stepsToTimeOut(camera), 230);
 }
 
+struct tsEntry {
+    const char* name; // what the record says
+    std::function<void(tcVXCamera&)> call;
+};
+
+// A call with all its arguments zero or null.
+template <class... Parameters>
+tsEntry Entry(const char* name, int (tcVXCamera::*operation)(Parameters...))
+{
+    return {name, [operation](tcVXCamera& camera) { (camera.*operation)(Parameters{}...); }};
+}
+
+const tsEntry gaEntries[] = {
+    Entry("SetExposure", &C::SetExposure),
+    Entry("SetExposureEx", &C::SetExposureEx),
+    Entry("GetExposureTime", &C::GetExposureTime),
+    Entry("GetExposureTimeEx", &C::GetExposureTimeEx),
+    Entry("SetShutterCloseDelay", &C::SetShutterParams), // another name
+    Entry("GetShutterDelay", &C::GetShutterParams),      // another name
+    Entry("GetShutterCloseDelay", &C::GetShutterCloseDelay),
+    Entry("SetShutterOverride", &C::SetShutterOverride),
+    Entry("SetCCDArea", &C::SetCCDArea),
+    Entry("SetAreaEx", &C::SetAreaEx),
+    Entry("GetExposure", &C::GetAreaEx), // another name
+    Entry("SetBinParam", &C::SetBinParam),
+    Entry("SetHorbinParam", &C::SetHorBinParam), // another spelling
+    Entry("GetBinParam", &C::GetBinParam),
+    Entry("GetHorBinParam", &C::GetHorBinParam),
+    Entry("SetBinMaskParam", &C::SetBinMaskParam),
+    Entry("GetBinParam", &C::GetBinMaskParam), // another name
+    Entry("SetBinningSequence", &C::SetBinningSequence),
+    Entry("GetBinningSequence", &C::GetBinningSequence),
+    Entry("SetSimpleBinning", &C::SetSimpleBinning),
+    Entry("GetSimpleBinning", &C::GetSimpleBinning),
+    Entry("SetCooling", &C::SetCooling),
+    Entry("GetCoolParam", &C::GetCoolParam),
+    Entry("SetCCDTargetTemp", &C::SetCCDTargetTemp),
+    Entry("GetCCDTargetTemp", &C::GetCCDTargetTemp),
+    Entry("SetCCDOffset", &C::EnableFan), // another name
+    Entry("SetCCDOffset", &C::SetCCDOffset),
+    Entry("WriteDAC", &C::WriteDAC),
+    Entry("Write32Data", &C::Write32Data),
+    Entry("Read32Data", &C::Read32Data),
+    Entry("CameraReset", &C::CameraReset),
+    Entry("ClearCCD", &C::ClearCCD),
+    Entry("SetTrigger", &C::SetTrigger),
+    Entry("GetTrigger", &C::GetTrigger),
+    Entry("SetTriggerMode", &C::SetTriggerMode),
+    Entry("GetTriggerMode", &C::GetTriggerMode),
+    Entry("SetAutoTriggerReArm", &C::SetAutoTriggerReArm),
+    Entry("GetAutoTriggerReArm", &C::GetAutoTriggerReArm),
+    Entry("SetGPIO", &C::SetGPIO),
+    Entry("GetGPIO", &C::GetGPIO),
+    Entry("SetGain", &C::SetGain),
+    Entry("GetGainConfig", &C::GetGainConfig),
+    Entry("SetPID", &C::SetPID),
+    Entry("GetPID", &C::GetPID),
+    Entry("SetFilter", &C::SetFilter),
+    Entry("GetFilter", &C::GetFilter),
+    Entry("CISSetShutterMode", &C::CISSetShutterMode),
+    Entry("CISCalibrate", &C::CISCalibrate),
+    Entry("CISSelectChannel", &C::CISSelectChannel),
+    Entry("CISCalibrationState", &C::CISCalibrationState),
+    Entry("SetRecording", &C::SetRecording),
+    Entry("SetTestPattern", &C::SetTestPattern),
+    Entry("SetImageInterval", &C::SetImageInterval),
+    Entry("GetImageIntervals", &C::GetImageIntervals),
+    Entry("SetCCDImageMirroring", &C::SetCCDImageMirroring),
+    Entry("GetCCDImageMirroring", &C::GetCCDImageMirroring),
+    Entry("SetShearingParams", &C::SetShearingParams),
+    Entry("SetTimingData", &C::SetTimingData),
+    Entry("GetTimingFileData", &C::GetTimingFileData),
+    Entry("SetParameter", &C::SetParameter),
+    Entry("GetParameter", &C::GetParameter),
+    Entry("SetCameraHardwareInfo", &C::SetCameraHardwareInfo),
+    Entry("GetCameraHardwareInfo", &C::GetCameraHardwareInfo),
+    Entry("SetNetworkConfig", &C::SetNetworkConfig),
+    Entry("GetNetworkConfig", &C::GetNetworkConfig),
+    Entry("GetReadoutNoise", &C::GetReadoutNoise),
+    Entry("SendUserDefined", &C::SendUserDefined),
+    Entry("SendLoopbackData", &C::SendLinkTestData), // another name
+    Entry("EngineeringCommand", &C::EngineeringCommand),
+};
+
 TEST(SettingsLog, OperationsNameThemselvesOrWhatTheyAreMarkedWith)
 {
     tcTestCamera camera;
+    camera.TellGeometry(1, 6);
     const tBytes zeros = P().Fill(300, 0);
     for (const tsCommandRow& row : gaCommands) {
         if (row.answer != nullptr) camera.AnswerTo(row.id, row.answer->id, zeros);
     }
-    const auto entered = [&camera](const char* name) {
-        const bool logged =
-            camera.Logged(DebugRecord(4, std::string("tcVXCamera::") + name + " Entered"));
+    for (const tsEntry& entry : gaEntries) {
         camera.ForgetRecords();
-        return logged;
-    };
-    camera.SetImageInterval(1);
-    EXPECT_TRUE(entered("SetImageInterval"));
-    camera.SetCooling(1);
-    EXPECT_TRUE(entered("SetCooling"));
-    camera.SetShutterParams(1, 1, 1);
-    EXPECT_TRUE(entered("SetShutterCloseDelay"));
-    camera.GetShutterParams(nullptr, nullptr, nullptr);
-    EXPECT_TRUE(entered("GetShutterDelay"));
-    camera.GetAreaEx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    EXPECT_TRUE(entered("GetExposure"));
-    unsigned char table[4096] = {};
-    camera.SetHorBinParam(table, 0);
-    EXPECT_TRUE(entered("SetHorbinParam"));
-    camera.GetBinMaskParam(nullptr, nullptr, nullptr);
-    EXPECT_TRUE(entered("GetBinParam"));
-    camera.EnableFan(1);
-    EXPECT_TRUE(entered("SetCCDOffset"));
-    tsLinkTestCmd test{};
-    test.Mode = 2;
-    test.Count = 1;
-    camera.SendLinkTestData(&test);
-    EXPECT_TRUE(entered("SendLoopbackData"));
-    camera.EngineeringCommand(1, table);
-    EXPECT_TRUE(entered("EngineeringCommand"));
+        entry.call(camera);
+        const auto records = camera.Records();
+        ASSERT_FALSE(records.empty()) << entry.name;
+        EXPECT_EQ(records[0],
+                  DebugRecord(4, std::string("tcVXCamera::") + entry.name + " Entered"));
+    }
 }
 
 } // namespace
