@@ -162,6 +162,25 @@ TEST(LinkTest, EndsAtTheFirstFailure)
     EXPECT_EQ(camera.SendLinkTestData(nullptr), -5);
 }
 
+TEST(LinkTest, OfCountZeroGoesOnUntilASendFails)
+{
+    for (uint32_t mode : {0u, 1u}) {
+        tcTestCamera camera;
+        unsigned sends = 0;
+        camera.SetScript([&](const tsSentMessage& sent) {
+            EXPECT_EQ(sent.Short(0), mode == 0 ? 1 : 0);
+            if (++sends == 20) camera.RefuseToSend(true);
+            if (mode == 0) camera.Feed(answerId, tcPayload().Fill(13, 0));
+        });
+        tsLinkTest test(1);
+        test.command.Mode = mode;
+        EXPECT_EQ(camera.SendLinkTestData(&test.command), mode == 0 ? -2 : -1);
+        EXPECT_EQ(sends, 20u);
+        EXPECT_EQ(test.command.MessagesSent, 21u);
+        EXPECT_EQ(test.command.AnswersReceived, mode == 0 ? 20u : 0u);
+    }
+}
+
 TEST(LinkTest, RecordIsDetachedAfterwards)
 {
     tcTestCamera camera;
@@ -254,6 +273,46 @@ TEST(Engineering, ForwardsEachCommand)
     EXPECT_EQ(camera.EngineeringCommand(99, words), -5);
     EXPECT_EQ(camera.EngineeringCommand(108, words), -5);
     EXPECT_EQ(camera.EngineeringCommand(100, nullptr), -5);
+}
+
+// Notes which operations it was asked for.
+class tcNotingCamera : public tcTestCamera
+{
+public:
+    int Read32Data(unsigned long, unsigned long*) override { return Note("Read32Data"); }
+    int Write32Data(unsigned long, unsigned long) override { return Note("Write32Data"); }
+    int WriteDAC(unsigned char, unsigned short, bool) override { return Note("WriteDAC"); }
+    int SendLinkTestData(tsLinkTestCmd*) override { return Note("SendLinkTestData"); }
+    int SetCameraHardwareInfo(TVXCameraHardware*, int* size) override
+    {
+        EXPECT_EQ(*size, 100);
+        return Note("SetCameraHardwareInfo");
+    }
+    int SetPID(float, float, float) override { return Note("SetPID"); }
+    int GetPID(tsSetPIDCmd*) override { return Note("GetPID"); }
+    int SetFilter(tsSetFilterCmd*) override { return Note("SetFilter"); }
+
+    std::vector<std::string> Notes;
+
+private:
+    int Note(const char* operation)
+    {
+        Notes.push_back(operation);
+        return 40 + static_cast<int>(Notes.size());
+    }
+};
+
+TEST(Engineering, GoesThroughTheVirtualOperationsAndReturnsTheirResults)
+{
+    tcNotingCamera camera;
+    uint32_t words[26] = {1, 2, 3};
+    for (int command = 100; command <= 107; ++command) {
+        EXPECT_EQ(camera.EngineeringCommand(command, words), command - 59) << command;
+    }
+    EXPECT_THAT(camera.Notes,
+                ElementsAre("Read32Data", "Write32Data", "WriteDAC", "SendLinkTestData",
+                            "SetCameraHardwareInfo", "SetPID", "GetPID", "SetFilter"));
+    EXPECT_THAT(words[1], 2u) << "written only when the register was read";
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <numeric>
 
 namespace {
@@ -229,6 +230,31 @@ TEST(BinMask, IsSentInTwoHalvesARow)
         EXPECT_EQ(sent[i].At<uint16_t>(514), i % 2 + 1);
         EXPECT_EQ(sent[i].At<uint32_t>(516), 0x01020304u);
     }
+}
+
+TEST(BinMask, IsSentNoFasterThanAHalfRowAMillisecond)
+{
+    using std::chrono::steady_clock;
+    tcTestCamera camera;
+    camera.TellGeometry(3, 6);
+    std::vector<steady_clock::time_point> times{steady_clock::now()};
+    camera.SetScript([&times](const tsSentMessage&) { times.push_back(steady_clock::now()); });
+    unsigned char mask[18] = {};
+    EXPECT_EQ(camera.SetBinMaskParam(mask, 0), 0);
+    ASSERT_EQ(times.size(), 7u);
+    for (size_t i = 1; i < times.size(); ++i) {
+        EXPECT_GE(times[i] - times[i - 1], std::chrono::milliseconds(1)) << i;
+    }
+}
+
+TEST(BinMask, IsSentToItsEndThoughSendsFail)
+{
+    tcTestCamera camera;
+    camera.TellGeometry(2, 6);
+    camera.RefuseToSend(true);
+    unsigned char mask[12] = {};
+    EXPECT_EQ(camera.SetBinMaskParam(mask, 0), 0);
+    EXPECT_EQ(camera.SendAttempts(), 4u);
 }
 
 TEST(BinMask, OfAWideSensorSendsAtMost512BytesAHalf)
