@@ -20,6 +20,9 @@ using ::testing::internal::GetCapturedStdout;
 // Errors that the next calls fail with; 0: they succeed.
 std::atomic<int> gnSocketError{0}, gnListenError{0}, gnAcceptError{0};
 
+// What the last listen() asked for.
+std::atomic<int> gnBacklog{-1};
+
 // Where datagrams would have gone, while they are held back.
 std::atomic<bool> gbHoldDatagrams{false};
 std::mutex ghDatagrams;
@@ -49,6 +52,7 @@ extern "C" VX_EXPORT int socket(int domain, int type, int protocol) noexcept
 extern "C" VX_EXPORT int listen(int descriptor, int backlog) noexcept
 {
     static const auto real = Real(&listen, "listen");
+    gnBacklog = backlog;
     return Fails(gnListenError) ? -1 : real(descriptor, backlog);
 }
 
@@ -152,6 +156,7 @@ TEST_F(FailingItemServer, ReportsThatItCannotListen)
     gnListenError = EOPNOTSUPP;
     const int descriptors = CountDescriptors();
     EXPECT_EQ("listen: Operation not supported\n", Outcome());
+    EXPECT_EQ(2, gnBacklog);
     EXPECT_EQ(descriptors, CountDescriptors());
     gnListenError = 0;
     EXPECT_FALSE(tcClient(mnPort).IsConnected());

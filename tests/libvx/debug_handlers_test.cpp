@@ -1,12 +1,69 @@
 // ECHO, HELP and LIST over TCP.
+#include "HSocket.h"
 #include "debug_support.h"
+
+#include <fcntl.h>
 
 namespace {
 
-using std::string_literals::operator""s;
-using ::testing::Contains;
+using ::testing::ElementsAre;
+
+// A client that sees where one writing ends and the next begins.
+class tcPackets
+{
+public:
+    tcPackets()
+    {
+        int ends[2];
+        EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends));
+        mhPeer = ends[1];
+        mClient.Create();
+        EXPECT_EQ(mClient.GetFD(), dup3(ends[0], mClient.GetFD(), O_CLOEXEC));
+        close(ends[0]);
+    }
+    ~tcPackets() { close(mhPeer); }
+    tcPackets(const tcPackets&) = delete;
+    tcPackets& operator=(const tcPackets&) = delete;
+
+    // What a handler writes for these arguments.
+    std::vector<std::string> Of(tcDbgdWB* handler, std::string args)
+    {
+        handler->Run(&mClient, args.data());
+        std::vector<std::string> packets;
+        char data[65536];
+        for (ssize_t size; (size = recv(mhPeer, data, sizeof data, MSG_DONTWAIT)) > 0;)
+            packets.emplace_back(data, static_cast<size_t>(size));
+        return packets;
+    }
+
+private:
+    HSocket mClient;
+    int mhPeer = -1;
+};
 
 } // namespace
+
+TEST(Handlers, ReplyInOneWritingButForTheEcho)
+{
+    const tcQuietErrors quiet;
+    tcLog first("FIRST", 1), second("SECOND", 2);
+    first.logError("an error");
+    second.logError("another");
+    tcPackets client;
+    EXPECT_THAT(client.Of(DbgdWB_echoPtr, "abc"), ElementsAre("abc", "\n"));
+    EXPECT_THAT(client.Of(DbgdWB_helpPtr, "ECHO"), ElementsAre(DbgdWB_echoPtr->msHelp));
+    EXPECT_THAT(client.Of(DbgdWB_helpPtr, "NOPE"), ElementsAre("NOPE: unknown command token\n"));
+    EXPECT_THAT(client.Of(DbgdWB_listPtr, ""), ElementsAre(DbgdPointer()->List()));
+    for (const char* command : {"LIST", "DIR", "GET FIRST", "GET NOPE", "DUMP NOPE"})
+        EXPECT_EQ(1u, client.Of(DbgdWB_logPtr, command).size()) << command;
+    EXPECT_THAT(client.Of(DbgdWB_logPtr, "ERRS"), ElementsAre(tcLog::ErrorBuffer()));
+    EXPECT_THAT(client.Of(DbgdWB_logPtr, "SET FIRST 1 100"), ElementsAre());
+    first.logDebug(1, "one line");
+    first.logDebug(1, "another line");
+    EXPECT_EQ(1u, client.Of(DbgdWB_logPtr, "DUMP FIRST").size());
+    EXPECT_THAT(client.Of(DbgdWB_logPtr, "SET FIRST 1"), ElementsAre());
+    EXPECT_THAT(client.Of(DbgdWB_logPtr, "ENABLE 1"), ElementsAre());
+}
 
 TEST_F(Daemon, EchoesItsArgument)
 {

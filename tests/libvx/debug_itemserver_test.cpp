@@ -229,6 +229,17 @@ TEST_F(ItemServer, IsStartedOnceAndEndsAfterTheConnectionThatFollowsTheStop)
     EXPECT_FALSE(tcClient(mnPort).IsConnected());
 }
 
+TEST_F(ItemServer, ForgetsAStopThatCameBeforeItsStart)
+{
+    tcDbgItem::AddItem("A", 1, "");
+    tcDbgItem::StopServer();
+    EXPECT_TRUE(tcDbgItem::mbThreadDone);
+    Start();
+    EXPECT_FALSE(tcDbgItem::mbThreadDone);
+    EXPECT_EQ("1\0"s, Ask("GET:A"));
+    EXPECT_EQ("1\0"s, Ask("GET:A"));
+}
+
 TEST_F(ItemServer, ReportsATakenPortAndLeavesItsSocketOpen)
 {
     tcBound taken(SOCK_STREAM, FreePort());

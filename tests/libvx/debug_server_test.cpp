@@ -87,6 +87,28 @@ TEST_F(Daemon, EndsArgumentsAtTheFirstLineEnd)
     mpDaemon->RemoveWB(&handler);
 }
 
+TEST_F(Daemon, GoesThroughEveryCharacterOfTheArguments)
+{
+    class tcCounting : public tcDbgdWB
+    {
+    public:
+        tcCounting() : tcDbgdWB("X", "") {}
+        void Run(HSocket*, char* args) override { msSeen.assign(args, 7); }
+        std::string msSeen;
+    } handler;
+    mpDaemon->RegisterWB(&handler);
+    tcDbgd::GetLog().setDbgLevel(-11);
+    Start();
+    mLog.Texts();
+    Ask("X:a\r\n\rb\nc");
+    EXPECT_EQ("a\0\0\0b\0c"s, handler.msSeen);
+    EXPECT_THAT(mLog.Texts(),
+                ElementsAre("11 char value = 97", "11 char value = 13", "11 char value = 10",
+                            "11 char value = 13", "11 char value = 98", "11 char value = 10",
+                            "11 char value = 99"));
+    mpDaemon->RemoveWB(&handler);
+}
+
 TEST_F(Daemon, LogsWhatItDoes)
 {
     tcBrackets handler("X");
@@ -145,6 +167,7 @@ TEST_F(Daemon, AnnouncesOnlyWhileItRuns)
     Stop();
     EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
     EXPECT_LT(ElapsedMs(start), 2000);
+    EXPECT_FALSE(mAnnouncements.HasReceived()) << "the first one comes after the interval";
 }
 
 TEST_F(Daemon, HasTheTimesThatAreDocumented)
@@ -251,6 +274,25 @@ TEST_F(Daemon, ServesSixtyFourClientsAtATime)
     EXPECT_EQ("second\n", further.ReadAll());
     silent[20]->Send("ECHO:third");
     EXPECT_EQ("third\n", silent[20]->ReadAll());
+}
+
+TEST_F(Daemon, KeepsManyMoreWaiting)
+{
+    const int threads = CountThreads() + 2;
+    Start();
+    std::vector<std::unique_ptr<tcClient>> silent, waiting;
+    for (int i = 0; i < 64; ++i)
+        silent.push_back(std::make_unique<tcClient>(mnPort));
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads + 64; }));
+    const auto start = tcClock::now();
+    for (int i = 0; i < 200; ++i) {
+        waiting.push_back(std::make_unique<tcClient>(mnPort));
+        waiting.back()->Send("ECHO:" + std::to_string(i));
+    }
+    EXPECT_LT(ElapsedMs(start), 900) << "nobody is turned away to try again";
+    silent.clear();
+    for (size_t i = 0; i < waiting.size(); ++i)
+        EXPECT_EQ(std::to_string(i) + "\n", waiting[i]->ReadAll());
 }
 
 TEST_F(Daemon, ReadsAtMost1024Bytes)

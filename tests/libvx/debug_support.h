@@ -93,6 +93,11 @@ public:
         const auto size = recv(mhDescriptor, data, sizeof data, 0);
         return size < 0 ? "nothing received" : std::string(data, static_cast<size_t>(size));
     }
+    bool HasReceived() const
+    {
+        char byte;
+        return recv(mhDescriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;
+    }
 
 private:
     int mhDescriptor;
