@@ -3,6 +3,7 @@
 #include "debug_support.h"
 #include "tcDbgItem.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 
 #include <atomic>
@@ -18,7 +19,7 @@ using ::testing::internal::GetCapturedStderr;
 using ::testing::internal::GetCapturedStdout;
 
 // Errors that the next calls fail with; 0: they succeed.
-std::atomic<int> gnSocketError{0}, gnListenError{0}, gnAcceptError{0};
+std::atomic<int> gnSocketError{0}, gnListenError{0}, gnAcceptError{0}, gnFolderError{0};
 
 // What the last listen() asked for.
 std::atomic<int> gnBacklog{-1};
@@ -54,6 +55,12 @@ extern "C" VX_EXPORT int listen(int descriptor, int backlog) noexcept
     static const auto real = Real(&listen, "listen");
     gnBacklog = backlog;
     return Fails(gnListenError) ? -1 : real(descriptor, backlog);
+}
+
+extern "C" VX_EXPORT dirent* readdir(DIR* folder)
+{
+    static const auto real = Real(&readdir, "readdir");
+    return Fails(gnFolderError) ? nullptr : real(folder);
 }
 
 extern "C" VX_EXPORT int accept4(int descriptor, sockaddr* address, socklen_t* size, int flags)
@@ -223,6 +230,17 @@ TEST_F(Daemon, GoesOnAcceptingWhenDescriptorsWereShort)
     EXPECT_FALSE(client.HasAnswer(50));
     gnAcceptError = 0;
     EXPECT_EQ("late\n", client.ReadAll());
+}
+
+TEST(DbgdModules, FolderThatCannotBeReadToItsEndIsReported)
+{
+    setenv("DBGD_MODULE_PATH", "/tmp", 1);
+    CaptureStderr();
+    Keep(tcDbgd::getItem());
+    gnFolderError = EIO;
+    Keep(new tcDbgd);
+    gnFolderError = 0;
+    EXPECT_EQ("/tmp: Input/output error\n", GetCapturedStderr());
 }
 
 TEST_F(AnnouncingDaemon, AnnouncesToItsGroupWithAZeroByte)

@@ -259,7 +259,9 @@ TEST_F(LogCommand, DumpsOnlyWhatItRedirectedItself)
     EXPECT_TRUE(mLog.Has("5 tcDbgdWB_Log::Looking for log name CAM (3)"));
     EXPECT_EQ("ERROR", Ask("LOG:DUMP NOPE"));
     EXPECT_EQ("ERROR", Ask("LOG:DUMP"));
+    EXPECT_EQ(nullptr, DbgdWB_logPtr->FindLogInfoPtr("CAM"));
     Tell("LOG:SET CAM 1 .");
+    EXPECT_NE(nullptr, DbgdWB_logPtr->FindLogInfoPtr("CAM"));
     EXPECT_EQ("ERROR", Ask("LOG:DUMP CAM")); // a record without a consumer
     Tell("LOG:SET CAM 1 file.log");
     mLogger.logDebug(1, "text");
@@ -450,12 +452,17 @@ TEST_F(LogCommand, LeavesAnotherLoggerOfTheNameAlone)
     tcLog second("CAM", 1);
     delete[] kept;
     ASSERT_NE(&second, DbgdWB_logPtr->FindLogInfoPtr("CAM")->log);
+    tcLogBuffer own(33);
+    second.SetConsumer(&own);
     Tell("LOG:SET CAM 5 20");
-    EXPECT_EQ("CAM = 5 [NULL Log Device]\n", Ask("LOG:GET CAM"));
+    EXPECT_EQ("CAM = 5 [33 Line Buffer]\n", Ask("LOG:GET CAM"));
     Tell("LOG:URI CAM buff://30");
+    EXPECT_EQ("CAM = 5 [33 Line Buffer]\n", Ask("LOG:GET CAM"));
     Tell("LOG:URI CAM");
+    EXPECT_EQ("CAM = 5 [33 Line Buffer]\n", Ask("LOG:GET CAM"));
     Tell("LOG:SET CAM 6");
-    EXPECT_EQ("CAM = 6 [NULL Log Device]\n", Ask("LOG:GET CAM"));
+    EXPECT_EQ("CAM = 6 [33 Line Buffer]\n", Ask("LOG:GET CAM"));
+    second.SetConsumer(nullptr);
     Keep(new tcLog("CAM2", 1));
     Tell("LOG:SET CAM2 1 20");
     EXPECT_EQ("CAM2 = 1 [20 Line Buffer]\n", Ask("LOG:GET CAM2"));

@@ -10,6 +10,7 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
 
 class tcSilent : public tcDbgdWB
@@ -33,9 +34,9 @@ public:
     tcFolder& operator=(const tcFolder&) = delete;
 
     void Write(const std::string& name) { std::ofstream(msPath + "/" + name) << "no module\n"; }
-    void AddModule(const std::string& name)
+    void AddModule(const std::string& name, const char* module = VX_MODULE)
     {
-        std::filesystem::copy_file(VX_MODULE, msPath + "/" + name);
+        std::filesystem::copy_file(module, msPath + "/" + name);
     }
 
     std::string msPath;
@@ -162,7 +163,9 @@ TEST(Dbgd, CanBeDestroyedAndBuiltAnew)
     EXPECT_EQ("Available Tokens:\n", second.List());
     tcSilent handler("MINE");
     EXPECT_EQ(0, second.RegisterWB(&handler));
+    tcDaemonRecords log(1);
     delete &second;
+    EXPECT_THAT(log.Texts(), IsEmpty()) << "no server runs that could be stopped";
     EXPECT_EQ(nullptr, tcDbgd::mpDbgd);
     EXPECT_EQ("MINE", handler.msToken); // the handlers stay their owners'
     EXPECT_EQ("Available Tokens:\n", tcDbgd::getItem()->List());
@@ -232,6 +235,18 @@ TEST(DbgdModules, ThatCannotBeLoadedAreSkipped)
         EXPECT_THAT(texts,
                     Contains(HasSubstr("ERR Error Loading module " + path + ": " + path + ":")));
     }
+}
+
+TEST(DbgdModules, AreBoundWholeWhenTheyAreLoaded)
+{
+    tcDaemonRecords log(1);
+    tcFolder folder;
+    folder.AddModule("unresolved.so", VX_UNRESOLVED_MODULE);
+    setenv("DBGD_MODULE_PATH", folder.msPath.c_str(), 1);
+    NewDaemon();
+    const std::string path = folder.msPath + "/unresolved.so";
+    EXPECT_THAT(log.Texts(), Contains("ERR Error Loading module " + path + ": " + path +
+                                      ": undefined symbol: NobodyHasThis"));
 }
 
 TEST(DbgdModules, AreLoadedFromTheFolderOfTheProgramWhenNoneIsSet)
