@@ -141,6 +141,13 @@ TEST(HInetAddrList, RefusesWhatIsNoDottedText)
     EXPECT_FALSE(list.Check(0xFFFFFFFFu));
 }
 
+TEST(HInetAddrList, TakesAddressesOfUpTo127Characters)
+{
+    HInetAddrList list;
+    EXPECT_EQ(1, list.Add((std::string(119, '0') + "12.0.0.1").c_str(), nullptr)); // octal
+    EXPECT_TRUE(list.Check(inet_addr("10.0.0.1")));
+}
+
 TEST(HInetAddrList, TakesTheBroadcastAddressAsAllOnes)
 {
     HInetAddrList list;

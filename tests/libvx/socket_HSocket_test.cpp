@@ -1,6 +1,7 @@
 #include "socket_support.h"
 
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -14,6 +15,19 @@ using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
+
+// How many of the next calls of accept4() a signal interrupts.
+static std::atomic<int> gnInterruptions{0};
+
+// Stands in front of the system's own for the whole program.
+extern "C" VX_EXPORT int accept4(int descriptor, sockaddr* address, socklen_t* size, int flags)
+{
+    static const auto real = reinterpret_cast<decltype(&accept4)>(dlsym(RTLD_NEXT, "accept4"));
+    if (gnInterruptions <= 0) return real(descriptor, address, size, flags);
+    --gnInterruptions;
+    errno = EINTR;
+    return -1;
+}
 
 static int IntOption(int descriptor, int level, int name)
 {
@@ -173,6 +187,18 @@ TEST(HSocket, AcceptSetsKeepAliveOnTheListener)
     EXPECT_EQ(0, IntOption(server.GetFD(), SOL_SOCKET, SO_KEEPALIVE));
 }
 
+TEST(HSocket, AcceptTriesAgainWhenItIsInterrupted)
+{
+    HSocket listener, client, server;
+    listener.Create(0, SOCK_STREAM, "127.0.0.1");
+    listener.Listen(1);
+    ASSERT_TRUE(client.Connect("127.0.0.1", listener.GetLocalPort()));
+    gnInterruptions = 3;
+    EXPECT_EQ(1, listener.Accept(&server, 5000));
+    EXPECT_EQ(0, gnInterruptions);
+    EXPECT_EQ(client.GetLocalPort(), server.GetRemotePort());
+}
+
 TEST(HSocket, AcceptReplacesTheClientsDescriptor)
 {
     tsTcpPair pair;
@@ -235,6 +261,48 @@ TEST(HSocket, UnixStreamsConnect)
     char buffer[16];
     EXPECT_EQ(5, server.Receive(buffer, sizeof buffer, 5000, 0));
     EXPECT_EQ(0u, client.GetRemoteIP());
+    unlink(path.c_str());
+}
+
+TEST(HSocket, UnixStreamsCloseWhatWasOpenBefore)
+{
+    const std::string path = TemporaryPath("again");
+    HSocket listener, client, server;
+    ASSERT_TRUE(listener.CreateUnix(path.c_str(), SOCK_STREAM, true));
+    ASSERT_TRUE(listener.Listen(1));
+    ASSERT_TRUE(client.Connect(path.c_str()));
+    ASSERT_EQ(1, listener.Accept(&server, 5000));
+    ASSERT_TRUE(client.Connect(path.c_str()));
+    char byte;
+    EXPECT_EQ(0, server.Receive(&byte, 1, 5000)) << "the first connection has ended";
+    ASSERT_EQ(1, listener.Accept(&server, 5000));
+    EXPECT_EQ(2, client.Send("hi", -1));
+    EXPECT_EQ(1, server.Receive(&byte, 1, 5000));
+    unlink(path.c_str());
+}
+
+TEST(HSocket, UnixStreamsConnectThoughSignalsInterruptThem)
+{
+    const std::string path = TemporaryPath("signals");
+    HSocket listener, client, server;
+    ASSERT_TRUE(listener.CreateUnix(path.c_str(), SOCK_STREAM, true));
+    ASSERT_TRUE(listener.Listen(0));
+    HSocket filler;
+    ASSERT_TRUE(filler.Connect(path.c_str())); // the backlog is full now
+    const tcInterruptions signals(pthread_self(), 5);
+    std::thread acceptor([&listener] {
+        while (tcInterruptions::snSeen < 5)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        HSocket first;
+        EXPECT_EQ(1, listener.Accept(&first, 5000));
+    });
+    EXPECT_TRUE(client.Connect(path.c_str())) << errno;
+    EXPECT_GE(tcInterruptions::snSeen, 5);
+    acceptor.join();
+    ASSERT_EQ(1, listener.Accept(&server, 5000));
+    EXPECT_EQ(2, client.Send("hi", -1));
+    char buffer[4];
+    EXPECT_EQ(2, server.Receive(buffer, sizeof buffer, 5000));
     unlink(path.c_str());
 }
 

@@ -73,6 +73,25 @@ TEST(HSocketConnect, TriesAgainOnTheSameDescriptor)
     EXPECT_EQ(descriptor, socket.GetFD());
 }
 
+TEST(HSocketConnect, IsNotCutShortBySignals)
+{
+    tsFullListener full;
+    const tcInterruptions signals(pthread_self(), 5);
+    std::thread acceptor([&full] {
+        while (tcInterruptions::snSeen < 5)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        HSocket filler;
+        while (full.mListener.Accept(&filler, 2000)) {
+        }
+    });
+    HSocket socket;
+    EXPECT_EQ(1, socket.Connect("127.0.0.1", full.mListener.GetLocalPort())) << errno;
+    EXPECT_EQ(full.mListener.GetLocalPort(), socket.GetRemotePort());
+    EXPECT_GE(tcInterruptions::snSeen, 5);
+    full.mListener.Shutdown(SHUT_RDWR);
+    acceptor.join();
+}
+
 TEST(HSocketConnect, FailsForANullHost)
 {
     HSocket socket;
@@ -133,6 +152,18 @@ TEST(HSocketConnect, CancellableGivesUpAtOnceWhenCancelledBefore)
     const std::atomic<bool> cancel{true};
     EXPECT_EQ(0, socket.Connect("127.0.0.1", port.Number(), cancel));
     EXPECT_EQ(ECANCELED, errno);
+}
+
+TEST(HSocketConnect, CancellableGivesUpAfterItsTimeout)
+{
+    tsFullListener full;
+    HSocket socket;
+    const std::atomic<bool> cancel{false};
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, socket.Connect("127.0.0.1", full.mListener.GetLocalPort(), cancel, 120));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    EXPECT_GE(ElapsedMs(start), 119);
+    EXPECT_LT(ElapsedMs(start), 900);
 }
 
 TEST(HSocketConnect, CancellableGivesUpWhenCancelledUnderWay)

@@ -6,7 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <csignal>
+#include <pthread.h>
+#include <thread>
 
 inline int ElapsedMs(std::chrono::steady_clock::time_point start)
 {
@@ -25,6 +29,39 @@ struct tsTcpPair {
     }
 
     HSocket mListener, mClient, mServer;
+};
+
+// A thread that is sent signals which interrupt what it waits in, until it was interrupted some
+// times or the object ends.
+class tcInterruptions
+{
+public:
+    explicit tcInterruptions(pthread_t thread, int times)
+    {
+        snSeen = 0;
+        struct sigaction action = {};
+        action.sa_handler = [](int) { ++snSeen; }; // without SA_RESTART
+        sigaction(SIGUSR1, &action, nullptr);
+        mThread = std::thread([this, thread, times] {
+            while (!mbEnd && snSeen < times) {
+                pthread_kill(thread, SIGUSR1);
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
+    }
+    ~tcInterruptions()
+    {
+        mbEnd = true;
+        mThread.join();
+    }
+    tcInterruptions(const tcInterruptions&) = delete;
+    tcInterruptions& operator=(const tcInterruptions&) = delete;
+
+    static inline std::atomic<int> snSeen{0};
+
+private:
+    std::atomic<bool> mbEnd{false};
+    std::thread mThread;
 };
 
 // An object with a descriptor that belongs to somebody else.

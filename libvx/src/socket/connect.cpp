@@ -51,10 +51,10 @@ int AwaitCancellable(int descriptor, const std::atomic<bool>& cancel, int timeou
     return ECANCELED;
 }
 
-// connect() that is not cut short by a signal: 0 or an error number.
-int ConnectBlocking(int descriptor, const sockaddr* address, socklen_t size)
+// connect() by TCP that is not cut short by a signal: 0 or an error number.
+int ConnectBlocking(int descriptor, const sockaddr_in& address)
 {
-    if (connect(descriptor, address, size) == 0) return 0;
+    if (connect(descriptor, Generic(address), sizeof address) == 0) return 0;
     if (errno != EINTR) return errno;
     pollfd entry{descriptor, POLLOUT, 0};
     while (poll(&entry, 1, -1) < 0 && errno == EINTR) {
@@ -100,7 +100,7 @@ int HSocket::Connect(const char* host, unsigned short port)
 {
     sockaddr_in address;
     if (!PrepareConnect(host, port, address)) return 0;
-    const int error = ConnectBlocking(mhDescriptor, Generic(address), sizeof address);
+    const int error = ConnectBlocking(mhDescriptor, address);
     return error == 0 ? RefuseSelfConnection() : Result(error);
 }
 
@@ -135,6 +135,9 @@ int HSocket::Connect(const char* path)
     if (mhDescriptor < 0) return 0;
     mpUnixAddress = std::make_unique<HUnixAddr>(path);
     const sockaddr_un& address = mpUnixAddress->GetSockAddr();
-    return Result(
-        ConnectBlocking(mhDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    int result;
+    do { // unlike by TCP, an attempt that a signal cuts short does not go on in the background
+        result = connect(mhDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    } while (result < 0 && errno == EINTR);
+    return result == 0;
 }
