@@ -95,29 +95,35 @@ TEST(HSocketReceive, FailsOnPipesWithATimeoutOrWhenPeeking)
     EXPECT_EQ(3, ends.mReader.Receive(buffer, sizeof buffer, 0, 0));
 }
 
-static void IgnoreSignal(int) {}
-
 TEST(HSocketReceive, KeepsItsTimeoutWhenSignalsArrive)
 {
-    struct sigaction action = {};
-    action.sa_handler = IgnoreSignal; // without SA_RESTART
-    sigaction(SIGUSR1, &action, nullptr);
     tsTcpPair pair;
-    std::atomic<bool> done{false};
-    const pthread_t receiver = pthread_self();
-    std::thread pester([&] {
-        while (!done) {
-            pthread_kill(receiver, SIGUSR1);
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    });
+    const tcInterruptions signals(pthread_self(), 1000000);
     char buffer[4];
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 100, 0));
     EXPECT_GE(ElapsedMs(start), 99);
     EXPECT_LT(ElapsedMs(start), 1000);
-    done = true;
-    pester.join();
+    EXPECT_GT(tcInterruptions::snSeen, 0);
+}
+
+TEST(HSocketReceive, CountsTheTimeBeforeASignal)
+{
+    tsTcpPair pair;
+    const pthread_t receiver = pthread_self();
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    std::thread sender([receiver] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(450)); // late in the wait
+        pthread_kill(receiver, SIGUSR1);
+    });
+    char buffer[4];
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 500, 0));
+    EXPECT_GE(ElapsedMs(start), 499);
+    EXPECT_LT(ElapsedMs(start), 900);
+    sender.join();
 }
 
 TEST(HSocketSend, SendsAStringWithoutItsTerminator)
@@ -232,6 +238,19 @@ TEST(HSocketSelect, GivesTheFirstReadableInOrder)
     EXPECT_EQ(0, HSocket::Select(1, &sockets[1], 5000));
     EXPECT_EQ(1, HSocket::Select(3, sockets, 5000));
     EXPECT_EQ(1, HSocket::Select(3, sockets, -1));
+}
+
+TEST(HSocketSelect, WaitsWithoutLimitForANegativeTimeout)
+{
+    for (int timeout : {-1, -2, -1000}) {
+        tsTcpPair pair;
+        std::thread sender([&pair] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(60)); // well into the wait
+            pair.mClient.Send("x", 1);
+        });
+        EXPECT_EQ(0, HSocket::Select(1, &pair.mServer, timeout));
+        sender.join();
+    }
 }
 
 TEST(HSocketSelect, TakesObjectsOfAnyKind)
