@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <random>
 #include <string>
@@ -228,6 +229,24 @@ TEST(CircBuffThreads, BytesCrossFromOneWriterToOneReader)
     writer.join();
     EXPECT_EQ(wrong, 0);
     pthread_mutex_destroy(&ring.Lock);
+}
+
+TEST_F(CircBuff, BlockOperationsWaitForTheLockAndByteOperationsDoNot)
+{
+    EXPECT_EQ(Write("abc"), 3);
+    std::atomic<int> done{0};
+    ASSERT_EQ(pthread_mutex_lock(&mRing.Lock), 0);
+    std::thread reader([&] { done += ReadCircBuff(&mRing, std::string(1, 0).data(), 1); });
+    std::thread writer([&] { done += WriteCircBuff(&mRing, "e", 1); });
+    WriteCircByte(&mRing, 'd');
+    EXPECT_EQ(ReadCircByte(&mRing), 'a');
+    std::this_thread::sleep_for(std::chrono::milliseconds(30)); // for whoever would not wait
+    EXPECT_EQ(done, 0);
+    pthread_mutex_unlock(&mRing.Lock);
+    reader.join();
+    writer.join();
+    EXPECT_EQ(done, 2);
+    EXPECT_EQ(Read(8).size(), 3u);
 }
 
 TEST(CircBuffThreads, BlocksOfManyWritersStayWhole)

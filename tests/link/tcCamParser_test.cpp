@@ -532,6 +532,23 @@ TEST(CamParser, StampsWhatItAccepts)
     EXPECT_EQ(receiver.GoodFrames, 1u);
 }
 
+TEST(CamParser, ChecksAndStampsWhatADerivedParserComputes)
+{
+    struct tcOwnChecksum : tcCamParser {
+        using tcCamParser::tcCamParser;
+        unsigned ComputeChecksum(tsMsgHeader* frame) override
+        {
+            return 0x12340000u + frame->Length;
+        }
+    };
+    tcOwnChecksum parser(nullptr, 112, true);
+    tBytes frame = Frame({1, 2, 3});
+    EXPECT_EQ(Feed(parser, frame), 1);
+    EXPECT_EQ(parser.ChecksumErrors, 1u) << "its sum is none any more";
+    parser.PrepareOutput(reinterpret_cast<tsMsgHeader*>(frame.data()));
+    EXPECT_EQ(tBytes(frame.begin() + 5, frame.begin() + 8), (tBytes{3, 0, 0x34}));
+}
+
 TEST(CamParser, WrapsTheSequenceNumberAfter256Frames)
 {
     tcCamParser parser(nullptr, 112, false);

@@ -297,6 +297,18 @@ TEST(LineAssembler, SkipsOnlyOneLfAfterACr)
     EXPECT_EQ(parser.Line(), std::string("\0", 1));
 }
 
+TEST(LineAssembler, ForgetsTheCrWithTheNextByteWhateverItIs)
+{
+    tcLineParser parser(16);
+    EXPECT_EQ(parser.Take("A\r"), 2);
+    parser.ResetParser(nullptr, 0);
+    EXPECT_EQ(parser.Take("B"), 1);
+    parser.ResetParser(nullptr, 0);
+    EXPECT_EQ(parser.Take("\n"), 1);
+    EXPECT_TRUE(parser.Done);
+    EXPECT_EQ(parser.Line(), std::string("\0", 1));
+}
+
 TEST(LineAssembler, TakesTwoLfsAsTwoLines)
 {
     tcLineParser parser(16);
