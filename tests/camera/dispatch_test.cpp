@@ -669,8 +669,15 @@ TEST_F(Dispatch, LargestFrameOfTheParserIsTaken)
 {
     static int length;
     mCamera.SetUserDefinedCallback([](int, void*, int bytes) { length = bytes; });
-    mCamera.FeedParser(tcMessage(0xC0, tcPayload().Ramp(16404)).Bytes(), 4096);
+    tBytes frame = tcMessage(0xC0, tcPayload().Ramp(16404)).Bytes();
+    mCamera.FeedParser(frame, 4096);
     EXPECT_EQ(length, 16404);
+    length = 0;
+    const uint16_t longer = 16405;
+    memcpy(frame.data() + 2, &longer, sizeof longer);
+    frame.push_back(1);
+    mCamera.FeedParser(frame, 4096);
+    EXPECT_EQ(length, 0) << "a longer one is not";
 }
 
 // ---- Callbacks
