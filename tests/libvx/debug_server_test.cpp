@@ -148,6 +148,19 @@ TEST_F(Daemon, ListensOnThePortOfTheEnvironmentAndAnnouncesIt)
     EXPECT_THAT(Ask("LIST"), StartsWith("Available"));
 }
 
+TEST_F(Daemon, ListensOnPort17020WhenNoneIsSet)
+{
+    tcDbgd::snAnnounceInterval = 20;
+    unsetenv("DBGD_PORTNUM");
+    setenv("DBGD_BIND", "127.170.2.0", 1);
+    Keep(mpDaemon);
+    auto* fresh = new tcDbgd;
+    EXPECT_TRUE(Eventually([fresh] { return fresh->GetPort() == 17020; }));
+    EXPECT_TRUE(tcClient(17020, "127.0.0.1", "127.170.2.0").IsConnected());
+    EXPECT_EQ("DBGD DBGD 17020\0"s, mAnnouncements.Receive());
+    delete fresh;
+}
+
 TEST_F(Daemon, AnnouncesHighPortsAsNegativeNumbers)
 {
     tcDbgd::snAnnounceInterval = 20;
