@@ -252,18 +252,19 @@ TEST(ConsumerLifetime, RetiringWithinADeliveryWaitsForItsEnd)
     EXPECT_EQ(0, tcCounted::snAlive);
 }
 
-TEST(ConsumerLifetime, RetiringWithinANestedDeliveryWaitsForTheOutermost)
+TEST(ConsumerLifetime, EachOfNestedDeliveriesKeepsItsOwnConsumer)
 {
     tcLog outer("OUTER", 0), inner("INNER", 0);
     auto* first = new tcCounted;
     auto* second = new tcCounted;
     first->mHook = [&] {
         inner.logEvent("x");
-        EXPECT_EQ(2, tcCounted::snAlive);
+        EXPECT_EQ(1, tcCounted::snAlive);
     };
     second->mHook = [&] {
         for (tcLog* log : {&outer, &inner})
             tcLog::RetireConsumer(log->SetConsumer(nullptr));
+        EXPECT_EQ(2, tcCounted::snAlive);
     };
     outer.SetConsumer(first);
     inner.SetConsumer(second);
@@ -291,6 +292,52 @@ TEST(ConsumerLifetime, RetiringWaitsForDeliveriesOfOtherThreadsWithoutBlocking)
     other.join();
     EXPECT_EQ(1, tcCounted::snAlive);
     log.SetConsumer(nullptr);
+}
+
+TEST(ConsumerLifetime, DeliveriesToOtherConsumersHoldNothingUp)
+{
+    tcLog stuck("STUCK", 0), log("FREE", 0);
+    tcGate gate;
+    tcCounted own;
+    own.mHook = [&] { gate.Arrive(); };
+    stuck.SetConsumer(&own);
+    std::thread other([&] { stuck.logEvent("x"); });
+    gate.AwaitArrival();
+    auto* consumer = new tcCounted;
+    log.SetConsumer(consumer);
+    log.logEvent("y");
+    log.SetConsumer(nullptr);
+    tcLog::RetireConsumer(consumer);
+    EXPECT_EQ(1, tcCounted::snAlive);
+    gate.Open();
+    other.join();
+}
+
+// More deliveries at a time than there are slots for their consumers.
+TEST(ConsumerLifetime, HoldsWhileVeryManyDeliveriesAreUnderWay)
+{
+    constexpr int nDepth = 100;
+    tcLog outer("MANY", 0), inner("ONE", 0);
+    tcCounted own;
+    auto* consumer = new tcCounted;
+    int depth = 0;
+    own.mHook = [&] {
+        if (++depth < nDepth)
+            outer.logEvent("deeper");
+        else
+            inner.logEvent("deepest");
+    };
+    consumer->mHook = [&] {
+        inner.SetConsumer(nullptr);
+        tcLog::RetireConsumer(consumer);
+        EXPECT_EQ(2, tcCounted::snAlive);
+    };
+    outer.SetConsumer(&own);
+    inner.SetConsumer(consumer);
+    outer.logEvent("x");
+    EXPECT_EQ(nDepth, depth);
+    EXPECT_EQ(1, tcCounted::snAlive);
+    outer.SetConsumer(nullptr);
 }
 
 TEST(ConsumerLifetime, TakingItIntoUseAgainDuringTheWaitKeepsIt)

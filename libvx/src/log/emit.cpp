@@ -78,11 +78,12 @@ void tcLog::log(tcLogEvent::teEventLogType type, int level, int errNum, char con
 
 void tcLog::Deliver(tcLogEvent const& event)
 {
-    const vx::tcDelivery delivery;
     std::optional<tcLogGuard> guard;
     if (mbSynchronizeLogs) guard.emplace();
-    tcLogConsumer* consumer = mpConsumer.load(std::memory_order_seq_cst);
-    if (consumer) consumer->Output(event);
+    {
+        const vx::tcDelivery delivery(mpConsumer);
+        if (delivery.Consumer()) delivery.Consumer()->Output(event);
+    }
     if (event.type == tcLogEvent::eError && mpErrorConsole) mpErrorConsole->Output(event);
 }
 

@@ -10,32 +10,32 @@
 
 namespace {
 
-struct alignas(64) tsReaders {
-    std::atomic<int> mnCount{0};
+constexpr unsigned nSlots = 64;
+
+struct alignas(64) tsSlot {
+    std::atomic<tcLogConsumer*> mpConsumer{nullptr};
 };
 
-std::atomic<unsigned> gnPhase{0};
-tsReaders gaReaders[2];
+tsSlot gaSlots[nSlots];
 
-// Set while a consumer is retired: whoever ends a use of any consumer calls Reclaim.
+// Deliveries that found no free slot.
+std::atomic<int> gnUnnamed{0};
+
+// Set while a consumer is retired: whoever lets a logger or a holder go of one calls Reclaim.
 std::atomic<bool> gbRetired{false};
 
-// Set while one waits for deliveries: so does whoever ends a delivery.
-std::atomic<bool> gbLeaving{false};
+// Set while only deliveries are in the way of one: so does whoever ends a delivery.
+std::atomic<bool> gbAwaited{false};
 
-// Guards everything below; nothing is called out of the library under it.
+// Guards everything below and the consumers of loggers; nothing is called out of the library under
+// it.
 std::mutex ghLifetime;
-
-enum teGrace { eIdle, eFirstCounter, eSecondCounter };
 
 struct tsLifetime {
     std::unordered_map<const tcLog*, const tcShared<tcLogConsumer*>*> mmLoggers;
     std::unordered_map<tcLogConsumer*, int> mmHeld;
     std::set<tcLogConsumer*> mmOwned;
-    std::vector<tcLogConsumer*> maRetired; // perhaps in use
-    std::vector<tcLogConsumer*> maLeaving; // out of use, waiting for deliveries to end
-    teGrace meGrace = eIdle;
-    unsigned mnAwaited = 0; // the counter waited for
+    std::vector<tcLogConsumer*> maRetired;
 };
 
 // Never destroyed: threads may log until the very end of the process.
@@ -45,70 +45,77 @@ tsLifetime& Lifetime()
     return lifetime;
 }
 
+// What a slot says during a delivery to `consumer`; a slot that says nothing is free.
+tcLogConsumer* NameOf(tcLogConsumer* consumer)
+{
+    return consumer ? consumer : tcLog::NullConsumer();
+}
+
+// A free slot, from now on the caller's, naming the consumer; null when there is none.
+std::atomic<tcLogConsumer*>* TakeSlot(tcLogConsumer* consumer)
+{
+    static std::atomic<unsigned> threads{0};
+    static thread_local unsigned own = 0;
+    if (own == 0) own = ++threads;
+    for (unsigned i = 0; i < nSlots; ++i) {
+        std::atomic<tcLogConsumer*>& slot = gaSlots[(own + i) % nSlots].mpConsumer;
+        tcLogConsumer* none = nullptr;
+        if (slot.load(std::memory_order_relaxed) == nullptr &&
+            slot.compare_exchange_strong(none, consumer))
+            return &slot;
+    }
+    return nullptr;
+}
+
 bool IsPermanent(tcLogConsumer* consumer)
 {
     return !consumer || consumer == tcLog::NullConsumer() || consumer == tcLog::mpDefaultConsumer;
 }
 
-bool IsInUse(const tsLifetime& life, tcLogConsumer* consumer)
+// Whether somebody may still find the consumer.
+bool IsReferredTo(const tsLifetime& life, tcLogConsumer* consumer)
 {
     if (IsPermanent(consumer) || consumer == tcLog::mpRedirectAllConsumer) return true;
     if (life.mmHeld.count(consumer) != 0) return true;
-    for (const auto& entry : life.mmLoggers) {
-        if (entry.second->load(std::memory_order_seq_cst) == consumer) return true;
-    }
-    return false;
+    return std::any_of(life.mmLoggers.begin(), life.mmLoggers.end(), [consumer](const auto& entry) {
+        return entry.second->load(std::memory_order_seq_cst) == consumer;
+    });
 }
 
-void MoveUnused(const tsLifetime& life, std::vector<tcLogConsumer*>& from,
-                std::vector<tcLogConsumer*>& to)
+bool IsDeliveredTo(tcLogConsumer* consumer)
 {
-    const auto used = std::partition(from.begin(), from.end(),
-                                     [&life](tcLogConsumer* c) { return IsInUse(life, c); });
-    to.insert(to.end(), used, from.end());
-    from.erase(used, from.end());
+    return gnUnnamed.load() != 0 ||
+           std::any_of(std::begin(gaSlots), std::end(gaSlots), [consumer](const tsSlot& slot) {
+               return slot.mpConsumer.load() == consumer;
+           });
 }
 
-// Lets new deliveries count elsewhere and waits for those counted so far.
-void Flip(tsLifetime& life, teGrace next)
+// Takes what can be deleted out of the retired ones.
+std::vector<tcLogConsumer*> TakeUnused(tsLifetime& life)
 {
-    life.mnAwaited = gnPhase.load() & 1;
-    gnPhase.store(life.mnAwaited ^ 1);
-    life.meGrace = next;
+    std::vector<tcLogConsumer*>& retired = life.maRetired;
+    const auto unreferred = std::partition(retired.begin(), retired.end(), [&life](auto* consumer) {
+        return IsReferredTo(life, consumer);
+    });
+    // Announced before looking: a delivery that is seen will look again when it ends.
+    gbAwaited.store(unreferred != retired.end());
+    const auto unused = std::partition(unreferred, retired.end(), IsDeliveredTo);
+    gbAwaited.store(unused != unreferred);
+    std::vector<tcLogConsumer*> taken(unused, retired.end());
+    retired.erase(unused, retired.end());
+    gbRetired.store(!retired.empty());
+    return taken;
 }
 
-// Takes one step towards deleting; false when nothing can be done now. What came free is added to
-// `dead`.
-bool Advance(tsLifetime& life, std::vector<tcLogConsumer*>& dead)
+bool IsRetired(const tsLifetime& life, tcLogConsumer* consumer)
 {
-    if (life.meGrace == eIdle) {
-        MoveUnused(life, life.maRetired, life.maLeaving);
-        if (life.maLeaving.empty()) return false;
-        gbLeaving.store(true);
-        Flip(life, eFirstCounter);
-        return true;
-    }
-    if (gaReaders[life.mnAwaited].mnCount.load() != 0) return false;
-    if (life.meGrace == eFirstCounter) {
-        Flip(life, eSecondCounter);
-        return true;
-    }
-    // A delivery may have taken one of them into use again before it ended.
-    MoveUnused(life, life.maLeaving, dead);
-    life.maRetired.insert(life.maRetired.end(), life.maLeaving.begin(), life.maLeaving.end());
-    life.maLeaving.clear();
-    life.meGrace = eIdle;
-    return true;
-}
-
-bool Contains(const std::vector<tcLogConsumer*>& list, tcLogConsumer* consumer)
-{
-    return std::find(list.begin(), list.end(), consumer) != list.end();
+    const auto& retired = life.maRetired;
+    return std::find(retired.begin(), retired.end(), consumer) != retired.end();
 }
 
 void Enlist(tsLifetime& life, tcLogConsumer* consumer)
 {
-    if (Contains(life.maRetired, consumer) || Contains(life.maLeaving, consumer)) return;
+    if (IsRetired(life, consumer)) return;
     life.maRetired.push_back(consumer);
     gbRetired.store(true);
 }
@@ -118,22 +125,34 @@ void EnlistOwned(tsLifetime& life, tcLogConsumer* consumer)
     if (life.mmOwned.count(consumer) != 0 && !IsPermanent(consumer)) Enlist(life, consumer);
 }
 
-void EraseFrom(std::vector<tcLogConsumer*>& list, tcLogConsumer* consumer)
+// To be called after a use has ended.
+void UseEnded()
 {
-    list.erase(std::remove(list.begin(), list.end(), consumer), list.end());
+    if (gbRetired.load()) vx::Reclaim();
 }
 
 } // namespace
 
-vx::tcDelivery::tcDelivery() : mnPhase(gnPhase.load() & 1)
+vx::tcDelivery::tcDelivery(const tcShared<tcLogConsumer*>& consumer)
+    : mpConsumer(consumer.load(std::memory_order_seq_cst)), mpSlot(TakeSlot(NameOf(mpConsumer)))
 {
-    gaReaders[mnPhase].mnCount.fetch_add(1);
+    if (!mpSlot) gnUnnamed.fetch_add(1);
+    for (;;) {
+        tcLogConsumer* const present = consumer.load(std::memory_order_seq_cst);
+        if (present == mpConsumer) return;
+        mpConsumer = present;
+        if (mpSlot) mpSlot->store(NameOf(present));
+        if (gbAwaited.load()) Reclaim();
+    }
 }
 
 vx::tcDelivery::~tcDelivery()
 {
-    gaReaders[mnPhase].mnCount.fetch_sub(1);
-    if (gbLeaving.load()) Reclaim();
+    if (mpSlot)
+        mpSlot->store(nullptr);
+    else
+        gnUnnamed.fetch_sub(1);
+    if (gbAwaited.load()) Reclaim();
 }
 
 void vx::AddLogger(const tcLog* log, const tcShared<tcLogConsumer*>* consumer)
@@ -153,9 +172,31 @@ void vx::RemoveLogger(const tcLog* log, tcLogConsumer* consumer)
     UseEnded();
 }
 
-void vx::UseEnded()
+tcLogConsumer* vx::Exchange(tcShared<tcLogConsumer*>& field, tcLogConsumer* consumer)
 {
-    if (gbRetired.load()) Reclaim();
+    tcLogConsumer* replaced;
+    {
+        const std::lock_guard<std::mutex> guard(ghLifetime);
+        replaced = field.exchange(consumer);
+    }
+    UseEnded();
+    return replaced;
+}
+
+tcLogConsumer* vx::ExchangeAndHold(tcShared<tcLogConsumer*>& field, tcLogConsumer* consumer)
+{
+    const std::lock_guard<std::mutex> guard(ghLifetime);
+    tcLogConsumer* const replaced = field.exchange(consumer);
+    if (replaced) ++Lifetime().mmHeld[replaced];
+    return replaced;
+}
+
+tcLogConsumer* vx::Hold(const tcShared<tcLogConsumer*>& field)
+{
+    const std::lock_guard<std::mutex> guard(ghLifetime);
+    tcLogConsumer* const consumer = field.load();
+    if (consumer) ++Lifetime().mmHeld[consumer];
+    return consumer;
 }
 
 void vx::RetireOwned(tcLogConsumer* consumer)
@@ -169,18 +210,12 @@ void vx::RetireOwned(tcLogConsumer* consumer)
 
 void vx::Reclaim()
 {
-    std::vector<tcLogConsumer*> dead;
+    std::vector<tcLogConsumer*> unused;
     {
         const std::lock_guard<std::mutex> guard(ghLifetime);
-        tsLifetime& life = Lifetime();
-        while (Advance(life, dead)) {
-        }
-        gbLeaving.store(!life.maLeaving.empty());
-        gbRetired.store(gbLeaving || !life.maRetired.empty());
-        for (tcLogConsumer* consumer : dead)
-            life.mmOwned.erase(consumer);
+        unused = TakeUnused(Lifetime());
     }
-    for (tcLogConsumer* consumer : dead)
+    for (tcLogConsumer* consumer : unused)
         delete consumer;
 }
 
@@ -189,8 +224,8 @@ void vx::Forget(tcLogConsumer* consumer)
     const std::lock_guard<std::mutex> guard(ghLifetime);
     tsLifetime& life = Lifetime();
     life.mmOwned.erase(consumer);
-    EraseFrom(life.maRetired, consumer);
-    EraseFrom(life.maLeaving, consumer);
+    life.maRetired.erase(std::remove(life.maRetired.begin(), life.maRetired.end(), consumer),
+                         life.maRetired.end());
 }
 
 void tcLog::AdoptConsumer(tcLogConsumer* consumer)
@@ -226,7 +261,7 @@ void tcLog::ReleaseConsumer(tcLogConsumer* consumer)
         if (found == held.end()) return;
         if (--found->second == 0) held.erase(found);
     }
-    vx::UseEnded();
+    UseEnded();
 }
 
 tcHeldConsumer::tcHeldConsumer(tcLogConsumer* consumer) : mpConsumer(consumer)

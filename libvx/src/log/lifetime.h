@@ -1,10 +1,10 @@
 // When a consumer may be deleted, private to the library.
 //
-// Every delivery happens inside a tcDelivery, which counts its thread in one of two counters. A
-// retired consumer that no logger refers to and nobody holds is deleted after both counters have
-// been seen at zero since: whoever could still have found it in a logger is then through. New
-// deliveries count in the other counter than the one waited for, so neither is kept from zero.
-// Nobody waits; the thread whose step was the last one in the way deletes.
+// A delivery names its consumer in a slot while it lasts, and goes on only when its logger still
+// refers to that consumer then. Loggers change their consumers under one mutex. A retired consumer
+// that, under this mutex, no logger refers to, nobody holds and no slot names cannot be reached any
+// more and is deleted. Nobody waits: the thread whose step was the last one in the way deletes.
+// Deliveries that find no free slot are counted; nothing is deleted until they have ended.
 #ifndef VX_LIFETIME_H
 #define VX_LIFETIME_H
 
@@ -12,17 +12,22 @@
 
 namespace vx {
 
-// The scope in which a consumer found in a logger may be used.
+// The scope in which the consumer found in a logger may be used.
 class tcDelivery
 {
 public:
-    tcDelivery();
+    // `consumer` is the logger's field.
+    explicit tcDelivery(const tcShared<tcLogConsumer*>& consumer);
     ~tcDelivery();
     tcDelivery(const tcDelivery&) = delete;
     tcDelivery& operator=(const tcDelivery&) = delete;
 
+    // May be null.
+    tcLogConsumer* Consumer() const { return mpConsumer; }
+
 private:
-    unsigned mnPhase;
+    tcLogConsumer* mpConsumer;
+    std::atomic<tcLogConsumer*>* mpSlot; // null when this delivery is only counted
 };
 
 // Loggers whose consumers count as in use. `consumer` is the logger's field.
@@ -31,8 +36,13 @@ void AddLogger(const tcLog* log, const tcShared<tcLogConsumer*>* consumer);
 // `consumer` is what the logger last referred to; retired when the library owns it.
 void RemoveLogger(const tcLog* log, tcLogConsumer* consumer);
 
-// To be called after a logger has let go of a consumer.
-void UseEnded();
+// Changes a logger's field and returns what it held, which Exchange leaves to the caller and
+// ExchangeAndHold keeps in use.
+tcLogConsumer* Exchange(tcShared<tcLogConsumer*>& field, tcLogConsumer* consumer);
+tcLogConsumer* ExchangeAndHold(tcShared<tcLogConsumer*>& field, tcLogConsumer* consumer);
+
+// Keeps what a logger's field holds in use.
+tcLogConsumer* Hold(const tcShared<tcLogConsumer*>& field);
 
 // Retires the consumer when the library owns it.
 void RetireOwned(tcLogConsumer* consumer);

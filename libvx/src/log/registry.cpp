@@ -166,24 +166,22 @@ void tcLog::InitFromEnvironment()
 tcLogConsumer* tcLog::SetConsumer(tcLogConsumer* consumer)
 {
     if (!consumer) consumer = mpDefaultConsumer;
-    tcLogConsumer* replaced = mpConsumer.exchange(consumer);
-    vx::UseEnded();
-    return replaced;
+    return vx::Exchange(mpConsumer, consumer);
 }
 
 tcHeldConsumer tcLog::ExchangeConsumer(tcLogConsumer* consumer)
 {
-    const vx::tcDelivery delivery;
     if (!consumer) consumer = mpDefaultConsumer;
-    tcHeldConsumer replaced(mpConsumer.exchange(consumer));
-    vx::UseEnded();
+    tcHeldConsumer replaced;
+    replaced.mpConsumer = vx::ExchangeAndHold(mpConsumer, consumer);
     return replaced;
 }
 
 tcHeldConsumer tcLog::HeldConsumer() const
 {
-    const vx::tcDelivery delivery;
-    return tcHeldConsumer(mpConsumer.load(std::memory_order_seq_cst));
+    tcHeldConsumer present;
+    present.mpConsumer = vx::Hold(mpConsumer);
+    return present;
 }
 
 void tcLog::CloseLog()
