@@ -6,9 +6,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <fstream>
+#include <future>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -187,6 +189,36 @@ TEST(LogStream, KeepsLinesOfSeveralConsumersAndThreadsWhole)
     for (int i = 0; i < 1000; ++i)
         expected += line;
     EXPECT_EQ(expected, os.str());
+}
+
+TEST(LogStream, DoesNotWaitForOtherStreams)
+{
+    class tcStuck : public std::stringbuf
+    {
+    public:
+        std::promise<void> mArrived, mOpened;
+
+    protected:
+        int sync() override
+        {
+            mArrived.set_value();
+            mOpened.get_future().wait();
+            return 0;
+        }
+    } stuck;
+    const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");
+    std::ostream os(&stuck);
+    tcLogStream blocked(os);
+    std::thread writer([&] { blocked.Output(event); });
+    stuck.mArrived.get_future().wait();
+    std::ostringstream others[32];
+    const auto rest = std::async(std::launch::async, [&] {
+        for (std::ostringstream& other : others)
+            tcLogStream(other).Output(event);
+    });
+    EXPECT_EQ(std::future_status::ready, rest.wait_for(std::chrono::seconds(5)));
+    stuck.mOpened.set_value();
+    writer.join();
 }
 
 TEST(LogFile, AppendsLines)

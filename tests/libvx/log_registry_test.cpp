@@ -284,6 +284,9 @@ TEST(LogEnvironment, SetsLevels)
     EXPECT_THAT(records.Messages(), testing::ElementsAre("two"));
     tcLog zero("TEXT", 4);
     EXPECT_EQ(0, zero.getDbgLevel());
+    const tcVariable decimal("DECIMAL_DEBUGLEVEL", "010x"), hex("HEX_DEBUGLEVEL", "0x10");
+    EXPECT_EQ(10, tcLog("DECIMAL", 4).getDbgLevel());
+    EXPECT_EQ(0, tcLog("HEX", 4).getDbgLevel());
 }
 
 TEST(LogEnvironment, CutsVariableNamesAt159Characters)

@@ -9,17 +9,16 @@
 #include <net/if.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <iostream>
+#include <iterator>
+#include <map>
 #include <mutex>
 
 namespace {
 
-constexpr size_t nStreamLocks = 16;
-
-// Streams are not made for several threads; those that share one of these wait for each other.
-std::recursive_mutex gaStreamLocks[nStreamLocks];
+using tStreamLock = std::recursive_mutex;
+using tStreamLocks = std::map<const std::ostream*, std::weak_ptr<tStreamLock>>;
 
 // A name of a network device, which is no local address, picks the device to send through.
 void SendThrough(HSocket& socket, char const* interface)
@@ -29,9 +28,21 @@ void SendThrough(HSocket& socket, char const* interface)
     (void)setsockopt(socket.GetFD(), SOL_SOCKET, SO_BINDTODEVICE, interface, size);
 }
 
-std::recursive_mutex& LockOf(const std::ostream& stream)
+// Streams are not made for several threads: the consumers of one share a lock, and only those.
+std::shared_ptr<tStreamLock> LockOf(const std::ostream& stream)
 {
-    return gaStreamLocks[(reinterpret_cast<uintptr_t>(&stream) >> 6) % nStreamLocks];
+    static std::mutex& mutex = *new std::mutex;
+    static tStreamLocks& locks = *new tStreamLocks;
+    const std::lock_guard<std::mutex> guard(mutex);
+    const auto known = locks.find(&stream);
+    std::shared_ptr<tStreamLock> lock = known == locks.end() ? nullptr : known->second.lock();
+    if (lock) return lock;
+    for (auto entry = locks.begin(); entry != locks.end();) {
+        entry = entry->second.expired() ? locks.erase(entry) : std::next(entry);
+    }
+    lock = std::make_shared<tStreamLock>();
+    locks[&stream] = lock;
+    return lock;
 }
 
 class tcMutexGuard
@@ -76,7 +87,7 @@ char const* tcLogNull::TypeName() const
     return "NULL";
 }
 
-tcLogStream::tcLogStream(std::ostream& os) : mStream(os)
+tcLogStream::tcLogStream(std::ostream& os) : mStream(os), mpLock(LockOf(os))
 {
     msDescription = "Log to a stream";
     msOptions = ",cout";
@@ -88,7 +99,7 @@ void tcLogStream::Output(tcLogEvent const& event)
 {
     char line[vx::nLineSize];
     const size_t length = vx::FormatRecord(event, line);
-    const std::lock_guard<std::recursive_mutex> guard(LockOf(mStream));
+    const std::lock_guard<tStreamLock> guard(*mpLock);
     mStream.write(line, static_cast<std::streamsize>(length));
     mStream.flush();
 }

@@ -9,6 +9,7 @@
 
 #include <iosfwd>
 #include <memory>
+#include <mutex>
 #include <string>
 
 class HInetAddr;
@@ -68,6 +69,7 @@ public:
 
 private:
     std::ostream& mStream;
+    std::shared_ptr<std::recursive_mutex> mpLock; // one for each stream
 };
 
 // Appends to a file, one write for each line. A file that cannot be opened takes nothing.
