@@ -96,19 +96,23 @@ TEST(Arguments, SizesAreColumnsAndRows)
     }
 }
 
-TEST(Arguments, TargetsAreTheSimulatorOrHostAndPort)
+TEST(Arguments, TargetsAreTheSimulatorASerialNumberOrHostAndPort)
 {
     EXPECT_TRUE(ParseTarget("sim").simulated);
     const tsTarget target = ParseTarget("camera.example:2000");
     EXPECT_FALSE(target.simulated);
     EXPECT_EQ(target.host, "camera.example");
     EXPECT_EQ(target.port, 2000);
+    EXPECT_FALSE(target.serial.has_value());
+    EXPECT_FALSE(ParseTarget("serial:4294967295").simulated);
+    EXPECT_EQ(ParseTarget("serial:4294967295").serial, 4294967295u);
 }
 
 TEST(Arguments, ImpossibleTargetsAreRefused)
 {
-    for (const char* text : {"", "camera", "camera:", ":2000", "camera:0", "camera:65536",
-                             "camera:x", "camera:-1", "[::1]:2000"}) {
+    for (const char* text :
+         {"", "camera", "camera:", ":2000", "camera:0", "camera:65536", "camera:x", "camera:-1",
+          "[::1]:2000", "serial:", "serial:x", "serial:-1", "serial:4294967296", "serial"}) {
         EXPECT_THAT(Refusal([&] { ParseTarget(text); }), HasSubstr("target"));
     }
 }

@@ -1,6 +1,7 @@
 // What holds for every verb: usage, help, versions, exit codes, standard output.
 #include "program.h"
 
+#include "properties.h"
 #include "tool_support.h"
 #include "vxcamiface.h"
 
@@ -147,6 +148,19 @@ TEST(Program, TwoRunsAtOnceDoNotDisturbEachOther)
     EXPECT_EQ(first.Exit(), 0);
     EXPECT_EQ(second.Exit(), 0);
     EXPECT_EQ(first.Errors() + second.Errors(), "");
+}
+
+TEST(Program, DocumentationNamesEveryProperty)
+{
+    const std::string document = FileText(VXCAM_DOCUMENT);
+    for (const tsProperty& property : Properties()) {
+        std::string syntax = property.write != nullptr ? SyntaxText(property.shape) : "read only";
+        for (size_t at = 0; (at = syntax.find('|', at)) != std::string::npos; at += 2) {
+            syntax.insert(at, "\\"); // a bar ends the cell of a table
+        }
+        const std::string cell = property.write != nullptr ? "`" + syntax + "`" : syntax;
+        EXPECT_THAT(document, HasSubstr("\n| `" + NameText(property) + "` | " + cell + " | "));
+    }
 }
 
 TEST(Program, DocumentationNamesEveryVerbAndOption)

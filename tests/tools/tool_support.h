@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -214,6 +215,12 @@ public:
 
     std::string Target() const { return "127.0.0.1:" + std::to_string(mCamera.Port()); }
     bool Saw(uint32_t id) const { return maSeen[id & 0xFF]; }
+    // Of the last message with that id, what follows its header.
+    std::string Payload(uint32_t id)
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        return maPayloads[id];
+    }
 
 private:
     void Act()
@@ -226,6 +233,10 @@ private:
             bytes += mCamera.Read(1, step);
             if (bytes.empty() || !IsWhole(bytes)) continue;
             const uint32_t id = IdOf(bytes);
+            {
+                std::lock_guard<std::mutex> lock(mLock);
+                maPayloads[id] = bytes.substr(12);
+            }
             bytes.clear();
             maSeen[id & 0xFF] = true;
             auto answer = maAnswers.find(id);
@@ -242,6 +253,8 @@ private:
     tcScriptedCamera mCamera;
     std::map<uint32_t, std::string> maAnswers;
     std::atomic<bool> maSeen[256] = {};
+    std::mutex mLock; // of maPayloads
+    std::map<uint32_t, std::string> maPayloads;
     std::atomic<bool> mbStop{false};
     std::thread mThread;
 };

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -83,6 +84,17 @@ std::string Expand(const std::string& pattern, int number, bool* numbered)
     return name;
 }
 
+uint32_t ParseSerial(const std::string& target, const std::string& text)
+{
+    uint32_t serial = 0;
+    const char* const end = text.data() + text.size();
+    auto [rest, error] = std::from_chars(text.data(), end, serial);
+    if (error != std::errc() || rest != end) {
+        Refuse("target", target, "the serial number is 0 to 4294967295");
+    }
+    return serial;
+}
+
 size_t ExtensionStart(const std::string& path)
 {
     const size_t slash = path.rfind('/');
@@ -142,9 +154,13 @@ tsSize ParseSize(const std::string& text)
 
 tsTarget ParseTarget(const std::string& text)
 {
+    constexpr const char* serial = "serial:";
     if (text == "sim") return {};
+    if (text.rfind(serial, 0) == 0) {
+        return {false, "", 0, ParseSerial(text, text.substr(std::strlen(serial)))};
+    }
     if (text.find(':') == std::string::npos) {
-        Refuse("target", text, "write HOST:PORT, or sim for a simulated camera");
+        Refuse("target", text, "write HOST:PORT, serial:NUMBER, or sim for a simulated camera");
     }
     const tsEndpoint place = ParseEndpoint("target", text, 0);
     return {false, place.host, place.port};

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,11 +18,13 @@ struct tsSize {
     uint16_t columns = 0, rows = 0;
 };
 
-// Where the camera is: the embedded simulated one, or a host and a TCP port.
+// Where the camera is: the embedded simulated one, the one with a serial number, or a host and a
+// TCP port.
 struct tsTarget {
     bool simulated = true;
     std::string host;
     uint16_t port = 0;
+    std::optional<uint32_t> serial = {};
 };
 
 // A TCP or UDP port of a host.
@@ -40,7 +43,7 @@ tsArea ParseArea(const std::string& text);
 // "2048x1024": columns, rows.
 tsSize ParseSize(const std::string& text);
 
-// "sim" or "HOST:PORT", the host a name or a dotted IPv4 address.
+// "sim", "serial:NUMBER" or "HOST:PORT", the host a name or a dotted IPv4 address.
 tsTarget ParseTarget(const std::string& text);
 
 // "HOST" or "HOST:PORT", the host a name or a dotted IPv4 address. `what` is what it is called:

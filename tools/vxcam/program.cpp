@@ -37,8 +37,9 @@ std::string OverviewText()
         text += "  " + std::string(verb.name) +
                 std::string(8 - std::string(verb.name).size(), ' ') + verb.summary + "\n";
     }
-    text += "\nA TARGET is HOST:PORT, or sim for a simulated camera that lives as long as the\n"
-            "command; sim is what is taken without one. Processes are named HOST or HOST:PORT.\n\n"
+    text += "\nA TARGET is HOST:PORT, serial:NUMBER, or sim for a simulated camera that lives\n"
+            "as long as the command; sim is what is taken without one. Processes are named\n"
+            "HOST or HOST:PORT.\n\n"
             "vxcam VERB --help tells about a verb, vxcam --version the version.\n\n";
     return text + gsExitCodes;
 }
@@ -58,8 +59,8 @@ bool Parse(const tsVerb& verb, tcVerb& run, std::vector<std::string> arguments)
 {
     const std::string name = std::string("vxcam ") + verb.name;
     CLI::App app(name + " - " + verb.summary + "\n", name);
-    app.footer(std::string("Examples:\n") + verb.examples + "\n\n" + gsExitCodes);
     run.Declare(app);
+    app.footer(app.get_footer() + "Examples:\n" + verb.examples + "\n\n" + gsExitCodes);
     std::reverse(arguments.begin(), arguments.end());
     try {
         app.parse(arguments);
@@ -141,6 +142,10 @@ const std::vector<tsVerb>& Verbs()
 {
     static const std::vector<tsVerb>& verbs = *new std::vector<tsVerb>{
         {"grab", "expose, read out and save images", gsGrabExamples, MakeGrab},
+        {"get", "read properties of a camera", gsGetExamples, MakeGet},
+        {"set", "change properties of a camera", gsSetExamples, MakeSet},
+        {"info", "tell what a camera is and how it is set", gsInfoExamples, MakeInfo},
+        {"list", "list the cameras on the network", gsListExamples, MakeList},
         {"ping", "measure how fast a camera answers", gsPingExamples, MakePing},
         {"daemons", "find processes that can be looked into", gsDaemonsExamples, MakeDaemons},
         {"log", "read, redirect and follow the loggers of a process", gsLogExamples, MakeLog},
@@ -150,13 +155,19 @@ const std::vector<tsVerb>& Verbs()
     return verbs;
 }
 
-void DeclareCommon(CLI::App& app, tsCommonOptions* options)
+void DeclareOutput(CLI::App& app, tsCommonOptions* options)
 {
-    app.add_option("TARGET", options->target, "HOST:PORT, or sim for a simulated camera")
-        ->type_name("")
-        ->capture_default_str();
     DeclareQuiet(app, &options->quiet);
     app.add_flag("-v,--verbose", options->verbose, "let the library print its error log");
+}
+
+void DeclareCommon(CLI::App& app, tsCommonOptions* options)
+{
+    app.add_option("TARGET", options->target,
+                   "HOST:PORT, serial:NUMBER, or sim for a simulated camera")
+        ->type_name("")
+        ->capture_default_str();
+    DeclareOutput(app, options);
     const char* const group = "Simulated camera";
     app.add_option("--sim-sensor", options->simSensor, "columns and rows")
         ->type_name("SIZE")
@@ -179,12 +190,17 @@ void DeclareQuiet(CLI::App& app, bool* isQuiet)
     app.add_flag("-q,--quiet", *isQuiet, "print nothing but errors");
 }
 
+// The errors that matter to the user come out as vxcam's own.
+void HushLibrary(const tsCommonOptions& options)
+{
+    if (!options.verbose) ::setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 0);
+}
+
 std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options)
 {
     const tsTarget target = ParseTarget(options->target);
     options->sim.sensor = ParseSize(options->simSensor);
-    // The errors that matter to the user come out as vxcam's own.
-    if (!options->verbose) ::setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 0);
+    HushLibrary(*options);
     return std::make_unique<tcSession>(target, options->sim);
 }
 

@@ -43,28 +43,40 @@ struct tsCommonOptions {
     bool quiet = false;
     bool verbose = false;
 };
-// Declares the target, --quiet, --verbose and the options of the simulated camera.
+// Declares --quiet and --verbose.
+void DeclareOutput(CLI::App& app, tsCommonOptions* options);
+// Declares these, the target and the options of the simulated camera.
 void DeclareCommon(CLI::App& app, tsCommonOptions* options);
 // Declares --quiet alone, for verbs that open no camera.
 void DeclareQuiet(CLI::App& app, bool* isQuiet);
-// Opens the camera that the options name. Throws tcFailure.
+// Unless --verbose, keeps the library's error log from standard error. Before its first call.
+void HushLibrary(const tsCommonOptions& options);
+// Opens the camera that the options name, hushed so. Throws tcFailure.
 std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options);
 
 // The arguments without the program's name. Prints, and returns the exit code.
 int RunProgram(std::vector<std::string> arguments);
 
 std::unique_ptr<tcVerb> MakeDaemons();
+std::unique_ptr<tcVerb> MakeGet();
 std::unique_ptr<tcVerb> MakeGrab();
+std::unique_ptr<tcVerb> MakeInfo();
 std::unique_ptr<tcVerb> MakeItems();
+std::unique_ptr<tcVerb> MakeList();
 std::unique_ptr<tcVerb> MakeLog();
 std::unique_ptr<tcVerb> MakeLogSink();
 std::unique_ptr<tcVerb> MakePing();
+std::unique_ptr<tcVerb> MakeSet();
 
 extern const char* const gsDaemonsExamples;
+extern const char* const gsGetExamples;
 extern const char* const gsGrabExamples;
+extern const char* const gsInfoExamples;
 extern const char* const gsItemsExamples;
+extern const char* const gsListExamples;
 extern const char* const gsLogExamples;
 extern const char* const gsLogSinkExamples;
 extern const char* const gsPingExamples;
+extern const char* const gsSetExamples;
 
 #endif

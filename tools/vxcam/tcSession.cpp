@@ -1,6 +1,7 @@
 #include "tcSession.h"
 
 #include "failure.h"
+#include "found.h"
 #include "interrupt.h"
 #include "tcSimServer.h"
 #include "vxcamiface.h"
@@ -41,6 +42,8 @@ tcSession::tcSession(const tsTarget& target, const tsSimChoice& choice)
     if (target.simulated) {
         StartSimulator(choice, &where);
         msName = "simulated camera";
+    } else if (target.serial) {
+        msName = "serial:" + std::to_string(*target.serial);
     } else {
         msName = target.host + ":" + std::to_string(target.port);
     }
@@ -84,6 +87,11 @@ void tcSession::StartSimulator(const tsSimChoice& choice, tsTarget* target)
 void tcSession::Open(const tsTarget& target)
 {
     tcQuickExit quickExit;
+    if (target.serial) {
+        mnHandle = VXOpenCameraBySerialNumber(static_cast<int>(*target.serial));
+        if (mnHandle < 0) throw tcFailure(eExitNoCamera, WhyNotFound(*target.serial));
+        return;
+    }
     mnHandle = VXOpenENetCamera(target.host.c_str(), target.port);
     if (mnHandle < 0) {
         throw tcFailure(eExitNoCamera, "no camera answers at " + target.host + ":" +
@@ -155,6 +163,12 @@ bool tcSession::HasCameraError() const
 {
     std::lock_guard<std::mutex> lock(mLock);
     return !msError.empty();
+}
+
+void tcSession::ForgetCameraError()
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    msError.clear();
 }
 
 std::optional<double> tcSession::Temperature() const

@@ -57,6 +57,7 @@ public:
     std::chrono::milliseconds RoundTrip();
     void ThrowCameraError() const;
     bool HasCameraError() const;
+    void ForgetCameraError();
 
     // What the last heartbeat said, in degrees Celsius; nothing before the first. The second form
     // waits for one until `deadline`.
