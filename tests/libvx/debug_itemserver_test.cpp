@@ -208,6 +208,20 @@ TEST_F(ItemServer, DropsClientsThatSendNothing)
     EXPECT_TRUE(Eventually([before] { return CountDescriptors() == before; }));
 }
 
+TEST_F(ItemServer, IsNotHeldUpLineByLineByAClientThatDoesNotReadItsReply)
+{
+    for (int i = 0; i < 200; ++i)
+        tcDbgItem::AddItem("ITEM" + std::to_string(i), i, std::string(100000, 'x'));
+    tcDbgItem::snClientPatience = 100; // for each writing
+    Start();
+    tcClient client(mnPort);
+    client.Send("LIST");
+    EXPECT_TRUE(client.HasAnswer(10000));
+    const auto start = tcClock::now();
+    EXPECT_EQ("7\0"s, Ask("GET:ITEM7"));
+    EXPECT_LT(ElapsedMs(start), 3000);
+}
+
 TEST_F(ItemServer, IsStartedOnceAndEndsAfterTheConnectionThatFollowsTheStop)
 {
     tcDbgItem::AddItem("A", 1, "");

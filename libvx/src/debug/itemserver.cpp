@@ -19,10 +19,10 @@ namespace {
 
 constexpr int nBacklog = 2;
 
-// Sends a text and its terminator.
-void SendText(HSocket& client, const std::string& text)
+// Sends a text and its terminator; false when the client does not take it.
+bool SendText(HSocket& client, const std::string& text)
 {
-    client.SendAll(text.c_str(), static_cast<int>(text.size() + 1));
+    return client.SendAll(text.c_str(), static_cast<int>(text.size() + 1)) >= 0;
 }
 
 void List(HSocket& client)
@@ -36,8 +36,9 @@ void List(HSocket& client)
                             entry.second->Describe() + "]\n");
         }
     }
-    for (const std::string& line : lines)
-        SendText(client, line);
+    for (const std::string& line : lines) {
+        if (!SendText(client, line)) return;
+    }
 }
 
 // Items that are registered stay.
