@@ -8,6 +8,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -142,6 +143,15 @@ public:
     tcClient& operator=(const tcClient&) = delete;
 
     bool IsConnected() const { return mbConnected; }
+
+    // Whether the server took no notice of the first attempt to connect.
+    bool HadToTryAgain() const
+    {
+        tcp_info info{};
+        socklen_t size = sizeof info;
+        EXPECT_EQ(0, getsockopt(mhDescriptor, IPPROTO_TCP, TCP_INFO, &info, &size));
+        return info.tcpi_total_retrans != 0;
+    }
     void Close()
     {
         if (mhDescriptor >= 0) close(mhDescriptor);

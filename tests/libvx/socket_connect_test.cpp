@@ -163,7 +163,7 @@ TEST(HSocketConnect, CancellableGivesUpAfterItsTimeout)
     EXPECT_EQ(0, socket.Connect("127.0.0.1", full.mListener.GetLocalPort(), cancel, 120));
     EXPECT_EQ(ETIMEDOUT, errno);
     EXPECT_GE(ElapsedMs(start), 119);
-    EXPECT_LT(ElapsedMs(start), 900);
+    EXPECT_LT(ElapsedMs(start), 2500);
 }
 
 TEST(HSocketConnect, CancellableGivesUpWhenCancelledUnderWay)

@@ -140,14 +140,14 @@ TEST(HSocketReceive, CountsTheTimeBeforeASignal)
     action.sa_handler = [](int) {};
     sigaction(SIGUSR1, &action, nullptr);
     std::thread sender([receiver] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(450)); // late in the wait
+        std::this_thread::sleep_for(std::chrono::milliseconds(850)); // late in the wait
         pthread_kill(receiver, SIGUSR1);
     });
     char buffer[4];
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 500, 0));
-    EXPECT_GE(ElapsedMs(start), 499);
-    EXPECT_LT(ElapsedMs(start), 900);
+    EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 900, 0));
+    EXPECT_GE(ElapsedMs(start), 899);
+    EXPECT_LT(ElapsedMs(start), 1700);
     sender.join();
 }
 
