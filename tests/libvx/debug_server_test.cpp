@@ -101,12 +101,12 @@ TEST_F(Daemon, GoesThroughEveryCharacterOfTheArguments)
     Start();
     mLog.Texts();
     Ask("X:a\r\n\rb\nc");
+    mpDaemon->RemoveWB(&handler); // nobody is in its Run from here on
     EXPECT_EQ("a\0\0\0b\0c"s, handler.msSeen);
     EXPECT_THAT(mLog.Texts(),
                 ElementsAre("11 char value = 97", "11 char value = 13", "11 char value = 10",
                             "11 char value = 13", "11 char value = 98", "11 char value = 10",
                             "11 char value = 99"));
-    mpDaemon->RemoveWB(&handler);
 }
 
 TEST_F(Daemon, LogsWhatItDoes)
