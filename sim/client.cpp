@@ -48,8 +48,11 @@ tcSimClient::tcSimClient(asio::ip::tcp::socket socket, tsSimContext& context, st
       mtReader(
           [this](const tsMsgHeader& header, const uint8_t* payload) { OnMessage(header, payload); },
           [this](const tsMsgHeader& header) { OnTooLong(header); }),
-      mtOutput(mtSocket, context.ledger, context.options.lineRate), mtHeartBeat(context.io),
-      mtNoOp(context.io), mtShutter(context.io)
+      mpLine(context.faults
+                 ? std::make_unique<tcSimBadLine>(mtSocket, *context.faults, context.ledger)
+                 : nullptr),
+      mtOutput(mtSocket, context.ledger, context.options.lineRate, mpLine.get()),
+      mtHeartBeat(context.io), mtNoOp(context.io), mtShutter(context.io), mtDeaf(context.io)
 {}
 
 void tcSimClient::Begin()
@@ -60,6 +63,10 @@ void tcSimClient::Begin()
     KeepAlive(mtSocket);
     mtOutput.Open(
         weak_from_this(), [this] { Read(); }, [this] { End(); });
+    if (mpLine) {
+        mpLine->Open(weak_from_this(),
+                     {[this](const tsSimFault& fault) { Suffer(fault); }, [this] { End(); }});
+    }
     mtContext.ledger.Count(&tsSimStatistics::connections);
     mtContext.ledger.SetConnected(true);
     mtContext.ledger.Raise(teSimEvent::eConnected, "client " + msName + " connected");
@@ -70,11 +77,7 @@ void tcSimClient::Begin()
 void tcSimClient::End()
 {
     if (mbEnded) return;
-    mbEnded = true;
-    StopReadout("the client left");
-    mtOutput.Close();
-    mtHeartBeat.cancel();
-    mtNoOp.cancel();
+    Leave();
     std::error_code ignored;
     mtSocket.shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
     // Unread bytes would turn the close into a reset, which may destroy what is still on its way.
@@ -83,9 +86,31 @@ void tcSimClient::End()
         left -= std::min(left, mtSocket.read_some(asio::buffer(maInput), error));
     }
     mtSocket.close(ignored);
+    mpLeft();
+}
+
+void tcSimClient::Break()
+{
+    if (mbEnded) return;
+    Leave();
+    std::error_code ignored;
+    mtSocket.set_option(asio::socket_base::linger(true, 0), ignored);
+    mtSocket.close(ignored);
+    mpLeft();
+}
+
+// All there is to the end of a client but the end of its connection.
+void tcSimClient::Leave()
+{
+    mbEnded = true;
+    StopReadout("the client left");
+    mtOutput.Close();
+    if (mpLine) mpLine->Close();
+    mtHeartBeat.cancel();
+    mtNoOp.cancel();
+    mtDeaf.cancel();
     mtContext.ledger.SetConnected(false);
     mtContext.ledger.Raise(teSimEvent::eDisconnected, "client " + msName + " disconnected");
-    mpLeft();
 }
 
 bool tcSimClient::HasLeft()
@@ -108,7 +133,7 @@ bool tcSimClient::HasLeft()
 
 void tcSimClient::Read()
 {
-    if (mbEnded || mbReading || mtOutput.Waiting() > gnMostWaiting) return;
+    if (mbEnded || mbReading || mbDeaf || mtOutput.Waiting() > gnMostWaiting) return;
     mbReading = true;
     mtSocket.async_read_some(
         asio::buffer(maInput),
@@ -266,7 +291,7 @@ void tcSimClient::HeartBeatLater()
     mtHeartBeat.async_wait([this, keep = shared_from_this()](const std::error_code& error) {
         if (error || mbEnded) return;
         Camera().SetTime(mtContext.cameraTime());
-        if (mtOutput.Waiting() < gnMostWaitingAlive) {
+        if (HeartBeats() && mtOutput.Waiting() < gnMostWaitingAlive) {
             const tsHeartBeatData heartbeat = Camera().HeartBeat();
             mtContext.ledger.Count(&tsSimStatistics::heartbeats);
             Answer(ansHeartBeat, &heartbeat, sizeof heartbeat);

@@ -76,8 +76,9 @@ class tcSimServer::tcImplementation
 public:
     explicit tcImplementation(tsSimOptions options)
         : mtOptions(Checked(std::move(options))), mtLedger(mtOptions.events, mtOptions.trace),
-          mtCamera({mtOptions.rows, mtOptions.columns, mtOptions.serial, mtOptions.name,
-                    mtOptions.seed, mtOptions.ambient}),
+          mtIdentity{mtOptions.rows, mtOptions.columns, mtOptions.serial,
+                     mtOptions.name, mtOptions.seed,    mtOptions.ambient},
+          mtCamera(mtIdentity), mtFaults(mtOptions.faults, mtOptions.faultSeed),
           mtPowerUp(std::chrono::steady_clock::now())
     {}
 
@@ -92,14 +93,16 @@ public:
 private:
     struct tsRunning {
         explicit tsRunning(tcImplementation& server)
-            : worker(server.mtOptions.rows, server.mtOptions.columns, server.mtOptions.seed),
+            : worker(server.mtIdentity.rows, server.mtIdentity.columns, server.mtIdentity.seed),
               context{server.mtOptions,
                       server.mtCamera,
                       server.mtLedger,
                       worker,
                       io,
-                      [&server] { return server.CameraTime(); }},
-              work(io.get_executor()), listener(io), pause(io)
+                      [&server] { return server.CameraTime(); },
+                      server.mtFaults.Any() ? &server.mtFaults : nullptr,
+                      [&server, this](const tsSimFault& how) { server.Reboot(*this, how); }},
+              work(io.get_executor()), listener(io), pause(io), down(io)
         {}
 
         asio::io_context io; // outlives the worker, which posts to it
@@ -107,7 +110,7 @@ private:
         tsSimContext context;
         asio::executor_work_guard<asio::io_context::executor_type> work;
         asio::ip::tcp::acceptor listener;
-        asio::steady_timer pause;
+        asio::steady_timer pause, down;
         std::optional<tcSimDiscovery> discovery;
         std::shared_ptr<tcSimClient> client;
         std::vector<std::shared_ptr<tcSimTurnAway>> turnedAway;
@@ -119,28 +122,31 @@ private:
         const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - mtPowerUp;
         return wall.count() * mtOptions.timeScale;
     }
-    void Listen(tsRunning& running);
+    void Bind(tsRunning& running, uint16_t port);
     void BeFound(tsRunning& running);
     void Accept(tsRunning& running);
     void Serve(tsRunning& running, asio::ip::tcp::socket socket);
     void TurnAway(tsRunning& running, asio::ip::tcp::socket socket);
+    void Reboot(tsRunning& running, const tsSimFault& how);
+    void ComeBack(tsRunning& running);
 
     const tsSimOptions mtOptions;
     tcSimLedger mtLedger;
+    tsSimIdentity mtIdentity; // what the camera is now
     tcSimCamera mtCamera;
+    tcSimFaults mtFaults;
     const std::chrono::steady_clock::time_point mtPowerUp;
     std::unique_ptr<tsRunning> mpRunning;
 };
 
-void tcSimServer::tcImplementation::Listen(tsRunning& running)
+// Takes the port, but does not listen on it yet.
+void tcSimServer::tcImplementation::Bind(tsRunning& running, uint16_t port)
 {
-    const asio::ip::tcp::endpoint endpoint(asio::ip::make_address_v4(mtOptions.bind),
-                                           mtOptions.port);
+    const asio::ip::tcp::endpoint endpoint(asio::ip::make_address_v4(mtOptions.bind), port);
     running.listener.open(endpoint.protocol());
     fcntl(running.listener.native_handle(), F_SETFD, FD_CLOEXEC);
     running.listener.set_option(asio::socket_base::reuse_address(true));
     running.listener.bind(endpoint);
-    running.listener.listen();
 }
 
 void tcSimServer::tcImplementation::BeFound(tsRunning& running)
@@ -151,9 +157,10 @@ void tcSimServer::tcImplementation::BeFound(tsRunning& running)
     reply.Echo = gnSimDiscoveryFirst;
     reply.Port = running.listener.local_endpoint().port();
     reply.SerialNumber = mtOptions.serial;
-    reply.CameraValue = uint32_t{mtOptions.columns} << 16 | mtOptions.rows;
-    running.discovery.emplace(running.io, mtLedger, mtOptions.discoveryPort,
-                              asio::ip::make_address_v4(mtOptions.bind), reply);
+    reply.CameraValue = uint32_t{mtIdentity.columns} << 16 | mtIdentity.rows;
+    const uint16_t port = mnDiscoveryPort != 0 ? mnDiscoveryPort.load() : mtOptions.discoveryPort;
+    running.discovery.emplace(running.io, mtLedger, port, asio::ip::make_address_v4(mtOptions.bind),
+                              reply, mtFaults);
 }
 
 uint16_t tcSimServer::tcImplementation::Start()
@@ -161,7 +168,10 @@ uint16_t tcSimServer::tcImplementation::Start()
     if (mpRunning) throw std::runtime_error("the simulated camera is already started");
     auto running = std::make_unique<tsRunning>(*this);
     const std::string port = std::to_string(mtOptions.port);
-    Explained("cannot listen on " + mtOptions.bind + ":" + port, [&] { Listen(*running); });
+    Explained("cannot listen on " + mtOptions.bind + ":" + port, [&] {
+        Bind(*running, mtOptions.port);
+        running->listener.listen();
+    });
     const std::string discovery = std::to_string(mtOptions.discoveryPort);
     Explained("cannot answer discovery on port " + discovery, [&] { BeFound(*running); });
     mnPort = running->listener.local_endpoint().port();
@@ -209,7 +219,12 @@ void tcSimServer::tcImplementation::Accept(tsRunning& running)
             }
             fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
             const std::shared_ptr<tcSimClient> client = running.client;
-            if (client && !client->HasLeft())
+            const bool inUse = client && !client->HasLeft();
+            const tsSimFault* refusal = mtFaults.Refusal(inUse);
+            if (refusal) mtLedger.Strikes(*refusal);
+            if (refusal && refusal->silent)
+                mtLedger.Count(&tsSimStatistics::refused);
+            else if (inUse || refusal)
                 TurnAway(running, std::move(socket));
             else
                 Serve(running, std::move(socket));
@@ -237,6 +252,39 @@ void tcSimServer::tcImplementation::TurnAway(tsRunning& running, asio::ip::tcp::
     mtLedger.Count(&tsSimStatistics::cameraErrors);
     all.push_back(std::make_shared<tcSimTurnAway>(std::move(socket)));
     all.back()->Begin();
+}
+
+// The port stays taken meanwhile, so that nobody else gets it; connections to it are refused.
+void tcSimServer::tcImplementation::Reboot(tsRunning& running, const tsSimFault& how)
+{
+    std::error_code ignored;
+    const uint16_t port = mnPort;
+    running.listener.close(ignored);
+    if (const auto client = running.client) client->Break();
+    if (running.discovery) running.discovery->Close();
+    if (how.rows > 0) {
+        mtIdentity.rows = static_cast<uint16_t>(how.rows);
+        mtIdentity.columns = static_cast<uint16_t>(how.columns);
+    }
+    Bind(running, port);
+    running.down.expires_after(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(std::max(how.seconds, 0.001))));
+    running.down.async_wait([this, &running](const std::error_code& error) {
+        if (!error) ComeBack(running);
+    });
+}
+
+void tcSimServer::tcImplementation::ComeBack(tsRunning& running)
+{
+    running.worker.Resize(mtIdentity.rows, mtIdentity.columns);
+    mtCamera.SetTime(CameraTime());
+    mtCamera.PowerUp(mtIdentity);
+    running.discovery.reset();
+    running.listener.listen();
+    BeFound(running);
+    mtLedger.Raise(teSimEvent::eListening,
+                   "listening on " + mtOptions.bind + ":" + std::to_string(mnPort));
+    Accept(running);
 }
 
 tcSimServer::tcSimServer(tsSimOptions options)

@@ -35,6 +35,15 @@ void tcSimCamera::SetTime(double now)
     mtReadout.Step(mnNow);
 }
 
+void tcSimCamera::PowerUp(const tsSimIdentity& identity)
+{
+    const uint32_t readouts = mnReadouts;
+    const double now = mnNow;
+    *this = tcSimCamera(identity);
+    mnReadouts = readouts;
+    SetTime(now);
+}
+
 void tcSimCamera::Reset()
 {
     mtReadout.Abort();

@@ -23,6 +23,11 @@ void tcSimClient::StartReadout(const tsSimRequest& request, Plan plan)
     mnWanted = 0;
     mpPicture.reset();
     mtPlan = std::move(accepted);
+    if (const tsSimFault* endless =
+            mtContext.faults ? mtContext.faults->Endless(Camera().Readouts() + 1) : nullptr) {
+        mtPlan.timing.frames = 0;
+        mtContext.ledger.Strikes(*endless);
+    }
     Camera().StartReadout(mtPlan);
     mtContext.ledger.Raise(teSimEvent::eReadout,
                            "readout " + std::to_string(Camera().Readouts()) + ": " +
@@ -128,7 +133,8 @@ void tcSimClient::SendPicture()
     if (!readout.LastFrame() && mtPlan.timing.trigger != eExtTrigExposure) {
         WantPicture(readout.Frame() + 1);
     }
-    mtOutput.StartPicture({std::move(picture), facts.lastFrame, leaving, done});
+    mtOutput.StartPicture(
+        {std::move(picture), facts.lastFrame, facts.readout, facts.frame, leaving, done});
 }
 
 void tcSimClient::StopReadout(const char* why)

@@ -122,6 +122,11 @@ public:
     // Settings as at power-up; the sensor keeps its temperature, a readout ends.
     void Reset();
 
+    void FailCooler() { mtCooler.Fail(mnNow); }
+
+    // As built, of another identity perhaps; the count of readouts goes on.
+    void PowerUp(const tsSimIdentity& identity);
+
     // ---- readouts (plan.cpp)
     tsSimRefusal PlanArea(const tsReadAreaMsg& request, tsSimPlan* plan) const;
     tsSimRefusal PlanBinned(const tsReadBinnedMsg& request, tsSimPlan* plan) const;
@@ -217,7 +222,7 @@ private:
     std::optional<std::vector<uint8_t>> ParameterValue(uint32_t id) const;
     void Identify();
 
-    const tsSimIdentity mtIdentity;
+    tsSimIdentity mtIdentity;
     tsSimSettings mtSettings;
     TVXCameraHardware mtHardware{};
     tcSimCooler mtCooler;

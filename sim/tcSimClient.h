@@ -37,6 +37,8 @@ struct tsSimContext {
     tcSimWorker& worker;
     asio::io_context& io;
     std::function<double()> cameraTime;
+    tcSimFaults* faults;                               // null: nothing goes wrong
+    std::function<void(const tsSimFault& how)> reboot; // ends the client, too
     std::chrono::steady_clock::duration WallTime(double cameraSeconds) const;
 };
 
@@ -57,6 +59,8 @@ public:
     void Begin();
     // Closes the connection in order. What the client has not read yet still reaches it.
     void End();
+    // The client gets a reset instead.
+    void Break();
     // Whether the client has closed its side; if so, what it sent before is done and it is ended.
     bool HasLeft();
 
@@ -81,6 +85,12 @@ private:
     void Trace(const std::string& text);
     void HeartBeatLater();
     void NoOpLater();
+    void Leave();
+
+    // Faults (mishaps.cpp)
+    void Suffer(const tsSimFault& fault);
+    void StopReading(double seconds);
+    bool HeartBeats() const;
 
     // Readouts (shooting.cpp)
     template <class Request, class Plan>
@@ -96,10 +106,12 @@ private:
     const std::string msName;
     std::function<void()> mpLeft;
     tcSimFrameReader mtReader;
+    std::unique_ptr<tcSimBadLine> mpLine; // where there are faults
     tcSimOutput mtOutput;
     std::array<uint8_t, 65536> maInput;
-    bool mbEnded = false, mbReading = false;
-    asio::steady_timer mtHeartBeat, mtNoOp, mtShutter;
+    bool mbEnded = false, mbReading = false, mbDeaf = false;
+    asio::steady_timer mtHeartBeat, mtNoOp, mtShutter, mtDeaf;
+    std::chrono::steady_clock::time_point mtHeartBeatsAgain;
     uint32_t mnNoOps = 0;
     std::chrono::milliseconds mtNoOpInterval{0};
 

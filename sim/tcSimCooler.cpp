@@ -9,7 +9,7 @@ tcSimCooler::tcSimCooler(double ambient)
 
 double tcSimCooler::Goal() const
 {
-    if (!mbCooling) return mnAmbient;
+    if (!mbCooling || mbFailed) return mnAmbient;
     const double reach = mbFan ? gnSimCoolingReach : gnSimCoolingFanless;
     return std::max(mnTarget, mnAmbient - reach);
 }
@@ -43,6 +43,12 @@ void tcSimCooler::SetFan(bool on, double now)
 {
     StartFrom(now);
     mbFan = on;
+}
+
+void tcSimCooler::Fail(double now)
+{
+    StartFrom(now);
+    mbFailed = true;
 }
 
 void tcSimCooler::SetTarget(double celsius, double now)

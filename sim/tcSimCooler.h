@@ -15,6 +15,8 @@ public:
 
     void SetCooling(bool on, double now);
     void SetFan(bool on, double now);
+    // From now on it does not cool, whatever is asked for and told.
+    void Fail(double now);
     // A target that cannot be reached is approached as far as it goes.
     void SetTarget(double celsius, double now);
 
@@ -29,7 +31,7 @@ private:
     void StartFrom(double now);
 
     double mnAmbient, mnTarget;
-    bool mbCooling = false, mbFan = true;
+    bool mbCooling = false, mbFan = true, mbFailed = false;
     double mnStartTime = 0, mnStartTemperature;
 };
 

@@ -9,8 +9,9 @@
 
 tcSimDiscovery::tcSimDiscovery(asio::io_context& io, tcSimLedger& ledger, uint16_t port,
                                const asio::ip::address_v4& address,
-                               const tsSimDiscoveryReply& reply)
-    : mtSocket(io), mtReplySocket(io, {address, 0}), mtLedger(ledger), mtReply(reply)
+                               const tsSimDiscoveryReply& reply, tcSimFaults& faults)
+    : mtSocket(io), mtReplySocket(io, {address, 0}), mtLedger(ledger), mtFaults(faults),
+      mtReply(reply)
 {
     fcntl(mtReplySocket.native_handle(), F_SETFD, FD_CLOEXEC);
     mtSocket.open(asio::ip::udp::v4());
@@ -41,12 +42,29 @@ void tcSimDiscovery::Wait()
                 std::memcpy(&request, maInput.data(), sizeof request);
             }
             if (request.First == gnSimDiscoveryFirst && request.Second == gnSimDiscoverySecond) {
-                std::error_code ignored;
-                mtLedger.Count(&tsSimStatistics::discoveryReplies);
-                mtReplySocket.send_to(asio::buffer(&mtReply, sizeof mtReply), mtSender, 0, ignored);
-                mtLedger.Raise(teSimEvent::eTrace,
-                               "discovered by " + mtSender.address().to_string());
+                Reply();
             }
             Wait();
         });
+}
+
+void tcSimDiscovery::Reply()
+{
+    Send(mtReply);
+    mtLedger.Raise(teSimEvent::eTrace, "discovered by " + mtSender.address().to_string());
+    const tsSimFault* conflict = mtFaults.Conflict();
+    if (!conflict) return;
+    mtLedger.Strikes(*conflict);
+    tsSimDiscoveryReply other = mtReply;
+    other.Port = static_cast<uint16_t>(conflict->port >= 0 ? conflict->port : other.Port + 1);
+    other.SerialNumber = static_cast<uint32_t>(
+        conflict->serial >= 0 ? conflict->serial : int64_t{other.SerialNumber} + 1);
+    Send(other);
+}
+
+void tcSimDiscovery::Send(const tsSimDiscoveryReply& reply)
+{
+    std::error_code ignored;
+    mtLedger.Count(&tsSimStatistics::discoveryReplies);
+    mtReplySocket.send_to(asio::buffer(&reply, sizeof reply), mtSender, 0, ignored);
 }

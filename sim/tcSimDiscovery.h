@@ -2,6 +2,7 @@
 #ifndef TCSIMDISCOVERY_H
 #define TCSIMDISCOVERY_H
 
+#include "tcSimFaults.h"
 #include "tcSimLedger.h"
 
 #include <asio/io_context.hpp>
@@ -34,16 +35,20 @@ public:
     // Replies come from the camera's own address, if it listens on one only. Throws
     // std::system_error when the port cannot be had.
     tcSimDiscovery(asio::io_context& io, tcSimLedger& ledger, uint16_t port,
-                   const asio::ip::address_v4& address, const tsSimDiscoveryReply& reply);
+                   const asio::ip::address_v4& address, const tsSimDiscoveryReply& reply,
+                   tcSimFaults& faults);
 
     uint16_t Port() const { return mnPort; }
     void Close();
 
 private:
     void Wait();
+    void Reply();
+    void Send(const tsSimDiscoveryReply& reply);
 
     asio::ip::udp::socket mtSocket, mtReplySocket;
     tcSimLedger& mtLedger;
+    tcSimFaults& mtFaults;
     uint16_t mnPort = 0;
     const tsSimDiscoveryReply mtReply;
     asio::ip::udp::endpoint mtSender;

@@ -79,6 +79,12 @@ void tcSimLedger::FrameEnds()
     if (mpEvents) mpEvents({teSimEvent::eFrame, Describe(frame), frame});
 }
 
+void tcSimLedger::Strikes(const tsSimFault& fault)
+{
+    Count(&tsSimStatistics::faults);
+    Raise(teSimEvent::eFault, std::string("fault: ") + NameOf(fault.kind));
+}
+
 void tcSimLedger::Raise(teSimEvent event, const std::string& text)
 {
     if (!mpEvents || (event == teSimEvent::eTrace && !mbTrace)) return;

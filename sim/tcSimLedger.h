@@ -29,6 +29,7 @@ public:
     // Ends the frame and raises its event: as complete, when all of it went out, else as aborted.
     void FrameEnds();
 
+    void Strikes(const tsSimFault& fault);
     void Raise(teSimEvent event, const std::string& text);
     bool Traces() const { return mbTrace && mpEvents; }
 

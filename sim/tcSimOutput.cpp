@@ -12,12 +12,17 @@ namespace {
 
 constexpr size_t gnMessagesAtOnce = 256 * 1024;
 constexpr size_t gnPixelsAtOnce = 1024 * 1024;
+constexpr size_t gnOneByOne = 1;
 constexpr std::chrono::milliseconds gtBurst{10}; // a paced link sends no more than this ahead
 
 } // namespace
 
-tcSimOutput::tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate)
-    : mtSocket(socket), mtLedger(ledger), mtPacer(socket.get_executor()), mnPacketRate(packetRate)
+tcSimOutput::tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate,
+                         tcSimBadLine* line)
+    : mtSocket(socket), mtLedger(ledger), mpLine(line),
+      mnMessagesAtOnce(line ? gnOneByOne : gnMessagesAtOnce),
+      mnPixelsAtOnce(line ? gnOneByOne : gnPixelsAtOnce), mtPacer(socket.get_executor()),
+      mnPacketRate(packetRate)
 {}
 
 void tcSimOutput::Open(std::weak_ptr<void> owner, std::function<void()> drained,
@@ -77,7 +82,7 @@ void tcSimOutput::Stamp(uint8_t* message)
 
 void tcSimOutput::TakeMessages()
 {
-    while (!maQueue.empty() && maMessages.size() < gnMessagesAtOnce) {
+    while (!maQueue.empty() && maMessages.size() < mnMessagesAtOnce) {
         tsQueued& queued = maQueue.front();
         const size_t start = maMessages.size();
         maMessages.insert(maMessages.end(), queued.bytes.begin(), queued.bytes.end());
@@ -117,7 +122,7 @@ void tcSimOutput::TakePackets()
         uint8_t* packet = picture.Packet(mnNextPacket++);
         Stamp(packet);
         packet[offsetof(tsPixelData16Msg, LastFrame)] = mtDelivery.lastFrame ? 1 : 0;
-    } while (mnNextPacket - first < due && picture.Bytes(first, mnNextPacket) < gnPixelsAtOnce);
+    } while (mnNextPacket - first < due && picture.Bytes(first, mnNextPacket) < mnPixelsAtOnce);
     if (mnPacketRate > 0) {
         mtPacketDue += std::chrono::duration_cast<tpClock::duration>(
             std::chrono::duration<double>((mnNextPacket - first) / mnPacketRate));
@@ -136,12 +141,45 @@ void tcSimOutput::Pump()
     maBuffers.clear();
     TakeMessages();
     if (!maMessages.empty()) maBuffers.emplace_back(maMessages.data(), maMessages.size());
-    TakePackets();
+    if (!mpLine || maBuffers.empty()) TakePackets();
     if (maBuffers.empty()) return;
     mbWriting = true;
-    asio::async_write(
-        mtSocket, maBuffers,
-        [this, keep](const std::error_code& error, size_t bytes) { Written(error, bytes); });
+    Write(std::move(keep));
+}
+
+void tcSimOutput::Write(std::shared_ptr<void> keep)
+{
+    if (mpLine) {
+        const asio::const_buffer& only = maBuffers.front();
+        mpLine->Write(static_cast<const uint8_t*>(only.data()), UnitOf(maMessages.empty()),
+                      [this] { Written({}, 0); });
+        return;
+    }
+    asio::async_write(mtSocket, maBuffers,
+                      [this, keep = std::move(keep)](const std::error_code& error, size_t bytes) {
+                          Written(error, bytes);
+                      });
+}
+
+// The one message or pixel packet that is to be written.
+tsSimUnit tcSimOutput::UnitOf(bool isPacket) const
+{
+    tsMsgHeader header;
+    std::memcpy(&header, maBuffers.front().data(), sizeof header);
+    tsSimUnit unit;
+    unit.id = header.MsgId;
+    unit.bytes = maBuffers.front().size();
+    unit.isPacket = isPacket;
+    if (isPacket) {
+        unit.readout = mtDelivery.readout;
+        unit.frame = mtDelivery.frame;
+        unit.packet = mnNextPacket; // counts from 0, and is one further already
+        return unit;
+    }
+    const tsAnswer* answer = FindAnswer(unit.id);
+    unit.isAnswer = answer ? answer->delivery != eEvent && answer->delivery != eIgnored
+                           : unit.id >= gnFirstUserDefinedId;
+    return unit;
 }
 
 void tcSimOutput::Written(const std::error_code& error, size_t bytes)

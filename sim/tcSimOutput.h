@@ -2,6 +2,7 @@
 #ifndef TCSIMOUTPUT_H
 #define TCSIMOUTPUT_H
 
+#include "tcSimBadLine.h"
 #include "tcSimLedger.h"
 #include "tcSimPicture.h"
 
@@ -19,6 +20,7 @@
 struct tsSimDelivery {
     std::shared_ptr<tcSimPicture> picture;
     bool lastFrame = false;
+    uint32_t readout = 0, frame = 0;
     // Before packets leave: how many have left with these.
     std::function<void(uint32_t packets)> leaving;
     // When all have left; not after StopPicture.
@@ -32,8 +34,10 @@ struct tsSimDelivery {
 class tcSimOutput
 {
 public:
-    // A packet rate of 0 stands for as fast as the socket takes them.
-    tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate);
+    // A packet rate of 0 stands for as fast as the socket takes them. With a bad line everything
+    // goes out through it, piece by piece; null: there is none.
+    tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate,
+                tcSimBadLine* line);
 
     // The owner is kept alive while something is being written. `drained` is called when Waiting
     // has come down after something was written, `failed` when the connection is broken.
@@ -60,11 +64,15 @@ private:
     void TakeMessages();
     uint32_t PacketsDue();
     void TakePackets();
+    tsSimUnit UnitOf(bool isPacket) const;
+    void Write(std::shared_ptr<void> keep);
     void Written(const std::error_code& error, size_t bytes);
     void Stamp(uint8_t* message);
 
     asio::ip::tcp::socket& mtSocket;
     tcSimLedger& mtLedger;
+    tcSimBadLine* const mpLine;
+    const size_t mnMessagesAtOnce, mnPixelsAtOnce; // bytes
     asio::steady_timer mtPacer;
     const double mnPacketRate;
     std::weak_ptr<void> mpOwner;

@@ -2,6 +2,8 @@
 #ifndef TCSIMSERVER_H
 #define TCSIMSERVER_H
 
+#include "faults.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -43,6 +45,7 @@ struct tsSimStatistics {
     uint64_t bytesSent = 0;
     uint64_t bytesReceived = 0;
     uint64_t discoveryReplies = 0;
+    uint64_t faults = 0;    // that struck
     bool connected = false; // a client is served now
 };
 
@@ -54,6 +57,7 @@ enum class teSimEvent {
     eReadout, // a readout was accepted
     eFrame,   // a frame was sent whole or ended early; see `frame`
     eError,   // a camera error was sent to the client
+    eFault,   // something went wrong on purpose
     eTrace    // what arrived and what was made of it
 };
 
@@ -78,6 +82,8 @@ struct tsSimOptions {
     bool reuseFrame = false;        // send the first frame again instead of making new ones
     bool discovery = false;         // answer discovery requests on UDP
     uint16_t discoveryPort = 52112; // 0: any free port
+    std::vector<tsSimFault> faults; // what goes wrong; made by ParseSimFault and its like
+    uint64_t faultSeed = 1;         // of what the faults leave to chance
     // Called on the server's thread, which does nothing else meanwhile; may be empty. It may call
     // Statistics and Frames, but not Stop.
     std::function<void(const tsSimEvent&)> events;

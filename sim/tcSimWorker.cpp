@@ -36,20 +36,38 @@ void tcSimWorker::Cancel()
     mbCancelled = true;
 }
 
+void tcSimWorker::Resize(uint32_t rows, uint32_t columns)
+{
+    std::lock_guard<std::mutex> lock(mtMutex);
+    mnRows = rows;
+    mnColumns = columns;
+}
+
 void tcSimWorker::Run()
 {
-    const tcSimSensor sensor(mnRows, mnColumns, mnSeed);
     std::unique_lock<std::mutex> lock(mtMutex);
+    std::unique_ptr<tcSimSensor> sensor;
+    auto fits = [&] {
+        return sensor && sensor->Rows() == mnRows && sensor->Columns() == mnColumns;
+    };
     for (;;) {
+        if (!fits()) {
+            const uint32_t rows = mnRows, columns = mnColumns;
+            lock.unlock();
+            sensor.reset(); // before there is a second one
+            sensor = std::make_unique<tcSimSensor>(rows, columns, mnSeed);
+            lock.lock();
+        }
         mtChanged.wait(lock, [this] { return mbStop || mtJob; });
         if (mbStop) return;
+        if (!fits()) continue;
         const tsSimJob job = std::move(*mtJob);
         const tpDone done = std::move(mpDone);
         mtJob.reset();
         mpDone = nullptr;
         mbCancelled = false;
         lock.unlock();
-        std::shared_ptr<tcSimPicture> picture = tcSimPicture::Make(sensor, job, mbCancelled);
+        std::shared_ptr<tcSimPicture> picture = tcSimPicture::Make(*sensor, job, mbCancelled);
         if (picture) done(std::move(picture));
         lock.lock();
     }

@@ -13,7 +13,7 @@
 #include <thread>
 
 // Threads: one that asks; one of its own that works and calls back.
-// Locks: mtMutex guards the pending job; not held while working or calling back.
+// Locks: mtMutex guards the pending job and the size; not held while working or calling back.
 // Owns: the sensor (made on its thread, before the first picture) and its thread.
 class tcSimWorker
 {
@@ -31,10 +31,13 @@ public:
     void Make(tsSimJob job, tpDone done);
     void Cancel();
 
+    // Of the sensor, for pictures asked for from now on.
+    void Resize(uint32_t rows, uint32_t columns);
+
 private:
     void Run();
 
-    const uint32_t mnRows, mnColumns;
+    uint32_t mnRows, mnColumns;
     const uint64_t mnSeed;
     std::mutex mtMutex;
     std::condition_variable mtChanged;

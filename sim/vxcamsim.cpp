@@ -10,6 +10,8 @@
 #include <string>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -19,6 +21,8 @@ struct tsProgram {
     tsSimOptions camera;
     std::string sensor = "2048x2048";
     bool json = false, quiet = false, once = false;
+    std::string scenario;
+    std::vector<std::string> faults;
 };
 
 // "2048x1024": columns, then rows.
@@ -63,6 +67,11 @@ void Describe(CLI::App& app, tsProgram& program)
     app.add_flag("--discovery", camera.discovery, "Answer those who look for cameras on UDP");
     app.add_option("--discovery-port", camera.discoveryPort, "UDP port of --discovery")
         ->capture_default_str();
+    app.add_option("--scenario", program.scenario, "File of faults, in JSON");
+    app.add_option("--fault", program.faults, "One more fault, see below; may be repeated")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.footer(ExplainSimFaults());
     app.add_flag("--once", program.once, "End when the first client has left");
     app.add_flag("--trace", camera.trace, "Also print what each client sends");
     CLI::Option* json = app.add_flag("--json", program.json, "Print events as JSON lines");
@@ -72,8 +81,9 @@ void Describe(CLI::App& app, tsProgram& program)
 
 const char* NameOf(teSimEvent event)
 {
-    static constexpr const char* names[] = {"listening", "connected", "refused", "disconnected",
-                                            "readout",   "frame",     "error",   "trace"};
+    static constexpr const char* names[] = {"listening",    "connected", "refused",
+                                            "disconnected", "readout",   "frame",
+                                            "error",        "fault",     "trace"};
     return names[static_cast<size_t>(event)];
 }
 
@@ -112,8 +122,25 @@ void Print(const tsProgram& program, const tsSimEvent& event, const tcSimServer&
     std::fflush(stdout);
 }
 
+// Those of the scenario first.
+void GatherFaults(tsProgram& program)
+{
+    tsSimScenario scenario;
+    if (!program.scenario.empty()) scenario = LoadSimScenario(program.scenario);
+    for (const std::string& text : program.faults) {
+        try {
+            scenario.faults.push_back(ParseSimFault(text));
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error("--fault " + text + ": " + error.what());
+        }
+    }
+    program.camera.faults = std::move(scenario.faults);
+    program.camera.faultSeed = scenario.seed;
+}
+
 int Serve(tsProgram& program)
 {
+    GatherFaults(program);
     sigset_t ending; // blocked here and so in all threads to come; waited for below
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);

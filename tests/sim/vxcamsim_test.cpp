@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
 #include <sys/wait.h>
 
 namespace {
@@ -184,6 +185,9 @@ TEST(SimProgram, RefusesUnknownOptionsAndImpossibleValues)
         {{"--line-rate", "fast"}, "line-rate"},
         {{"--bind", "nowhere"}, "nowhere"},
         {{"--json", "--quiet"}, "json"},
+        {{"--fault", "stal"}, "--fault stal: there is no fault 'stal'"},
+        {{"--fault", "stall:speed=1"}, "takes no 'speed'"},
+        {{"--scenario", "nowhere.json"}, "cannot read the scenario nowhere.json"},
         {{"extra"}, "extra"}};
     for (const auto& [arguments, part] : cases) {
         tcProgram program(arguments);
@@ -206,5 +210,33 @@ TEST(SimProgram, ExplainsItself)
 {
     tcProgram program({"--help"});
     EXPECT_EQ(program.Exit(), 0);
-    EXPECT_NE(program.Rest().find("--same-frame"), std::string::npos);
+    const std::string text = program.Rest();
+    EXPECT_NE(text.find("--same-frame"), std::string::npos);
+    EXPECT_NE(text.find("discovery-conflict:port=-1,serial=-1"), std::string::npos);
+}
+
+TEST(SimProgram, DoesWhatAScenarioAndFaultsSay)
+{
+    const std::string path = "vxcamsim." + std::to_string(getpid()) + ".json";
+    std::ofstream(path) << R"({"faults": [{"kind": "no-answer", "id": 96}]})";
+    tcProgram program({"--sensor", "40x30", "--heartbeat", "0", "--scenario", path, "--fault",
+                       "duplicate-answer:message=2", "--fault", "wrong-version:message=3"});
+    {
+        tcSimTestClient client(program.Port());
+        client.SendCommand(cmdGetExposureTime);
+        client.SendCommand(cmdGetGPIO);
+        client.SendCommand(cmdGetTrigger);
+        EXPECT_EQ(client.Receive().id, ansGPIO.id);
+        EXPECT_EQ(client.Receive().id, ansGPIO.id);
+        const tsReceived last = client.Receive();
+        EXPECT_EQ(last.id, ansTrigger.id);
+        EXPECT_EQ(last.version, 2);
+    }
+    program.Signal(SIGTERM);
+    EXPECT_EQ(program.Exit(), 0);
+    const std::string said = program.Rest();
+    EXPECT_NE(said.find("fault: no-answer"), std::string::npos) << said;
+    EXPECT_NE(said.find("fault: duplicate-answer"), std::string::npos) << said;
+    EXPECT_NE(said.find("fault: wrong-version"), std::string::npos) << said;
+    unlink(path.c_str());
 }

@@ -1,0 +1,100 @@
+// A connection that does not carry what it is given as it should.
+#ifndef TCSIMBADLINE_H
+#define TCSIMBADLINE_H
+
+#include "damage.h"
+#include "tcSimFaults.h"
+#include "tcSimLedger.h"
+
+#include <asio/ip/tcp.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <vector>
+
+// Stands between the output and the socket of a camera that has faults. Messages come one by one;
+// what leaves is what the faults make of them.
+//
+// Threads: one, the one that runs the socket.
+class tcSimBadLine
+{
+public:
+    struct tsHooks {
+        std::function<void(const tsSimFault&)> suffer; // a fault of more than the bytes
+        std::function<void()> failed;                  // the connection is broken
+    };
+
+    tcSimBadLine(asio::ip::tcp::socket& socket, tcSimFaults& faults, tcSimLedger& ledger);
+
+    // The owner is kept alive while something is under way.
+    void Open(std::weak_ptr<void> owner, tsHooks hooks);
+    void Close();
+
+    // The message is copied. `done` is called, not from within, when the line can take the next.
+    void Write(const uint8_t* message, tsSimUnit unit, std::function<void()> done);
+
+private:
+    using tpClock = std::chrono::steady_clock;
+
+    // What is to be done next; one of these.
+    struct tsStep {
+        tpSimBytes bytes;
+        double pause = 0;                  // seconds
+        const tsSimFault* fault = nullptr; // strikes
+        std::function<void()> done;
+    };
+    // A message that others overtake.
+    struct tsHeld {
+        tpSimBytes bytes;
+        tpClock::time_point due;
+        int64_t packets; // that are still to pass; 0: it waits for its time only
+    };
+    // What the faults make of a message.
+    struct tsFate {
+        tpSimBytes before, message;
+        int64_t copies = 1, behind = 0;
+        double late = 0;
+        std::vector<const tsSimFault*> strikes; // in the midst of it
+        size_t cut = 0;                         // where
+    };
+
+    double Seconds() const;
+    tsFate FateOf(tpSimBytes message, const tsSimUnit& unit);
+    void Hold(tpSimBytes bytes, double seconds, int64_t packets);
+    void PacketPasses();
+    template <class Condition>
+    void Release(Condition condition);
+    void WaitForHeld();
+    void WaitForMoments();
+    void Queue(tpSimBytes bytes);
+    void Run();
+    void Begin(tsStep step);
+    void WriteBytes(tpSimBytes bytes);
+    void Pause(double seconds);
+    void Perform(const tsSimFault& fault);
+
+    asio::ip::tcp::socket& mtSocket;
+    tcSimFaults& mtFaults;
+    tcSimLedger& mtLedger;
+    asio::steady_timer mtPause, mtHeldTimer;
+    std::vector<std::unique_ptr<asio::steady_timer>> maMoments;
+    std::weak_ptr<void> mpOwner;
+    tsHooks mtHooks;
+
+    const tpClock::time_point mtBegin;
+    uint64_t mnBytes = 0; // given to the socket, or waiting to be
+    std::deque<tsStep> maSteps;
+    std::vector<tsHeld> maHeld;
+    tpSimBytes maWriting;
+    bool mbOpen = false, mbRunning = false;
+    bool mbBusy = false; // writing or pausing
+    bool mbSilent = false;
+    int64_t mnRate = 0; // bytes a second, until mtRateEnds; 0: as the socket takes them
+    tpClock::time_point mtRateEnds;
+};
+
+#endif
