@@ -1,4 +1,5 @@
 // One message in: check, find its row, complete the item or call its handler.
+#include "tcLedger.h"
 #include "tcVXCamera.h"
 
 #include <algorithm>
@@ -106,9 +107,12 @@ struct tcVXCamera::tsHandlers {
 bool tcVXCamera::DispatchCallbackParser(int status, void* message, int, unsigned, void* camera)
 {
     constexpr int good = 0, badChecksum = -1;
+    auto& self = *static_cast<tcVXCamera*>(camera);
+    tsStatistics& figures = self.mpLedger->Figures();
+    tcLedger::Add(status == good ? figures.MessagesReceived : figures.MessagesBad);
+    self.CountParsed();
     if (status == good || status == badChecksum) {
-        static_cast<tcVXCamera*>(camera)->CallBackParser(static_cast<tuCameraMessages*>(message),
-                                                         true, status != badChecksum);
+        self.CallBackParser(static_cast<tuCameraMessages*>(message), true, status != badChecksum);
     }
     return true;
 }
@@ -185,8 +189,9 @@ void tcVXCamera::Deliver(tuCameraMessages& message, const tsAnswer& row)
         if (item.IsPending()) return;
         item.result1 = item.result2 = nullptr;
         EndRequest(item);
-    } else if (row.status == eMarkAnswered) {
-        item.status = gnItemAnswered;
+    } else {
+        tcLedger::Add(mpLedger->Figures().AnswersLate);
+        if (row.status == eMarkAnswered) item.status = gnItemAnswered;
     }
 }
 
@@ -293,6 +298,7 @@ void tcVXCamera::OnLinkTest(tuCameraMessages& message, tsRequestItem* item)
 
 void tcVXCamera::OnHeartBeat(tuCameraMessages& message, tsRequestItem*)
 {
+    tcLedger::Add(mpLedger->Figures().HeartBeats);
     auto shortest = PayloadAt<tsHeartBeatData>(message, 0);
     mnCCDTemp = shortest.CCDTemp;
     mnBoardTemp = shortest.BoardTemp;
@@ -304,6 +310,7 @@ void tcVXCamera::OnHeartBeat(tuCameraMessages& message, tsRequestItem*)
 
 void tcVXCamera::OnCameraError(tuCameraMessages& message, tsRequestItem*)
 {
+    tcLedger::Add(mpLedger->Figures().CameraErrors);
     const auto error = PayloadAt<tsCameraErrorMsg>(message, 0);
     std::string text;
     if (message.header.Length > sizeof error) {

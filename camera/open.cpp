@@ -64,6 +64,14 @@ extern "C" int VXisCameraReady(int handle)
     return camera->numOpsPending() == 0 ? eVXOk : eVXFailed;
 }
 
+extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)
+{
+    const int refused = tcVXCamera::CheckStatistics(statistics, size);
+    if (refused != eVXOk) return refused;
+    const tcVXCamera* camera = tcVXCamera::Find(handle);
+    return camera == nullptr ? eVXNoCamera : camera->GetStatistics(statistics, size);
+}
+
 extern "C" int VXGetDllVersion(void)
 {
     return tcVXCamera::GetVersion();

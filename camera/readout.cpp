@@ -1,4 +1,5 @@
 // Readout: start it, place its pixel packets, finish frames, progress, abort.
+#include "tcLedger.h"
 #include "tcVXCamera.h"
 
 #include <algorithm>
@@ -40,6 +41,12 @@ Packet& AsPacket(tuCameraMessages& message, uint8_t (&room)[gnPacketHeadBytes])
     return *reinterpret_cast<Packet*>(room);
 }
 
+// The frames that a readout item is about.
+teFrameKind KindOf(int item)
+{
+    return item == eItemImage32 ? eFrame32 : item == eItemImage8 ? eFrame8 : eFrame16;
+}
+
 int32_t ImageTypeOf(uint8_t code)
 {
     constexpr int32_t other = 4;
@@ -71,8 +78,12 @@ private:
 int tcVXCamera::StartReadout(int item, void* buffer, unsigned short* maximum, short frames)
 {
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);
-    if (InitReqStackItem(item, 1) != eVXOk) return eVXFailed;
+    if (InitReqStackItem(item, 1) != eVXOk) {
+        tcLedger::Add(mpLedger->Figures().RequestsBusy);
+        return eVXFailed;
+    }
     tsRequestItem& request = maItems[item];
+    mpLedger->BeginReadout(KindOf(item), static_cast<uint16_t>(frames));
     mnPacketsReceived = 0;
     request.result1 = buffer != nullptr ? buffer : mpDefaultBuffer.get();
     request.result2 = maximum;
@@ -132,6 +143,7 @@ int tcVXCamera::AbortRead()
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);
     for (int index : {eItemImage16, eItemImage32}) {
         maItems[index].respCount = maItems[index].respNeeded.load();
+        mpLedger->EndReadout(KindOf(index), tcLedger::eAborted);
         ReleaseImageBuffer(maItems[index]);
         EndRequest(maItems[index]);
     }
@@ -225,7 +237,8 @@ void tcVXCamera::Place(const tsPlacement& place)
     memcpy(static_cast<uint8_t*>(place.buffer) + start * place.pixelBytes, place.pixels,
            inside * place.pixelBytes);
     if (inside == wanted) return;
-    mnPixelsOutside += wanted - inside;
+    tcLedger::Add(mpLedger->Figures().PacketsOutside);
+    tcLedger::Add(mpLedger->Figures().PixelsOutside, wanted - inside);
     if (mbOutsideReported) return;
     mbOutsideReported = true;
     mLog.logError("tcVXCamera::%s pixels outside the image of %u x %u: row %u, columns %u to %u",
@@ -269,6 +282,7 @@ void tcVXCamera::OnPixels16(tuCameraMessages& message, tsRequestItem*)
     auto& packet = AsPacket<tsPixelData16Msg>(message, room);
     tsRequestItem& item = maItems[eItemImage16];
     ReArmImage(item);
+    TakePacket(eFrame16, packet, 2);
     CompileMessage16(&packet, static_cast<short*>(item.result1));
     if (packet.PacketNumber != packet.TotalPackets) return;
 
@@ -286,6 +300,7 @@ void tcVXCamera::OnPixels32(tuCameraMessages& message, tsRequestItem*)
     auto& packet = AsPacket<tsPixelData32Msg>(message, room);
     tsRequestItem& item = maItems[eItemImage32];
     ReArmImage(item);
+    TakePacket(eFrame32, packet, 4);
     CompileMessage(&packet, static_cast<long*>(item.result1));
     if (packet.PacketNumber != packet.TotalPackets) return;
 
@@ -308,6 +323,7 @@ void tcVXCamera::OnPixels8(tuCameraMessages& message, tsRequestItem*)
     auto& packet = AsPacket<tsPixelData8Msg>(message, room);
     tsRequestItem& item = maItems[eItemImage8];
     ReArmImage(item);
+    TakePacket(eFrame8, packet, 1);
     CompileMessage8(&packet, static_cast<unsigned char*>(item.result1));
     if (packet.PacketNumber != packet.TotalPackets) return;
 
@@ -321,6 +337,43 @@ void tcVXCamera::OnPixels8(tuCameraMessages& message, tsRequestItem*)
     const bool completes = packet.LastFrame != 0 && item.respCount < area.respNeeded;
     if (completes) ReleaseImageBuffer(area);
     FinishFrame(item, completes, image);
+}
+
+// Enters a packet into the books.
+template <class Packet>
+void tcVXCamera::TakePacket(teFrameKind kind, const Packet& packet, uint32_t pixelBytes)
+{
+    const uint32_t first = packet.FirstColumn, last = packet.LastColumn;
+    const uint32_t told = last < first ? 0 : last - first + 1;
+    const bool isWhole = PixelsCarried(packet.header, offsetof(Packet, Pixels), pixelBytes) >= told;
+    const tsFrameEnd cut =
+        mpLedger->TakePacket(kind, {packet.PacketNumber, packet.TotalPackets, isWhole});
+    if (cut.packets == 0) return;
+    mLog.logError("tcVXCamera::TakePacket a frame was cut short: %u of %u packets are missing",
+                  cut.missing, cut.packets);
+}
+
+// Enters the end of a frame into the books, and that of its readout where it is the last.
+void tcVXCamera::CloseFrame(teFrameKind kind, bool completes)
+{
+    const tsFrameEnd end = mpLedger->DeliverFrame(kind, completes);
+    if (!end.IsComplete()) {
+        mLog.logError("tcVXCamera::FinishFrame frame %u is incomplete: %u of %u packets are "
+                      "missing",
+                      mnFrameIndex.load(), end.missing, end.packets);
+    }
+    if (!completes) return;
+    const uint32_t lost = LoseFrames(kind == eFrame32 ? eItemImage32 : eItemImage16);
+    if (lost > 0) {
+        mLog.logError("tcVXCamera::FinishFrame the readout ended without %u of its frames", lost);
+    }
+}
+
+// What has not been delivered of a readout that ends is lost: how many frames.
+uint32_t tcVXCamera::LoseFrames(int item)
+{
+    if (item != eItemImage16 && item != eItemImage32) return 0;
+    return mpLedger->EndReadout(KindOf(item), tcLedger::eLost);
 }
 
 // The part of a frame's record that every pixel width shares.
@@ -345,6 +398,7 @@ void tcVXCamera::FinishFrame(tsRequestItem& item, bool completes, tsImageData im
 {
     const uint32_t serial = mnReadoutSerial;
     const uint32_t limit = item.frameLimit & 0xFFFF;
+    CloseFrame(KindOf(static_cast<int>(&item - maItems)), completes);
     if (completes) {
         mbDelivering = true;
         if (&item != &maItems[eItemImage8]) ReleaseImageBuffer(item);

@@ -1,4 +1,5 @@
 // Request items: arm, send, wait, time out.
+#include "tcLedger.h"
 #include "tcVXCamera.h"
 
 #include <algorithm>
@@ -60,20 +61,28 @@ int tcVXCamera::SendAndWait(tuCameraMessages* msg, int item, long* result1, long
     tsRequestWaiter waiter;
     {
         std::lock_guard<std::recursive_mutex> lock(mStackMutex);
-        if (InitReqStackItem(item, count) != eVXOk) return eVXFailed;
+        if (InitReqStackItem(item, count) != eVXOk) {
+            tcLedger::Add(mpLedger->Figures().RequestsBusy);
+            return eVXFailed;
+        }
         tsRequestItem& request = maItems[item];
+        mpLedger->BeginRequest();
         mLog.logDebug(4, "%s: Item = %d, respNeeded = %d, respCount = %d", "SendAndWait", item,
                       request.respNeeded.load(), request.respCount.load());
         request.result1 = result1;
         request.result2 = result2;
         waiter.ended = !request.IsPending();
-        if (!waiter.ended) request.waiter = &waiter;
+        if (waiter.ended) {
+            mpLedger->EndRequest(tcLedger::eAnswered);
+        } else {
+            request.waiter = &waiter;
+        }
     }
     if (SendMessage(&msg->header) != 0) {
         mLog.logError("SendAndWait could not send message 0x%X",
                       static_cast<unsigned>(msg->header.MsgId));
         std::lock_guard<std::recursive_mutex> lock(mStackMutex);
-        if (maItems[item].waiter == &waiter) GiveUpItem(maItems[item]);
+        if (maItems[item].waiter == &waiter) GiveUpItem(maItems[item], eNotSent);
         return eVXTimeout;
     }
     return WaitForEnd(waiter);
@@ -90,10 +99,13 @@ int tcVXCamera::WaitForEnd(const tsRequestWaiter& waiter)
 
 // Tells the caller who waits for the request, with mStackMutex held, that nothing is missing any
 // more. Its result is settled here: whatever comes later for the item no longer concerns it.
-void tcVXCamera::EndRequest(tsRequestItem& item)
+void tcVXCamera::EndRequest(tsRequestItem& item, teGivenUp reason)
 {
     if (tsRequestWaiter* waiter = item.waiter) {
         item.waiter = nullptr;
+        mpLedger->EndRequest(item.status != gnItemTimedOut ? tcLedger::eAnswered
+                             : reason == eNoAnswer         ? tcLedger::eTimedOut
+                                                           : tcLedger::eFailed);
         std::lock_guard<std::mutex> lock(mWaitMutex);
         waiter->result = item.status == gnItemTimedOut ? eVXTimeout : eVXOk;
         waiter->ended = true;
@@ -102,13 +114,14 @@ void tcVXCamera::EndRequest(tsRequestItem& item)
 }
 
 // Ends a request without its answer; nothing of the caller's is touched from here on.
-void tcVXCamera::GiveUpItem(tsRequestItem& item)
+void tcVXCamera::GiveUpItem(tsRequestItem& item, teGivenUp reason)
 {
+    LoseFrames(static_cast<int>(&item - maItems));
     item.status = gnItemTimedOut;
     item.result1 = nullptr;
     item.result2 = nullptr;
     item.respCount = item.respNeeded.load();
-    EndRequest(item);
+    EndRequest(item, reason);
 }
 
 void tcVXCamera::NotifyWaiters()
@@ -154,7 +167,7 @@ int tcVXCamera::WaitCompletion(int timeoutMs)
     for (int i = 0; i < gnItems; ++i) {
         tsRequestItem& item = maItems[i];
         if (item.respCount == item.respNeeded) continue;
-        GiveUpItem(item);
+        GiveUpItem(item, eNoAnswer);
         mLog.logError("%s timing out %d", "WaitCompletion", i);
     }
     return eVXTimeout;
@@ -238,6 +251,7 @@ void tcVXCamera::TimeOutItem(int index)
     item.result1 = nullptr;
     item.result2 = nullptr;
     item.frameLimit = 0;
+    LoseFrames(index);
     ++item.respCount;
     if (!item.IsPending()) EndRequest(item);
 }

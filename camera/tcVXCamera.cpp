@@ -1,5 +1,6 @@
 // Life of a camera: registry, construction, callbacks, opening handshake, destruction.
 #include "tcVXCamera.h"
+#include "tcLedger.h"
 
 #include <algorithm>
 #include <shared_mutex>
@@ -55,7 +56,8 @@ int tcVXCamera::SetGlobalErrorCallback(tpErrorCallback callback)
 }
 
 tcVXCamera::tcVXCamera(teMonitor monitor)
-    : mpParser(std::make_unique<tcCamParser>(nullptr, gnLargestMessage, false))
+    : mpParser(std::make_unique<tcCamParser>(nullptr, gnLargestMessage, false)),
+      mpLedger(std::make_unique<tcLedger>())
 {
     mpParser->RegisterCallback(&tcVXCamera::DispatchCallbackParser, this);
     {

@@ -19,6 +19,10 @@
 #include <mutex>
 #include <thread>
 
+class tcLedger;
+struct tsPacketFacts;
+enum teFrameKind : int;
+
 // Rows and columns that an image buffer holds; not known until the camera has told them.
 struct tsImageLimits {
     bool known = false;
@@ -111,6 +115,12 @@ public:
 
     int GetHandle() const { return mnHandle; }
 
+    // What the camera has done so far; waits neither for a lock nor for a callback. `size` is that
+    // of the caller's record: 0; -4 when it is smaller than the first version's, -5 for a null
+    // pointer. What lies behind the figures known here is zeroed.
+    int GetStatistics(tsStatistics* statistics, int size) const;
+    static int CheckStatistics(const tsStatistics* statistics, int size); // the same refusals
+
     // ---- Callbacks: null switches off; return 0 -----------------------------------------------
     virtual int SetHeartBeatCallback(tpHeartBeatCallback callback);
     virtual int SetErrorCallback(tpErrorCallback callback);
@@ -164,7 +174,7 @@ public:
     int CompileMessage16(tsPixelData16Msg* packet, short* buffer);
     int CompileMessage8(tsPixelData8Msg* packet, unsigned char* buffer);
     // Pixels that were not stored so far since they were outside the image.
-    uint64_t PixelsOutside() const { return mnPixelsOutside; }
+    uint64_t PixelsOutside() const;
 
     // ---- Exposure and shutter ----------------------------------------------------------------
     virtual int SetExposure(long ms);
@@ -292,6 +302,13 @@ protected:
     void StopMonitor();
     // True on the thread that is dispatching a message of this camera, in a callback that is.
     bool OnReceiveThread() const;
+    // What a transport tells about its traffic: bytes read, before they are parsed, and on the same
+    // thread after that; messages sent, one thread at a time; connections, on the receive thread.
+    void CountReceived(int bytes);
+    void CountParsed();
+    void CountSent(int bytes, bool isWhole);
+    void CountConnectionLost();
+    void CountReconnect();
 
     tcLog mLog;
     std::unique_ptr<tcCamParser> mpParser;
@@ -320,8 +337,9 @@ private:
 
     // requests.cpp
     int WaitForEnd(const tsRequestWaiter& waiter);
-    void EndRequest(tsRequestItem& item);
-    void GiveUpItem(tsRequestItem& item);
+    enum teGivenUp { eNoAnswer, eNotSent };
+    void EndRequest(tsRequestItem& item, teGivenUp reason = eNoAnswer);
+    void GiveUpItem(tsRequestItem& item, teGivenUp reason);
     void RenewNoOps();
     int SendNoOps(int intervalMs, int count);
     void NotifyWaiters();
@@ -360,7 +378,11 @@ private:
                      bool announce);
     void Place(const tsPlacement& place);
     tsImageData DescribeFrame(const tsRequestItem& item);
+    template <class Packet>
+    void TakePacket(teFrameKind kind, const Packet& packet, uint32_t pixelBytes);
+    void CloseFrame(teFrameKind kind, bool completes);
     void FinishFrame(tsRequestItem& item, bool completes, tsImageData image);
+    uint32_t LoseFrames(int item);
     void ReleaseImageBuffer(tsRequestItem& item);
     tsImageLimits LimitsOf(const tsRequestItem& item, const void* buffer) const;
 
@@ -428,11 +450,14 @@ private:
     std::atomic<int> mnPacketsReceived{0};
     std::atomic<uint32_t> mnFrameIndex{1};
     std::atomic<uint32_t> mnFramesDelivered{0};
-    std::atomic<uint64_t> mnPixelsOutside{0};
     bool mbOutsideReported = false; // in the current frame
     uint32_t mnReadoutSerial = 0;   // counts StartReadout calls
 
     tsLinkTestCmd* mpLinkTest = nullptr;
+
+    // Statistics
+    std::unique_ptr<tcLedger> mpLedger;
+    uint32_t mnSkippedSeen = 0, mnChecksumErrorsSeen = 0; // by the parser
 };
 
 #endif

@@ -68,7 +68,9 @@ int tcVXCamera_Ethernet::SendMessage(tsMsgHeader* frame)
     mpParser->PrepareOutput(frame);
     if (!mbConnected) return eVXFailed;
     const int length = frame->Length + gnHeaderBytes;
-    if (SendBytes(reinterpret_cast<const char*>(frame), length) == length) return eVXOk;
+    const int sent = SendBytes(reinterpret_cast<const char*>(frame), length);
+    CountSent(sent, sent == length);
+    if (sent == length) return eVXOk;
     // A message may have gone out in part, so the connection is of no use any more. The receive
     // thread sees its end and makes a new one.
     mSocket.Shutdown(SHUT_RDWR);
@@ -134,6 +136,7 @@ void tcVXCamera_Ethernet::MonitorThread()
         } else if (n == 0 && !mbStopMonitor) {
             mLog.logError(
                 "tcVXCamera_Ethernet::MonitorThread socket has been closed on remote end");
+            CountConnectionLost();
             Disconnect();
             Reconnect();
         }
@@ -154,7 +157,9 @@ void tcVXCamera_Ethernet::TakePiece(char* bytes, int length)
 {
     mLog.logDebug(1, "tcVXCamera_Ethernet::MonitorThread received %d bytes", length);
     if (mbByteDump) DumpBytes(bytes, length);
+    CountReceived(length);
     mpParser->AddData(bytes, length);
+    CountParsed();
     mLog.logDebug(10, "tcVXCamera_Ethernet::MonitorThread finished parsing %d bytes", length);
 }
 
@@ -190,6 +195,7 @@ void tcVXCamera_Ethernet::Reconnect()
         mSocket.DisableNagle(1);
         mSocket.SetRecvBufferSize(gnSocketBuffer);
         SetConnected();
+        CountReconnect();
         return;
     }
 }

@@ -22,6 +22,38 @@ TEST_F(Camera, SendsHeartBeats)
     EXPECT_GE(sim->Statistics().heartbeats, 3u);
 }
 
+TEST_F(Camera, TellsWhatItDid)
+{
+    tsSimOptions options = Options();
+    options.heartbeatSeconds = 0.02;
+    Open(options);
+    ASSERT_TRUE(WaitUntil([&] { return events.HeartBeats().size() >= 3; }));
+    ASSERT_EQ(0, VXSetExposure(handle, 1));
+    ASSERT_EQ(0, VXReadCCDArea(handle, nullptr, 3, 0));
+    ASSERT_EQ(0, VXWaitCompletion(handle, gnPatienceMs));
+    ASSERT_EQ(0, VXReadCCDBinned(handle, nullptr, nullptr, 2, 0));
+    ASSERT_EQ(0, VXWaitCompletion(handle, gnPatienceMs));
+    long exposure = 0;
+    ASSERT_EQ(0, VXSetExposure(handle, 100000000)); // refused
+    ASSERT_EQ(0, VXGetExposureTime(handle, &exposure));
+
+    const tsStatistics f = Figures();
+    EXPECT_GE(f.HeartBeats, 3u);
+    EXPECT_EQ(1u, f.CameraErrors);
+    EXPECT_EQ(2u, f.RequestsAnswered); // the handshake's, too
+    EXPECT_EQ(2u, f.RequestsSent);
+    EXPECT_EQ(7u, f.MessagesSent);
+    EXPECT_EQ(5u, f.FramesRequested);
+    EXPECT_EQ(5u, f.FramesComplete);
+    EXPECT_EQ(3u * nRows + 2u * nRows / 2, f.PacketsExpected);
+    EXPECT_EQ(f.PacketsExpected, f.PacketsReceived);
+    EXPECT_EQ(0u, f.PacketsMissing + f.PacketsDuplicate + f.BytesSkipped + f.MessagesBad);
+    EXPECT_GE(f.MessagesReceived, f.PacketsReceived + f.HeartBeats + 3);
+    EXPECT_EQ(12u * 7 + 8 + 4 + 12 + 12 + 4, f.BytesSent);
+    EXPECT_GE(f.BytesReceived, sim->Statistics().framesComplete * nRows * nColumns);
+    EXPECT_EQ(0u, f.ConnectionsLost + f.Reconnects);
+}
+
 TEST_F(Camera, ReportsWhatItRefuses)
 {
     Open();
@@ -104,6 +136,8 @@ TEST_F(Camera, IsFoundAgainAfterARestart)
     EXPECT_TRUE(WaitUntil([&] { return VXGetExposureTime(handle, &exposure) == 0; }));
     const auto image = Expose(1);
     EXPECT_EQ(sim->Frames().back().pixelSum, image.Sum(0, 0, nRows, nColumns));
+    EXPECT_EQ(Figures().Reconnects, Figures().ConnectionsLost);
+    EXPECT_GE(Figures().Reconnects, 1u);
 }
 
 TEST_F(Camera, IsOneOfMany)

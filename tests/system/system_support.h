@@ -219,9 +219,25 @@ protected:
         events.Subscribe(handle);
     }
 
+    tsStatistics Figures() const
+    {
+        tsStatistics figures{};
+        EXPECT_EQ(0, VXGetStatistics(handle, &figures, sizeof figures));
+        return figures;
+    }
+
+    // Whatever happened, it adds up.
     void TearDown() override
     {
         if (handle >= 0) {
+            const tsStatistics f = Figures();
+            EXPECT_EQ(f.FramesRequested, f.FramesComplete + f.FramesIncomplete + f.FramesFailed +
+                                             f.FramesAborted + f.FramesPending);
+            EXPECT_EQ(f.RequestsSent, f.RequestsAnswered + f.RequestsTimedOut + f.RequestsFailed +
+                                          f.RequestsPending);
+            EXPECT_EQ(f.PacketsReceived + f.PacketsMissing, f.PacketsExpected + f.PacketsDuplicate +
+                                                                f.PacketsStray + f.PacketsShort +
+                                                                f.PacketsRunning);
             EXPECT_EQ(0, VXCloseCamera(handle));
         }
         if (sim) sim->Stop();

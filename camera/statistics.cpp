@@ -1,0 +1,72 @@
+// What the camera has done so far, and the figures of its link.
+#include "tcLedger.h"
+#include "tcVXCamera.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr size_t gnFirstStatistics = 288; // bytes of the record's first version
+
+// How far a counter of 32 bits, which wraps, has come. A parser that was reset begins again.
+uint32_t Advance(uint32_t now, uint32_t& seen)
+{
+    constexpr uint32_t most = 0x7FFFFFFF; // in one call
+    const uint32_t advance = now - seen;
+    seen = now;
+    return advance <= most ? advance : now;
+}
+
+} // namespace
+
+int tcVXCamera::CheckStatistics(const tsStatistics* statistics, int size)
+{
+    if (statistics == nullptr) return eVXArgument;
+    return size < static_cast<int>(gnFirstStatistics) ? eVXSize : eVXOk;
+}
+
+int tcVXCamera::GetStatistics(tsStatistics* statistics, int size) const
+{
+    const int result = CheckStatistics(statistics, size);
+    if (result != eVXOk) return result;
+    const tsStatistics figures = mpLedger->Read();
+    const size_t room = static_cast<size_t>(size), known = std::min(room, sizeof figures);
+    memcpy(statistics, &figures, known);
+    memset(reinterpret_cast<char*>(statistics) + known, 0, room - known);
+    return eVXOk;
+}
+
+uint64_t tcVXCamera::PixelsOutside() const
+{
+    return mpLedger->Read().PixelsOutside;
+}
+
+void tcVXCamera::CountReceived(int bytes)
+{
+    tcLedger::Add(mpLedger->Figures().BytesReceived, static_cast<uint64_t>(bytes));
+}
+
+void tcVXCamera::CountParsed()
+{
+    tsStatistics& figures = mpLedger->Figures();
+    tcLedger::Add(figures.BytesSkipped, Advance(mpParser->SkippedBytes, mnSkippedSeen));
+    tcLedger::Add(figures.ChecksumErrors, Advance(mpParser->ChecksumErrors, mnChecksumErrorsSeen));
+}
+
+void tcVXCamera::CountSent(int bytes, bool isWhole)
+{
+    tsStatistics& figures = mpLedger->Figures();
+    tcLedger::Add(figures.BytesSent, static_cast<uint64_t>(bytes));
+    if (isWhole) tcLedger::Add(figures.MessagesSent);
+}
+
+void tcVXCamera::CountConnectionLost()
+{
+    tcLedger::Add(mpLedger->Figures().ConnectionsLost);
+}
+
+void tcVXCamera::CountReconnect()
+{
+    tcLedger::Add(mpLedger->Figures().Reconnects);
+}

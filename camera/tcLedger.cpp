@@ -1,0 +1,230 @@
+#include "tcLedger.h"
+
+#include <algorithm>
+#include <thread>
+
+// ---- Packets of one frame -----------------------------------------------------------------------
+
+tcFrameTrack::tePacket tcFrameTrack::Note(uint32_t number)
+{
+    const bool heldFirst = mbHoldsFirst;
+    mbHoldsFirst = false;
+    uint64_t& word = maNoted[number / gnWordBits];
+    const uint64_t bit = uint64_t{1} << number % gnWordBits;
+    if ((word & bit) == 0) {
+        word |= bit;
+        mnWords = std::max(mnWords, number / gnWordBits + 1);
+        ++mnNoted;
+        return eNew;
+    }
+    if (heldFirst && number == 2) return eRestart;
+    mbHoldsFirst = number == 1 && mnNoted > 1;
+    return mbHoldsFirst ? eRepeatedFirst : eRepeated;
+}
+
+void tcFrameTrack::BeginAgain()
+{
+    Clear();
+    Note(1);
+    Note(2);
+}
+
+void tcFrameTrack::Clear()
+{
+    std::fill_n(maNoted, mnWords, 0);
+    mnNoted = mnTotal = mnWords = 0;
+    mbHoldsFirst = false;
+}
+
+uint32_t tcFrameTrack::NotedWithin(uint32_t total) const
+{
+    uint64_t mask = ~uint64_t{0} << total % gnWordBits << 1; // the numbers beyond, in a word
+    int beyond = 0;
+    for (uint32_t word = total / gnWordBits; word < mnWords; ++word) {
+        beyond += __builtin_popcountll(maNoted[word] & mask);
+        mask = ~uint64_t{0};
+    }
+    return mnNoted - static_cast<uint32_t>(beyond);
+}
+
+// ---- Figures ------------------------------------------------------------------------------------
+
+// Figures are plain in the record that applications see, and changed and read as atomics.
+void tcLedger::Add(uint64_t& figure, uint64_t amount)
+{
+    Set(figure, __atomic_load_n(&figure, __ATOMIC_RELAXED) + amount);
+}
+
+void tcLedger::Subtract(uint64_t& figure, uint64_t amount)
+{
+    Set(figure, __atomic_load_n(&figure, __ATOMIC_RELAXED) - amount);
+}
+
+void tcLedger::Set(uint64_t& figure, uint64_t value)
+{
+    __atomic_store_n(&figure, value, __ATOMIC_RELAXED);
+}
+
+tcLedger::tcChange::tcChange(tcLedger& ledger) : mLedger(ledger)
+{
+    mLedger.mnChanges.store(mLedger.mnChanges.load(std::memory_order_relaxed) + 1,
+                            std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+}
+
+tcLedger::tcChange::~tcChange()
+{
+    mLedger.mnChanges.store(mLedger.mnChanges.load(std::memory_order_relaxed) + 1,
+                            std::memory_order_release);
+}
+
+tsStatistics tcLedger::Read() const
+{
+    constexpr size_t count = sizeof(tsStatistics) / sizeof(uint64_t);
+    static_assert(sizeof(tsStatistics) == count * sizeof(uint64_t), "figures of one width");
+    tsStatistics copy;
+    const auto* from = reinterpret_cast<const uint64_t*>(&mtFigures);
+    auto* to = reinterpret_cast<uint64_t*>(&copy);
+    for (;;) {
+        const uint32_t before = mnChanges.load(std::memory_order_acquire);
+        for (size_t i = 0; i < count; ++i) {
+            to[i] = __atomic_load_n(from + i, __ATOMIC_RELAXED);
+        }
+        std::atomic_thread_fence(std::memory_order_acquire);
+        const bool isOdd = before % 2 != 0;
+        if (!isOdd && mnChanges.load(std::memory_order_relaxed) == before) return copy;
+        std::this_thread::yield();
+    }
+}
+
+// ---- Requests -----------------------------------------------------------------------------------
+
+void tcLedger::BeginRequest()
+{
+    const tcChange change(*this);
+    Add(mtFigures.RequestsSent);
+    Add(mtFigures.RequestsPending);
+}
+
+void tcLedger::EndRequest(teOutcome outcome)
+{
+    const tcChange change(*this);
+    Subtract(mtFigures.RequestsPending);
+    Add(outcome == eAnswered   ? mtFigures.RequestsAnswered
+        : outcome == eTimedOut ? mtFigures.RequestsTimedOut
+                               : mtFigures.RequestsFailed);
+}
+
+// ---- Readouts -----------------------------------------------------------------------------------
+
+void tcLedger::BeginReadout(teFrameKind kind, uint32_t frames)
+{
+    EndReadout(kind, eAborted);
+    const tcChange change(*this);
+    tsAsked& asked = AskedOf(kind);
+    asked.isEndless = frames == 0;
+    asked.pending = asked.isEndless ? 1 : frames;
+    Add(mtFigures.FramesRequested, asked.pending);
+    Add(mtFigures.FramesPending, asked.pending);
+}
+
+uint32_t tcLedger::EndReadout(teFrameKind kind, teUndelivered how)
+{
+    const tcChange change(*this);
+    tsAsked& asked = AskedOf(kind);
+    const uint32_t undelivered = asked.pending;
+    const bool wasWanted = undelivered > 0 && how == eLost;
+    EndTrack(maTracks[kind], wasWanted);
+    if (kind == eFrame16) EndTrack(maTracks[eFrame8], wasWanted);
+    EndAsked(asked, how == eLost ? mtFigures.FramesFailed : mtFigures.FramesAborted, undelivered);
+    asked.isEndless = false;
+    return undelivered;
+}
+
+void tcLedger::EndAsked(tsAsked& asked, uint64_t& figure, uint32_t frames)
+{
+    asked.pending -= frames;
+    Subtract(mtFigures.FramesPending, frames);
+    Add(figure, frames);
+}
+
+tsFrameEnd tcLedger::TakePacket(teFrameKind kind, const tsPacketFacts& packet)
+{
+    const tcChange change(*this);
+    tcFrameTrack& track = maTracks[kind];
+    Add(mtFigures.PacketsReceived);
+    if (!packet.isWhole || packet.number == 0) {
+        track.Expect(packet.total);
+        Add(packet.isWhole ? mtFigures.PacketsStray : mtFigures.PacketsShort);
+        return {};
+    }
+    const bool heldFirst = track.HoldsFirst();
+    const tcFrameTrack::tePacket found = track.Note(packet.number);
+    tsFrameEnd cut;
+    if (found == tcFrameTrack::eRestart) {
+        Subtract(mtFigures.PacketsRunning); // the first one, which the new frame counts
+        cut = EndTrack(track, true);
+        LoseCutFrame(AskedOf(kind));
+        track.BeginAgain();
+        Add(mtFigures.PacketsRunning, 2);
+    } else {
+        if (heldFirst) {
+            Subtract(mtFigures.PacketsRunning);
+            Add(mtFigures.PacketsDuplicate);
+        }
+        const bool isRepeated = found == tcFrameTrack::eRepeated;
+        Add(isRepeated ? mtFigures.PacketsDuplicate : mtFigures.PacketsRunning);
+    }
+    track.Expect(packet.total);
+    return cut;
+}
+
+// A frame that lost its end makes way for the next one. The last frame asked for is not given up,
+// since it may be that one that runs now.
+void tcLedger::LoseCutFrame(tsAsked& asked)
+{
+    if (asked.isEndless) {
+        Add(mtFigures.FramesRequested);
+        Add(mtFigures.FramesFailed);
+    } else if (asked.pending > 1) {
+        EndAsked(asked, mtFigures.FramesFailed);
+    }
+}
+
+tsFrameEnd tcLedger::DeliverFrame(teFrameKind kind, bool isLast)
+{
+    const tcChange change(*this);
+    const tsFrameEnd end = EndTrack(maTracks[kind], true);
+    Set(mtFigures.LastFramePackets, end.packets);
+    Set(mtFigures.LastFrameMissing, end.missing);
+    tsAsked& asked = AskedOf(kind);
+    if (asked.pending == 0) {
+        Add(mtFigures.FramesUnasked);
+        return end;
+    }
+    EndAsked(asked, end.IsComplete() ? mtFigures.FramesComplete : mtFigures.FramesIncomplete);
+    if (asked.isEndless && !isLast) {
+        asked.pending = 1;
+        Add(mtFigures.FramesRequested);
+        Add(mtFigures.FramesPending);
+    }
+    return end;
+}
+
+// The packets of a frame that was not wanted count as expected only where they came.
+tsFrameEnd tcLedger::EndTrack(tcFrameTrack& track, bool wasWanted)
+{
+    if (track.HoldsFirst()) {
+        Subtract(mtFigures.PacketsRunning);
+        Add(mtFigures.PacketsDuplicate);
+    }
+    const uint32_t noted = track.Noted();
+    const uint32_t within = track.NotedWithin(track.Total());
+    const tsFrameEnd end{track.Total(), track.Total() - within};
+    Subtract(mtFigures.PacketsRunning, noted);
+    Add(mtFigures.PacketsStray, noted - within);
+    Add(mtFigures.PacketsExpected, within + (wasWanted ? end.missing : 0));
+    Add(mtFigures.PacketsMissing, wasWanted ? end.missing : 0);
+    track.Clear();
+    return end;
+}

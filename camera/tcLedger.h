@@ -1,0 +1,125 @@
+// The books of one camera: what became of its requests, frames and pixel packets.
+#ifndef TCLEDGER_H
+#define TCLEDGER_H
+
+#include "vxcamtypes.h"
+
+#include <atomic>
+#include <cstdint>
+
+// How wide the pixels of a frame are. Each kind of frame is followed by itself.
+enum teFrameKind : int { eFrame16, eFrame32, eFrame8, eFrameKinds };
+
+// One pixel packet, as far as the books are concerned.
+struct tsPacketFacts {
+    uint32_t number; // within the frame, from 1
+    uint32_t total;  // packets of the frame
+    bool isWhole;    // carries the pixels that it tells
+};
+
+// How a frame ended.
+struct tsFrameEnd {
+    uint32_t packets = 0; // that it has
+    uint32_t missing = 0;
+
+    bool IsComplete() const { return packets > 0 && missing == 0; }
+};
+
+// Which packets of the running frame have come, by their numbers.
+class tcFrameTrack
+{
+public:
+    enum tePacket { eNew, eRepeated, eRepeatedFirst, eRestart };
+
+    // Notes a packet and tells what it is. eRepeatedFirst: number 1 again, which is either a
+    // repetition or the beginning of another frame; the next call tells. eRestart: the beginning of
+    // another frame it was, with the last two packets; the caller ends this one and calls
+    // BeginAgain().
+    tePacket Note(uint32_t number);
+    // Follows a frame of which the packets 1 and 2 have come.
+    void BeginAgain();
+    // Packets of the largest total told.
+    void Expect(uint32_t total) { mnTotal = total > mnTotal ? total : mnTotal; }
+    void Clear();
+
+    uint32_t Total() const { return mnTotal; }
+    uint32_t Noted() const { return mnNoted; } // different numbers
+    uint32_t NotedWithin(uint32_t total) const;
+    bool HoldsFirst() const { return mbHoldsFirst; } // the last call told eRepeatedFirst
+
+private:
+    static constexpr uint32_t gnWordBits = 64;
+
+    uint64_t maNoted[65536 / gnWordBits] = {};
+    uint32_t mnNoted = 0;
+    uint32_t mnTotal = 0;
+    uint32_t mnWords = 0; // of maNoted that are in use
+    bool mbHoldsFirst = false;
+};
+
+// Threads: one writes at a time, as told below; any may call Read(), which neither waits for a lock
+//   nor for a callback.
+// Locks: none. Where "locked" is said, the caller holds the camera's request lock; these figures
+//   are read as of one moment.
+class tcLedger
+{
+public:
+    // Adds to a figure that has one writer: of the link, its receive thread or its send lock's
+    // holder; of the others, the request lock's holder.
+    static void Add(uint64_t& figure, uint64_t amount = 1);
+    tsStatistics& Figures() { return mtFigures; }
+
+    tsStatistics Read() const;
+
+    // ---- Requests; locked ----------------------------------------------------------------------
+    enum teOutcome { eAnswered, eTimedOut, eFailed };
+    void BeginRequest();
+    void EndRequest(teOutcome outcome);
+
+    // ---- Readouts and their frames; locked -----------------------------------------------------
+    // Requests frames of 16 (and 8) or of 32 bits a pixel; 0 stands for an endless readout.
+    void BeginReadout(teFrameKind kind, uint32_t frames);
+    // The frames not delivered yet end so; how many they are. Harmless when there are none.
+    enum teUndelivered { eLost, eAborted };
+    uint32_t EndReadout(teFrameKind kind, teUndelivered how);
+
+    // A packet came. When it shows that the frame before it was cut short, tells how that ended;
+    // else an end without packets.
+    tsFrameEnd TakePacket(teFrameKind kind, const tsPacketFacts& packet);
+    // The frame's numbered last packet came, so it is delivered; `isLast` of its readout.
+    tsFrameEnd DeliverFrame(teFrameKind kind, bool isLast);
+
+private:
+    // Readers see all changes of its lifetime or none.
+    class tcChange
+    {
+    public:
+        explicit tcChange(tcLedger& ledger);
+        ~tcChange();
+        tcChange(const tcChange&) = delete;
+        tcChange& operator=(const tcChange&) = delete;
+
+    private:
+        tcLedger& mLedger;
+    };
+
+    // The frames still to come of a readout. 8-bit frames answer a readout of 16 bits.
+    struct tsAsked {
+        uint32_t pending = 0;
+        bool isEndless = false;
+    };
+    tsAsked& AskedOf(teFrameKind kind) { return maAsked[kind == eFrame32 ? 1 : 0]; }
+
+    static void Subtract(uint64_t& figure, uint64_t amount = 1);
+    static void Set(uint64_t& figure, uint64_t value);
+    tsFrameEnd EndTrack(tcFrameTrack& track, bool wasWanted);
+    void EndAsked(tsAsked& asked, uint64_t& figure, uint32_t frames = 1);
+    void LoseCutFrame(tsAsked& asked);
+
+    std::atomic<uint32_t> mnChanges{0}; // odd while a change is under way
+    tsStatistics mtFigures{};
+    tsAsked maAsked[2];
+    tcFrameTrack maTracks[eFrameKinds];
+};
+
+#endif
