@@ -249,6 +249,13 @@ std::vector<tsCall> Images()
         {"VXAbortRead", Set(VXAbortRead), "0:"},
         {"VXWaitCompletion", Set(VXWaitCompletion, 100), "0:"},
         {"VXisCameraReady", Set(VXisCameraReady), "0:"},
+        {"VXGetStatistics",
+         [](int handle) {
+             tsStatistics figures{};
+             const int result = VXGetStatistics(handle, &figures, sizeof figures);
+             return Told(result, figures.FramesComplete, figures.FramesPending);
+         },
+         "0: 3 0"},
     };
 }
 
