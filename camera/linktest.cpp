@@ -76,6 +76,7 @@ int tcVXCamera::RunLinkTest(tsLinkTestCmd& test)
     message.Pattern = test.Pattern;
     int result = eVXOk;
     for (uint32_t sent = 1; result == eVXOk; ++sent) {
+        if (mbClosing) return eVXFailed;
         const bool isLast = sent == plan.messages;
         message.Answers = plan.onlyLast && !isLast ? 0 : plan.answers;
         FillPattern(test, message.Data, static_cast<size_t>(length));

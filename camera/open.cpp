@@ -18,10 +18,14 @@ extern "C" int VXOpenENetCamera(const char* address, unsigned short port)
 try {
     tcConfiguration::GetInstance(); // is to be loaded before any camera exists
     if (address == nullptr) return eVXFailed;
-    auto camera = std::make_unique<tcVXCamera_Ethernet>(address, port);
+    std::unique_ptr<tcVXCamera_Ethernet> camera;
+    {
+        const tcVXCamera::tcOpening opening;
+        camera = std::make_unique<tcVXCamera_Ethernet>(address, port);
+    }
     if (camera->Initialize() == 0) return eVXFailed;
     const int handle = camera->GetHandle();
-    if (handle >= 0) camera.release(); // NOLINT: the registry holds it until VXCloseCamera
+    if (handle >= 0) camera.release()->Opened(); // the registry holds it until VXCloseCamera
     return handle;
 } catch (...) { // out of memory or threads
     return eVXFailed;
@@ -51,16 +55,13 @@ try {
 
 extern "C" int VXCloseCamera(int handle)
 {
-    tcVXCamera* camera = nullptr;
-    const int result = tcVXCamera::Withdraw(handle, camera);
-    delete camera;
-    return result;
+    return tcVXCamera::Close(handle);
 }
 
 extern "C" int VXisCameraReady(int handle)
 {
-    tcVXCamera* camera = tcVXCamera::Find(handle);
-    if (camera == nullptr) return eVXNoCamera;
+    const tcVXCamera::tcHold camera(handle);
+    if (!camera) return eVXNoCamera;
     return camera->numOpsPending() == 0 ? eVXOk : eVXFailed;
 }
 
@@ -68,8 +69,8 @@ extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)
 {
     const int refused = tcVXCamera::CheckStatistics(statistics, size);
     if (refused != eVXOk) return refused;
-    const tcVXCamera* camera = tcVXCamera::Find(handle);
-    return camera == nullptr ? eVXNoCamera : camera->GetStatistics(statistics, size);
+    const tcVXCamera::tcHold camera(handle);
+    return camera ? camera->GetStatistics(statistics, size) : eVXNoCamera;
 }
 
 extern "C" int VXGetDllVersion(void)
@@ -110,6 +111,6 @@ extern "C" int VXSetErrorCallback(int handle, tpErrorCallback callback)
 {
     constexpr int process = -1;
     if (handle == process) return tcVXCamera::SetGlobalErrorCallback(callback);
-    tcVXCamera* camera = tcVXCamera::Find(handle);
-    return camera == nullptr ? eVXNoCamera : camera->SetErrorCallback(callback);
+    const tcVXCamera::tcHold camera(handle);
+    return camera ? camera->SetErrorCallback(callback) : eVXNoCamera;
 }

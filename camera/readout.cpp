@@ -19,6 +19,7 @@ struct tcVXCamera::tsPlacement {
 
 namespace {
 
+constexpr int gnAbortLimit = 50;       // ms that the sending of an abort may take
 constexpr uint32_t gnOldStride = 1024; // pixels a row before interface version 3
 
 // How many pixels of a size fit between an offset of the message and its end.
@@ -139,7 +140,10 @@ int tcVXCamera::ReadCCDMaskBinned(long* buffer, unsigned short* maximum, short f
 int tcVXCamera::AbortRead()
 {
     mLog.logDebug(4, "tcVXCamera::AbortRead Entered");
-    const int result = Send(cmdAbortRead);
+    tsMsgHeader message{};
+    message.MsgId = cmdAbortRead.Row().id;
+    const int result = SendMessageWithin(&message, gnAbortLimit);
+    if (result != eVXOk) mLog.logError("tcVXCamera::AbortRead could not send");
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);
     for (int index : {eItemImage16, eItemImage32}) {
         maItems[index].respCount = maItems[index].respNeeded.load();

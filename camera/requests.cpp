@@ -34,7 +34,7 @@ int tcVXCamera::InitReqStackItem(int item, int count)
     if (item < 0 || item >= gnItems) return eVXFailed;
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);
     tsRequestItem& request = maItems[item];
-    if (request.respNeeded != request.respCount) return eVXFailed;
+    if (request.respNeeded != request.respCount || mbClosing) return eVXFailed;
     const int timeout = gaItemTimeouts[item];
     request.timeout = timeout != 0 ? timeout : ImageTimeout();
     request.status = gnItemAnswered;
@@ -107,7 +107,9 @@ void tcVXCamera::EndRequest(tsRequestItem& item, teGivenUp reason)
                              : reason == eNoAnswer         ? tcLedger::eTimedOut
                                                            : tcLedger::eFailed);
         std::lock_guard<std::mutex> lock(mWaitMutex);
-        waiter->result = item.status == gnItemTimedOut ? eVXTimeout : eVXOk;
+        waiter->result = item.status != gnItemTimedOut ? eVXOk
+                         : reason == eClosed           ? eVXFailed
+                                                       : eVXTimeout;
         waiter->ended = true;
     }
     NotifyWaiters();
@@ -122,6 +124,23 @@ void tcVXCamera::GiveUpItem(tsRequestItem& item, teGivenUp reason)
     item.result2 = nullptr;
     item.respCount = item.respNeeded.load();
     EndRequest(item, reason);
+}
+
+// The camera is being closed. Nothing can be armed behind this.
+void tcVXCamera::GiveUpAll()
+{
+    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+    mpLedger->EndReadout(eFrame16, tcLedger::eAborted);
+    mpLedger->EndReadout(eFrame32, tcLedger::eAborted);
+    for (tsRequestItem& item : maItems) {
+        if (item.respCount != item.respNeeded) GiveUpItem(item, eClosed);
+    }
+    NotifyWaiters();
+}
+
+int tcVXCamera::SendMessageWithin(tsMsgHeader* frame, int)
+{
+    return SendMessage(frame);
 }
 
 void tcVXCamera::NotifyWaiters()
@@ -153,13 +172,14 @@ int tcVXCamera::WaitCompletion(int timeoutMs)
     const auto deadline = steady_clock::now() + milliseconds(steps * gnCompletionStep);
     {
         std::unique_lock<std::mutex> lock(mWaitMutex);
-        while (numOpsPending() != 0 || mbDelivering) {
+        while (!mbClosing && (numOpsPending() != 0 || mbDelivering)) {
             const auto now = steady_clock::now();
             if (now >= deadline) break;
             mWaitCondition.wait_until(lock,
                                       std::min(deadline, now + milliseconds(gnCompletionStep)));
         }
     }
+    if (mbClosing) return eVXFailed;
     if (numOpsPending() == 0) return eVXOk;
 
     mLog.logError("%s timeout event!", "WaitCompletion");

@@ -166,6 +166,7 @@ int tcVXCamera::SetBinMaskParam(unsigned char* mask, int argument)
             message.Argument = static_cast<uint32_t>(argument);
             // The camera takes the rows no faster.
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            if (mbClosing) return eVXFailed;
             Send(cmdSetBinMaskParam, message);
         }
     }

@@ -3,20 +3,46 @@
 #include "tcLedger.h"
 
 #include <algorithm>
-#include <shared_mutex>
 #include <string>
 
-namespace {
+// What guards the map of cameras, and what is known of those that leave it. Never destroyed:
+// threads may still look cameras up while the process exits.
+struct tcVXCamera::tsRegistry {
+    std::mutex mutex;
+    std::condition_variable released;   // a camera that is being closed
+    std::map<int, tcVXCamera*> closing; // until they are deleted
+    std::map<int, int> waiting;         // receive thread of a camera for the other it closes
 
-// Guards the registry's map. Never destroyed: threads may still look cameras up while the process
-// exits.
-std::shared_mutex& RegistryMutex()
-{
-    static auto* mutex = new std::shared_mutex;
-    return *mutex;
-}
+    static tsRegistry& Instance()
+    {
+        static auto* registry = new tsRegistry;
+        return *registry;
+    }
 
-} // namespace
+    // The camera whose receive thread this is, or -1.
+    int CallingCamera() const
+    {
+        for (const auto& [handle, camera] : *gpCameraMap) {
+            if (camera != nullptr && camera->OnReceiveThread()) return static_cast<int>(handle);
+        }
+        for (const auto& [handle, camera] : closing) {
+            if (camera->OnReceiveThread()) return handle;
+        }
+        return -1;
+    }
+
+    // Whether the receive thread of one camera waits until the other is closed, by way of others.
+    bool WaitsFor(int handle, int other) const
+    {
+        for (auto next = waiting.find(handle); next != waiting.end();
+             next = waiting.find(next->second)) {
+            if (next->second == other) return true;
+        }
+        return false;
+    }
+};
+
+static thread_local bool tbOpening = false; // this thread makes cameras that are not open yet
 
 std::map<unsigned, tcVXCamera*>* tcVXCamera::gpCameraMap = nullptr;
 unsigned tcVXCamera::gnCameraCount = 0;
@@ -25,22 +51,87 @@ std::atomic<tpErrorCallback> tcVXCamera::spGlobalErrorMsgCallBack{nullptr};
 
 tcVXCamera* tcVXCamera::Find(int handle)
 {
-    std::shared_lock<std::shared_mutex> lock(RegistryMutex());
+    std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
     if (gpCameraMap == nullptr) return nullptr;
     auto entry = gpCameraMap->find(static_cast<unsigned>(handle));
     return entry == gpCameraMap->end() ? nullptr : entry->second;
 }
 
-int tcVXCamera::Withdraw(int handle, tcVXCamera*& camera)
+tcVXCamera::tcHold::tcHold(int handle)
 {
-    std::unique_lock<std::shared_mutex> lock(RegistryMutex());
+    std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
+    if (gpCameraMap == nullptr) return;
+    auto entry = gpCameraMap->find(static_cast<unsigned>(handle));
+    if (entry == gpCameraMap->end() || entry->second == nullptr) return;
+    if (entry->second->mbOpening) return;
+    mpCamera = entry->second;
+    ++mpCamera->mnHolds;
+}
+
+tcVXCamera::tcHold::~tcHold()
+{
+    if (mpCamera == nullptr) return;
+    tsRegistry& registry = tsRegistry::Instance();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    if (--mpCamera->mnHolds == 0 && mpCamera->mbClosing) registry.released.notify_all();
+}
+
+std::vector<int> tcVXCamera::Handles()
+{
+    std::vector<int> handles;
+    std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
+    if (gpCameraMap == nullptr) return handles;
+    for (const auto& [handle, camera] : *gpCameraMap) {
+        if (camera != nullptr && !camera->mbOpening) handles.push_back(static_cast<int>(handle));
+    }
+    return handles;
+}
+
+int tcVXCamera::Close(int handle)
+{
+    tsRegistry& registry = tsRegistry::Instance();
+    std::unique_lock<std::mutex> lock(registry.mutex);
     if (gpCameraMap == nullptr) return eVXNoCamera;
     auto entry = gpCameraMap->find(static_cast<unsigned>(handle));
     if (entry == gpCameraMap->end() || entry->second == nullptr) return eVXNoCamera;
-    if (entry->second->RefuseOnReceiveThread("VXCloseCamera") != eVXOk) return eVXFailed;
-    camera = entry->second;
+    tcVXCamera* camera = entry->second;
+    if (camera->mbOpening) return eVXNoCamera;
+    const int caller = registry.CallingCamera();
+    if (caller == handle || (caller >= 0 && registry.WaitsFor(handle, caller))) {
+        lock.unlock();
+        camera->mLog.logError("%s would wait for the thread it was called on", "VXCloseCamera");
+        return eVXFailed;
+    }
     gpCameraMap->erase(entry);
+    registry.closing[handle] = camera;
+    if (caller >= 0) registry.waiting[caller] = handle;
+    camera->mbClosing = true;
+    lock.unlock();
+    camera->Interrupt();
+    camera->GiveUpAll();
+    lock.lock();
+    registry.released.wait(lock, [camera] { return camera->mnHolds == 0; });
+    lock.unlock();
+    delete camera;
+    lock.lock();
+    if (caller >= 0) registry.waiting.erase(caller);
     return eVXOk;
+}
+
+tcVXCamera::tcOpening::tcOpening()
+{
+    tbOpening = true;
+}
+
+tcVXCamera::tcOpening::~tcOpening()
+{
+    tbOpening = false;
+}
+
+void tcVXCamera::Opened()
+{
+    std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
+    mbOpening = false;
 }
 
 int tcVXCamera::GetVersion()
@@ -61,7 +152,8 @@ tcVXCamera::tcVXCamera(teMonitor monitor)
 {
     mpParser->RegisterCallback(&tcVXCamera::DispatchCallbackParser, this);
     {
-        std::unique_lock<std::shared_mutex> lock(RegistryMutex());
+        std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
+        mbOpening = tbOpening;
         if (gpCameraMap == nullptr) {
             gpCameraMap = new std::map<unsigned, tcVXCamera*>;
             gnCameraCount = 0;
@@ -80,8 +172,10 @@ tcVXCamera::tcVXCamera(teMonitor monitor)
 tcVXCamera::~tcVXCamera()
 {
     {
-        std::unique_lock<std::shared_mutex> lock(RegistryMutex());
+        tsRegistry& registry = tsRegistry::Instance();
+        std::lock_guard<std::mutex> lock(registry.mutex);
         gpCameraMap->erase(static_cast<unsigned>(mnHandle));
+        registry.closing.erase(mnHandle);
     }
     StopMonitor();
 }

@@ -18,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 class tcLedger;
 struct tsPacketFacts;
@@ -87,11 +88,41 @@ public:
     static unsigned gnCameraCount;
     static unsigned DllVersion;
 
-    // The camera with that handle, or null. Safe against cameras opened and closed meanwhile.
+    // The camera with that handle, or null. It may be closed as soon as it has been found.
     static tcVXCamera* Find(int handle);
-    // Takes the camera out of the registry for the caller to delete: 0; -3 if there is none, -1 on
-    // its own receive thread.
-    static int Withdraw(int handle, tcVXCamera*& camera);
+    // A camera in use, or none: it is not deleted before it is let go. Not found are cameras that
+    // are being opened or closed.
+    class tcHold
+    {
+    public:
+        explicit tcHold(int handle);
+        ~tcHold();
+        tcHold(const tcHold&) = delete;
+        tcHold& operator=(const tcHold&) = delete;
+
+        tcVXCamera* operator->() const { return mpCamera; }
+        tcVXCamera& operator*() const { return *mpCamera; }
+        explicit operator bool() const { return mpCamera != nullptr; }
+
+    private:
+        tcVXCamera* mpCamera = nullptr;
+    };
+    // Closes and deletes a camera made with new. Calls in progress on other threads are ended, with
+    // -1 where they wait, and waited for. 0; -3 if there is none; -1 on its own receive thread, and
+    // on that of another camera which is being closed by this one's.
+    static int Close(int handle);
+    // Handles of the cameras that are open.
+    static std::vector<int> Handles();
+    // Cameras that this thread makes during its lifetime cannot be held before Opened().
+    class tcOpening
+    {
+    public:
+        tcOpening();
+        ~tcOpening();
+        tcOpening(const tcOpening&) = delete;
+        tcOpening& operator=(const tcOpening&) = delete;
+    };
+    void Opened();
 
     // Stores and returns the library's version: major in the high 16 bits, build in the low.
     static int GetVersion();
@@ -294,10 +325,17 @@ public:
     // Logs every received chunk in hexadecimal, at debug level 15, where the transport supports it.
     void EnableByteDump(bool on) { mbByteDump = on; }
 
+    // As SendMessage, but gives up within about `limitMs`, leaving the link as it is where it can.
+    virtual int SendMessageWithin(tsMsgHeader* frame, int limitMs);
+
     // Stamps and sends one message of `Length` + 12 bytes: 0, or -1. Called from any thread.
     virtual int SendMessage(tsMsgHeader* frame) = 0;
 
 protected:
+    // The camera is being closed: has sends that are under way on other threads fail soon, and all
+    // later ones. Called on the closing thread, before the destructor.
+    virtual void Interrupt() {}
+    bool IsClosing() const { return mbClosing; }
     // Ends the monitor thread. A transport's destructor calls it first, since the monitor sends.
     void StopMonitor();
     // True on the thread that is dispatching a message of this camera, in a callback that is.
@@ -337,9 +375,10 @@ private:
 
     // requests.cpp
     int WaitForEnd(const tsRequestWaiter& waiter);
-    enum teGivenUp { eNoAnswer, eNotSent };
+    enum teGivenUp { eNoAnswer, eNotSent, eClosed };
     void EndRequest(tsRequestItem& item, teGivenUp reason = eNoAnswer);
     void GiveUpItem(tsRequestItem& item, teGivenUp reason);
+    void GiveUpAll();
     void RenewNoOps();
     int SendNoOps(int intervalMs, int count);
     void NotifyWaiters();
@@ -397,7 +436,12 @@ private:
     int GetTable(const tsCommand<tsWordMsg>& command, int index, unsigned char* table, int* size);
     int RunLinkTest(tsLinkTestCmd& test);
 
+    struct tsRegistry;
+
     int mnHandle = -1;
+    int mnHolds = 0;        // under the registry's mutex
+    bool mbOpening = false; // likewise
+    std::atomic<bool> mbClosing{false};
 
     // Requests. Waiting callers sleep on mWaitCondition; mWaitMutex guards their records.
     std::recursive_mutex mStackMutex;

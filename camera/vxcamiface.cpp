@@ -7,9 +7,8 @@
 template <class... Parameters, class... Arguments>
 static int Forward(int handle, int (tcVXCamera::*operation)(Parameters...), Arguments... arguments)
 {
-    tcVXCamera* camera = tcVXCamera::Find(handle);
-    if (camera == nullptr) return eVXNoCamera;
-    return (camera->*operation)(arguments...);
+    const tcVXCamera::tcHold camera(handle);
+    return camera ? ((*camera).*operation)(arguments...) : eVXNoCamera;
 }
 
 extern "C" int VXSetImageDataCallback(int handle, tpImageDataCallback callback)

@@ -21,8 +21,9 @@
  * must stay valid until the readout completed or VXAbortRead, a time-out or VXCloseCamera returned;
  *     after that the library does not touch it again.
  *  7. Threads. Functions may be called from any thread, for different cameras at the same time. Two
- *     threads that ask one camera the same thing at once: one of them gets -1. Open and close
- *     cameras from one thread at a time, and do not close a camera that another thread is using.
+ *     threads that ask one camera the same thing at once: one of them gets -1. A camera
+ *     may be closed while others use it: calls that wait return -1, new ones -3, and of two threads
+ *     that close it one gets 0 and the other -3. A handle is -3 until its opening has returned it.
  */
 #ifndef VXCAMIFACE_H
 #define VXCAMIFACE_H
@@ -48,7 +49,9 @@ VX_EXPORT int VXOpenCameraBySerialNumber(int serial);
  * when there are none; -1 when the sockets cannot be set up. Takes a little over 0.5 s. */
 VX_EXPORT int VXLocateEnetCameras(tsEnetData* list, int max);
 
-/* Closes the camera within 0.5 s, ending its requests and readouts [-1 in a callback of it]. */
+/* Closes the camera within 0.5 s, ending its requests, readouts and sends; calls that wait on other
+ * threads return -1. It takes longer only where a callback of the camera does not return [-1 in a
+ * callback of it, and in one of a camera that waits to be closed by this one's]. */
 VX_EXPORT int VXCloseCamera(int handle);
 
 /* 0 when no request or readout is pending, else -1. */
@@ -120,8 +123,9 @@ VX_EXPORT int VXWaitCompletion(int handle, int timeoutMs);
  * the frame's index from 1. */
 VX_EXPORT int VXGetReadProgress(int handle, unsigned int* frame);
 
-/* Sends the abort and gives the readouts up at once [-1 when the send failed; given up all the
- * same]. */
+/* Sends the abort and gives the readouts up at once, within 100 ms also where the camera takes no
+ * messages; it waits for an image callback that runs [-1 when the abort could not be sent; given up
+ * all the same]. */
 VX_EXPORT int VXAbortRead(int handle);
 
 /* Time-out of readouts in ms instead of the exposure + 20 s; 0 restores that, negative means none.

@@ -18,8 +18,7 @@ constexpr int gnReceiveBytes = 65536; // asked of the kernel at once
 constexpr int gnPieceBytes = 4096;    // logged, dumped and parsed at once
 constexpr int gnReceiveTimeout = 100; // ms
 constexpr int gnSocketBuffer = 0x200000;
-constexpr milliseconds gSendLimit{5000}; // without progress
-constexpr int gnSendStep = 50;           // ms between two looks at the stop flag
+constexpr int gnSendStep = 50; // ms between two looks at the stop flag
 constexpr milliseconds gShortestDelay{10};
 constexpr milliseconds gLongestDelay{1000};
 constexpr int gnReconnectLimit = 1000; // ms that one attempt may take
@@ -65,12 +64,38 @@ int tcVXCamera_Ethernet::Initialize()
 int tcVXCamera_Ethernet::SendMessage(tsMsgHeader* frame)
 {
     std::lock_guard<std::mutex> lock(mSendMutex);
+    return Transmit(frame, mSendLimit, true);
+}
+
+int tcVXCamera_Ethernet::SendMessageWithin(tsMsgHeader* frame, int limitMs)
+{
+    const auto deadline = steady_clock::now() + milliseconds(limitMs);
+    std::unique_lock<std::mutex> lock(mSendMutex, std::try_to_lock);
+    while (!lock.owns_lock()) {
+        if (steady_clock::now() >= deadline) return eVXFailed;
+        std::this_thread::sleep_for(milliseconds(1));
+        lock.try_lock(); // NOLINT: looked at above
+    }
+    const auto left = deadline - steady_clock::now();
+    return Transmit(frame, std::chrono::duration_cast<milliseconds>(left), false);
+}
+
+// Called with mSendMutex held.
+int tcVXCamera_Ethernet::Transmit(tsMsgHeader* frame, milliseconds limit, bool endsLink)
+{
     mpParser->PrepareOutput(frame);
-    if (!mbConnected) return eVXFailed;
+    if (!mbConnected || mbStopMonitor) return eVXFailed;
+    const auto start = steady_clock::now();
     const int length = frame->Length + gnHeaderBytes;
-    const int sent = SendBytes(reinterpret_cast<const char*>(frame), length);
+    const int sent = SendBytes(reinterpret_cast<const char*>(frame), length, limit);
     CountSent(sent, sent == length);
     if (sent == length) return eVXOk;
+    if (sent == 0 && !endsLink) return eVXFailed;
+    if (steady_clock::now() - start >= limit) {
+        mLog.logError(
+            "tcVXCamera_Ethernet::SendMessage the camera takes nothing, the connection is "
+            "given up");
+    }
     // A message may have gone out in part, so the connection is of no use any more. The receive
     // thread sees its end and makes a new one.
     mSocket.Shutdown(SHUT_RDWR);
@@ -78,35 +103,40 @@ int tcVXCamera_Ethernet::SendMessage(tsMsgHeader* frame)
 }
 
 // Returns the bytes sent: fewer than asked for when the connection broke or stalled.
-int tcVXCamera_Ethernet::SendBytes(const char* bytes, int length)
+int tcVXCamera_Ethernet::SendBytes(const char* bytes, int length, milliseconds limit)
 {
-    auto deadline = steady_clock::now() + gSendLimit;
+    auto deadline = steady_clock::now() + limit;
     int sent = 0;
     while (sent < length) {
         const ssize_t n = send(mSocket.GetFD(), bytes + sent, static_cast<size_t>(length - sent),
                                MSG_NOSIGNAL | MSG_DONTWAIT);
         if (n > 0) {
             sent += static_cast<int>(n);
-            deadline = steady_clock::now() + gSendLimit;
+            deadline = steady_clock::now() + limit;
             continue;
         }
         if (n < 0 && errno == EINTR) continue;
         if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) break;
         if (mbStopMonitor || steady_clock::now() >= deadline) break;
         pollfd ready{mSocket.GetFD(), POLLOUT, 0};
-        poll(&ready, 1, gnSendStep);
+        poll(&ready, 1, std::min<int>(gnSendStep, static_cast<int>(limit.count())));
     }
     return sent;
 }
 
-void tcVXCamera_Ethernet::StopReceiving()
+void tcVXCamera_Ethernet::Interrupt()
 {
-    if (!mMonitorThread.joinable()) return;
     {
         std::lock_guard<std::mutex> lock(mPauseMutex);
         mbStopMonitor = true;
     }
     mPauseCondition.notify_all();
+}
+
+void tcVXCamera_Ethernet::StopReceiving()
+{
+    if (!mMonitorThread.joinable()) return;
+    tcVXCamera_Ethernet::Interrupt();
     {
         std::lock_guard<std::mutex> lock(mSendMutex);
         if (mbConnected) mSocket.Shutdown(SHUT_RDWR); // ends a receive that is waiting

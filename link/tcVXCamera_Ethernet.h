@@ -43,6 +43,8 @@ public:
     // Stamps and sends one message: 0, or -1 without a connection or when it could not be sent
     // whole. A camera that takes nothing for 5 s loses its connection, which is then made anew.
     int SendMessage(tsMsgHeader* frame) override;
+    // Also gives up, without a loss of the connection, when another thread is stuck in a send.
+    int SendMessageWithin(tsMsgHeader* frame, int limitMs) override;
 
     // The receive thread's entry and body.
     static void* DispatchMonitorThread(void* self);
@@ -53,8 +55,14 @@ public:
     // set up. Datagrams that do not cease are read for 2 s at most.
     static int LocateEnetCameras(tsEnetData* list, int max);
 
+protected:
+    void Interrupt() override;
+
+    std::chrono::milliseconds mSendLimit{5000}; // without progress
+
 private:
-    int SendBytes(const char* bytes, int length);
+    int Transmit(tsMsgHeader* frame, std::chrono::milliseconds limit, bool endsLink);
+    int SendBytes(const char* bytes, int length, std::chrono::milliseconds limit);
     void StopReceiving();
     int Receive(char* buffer, int size);
     void TakePiece(char* bytes, int length);

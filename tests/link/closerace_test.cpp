@@ -1,0 +1,314 @@
+// Closing a camera through the C interface while other threads use it, and aborts that do not wait.
+#include "link_support.h"
+#include "vxcamiface.h"
+
+namespace {
+
+constexpr char gsTiming[4356] = {};
+
+// Opens a camera against the scripted one: its handle.
+int OpenAgainst(tcScriptedCamera& peer, uint16_t rows = 16)
+{
+    auto opened = std::async(std::launch::async,
+                             [&peer] { return VXOpenENetCamera("127.0.0.1", peer.Port()); });
+    EXPECT_TRUE(ShakeHands(peer, rows));
+    return opened.get();
+}
+
+} // namespace
+
+// A camera opened through the C interface, with the scripted one at the other end.
+class CloseRace : public testing::Test
+{
+protected:
+    void Open(uint16_t rows = 16)
+    {
+        setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 1);
+        handle = OpenAgainst(peer, rows);
+        ASSERT_GE(handle, 0);
+    }
+    void TearDown() override
+    {
+        if (handle >= 0) VXCloseCamera(handle);
+    }
+    void ExpectQuickClose()
+    {
+        const auto start = steady_clock::now();
+        EXPECT_EQ(0, VXCloseCamera(handle));
+        EXPECT_LT(ElapsedMs(start), gnCloseLimit);
+        EXPECT_EQ(-3, VXSetTrigger(handle, 1));
+        handle = -1;
+    }
+    tsStatistics Figures() const
+    {
+        tsStatistics figures{};
+        VXGetStatistics(handle, &figures, sizeof figures);
+        return figures;
+    }
+    template <class Call>
+    std::future<int> Meanwhile(Call call)
+    {
+        return std::async(std::launch::async, call);
+    }
+    // A thread that sends until it cannot, to a camera that does not read, and is stuck.
+    std::future<int> StickInASend()
+    {
+        auto sender = Meanwhile([camera = handle] {
+            int result = 0;
+            while (result == 0) {
+                result = VXSetTimingData(camera, const_cast<char*>(gsTiming), sizeof gsTiming);
+            }
+            return result;
+        });
+        uint64_t sent = 0;
+        auto changed = steady_clock::now();
+        WaitUntil([&] {
+            const uint64_t now = Figures().BytesSent;
+            if (now != sent || now < 100000) changed = steady_clock::now();
+            sent = now;
+            return ElapsedMs(changed) > 300; // also without a probe of the network
+        });
+        return sender;
+    }
+
+    tcScriptedCamera peer;
+    int handle = -1;
+};
+
+TEST_F(CloseRace, EndsARequestThatWaits)
+{
+    Open();
+    auto asking = Meanwhile([this] {
+        long exposure = 0;
+        return VXGetExposureTime(handle, &exposure);
+    });
+    ASSERT_EQ(0x30u, IdOf(peer.ReadMessage()));
+    ASSERT_TRUE(WaitUntil([&] { return Figures().RequestsPending == 1; }));
+    ExpectQuickClose();
+    EXPECT_EQ(-1, asking.get());
+}
+
+TEST_F(CloseRace, EndsAWaitForCompletion)
+{
+    Open();
+    ASSERT_EQ(0, VXReadCCDArea(handle, nullptr, 1, 0));
+    std::atomic<bool> begun{false};
+    auto waiting = Meanwhile([&, camera = handle] {
+        begun = true;
+        return VXWaitCompletion(camera, 20000);
+    });
+    ASSERT_TRUE(WaitUntil([&] { return begun.load(); }));
+    ExpectQuickClose();
+    const int result = waiting.get();
+    EXPECT_TRUE(result == -1 || result == -3) << result; // -3 when it came too late
+}
+
+TEST_F(CloseRace, EndsASendThatIsStuck)
+{
+    peer.LimitReceiveBuffer(4096);
+    Open();
+    auto sending = StickInASend();
+    ExpectQuickClose();
+    EXPECT_EQ(-1, sending.get());
+}
+
+TEST_F(CloseRace, EndsALinkTestWithoutEnd)
+{
+    Open();
+    tsLinkTestCmd test{};
+    test.Mode = 1; // only the last message wants answers, and there is none
+    auto testing =
+        Meanwhile([&, camera = handle] { return VXEngineeringCommand(camera, 103, &test); });
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(0x3Fu, IdOf(peer.ReadMessage()));
+    }
+    ExpectQuickClose();
+    EXPECT_EQ(-1, testing.get());
+}
+
+TEST_F(CloseRace, EndsTheSendingOfAMask)
+{
+    constexpr uint16_t rows = 4000; // 8 s
+    Open(rows);
+    std::vector<unsigned char> mask(rows * 32);
+    auto sending =
+        Meanwhile([&, camera = handle] { return VXSetBinMaskParam(camera, mask.data(), 0); });
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(0x43u, IdOf(peer.ReadMessage()));
+    }
+    ExpectQuickClose();
+    EXPECT_EQ(-1, sending.get());
+}
+
+TEST_F(CloseRace, IsQuickWhileTheCameraIsAway)
+{
+    Open();
+    peer.SwitchOff();
+    peer.Close();
+    ASSERT_TRUE(WaitUntil([&] { return Figures().ConnectionsLost == 1; }));
+    ExpectQuickClose();
+}
+
+TEST_F(CloseRace, OneOfManyClosesSucceeds)
+{
+    for (int round = 0; round < 10; ++round) {
+        Open();
+        std::vector<std::future<int>> closes;
+        for (int i = 0; i < 4; ++i) {
+            closes.push_back(Meanwhile([camera = handle] { return VXCloseCamera(camera); }));
+        }
+        std::vector<int> results;
+        for (auto& close : closes) {
+            results.push_back(close.get());
+        }
+        EXPECT_THAT(results, testing::UnorderedElementsAre(0, -3, -3, -3));
+    }
+}
+
+TEST_F(CloseRace, MayMeetAnyCall)
+{
+    for (int round = 0; round < 10; ++round) {
+        Open();
+        std::atomic<bool> stop{false};
+        std::atomic<int> calls{0};
+        std::vector<std::thread> users;
+        auto use = [&](auto call) {
+            users.emplace_back([&stop, &calls, call] {
+                while (!stop) {
+                    call();
+                    ++calls;
+                }
+            });
+        };
+        const int camera = handle;
+        use([camera] { VXSetTrigger(camera, 1); });
+        use([camera] {
+            tsStatistics figures;
+            VXGetStatistics(camera, &figures, sizeof figures);
+            VXisCameraReady(camera);
+        });
+        use([camera] {
+            VXReadCCDArea(camera, nullptr, 1, 0);
+            VXWaitCompletion(camera, 1);
+            VXAbortRead(camera);
+        });
+        use([camera] {
+            int on = 0;
+            VXGetCooling(camera, &on);
+        });
+        ASSERT_TRUE(WaitUntil([&] { return calls > 50; }));
+        ExpectQuickClose();
+        stop = true;
+        for (std::thread& user : users) {
+            user.join();
+        }
+    }
+}
+
+TEST_F(CloseRace, WorksInACallbackOfAnotherCamera)
+{
+    Open();
+    static int other, result;
+    tcScriptedCamera second;
+    other = OpenAgainst(second);
+    result = 1;
+    VXSetUserDefinedCallback(handle, [](int, void*, int) { result = VXCloseCamera(other); });
+    ASSERT_TRUE(peer.Send(MessageBytes(gnUserId, "close it")));
+    ASSERT_TRUE(second.SeesClose());
+    ExpectQuickClose(); // waits for the callback
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(-3, VXCloseCamera(other));
+}
+
+TEST_F(CloseRace, OfTwoCamerasThatCloseEachOtherOneIsRefused)
+{
+    for (int round = 0; round < 5; ++round) {
+        Open();
+        static int first, second;
+        static std::atomic<int> inside, sum, done;
+        tcScriptedCamera otherPeer;
+        first = handle;
+        second = OpenAgainst(otherPeer);
+        inside = sum = done = 0;
+        const tpUserDefinedCallback closeOther = [](int camera, void*, int) {
+            ++inside;
+            WaitUntil([] { return inside == 2; });
+            sum += VXCloseCamera(camera == first ? second : first);
+            ++done;
+        };
+        VXSetUserDefinedCallback(first, closeOther);
+        VXSetUserDefinedCallback(second, closeOther);
+        ASSERT_TRUE(peer.Send(MessageBytes(gnUserId, "")));
+        ASSERT_TRUE(otherPeer.Send(MessageBytes(gnUserId, "")));
+        ASSERT_TRUE(WaitUntil([] { return done == 2; }));
+        EXPECT_EQ(-1, sum);                                          // 0 and -1
+        EXPECT_EQ(-3, VXCloseCamera(first) + VXCloseCamera(second)); // one was open still
+        handle = -1;
+    }
+}
+
+TEST_F(CloseRace, FindsNoCameraThatIsJustBeingOpened)
+{
+    Open();
+    tcScriptedCamera second;
+    auto opened = Meanwhile([&] { return VXOpenENetCamera("127.0.0.1", second.Port()); });
+    ASSERT_TRUE(second.Accept());
+    ASSERT_EQ(0x5Du, IdOf(second.ReadMessage()));
+    EXPECT_EQ(-3, VXCloseCamera(handle + 1));
+    EXPECT_EQ(-3, VXSetTrigger(handle + 1, 1));
+    ASSERT_TRUE(second.Send(HardwareAnswer(16, 32)));
+    EXPECT_EQ(handle + 1, opened.get());
+    EXPECT_EQ(0, VXCloseCamera(handle + 1));
+}
+
+// ---- Aborts
+
+TEST_F(CloseRace, AbortsDoNotWaitForASendThatIsStuck)
+{
+    peer.LimitReceiveBuffer(4096);
+    Open();
+    ASSERT_EQ(0, VXReadCCDArea(handle, nullptr, 1, 0));
+    auto sending = StickInASend();
+    int shortest = 1000;
+    for (int i = 0; i < 5; ++i) { // the machine may be busy once
+        const auto start = steady_clock::now();
+        EXPECT_EQ(-1, VXAbortRead(handle));
+        shortest = std::min(shortest, ElapsedMs(start));
+    }
+    EXPECT_LT(shortest, 100);
+    EXPECT_EQ(0, VXisCameraReady(handle));
+    EXPECT_EQ(1u, Figures().FramesAborted);
+    EXPECT_EQ(0u, Figures().ConnectionsLost);
+    ExpectQuickClose();
+    sending.wait();
+}
+
+// Sends give up sooner here.
+struct tcImpatientCamera : tcVXCamera_Ethernet {
+    tcImpatientCamera(unsigned short port) : tcVXCamera_Ethernet("127.0.0.1", port)
+    {
+        mSendLimit = milliseconds(200);
+    }
+};
+
+TEST_F(Link, GivesUpAConnectionThatTakesNothingAndSaysSo)
+{
+    peer.LimitReceiveBuffer(4096);
+    camera.reset();
+    CameraLog();
+    camera = std::make_unique<tcImpatientCamera>(peer.Port());
+    camera->SetUserDefinedCallback(tcReceivedMessages::Callback);
+    Open();
+    while (camera->SetTimingData(const_cast<char*>(gsTiming), sizeof gsTiming) == 0) {
+    }
+    EXPECT_TRUE(log.AwaitErrors("tcVXCamera_Ethernet::SendMessage the camera takes nothing, the "
+                                "connection is given up"));
+    ASSERT_TRUE(peer.Accept());
+    Synchronise();
+    tsStatistics figures{};
+    camera->GetStatistics(&figures, sizeof figures);
+    EXPECT_EQ(1u, figures.ConnectionsLost);
+    EXPECT_EQ(1u, figures.Reconnects);
+    EXPECT_EQ(0, camera->SetTrigger(1));
+    EXPECT_EQ(0x58u, IdOf(peer.ReadMessage()));
+}
