@@ -1,6 +1,9 @@
 // Discovery: who answers a broadcast on each of the host's IPv4 networks.
+#include "discovery.h"
+
 #include "tcVXCamera_Ethernet.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
@@ -111,12 +114,21 @@ private:
 // Reads one datagram into list[found]; true when it is a reply from a camera not yet listed.
 bool TakeReply(int fd, tsEnetData* list, int found)
 {
+    uint8_t datagram[sizeof(tsDiscoveryReply)];
+    socklen_t length = sizeof list[found].SourceAddr;
+    const ssize_t n = recvfrom(fd, datagram, sizeof datagram, MSG_DONTWAIT,
+                               reinterpret_cast<sockaddr*>(&list[found].SourceAddr), &length);
+    return n > 0 && vx::TakeDiscoveryReply(datagram, static_cast<size_t>(n), list, found);
+}
+
+} // namespace
+
+bool vx::TakeDiscoveryReply(const void* datagram, size_t length, tsEnetData* list, int found)
+{
     tsEnetData& record = list[found];
     tsDiscoveryReply reply{};
-    socklen_t length = sizeof record.SourceAddr;
-    const ssize_t n = recvfrom(fd, &reply, sizeof reply, MSG_DONTWAIT,
-                               reinterpret_cast<sockaddr*>(&record.SourceAddr), &length);
-    if (n < 1 || reply.Marker != gnReplyWord || reply.Echo != gnRequestWord) return false;
+    std::memcpy(&reply, datagram, std::min(length, sizeof reply));
+    if (reply.Marker != gnReplyWord || reply.Echo != gnRequestWord) return false;
     record.Port = reply.Port;
     record.SerialNumber = reply.SerialNumber;
     record.CameraValue = reply.CameraValue;
@@ -125,8 +137,6 @@ bool TakeReply(int fd, tsEnetData* list, int found)
     }
     return true;
 }
-
-} // namespace
 
 std::vector<tsNicInfo> enumNics(bool)
 {
