@@ -67,21 +67,6 @@ void Dispatch(HSocket& client, char* request)
         SendText(client, item->Text());
 }
 
-void ServeClient(HSocket& client)
-{
-    std::cout << "Accepting new connection on socket " << client.GetFD() << std::endl;
-    vx::LimitSending(client, tcDbgItem::snClientPatience);
-    char request[vx::nRequestSize + 1];
-    const int received = vx::ReadRequest(client, request, tcDbgItem::snClientPatience);
-    if (received <= 0) {
-        std::perror("read");
-        return;
-    }
-    std::cout << "Read msg " << request << std::endl;
-    Dispatch(client, request);
-    vx::CloseAfterReply(client, received);
-}
-
 // False when no more clients can be had.
 bool AcceptClient(HSocket& listener, const vx::tcAccess& access)
 {
@@ -92,7 +77,7 @@ bool AcceptClient(HSocket& listener, const vx::tcAccess& access)
         return false;
     }
     if (access.Admits(client)) {
-        ServeClient(client);
+        vx::ServeItemClient(client);
         return true;
     }
     HInetAddr peer;
@@ -133,6 +118,21 @@ void Server(const vx::tcAccess& access, short port)
 }
 
 } // namespace
+
+void vx::ServeItemClient(HSocket& client)
+{
+    std::cout << "Accepting new connection on socket " << client.GetFD() << std::endl;
+    vx::LimitSending(client, tcDbgItem::snClientPatience);
+    char request[vx::nRequestSize + 1];
+    const int received = vx::ReadRequest(client, request, tcDbgItem::snClientPatience);
+    if (received <= 0) {
+        std::perror("read");
+        return;
+    }
+    std::cout << "Read msg " << request << std::endl;
+    Dispatch(client, request);
+    vx::CloseAfterReply(client, received);
+}
 
 void tcDbgItem::StartServer()
 {
