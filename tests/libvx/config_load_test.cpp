@@ -576,6 +576,20 @@ TEST_F(ConfigVariable, ComesUnderItsWholeNameOnly)
     unsetenv("vxc_a");
 }
 
+TEST_F(ConfigVariable, ReportsOnlySoMuchWhenLongLinesHaveManyErrors)
+{
+    std::string text = "long=" + std::string(100000, 'x') + "\n";
+    for (int i = 0; i < 500; ++i) {
+        text += "a=$(long)$(vxcnone)$(vxcnone)\n";
+    }
+    auto file = Load(text + "b=1\n");
+    const std::string errors = file->Errors(), last = "Too many errors! the rest is left out\n";
+    EXPECT_TRUE(file->HasErrors());
+    EXPECT_LT(errors.size(), 17u << 20);
+    EXPECT_EQ(errors.substr(errors.size() - last.size()), last);
+    EXPECT_EQ(file->GetItemInSection("", "b", 0), 1);
+}
+
 TEST_F(ConfigVariable, EndsWhenItDoublesWithEveryLine)
 {
     std::string text = "vxc0=0123456789\n";

@@ -19,6 +19,7 @@ constexpr int nMaxIncludeDepth = 64;
 constexpr size_t nMaxFiles = 4096;
 constexpr int nMaxNestedReferences = 1000;
 constexpr size_t nMaxGrowth = 1024 * 1024;
+constexpr std::streamoff nMaxErrorText = 16 * 1024 * 1024;
 
 struct tsFileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -91,7 +92,7 @@ tcConfigFile::tcConfigFile(const char* name) : msFileName(name == nullptr ? "" :
     mbEnvOverride = std::getenv("CONFIGFILE_ENV_OVERIDE") != nullptr;
     mvFilesUsed.emplace_back();
     LoadConfigFile(msFileName.c_str(), true);
-    mbErrors = mssErrors.tellp() >= 1;
+    mbErrors = !mssErrors.str().empty();
 }
 
 // Kept: a second object of the same name loses its registration when the first one goes.
@@ -132,6 +133,7 @@ int tcConfigFile::LoadConfigFile(const char* name, bool clear)
 void tcConfigFile::LoadLine(const std::string& file, std::string line, int lineNumber,
                             std::string& section)
 {
+    LimitErrors();
     if (line.empty() || line[0] == ';' || line[0] == '#') return;
     if (line[0] == '[') {
         section = SectionName(line);
@@ -238,6 +240,15 @@ std::string tcConfigFile::ExpandVars(std::string line)
         start = line.find("$(", start + 1);
     }
     return line;
+}
+
+// Every error line may quote a line of the file that variables have made long. Behind the limit the
+// stream takes nothing more.
+void tcConfigFile::LimitErrors()
+{
+    if (mssErrors.tellp() <= nMaxErrorText) return;
+    mssErrors << "Too many errors! the rest is left out\n";
+    mssErrors.setstate(std::ios::failbit);
 }
 
 std::string tcConfigFile::VariableValue(const std::string& name)

@@ -20,7 +20,8 @@
 //   $(NAME)            in any other line: the environment variable or else the top-level item
 //
 // Values are texts under the key section, "/", name, the section being empty at the top level. Bad
-// content never stops loading: each problem becomes a line of the error text that the dump shows.
+// content never stops loading: each problem becomes a line of the error text that the dump shows,
+// up to some 16 MiB of it.
 //
 // Threads: none of the objects or their registry is locked; lookups insert missing items, so even
 //          readers of one object lock outside. "!env" changes the environment of the process.
@@ -148,6 +149,7 @@ private:
                   const std::string& section);
     void Include(const std::string& name, int lineNumber);
     bool MayInclude(const std::string& name);
+    void LimitErrors();
     std::string VariableValue(const std::string& name);
     // Kept: after an include this is still the included file.
     const std::string& CurrentFile() const { return mvFilesUsed.back(); }
