@@ -132,7 +132,7 @@ TEST(LogLine, IsNotWhatBeginsInAnotherWay)
           "20240115-13:45:02.12:    dbgd:DBG1:", "20240115-13:45:02.12345:    dbgd:DBG1:",
           "20240115-13:45:02.123:   dbgd:DBG1:text", "20240115-13:45:02.123:    dbgd:DBG:text",
           "20240115 13:45:02.123:    dbgd:DBG1:text", "20240115-13:45:02.-12:    dbgd:DBG1:text",
-          "20240115-13:45:02.123:    dbgd:DBG1"}) {
+          "20240115-13:45:02.123:    dbgd:DBG1", "20240115-13:45:02.1001:    dbgd:DBG1:text"}) {
         EXPECT_FALSE(ParseLogLine(text)) << text;
     }
 }

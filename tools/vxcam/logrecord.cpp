@@ -129,6 +129,7 @@ std::optional<tsLogLine> ParseLogLine(std::string_view text)
         return {};
     }
     line.millis = std::stoi(std::string(millis));
+    if (line.millis > gnMostMillis) return {};
     line.tag = WithoutBlanksInFront(tag);
     line.label = WithoutBlanksInFront(label);
     if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
