@@ -9,6 +9,12 @@ if(VX_WERROR)
   target_compile_options(vx_flags INTERFACE -Werror)
 endif()
 
+option(VX_COVERAGE "Count what is executed" OFF)
+if(VX_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
 if(VX_SANITIZE)
   add_compile_options(-fsanitize=${VX_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${VX_SANITIZE})
