@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -96,6 +97,23 @@ TEST(LogLine, HasLocalTime)
     EXPECT_THAT(LineOf(event), StartsWith("20010909-01:46:40.005:"));
     SetZone("EST5");
     EXPECT_THAT(LineOf(event), StartsWith("20010908-20:46:40.005:"));
+    SetZone("EST5EDT");
+    EXPECT_THAT(LineOf(event), StartsWith("20010908-21:46:40.005:"));
+    SetZone("EST4");
+    EXPECT_THAT(LineOf(event), StartsWith("20010908-21:46:40.005:"));
+    SetZone("EST6");
+    EXPECT_THAT(LineOf(event), StartsWith("20010908-19:46:40.005:"));
+}
+
+TEST(LogLine, HasAtLeastThreeDigitsOfMilliseconds)
+{
+    tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");
+    for (const int millis : {0, 7, 42, 999, 1000, 123456, -5, -1234}) {
+        event.millis = millis;
+        char expected[32];
+        snprintf(expected, sizeof expected, ".%03d:    dbgd: EVT:x\n", millis);
+        EXPECT_THAT(LineOf(event), testing::EndsWith(expected));
+    }
 }
 
 static std::string LabelOf(int type, int level)
@@ -341,24 +359,30 @@ TEST(LogBuffer, CanBeDumpedIntoItself)
     EXPECT_THAT(Stored(buffer), ElementsAre("x", "x"));
 }
 
-TEST(LogBuffer, TakesAndDumpsInSeveralThreads)
+TEST(LogBuffer, TakesAndDumpsWholeRecordsInSeveralThreads)
 {
-    tcLogBuffer buffer(10);
-    std::thread dumper([&] {
-        for (int i = 0; i < 100; ++i)
-            Stored(buffer);
-    });
+    tcLogBuffer buffer(1);
+    std::atomic<int> writing{3};
     std::vector<std::thread> writers;
     for (int i = 0; i < 3; ++i) {
-        writers.emplace_back([&] {
-            for (int j = 0; j < 300; ++j)
-                buffer.Output(RecordOf(tcLogEvent::eEvent, 0, "x"));
+        writers.emplace_back([&, i] {
+            const std::string text(255, static_cast<char>('a' + i));
+            const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, text.c_str());
+            for (int j = 0; j < 5000; ++j)
+                buffer.Output(event);
+            --writing;
         });
     }
-    dumper.join();
+    const auto expectWhole = [&] {
+        for (const std::string& message : Stored(buffer))
+            EXPECT_EQ(std::string(255, message[0]), message);
+    };
+    while (writing > 0)
+        expectWhole();
     for (std::thread& writer : writers)
         writer.join();
-    EXPECT_EQ(10u, Stored(buffer).size());
+    expectWhole();
+    EXPECT_EQ(1u, Stored(buffer).size());
 }
 
 // A datagram socket of the test's own.
@@ -388,6 +412,20 @@ TEST(LogUdp, SendsLinesOrRecords)
     tcLogUdp binary("127.0.0.1", receiver.mSocket.GetLocalPort(), true, nullptr);
     binary.Output(event);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&event), 292), receiver.Next());
+}
+
+TEST(LogUdp, MaySendToEverybody)
+{
+    HSocket everybody;
+    everybody.Create(0, SOCK_DGRAM, nullptr);
+    const tcLogEvent event = RecordOf(tcLogEvent::eError, 0, "x");
+    tcLogUdp broadcast("127.255.255.255", everybody.GetLocalPort(), false, nullptr);
+    broadcast.Output(event);
+    char buffer[400];
+    HInetAddr from;
+    const int length = everybody.ReceiveFrom(buffer, sizeof buffer, from, 5000);
+    ASSERT_GT(length, 0);
+    EXPECT_EQ(LineOf(event), std::string(buffer, length));
 }
 
 TEST(LogUdp, DescribesItself)
@@ -480,6 +518,7 @@ TEST(LogUri, BuildsFilesInTheWorkingDirectory)
     EXPECT_STREQ("logscamera.log", Build("file://logs/camera.log")->Description());
     EXPECT_STREQ("tmpcamera.log", Build("file:///tmp/camera.log")->Description());
     EXPECT_STREQ(",Error - No file", Build("file://a/b/c")->Options()); // "ab/c"
+    EXPECT_STREQ("a b,c.log", Build("file://a b,c.log")->Description());
     EXPECT_EQ(0, access("tmpcamera.log", F_OK));
 }
 

@@ -15,6 +15,7 @@ struct tsTimeText {
     int32_t mnSeconds;
     long mnZone;
     const char* mpZoneName;
+    const char* mpSummerName;
     char maText[nTimeSize];
 };
 
@@ -22,7 +23,7 @@ const char* TimeText(int32_t seconds)
 {
     static thread_local tsTimeText cache;
     if (cache.mbValid && cache.mnSeconds == seconds && cache.mnZone == timezone &&
-        cache.mpZoneName == tzname[0])
+        cache.mpZoneName == tzname[0] && cache.mpSummerName == tzname[1])
         return cache.maText;
 
     const time_t clock = seconds;
@@ -36,6 +37,7 @@ const char* TimeText(int32_t seconds)
     cache.mnSeconds = seconds;
     cache.mnZone = timezone;
     cache.mpZoneName = tzname[0];
+    cache.mpSummerName = tzname[1];
     return cache.maText;
 }
 
