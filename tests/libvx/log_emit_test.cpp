@@ -136,6 +136,8 @@ TEST_F(LogEmission, ErrorNumbersAreAppended)
     errno = 0;
     mLog.logSystemError("fine");
     EXPECT_STREQ("fine", mRecords.Only().message);
+    mLog.logError(-5, "x");
+    EXPECT_STREQ("x:Error -5:No Installed error decoder", mRecords.Only().message);
     EXPECT_EQ("Error -5:No Installed error decoder", tcLog::DecodeSysErrCode(-5));
 }
 
@@ -198,7 +200,7 @@ TEST_F(LogEmission, StreamedTextsAreFormats)
 TEST_F(LogEmission, StreamedTextsThatWouldDoHarmAsFormatsStayAsTheyAre)
 {
     const std::string many = "%s %s %s %s %s %s %s %s %s";
-    for (const std::string& text : {std::string("100%not %hhn %% %5ln"), many,
+    for (const std::string& text : {std::string("100%not %hhn %% %5ln"), std::string("%w8n"), many,
                                     std::string("%*d%*d%*d%*d%d"), std::string("%1$s %9$s")}) {
         tcFuncLog trace(mLog, 1, "f");
         mRecords.Messages();
@@ -360,6 +362,7 @@ TEST(OSError, NamesThePlaceAndTheError)
     EXPECT_EQ(ENOENT, errno);
     errno = 98765;
     EXPECT_STREQ("x:Unknown error 98765", tcOSError("x").c_str());
+    EXPECT_EQ(98765, errno);
 }
 
 // Starts with an empty ring, whichever tests ran before.
@@ -390,6 +393,28 @@ TEST(ErrorRing, KeepsLinesInSlots)
         std::string("    0\t") + tcLog::saErrorMsgs[0] + "\n    1\t" + tcLog::saErrorMsgs[1] + "\n";
     EXPECT_EQ(expected, tcLog::ErrorBuffer());
     EXPECT_THAT(expected, EndsWith("ERR:second\n\n"));
+}
+
+TEST(ErrorRing, HasTheRecordBeforeItIsDelivered)
+{
+    class tcReader : public tcThrowing
+    {
+    public:
+        void Output(tcLogEvent const& event) override
+        {
+            msSeen = tcLog::LastErrorMessage();
+            tcThrowing::Output(event);
+        }
+        std::string msSeen;
+    } reader;
+    const tcQuietErrors quiet;
+    tcLog log("BEFORE", 0);
+    log.SetConsumer(&reader);
+    CaptureStderr();
+    log.logError("now");
+    GetCapturedStderr();
+    EXPECT_THAT(reader.msSeen, EndsWith(":  BEFORE: ERR:now\n"));
+    log.SetConsumer(nullptr);
 }
 
 TEST(ErrorRing, CutsLinesAt255Characters)

@@ -218,6 +218,38 @@ TEST(ConsumerLifetime, RedirectionClosesAdoptedConsumers)
     tcLog::RedirectAllLogs("null");
 }
 
+// The descriptor that is opened next.
+static int NextDescriptor()
+{
+    const int next = dup(0);
+    close(next);
+    return next;
+}
+
+TEST(ConsumerLifetime, RedirectionsGoWithTheNextOneThoughNoLoggerIsLeft)
+{
+    const std::string uri = "file://vxredir" + std::to_string(getpid()) + ".log";
+    ASSERT_EQ(0, chdir(testing::TempDir().c_str()));
+    const int free = NextDescriptor();
+    const auto closeAll = [] {
+        for (const auto& entry : tcLog::CopyOfMap()) {
+            if (entry.second) entry.second->CloseLog();
+        }
+    };
+    tcLog::RedirectAllLogs(uri.c_str());
+    closeAll();
+    EXPECT_NE(free, NextDescriptor());
+    tcLog::RedirectAllLogs("null");
+    EXPECT_EQ(free, NextDescriptor());
+
+    tcLog::RedirectAllLogs(uri.c_str());
+    closeAll();
+    EXPECT_NE(free, NextDescriptor());
+    tcLog::CleanupClassScopeAllocation();
+    EXPECT_EQ(free, NextDescriptor());
+    unlink(uri.substr(7).c_str());
+}
+
 TEST(ConsumerLifetime, ConsumersOfTheEnvironmentGoWithTheirLogger)
 {
     const std::string path = "vxlife" + std::to_string(getpid()) + ".log";

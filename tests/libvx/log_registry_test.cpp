@@ -333,7 +333,9 @@ TEST(LogEnvironment, SwitchesErrorsOffForAllLoggersWithANoticeForEach)
 TEST(LogEnvironment, CopiesErrorsToStandardErrorUnlessSuppressed)
 {
     CaptureStderr();
+    tcRecords records;
     tcLog loud("LOUD", 0);
+    loud.SetConsumer(&records);
     loud.logError("heard");
     loud.logEvent("not an error");
     EXPECT_THAT(GetCapturedStderr(), testing::EndsWith(":    LOUD: ERR:heard\n"));
