@@ -398,6 +398,17 @@ TEST_F(LogCommand, ASecondUriTakesThePlaceOfTheFirst)
     mLogger.SetConsumer(nullptr);
 }
 
+TEST_F(LogCommand, ClosesWhatAUriOpenedWhenThatIsUndone)
+{
+    Tell("LOG:URI CAM file://uri.log");
+    EXPECT_EQ(1, OpenCount(Path("uri.log")));
+    Tell("LOG:URI CAM");
+    EXPECT_EQ(0, OpenCount(Path("uri.log")));
+    Tell("LOG:URI CAM file://uri.log");
+    Tell("LOG:SET CAM 1");
+    EXPECT_EQ(0, OpenCount(Path("uri.log")));
+}
+
 TEST_F(LogCommand, AUriOverAFileSavesTheFile)
 {
     Tell("LOG:SET CAM 1 " + Path("file.log"));
