@@ -2,9 +2,9 @@
 
 #include "failure.h"
 #include "interrupt.h"
+#include "tcService.h"
 #include "vxcamiface.h"
 
-#include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 
@@ -13,13 +13,6 @@
 namespace {
 
 constexpr int gnMostCameras = 256;
-
-std::string AddressText(const in_addr& address)
-{
-    char text[INET_ADDRSTRLEN] = "";
-    ::inet_ntop(AF_INET, &address, text, sizeof text);
-    return text;
-}
 
 in_addr AddressOf(const sockaddr* address)
 {

@@ -58,6 +58,7 @@ std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options);
 int RunProgram(std::vector<std::string> arguments);
 
 std::unique_ptr<tcVerb> MakeDaemons();
+std::unique_ptr<tcVerb> MakeDoctor();
 std::unique_ptr<tcVerb> MakeGet();
 std::unique_ptr<tcVerb> MakeGrab();
 std::unique_ptr<tcVerb> MakeInfo();
@@ -67,8 +68,10 @@ std::unique_ptr<tcVerb> MakeLog();
 std::unique_ptr<tcVerb> MakeLogSink();
 std::unique_ptr<tcVerb> MakePing();
 std::unique_ptr<tcVerb> MakeSet();
+std::unique_ptr<tcVerb> MakeWatch();
 
 extern const char* const gsDaemonsExamples;
+extern const char* const gsDoctorExamples;
 extern const char* const gsGetExamples;
 extern const char* const gsGrabExamples;
 extern const char* const gsInfoExamples;
@@ -78,5 +81,6 @@ extern const char* const gsLogExamples;
 extern const char* const gsLogSinkExamples;
 extern const char* const gsPingExamples;
 extern const char* const gsSetExamples;
+extern const char* const gsWatchExamples;
 
 #endif

@@ -13,6 +13,7 @@ namespace {
 constexpr double gnHeartBeatUnits = 10.0; // in a degree Celsius
 constexpr double gnSimHeartBeat = 0.2;    // seconds; a short run shall have a temperature, too
 constexpr uint16_t gnUnknownSize = 65535;
+constexpr int gnHeaderBytes = 12;
 
 // Sessions by handle, for the callbacks. Never destroyed: the camera's thread may still run at
 // exit.
@@ -47,6 +48,7 @@ tcSession::tcSession(const tsTarget& target, const tsSimChoice& choice)
     } else {
         msName = target.host + ":" + std::to_string(target.port);
     }
+    mnPort = where.port;
     Open(where);
     try {
         Register();
@@ -109,6 +111,7 @@ void tcSession::Register()
     VXSetImageDataCallback(mnHandle, ImageCallback);
     VXSetHeartBeatCallback(mnHandle, HeartBeatCallback);
     VXSetErrorCallback(mnHandle, ErrorCallback);
+    VXSetUserDefinedCallback(mnHandle, MessageCallback);
 }
 
 void tcSession::ReadSensor()
@@ -190,6 +193,12 @@ void tcSession::OnImage(tpImageHandler handler)
     mImageHandler = std::move(handler);
 }
 
+void tcSession::OnEvent(tpEventHandler handler)
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    mEventHandler = std::move(handler);
+}
+
 void tcSession::WaitForNews(std::chrono::milliseconds most)
 {
     std::unique_lock<std::mutex> lock(mLock);
@@ -229,15 +238,28 @@ void tcSession::ImageCallback(int handle, tsImageData* image)
     session->Wake();
 }
 
+void tcSession::Hand(const tsCameraEvent& event)
+{
+    tpEventHandler handler;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        handler = mEventHandler;
+    }
+    if (handler) handler(event);
+    Wake();
+}
+
 void tcSession::HeartBeatCallback(int handle, tsHeartBeatData* heartbeat)
 {
     tcSession* const session = FindSession(handle);
     if (session == nullptr) return;
+    const double sensor = static_cast<int16_t>(heartbeat->CCDTemp) / gnHeartBeatUnits;
     {
         std::lock_guard<std::mutex> lock(session->mLock);
-        session->mTemperature = static_cast<int16_t>(heartbeat->CCDTemp) / gnHeartBeatUnits;
+        session->mTemperature = sensor;
     }
-    session->Wake();
+    session->Hand({teCameraEvent::eHeartBeat, sensor,
+                   static_cast<int16_t>(heartbeat->BoardTemp) / gnHeartBeatUnits});
 }
 
 void tcSession::ErrorCallback(int handle, unsigned char code, unsigned char subCode, char* text)
@@ -251,5 +273,21 @@ void tcSession::ErrorCallback(int handle, unsigned char code, unsigned char subC
                                std::to_string(subCode) + ": " + (text != nullptr ? text : "");
         }
     }
-    session->Wake();
+    tsCameraEvent event{teCameraEvent::eError};
+    event.code = code;
+    event.subCode = subCode;
+    if (text != nullptr) event.text = text;
+    session->Hand(event);
+}
+
+// The id stands in the header at byte 9, the payload behind it.
+void tcSession::MessageCallback(int handle, void* message, int length)
+{
+    tcSession* const session = FindSession(handle);
+    if (session == nullptr) return;
+    const auto* bytes = static_cast<const uint8_t*>(message);
+    tsCameraEvent event{teCameraEvent::eMessage};
+    event.id = bytes[9] | bytes[10] << 8U | bytes[11] << 16U;
+    event.bytes.assign(bytes + gnHeaderBytes, bytes + gnHeaderBytes + length);
+    session->Hand(event);
 }

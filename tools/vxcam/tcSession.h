@@ -14,8 +14,21 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 class tcSimServer;
+
+enum class teCameraEvent { eHeartBeat, eError, eMessage };
+
+// What a camera tells unasked.
+struct tsCameraEvent {
+    teCameraEvent kind;
+    double sensor = 0, board = 0; // of a heartbeat, degrees Celsius
+    int code = 0, subCode = 0;    // of an error, with its text
+    std::string text = {};
+    unsigned id = 0; // of a user-defined message, with its payload
+    std::vector<uint8_t> bytes = {};
+};
 
 // The embedded simulated camera.
 struct tsSimChoice {
@@ -33,6 +46,7 @@ class tcSession
 {
 public:
     using tpImageHandler = std::function<void(const tsImageData&)>;
+    using tpEventHandler = std::function<void(const tsCameraEvent&)>;
 
     // Opens the camera. Throws tcFailure: eExitNoCamera when that fails, eExitCamera when the
     // camera does not tell its size.
@@ -48,6 +62,7 @@ public:
     tsArea Sensor() const { return mtSensor; }
     double TimeScale() const { return mnTimeScale; } // camera time by wall-clock time
     std::string Name() const { return msName; }
+    uint16_t Port() const { return mnPort; } // 0 when a serial number led here
 
     // Throws what a result other than 0 stands for: eExitTimeout or eExitCamera.
     void Require(int result, const char* operation) const;
@@ -67,7 +82,10 @@ public:
     // Called with each finished frame on the camera's thread; must not throw.
     void OnImage(tpImageHandler handler);
 
-    // Returns at once when a frame, a heartbeat or an error has come since the last call, else when
+    // Called with whatever else it tells, likewise.
+    void OnEvent(tpEventHandler handler);
+
+    // Returns at once when a frame or one of these has come since the last call, else when
     // one comes, at the latest after `most`.
     void WaitForNews(std::chrono::milliseconds most);
     void Wake(); // ends a WaitForNews; on any thread
@@ -80,6 +98,8 @@ private:
     static void ImageCallback(int handle, tsImageData* image);
     static void HeartBeatCallback(int handle, tsHeartBeatData* heartbeat);
     static void ErrorCallback(int handle, unsigned char code, unsigned char subCode, char* text);
+    static void MessageCallback(int handle, void* message, int length);
+    void Hand(const tsCameraEvent& event);
     void StartSimulator(const tsSimChoice& choice, tsTarget* target);
     void Open(const tsTarget& target);
     void Register();
@@ -88,6 +108,7 @@ private:
     std::unique_ptr<tcSimServer> mpSimulator;
     std::string msName;
     int mnHandle = -1;
+    uint16_t mnPort = 0;
     double mnTimeScale = 1.0;
     tsArea mtSensor;
 
@@ -97,6 +118,7 @@ private:
     std::optional<double> mTemperature;
     std::string msError; // the first one
     tpImageHandler mImageHandler;
+    tpEventHandler mEventHandler;
 };
 
 #endif

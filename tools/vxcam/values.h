@@ -88,4 +88,7 @@ std::string FieldRange(const tsField& field);
 std::string ChoiceWords(const tsField& field);
 std::string NumberText(double number);
 
+// "0x01ff", of at most so many bytes.
+std::string HexText(const std::vector<uint8_t>& bytes, size_t most);
+
 #endif

@@ -36,17 +36,6 @@ std::string FieldText(const tsField& field, double number)
     return NumberText(number) + field.unit;
 }
 
-std::string HexText(const std::vector<uint8_t>& bytes, size_t most)
-{
-    std::string text = "0x";
-    for (size_t i = 0; i < std::min(most, bytes.size()); ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
-        text += digits;
-    }
-    return text;
-}
-
 nlohmann::ordered_json FieldJson(const tsField& field, double number)
 {
     switch (field.kind) {
@@ -150,6 +139,17 @@ std::string FieldSyntax(const tsField& field)
 }
 
 } // namespace
+
+std::string HexText(const std::vector<uint8_t>& bytes, size_t most)
+{
+    std::string text = "0x";
+    for (size_t i = 0; i < std::min(most, bytes.size()); ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
+        text += digits;
+    }
+    return text;
+}
 
 bool IsBlock(const tsField& field)
 {
