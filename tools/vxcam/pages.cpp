@@ -1,0 +1,233 @@
+#include "pages.h"
+
+#include "program.h"
+#include "properties.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+// A text as it comes out of the formatter: no line starts a request, no dash becomes a hyphen.
+std::string Roff(const std::string& text)
+{
+    std::string roff;
+    for (char c : text) {
+        if (c == '\\') {
+            roff += "\\e";
+        } else if (c == '-') {
+            roff += "\\-";
+        } else if ((c == '.' || c == '\'') && (roff.empty() || roff.back() == '\n')) {
+            roff += std::string("\\&") + c;
+        } else {
+            roff += c;
+        }
+    }
+    return roff;
+}
+
+// A term and what it means.
+std::string Entry(const std::string& term, const std::string& text)
+{
+    return ".TP\n\\fB" + Roff(term) + "\\fR\n" + Roff(text) + "\n";
+}
+
+bool IsShown(const CLI::Option* option)
+{
+    return !option->get_lnames().empty();
+}
+
+std::string OptionTerm(const CLI::Option* option)
+{
+    std::string term;
+    for (const std::string& name : option->get_snames()) {
+        term += "-" + name + ", ";
+    }
+    term += "--" + option->get_lnames()[0];
+    const std::string type = option->get_type_name();
+    return type.empty() ? term : term + " " + type.substr(0, type.find(':'));
+}
+
+std::string Options(const CLI::App& app)
+{
+    std::string text;
+    for (const CLI::Option* option : app.get_options(IsShown)) {
+        const std::string initial = option->get_default_str();
+        text += Entry(OptionTerm(option),
+                      option->get_description() + (initial.empty() ? "" : " (" + initial + ")"));
+    }
+    return text;
+}
+
+std::vector<const CLI::App*> Actions(const CLI::App& app)
+{
+    std::vector<const CLI::App*> actions;
+    for (const CLI::App* action : app.get_subcommands(nullptr)) {
+        actions.push_back(action);
+    }
+    return actions;
+}
+
+std::string VerbSection(const tsVerb& verb)
+{
+    CLI::App app;
+    const std::unique_ptr<tcVerb> run = verb.make();
+    run->Declare(app);
+    std::string text = ".SS vxcam " + std::string(verb.name) + "\n" + Roff(verb.summary) + ".\n";
+    text += Options(app);
+    for (const CLI::App* action : Actions(app)) {
+        text += Entry(action->get_name(), action->get_description());
+        text += ".RS\n" + Options(*action) + ".RE\n";
+    }
+    return text + ".PP\n.EX\n" + Roff(verb.examples) + "\n.EE\n";
+}
+
+std::string PropertySection()
+{
+    std::string text = ".SH PROPERTIES\nWhat vxcam get reads and vxcam set changes. A TIME is a "
+                       "number and ms, s, min or h; HEX is two digits a byte.\n";
+    for (const tsProperty& property : Properties()) {
+        std::string term = NameText(property);
+        std::string meaning = property.summary;
+        const std::string range = RangeText(property.shape);
+        if (property.write != nullptr) term += "=" + SyntaxText(property.shape);
+        if (property.write != nullptr && !range.empty()) meaning += "; " + range;
+        text += Entry(term, meaning + " (" + AccessText(property) + ")");
+    }
+    return text;
+}
+
+// ---- bash ------------------------------------------------------------------------------------
+
+std::string Joined(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : " ") + word;
+    }
+    return text;
+}
+
+void AddOptions(const CLI::App& app, std::vector<std::string>* words)
+{
+    for (const CLI::Option* option : app.get_options(IsShown)) {
+        const std::string word = "--" + option->get_lnames()[0];
+        if (std::find(words->begin(), words->end(), word) == words->end()) words->push_back(word);
+    }
+}
+
+// The words that may follow a verb: options and actions.
+std::string VerbCase(const tsVerb& verb)
+{
+    CLI::App app;
+    const std::unique_ptr<tcVerb> run = verb.make();
+    run->Declare(app);
+    std::vector<std::string> options, words;
+    AddOptions(app, &options);
+    for (const CLI::App* action : Actions(app)) {
+        words.push_back(action->get_name());
+        AddOptions(*action, &options);
+    }
+    if (app.get_option_no_throw("TARGET") != nullptr && words.empty()) words.push_back("sim");
+    return "    " + std::string(verb.name) + ") options='" + Joined(options) + "' words='" +
+           Joined(words) + "' ;;\n";
+}
+
+// With a colon behind those that need a key.
+std::string PropertyWords(bool settable)
+{
+    std::vector<std::string> words;
+    for (const tsProperty& property : Properties()) {
+        if (settable ? property.write == nullptr : property.read == nullptr) continue;
+        words.push_back(property.name + std::string(property.key != nullptr ? ":" : "") +
+                        (settable && property.key == nullptr ? "=" : ""));
+    }
+    return Joined(words);
+}
+
+// Words stay whole at colons and equal signs, however bash cuts them; what stands before the last
+// cut is taken off the answers, since bash keeps it.
+constexpr const char* gsFunction = R"(
+    local line=${COMP_LINE:0:COMP_POINT} word verb mode i
+    local -a before
+    read -ra before <<<"$line"
+    word=
+    if [[ $line != *[[:space:]] && ${#before[@]} -gt 0 ]]; then
+        word=${before[-1]}
+        unset 'before[-1]'
+    fi
+    verb=${before[1]:-}
+    mode=$verb
+    for ((i = 2; i < ${#before[@]}; i++)); do
+        [[ $verb == [gs]et && ${before[i]} == [gs]et ]] && mode=${before[i]}
+    done
+    local options='--help --version' words=$verbs
+    case $verb in
+)";
+
+constexpr const char* gsFunctionEnd = R"(    '') ;;
+    help) options= ;;
+    *) return ;;
+    esac
+    if [[ $verb == [gs]et && ${#before[@]} -gt 2 ]]; then
+        words="get set $gettable"
+        [[ $mode == set ]] && words="get set $settable"
+    fi
+    [[ $word == -* ]] && words=$options
+    COMPREPLY=($(compgen -W "$words" -- "$word"))
+    if [[ ${#COMPREPLY[@]} == 0 && $word != -* ]]; then
+        local file=${word##*@}
+        [[ $word == *@* || $verb != [gs]et ]] && COMPREPLY=($(compgen -f -- "$file"))
+        [[ $word == *@* ]] && COMPREPLY=("${COMPREPLY[@]/#/${word%@*}@}")
+    fi
+    [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *[:=] ]] && compopt -o nospace 2>/dev/null
+    local cut=${word%"${word##*[:=]}"}
+    [[ -n $cut ]] && COMPREPLY=("${COMPREPLY[@]#"$cut"}")
+    return 0
+}
+complete -F _vxcam vxcam
+)";
+
+} // namespace
+
+std::string ManualPage()
+{
+    std::string text = ".TH VXCAM 1 \"\" \"vxcam " VXCAM_VERSION "\"\n"
+                       ".SH NAME\nvxcam \\- drives cameras from the command line\n"
+                       ".SH SYNOPSIS\n\\fBvxcam\\fR \\fIVERB\\fR [\\fIOPTIONS\\fR] "
+                       "[\\fITARGET\\fR]\n"
+                       ".SH DESCRIPTION\n";
+    text += Roff("A TARGET is HOST:PORT, serial:NUMBER, or sim for a simulated camera that lives "
+                 "as long as the command; sim is what is taken without one. vxcam --version "
+                 "prints the version, vxcam VERB --help tells about a verb.") +
+            "\n.SH VERBS\n";
+    for (const tsVerb& verb : Verbs()) {
+        text += VerbSection(verb);
+    }
+    text += PropertySection();
+    text += ".SH EXIT STATUS\n";
+    for (const auto& [code, meaning] : std::vector<std::pair<const char*, const char*>>{
+             {"0", "done"},
+             {"1", "usage: unknown verb or option, impossible value"},
+             {"2", "no camera: it cannot be reached, does not answer or serves somebody else"},
+             {"3", "time-out: the camera answered first and then fell silent"},
+             {"4", "camera error: the camera reports one, or refuses a command"},
+             {"5", "file error: a file exists already or cannot be written"},
+             {"128 + N", "ended by signal N; 130 after Ctrl-C"}}) {
+        text += Entry(code, meaning);
+    }
+    return text;
+}
+
+std::string BashCompletion()
+{
+    std::vector<std::string> verbs{"help"};
+    std::string cases;
+    for (const tsVerb& verb : Verbs()) {
+        verbs.emplace_back(verb.name);
+        cases += VerbCase(verb);
+    }
+    return "# Completion of vxcam for bash.\n_vxcam()\n{\n    local verbs='" + Joined(verbs) +
+           "'\n    local gettable='" + PropertyWords(false) + "'\n    local settable='" +
+           PropertyWords(true) + "'" + gsFunction + cases + gsFunctionEnd;
+}
