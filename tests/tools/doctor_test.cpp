@@ -47,6 +47,8 @@ TEST(Doctor, FindsNothingWrongWithTheSimulatedCamera)
     EXPECT_THAT(run.Output(), HasSubstr("64 x 1024 random bytes come back intact, "));
     EXPECT_THAT(run.Output(), HasSubstr("100 round trips, p50 "));
     EXPECT_THAT(run.Output(), HasSubstr("KiB granted (net.core.rmem_max is "));
+    EXPECT_THAT(run.Output(), HasSubstr(" received, 0 bad, 0 bytes between them, connection lost 0 "
+                                        "times\n"));
     EXPECT_THAT(run.Output(), testing::EndsWith("\nnothing wrong\n"));
 }
 
@@ -58,8 +60,9 @@ TEST(Doctor, DocumentHoldsTheFindings)
         EXPECT_EQ(finding["level"], "ok");
         EXPECT_FALSE(finding.contains("advice"));
     }
-    EXPECT_THAT(checks, testing::ElementsAre("interfaces", "discovery", "camera", "versions",
-                                             "heartbeat", "receive buffer", "link", "round trip"));
+    EXPECT_THAT(checks,
+                testing::ElementsAre("interfaces", "discovery", "camera", "versions", "heartbeat",
+                                     "receive buffer", "link", "round trip", "traffic"));
 }
 
 TEST(Doctor, NamesARefusedConnection)

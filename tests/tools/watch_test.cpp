@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -63,6 +62,8 @@ TEST_F(Watch, TellsHeartbeatsWithTheirInterval)
     EXPECT_EQ(lines[3]["event"], "end");
     EXPECT_EQ(lines[3]["heartbeats"], 3);
     EXPECT_EQ(lines[3]["breaks"], 0);
+    EXPECT_GE(lines[3]["bytes_received"], 3 * (12 + 6));
+    EXPECT_EQ(lines[3]["messages_bad"], 0);
 }
 
 TEST_F(Watch, EndsAfterItsTime)
@@ -73,7 +74,7 @@ TEST_F(Watch, EndsAfterItsTime)
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
     EXPECT_THAT(run.Output(), StartsWith("watching simulated camera\n"));
     EXPECT_THAT(run.Output(), HasSubstr("Z  heartbeat  sensor 20.0 C, board 25.0 C\n"));
-    EXPECT_THAT(run.Output(), EndsWith(" 0 errors, 0 messages, connection broken 0 times\n"));
+    EXPECT_THAT(run.Output(), HasSubstr(" 0 errors, 0 messages, connection broken 0 times, "));
 }
 
 TEST_F(Watch, TellsErrorsAndMessages)
@@ -87,8 +88,8 @@ TEST_F(Watch, TellsErrorsAndMessages)
     EXPECT_THAT(run.Output(), HasSubstr("Z  error      7-3: shutter\\nstuck\n"));
     EXPECT_THAT(run.Output(), HasSubstr("Z  message    id 0xc5, 3 bytes: 0x0102ff\n"));
     EXPECT_THAT(run.Output(), HasSubstr("Z  message    id 0xc6, 0 bytes\n"));
-    EXPECT_THAT(run.Output(), EndsWith("0 heartbeats, 1 errors, 2 messages, connection broken 0 "
-                                       "times\n"));
+    EXPECT_THAT(run.Output(), HasSubstr(" 0 heartbeats, 1 errors, 2 messages, connection "
+                                        "broken 0 times, "));
 }
 
 TEST_F(Watch, TellsWhenTheConnectionBreaksAndReturns)
@@ -107,7 +108,7 @@ TEST_F(Watch, TellsWhenTheConnectionBreaksAndReturns)
         return run.Output().find("connection is back") != std::string::npos;
     })) << run.Output();
     EXPECT_EQ(run.Exit(), 0);
-    EXPECT_THAT(run.Output(), EndsWith("connection broken 1 times\n"));
+    EXPECT_THAT(run.Output(), HasSubstr("connection broken 1 times, "));
 }
 
 TEST_F(Watch, CtrlCEndsIt)

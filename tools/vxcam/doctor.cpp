@@ -57,6 +57,7 @@ private:
     void CheckBuffer(tcSession& session);
     void CheckLink(tcSession& session);
     void CheckTrips(tcSession& session);
+    void CheckStatistics(tcSession& session);
     void Summarise();
 
     tsCommonOptions mtCommon;
@@ -259,6 +260,25 @@ void tcDoctor::CheckTrips(tcSession& session)
     }
 }
 
+// Of this session.
+void tcDoctor::CheckStatistics(tcSession& session)
+{
+    tsStatistics statistics{};
+    session.Require(VXGetStatistics(session.Handle(), &statistics, sizeof statistics),
+                    "statistics");
+    const std::string text = std::to_string(statistics.MessagesSent) + " messages sent, " +
+                             std::to_string(statistics.MessagesReceived) + " received, " +
+                             std::to_string(statistics.MessagesBad) + " bad, " +
+                             std::to_string(statistics.BytesSkipped) +
+                             " bytes between them, connection lost " +
+                             std::to_string(statistics.ConnectionsLost) + " times";
+    if (statistics.MessagesBad + statistics.BytesSkipped + statistics.ConnectionsLost == 0) {
+        Fine("traffic", text);
+    } else {
+        Advise("traffic", text, "the way to the camera is not clean: look at cables and switches");
+    }
+}
+
 void tcDoctor::Summarise()
 {
     if (mbJson) {
@@ -289,6 +309,7 @@ void tcDoctor::Run()
     CheckBuffer(*session);
     CheckLink(*session);
     CheckTrips(*session);
+    CheckStatistics(*session);
     if (session->HasCameraError()) {
         try {
             session->ThrowCameraError();

@@ -85,7 +85,8 @@ private:
     void Watch(tcSession& session);
     void Tell(const tsArrival& arrival);
     void TellConnection(bool isUp);
-    void Probe(tcSession& session);
+    bool Answers(tcSession& session);
+    void CheckConnection(tcSession& session);
     void Print(const char* kind, std::chrono::system_clock::time_point clock,
                const std::string& text, nlohmann::ordered_json document);
     void Summarise();
@@ -101,6 +102,8 @@ private:
     std::optional<tpClock::time_point> mLastHeartBeat;
     int mnEvents = 0, mnHeartBeats = 0, mnErrors = 0, mnMessages = 0, mnBreaks = 0;
     bool mbUp = true;
+    tsStatistics mtStatistics{};
+    uint64_t mnLost = 0; // connections
 };
 
 void tcWatch::Declare(CLI::App& app)
@@ -134,7 +137,6 @@ void tcWatch::Tell(const tsArrival& arrival)
     const tsCameraEvent& event = arrival.event;
     char text[160];
     mLastNews = arrival.at;
-    if (!mbUp) TellConnection(true);
     if (event.kind == teCameraEvent::eHeartBeat) {
         ++mnHeartBeats;
         nlohmann::ordered_json document{{"ccd_c", event.sensor}, {"board_c", event.board}};
@@ -174,19 +176,28 @@ void tcWatch::TellConnection(bool isUp)
           {{"state", isUp ? "back" : "broken"}});
 }
 
-// A camera that is silent is asked something: that fails at once while the connection is down.
-void tcWatch::Probe(tcSession& session)
+// A camera that is silent is asked something.
+bool tcWatch::Answers(tcSession& session)
 {
     const auto now = tpClock::now();
-    if (now - mLastNews < gnSilence || now - mLastProbe < (mbUp ? gnSilence : gnRetry)) return;
+    if (now - mLastNews < gnSilence) return true;
+    if (now - mLastProbe < gnSilence) return mbUp;
     long exposure = 0;
-    int result = eVXOk;
-    {
-        tcQuickExit quickExit; // a camera that is stuck takes 10 s
-        result = VXGetExposureTime(session.Handle(), &exposure);
-    }
+    tcQuickExit quickExit; // a camera that is stuck takes 10 s
+    const int result = VXGetExposureTime(session.Handle(), &exposure);
     mLastProbe = tpClock::now();
-    if ((result == eVXOk) != mbUp) TellConnection(result == eVXOk);
+    return result == eVXOk;
+}
+
+void tcWatch::CheckConnection(tcSession& session)
+{
+    mtStatistics = {};
+    VXGetStatistics(session.Handle(), &mtStatistics, sizeof mtStatistics);
+    const bool isUp = mtStatistics.Reconnects >= mtStatistics.ConnectionsLost && Answers(session);
+    const bool wasLost = mtStatistics.ConnectionsLost > mnLost;
+    mnLost = mtStatistics.ConnectionsLost;
+    if (mbUp && wasLost && isUp) TellConnection(false); // and back since the last look
+    if (mbUp != isUp) TellConnection(isUp);
 }
 
 void tcWatch::Watch(tcSession& session)
@@ -197,7 +208,8 @@ void tcWatch::Watch(tcSession& session)
             Tell(*arrival);
         }
         if (IsDone()) return;
-        Probe(session);
+        CheckConnection(session);
+        if (IsDone()) return;
         const auto left = std::chrono::duration_cast<tpMilliseconds>(end - tpClock::now());
         session.WaitForNews(std::max(tpMilliseconds(1), std::min(gnStep, left)));
     }
@@ -212,14 +224,20 @@ void tcWatch::Summarise()
                                          {"heartbeats", mnHeartBeats},
                                          {"errors", mnErrors},
                                          {"messages", mnMessages},
-                                         {"breaks", mnBreaks}}
+                                         {"breaks", mnBreaks},
+                                         {"bytes_received", mtStatistics.BytesReceived},
+                                         {"messages_received", mtStatistics.MessagesReceived},
+                                         {"messages_bad", mtStatistics.MessagesBad},
+                                         {"requests_timed_out", mtStatistics.RequestsTimedOut}}
                       .dump());
         return;
     }
     char text[160];
     std::snprintf(text, sizeof text,
-                  "%.1f s: %d heartbeats, %d errors, %d messages, connection broken %d times",
-                  seconds, mnHeartBeats, mnErrors, mnMessages, mnBreaks);
+                  "%.1f s: %d heartbeats, %d errors, %d messages, connection broken %d times, "
+                  "%llu bytes received",
+                  seconds, mnHeartBeats, mnErrors, mnMessages, mnBreaks,
+                  static_cast<unsigned long long>(mtStatistics.BytesReceived));
     if (!mtCommon.quiet) PrintLine(text);
 }
 
@@ -231,6 +249,7 @@ void tcWatch::Run()
     session->OnEvent([this](const tsCameraEvent& event) { mtArrivals.Add(event); });
     if (!mbJsonLines && !mtCommon.quiet) PrintLine("watching " + session->Name());
     Watch(*session);
+    VXGetStatistics(session->Handle(), &mtStatistics, sizeof mtStatistics);
     session->Close();
     Summarise();
     ThrowIfInterrupted();
