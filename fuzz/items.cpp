@@ -29,6 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count)
         tcPair pair(client);
         pair.Ask(request);
         vx::ServeItemClient(client);
+        client.Close();
         const std::string answer = pair.Answer();
         Require(answer.empty() || answer.back() == '\0', "an answer ends in a zero byte");
         Require(tcDbgItem::GetMap().size() == 3, "requests make no items");

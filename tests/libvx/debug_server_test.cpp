@@ -2,7 +2,8 @@
 #include "HSocket.h"
 #include "debug_support.h"
 
-#include <fstream>
+#include <atomic>
+#include <condition_variable>
 
 namespace {
 
@@ -28,17 +29,37 @@ public:
     }
 };
 
+// Answers when it is released, once and for all.
+class tcHolding : public tcDbgdWB
+{
+public:
+    tcHolding() : tcDbgdWB("HOLD", "") {}
+    void Run(HSocket* client, char*) override
+    {
+        ++mnRunning;
+        std::unique_lock<std::mutex> guard(mLock);
+        mReleased.wait(guard, [this] { return mbReleased; });
+        client->Send("held", 4);
+    }
+    void Release()
+    {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mbReleased = true;
+        mReleased.notify_all();
+    }
+
+    std::atomic<int> mnRunning{0};
+
+private:
+    std::mutex mLock;
+    std::condition_variable mReleased;
+    bool mbReleased = false;
+};
+
 std::string Announcement(unsigned short port)
 {
     // As a signed number, so that high ports are negative.
     return "DBGD DBGD " + std::to_string(static_cast<short>(port)) + "\0"s;
-}
-
-long ResidentKiB()
-{
-    long pages = 0, resident = 0;
-    std::ifstream("/proc/self/statm") >> pages >> resident;
-    return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 } // namespace
@@ -281,22 +302,57 @@ TEST_F(Daemon, DropsClientsThatSendNothing)
 
 TEST_F(Daemon, ServesSixtyFourClientsAtATime)
 {
-    const int before = CountThreads(), threads = before + 2;
+    tcHolding handler;
+    mpDaemon->RegisterWB(&handler);
+    const int threads = CountThreads() + 2;
     Start();
-    std::vector<std::unique_ptr<tcClient>> silent;
-    for (int i = 0; i < 64; ++i)
-        silent.push_back(std::make_unique<tcClient>(mnPort));
-    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads + 64; }));
+    std::vector<std::unique_ptr<tcClient>> served;
+    for (int i = 0; i < 64; ++i) {
+        served.push_back(std::make_unique<tcClient>(mnPort));
+        served.back()->Send("HOLD");
+    }
+    EXPECT_TRUE(Eventually([&] { return handler.mnRunning == 64; }));
     tcClient waiting(mnPort), further(mnPort);
     waiting.Send("ECHO:first");
     further.Send("ECHO:second");
     EXPECT_FALSE(waiting.HasAnswer(150));
     EXPECT_EQ(threads + 64, CountThreads());
-    silent[10]->Close();
+    handler.Release();
     EXPECT_EQ("first\n", waiting.ReadAll());
     EXPECT_EQ("second\n", further.ReadAll());
-    silent[20]->Send("ECHO:third");
-    EXPECT_EQ("third\n", silent[20]->ReadAll());
+    for (const auto& client : served)
+        EXPECT_EQ("held", client->ReadAll());
+    mpDaemon->RemoveWB(&handler);
+}
+
+TEST_F(Daemon, GivesThePlaceOfTheClientThatHasBeenSilentLongestToOneThatWaits)
+{
+    tcHolding handler;
+    mpDaemon->RegisterWB(&handler);
+    const int threads = CountThreads() + 2;
+    Start();
+    CaptureStderr();
+    tcClient served(mnPort);
+    served.Send("HOLD");
+    EXPECT_TRUE(Eventually([&] { return handler.mnRunning == 1; }));
+    std::vector<std::unique_ptr<tcClient>> silent;
+    for (int i = 0; i < 63; ++i)
+        silent.push_back(std::make_unique<tcClient>(mnPort));
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads + 64; }));
+    EXPECT_FALSE(silent[0]->HasAnswer(50)); // nobody waits
+    tcClient waiting(mnPort);
+    EXPECT_EQ("", silent[0]->ReadAll());
+    EXPECT_FALSE(silent[1]->HasAnswer(50));
+    EXPECT_EQ(threads + 64, CountThreads());
+    waiting.Send("ECHO:first");
+    EXPECT_EQ("first\n", waiting.ReadAll());
+    EXPECT_FALSE(silent[1]->HasAnswer(50)); // nobody waits any more
+    silent[1]->Send("ECHO:second");
+    EXPECT_EQ("second\n", silent[1]->ReadAll());
+    handler.Release();
+    EXPECT_EQ("held", served.ReadAll());
+    EXPECT_EQ("read: Success\n", GetCapturedStderr());
+    mpDaemon->RemoveWB(&handler);
 }
 
 TEST_F(Daemon, KeepsManyMoreWaiting)
@@ -357,6 +413,34 @@ TEST_F(Daemon, IsTheSameAfterThousandsOfBadClients)
     EXPECT_LT(ElapsedMs(start), 1000);
     EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
+    EXPECT_LT(ResidentKiB() - before, 50000);
+    GetCapturedStderr();
+}
+
+// Clients that do not go away by themselves.
+TEST_F(Daemon, AnswersWithinASecondWhileAThousandClientsHoldTheirConnections)
+{
+    AllowDescriptors(4000);
+    CaptureStderr();
+    const int threads = CountThreads() + 2, descriptors = CountDescriptors() + 2;
+    Start();
+    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
+    long before = 0;
+    for (const std::string& request : {""s, "\1\2garbage:\xff\xfe"s, std::string(100000, 'x')}) {
+        std::vector<std::unique_ptr<tcClient>> clients;
+        for (int i = 0; i < 1000; ++i) {
+            clients.push_back(std::make_unique<tcClient>(mnPort));
+            clients.back()->Send(request);
+        }
+        const auto start = tcClock::now();
+        EXPECT_THAT(Ask("LIST"), StartsWith("Available"));
+        EXPECT_LT(ElapsedMs(start), 1000) << request.size();
+        EXPECT_LE(CountThreads(), threads + 64);
+        clients.clear();
+        EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+        EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
+        if (before == 0) before = ResidentKiB();
+    }
     EXPECT_LT(ResidentKiB() - before, 50000);
     GetCapturedStderr();
 }

@@ -9,12 +9,14 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -224,6 +226,24 @@ inline int CountThreads()
 inline int CountDescriptors()
 {
     return CountEntries("/proc/self/fd");
+}
+
+inline long ResidentKiB()
+{
+    long pages = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// Has the process open so many files at a time.
+inline void AllowDescriptors(rlim_t count)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur >= count) return;
+    limit.rlim_cur = std::min(count, limit.rlim_max);
+    EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    EXPECT_EQ(count, limit.rlim_cur);
 }
 
 // Something that is never destroyed, because the daemon's threads may use it until the end.

@@ -2,8 +2,10 @@
 
 #include "HSocket.h"
 
+#include <netinet/tcp.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -37,6 +39,14 @@ pthread_t vx::StartDetached(std::function<void()> body)
     return handle;
 }
 
+int vx::WaitingClients(HSocket& listener)
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (getsockopt(listener.GetFD(), IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return 1;
+    return std::max(static_cast<int>(info.tcpi_unacked), 1); // so it is with those that listen
+}
+
 void vx::LimitSending(HSocket& client, int patienceMs)
 {
     const timeval limit{patienceMs / 1000, patienceMs % 1000 * 1000};
@@ -57,15 +67,16 @@ void vx::Reply(HSocket* client, const std::string& text)
     if (client) client->SendAll(text.data(), static_cast<int>(text.size()));
 }
 
-void vx::CloseAfterReply(HSocket& client, int received)
+bool vx::EndReply(HSocket& client, int received)
+{
+    return received == nRequestSize && client.Shutdown(SHUT_WR);
+}
+
+void vx::DiscardRest(HSocket& client)
 {
     using namespace std::chrono;
-    // Closing with unread input would reset the connection and might take the reply with it.
-    if (received == nRequestSize && client.Shutdown(SHUT_WR)) {
-        char rest[4096];
-        const auto deadline = steady_clock::now() + milliseconds(500);
-        while (client.Receive(rest, sizeof rest, 100) > 0 && steady_clock::now() < deadline) {
-        }
+    char rest[4096];
+    const auto deadline = steady_clock::now() + milliseconds(nLeavingTime);
+    while (client.Receive(rest, sizeof rest, nLeavingPause) > 0 && steady_clock::now() < deadline) {
     }
-    client.Close();
 }

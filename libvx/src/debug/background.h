@@ -13,6 +13,19 @@ namespace vx {
 
 constexpr int nRequestSize = 1024;
 
+// Clients that a service has at a time; more wait in the backlog.
+constexpr int nBacklog = 1024;
+
+// How long a client may be silent even if another one waits for its place, in milliseconds.
+constexpr int nLeastPatience = 10;
+
+// How long a client that has its reply may go on sending, altogether and between two pieces.
+constexpr int nLeavingTime = 500, nLeavingPause = 100;
+
+// How many clients wait in the backlog of a listening socket; at least 1, since it is asked when
+// one does.
+int WaitingClients(HSocket& listener);
+
 // Runs `body` on a detached thread that takes no signals. Its handle, or 0 when there is none to
 // be had (errno says why).
 pthread_t StartDetached(std::function<void()> body);
@@ -26,9 +39,14 @@ int ReadRequest(HSocket& client, char (&request)[nRequestSize + 1], int patience
 // Sends the whole text; nothing to a null client.
 void Reply(HSocket* client, const std::string& text);
 
-// Closes the connection so that the client gets the reply even if its request was longer than what
-// was read of it. `received` is what ReadRequest returned. Waits up to half a second.
-void CloseAfterReply(HSocket& client, int received);
+// Whether the request of which ReadRequest got `received` bytes may go on: then closing would reset
+// the connection and might take the reply with it. The sending side is closed if so, and what still
+// comes is to be read and discarded for a while.
+bool EndReply(HSocket& client, int received);
+
+// Discards what a client sends that has its reply, until it closes or is silent for 0.1 s; half a
+// second at most.
+void DiscardRest(HSocket& client);
 
 } // namespace vx
 

@@ -5,7 +5,9 @@
 #include "access.h"
 #include "tcDbgd.h"
 
+#include <chrono>
 #include <condition_variable>
+#include <functional>
 
 // The handlers by token, and who is using them.
 // Threads: any. Owns: nothing; shared by the daemon and its client threads.
@@ -45,7 +47,8 @@ struct tsServerSettings {
 
 // One run of the server, from its start to its stop.
 // Threads: the server, the announcer and one for each client, all detached; they share this object.
-// Locks: mhLock guards the counts and wakes whoever sleeps.
+// Locks: mhLock guards the clients' places and wakes whoever sleeps. A client's socket is closed
+// under it, so that those in the map are open.
 class tcDbgd::tcServer : public std::enable_shared_from_this<tcServer>
 {
 public:
@@ -62,23 +65,39 @@ public:
 
     unsigned short GetPort() const { return mnOpenPort; }
 
-    static void ServeClient(const std::shared_ptr<tcRegistry>& registry,
-                            std::unique_ptr<HSocket> client);
+    // What a client is doing: it has sent nothing yet, or its command runs, or it has its reply and
+    // goes on sending. Dropped: it gave up its place and is about to end.
+    enum tePhase { eSilent, eServed, eLeaving, eDropped };
+
+    // Leaves the client open. `enter` is told each phase that begins.
+    static void ServeClient(const std::shared_ptr<tcRegistry>& registry, HSocket& client,
+                            const std::function<void(tePhase)>& enter);
 
 private:
+    typedef std::chrono::steady_clock tcClock;
+    struct tsPlace {
+        tePhase mePhase;
+        tcClock::time_point mtSince;
+    };
+
     void Server();
     bool OpenPort(HSocket& listener);
     void ServeClients(HSocket& listener);
     void AcceptClient(HSocket& listener);
     void StartWorker(std::unique_ptr<HSocket> client);
-    void ClientEnded();
+    void Enter(HSocket* client, tePhase phase);
+    void ClientEnded(HSocket* client);
+    void DropFor(int waiting);
+    HSocket* Oldest(tePhase phase) const;
     static void RunCommand(const std::shared_ptr<tcRegistry>& registry, HSocket& client,
                            char* request);
     void AnnounceThread();
 
     // False when the server is to stop.
     bool Sleep(double milliseconds);
-    bool WaitForRoom();
+    // A client that has sent nothing gives up its place when all are taken: the one that has been
+    // silent longest. So does, when there is none, one that has its reply.
+    bool MakeRoom(HSocket& listener);
 
     const tsServerSettings mSettings;
     const std::shared_ptr<tcRegistry> mpRegistry;
@@ -88,7 +107,7 @@ private:
     std::condition_variable mChanged;
     bool mbStop = false;
     bool mbEnded = false;
-    int mnClients = 0;
+    std::map<HSocket*, tsPlace> mmClients;
     std::atomic<unsigned short> mnOpenPort{0};
 };
 

@@ -11,9 +11,10 @@ namespace vx {
 // Guards the registry of tcDbgItem; never destroyed.
 std::recursive_mutex& ItemsLock();
 
-// Reads one request of a client, answers it and closes the connection. Waits for the request, and
-// for the client to take the answer, as long as tcDbgItem::snClientPatience says.
-void ServeItemClient(HSocket& client);
+// Reads one request of a client and answers it. Waits for the request as long as
+// tcDbgItem::snClientPatience says. False when the connection can be closed; else the client may go
+// on sending, and its answer would be lost by that.
+bool ServeItemClient(HSocket& client);
 
 } // namespace vx
 

@@ -7,17 +7,20 @@
 #include "tcDbgd.h"
 #include "tcLog.h"
 
+#include <poll.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace {
-
-constexpr int nBacklog = 2;
 
 // Sends a text and its terminator; false when the client does not take it.
 bool SendText(HSocket& client, const std::string& text)
@@ -67,23 +70,163 @@ void Dispatch(HSocket& client, char* request)
         SendText(client, item->Text());
 }
 
-// False when no more clients can be had.
-bool AcceptClient(HSocket& listener, const vx::tcAccess& access)
+typedef std::chrono::steady_clock tcClock;
+
+// The server while it runs: clients that are connected, oldest first. Those that have sent nothing
+// yet are waited for side by side; requests are served one after another.
+class tcItemServer
 {
-    HSocket client;
-    if (!listener.Accept(&client)) {
-        if (errno == EINTR) return true;
+public:
+    tcItemServer(HSocket& listener, const vx::tcAccess& access)
+        : mListener(listener), mAccess(access)
+    {}
+
+    // Waits for something to do and does it. True when a connection has ended; `isBroken` becomes
+    // true when no more clients can be had.
+    bool Step(bool& isBroken);
+
+private:
+    struct tsClient {
+        std::unique_ptr<HSocket> mpSocket;
+        tcClock::time_point mtSince, mtDeadline;
+        bool mbLeaving; // has its reply, and goes on sending
+    };
+    typedef std::vector<tsClient> tcClients;
+
+    bool Accept(bool& isBroken);
+    bool Serve(tsClient& client);
+    bool Discard(tsClient& client) const;
+    tcClients::iterator Oldest();
+    bool DropOverdue();
+    int TimeToWait() const;
+
+    HSocket& mListener;
+    const vx::tcAccess& mAccess;
+    tcClients maClients;
+};
+
+void After(tcClock::time_point& deadline, int milliseconds)
+{
+    deadline = tcClock::now() + std::chrono::milliseconds(milliseconds);
+}
+
+// Without limit when nobody is connected.
+int tcItemServer::TimeToWait() const
+{
+    if (maClients.empty()) return -1;
+    const auto next = std::min_element(
+        maClients.begin(), maClients.end(),
+        [](const tsClient& a, const tsClient& b) { return a.mtDeadline < b.mtDeadline; });
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(next->mtDeadline - tcClock::now()).count();
+    return static_cast<int>(std::max<decltype(left)>(left, 0));
+}
+
+bool tcItemServer::Step(bool& isBroken)
+{
+    std::vector<pollfd> states{{mListener.GetFD(), POLLIN, 0}};
+    for (const tsClient& client : maClients)
+        states.push_back({client.mpSocket->GetFD(), POLLIN, 0});
+    // With a full house it is not the one at the door that is waited for, but a place.
+    const bool isPressed =
+        maClients.size() >= tcDbgd::nMaximumClients && poll(states.data(), 1, 0) == 1;
+    if (!isPressed)
+        poll(states.data(), states.size(), TimeToWait());
+    else
+        poll(states.data() + 1, states.size() - 1, Oldest() == maClients.end() ? 1 : 0);
+
+    bool hasEnded = false;
+    for (size_t i = maClients.size(); i-- > 0;) {
+        tsClient& client = maClients[i];
+        if (states[i + 1].revents == 0) continue;
+        if (client.mbLeaving ? Discard(client) : Serve(client)) continue;
+        maClients.erase(maClients.begin() + static_cast<std::ptrdiff_t>(i));
+        hasEnded = true;
+    }
+    hasEnded = DropOverdue() || hasEnded;
+    if (states[0].revents == 0) return hasEnded;
+    if (maClients.size() >= tcDbgd::nMaximumClients) {
+        const auto oldest = Oldest();
+        if (oldest == maClients.end()) return hasEnded;
+        maClients.erase(oldest);
+        hasEnded = true;
+    }
+    return Accept(isBroken) || hasEnded;
+}
+
+// True when the connection has ended already.
+bool tcItemServer::Accept(bool& isBroken)
+{
+    auto client = std::make_unique<HSocket>();
+    if (!mListener.Accept(client.get())) {
+        if (errno == EINTR) return false;
         std::perror("accept");
+        isBroken = true;
         return false;
     }
-    if (access.Admits(client)) {
-        vx::ServeItemClient(client);
+    if (!mAccess.Admits(*client)) {
+        HInetAddr peer;
+        peer.GetPeerName(*client);
+        tcDbgd::GetLog().logError("tcDbgItem::Server refused client from %s", peer.GetIPAddr());
         return true;
     }
-    HInetAddr peer;
-    peer.GetPeerName(client);
-    tcDbgd::GetLog().logError("tcDbgItem::Server refused client from %s", peer.GetIPAddr());
+    std::cout << "Accepting new connection on socket " << client->GetFD() << std::endl;
+    vx::LimitSending(*client, tcDbgItem::snClientPatience);
+    tsClient place{std::move(client), tcClock::now(), {}, false};
+    After(place.mtDeadline, tcDbgItem::snClientPatience);
+    maClients.push_back(std::move(place));
+    return false;
+}
+
+// False when the connection can be closed.
+bool tcItemServer::Serve(tsClient& client)
+{
+    if (!vx::ServeItemClient(*client.mpSocket)) return false;
+    client.mbLeaving = true;
+    client.mtSince = tcClock::now();
+    After(client.mtDeadline, vx::nLeavingPause);
     return true;
+}
+
+bool tcItemServer::Discard(tsClient& client) const
+{
+    char rest[4096];
+    if (recv(client.mpSocket->GetFD(), rest, sizeof rest, MSG_DONTWAIT) <= 0) return false;
+    After(client.mtDeadline, vx::nLeavingPause);
+    client.mtDeadline =
+        std::min(client.mtDeadline, client.mtSince + std::chrono::milliseconds(vx::nLeavingTime));
+    return true;
+}
+
+// The one that has been silent longest, or else has had its reply longest; the end when all have
+// come just now.
+tcItemServer::tcClients::iterator tcItemServer::Oldest()
+{
+    const auto latest = tcClock::now() - std::chrono::milliseconds(vx::nLeastPatience);
+    auto found = maClients.end();
+    for (const bool isLeaving : {true, false}) {
+        const auto oldest =
+            std::find_if(maClients.begin(), maClients.end(), [&](const tsClient& client) {
+                return client.mbLeaving == isLeaving && client.mtSince <= latest;
+            });
+        if (oldest != maClients.end()) found = oldest;
+    }
+    return found;
+}
+
+bool tcItemServer::DropOverdue()
+{
+    const auto now = tcClock::now();
+    const auto overdue =
+        std::stable_partition(maClients.begin(), maClients.end(),
+                              [now](const tsClient& client) { return client.mtDeadline > now; });
+    const bool hasEnded = overdue != maClients.end();
+    for (auto client = overdue; client != maClients.end(); ++client) {
+        errno = ETIMEDOUT;
+        if (!client->mbLeaving) std::perror("read");
+    }
+    maClients.erase(overdue, maClients.end());
+    return hasEnded;
 }
 
 // Prints why not.
@@ -100,7 +243,7 @@ bool OpenPort(HSocket& listener, const vx::tcAccess& access, short port)
         std::perror(text);
         return false;
     }
-    if (listener.Listen(nBacklog)) return true;
+    if (listener.Listen(vx::nBacklog)) return true;
     std::perror("listen");
     listener.Close();
     return false;
@@ -112,26 +255,29 @@ void Server(const vx::tcAccess& access, short port)
     if (!access.CanListen() || !OpenPort(listener, access, port)) return;
     std::cout << "tcDbgItem::Server task: listening on port " << port << "... ready for commands!"
               << std::endl;
-    while (!tcDbgItem::mbThreadDone && AcceptClient(listener, access)) {
+    tcItemServer server(listener, access);
+    bool isBroken = false;
+    while (!tcDbgItem::mbThreadDone && !isBroken) {
+        // A stop is seen when a connection has ended.
+        while (!server.Step(isBroken) && !isBroken) {
+        }
     }
     listener.Close();
 }
 
 } // namespace
 
-void vx::ServeItemClient(HSocket& client)
+bool vx::ServeItemClient(HSocket& client)
 {
-    std::cout << "Accepting new connection on socket " << client.GetFD() << std::endl;
-    vx::LimitSending(client, tcDbgItem::snClientPatience);
     char request[vx::nRequestSize + 1];
     const int received = vx::ReadRequest(client, request, tcDbgItem::snClientPatience);
     if (received <= 0) {
         std::perror("read");
-        return;
+        return false;
     }
     std::cout << "Read msg " << request << std::endl;
     Dispatch(client, request);
-    vx::CloseAfterReply(client, received);
+    return vx::EndReply(client, received);
 }
 
 void tcDbgItem::StartServer()

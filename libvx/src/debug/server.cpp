@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr int nBacklog = 1024; // whoever finds no room waits here
 constexpr int nAcceptWaitMs = 100;
 constexpr double nFirstRetry = 2.0;
 constexpr double nRetryGrowth = 1.1;
@@ -104,11 +103,41 @@ bool tcDbgd::tcServer::Sleep(double milliseconds)
                               [this] { return mbStop; });
 }
 
-bool tcDbgd::tcServer::WaitForRoom()
+bool tcDbgd::tcServer::MakeRoom(HSocket& listener)
 {
     std::unique_lock<std::mutex> guard(mhLock);
-    mChanged.wait(guard, [this] { return mbStop || mnClients < nMaximumClients; });
+    while (!mbStop && mmClients.size() >= nMaximumClients) {
+        DropFor(vx::WaitingClients(listener));
+        mChanged.wait_for(guard, std::chrono::milliseconds(vx::nLeastPatience));
+    }
     return !mbStop;
+}
+
+// What a dropped client has sent meanwhile is still read, and answered.
+void tcDbgd::tcServer::DropFor(int waiting)
+{
+    const auto isDropped = [](const auto& client) { return client.second.mePhase == eDropped; };
+    auto leaving = std::count_if(mmClients.begin(), mmClients.end(), isDropped);
+    for (; leaving < waiting; ++leaving) {
+        HSocket* client = Oldest(eSilent);
+        if (!client) client = Oldest(eLeaving);
+        if (!client) return;
+        client->Shutdown(SHUT_RD);
+        mmClients[client].mePhase = eDropped;
+    }
+}
+
+// The client that has been in a phase longest, but not just entered it; null when there is none.
+HSocket* tcDbgd::tcServer::Oldest(tePhase phase) const
+{
+    auto oldest = tcClock::now() - std::chrono::milliseconds(vx::nLeastPatience);
+    HSocket* found = nullptr;
+    for (const auto& client : mmClients) {
+        if (client.second.mePhase != phase || client.second.mtSince > oldest) continue;
+        oldest = client.second.mtSince;
+        found = client.first;
+    }
+    return found;
 }
 
 void tcDbgd::tcServer::Server()
@@ -131,7 +160,7 @@ void tcDbgd::tcServer::Server()
 static teOpening TryToOpen(const vx::tcAccess& access, HSocket& listener, unsigned short port)
 {
     if (!listener.Create() || !access.Bind(listener, port)) return eAgain;
-    if (listener.Listen(nBacklog)) return eOpen;
+    if (listener.Listen(vx::nBacklog)) return eOpen;
     // Several sockets may be bound to a port as long as none listens: that one was quicker.
     if (errno == EADDRINUSE) return eAgain;
     std::perror("s.Listen");
@@ -154,8 +183,9 @@ bool tcDbgd::tcServer::OpenPort(HSocket& listener)
 
 void tcDbgd::tcServer::ServeClients(HSocket& listener)
 {
-    while (WaitForRoom()) {
-        if (HSocket::Select(1, &listener, nAcceptWaitMs) == 0) AcceptClient(listener);
+    while (!IsStopping()) {
+        if (HSocket::Select(1, &listener, nAcceptWaitMs) == 0 && MakeRoom(listener))
+            AcceptClient(listener);
     }
 }
 
@@ -175,43 +205,52 @@ void tcDbgd::tcServer::AcceptClient(HSocket& listener)
 
 void tcDbgd::tcServer::StartWorker(std::unique_ptr<HSocket> client)
 {
-    {
-        const std::lock_guard<std::mutex> guard(mhLock);
-        ++mnClients;
-    }
-    const auto body = [self = shared_from_this(), socket = client.get()] {
-        ServeClient(self->mpRegistry, std::unique_ptr<HSocket>(socket));
-        self->ClientEnded();
+    HSocket* const socket = client.get();
+    Enter(socket, eSilent);
+    const auto body = [self = shared_from_this(), socket] {
+        const std::unique_ptr<HSocket> owner(socket);
+        ServeClient(self->mpRegistry, *socket, [&](tePhase phase) { self->Enter(socket, phase); });
+        self->ClientEnded(socket);
     };
     if (vx::StartDetached(body) != 0) {
         (void)client.release(); // the thread's
         return;
     }
     GetLog().logSystemError("tcDbgd::Server, no thread for a client");
-    ClientEnded();
+    ClientEnded(socket);
 }
 
-void tcDbgd::tcServer::ClientEnded()
+void tcDbgd::tcServer::Enter(HSocket* client, tePhase phase)
 {
     const std::lock_guard<std::mutex> guard(mhLock);
-    --mnClients;
+    mmClients[client] = {phase, tcClock::now()};
+}
+
+void tcDbgd::tcServer::ClientEnded(HSocket* client)
+{
+    const std::lock_guard<std::mutex> guard(mhLock);
+    client->Close();
+    mmClients.erase(client);
     mChanged.notify_all();
 }
 
-void tcDbgd::tcServer::ServeClient(const std::shared_ptr<tcRegistry>& registry,
-                                   std::unique_ptr<HSocket> client)
+void tcDbgd::tcServer::ServeClient(const std::shared_ptr<tcRegistry>& registry, HSocket& client,
+                                   const std::function<void(tePhase)>& enter)
 {
-    GetLog().logDebug(3, "tcDbgd::StartWorkerBee for client from %s", PeerOf(*client).GetIPAddr());
-    vx::LimitSending(*client, snClientPatience);
+    GetLog().logDebug(3, "tcDbgd::StartWorkerBee for client from %s", PeerOf(client).GetIPAddr());
+    vx::LimitSending(client, snClientPatience);
     char request[vx::nRequestSize + 1];
-    const int received = vx::ReadRequest(*client, request, snClientPatience);
+    const int received = vx::ReadRequest(client, request, snClientPatience);
     if (received <= 0) {
         std::perror("read");
         return;
     }
+    enter(eServed);
     GetLog().logDebug(3, "tcDbgd:: read command: %s", request);
-    RunCommand(registry, *client, request);
-    vx::CloseAfterReply(*client, received);
+    RunCommand(registry, client, request);
+    if (!vx::EndReply(client, received)) return;
+    enter(eLeaving);
+    vx::DiscardRest(client);
 }
 
 void tcDbgd::tcServer::RunCommand(const std::shared_ptr<tcRegistry>& registry, HSocket& client,
@@ -235,7 +274,9 @@ void tcDbgd::tcServer::RunCommand(const std::shared_ptr<tcRegistry>& registry, H
 
 void tcDbgd::StartWorkerBee(HSocket* client)
 {
-    if (client) tcServer::ServeClient(getItem()->mpRegistry, std::unique_ptr<HSocket>(client));
+    if (!client) return;
+    const std::unique_ptr<HSocket> owner(client);
+    tcServer::ServeClient(getItem()->mpRegistry, *client, [](tcServer::tePhase) {});
 }
 
 void tcDbgd::tcServer::AnnounceThread()

@@ -103,7 +103,8 @@ public:
     static std::atomic<bool> mbThreadDone;
     static std::atomic<unsigned short> tcDbgItemPort;
 
-    // How long a client may stay silent, in milliseconds (10000).
+    // How long a client may stay silent, in milliseconds (10000). With 64 connected, the one that
+    // has been silent longest makes room for one that waits.
     static std::atomic<int> snClientPatience;
 
 private:

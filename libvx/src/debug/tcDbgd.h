@@ -124,7 +124,9 @@ public:
     // The module directory when DBGD_MODULE_PATH is not set. Null: none.
     static char const* spLoadableModulePath;
 
-    static constexpr int nMaximumClients = 64; // at a time; more wait
+    // Clients at a time; more wait. For one that waits, the client that has been silent longest
+    // gives up its place, as long as it has sent nothing.
+    static constexpr int nMaximumClients = 64;
 
     // Times in milliseconds, meant for tests: between announcements (5000), how long a client may
     // stay silent or not take its reply (10000), a second of the delays between attempts to get the
