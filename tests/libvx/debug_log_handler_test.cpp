@@ -492,6 +492,58 @@ TEST_F(LogCommand, NeverDeletesConsumersOfTheApplication)
     mLogger.SetConsumer(nullptr);
 }
 
+// The application may do that: its logger refers to another one.
+TEST_F(LogCommand, ForgetsASavedConsumerThatTheApplicationDestroys)
+{
+    for (const char* redirection : {"LOG:SET CAM 1 100", "LOG:URI CAM buff:100"}) {
+        auto own = std::make_unique<tcLogBuffer>(7);
+        mLogger.SetConsumer(own.get());
+        Tell(redirection);
+        EXPECT_EQ("100 Line Buffer", Description());
+        own.reset();
+        EXPECT_EQ(nullptr, DbgdWB_logPtr->FindLogInfoPtr("CAM")->savedConsumer);
+        mLogger.logError("captured");
+        EXPECT_THAT(Ask("LOG:DUMP CAM"), HasSubstr("captured"));
+        Tell("LOG:SET CAM 1");
+        EXPECT_EQ(tcLog::NullConsumer(), mLogger.GetConsumer());
+        mLogger.logError("to nobody");
+    }
+}
+
+TEST_F(LogCommand, ASecondRedirectionOverADestroyedConsumerEndsAtTheDefaultOne)
+{
+    auto own = std::make_unique<tcLogBuffer>(7);
+    mLogger.SetConsumer(own.get());
+    Tell("LOG:URI CAM buff:100");
+    own.reset();
+    Tell("LOG:URI CAM buff:200");
+    Tell("LOG:SET CAM 1 300");
+    EXPECT_EQ("300 Line Buffer", Description());
+    Tell("LOG:SET CAM 1");
+    EXPECT_EQ("200 Line Buffer", Description()); // what the file word replaced
+    mLogger.SetConsumer(nullptr);
+}
+
+// Nothing of the destroyed one is left behind to keep a later one at its address in use.
+TEST_F(LogCommand, KeepsNothingInUseForADestroyedConsumer)
+{
+    for (int i = 0; i < 50; ++i) {
+        bool deleted = false;
+        auto* own = new tcMortal(&deleted);
+        mLogger.SetConsumer(own);
+        Tell("LOG:SET CAM 1 100");
+        if (i % 2 == 0) {
+            delete own;
+            Tell("LOG:SET CAM 1");
+        } else {
+            Tell("LOG:SET CAM 1");
+            mLogger.SetConsumer(nullptr);
+            tcLog::RetireConsumer(own);
+            EXPECT_TRUE(deleted) << i;
+        }
+    }
+}
+
 TEST_F(LogCommand, ClosesConsumersOfTheLibraryThatItReplacesForGood)
 {
     setenv("OWNED_LOGURI", "file://owned.log", 1);

@@ -417,34 +417,6 @@ TEST_F(Daemon, IsTheSameAfterThousandsOfBadClients)
     GetCapturedStderr();
 }
 
-// Clients that do not go away by themselves.
-TEST_F(Daemon, AnswersWithinASecondWhileAThousandClientsHoldTheirConnections)
-{
-    AllowDescriptors(4000);
-    CaptureStderr();
-    const int threads = CountThreads() + 2, descriptors = CountDescriptors() + 2;
-    Start();
-    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
-    long before = 0;
-    for (const std::string& request : {""s, "\1\2garbage:\xff\xfe"s, std::string(100000, 'x')}) {
-        std::vector<std::unique_ptr<tcClient>> clients;
-        for (int i = 0; i < 1000; ++i) {
-            clients.push_back(std::make_unique<tcClient>(mnPort));
-            clients.back()->Send(request);
-        }
-        const auto start = tcClock::now();
-        EXPECT_THAT(Ask("LIST"), StartsWith("Available"));
-        EXPECT_LT(ElapsedMs(start), 1000) << request.size();
-        EXPECT_LE(CountThreads(), threads + 64);
-        clients.clear();
-        EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
-        EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
-        if (before == 0) before = ResidentKiB();
-    }
-    EXPECT_LT(ResidentKiB() - before, 50000);
-    GetCapturedStderr();
-}
-
 TEST_F(Daemon, SurvivesHandlersThatThrow)
 {
     class tcThrowing : public tcDbgdWB

@@ -18,7 +18,7 @@ public:
     {
         sockaddr_in own = Loopback(0);
         socklen_t size = sizeof own;
-        ::bind(mhSocket, reinterpret_cast<const sockaddr*>(&own), size);
+        (void)::bind(mhSocket, reinterpret_cast<const sockaddr*>(&own), size);
         ::getsockname(mhSocket, reinterpret_cast<sockaddr*>(&own), &size);
         mnPort = ntohs(own.sin_port);
     }
@@ -129,7 +129,7 @@ public:
         own.sin_family = AF_INET;
         own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof own;
-        ::bind(mhSocket, reinterpret_cast<const sockaddr*>(&own), size);
+        (void)::bind(mhSocket, reinterpret_cast<const sockaddr*>(&own), size);
         ::getsockname(mhSocket, reinterpret_cast<sockaddr*>(&own), &size);
         ::listen(mhSocket, 10);
         msTarget = "127.0.0.1:" + std::to_string(ntohs(own.sin_port));

@@ -150,8 +150,9 @@ void tcItems::List()
     }
     for (const tsItem& item : items) {
         const std::string name = Printable(item.name), value = Printable(item.value);
-        PrintLine(name + std::string(names - name.size() + 2 + values - value.size(), ' ') + value +
-                  "  " + Printable(item.description));
+        std::string line = name;
+        line.append(names - name.size() + 2 + values - value.size(), ' ');
+        PrintLine(line.append(value).append("  ").append(Printable(item.description)));
     }
 }
 

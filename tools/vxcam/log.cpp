@@ -195,9 +195,9 @@ void tcLogVerb::List()
     for (const tsLogger& logger : loggers) {
         const std::string name = Printable(logger.name);
         const std::string level = std::to_string(logger.level);
-        PrintLine(name + std::string(width - name.size(), ' ') +
-                  std::string(5 - std::min<size_t>(level.size(), 4), ' ') + level + "  " +
-                  Printable(logger.consumer));
+        std::string line = name;
+        line.append(width - name.size() + 5 - std::min<size_t>(level.size(), 4), ' ');
+        PrintLine(line.append(level).append("  ").append(Printable(logger.consumer)));
     }
 }
 

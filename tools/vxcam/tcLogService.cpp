@@ -83,7 +83,7 @@ tsLogger tcLogService::Set(const std::string& name, int level, const std::string
         Ask("SET " + name + " " + std::to_string(level) + (where.empty() ? "" : " " + where));
     if (reply == "ERROR") NoLogger(name);
     if (!reply.empty()) BadReply("SET", reply);
-    const tsLogger logger = Get(name);
+    tsLogger logger = Get(name);
     if (logger.level == level) return logger;
     throw tcFailure(eExitCamera, name + " stays at level " + std::to_string(logger.level));
 }

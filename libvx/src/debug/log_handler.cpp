@@ -6,6 +6,7 @@
 #include "tcLog.h"
 #include "tcLogConsumer.h"
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -66,17 +67,27 @@ std::string LinePerLogger(tLine line)
     return text;
 }
 
+std::array<tcLogConsumer**, 3> FieldsOf(tcLogInfo& info)
+{
+    return {&info.uriConsumer, &info.createdConsumer, &info.savedConsumer};
+}
+
 // Puts a consumer into a field of a record. What stood there is closed when the library owns it and
 // nobody else uses it.
 void Put(tcLogConsumer*& field, tcLogConsumer* consumer)
 {
-    if (field == consumer) return;
-    tcLog::HoldConsumer(consumer);
-    tcLogConsumer* before = field;
-    field = consumer;
+    tcLogConsumer* before = vx::Keep(&field, consumer);
     if (!before) return;
-    vx::RetireOwned(before);
+    if (before != consumer) vx::RetireOwned(before);
     tcLog::ReleaseConsumer(before);
+}
+
+tcHeldConsumer Kept(tcLogConsumer*& field)
+{
+    tcLogConsumer* consumer = vx::HoldKept(&field);
+    tcHeldConsumer kept(consumer);
+    tcLog::ReleaseConsumer(consumer);
+    return kept;
 }
 
 // False when there is no such logger.
@@ -125,6 +136,8 @@ tcDbgdWB_log::~tcDbgdWB_log()
         Put(entry.second->uriConsumer, nullptr);
         Put(entry.second->createdConsumer, nullptr);
         Put(entry.second->savedConsumer, nullptr);
+        for (tcLogConsumer** field : FieldsOf(*entry.second))
+            vx::RemovePointer(field);
         delete entry.second;
     }
 }
@@ -245,8 +258,8 @@ void tcDbgdWB_log::Dump(HSocket* client, char* command)
     tcHeldConsumer consumer;
     {
         const std::lock_guard<std::recursive_mutex> guard(mhLock);
-        const tcLogInfo* info = FindLogInfoPtr(name.c_str());
-        if (info) consumer = tcHeldConsumer(info->createdConsumer);
+        tcLogInfo* info = FindLogInfoPtr(name.c_str());
+        if (info) consumer = Kept(info->createdConsumer);
     }
     if (!consumer) return vx::Reply(client, "ERROR");
     tcTextBuffer buffer;
@@ -268,6 +281,8 @@ tcLogInfo* tcDbgdWB_log::RecordFor(const std::string& name, tcLog* log)
     if (!record) {
         record = new tcLogInfo;
         record->log = log;
+        for (tcLogConsumer** field : FieldsOf(*record))
+            vx::AddPointer(field);
     }
     return record;
 }
@@ -311,9 +326,11 @@ void tcDbgdWB_log::Restore(const std::string& name)
     tcLogInfo* info = FindLogInfoPtr(name.c_str());
     tcLog* log = tcLog::FindLogPtr(name.c_str());
     if (!info || !log || info->log != log || !info->createdConsumer) return;
-    log->SetConsumer(info->savedConsumer);
+    const tcHeldConsumer saved = Kept(info->savedConsumer);
+    log->SetConsumer(saved.get());
     if (info->uriConsumer == info->createdConsumer) Put(info->uriConsumer, nullptr);
     Put(info->createdConsumer, nullptr);
-    tcLog::ReleaseConsumer(info->savedConsumer);
-    info->savedConsumer = nullptr;
+    tcLogConsumer* still = vx::Keep(&info->savedConsumer, nullptr);
+    if (still != saved.get()) log->SetConsumer(nullptr); // its owner has destroyed it just now
+    tcLog::ReleaseConsumer(still);
 }

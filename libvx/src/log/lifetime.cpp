@@ -6,6 +6,7 @@
 #include <mutex>
 #include <set>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -36,6 +37,7 @@ struct tsLifetime {
     std::unordered_map<tcLogConsumer*, int> mmHeld;
     std::set<tcLogConsumer*> mmOwned;
     std::vector<tcLogConsumer*> maRetired;
+    std::set<tcLogConsumer**> maPointers;
 };
 
 // Never destroyed: threads may log until the very end of the process.
@@ -80,6 +82,12 @@ bool IsReferredTo(const tsLifetime& life, tcLogConsumer* consumer)
     return std::any_of(life.mmLoggers.begin(), life.mmLoggers.end(), [consumer](const auto& entry) {
         return entry.second->load(std::memory_order_seq_cst) == consumer;
     });
+}
+
+void EndHold(tsLifetime& life, tcLogConsumer* consumer)
+{
+    const auto found = life.mmHeld.find(consumer);
+    if (found != life.mmHeld.end() && --found->second == 0) life.mmHeld.erase(found);
 }
 
 bool IsDeliveredTo(tcLogConsumer* consumer)
@@ -219,6 +227,32 @@ void vx::Reclaim()
         delete consumer;
 }
 
+void vx::AddPointer(tcLogConsumer** pointer)
+{
+    const std::lock_guard<std::mutex> guard(ghLifetime);
+    Lifetime().maPointers.insert(pointer);
+}
+
+void vx::RemovePointer(tcLogConsumer** pointer)
+{
+    const std::lock_guard<std::mutex> guard(ghLifetime);
+    Lifetime().maPointers.erase(pointer);
+}
+
+tcLogConsumer* vx::Keep(tcLogConsumer** pointer, tcLogConsumer* consumer)
+{
+    const std::lock_guard<std::mutex> guard(ghLifetime);
+    if (consumer) ++Lifetime().mmHeld[consumer];
+    return std::exchange(*pointer, consumer);
+}
+
+tcLogConsumer* vx::HoldKept(tcLogConsumer** pointer)
+{
+    const std::lock_guard<std::mutex> guard(ghLifetime);
+    if (*pointer) ++Lifetime().mmHeld[*pointer];
+    return *pointer;
+}
+
 void vx::Forget(tcLogConsumer* consumer)
 {
     const std::lock_guard<std::mutex> guard(ghLifetime);
@@ -226,6 +260,11 @@ void vx::Forget(tcLogConsumer* consumer)
     life.mmOwned.erase(consumer);
     life.maRetired.erase(std::remove(life.maRetired.begin(), life.maRetired.end(), consumer),
                          life.maRetired.end());
+    for (tcLogConsumer** pointer : life.maPointers) {
+        if (*pointer != consumer) continue;
+        *pointer = nullptr;
+        EndHold(life, consumer);
+    }
 }
 
 void tcLog::AdoptConsumer(tcLogConsumer* consumer)
@@ -256,10 +295,7 @@ void tcLog::ReleaseConsumer(tcLogConsumer* consumer)
 {
     {
         const std::lock_guard<std::mutex> guard(ghLifetime);
-        auto& held = Lifetime().mmHeld;
-        const auto found = held.find(consumer);
-        if (found == held.end()) return;
-        if (--found->second == 0) held.erase(found);
+        EndHold(Lifetime(), consumer);
     }
     UseEnded();
 }

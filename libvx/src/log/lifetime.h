@@ -50,7 +50,19 @@ void RetireOwned(tcLogConsumer* consumer);
 // Deletes the retired consumers that can be deleted by now.
 void Reclaim();
 
-// Drops what is known about a consumer that is being destroyed.
+// A pointer that keeps its consumer in use, in whatever it is a member of. It becomes null when the
+// consumer is destroyed all the same, by an owner who does not know of it. Its other changes are
+// those of Keep.
+void AddPointer(tcLogConsumer** pointer);
+void RemovePointer(tcLogConsumer** pointer);
+
+// Changes such a pointer. Returns what it held, still in use, for the caller to release.
+tcLogConsumer* Keep(tcLogConsumer** pointer, tcLogConsumer* consumer);
+
+// What such a pointer holds, in use once more, for the caller to release.
+tcLogConsumer* HoldKept(tcLogConsumer** pointer);
+
+// Drops what is known about a consumer that is being destroyed; pointers to it become null.
 void Forget(tcLogConsumer* consumer);
 
 } // namespace vx
