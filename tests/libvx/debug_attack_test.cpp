@@ -9,6 +9,14 @@ using std::string_literals::operator""s;
 
 constexpr int nClients = 1000;
 
+// A second, on a machine that has nothing else to do.
+int LimitMs()
+{
+    double load = 0;
+    getloadavg(&load, 1);
+    return static_cast<int>(1000 * std::max(1.0, load / std::thread::hardware_concurrency()));
+}
+
 // Connects the clients, each sends the request and keeps its connection; asks for `expected` beside
 // them.
 void Attack(unsigned short port, const std::string& request, const std::string& expected)
@@ -21,7 +29,7 @@ void Attack(unsigned short port, const std::string& request, const std::string& 
     }
     const auto start = tcClock::now();
     EXPECT_EQ(expected, Ask(port, "LIST"));
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_LT(ElapsedMs(start), LimitMs());
     std::printf("answered after %d ms\n", ElapsedMs(start));
 }
 
