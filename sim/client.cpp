@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr size_t gnMostWaiting = 1024 * 1024;    // bytes of answers not taken before reading pauses
+constexpr size_t gnMostWaiting = 1024 * 1024; // bytes of answers not taken before reading pauses
+constexpr double gnTuningStep = 0.2; // seconds until a changed time between heartbeats is noticed
 constexpr size_t gnMostWaitingAlive = 64 * 1024; // ... before heartbeats and no-ops are left out
 constexpr size_t gnMostLeftover = 64 * 1024 * 1024;
 constexpr int gnIdleSeconds = 10, gnProbeSeconds = 5, gnProbes = 3;
@@ -41,6 +42,24 @@ std::chrono::steady_clock::duration tsSimContext::WallTime(double cameraSeconds)
         std::chrono::duration<double>(std::clamp(cameraSeconds / options.timeScale, 0.0, longest)));
 }
 
+tsSimTunables tsSimContext::Tunables() const
+{
+    if (options.tunables) return options.tunables();
+    tsSimTunables fixed;
+    fixed.ambient = options.ambient;
+    fixed.heartbeatSeconds = options.heartbeatSeconds;
+    fixed.lineRate = options.lineRate;
+    return fixed;
+}
+
+bool operator==(const tsSimTunables& first, const tsSimTunables& second)
+{
+    return first.ambient == second.ambient && first.heartbeatSeconds == second.heartbeatSeconds &&
+           first.hotPixels == second.hotPixels && first.lineRate == second.lineRate &&
+           first.readNoise == second.readNoise && first.sky == second.sky &&
+           first.stars == second.stars;
+}
+
 tcSimClient::tcSimClient(asio::ip::tcp::socket socket, tsSimContext& context, std::string name,
                          std::function<void()> left)
     : mtSocket(std::move(socket)), mtContext(context), msName(std::move(name)),
@@ -52,7 +71,8 @@ tcSimClient::tcSimClient(asio::ip::tcp::socket socket, tsSimContext& context, st
                  ? std::make_unique<tcSimBadLine>(mtSocket, *context.faults, context.ledger)
                  : nullptr),
       mtOutput(mtSocket, context.ledger, context.options.lineRate, mpLine.get()),
-      mtHeartBeat(context.io), mtNoOp(context.io), mtShutter(context.io), mtDeaf(context.io)
+      mtHeartBeatBefore(std::chrono::steady_clock::now()), mtHeartBeat(context.io),
+      mtNoOp(context.io), mtShutter(context.io), mtDeaf(context.io)
 {}
 
 void tcSimClient::Begin()
@@ -282,21 +302,34 @@ void tcSimClient::NoOpLater()
     });
 }
 
+// A time between heartbeats that may change is looked at more often.
 void tcSimClient::HeartBeatLater()
 {
-    const double period = mtContext.options.heartbeatSeconds;
-    if (period <= 0 || mbEnded) return;
-    mtHeartBeat.expires_after(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-        std::chrono::duration<double>(period)));
+    using tpSeconds = std::chrono::duration<double>;
+    using tpWait = std::chrono::steady_clock::duration;
+    const double period = mtContext.Tunables().heartbeatSeconds;
+    const bool isFixed = !mtContext.options.tunables;
+    if (mbEnded || (isFixed && period <= 0)) return;
+    const auto now = std::chrono::steady_clock::now();
+    const tpSeconds left = mtHeartBeatBefore + tpSeconds(period) - now;
+    if (period > 0 && left.count() <= 0) HeartBeatNow();
+    const double wait = period > 0 && left.count() > 0 ? left.count() : period;
+    const tpSeconds step(isFixed || (wait > 0 && wait < gnTuningStep) ? wait : gnTuningStep);
+    mtHeartBeat.expires_after(std::chrono::ceil<tpWait>(step));
     mtHeartBeat.async_wait([this, keep = shared_from_this()](const std::error_code& error) {
-        if (error || mbEnded) return;
-        Camera().SetTime(mtContext.cameraTime());
-        if (HeartBeats() && mtOutput.Waiting() < gnMostWaitingAlive) {
-            const tsHeartBeatData heartbeat = Camera().HeartBeat();
-            mtContext.ledger.Count(&tsSimStatistics::heartbeats);
-            Answer(ansHeartBeat, &heartbeat, sizeof heartbeat);
-        }
-        Shoot();
-        HeartBeatLater();
+        if (!error && !mbEnded) HeartBeatLater();
     });
+}
+
+void tcSimClient::HeartBeatNow()
+{
+    mtHeartBeatBefore = std::chrono::steady_clock::now();
+    Camera().SetTime(mtContext.cameraTime());
+    Camera().Tune(mtContext.Tunables());
+    if (HeartBeats() && mtOutput.Waiting() < gnMostWaitingAlive) {
+        const tsHeartBeatData heartbeat = Camera().HeartBeat();
+        mtContext.ledger.Count(&tsSimStatistics::heartbeats);
+        Answer(ansHeartBeat, &heartbeat, sizeof heartbeat);
+    }
+    Shoot();
 }

@@ -158,6 +158,10 @@ tsSimJob tcSimCamera::JobOf(const tsSimPlan& plan, uint32_t frame) const
     job.frame = frame;
     if (mtReadout.ExposureKnown()) job.conditions.exposure = mtReadout.Exposure();
     job.conditions.temperature = std::round(Temperature() * 10.0) / 10.0;
+    job.conditions.hotPixels = job.conditions.hotPixels && mtTunables.hotPixels;
+    job.conditions.readNoise = mtTunables.readNoise;
+    job.conditions.sky = mtTunables.sky;
+    job.conditions.stars = mtTunables.stars;
     job.conditions.noiseKey = MixBits(MixBits(mtIdentity.seed, mnReadouts), frame);
     return job;
 }

@@ -76,7 +76,8 @@ void tcSimSensor::AddNebula(uint64_t seed)
 void tcSimSensor::AddStars(uint64_t seed)
 {
     tcSimRandom random(seed);
-    const auto stars = static_cast<uint32_t>(gnStarsPerPixel * mnRows * mnColumns) + gnBrightStars;
+    const auto usual = static_cast<uint32_t>(gnStarsPerPixel * mnRows * mnColumns) + gnBrightStars;
+    const uint32_t stars = mnStars < 0 ? usual : static_cast<uint32_t>(mnStars);
     for (uint32_t i = 0; i < stars; ++i) {
         double row = random.Uniform() * mnRows, column = random.Uniform() * mnColumns;
         double chance = std::max(random.Uniform(), 1e-9);

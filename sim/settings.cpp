@@ -26,7 +26,14 @@ tsSimRefusal Above(uint32_t value, uint32_t highest, const char* what)
 tcSimCamera::tcSimCamera(const tsSimIdentity& identity)
     : mtIdentity(identity), mtCooler(identity.ambient)
 {
+    mtTunables.ambient = identity.ambient;
     Identify();
+}
+
+void tcSimCamera::Tune(const tsSimTunables& tunables)
+{
+    mtTunables = tunables;
+    mtCooler.SetAmbient(tunables.ambient, mnNow);
 }
 
 void tcSimCamera::SetTime(double now)
@@ -52,7 +59,7 @@ void tcSimCamera::Reset()
     mtSettings = tsSimSettings();
     mtCooler.SetCooling(false, mnNow);
     mtCooler.SetFan(true, mnNow);
-    mtCooler.SetTarget(mtIdentity.ambient, mnNow);
+    mtCooler.SetTarget(mtCooler.Ambient(), mnNow);
     Identify();
 }
 
@@ -276,5 +283,6 @@ tsSimRefusal tcSimCamera::SetNetworkConfig(const tsNetworkConfigMsg& message)
 tsNoiseMsg tcSimCamera::GetReadoutNoise() const
 {
     const double gain = 1.0 + mtSettings.gain;
-    return {static_cast<float>(gnSimReadNoise), static_cast<float>(gnSimReadNoise * gain)};
+    const double noise = mtTunables.readNoise;
+    return {static_cast<float>(noise), static_cast<float>(noise * gain)};
 }

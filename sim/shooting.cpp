@@ -66,8 +66,11 @@ void tcSimClient::Shoot()
         WantPicture(readout.Frame());
     }
     if (readout.Phase() == teSimPhase::eExposed && mpPicture && mnPictureFrame == readout.Frame()) {
-        SendPicture();
-        return;
+        if (mtWanted == mtContext.Tunables()) return SendPicture();
+        mnWanted = 0; // it was made before something changed
+        mpPicture.reset();
+        WantPicture(readout.Frame());
+        return Shoot();
     }
     const std::optional<double> due = readout.Due();
     if (!due) return;
@@ -83,6 +86,8 @@ void tcSimClient::WantPicture(uint32_t frame)
 {
     if (mnWanted == frame) return;
     mnWanted = frame;
+    mtWanted = mtContext.Tunables();
+    Camera().Tune(mtWanted);
     tsSimJob job = Camera().JobOf(mtPlan, frame);
     if (mtContext.options.reuseFrame && mpReused && SamePicture(job, mtReusedJob)) {
         mpPicture = mpReused;
@@ -133,6 +138,7 @@ void tcSimClient::SendPicture()
     if (!readout.LastFrame() && mtPlan.timing.trigger != eExtTrigExposure) {
         WantPicture(readout.Frame() + 1);
     }
+    mtOutput.SetPacketRate(mtContext.Tunables().lineRate);
     mtOutput.StartPicture(
         {std::move(picture), facts.lastFrame, facts.readout, facts.frame, leaving, done});
 }

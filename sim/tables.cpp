@@ -206,7 +206,7 @@ std::optional<std::vector<uint8_t>> tcSimCamera::ParameterValue(uint32_t id) con
         [](const tcSimCamera& camera) { return TextBytes(camera.mtIdentity.name); },
         [](const tcSimCamera& camera) { return BytesOf(static_cast<float>(camera.Temperature())); },
         [](const tcSimCamera& camera) {
-            return BytesOf(static_cast<float>(camera.mtIdentity.ambient));
+            return BytesOf(static_cast<float>(camera.mtCooler.Ambient()));
         },
         [](const tcSimCamera& camera) { return BytesOf(camera.mnReadouts); }};
     if (id < std::size(readers) && readers[id]) return readers[id](*this);

@@ -119,6 +119,9 @@ public:
     void SetTime(double now);
     double Time() const { return mnNow; }
 
+    // What comes next is as the values say. The ambient temperature becomes that of this moment.
+    void Tune(const tsSimTunables& tunables);
+
     // Settings as at power-up; the sensor keeps its temperature, a readout ends.
     void Reset();
 
@@ -227,6 +230,7 @@ private:
     TVXCameraHardware mtHardware{};
     tcSimCooler mtCooler;
     tcSimReadout mtReadout;
+    tsSimTunables mtTunables;
     double mnNow = 0;
     uint32_t mnReadouts = 0;
 };

@@ -40,6 +40,7 @@ struct tsSimContext {
     tcSimFaults* faults;                               // null: nothing goes wrong
     std::function<void(const tsSimFault& how)> reboot; // ends the client, too
     std::chrono::steady_clock::duration WallTime(double cameraSeconds) const;
+    tsSimTunables Tunables() const;
 };
 
 struct tsSimRequest {
@@ -84,6 +85,7 @@ private:
     void ProtocolError(teSimProtocolError error, const std::string& text);
     void Trace(const std::string& text);
     void HeartBeatLater();
+    void HeartBeatNow();
     void NoOpLater();
     void Leave();
 
@@ -110,6 +112,7 @@ private:
     tcSimOutput mtOutput;
     std::array<uint8_t, 65536> maInput;
     bool mbEnded = false, mbReading = false, mbDeaf = false;
+    std::chrono::steady_clock::time_point mtHeartBeatBefore;
     asio::steady_timer mtHeartBeat, mtNoOp, mtShutter, mtDeaf;
     std::chrono::steady_clock::time_point mtHeartBeatsAgain;
     uint32_t mnNoOps = 0;
@@ -117,7 +120,8 @@ private:
 
     tsSimPlan mtPlan;
     uint64_t mnShot = 0;   // counts readouts, so that a picture that comes late is known
-    uint32_t mnWanted = 0; // the frame whose picture was asked for last
+    uint32_t mnWanted = 0; // the frame whose picture was asked for last, with what
+    tsSimTunables mtWanted;
     uint32_t mnPictureFrame = 0;
     std::shared_ptr<tcSimPicture> mpPicture; // of frame mnPictureFrame
     tsSimJob mtReusedJob;

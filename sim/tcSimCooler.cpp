@@ -33,6 +33,13 @@ void tcSimCooler::StartFrom(double now)
     mnStartTime = now;
 }
 
+void tcSimCooler::SetAmbient(double celsius, double now)
+{
+    if (celsius == mnAmbient) return;
+    StartFrom(now);
+    mnAmbient = celsius;
+}
+
 void tcSimCooler::SetCooling(bool on, double now)
 {
     StartFrom(now);

@@ -13,6 +13,7 @@ class tcSimCooler
 public:
     explicit tcSimCooler(double ambient);
 
+    void SetAmbient(double celsius, double now);
     void SetCooling(bool on, double now);
     void SetFan(bool on, double now);
     // From now on it does not cool, whatever is asked for and told.
@@ -20,6 +21,7 @@ public:
     // A target that cannot be reached is approached as far as it goes.
     void SetTarget(double celsius, double now);
 
+    double Ambient() const { return mnAmbient; }
     bool Cooling() const { return mbCooling; }
     double Target() const { return mnTarget; }
 

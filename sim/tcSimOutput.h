@@ -50,6 +50,8 @@ public:
     // Bytes of the messages, each counted once, that wait to be sent.
     size_t Waiting() const { return mnWaiting; }
 
+    // For the pictures to come.
+    void SetPacketRate(double packetRate) { mnPacketRate = packetRate; }
     void StartPicture(tsSimDelivery delivery);
     void StopPicture(); // at the next packet boundary
 
@@ -74,7 +76,7 @@ private:
     tcSimBadLine* const mpLine;
     const size_t mnMessagesAtOnce, mnPixelsAtOnce; // bytes
     asio::steady_timer mtPacer;
-    const double mnPacketRate;
+    double mnPacketRate;
     std::weak_ptr<void> mpOwner;
     std::function<void()> mpDrained, mpFailed;
     std::deque<tsQueued> maQueue;

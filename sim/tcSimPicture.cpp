@@ -55,6 +55,7 @@ bool SamePicture(const tsSimJob& first, const tsSimJob& second)
                       second.regions.end(), sameRegion) &&
            a.exposure == b.exposure && a.gain == b.gain && a.offset == b.offset &&
            a.shutterOpen == b.shutterOpen && a.hotPixels == b.hotPixels &&
+           a.readNoise == b.readNoise && a.sky == b.sky && a.stars == b.stars &&
            a.mirrorHorizontal == b.mirrorHorizontal && a.mirrorVertical == b.mirrorVertical &&
            a.pattern == b.pattern && a.patternValues == b.patternValues;
 }

@@ -27,10 +27,12 @@ uint16_t PatternPixel(const tsSimConditions& conditions, uint32_t row, uint32_t 
 }
 
 // Charge to counts: shot and read noise, gain, offset, and the end of the scale.
-void Digitise(const float* charge, const float* noise, uint32_t count, float gain, float offset,
-              uint16_t* pixels)
+void Digitise(const float* charge, const float* noise, uint32_t count,
+              const tsSimConditions& conditions, uint16_t* pixels)
 {
-    constexpr float readVariance = static_cast<float>(gnSimReadNoise * gnSimReadNoise);
+    const auto readVariance = static_cast<float>(conditions.readNoise * conditions.readNoise);
+    const auto gain = static_cast<float>(conditions.gain);
+    const float offset = conditions.offset;
     for (uint32_t i = 0; i < count; ++i) {
         float value = charge[i] + noise[i] * std::sqrt(charge[i] + readVariance);
         float counts = offset + gain * value + 0.5f;
@@ -48,8 +50,8 @@ double SimDarkCurrent(double celsius)
            std::exp2((celsius - gnSimDarkCurrentTemperature) / gnSimDarkCurrentDoubling);
 }
 
-tcSimSensor::tcSimSensor(uint32_t rows, uint32_t columns, uint64_t seed)
-    : mnRows(rows), mnColumns(columns),
+tcSimSensor::tcSimSensor(uint32_t rows, uint32_t columns, uint64_t seed, int32_t stars)
+    : mnRows(rows), mnColumns(columns), mnStars(stars),
       maScene(size_t{rows} * columns, static_cast<float>(gnSimSky)), maNoise(gnNoiseValues)
 {
     tcSimRandom random(MixBits(seed, 1));
@@ -101,7 +103,7 @@ void tcSimSensor::Expose(const tsSimConditions& conditions, uint32_t row, uint32
     const float dark =
         static_cast<float>(SimDarkCurrent(conditions.temperature) * conditions.exposure);
     const float light = conditions.shutterOpen ? static_cast<float>(conditions.exposure) : 0.0f;
-    const float gain = static_cast<float>(conditions.gain);
+    const float moreSky = static_cast<float>(conditions.sky - gnSimSky);
     const float* scene = &maScene[size_t{row} * mnColumns];
     const uint32_t start = static_cast<uint32_t>(MixBits(conditions.noiseKey, row) %
                                                  (gnNoiseValues - gnSimLargestSide));
@@ -113,11 +115,11 @@ void tcSimSensor::Expose(const tsSimConditions& conditions, uint32_t row, uint32
         const uint32_t size = std::min(gnBlock, count - done);
         const uint32_t column = firstColumn + done;
         for (uint32_t i = 0; i < size; ++i) {
-            charge[i] = scene[column + i] * light + dark;
+            charge[i] = (scene[column + i] + moreSky) * light + dark;
         }
         for (; conditions.hotPixels && hot != hotEnd && hot->column < column + size; ++hot) {
             if (hot->column >= column) charge[hot->column - column] += dark * hot->factor;
         }
-        Digitise(charge, &maNoise[start + column], size, gain, conditions.offset, pixels + done);
+        Digitise(charge, &maNoise[start + column], size, conditions, pixels + done);
     }
 }

@@ -13,8 +13,10 @@ inline constexpr double gnSimDarkCurrent = 20.0;            // electrons a pixel
 inline constexpr double gnSimDarkCurrentTemperature = 20.0; // ... at this temperature in Celsius
 inline constexpr double gnSimDarkCurrentDoubling = 6.0;     // degrees that double it
 inline constexpr double gnSimSky = 50.0;                    // electrons a pixel and second
-inline constexpr uint16_t gnSimOffset = 1000;               // counts of a pixel without charge
-inline constexpr uint32_t gnSimPatterns = 6;                // the highest test pattern mode
+inline constexpr int32_t gnSimUsualStars = -1;              // as many as belong to the size
+inline constexpr int32_t gnSimMostStars = 1000000;
+inline constexpr uint16_t gnSimOffset = 1000; // counts of a pixel without charge
+inline constexpr uint32_t gnSimPatterns = 6;  // the highest test pattern mode
 inline constexpr uint32_t gnSimPatternValues = 31;
 
 // Electrons a pixel gathers in the dark, per second.
@@ -28,6 +30,9 @@ struct tsSimConditions {
     uint16_t offset = gnSimOffset;
     bool shutterOpen = true;
     bool hotPixels = true;
+    double readNoise = gnSimReadNoise;
+    double sky = gnSimSky;
+    int32_t stars = gnSimUsualStars;
     bool mirrorHorizontal = false;
     bool mirrorVertical = false;
     uint32_t pattern = 0; // test pattern instead of the picture; 0: none
@@ -41,10 +46,11 @@ class tcSimSensor
 {
 public:
     // Sides of 1 to gnSimLargestSide. Takes in the order of 0.1 s for four million pixels.
-    tcSimSensor(uint32_t rows, uint32_t columns, uint64_t seed);
+    tcSimSensor(uint32_t rows, uint32_t columns, uint64_t seed, int32_t stars = gnSimUsualStars);
 
     uint32_t Rows() const { return mnRows; }
     uint32_t Columns() const { return mnColumns; }
+    int32_t Stars() const { return mnStars; } // as the constructor was told
 
     // `count` pixels of a row of the picture from a column on, in counts. Row and columns are those
     // of the picture, that is after mirroring, and inside the sensor.
@@ -65,6 +71,7 @@ private:
                 uint32_t count, uint16_t* pixels) const;
 
     uint32_t mnRows, mnColumns;
+    int32_t mnStars;
     std::vector<float> maScene;          // electrons a second, row by row
     std::vector<float> maNoise;          // normal deviates
     std::vector<tsHotPixel> maHotPixels; // by row, then by column

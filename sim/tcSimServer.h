@@ -67,6 +67,18 @@ struct tsSimEvent {
     tsSimFrame frame; // of eFrame
 };
 
+// What may change while the camera runs. The next picture, packet or heartbeat is as it says.
+struct tsSimTunables {
+    double ambient = 20.0;         // degrees Celsius
+    double heartbeatSeconds = 1.0; // between heartbeats; 0: none
+    bool hotPixels = true;         // as far as the camera's filter lets them through
+    double lineRate = 0;           // packets a second; 0: as the socket takes
+    double readNoise = 6.0;        // electrons, rms
+    double sky = 50.0;             // electrons a pixel and second
+    int32_t stars = -1;            // of the field; negative: as its size has them
+};
+bool operator==(const tsSimTunables& first, const tsSimTunables& second);
+
 struct tsSimOptions {
     uint16_t columns = 2048; // of the sensor; limits: docs/simulator.md
     uint16_t rows = 2048;
@@ -88,6 +100,9 @@ struct tsSimOptions {
     // Statistics and Frames, but not Stop.
     std::function<void(const tsSimEvent&)> events;
     bool trace = false; // also raise eTrace events
+    // Asked on the server's thread again and again; the values must be possible ones. May be empty:
+    // then nothing changes.
+    std::function<tsSimTunables()> tunables;
 };
 
 // A camera that listens on TCP.

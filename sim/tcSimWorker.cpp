@@ -67,6 +67,12 @@ void tcSimWorker::Run()
         mpDone = nullptr;
         mbCancelled = false;
         lock.unlock();
+        const int32_t stars = job.conditions.stars;
+        if (stars != sensor->Stars()) {
+            const uint32_t rows = sensor->Rows(), columns = sensor->Columns();
+            sensor.reset(); // before there is a second one
+            sensor = std::make_unique<tcSimSensor>(rows, columns, mnSeed, stars);
+        }
         std::shared_ptr<tcSimPicture> picture = tcSimPicture::Make(*sensor, job, mbCancelled);
         if (picture) done(std::move(picture));
         lock.lock();

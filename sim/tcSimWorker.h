@@ -14,7 +14,8 @@
 
 // Threads: one that asks; one of its own that works and calls back.
 // Locks: mtMutex guards the pending job and the size; not held while working or calling back.
-// Owns: the sensor (made on its thread, before the first picture) and its thread.
+// Owns: the sensor (made on its thread, before the first picture and when its size or number of
+// stars changes) and its thread.
 class tcSimWorker
 {
 public:

@@ -1,11 +1,18 @@
 // The simulated camera as a program.
+#include "tcDbgItem.h"
+#include "tcDbgd.h"
+#include "tcLog.h"
 #include "tcSimServer.h"
+#include "tunables.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -23,6 +30,7 @@ struct tsProgram {
     bool json = false, quiet = false, once = false;
     std::string scenario;
     std::vector<std::string> faults;
+    uint16_t itemPort = 0, debugPort = 0; // 0: no such service
 };
 
 // "2048x1024": columns, then rows.
@@ -72,6 +80,13 @@ void Describe(CLI::App& app, tsProgram& program)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     app.footer(ExplainSimFaults());
+    app.add_option(
+           "--item-port", program.itemPort,
+           "TCP port of the item server, which changes values while the camera runs; 0: none")
+        ->capture_default_str();
+    app.add_option("--debug-port", program.debugPort,
+                   "TCP port of the debug daemon, which tells of the logger vxcamsim; 0: none")
+        ->capture_default_str();
     app.add_flag("--once", program.once, "End when the first client has left");
     app.add_flag("--trace", camera.trace, "Also print what each client sends");
     CLI::Option* json = app.add_flag("--json", program.json, "Print events as JSON lines");
@@ -138,6 +153,44 @@ void GatherFaults(tsProgram& program)
     program.camera.faultSeed = scenario.seed;
 }
 
+// What happens, as records of a logger. It keeps errors for whoever looks into the process; on
+// standard error they have been already.
+void Log(const tsSimEvent& event)
+{
+    static tcLog& log = *[] {
+        const char* const quiet = "TCLOG_SUPPRESS_ERR_CONSOLE";
+        const bool wasQuiet = getenv(quiet) != nullptr;
+        setenv(quiet, "1", 1);
+        auto* made = new tcLog("vxcamsim", 1);
+        if (!wasQuiet) unsetenv(quiet);
+        return made;
+    }();
+    static constexpr int levels[] = {1, 1, 1, 1, 2, 3, 0, 2, 5}; // as NameOf
+    if (event.event == teSimEvent::eError)
+        log.logError("%s", event.text.c_str());
+    else
+        log.logDebug(levels[static_cast<size_t>(event.event)], "%s", event.text.c_str());
+}
+
+// The services listen where the camera does, unless the environment knows better.
+void StartServices(const tsProgram& program)
+{
+    const char* const bind = program.camera.bind.c_str();
+    if (program.debugPort != 0) {
+        setenv("DBGD_PORTNUM", std::to_string(program.debugPort).c_str(), 1);
+        setenv("DBGD_BIND", bind, 0);
+        unsetenv("DBGD_DISABLE");
+        tcDbgd::getItem()->StartServer();
+    }
+    if (program.itemPort != 0) {
+        setenv("DBGITEM_PORTNUM", std::to_string(program.itemPort).c_str(), 1);
+        setenv("DBGITEM_BIND", bind, 0);
+        // It tells of each request there, among what the camera prints.
+        std::cout.setstate(std::ios::failbit);
+        tcDbgItem::StartServer();
+    }
+}
+
 int Serve(tsProgram& program)
 {
     GatherFaults(program);
@@ -149,8 +202,16 @@ int Serve(tsProgram& program)
     tcSimServer* running = nullptr;
     program.camera.events = [&program, &running](const tsSimEvent& event) {
         Print(program, event, *running);
+        Log(event);
         if (program.once && event.event == teSimEvent::eDisconnected) kill(getpid(), SIGTERM);
     };
+    std::optional<tcTunables> tunables;
+    if (program.itemPort != 0) {
+        tunables.emplace(program.camera);
+        program.camera.tunables = [&tunables] { return tunables->Values(); };
+    }
+    Log({teSimEvent::eTrace, "starting", {}}); // the logger is there from the start
+    StartServices(program);
     tcSimServer server(program.camera);
     running = &server;
     server.Start();

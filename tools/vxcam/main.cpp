@@ -28,13 +28,13 @@ std::string FolderOfProgram()
 // that an installation can be moved.
 int main(int, char** argv)
 {
-    // A command that lives for seconds opens no port to the network, unless it is told which.
+    // These programs open no port to the network, unless they are told which.
     if (std::getenv("DBGD_PORTNUM") == nullptr) ::setenv("DBGD_DISABLE", "1", 0);
     const std::string folder = FolderOfProgram();
     for (const char* name : {VXCAM_PROPER, VXCAM_FOLDER "/" VXCAM_PROPER}) {
         const std::string path = folder + name;
         ::execv(path.c_str(), argv);
     }
-    std::fprintf(stderr, "vxcam: %s: %s\n", VXCAM_PROPER, std::strerror(errno));
+    std::fprintf(stderr, VXCAM_NAME ": %s: %s\n", VXCAM_PROPER, std::strerror(errno));
     return eExitFile;
 }
