@@ -110,6 +110,7 @@ void tcSimBadLine::Write(const uint8_t* message, tsSimUnit unit, std::function<v
 {
     unit.firstByte = mnBytes;
     unit.time = Seconds();
+    const uint64_t before = mnBytes;
     tsFate fate = FateOf({message, message + unit.bytes}, unit);
     Queue(std::move(fate.before));
     if (fate.late > 0 || fate.behind > 0) {
@@ -132,6 +133,7 @@ void tcSimBadLine::Write(const uint8_t* message, tsSimUnit unit, std::function<v
     if (unit.isPacket && fate.behind == 0) PacketPasses();
     maSteps.emplace_back();
     maSteps.back().done = std::move(done);
+    maSteps.back().silently = mnBytes == before;
     Run();
 }
 
@@ -203,6 +205,8 @@ void tcSimBadLine::Begin(tsStep step)
         Pause(step.pause);
     } else if (step.fault) {
         Perform(*step.fault);
+    } else if (step.done && !step.silently) {
+        step.done(); // before anything that the client says to what it has got now
     } else if (step.done) {
         asio::post(mtSocket.get_executor(),
                    [this, keep = mpOwner.lock(), done = std::move(step.done)] {

@@ -46,6 +46,7 @@ private:
         double pause = 0;                  // seconds
         const tsSimFault* fault = nullptr; // strikes
         std::function<void()> done;
+        bool silently = false; // done without a byte
     };
     // A message that others overtake.
     struct tsHeld {
