@@ -49,7 +49,8 @@ uint32_t tcFrameTrack::NotedWithin(uint32_t total) const
 
 // ---- Figures ------------------------------------------------------------------------------------
 
-// Figures are plain in the record that applications see, and changed and read as atomics.
+// Figures are plain in the record that applications see, and changed and read as atomics. Who reads
+// a figure that was stored behind a change's beginning, with release, finds that change afterwards.
 void tcLedger::Add(uint64_t& figure, uint64_t amount)
 {
     Set(figure, __atomic_load_n(&figure, __ATOMIC_RELAXED) + amount);
@@ -62,14 +63,13 @@ void tcLedger::Subtract(uint64_t& figure, uint64_t amount)
 
 void tcLedger::Set(uint64_t& figure, uint64_t value)
 {
-    __atomic_store_n(&figure, value, __ATOMIC_RELAXED);
+    __atomic_store_n(&figure, value, __ATOMIC_RELEASE);
 }
 
 tcLedger::tcChange::tcChange(tcLedger& ledger) : mLedger(ledger)
 {
     mLedger.mnChanges.store(mLedger.mnChanges.load(std::memory_order_relaxed) + 1,
                             std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
 }
 
 tcLedger::tcChange::~tcChange()
@@ -88,9 +88,8 @@ tsStatistics tcLedger::Read() const
     for (;;) {
         const uint32_t before = mnChanges.load(std::memory_order_acquire);
         for (size_t i = 0; i < count; ++i) {
-            to[i] = __atomic_load_n(from + i, __ATOMIC_RELAXED);
+            to[i] = __atomic_load_n(from + i, __ATOMIC_ACQUIRE);
         }
-        std::atomic_thread_fence(std::memory_order_acquire);
         const bool isOdd = before % 2 != 0;
         if (!isOdd && mnChanges.load(std::memory_order_relaxed) == before) return copy;
         std::this_thread::yield();
