@@ -220,6 +220,7 @@ void tcVXCamera::CacheHardware(const TVXCameraHardware& info)
     mtHardware = info;
     mnRows = info.Rows;
     mnColumns = info.Columns;
+    mbGeometryTold = true;
     mbGeometryKnown = info.Rows != unknown && info.Columns != unknown;
 }
 

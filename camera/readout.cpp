@@ -92,7 +92,7 @@ int tcVXCamera::StartReadout(int item, void* buffer, unsigned short* maximum, sh
     request.frameLimit = static_cast<uint32_t>(frames);
     (item == eItemImage16 ? mnExpectedPackets16 : mnExpectedPackets32) = -1;
     mnFrameIndex = 1;
-    request.limits = {mbGeometryKnown, mnRows, mnColumns, uint64_t{mnRows} * mnColumns};
+    request.limits = ToldLimits();
     mbOutsideReported = false;
     ++mnReadoutSerial;
     return eVXOk;
@@ -181,10 +181,25 @@ void tcVXCamera::ReleaseImageBuffer(tsRequestItem& item)
     item.result2 = nullptr;
 }
 
-// What may be stored in a buffer that packets of the item's width go to.
-tsImageLimits tcVXCamera::LimitsOf(const tsRequestItem& item, const void* buffer) const
+// What an application that went by the hardware information has room for. Where that leaves the
+// rows open (65535), the area that is read is all the room that it can be expected to have.
+tsImageLimits tcVXCamera::ToldLimits()
 {
-    tsImageLimits limits{mbGeometryKnown, mnRows, mnColumns, uint64_t{mnRows} * mnColumns};
+    constexpr uint32_t open = 65535;
+    tsImageLimits limits{mbGeometryTold, mnRows, mnColumns, 0};
+    if (limits.rows == open) {
+        std::lock_guard<std::mutex> lock(mAreaMutex);
+        const int64_t reach = int64_t{maArea[1]} + maArea[3];
+        if (maArea[3] > 0) limits.rows = static_cast<uint32_t>(std::clamp<int64_t>(reach, 0, open));
+    }
+    limits.pixels = uint64_t{limits.rows} * limits.columns;
+    return limits;
+}
+
+// What may be stored in a buffer that packets of the item's width go to.
+tsImageLimits tcVXCamera::LimitsOf(const tsRequestItem& item, const void* buffer)
+{
+    tsImageLimits limits = ToldLimits();
     if (buffer == item.result1 && item.limits.known) limits = item.limits;
     if (buffer == mpDefaultBuffer.get()) {
         limits.pixels = limits.known ? std::min(limits.pixels, mnDefaultPixels) : mnDefaultPixels;

@@ -423,7 +423,8 @@ private:
     void FinishFrame(tsRequestItem& item, bool completes, tsImageData image);
     uint32_t LoseFrames(int item);
     void ReleaseImageBuffer(tsRequestItem& item);
-    tsImageLimits LimitsOf(const tsRequestItem& item, const void* buffer) const;
+    tsImageLimits LimitsOf(const tsRequestItem& item, const void* buffer);
+    tsImageLimits ToldLimits();
 
     // settings.cpp, tables.cpp, linktest.cpp
     void LogEntered(const char* operation);
@@ -476,7 +477,8 @@ private:
     TVXCameraHardware mtHardware{};
     std::atomic<uint32_t> mnRows{2};
     std::atomic<uint32_t> mnColumns{1024};
-    std::atomic<bool> mbGeometryKnown{false};
+    std::atomic<bool> mbGeometryKnown{false}; // told, and neither is 65535
+    std::atomic<bool> mbGeometryTold{false};
 
     // Current area
     std::mutex mAreaMutex;

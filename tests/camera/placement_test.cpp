@@ -231,6 +231,42 @@ TEST_F(Placement, ReportsPixelsOutsideOnceAFrameAndCountsThem)
     EXPECT_EQ(mCamera.Errors().size(), 2U) << "the same frame";
 }
 
+TEST_F(Placement, StoresNothingBeyondWhatWasToldWhereOneSizeIsOpen)
+{
+    mCamera.TellGeometry(65535, 8);
+    tcImage tall(e16Bit, 65535 * 8);
+    Read(e16Bit, tall);
+    Feed(mCamera, {e16Bit, 1, 3, 65535, 0, 0, false});
+    Feed(mCamera, {e16Bit, 2, 3, 0, 8, 8, false});
+    EXPECT_EQ(tall.Touched(), 0U);
+    Feed(mCamera, {e16Bit, 3, 3, 65534, 7, 7, true});
+    EXPECT_EQ(tall.At(65535 * 8 - 1), 1U);
+
+    mCamera.TellGeometry(4, 65535);
+    tcImage wide(e16Bit, 4 * 65535);
+    Read(e16Bit, wide);
+    Feed(mCamera, {e16Bit, 1, 2, 4, 0, 0, false});
+    EXPECT_EQ(wide.Touched(), 0U);
+    Feed(mCamera, {e16Bit, 2, 2, 3, 65534, 65534, true});
+    EXPECT_EQ(wide.At(4 * 65535 - 1), 1U);
+    EXPECT_TRUE(tall.GuardsAreWhole() && wide.GuardsAreWhole());
+}
+
+TEST_F(Placement, StoresNothingBeyondTheAreaWhereTheRowsAreOpen)
+{
+    mCamera.TellGeometry(65535, 8);
+    mCamera.SetCCDArea(0, 2, 8, 3);
+    tcImage image(e16Bit, 5 * 8);
+    Read(e16Bit, image);
+    for (unsigned row : {5U, 6U, 65534U, 65535U}) {
+        Feed(mCamera, {e16Bit, 1, 9, row, 0, 7, false});
+    }
+    EXPECT_EQ(image.Touched(), 0U);
+    Feed(mCamera, {e16Bit, 9, 9, 4, 0, 7, true});
+    EXPECT_EQ(image.At(39), 8U);
+    EXPECT_TRUE(image.GuardsAreWhole());
+}
+
 TEST_F(Placement, KeepsToTheGeometryItStartedWith)
 {
     mCamera.TellGeometry(4, 8);
