@@ -102,6 +102,8 @@ TEST(Grab, SumsOfFileDocumentAndCameraAreEqual)
     EXPECT_LE(frame["min"], frame["mean"]);
     EXPECT_GE(frame["max"], frame["mean"]);
     EXPECT_EQ(frame["temperature_c"], 20.0);
+    EXPECT_EQ(frame["packets"], 200);
+    EXPECT_EQ(frame["packets_missing"], 0);
     EXPECT_EQ(document["exposure_s"], 0.02);
     EXPECT_EQ(document["files"], nlohmann::json::array({"frame.fits"}));
     EXPECT_EQ(frame["date_obs"], content.keys.at("DATE-OBS"));
@@ -311,6 +313,50 @@ TEST(Grab, TakesFramesFromACameraOnTheNetwork)
     EXPECT_EQ(run.Document()["target"], target);
     EXPECT_FALSE(run.Document().contains("sim_sum"));
     EXPECT_TRUE(WaitUntil([&] { return !camera.Statistics().connected; }));
+}
+
+TEST(Grab, FramesWithoutSomePacketsAreWrittenAndAreAFailure)
+{
+    tcFolder folder;
+    tsSimOptions options;
+    options.columns = 120;
+    options.rows = 90;
+    options.heartbeatSeconds = 0.05;
+    options.faults = {ParseSimFault("missing-packet:frame=2,packet=7"),
+                      ParseSimFault("missing-packet:frame=2,packet=60")};
+    tcSimServer camera(options);
+    const std::string target = "127.0.0.1:" + std::to_string(camera.Start());
+    tcRun run({"grab", target, "-e", "1ms", "--frames", "3"}, In(folder));
+    const std::string missing = "incomplete: 2 of 90 packets are missing";
+    EXPECT_EQ(run.Exit(), 4);
+    EXPECT_EQ(run.Errors(), "vxcam: frame-0002.fits: the frame is " + missing + "\n");
+    EXPECT_THAT(run.Output(), HasSubstr(missing));
+    EXPECT_THAT(folder.Names(),
+                ElementsAre("frame-0001.fits", "frame-0002.fits", "frame-0003.fits"));
+    EXPECT_EQ(ReadFits(folder.Path("frame-0002.fits")).rows, 90);
+}
+
+TEST(Grab, FramesWithoutSomePacketsMayBeAllowed)
+{
+    tcFolder folder;
+    for (bool allowed : {false, true}) {
+        tsSimOptions options;
+        options.columns = 120;
+        options.rows = 90;
+        options.heartbeatSeconds = 0.05;
+        options.faults = {ParseSimFault("missing-packet:packet=7")};
+        tcSimServer camera(options);
+        const std::string target = "127.0.0.1:" + std::to_string(camera.Start());
+        std::vector<std::string> arguments = {"grab", target, "-e", "1ms", "--force", "--json"};
+        if (allowed) arguments.emplace_back("--allow-incomplete");
+        tcRun run(arguments, In(folder));
+        EXPECT_EQ(run.Exit(), allowed ? 0 : 4) << run.Errors();
+        const nlohmann::json document = run.Document();
+        EXPECT_EQ(document["frames"][0]["packets"], 90);
+        EXPECT_EQ(document["frames"][0]["packets_missing"], 1);
+        EXPECT_EQ(document.contains("error"), !allowed);
+        ExpectVerified(folder.Path("frame.fits"));
+    }
 }
 
 TEST(Grab, CameraInUseIsNoCamera)

@@ -54,13 +54,15 @@ private:
     void ReadOut(tcProgress& progress);
     tsWriterOptions WriterOptions() const;
     void Describe(const std::vector<tsWrittenFrame>& written);
-    void Print(const std::vector<tsWrittenFrame>& written) const;
+    void PrintFrames(const std::vector<tsWrittenFrame>& written) const;
+    void RequireComplete(const std::vector<tsWrittenFrame>& written) const;
 
     tsCommonOptions mtCommon;
     std::string msExposure = "1s", msTimeout = "20s", msCoolTimeout = "10min";
     std::string msArea, msOutput = "frame.fits", msPreview, msInstrument;
     int mnFrames = 1;
     bool mbBinned = false, mbMaskBinned = false, mbWaitCool = false, mbForce = false;
+    bool mbAllowIncomplete = false;
     std::optional<double> mTarget; // degrees Celsius
 
     tsReadoutPlan mtPlan;
@@ -100,6 +102,8 @@ void tcGrab::Declare(CLI::App& app)
     app.add_option("--preview", msPreview, "PNG picture of each frame, named likewise")
         ->type_name("FILE");
     app.add_flag("--force", mbForce, "replace files that exist");
+    app.add_flag("--allow-incomplete", mbAllowIncomplete,
+                 "frames of which packets are missing are no failure");
     app.add_option("--instrument", msInstrument, "the camera's name in the file")
         ->type_name("NAME");
     app.add_option("--timeout", msTimeout, "silence beyond the exposure that ends the readout")
@@ -244,7 +248,9 @@ void tcGrab::ReadOut(tcProgress& progress)
     Describe(writer.Written());
     ThrowIfInterrupted();
     writer.ThrowFailure();
-    Print(writer.Written());
+    if (!mbJson) PrintFrames(writer.Written());
+    RequireComplete(writer.Written());
+    if (mbJson) PrintDocument(mDocument);
 }
 
 void tcGrab::Describe(const std::vector<tsWrittenFrame>& written)
@@ -277,15 +283,21 @@ void tcGrab::Describe(const std::vector<tsWrittenFrame>& written)
                              {"total", Seconds(now - mBegin)}};
 }
 
-void tcGrab::Print(const std::vector<tsWrittenFrame>& written) const
+void tcGrab::PrintFrames(const std::vector<tsWrittenFrame>& written) const
 {
-    if (mbJson) {
-        PrintDocument(mDocument);
-        return;
-    }
     if (mtCommon.quiet) return;
     for (const tsWrittenFrame& one : written) {
         PrintLine(FrameText(one, mtPlan.exposure));
+    }
+}
+
+void tcGrab::RequireComplete(const std::vector<tsWrittenFrame>& written) const
+{
+    if (mbAllowIncomplete) return;
+    for (const tsWrittenFrame& one : written) {
+        if (!IsIncomplete(one.frame)) continue;
+        throw tcFailure(eExitCamera,
+                        one.file + ": the frame is incomplete: " + MissingText(one.frame));
     }
 }
 

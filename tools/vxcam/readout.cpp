@@ -139,6 +139,10 @@ void tcReadout::TakeFrame(const tsImageData& image)
     frame.imageType = image.ImageType;
     frame.statistic = image.Statistic;
     frame.framesDelivered = image.FramesDelivered;
+    tsStatistics statistics{};
+    VXGetStatistics(mSession.Handle(), &statistics, sizeof statistics);
+    frame.packets = statistics.LastFramePackets;
+    frame.packetsMissing = statistics.LastFrameMissing;
     frame.start = mStart;
     frame.arrival = mStart = arrival;
     frame.temperature = mSession.Temperature();

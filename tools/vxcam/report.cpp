@@ -22,10 +22,23 @@ nlohmann::ordered_json FrameDocument(const tsWrittenFrame& written)
     document["min"] = written.figures.minimum;
     document["max"] = written.figures.maximum;
     document["camera_statistic"] = frame.statistic;
+    document["packets"] = frame.packets;
+    document["packets_missing"] = frame.packetsMissing;
     document["temperature_c"] = nullptr;
     if (frame.temperature) document["temperature_c"] = *frame.temperature;
     document["date_obs"] = UtcText(frame.start);
     return document;
+}
+
+bool IsIncomplete(const tsFrame& frame)
+{
+    return frame.packetsMissing > 0 || frame.packets == 0;
+}
+
+std::string MissingText(const tsFrame& frame)
+{
+    return std::to_string(frame.packetsMissing) + " of " + std::to_string(frame.packets) +
+           " packets are missing";
 }
 
 std::string FrameText(const tsWrittenFrame& written, std::chrono::milliseconds exposure)
@@ -48,6 +61,7 @@ std::string FrameText(const tsWrittenFrame& written, std::chrono::milliseconds e
                     ? " (the camera's own sum is the same)"
                     : " (the camera's own sum is " + std::to_string(*written.simulatorSum) + ")";
     }
+    if (IsIncomplete(frame)) text += "\n  incomplete: " + MissingText(frame);
     if (!written.preview.empty()) text += "\n  preview in " + written.preview;
     return text;
 }

@@ -11,7 +11,11 @@
 // What is known about a frame on disk.
 nlohmann::ordered_json FrameDocument(const tsWrittenFrame& written);
 
-// The same for people, in one or two lines without the last line's end.
+// Whether packets of a frame are missing, and how many.
+bool IsIncomplete(const tsFrame& frame);
+std::string MissingText(const tsFrame& frame);
+
+// The same for people, in some lines without the last line's end.
 std::string FrameText(const tsWrittenFrame& written, std::chrono::milliseconds exposure);
 
 // Throw tcFailure with eExitFile when standard output takes no more.

@@ -17,7 +17,8 @@ struct tsFrame {
     bool isGrid = true; // pixels stand for a grid of sensor pixels, not for bins of a mask
     int imageType = 0;  // the camera's code
     uint16_t statistic = 0;
-    uint32_t framesDelivered = 0; // since the camera was opened
+    uint64_t packets = 0, packetsMissing = 0; // that the frame has, and that did not come
+    uint32_t framesDelivered = 0;             // since the camera was opened
     std::chrono::system_clock::time_point start, arrival;
     std::optional<double> temperature; // of the sensor, degrees Celsius, at arrival
     std::vector<uint16_t> pixels16;
