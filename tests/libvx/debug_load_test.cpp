@@ -1,5 +1,7 @@
-// LOG commands while everybody logs. VX_LOAD_SECONDS lengthens the test.
+// LOG commands while everybody logs and a camera streams. VX_LOAD_SECONDS lengthens the test.
 #include "debug_support.h"
+#include "tcSimServer.h"
+#include "vxcamiface.h"
 
 #include <atomic>
 #include <fstream>
@@ -8,6 +10,55 @@ namespace {
 
 constexpr int nWriters = 8;
 constexpr int nClients = 4;
+
+// An open camera that streams as fast as its connection takes the frames, to the null buffer of
+// the test; its logger takes part in the commands.
+class tcStreamingCamera
+{
+public:
+    tcStreamingCamera() : mtSimulated(Options()), mnCamera(Open(mtSimulated.Start()))
+    {
+        EXPECT_GE(mnCamera, 0);
+        EXPECT_EQ(0, VXSetImageDataCallback(mnCamera, CountFrame));
+        EXPECT_EQ(0, VXSetExposure(mnCamera, 0));
+        EXPECT_EQ(0, VXSetCCDArea(mnCamera, 0, 0, gnSide, gnSide));
+    }
+    ~tcStreamingCamera() { EXPECT_EQ(0, VXCloseCamera(mnCamera)); }
+    tcStreamingCamera(const tcStreamingCamera&) = delete;
+    tcStreamingCamera& operator=(const tcStreamingCamera&) = delete;
+
+    // Readouts of 100 frames until it is over.
+    void Stream(const std::atomic<bool>& isOver)
+    {
+        std::vector<uint16_t> image(size_t{gnSide} * gnSide);
+        while (!isOver) {
+            EXPECT_EQ(0, VXReadCCDArea(mnCamera, image.data(), 100, 0));
+            EXPECT_EQ(0, VXWaitCompletion(mnCamera, 60000));
+            ++mnReadouts;
+        }
+    }
+    int Readouts() const { return mnReadouts; }
+    static int Frames() { return gnFrames; }
+
+private:
+    static constexpr int gnSide = 256;
+    static inline std::atomic<int> gnFrames{0};
+
+    static tsSimOptions Options()
+    {
+        tsSimOptions options;
+        options.columns = options.rows = gnSide;
+        options.reuseFrame = true;
+        options.heartbeatSeconds = 0.01;
+        return options;
+    }
+    static int Open(unsigned short port) { return VXOpenENetCamera("127.0.0.1", port); }
+    static void CountFrame(int, tsImageData*) { ++gnFrames; }
+
+    tcSimServer mtSimulated;
+    const int mnCamera;
+    std::atomic<int> mnReadouts{0};
+};
 
 } // namespace
 
@@ -25,7 +76,9 @@ TEST_F(Daemon, LosesNoLineWhileFourClientsRedirectAndDump)
     std::atomic<bool> isOver{false};
     std::atomic<int> requests{0};
     long counts[nWriters] = {};
+    tcStreamingCamera camera;
     std::vector<std::thread> threads;
+    threads.emplace_back([&] { camera.Stream(isOver); });
     for (int w = 0; w < nWriters; ++w) {
         threads.emplace_back([&, w] {
             while (!isOver) {
@@ -53,6 +106,10 @@ TEST_F(Daemon, LosesNoLineWhileFourClientsRedirectAndDump)
                                     "LOG:URI SECOND null",
                                     "LOG:URI SECOND",
                                     "LOG:SET TARGET 1",
+                                    "LOG:SET VXCAM1 4 200",
+                                    "LOG:DUMP VXCAM1",
+                                    "LOG:URI VXCAM1 null",
+                                    "LOG:SET VXCAM1 0",
                                     "LOG:ERRS"};
             const int length = sizeof script / sizeof *script;
             for (int i = c * 4; !isOver; ++i, ++requests) {
@@ -66,6 +123,8 @@ TEST_F(Daemon, LosesNoLineWhileFourClientsRedirectAndDump)
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_GT(requests, 20);
+    EXPECT_GT(camera.Readouts(), 0);
+    EXPECT_EQ(camera.Readouts() * 100, tcStreamingCamera::Frames());
 
     // Every line of every writer, once, whole and in order.
     long next[nWriters] = {}, lines = 0, written = 0;
@@ -87,8 +146,9 @@ TEST_F(Daemon, LosesNoLineWhileFourClientsRedirectAndDump)
         written += count;
     EXPECT_EQ(written, lines);
     EXPECT_GT(lines, 100);
-    std::printf("%ld lines, %d requests\n", lines, requests.load());
-    for (const char* name : {"TARGET", "SECOND"}) {
+    std::printf("%ld lines, %d requests, %d frames\n", lines, requests.load(),
+                tcStreamingCamera::Frames());
+    for (const char* name : {"TARGET", "SECOND", "VXCAM1"}) {
         Ask(std::string("LOG:SET ") + name + " 1");
         tcLog::FindLogPtr(name)->SetConsumer(nullptr);
     }
