@@ -4,6 +4,7 @@
 #include "hardware.h"
 #include "interrupt.h"
 #include "linkcheck.h"
+#include "logrecord.h"
 #include "program.h"
 #include "reach.h"
 #include "report.h"
@@ -180,7 +181,8 @@ void tcDoctor::CheckPort(const std::string& address, uint16_t port)
         Fault("port", eExitNoCamera, place + ": time-out: nobody answers within 3 s",
               "check that the camera is on, its address, and firewalls between");
     case teReach::eInUse:
-        Fault("camera", eExitNoCamera, place + ": in use: the camera says \"" + reach.detail + "\"",
+        Fault("camera", eExitNoCamera,
+              place + ": in use: the camera says \"" + Printable(reach.detail) + "\"",
               "end the program that uses it, on this host or another; a camera serves one");
     case teReach::eOther:
         break;

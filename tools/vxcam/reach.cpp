@@ -23,7 +23,7 @@ constexpr tpMilliseconds gnGoodBye(500); // for the other side to see the end
 constexpr size_t gnMostBytes = 4096;
 
 // A camera error in front of all else: a header of 12 bytes, code, sub-code and text.
-constexpr size_t gnHeaderBytes = 12, gnTextAt = 14;
+constexpr size_t gnTextAt = 14;
 constexpr const char* gsMagic = "\x50\xFA";
 constexpr char gcCameraError = '\x75';
 
@@ -132,7 +132,7 @@ tsReach TryPort(in_addr address, uint16_t port, tpMilliseconds patience)
     const std::string words = LastWords(socket.handle);
     if (IsCameraError(words)) {
         reach.outcome = teReach::eInUse;
-        reach.detail = words.substr(gnTextAt).c_str();
+        reach.detail = words.substr(gnTextAt, words.find('\0', gnTextAt) - gnTextAt);
     }
     return reach;
 }

@@ -23,8 +23,7 @@ using tpMilliseconds = std::chrono::milliseconds;
 
 constexpr tpMilliseconds gnStep(100);
 constexpr tpMilliseconds
-    gnSilence(1500);                   // so long without a word, and the camera is asked something
-constexpr tpMilliseconds gnRetry(250); // the same while the connection is down
+    gnSilence(1500); // so long without a word, and the camera is asked something
 constexpr size_t gnShownMessageBytes = 32;
 
 std::string TimeText(std::chrono::system_clock::time_point time)
