@@ -67,7 +67,7 @@ class Faults : public Camera
 {
 protected:
     static constexpr size_t nPacketPixels = nColumns;
-    static constexpr int nImageTimeout = 300; // ms
+    static constexpr int nImageTimeout = 1000; // ms, where a frame is to be lost
 
     static tsSimOptions With(const std::vector<std::string>& faults)
     {
@@ -89,7 +89,6 @@ protected:
         unsigned short base = 1;
         EXPECT_EQ(0, VXSetTestPattern(handle, 4, &base, 1));
         EXPECT_EQ(0, VXSetExposure(handle, 0));
-        EXPECT_EQ(0, VXOverrideImageTimout(handle, nImageTimeout));
     }
 
     // The sum of requests, frames and packets holds at every end, too.
@@ -108,6 +107,15 @@ protected:
     {
         EXPECT_EQ(0, VXReadCCDArea(handle, image.Data(), frames, 0));
         return VXWaitCompletion(handle, gnPatienceMs);
+    }
+
+    // Likewise, with little patience.
+    int Lose(tcImage<uint16_t>& image)
+    {
+        EXPECT_EQ(0, VXOverrideImageTimout(handle, nImageTimeout));
+        const int result = Read(image);
+        EXPECT_EQ(0, VXOverrideImageTimout(handle, 0));
+        return result;
     }
 
     // The rows of which a pixel is not what the camera made.

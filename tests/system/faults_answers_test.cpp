@@ -5,7 +5,7 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr int gnQuick = 2500; // ms
+constexpr int gnQuick = 8000; // ms
 
 } // namespace
 
@@ -45,13 +45,13 @@ TEST_F(AnswerFaults, OfDoubleOnesAreCounted)
 
 TEST_F(AnswerFaults, OfLateOnesTouchNothingOfTheCallers)
 {
-    OpenAndSet({"late-answer:id=0x60,seconds=1.5"});
+    OpenAndSet({"late-answer:id=0x60,seconds=4"});
     Ask();
     int result = 0;
     const int ms = Timed([&] { result = VXWaitCompletion(handle, 200); });
     EXPECT_EQ(-2, result);
     EXPECT_GE(ms, 200);
-    EXPECT_LT(ms, 1450) << "not as long as the answer takes";
+    EXPECT_LT(ms, 3900) << "not as long as the answer takes";
     EXPECT_EQ(-2, asking.get());
     EXPECT_EQ(nUntouched, exposure);
     EXPECT_EQ(1u, log.Count("WaitCompletion timing out 0"));
@@ -108,7 +108,7 @@ TEST_F(AnswerFaults, OfMissingOnesEndInATimeOut)
     const int ms = Timed([&] { result = VXEngineeringCommand(handle, 103, &test); });
     EXPECT_EQ(-2, result);
     EXPECT_GE(ms, 2800);
-    EXPECT_LT(ms, 6000);
+    EXPECT_LT(ms, 9000);
     EXPECT_EQ(1u, log.Count("tcVXCamera::MonitorStack Timing Out ID d"));
     EXPECT_EQ(1u, Books().RequestsTimedOut);
     EXPECT_EQ(0u, test.AnswersReceived);

@@ -5,7 +5,7 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr int gnQuick = 2500; // ms; a time-out of images, and a busy machine
+constexpr int gnQuick = 8000; // ms; less than what images wait by themselves
 
 struct tsBreak {
     const char* name;
@@ -27,7 +27,7 @@ TEST_P(LinkBreaks, CostTheFrameAndAreMadeGood)
     OpenWith({GetParam().fault});
     tcImage<uint16_t> image(nRows, nColumns);
     int result = -1;
-    const int ms = Timed([&] { result = Read(image); });
+    const int ms = Timed([&] { result = Lose(image); });
     EXPECT_EQ(0, result) << "nothing is pending any more";
     EXPECT_GE(ms, nImageTimeout - 100);
     EXPECT_LT(ms, gnQuick);
@@ -57,7 +57,7 @@ TEST_F(Faults, OfALinkThatIsHalfOpenEndRequestsByTheirTimeOuts)
     OpenWith({"half-open:packet=21"});
     tcImage<uint16_t> image(nRows, nColumns);
     int result = -1;
-    int ms = Timed([&] { result = Read(image); });
+    int ms = Timed([&] { result = Lose(image); });
     EXPECT_EQ(0, result);
     EXPECT_GE(ms, nImageTimeout - 100);
     EXPECT_LT(ms, gnQuick);
@@ -66,7 +66,7 @@ TEST_F(Faults, OfALinkThatIsHalfOpenEndRequestsByTheirTimeOuts)
     ms = Timed([&] { result = VXEngineeringCommand(handle, 103, &test); });
     EXPECT_EQ(-2, result);
     EXPECT_GE(ms, 2800);
-    EXPECT_LT(ms, 6000);
+    EXPECT_LT(ms, 9000);
     EXPECT_EQ(1u, log.Count("tcVXCamera::MonitorStack Timing Out ID d"));
     const tsStatistics books = Books();
     EXPECT_EQ(1u, books.FramesFailed);
@@ -79,7 +79,6 @@ TEST_F(Faults, OfALinkThatIsHalfOpenEndRequestsByTheirTimeOuts)
 TEST_F(Faults, OfAShortStallCostTimeOnly)
 {
     OpenWith({"stall:packet=21,seconds=0.3"});
-    EXPECT_EQ(0, VXOverrideImageTimout(handle, 5000));
     const int ms = Timed([&] { ExpectWhole(); });
     EXPECT_GE(ms, 300);
     EXPECT_LT(ms, gnQuick);
@@ -89,13 +88,13 @@ TEST_F(Faults, OfAShortStallCostTimeOnly)
 
 TEST_F(Faults, OfAStallLongerThanTheTimeOutCostTheFrame)
 {
-    OpenWith({"stall:packet=21,seconds=1.5"});
+    OpenWith({"stall:packet=21,seconds=4"});
     tcImage<uint16_t> image(nRows, nColumns);
     int result = -1;
-    const int ms = Timed([&] { result = Read(image); });
+    const int ms = Timed([&] { result = Lose(image); });
     EXPECT_EQ(0, result);
     EXPECT_GE(ms, nImageTimeout - 100);
-    EXPECT_LT(ms, 1450) << "not as long as the stall";
+    EXPECT_LT(ms, 3900) << "not as long as the stall";
     EXPECT_EQ(44u, WrongRows(image).size());
     EXPECT_EQ(1u, Books().FramesFailed);
     // The rest comes when the stall is over, and is no frame that anybody asked for.
@@ -108,7 +107,6 @@ TEST_F(Faults, OfAStallLongerThanTheTimeOutCostTheFrame)
 TEST_F(Faults, OfALinkThatDripsCostTimeOnly)
 {
     OpenWith({"drip:packet=1,rate=40000"});
-    EXPECT_EQ(0, VXOverrideImageTimout(handle, 5000));
     const int ms = Timed([&] { ExpectWhole(); });
     EXPECT_GE(ms, 280) << "14 KB at 40 KB/s";
     EXPECT_LT(ms, gnQuick);
@@ -131,7 +129,7 @@ TEST_F(Faults, OfACameraThatDoesNotReadEndSendingInBoundedTime)
     }
     EXPECT_EQ(-1, result);
     EXPECT_GE(longest, 4900);
-    EXPECT_LT(longest, 7000);
+    EXPECT_LT(longest, 9000);
     EXPECT_TRUE(AwaitUnderstanding());
     EXPECT_GE(Books().Reconnects, 1u);
     Prepare();
@@ -164,6 +162,6 @@ TEST_F(Faults, OfACameraThatRefusesWithoutAWordFailTheOpening)
     int other = 0;
     const int ms = Timed([&] { other = VXOpenENetCamera("127.0.0.1", port); });
     EXPECT_EQ(-1, other);
-    EXPECT_LT(ms, 13000);
+    EXPECT_LT(ms, 15000);
     ExpectWhole();
 }
