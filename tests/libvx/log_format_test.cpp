@@ -81,6 +81,9 @@ TEST_F(LogFormat, PrintsNullTextsAsPrintfDoes)
 
 TEST_F(LogFormat, IsEmptyWherePrintfRefuses)
 {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizers' own printf does not survive such formats";
+#endif
     EXPECT_LT(ExpectAsPrintf("broken %"), 0);
     EXPECT_LT(ExpectAsPrintf("broken %l"), 0);
     ExpectAsPrintf("%d broken %y", 4);

@@ -256,6 +256,7 @@ TEST_F(CloseRace, FindsNoCameraThatIsJustBeingOpened)
     ASSERT_EQ(0x5Du, IdOf(second.ReadMessage()));
     EXPECT_EQ(-3, VXCloseCamera(handle + 1));
     EXPECT_EQ(-3, VXSetTrigger(handle + 1, 1));
+    ASSERT_EQ(0x34u, IdOf(second.ReadMessage())); // an answer before the question would be lost
     ASSERT_TRUE(second.Send(HardwareAnswer(16, 32)));
     EXPECT_EQ(handle + 1, opened.get());
     EXPECT_EQ(0, VXCloseCamera(handle + 1));
