@@ -45,7 +45,7 @@ void MixTokens(tcFuzzInput& input, const std::string& text)
 
 void CutPaths(const std::string& text)
 {
-    const std::string plain = text.c_str();
+    const std::string plain = text.substr(0, text.find('\0'));
     std::vector<char> path(plain.c_str(), plain.c_str() + plain.size() + 1);
     Require(std::strchr(basename(path.data()), '/') == nullptr, "a base name has no slash");
     const char* cut = dirname(path.data());
