@@ -397,10 +397,9 @@ TEST_F(Statistics, CountsWhatTheCameraTellsUnasked)
 TEST_F(Statistics, CountsWhatTheParserFinds)
 {
     const tBytes good = tcMessage(0x69, tcPayload().Fill(6, 0)).Bytes();
-    tcMessage large(0x69, tcPayload().Fill(4, 0));
-    large->header.Length = 16405;
-    tBytes tooLong = large.Bytes();
-    tooLong.resize(12);
+    tBytes tooLong(good.begin(), good.begin() + 12);
+    const uint16_t length = 16405;
+    memcpy(tooLong.data() + 2, &length, sizeof length);
     tBytes bytes = {1, 2, 3};
     for (const tBytes& part : {good, tooLong, tBytes{4, 5}, good}) {
         bytes.insert(bytes.end(), part.begin(), part.end());
