@@ -413,25 +413,24 @@ TEST_F(Statistics, CountsWhatTheParserFinds)
 
 TEST_F(Statistics, AddUpAtAnyMoment)
 {
+    mCamera.Log().setDbgLevel(0);
     std::atomic<bool> stop{false};
-    std::atomic<int> looks{0};
+    std::atomic<int> looks{0}, differences{0};
     std::thread reader([&] {
-        while (!stop) {
-            ExpectThatTheyAddUp(Figures(mCamera));
-            ++looks;
+        tsStatistics f{};
+        for (; !stop; ++looks) {
+            mCamera.GetStatistics(&f, sizeof f);
+            const uint64_t ends = f.FramesComplete + f.FramesIncomplete + f.FramesFailed +
+                                  f.FramesAborted + f.FramesPending;
+            differences += f.FramesRequested != ends;
         }
     });
-    for (int i = 0; i < 200 || looks < 100; ++i) {
-        Read(e16Bit, mImage, 3);
-        for (unsigned number : {1U, 2U, 3U, 1U, 2U, 4U}) {
-            Feed(mCamera, {e16Bit, number, 4, 0, 0, 0, false});
-        }
-        if (i % 2 == 0) FeedFrame(e16Bit, true);
+    for (int rounds = 0; rounds < 5000 || looks < 10000; ++rounds) {
         mCamera.AbortRead();
-        mCamera.RefuseToSend(true);
-        mCamera.GetGPIO();
-        mCamera.RefuseToSend(false);
+        Read(e16Bit, mImage, 3);
+        FeedFrame(e16Bit, false);
     }
     stop = true;
     reader.join();
+    EXPECT_EQ(differences, 0);
 }
