@@ -100,7 +100,8 @@ TEST(Doctor, NamesAPortThatDoesNotAnswer)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     for (int i = 0; i < 4; ++i) {
         waiting.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        connect(waiting.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        // Those beyond the backlog go on trying.
+        (void)connect(waiting.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     }
     const tsReach reach = TryPort(address.sin_addr, camera.Port(), std::chrono::milliseconds(200));
     EXPECT_EQ(reach.outcome, teReach::eTimeout);

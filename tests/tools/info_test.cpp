@@ -48,7 +48,7 @@ TEST(Info, CameraThatKnowsLessTellsLess)
                                                                        {0x5F, 0x87}}) {
         answers[question] = MessageBytes(answer, std::string(24, '\0'));
     }
-    answers[0x2B] = MessageBytes(0x75, std::string("\1\3what?", 8)) + answers[0x2B];
+    answers[0x2B] = MessageBytes(0x75, std::string("\1\3what?") + '\0') + answers[0x2B];
     tcActor camera(answers);
     tcRun run({"info", camera.Target()});
     EXPECT_EQ(run.Exit(), 0) << run.Errors();

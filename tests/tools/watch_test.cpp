@@ -81,7 +81,7 @@ TEST_F(Watch, TellsErrorsAndMessages)
 {
     tcRun run({"watch", Target(), "-n", "3"});
     Open(run);
-    camera.Send(MessageBytes(0x75, std::string("\7\3shutter\nstuck", 16)));
+    camera.Send(MessageBytes(0x75, std::string("\7\3shutter\nstuck") + '\0'));
     camera.Send(MessageBytes(0xC5, std::string("\1\2\xFF", 3)));
     camera.Send(MessageBytes(0xC6, ""));
     EXPECT_EQ(run.Exit(), 0);
