@@ -87,7 +87,7 @@ int tcCamParser::AddData(void* data, int length)
     while (input.Left() > 0 || state == Complete || state == Error) {
         switch (state) {
         case Hunting:
-            Hunt(input);
+            if (!TakeHeader(input)) Hunt(input);
             break;
         case Header:
             CollectHeader(input);
@@ -103,6 +103,22 @@ int tcCamParser::AddData(void* data, int length)
         }
     }
     return delivered;
+}
+
+// Takes a header at once that lies whole where it is expected, as most do.
+bool tcCamParser::TakeHeader(tsInput& input)
+{
+    if (count > 0 || input.Left() < nHeaderBytes || Room() < nHeaderBytes) return false;
+    tsMsgHeader header;
+    std::memcpy(&header, input.Next, nHeaderBytes);
+    if (header.Magic != nMagic) return false;
+    std::memcpy(buffer, &header, nHeaderBytes);
+    input.Next += nHeaderBytes;
+    count = nHeaderBytes;
+    BytesIn += nHeaderBytes;
+    BytesFramed += nHeaderBytes;
+    FinishHeader(input, header.Length);
+    return true;
 }
 
 // Takes everything up to and including the next magic, or all there is. The last byte taken waits
@@ -146,7 +162,12 @@ void tcCamParser::CollectHeader(tsInput& input)
 {
     Collect(input, nHeaderBytes);
     if (count < nHeaderBytes) return;
-    const uint32_t length = reinterpret_cast<const tsMsgHeader*>(buffer)->Length;
+    FinishHeader(input, reinterpret_cast<const tsMsgHeader*>(buffer)->Length);
+}
+
+// Decides by the payload's length what comes after the header.
+void tcCamParser::FinishHeader(tsInput& input, uint32_t length)
+{
     if (length == 0) {
         input.Checksum = 0;
         state = Complete;

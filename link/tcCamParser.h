@@ -75,8 +75,10 @@ private:
         int Left() const { return static_cast<int>(End - Next); }
     };
 
+    bool TakeHeader(tsInput& input);
     void Hunt(tsInput& input);
     void CollectHeader(tsInput& input);
+    void FinishHeader(tsInput& input, uint32_t length);
     void CollectPayload(tsInput& input);
     void FinishPayload(tsInput& input);
     void DeliverFrame(const tsInput& input);
