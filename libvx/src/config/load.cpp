@@ -19,6 +19,7 @@ constexpr int nMaxIncludeDepth = 64;
 constexpr size_t nMaxFiles = 4096;
 constexpr int nMaxNestedReferences = 1000;
 constexpr size_t nMaxGrowth = 1024 * 1024;
+constexpr size_t nMaxMadeText = 64 * 1024 * 1024;
 constexpr std::streamoff nMaxErrorText = 16 * 1024 * 1024;
 
 struct tsFileCloser {
@@ -109,7 +110,18 @@ tcConfigFile* tcConfigFile::FindInstance(const char* name)
 
 int tcConfigFile::LoadConfigFile(const char* name, bool clear)
 {
-    const std::string fileName = name == nullptr ? "" : name;
+    if (mnLoadDepth == 0) {
+        mnMadeText = 0;
+        mbTextRefused = false;
+    }
+    ++mnLoadDepth;
+    LoadFile(name == nullptr ? "" : name, clear);
+    --mnLoadDepth;
+    return 1;
+}
+
+void tcConfigFile::LoadFile(const std::string& fileName, bool clear)
+{
     // Kept: the file is read again all the same.
     if (std::find(mvFilesUsed.begin(), mvFilesUsed.end(), fileName) != mvFilesUsed.end()) {
         mssErrors << fileName << " Already included! skipping to prevent recursion\n"
@@ -118,7 +130,7 @@ int tcConfigFile::LoadConfigFile(const char* name, bool clear)
     const tFile file = Open(fileName);
     if (!file) {
         mssErrors << "Error opening " << fileName << " : " << std::strerror(errno) << "\n";
-        return 1;
+        return;
     }
     mvFilesUsed.push_back(fileName);
     if (clear) mmItems.clear();
@@ -127,7 +139,6 @@ int tcConfigFile::LoadConfigFile(const char* name, bool clear)
     for (int number = 1; ReadLine(file.get(), line); ++number) {
         LoadLine(fileName, line, number, section);
     }
-    return 1;
 }
 
 void tcConfigFile::LoadLine(const std::string& file, std::string line, int lineNumber,
@@ -155,13 +166,13 @@ void tcConfigFile::LoadItem(const std::string& file, const std::string& line, in
     // Kept: a line without "=" is its own value.
     std::string value = equals == std::string::npos ? name : Strip(line.substr(equals + 1));
     const char* const replacement = mbEnvOverride ? FromEnvironment(name) : nullptr;
-    if (replacement != nullptr) value = replacement;
+    if (replacement != nullptr && MayMake(std::strlen(replacement))) value = replacement;
     if (name.empty() || value.empty()) {
         mssErrors << file << ": Malformed line in file @ line " << std::to_string(lineNumber)
                   << "\n";
         return;
     }
-    mmItems[section + "/" + name] = value;
+    if (MayMake(section.size())) mmItems[section + "/" + name] = value;
 }
 
 void tcConfigFile::ProcessDirective(std::string line, int lineNumber)
@@ -230,6 +241,7 @@ std::string tcConfigFile::ExpandVars(std::string line)
             mssErrors << CurrentFile() << ": Variable expansion too long: " << name << "\n";
             return line;
         }
+        if (!MayMake(value.empty() ? name.size() : value.size())) return line;
         if (value.empty()) {
             mssErrors << CurrentFile() << ": Undefined variable found: " << line << "\n";
             reported += line.size();
@@ -240,6 +252,22 @@ std::string tcConfigFile::ExpandVars(std::string line)
         start = line.find("$(", start + 1);
     }
     return line;
+}
+
+// Counts text that a load makes out of little: values of variables, names of unknown ones, and the
+// section in every key. False for what does not fit any more, which is reported once.
+bool tcConfigFile::MayMake(size_t size)
+{
+    if (mnLoadDepth == 0) return true;
+    if (size <= nMaxMadeText - mnMadeText) {
+        mnMadeText += size;
+        return true;
+    }
+    if (!mbTextRefused) {
+        mssErrors << CurrentFile() << ": Too much text! some variables and items are left out\n";
+    }
+    mbTextRefused = true;
+    return false;
 }
 
 // Every error line may quote a line of the file that variables have made long. Behind the limit the

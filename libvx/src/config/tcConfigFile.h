@@ -56,6 +56,10 @@ public:
 
     // Reads one more file into the items, which are emptied before when `clear` is set and the file
     // could be opened. Returns 1 always; problems are in the error text.
+    //
+    // One call, with all that it includes, makes at most 64 MiB of text: values of variables, of
+    // environment variables that replace items, and the section's name for each item. What does not
+    // fit, which is reported once, stays as it is in the file; an item in a section is left out.
     int LoadConfigFile(const char* name, bool clear);
 
     // Handles a line that begins with "!", reporting it on standard output. Includes may be nested
@@ -144,11 +148,13 @@ protected:
     std::vector<std::string> mvFilesUsed; // the last one is the last file opened
 
 private:
+    void LoadFile(const std::string& fileName, bool clear);
     void LoadLine(const std::string& file, std::string line, int lineNumber, std::string& section);
     void LoadItem(const std::string& file, const std::string& line, int lineNumber,
                   const std::string& section);
     void Include(const std::string& name, int lineNumber);
     bool MayInclude(const std::string& name);
+    bool MayMake(size_t size);
     void LimitErrors();
     std::string VariableValue(const std::string& name);
     // Kept: after an include this is still the included file.
@@ -157,6 +163,9 @@ private:
     int mnIncludeDepth = 0;
     bool mbIncludesRefused = false;
     std::string msFoundFile;
+    int mnLoadDepth = 0;
+    size_t mnMadeText = 0; // of the running load
+    bool mbTextRefused = false;
 };
 
 // The dump.
