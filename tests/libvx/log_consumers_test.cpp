@@ -4,10 +4,12 @@
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -291,6 +293,65 @@ TEST(LogFile, WritesEachLineAtOnce)
     for (int i = 0; i < 400; ++i)
         expected += line;
     EXPECT_EQ(expected, Contents("common.log"));
+}
+
+// What is in a pipe now.
+static std::string ReadNow(int pipe)
+{
+    std::string text;
+    char piece[4096];
+    for (ssize_t size = 1; size > 0;) {
+        size = read(pipe, piece, sizeof piece);
+        if (size > 0) text.append(piece, static_cast<size_t>(size));
+    }
+    return text;
+}
+
+TEST(LogFile, CannotBeAPipeThatNobodyReads)
+{
+    const tcWorkFolder folder;
+    ASSERT_EQ(0, mkfifo("pipe", 0600));
+    tcLogFile file("pipe");
+    EXPECT_STREQ(",Error - No file", file.Options());
+    file.Output(RecordOf(tcLogEvent::eEvent, 0, "x"));
+}
+
+TEST(LogFile, RaisesNoSignalWhenThePipesReaderGoes)
+{
+    const tcWorkFolder folder;
+    const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");
+    ASSERT_EQ(0, mkfifo("pipe", 0600));
+    int reader = open("pipe", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    tcLogFile file("pipe");
+    file.Output(event);
+    EXPECT_EQ(LineOf(event), ReadNow(reader));
+    close(reader);
+    file.Output(event);
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_FALSE(sigismember(&pending, SIGPIPE));
+    reader = open("pipe", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    file.Output(event);
+    EXPECT_EQ(LineOf(event), ReadNow(reader));
+    close(reader);
+}
+
+TEST(LogFile, DoesNotWaitForThePipesReader)
+{
+    const tcWorkFolder folder;
+    const std::string line = LineOf(RecordOf(tcLogEvent::eEvent, 0, "whole line"));
+    ASSERT_EQ(0, mkfifo("pipe", 0600));
+    const int reader = open("pipe", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    tcLogFile file("pipe");
+    for (int i = 0; i < 20000; ++i)
+        file.Output(RecordOf(tcLogEvent::eEvent, 0, "whole line"));
+    const std::string text = ReadNow(reader);
+    close(reader);
+    EXPECT_GT(text.size(), 4096u);
+    std::string whole;
+    while (whole.size() < text.size())
+        whole += line;
+    EXPECT_EQ(whole, text);
 }
 
 static std::vector<std::string> Stored(tcLogBuffer const& buffer)

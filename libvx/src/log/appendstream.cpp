@@ -1,12 +1,28 @@
 #include "appendstream.h"
 
+#include "quietwrite.h"
+
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+// Without a wait, so that a pipe without a reader cannot be opened, and one whose reader is slow
+// takes a line whole or not at all.
+static int OpenToAppend(char const* path)
+{
+    return open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0666);
+}
+
+static bool IsPlainFile(int file)
+{
+    struct stat status;
+    return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 vx::tcAppendBuffer::tcAppendBuffer(char const* path)
-    : mhFile(path ? open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666) : -1)
+    : mhFile(path ? OpenToAppend(path) : -1), mbPlain(mhFile >= 0 && IsPlainFile(mhFile))
 {}
 
 vx::tcAppendBuffer::~tcAppendBuffer()
@@ -18,7 +34,9 @@ std::streamsize vx::tcAppendBuffer::xsputn(char const* text, std::streamsize len
 {
     std::streamsize done = 0;
     while (mhFile >= 0 && done < length) {
-        const auto written = write(mhFile, text + done, length - done);
+        const auto left = static_cast<size_t>(length - done);
+        const auto written = mbPlain ? write(mhFile, text + done, left)
+                                     : vx::WriteQuietly(mhFile, text + done, left);
         if (written > 0)
             done += written;
         else if (errno != EINTR)

@@ -10,7 +10,8 @@
 namespace vx {
 
 // Appends to a file without buffering: each insertion is one write, so that lines of several
-// processes do not mix. What cannot be written is lost; later lines are tried again.
+// processes do not mix. What cannot be written is lost, as is what a pipe does not take at once;
+// later lines are tried again. No signal is raised.
 // Owns: the descriptor, which is close-on-exec.
 class tcAppendBuffer : public std::streambuf
 {
@@ -26,6 +27,7 @@ protected:
 
 private:
     int mhFile;
+    bool mbPlain; // a file on a disk, no pipe
 };
 
 } // namespace vx

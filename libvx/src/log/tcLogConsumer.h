@@ -72,8 +72,9 @@ private:
     std::shared_ptr<std::recursive_mutex> mpLock; // one for each stream
 };
 
-// Appends to a file, one write for each line. A file that cannot be opened takes nothing.
-// Owns: the file.
+// Appends to a file, one write for each line. A file that cannot be opened takes nothing, nor does
+// a named pipe that nobody reads when it is opened. Lines that a pipe cannot take at once, since
+// its reader is slow or gone, are lost. Owns: the file.
 class VX_EXPORT tcLogFile : public tcLogStream
 {
 public:

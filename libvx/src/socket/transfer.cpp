@@ -1,13 +1,12 @@
 #include "HSocket.h"
+#include "quietwrite.h"
 
 #include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstring>
-#include <pthread.h>
 #include <vector>
 
 namespace {
@@ -49,26 +48,6 @@ int SelectFrom(int count, int timeoutMs, tDescriptor descriptorOf)
     for (int i = 0; i < count; ++i)
         entries[i] = {descriptorOf(i), POLLIN, 0};
     return WaitReadable(entries.data(), count, timeoutMs);
-}
-
-// write() without SIGPIPE, which no flag can suppress on pipes.
-int WriteQuietly(int descriptor, const char* data, int length)
-{
-    sigset_t pipeSignal, before, pending;
-    sigemptyset(&pipeSignal);
-    sigaddset(&pipeSignal, SIGPIPE);
-    sigpending(&pending);
-    const bool alreadyPending = sigismember(&pending, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
-    const auto written = write(descriptor, data, length);
-    const int error = errno;
-    if (written < 0 && error == EPIPE && !alreadyPending) {
-        const timespec atOnce{};
-        sigtimedwait(&pipeSignal, nullptr, &atOnce);
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    errno = error;
-    return static_cast<int>(written);
 }
 
 template <typename tCall>
@@ -129,7 +108,7 @@ int HSocket::Send(const char* data, int length)
     if (length < 0) length = static_cast<int>(std::strlen(data));
     const int sent = Retry([&] { return send(mhDescriptor, data, length, MSG_NOSIGNAL); });
     if (sent >= 0 || errno != ENOTSOCK) return sent;
-    return Retry([&] { return WriteQuietly(mhDescriptor, data, length); });
+    return Retry([&] { return vx::WriteQuietly(mhDescriptor, data, static_cast<size_t>(length)); });
 }
 
 int HSocket::SendAll(const char* data, int length)
