@@ -253,6 +253,21 @@ TEST(Grab, WaitsUntilTheSensorIsCold)
     EXPECT_EQ(ReadFits(folder.Path("frame.fits")).keys.at("SET-TEMP"), "-20.5");
 }
 
+TEST(Grab, TellsTheCameraTheTenthsThatAreAskedFor)
+{
+    constexpr uint32_t setTarget = 0x4D, readArea = 0x36;
+    for (const auto& [asked, tenths] :
+         {std::pair("-19.9", -199), {"20.1", 201}, {"-19.97", -200}}) {
+        tcFolder folder;
+        tcActor camera;
+        tcRun run({"grab", camera.Target(), "--target-temp", asked}, In(folder));
+        ASSERT_TRUE(WaitUntil([&] { return camera.Saw(readArea); }));
+        EXPECT_EQ(camera.Payload(setTarget), LittleEndian(static_cast<uint32_t>(tenths), 4));
+        run.Signal(SIGTERM);
+        EXPECT_EQ(run.Exit(), 128 + SIGTERM);
+    }
+}
+
 TEST(Grab, ExposureFollowsTheSimulatedClock)
 {
     tcFolder folder;

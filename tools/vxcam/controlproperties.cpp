@@ -1,7 +1,6 @@
 // Cooling and temperatures, trigger, pins, gain, filters and CIS sensors.
 #include "fields.h"
-
-#include <cmath>
+#include "targettemp.h"
 
 namespace {
 
@@ -14,23 +13,16 @@ constexpr double gnMostByte = 255;
 // What the engineering command knows, see vxcamiface.h.
 constexpr int gnWriteConverter = 102, gnSetPid = 105, gnGetPid = 106, gnSetFilter = 107;
 
-// The camera gets the tenths cut off, so the float must not lie below them.
 int WriteTarget(tcSession& session, uint32_t, const tsSetting& setting)
 {
-    const double tenths = std::round(setting.numbers[0] * gnTenths);
-    auto degrees = static_cast<float>(tenths / gnTenths);
-    while (std::abs(std::trunc(degrees * gnTenths)) < std::abs(tenths)) {
-        degrees = std::nextafterf(degrees, static_cast<float>(std::copysign(INFINITY, tenths)));
-    }
-    return VXSetCCDTargetTemp(session.Handle(), degrees);
+    return SetTargetTemperature(session.Handle(), setting.numbers[0]);
 }
 
 int ReadTarget(tcSession& session, uint32_t, tsSetting* setting)
 {
-    const int result = ReadInto(VXGetCCDTargetTemp, session.Handle(), setting);
-    for (double& degrees : setting->numbers) {
-        degrees = std::round(degrees * gnTenths) / gnTenths;
-    }
+    double degrees = 0;
+    const int result = GetTargetTemperature(session.Handle(), &degrees);
+    if (result == eVXOk) setting->numbers.push_back(degrees);
     return result;
 }
 

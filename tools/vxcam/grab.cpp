@@ -6,6 +6,7 @@
 #include "program.h"
 #include "readout.h"
 #include "report.h"
+#include "targettemp.h"
 #include "tcFrameWriter.h"
 #include "vxcamiface.h"
 
@@ -124,6 +125,7 @@ void tcGrab::CheckArguments()
     if (mTarget && !(std::abs(*mTarget) <= 273.0)) {
         throw tcFailure(eExitUsage, "target temperature: -273 to 273 degrees Celsius");
     }
+    if (mTarget) mTarget = TenthsOf(*mTarget);
     maFiles = FileNames(msOutput, mnFrames);
     if (!msPreview.empty()) maPreviews = FileNames(msPreview, mnFrames);
 }
@@ -161,15 +163,13 @@ void tcGrab::Cool(tcProgress& progress)
 {
     if (!mTarget && !mbWaitCool) return;
     const int handle = mpSession->Handle();
-    if (mTarget)
-        mpSession->Require(VXSetCCDTargetTemp(handle, static_cast<float>(*mTarget)),
-                           "target temperature");
+    if (mTarget) mpSession->Require(SetTargetTemperature(handle, *mTarget), "target temperature");
     mpSession->Require(VXSetCooling(handle, 1), "cooling");
     mpSession->RoundTrip();
     if (!mTarget) {
-        float target = 0;
-        mpSession->Require(VXGetCCDTargetTemp(handle, &target), "target temperature");
-        mTarget = std::round(target * 10.0) / 10.0;
+        double target = 0;
+        mpSession->Require(GetTargetTemperature(handle, &target), "target temperature");
+        mTarget = target;
     }
     if (mbWaitCool) WaitCool(progress);
 }
