@@ -1,4 +1,5 @@
-// Loading and unloading, exits at bad moments, fork and exec: no crash, no hang.
+// Loading and unloading, exits at bad moments, fork and exec: no crash, no hang. VX_EXIT_ROUNDS
+// repeats the ends with everything running more often.
 #include "shell.h"
 #include "tcSimServer.h"
 
@@ -22,6 +23,12 @@ int Host(const std::string& mode, unsigned port = 0)
                                 &status);
     EXPECT_EQ(errors, "");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+int Rounds()
+{
+    const char* rounds = getenv("VX_EXIT_ROUNDS");
+    return rounds != nullptr ? atoi(rounds) : 3;
 }
 
 class Process : public ::testing::Test
@@ -69,4 +76,16 @@ TEST_F(Process, UnloadsWithACameraOpen)
 TEST_F(Process, BecomesAnotherProgramAfterForkWithACameraOpen)
 {
     EXPECT_EQ(Host("fork-exec", mnPort), 0);
+}
+
+TEST_F(Process, ExitsWithEverythingRunning)
+{
+    for (int i = 0; i < Rounds(); ++i)
+        EXPECT_EQ(Host("exit-busy", mnPort), 0) << "round " << i;
+}
+
+TEST_F(Process, UnloadsWithEverythingRunning)
+{
+    for (int i = 0; i < Rounds(); ++i)
+        EXPECT_EQ(Host("unload-busy", mnPort), 0) << "round " << i;
 }
