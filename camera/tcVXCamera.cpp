@@ -1,5 +1,6 @@
 // Life of a camera: registry, construction, callbacks, opening handshake, destruction.
 #include "tcVXCamera.h"
+#include "cam_handler.h"
 #include "tcLedger.h"
 
 #include <algorithm>
@@ -17,6 +18,15 @@ struct tcVXCamera::tsRegistry {
     {
         static auto* registry = new tsRegistry;
         return *registry;
+    }
+
+    // The camera with that handle, or null; also null while it is being opened or closed.
+    static tcVXCamera* FindOpen(int handle)
+    {
+        if (gpCameraMap == nullptr) return nullptr;
+        const auto entry = gpCameraMap->find(static_cast<unsigned>(handle));
+        if (entry == gpCameraMap->end() || entry->second == nullptr) return nullptr;
+        return entry->second->mbOpening ? nullptr : entry->second;
     }
 
     // The camera whose receive thread this is, or -1.
@@ -60,12 +70,8 @@ tcVXCamera* tcVXCamera::Find(int handle)
 tcVXCamera::tcHold::tcHold(int handle)
 {
     std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
-    if (gpCameraMap == nullptr) return;
-    auto entry = gpCameraMap->find(static_cast<unsigned>(handle));
-    if (entry == gpCameraMap->end() || entry->second == nullptr) return;
-    if (entry->second->mbOpening) return;
-    mpCamera = entry->second;
-    ++mpCamera->mnHolds;
+    mpCamera = tsRegistry::FindOpen(handle);
+    if (mpCamera != nullptr) ++mpCamera->mnHolds;
 }
 
 tcVXCamera::tcHold::~tcHold()
@@ -87,22 +93,40 @@ std::vector<int> tcVXCamera::Handles()
     return handles;
 }
 
+// Under the registry's mutex a camera that is in the map is not destroyed, not even by an owner who
+// knows of no holds, beyond what its transport adds to it.
+bool tcVXCamera::Describe(int handle, tsCameraFacts* facts)
+{
+    std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
+    const tcVXCamera* camera = tsRegistry::FindOpen(handle);
+    if (camera == nullptr) return false;
+    facts->type = camera->msLinkType;
+    facts->address = camera->msLinkAddress;
+    facts->link = camera->mpLinkState;
+    facts->figures = camera->mpLedger->Read();
+    return true;
+}
+
+void tcVXCamera::SetLink(const char* type, const std::string& address)
+{
+    std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
+    msLinkType = type;
+    msLinkAddress = address;
+}
+
 int tcVXCamera::Close(int handle)
 {
     tsRegistry& registry = tsRegistry::Instance();
     std::unique_lock<std::mutex> lock(registry.mutex);
-    if (gpCameraMap == nullptr) return eVXNoCamera;
-    auto entry = gpCameraMap->find(static_cast<unsigned>(handle));
-    if (entry == gpCameraMap->end() || entry->second == nullptr) return eVXNoCamera;
-    tcVXCamera* camera = entry->second;
-    if (camera->mbOpening) return eVXNoCamera;
+    tcVXCamera* camera = tsRegistry::FindOpen(handle);
+    if (camera == nullptr) return eVXNoCamera;
     const int caller = registry.CallingCamera();
     if (caller == handle || (caller >= 0 && registry.WaitsFor(handle, caller))) {
         lock.unlock();
         camera->mLog.logError("%s would wait for the thread it was called on", "VXCloseCamera");
         return eVXFailed;
     }
-    gpCameraMap->erase(entry);
+    gpCameraMap->erase(static_cast<unsigned>(handle));
     registry.closing[handle] = camera;
     if (caller >= 0) registry.waiting[caller] = handle;
     camera->mbClosing = true;
@@ -209,6 +233,7 @@ int tcVXCamera::Initialize()
     TVXCameraHardware info{};
     int size = sizeof info;
     if (GetCameraHardwareInfo(&info, &size) != eVXOk) return 0;
+    RegisterCamHandler();
     if (!mbGeometryKnown) return 1;
 
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);

@@ -17,10 +17,12 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
 class tcLedger;
+struct tsCameraFacts;
 struct tsPacketFacts;
 enum teFrameKind : int;
 
@@ -113,6 +115,9 @@ public:
     static int Close(int handle);
     // Handles of the cameras that are open.
     static std::vector<int> Handles();
+    // What is known of an open camera; false when there is none. Waits for nothing that a camera or
+    // a callback may keep, nor does closing or deleting the camera wait for it.
+    static bool Describe(int handle, tsCameraFacts* facts);
     // Cameras that this thread makes during its lifetime cannot be held before Opened().
     class tcOpening
     {
@@ -347,6 +352,12 @@ protected:
     void CountSent(int bytes, bool isWhole);
     void CountConnectionLost();
     void CountReconnect();
+    // What a transport tells for people: its kind and where it leads; whether it has a connection.
+    void SetLink(const char* type, const std::string& address);
+    void SetLinkState(bool isConnected)
+    {
+        mpLinkState = isConnected ? "connected" : "disconnected";
+    }
 
     tcLog mLog;
     std::unique_ptr<tcCamParser> mpParser;
@@ -443,6 +454,8 @@ private:
     int mnHolds = 0;        // under the registry's mutex
     bool mbOpening = false; // likewise
     std::atomic<bool> mbClosing{false};
+    std::string msLinkType, msLinkAddress; // likewise
+    std::atomic<const char*> mpLinkState{"unknown"};
 
     // Requests. Waiting callers sleep on mWaitCondition; mWaitMutex guards their records.
     std::recursive_mutex mStackMutex;

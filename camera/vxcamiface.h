@@ -62,7 +62,7 @@ VX_EXPORT int VXisCameraReady(int handle);
  * comes; where packets of it are missing by then, that is logged as an error and told here. `size`
  * is sizeof *statistics; figures behind those known here are set to 0. Never waits, and may be
  * called in a callback [-4 for a size below that of the record's first version, -5 for a null
- * pointer; both are looked at first]. */
+ * pointer; both are looked at first]. The debug daemon's command CAM tells the same. */
 VX_EXPORT int VXGetStatistics(int handle, tsStatistics* statistics, int size);
 
 /* Version of the library: major in the high 16 bits, build in the low ones (0x00030007). */

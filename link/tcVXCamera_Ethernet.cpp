@@ -28,6 +28,8 @@ constexpr int gnReconnectLimit = 1000; // ms that one attempt may take
 tcVXCamera_Ethernet::tcVXCamera_Ethernet(const char* address, unsigned short port)
     : mnPort(port), msAddress(address != nullptr ? address : "")
 {
+    SetLink("ethernet", msAddress + ":" + std::to_string(mnPort));
+    SetLinkState(false);
     mLog.logDebug(1, "tcVXCamera_Ethernet::tcVXCamera_Ethernet Addr %s, Port %d", msAddress.c_str(),
                   mnPort);
 }
@@ -200,12 +202,14 @@ void tcVXCamera_Ethernet::SetConnected()
     mConnectedSince = steady_clock::now();
     std::lock_guard<std::mutex> lock(mSendMutex);
     mbConnected = true;
+    SetLinkState(true);
 }
 
 void tcVXCamera_Ethernet::Disconnect()
 {
     std::lock_guard<std::mutex> lock(mSendMutex);
     mbConnected = false;
+    SetLinkState(false);
     mSocket.Close();
 }
 

@@ -32,11 +32,13 @@ std::string Replaced(const std::string& text, const char* what, const std::strin
     return std::regex_replace(text, std::regex(what), by);
 }
 
-// Times and ports of clients differ from run to run; what comes from two processes, in order.
+// Times, ports of clients and what was sent so far differ from run to run; what comes from two
+// processes, in order.
 std::string Comparable(const std::string& text)
 {
     std::string plain = Replaced(text, R"(\d{8}-\d\d:\d\d:\d\d\.\d{3,4})", "TIME");
     plain = Replaced(plain, R"(client 127\.0\.0\.1:\d+)", "client 127.0.0.1:PORT");
+    plain = Replaced(plain, R"((Received|Sent)=\d+)", "$1=COUNT");
     std::vector<std::string> sorted;
     std::istringstream lines(plain);
     for (std::string line; std::getline(lines, line);) {
@@ -53,10 +55,14 @@ std::string Comparable(const std::string& text)
 // What a command that goes on in the background has to have reached before the next one.
 std::string Reached(const std::string& command)
 {
-    const std::string test = command.rfind("vxcamsim", 0) == 0
-                                 ? "vxcam items 127.0.0.1:7010 list -q 2>/dev/null && "
-                                   "vxcam log 127.0.0.1:17020 list -q 2>/dev/null"
-                                 : "vxcam log 127.0.0.1:17020 list | grep -q '   2  UDP'";
+    std::string test = "vxcam log 127.0.0.1:17020 list | grep -q '   2  UDP'";
+    if (command.rfind("vxcamsim", 0) == 0) {
+        test = "vxcam items 127.0.0.1:7010 list -q 2>/dev/null && "
+               "vxcam log 127.0.0.1:17020 list -q 2>/dev/null";
+    } else if (command.rfind("DBGD_PORTNUM", 0) == 0) {
+        test = "sleep 0.05; (exec 3<>/dev/tcp/127.0.0.1/17021; printf CAM >&3; "
+               "grep -q handle= <&3) 2>/dev/null";
+    }
     return "for i in $(seq 200); do { " + test + "; } && break; done\n";
 }
 
@@ -79,6 +85,7 @@ TEST(DebuggingDocument, ShowsCommandsAndWhatTheyPrint)
     const uint16_t port = FreeTcpPort();
     std::string document = FileText(VXCAM_DEBUGGING);
     document = Replaced(document, R"(\b17020\b)", std::to_string(port));
+    document = Replaced(document, R"(\b17021\b)", std::to_string(port + 3));
     document = Replaced(document, R"(\b7010\b)", std::to_string(port + 1));
     document = Replaced(document, R"(port 4000\b)", "port " + std::to_string(port + 2));
     document = Replaced(document, R"(1:4000\b)", "1:" + std::to_string(port + 2));
@@ -90,6 +97,7 @@ TEST(DebuggingDocument, ShowsCommandsAndWhatTheyPrint)
     ASSERT_GT(steps.size(), 15u);
     std::string script = ScriptOf(steps);
     script = Replaced(script, R"(\b17020\b)", std::to_string(port));
+    script = Replaced(script, R"(\b17021\b)", std::to_string(port + 3));
     script = Replaced(script, R"(\b7010\b)", std::to_string(port + 1));
 
     tcFolder folder;

@@ -4,7 +4,7 @@
 // the handler of that token writes, and the connection is closed. Tokens are case-sensitive and end
 // at the first colon; a request without a colon must not end in a newline. There is no answer to a
 // token that nobody handles. Built in are ECHO, HELP, LIST and LOG; applications and loadable
-// modules add handlers of their own.
+// modules add handlers of their own, and the first camera that is opened adds CAM.
 //
 // The daemon starts when the library is loaded. Every 5 seconds it sends the datagram
 // "DBGD DBGD <port>" with a zero byte, so that tools find the process; a port above 32767 appears
