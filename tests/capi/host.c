@@ -145,7 +145,7 @@ static void ChoosePorts(void)
     Export("DBGD_PORTNUM", snDaemonPort);
     Export("DBGITEM_PORTNUM", snItemPort);
     setenv("DBGITEM_BIND", "127.0.0.1", 1);
-    setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 1); /* the end cuts off calls that wait */
+    setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 1);     /* the end cuts off calls that wait */
     if (!freopen("/dev/null", "w", stdout)) exit(16); /* the item server tells what it does */
 }
 
