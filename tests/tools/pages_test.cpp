@@ -61,12 +61,11 @@ TEST(Pages, ManualNamesEveryVerbAndOptionAndProperty)
     EXPECT_THAT(manual, HasSubstr("vxcam \\- drives cameras"));
     for (const tsVerb& verb : Verbs()) {
         EXPECT_THAT(manual, HasSubstr(std::string("\n.SS vxcam ") + verb.name + "\n"));
-        CLI::App app;
+        tcCommandLine line;
         const std::unique_ptr<tcVerb> run = verb.make();
-        run->Declare(app);
-        for (const CLI::Option* option : app.get_options()) {
-            if (option->get_lnames().empty()) continue;
-            EXPECT_THAT(manual, HasSubstr(Dashes("--" + option->get_lnames()[0]))) << verb.name;
+        run->Declare(line);
+        for (const tsOptionText& option : line.Options()) {
+            EXPECT_THAT(manual, HasSubstr(Dashes(option.names.back()))) << verb.name;
         }
     }
     for (const tsProperty& property : Properties()) {

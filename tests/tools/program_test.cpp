@@ -171,17 +171,17 @@ TEST(Program, DocumentationNamesEveryVerbAndOption)
     };
     for (const tsVerb& verb : Verbs()) {
         names("## vxcam " + std::string(verb.name) + "\n");
-        CLI::App app;
+        tcCommandLine line;
         const std::unique_ptr<tcVerb> run = verb.make();
-        run->Declare(app);
-        std::vector<CLI::App*> all = app.get_subcommands([](CLI::App*) { return true; });
-        for (const CLI::App* action : all) {
-            names("| `" + action->get_name());
+        run->Declare(line);
+        std::vector<tcCommandLine> all = line.Actions();
+        for (const tcCommandLine& action : all) {
+            names("| `" + action.Name());
         }
-        all.push_back(&app);
-        for (const CLI::App* one : all) {
-            for (const CLI::Option* option : one->get_options()) {
-                if (!option->get_lnames().empty()) names("`--" + option->get_lnames()[0]);
+        all.push_back(line);
+        for (const tcCommandLine& one : all) {
+            for (const tsOptionText& option : one.Options()) {
+                names("`" + option.names.back());
             }
         }
     }

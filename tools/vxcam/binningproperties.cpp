@@ -2,6 +2,8 @@
 #include "fields.h"
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 namespace {
 

@@ -2,6 +2,8 @@
 #include "fields.h"
 #include "targettemp.h"
 
+#include <vector>
+
 namespace {
 
 constexpr double gnColdest = -273, gnWarmest = 273; // degrees Celsius

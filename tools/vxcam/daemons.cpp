@@ -7,9 +7,12 @@
 #include "report.h"
 #include "tcDatagrams.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <tuple>
 
 const char* const gsDaemonsExamples =
     R"(  vxcam daemons                     listens for 6 seconds; each announces itself every 5
@@ -38,7 +41,7 @@ std::string UsualGroup()
 class tcDaemons : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
 
 private:
@@ -53,22 +56,17 @@ private:
     std::vector<tsDaemon> maDaemons;
 };
 
-void tcDaemons::Declare(CLI::App& app)
+void tcDaemons::Declare(tcCommandLine& line)
 {
-    app.add_option("--group", msGroup, "ADDRESS or ADDRESS:PORT where they announce themselves")
-        ->type_name("GROUP")
-        ->capture_default_str();
-    app.add_option("--interface", msInterface,
-                   "local address of the interface to listen on, instead of all")
-        ->type_name("ADDRESS");
-    app.add_option("--for", msDuration, "how long to listen")
-        ->type_name("TIME")
-        ->capture_default_str();
-    app.add_option("-n,--count", mnCount, "end when so many are found; 0: listen all the time")
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    app.add_flag("--json", mbJson, "print one JSON document");
-    DeclareQuiet(app, &mbQuiet);
+    line.Option("--group", &msGroup, "GROUP",
+                "ADDRESS or ADDRESS:PORT where they announce themselves");
+    line.Option("--interface", &msInterface, "ADDRESS",
+                "local address of the interface to listen on, instead of all");
+    line.Option("--for", &msDuration, "TIME", "how long to listen");
+    line.Option("-n,--count", &mnCount, "NUMBER",
+                "end when so many are found; 0: listen all the time");
+    line.Flag("--json", &mbJson, "print one JSON document");
+    DeclareQuiet(line, &mbQuiet);
 }
 
 void tcDaemons::Note(const tsDatagram& datagram)

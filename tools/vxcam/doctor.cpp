@@ -11,6 +11,8 @@
 #include "tcService.h"
 #include "vxcamiface.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdio>
 
 const char* const gsDoctorExamples =
@@ -41,7 +43,7 @@ struct tsFinding {
 class tcDoctor : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
     nlohmann::ordered_json Document() const override { return mDocument; }
 
@@ -70,10 +72,10 @@ private:
     nlohmann::ordered_json mDocument;
 };
 
-void tcDoctor::Declare(CLI::App& app)
+void tcDoctor::Declare(tcCommandLine& line)
 {
-    DeclareCommon(app, &mtCommon);
-    app.add_flag("--json", mbJson, "print one JSON document");
+    DeclareCommon(line, &mtCommon);
+    line.Flag("--json", &mbJson, "print one JSON document");
 }
 
 void tcDoctor::Tell(const tsFinding& finding)

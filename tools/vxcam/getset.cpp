@@ -7,6 +7,8 @@
 #include "report.h"
 #include "vxcamiface.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 const char* const gsGetExamples =
@@ -37,7 +39,7 @@ class tcGetSet : public tcVerb
 {
 public:
     explicit tcGetSet(bool sets) : mbSets(sets) {}
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
     nlohmann::ordered_json Document() const override { return mDocument; }
 
@@ -68,16 +70,15 @@ bool IsAsAsked(const tsShape& shape, const tsSetting& asked, const tsSetting& to
            std::equal(asked.bytes.begin(), asked.bytes.end(), told.bytes.begin());
 }
 
-void tcGetSet::Declare(CLI::App& app)
+void tcGetSet::Declare(tcCommandLine& line)
 {
-    DeclareCommon(app, &mtCommon);
-    app.add_option("WORDS", maWords,
-                   mbSets ? "NAME=VALUE sets; behind the word get, NAME reads"
-                          : "NAME reads; behind the word set, NAME=VALUE sets")
-        ->type_name("");
-    app.add_flag("--force", mbForce, "replace files that exist");
-    app.add_flag("--json", mbJson, "print one JSON document");
-    app.footer(
+    DeclareCommon(line, &mtCommon);
+    line.Operand("WORDS", &maWords,
+                 mbSets ? "NAME=VALUE sets; behind the word get, NAME reads"
+                        : "NAME reads; behind the word set, NAME=VALUE sets");
+    line.Flag("--force", &mbForce, "replace files that exist");
+    line.Flag("--json", &mbJson, "print one JSON document");
+    line.AddFooter(
         "Properties (a TIME is a number and ms, s, min or h; HEX two digits a byte; on is 1, "
         "off 0):\n" +
         PropertyHelp() + "\n");

@@ -10,6 +10,8 @@
 #include "tcFrameWriter.h"
 #include "vxcamiface.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -41,7 +43,7 @@ double Seconds(tpClock::duration duration)
 class tcGrab : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
     nlohmann::ordered_json Document() const override { return mDocument; }
 
@@ -74,43 +76,32 @@ private:
     nlohmann::ordered_json mDocument = nlohmann::ordered_json::object();
 };
 
-void tcGrab::Declare(CLI::App& app)
+void tcGrab::Declare(tcCommandLine& line)
 {
-    DeclareCommon(app, &mtCommon);
-    app.add_option("-e,--exposure", msExposure, "like 500ms, 2s, 0.5 (seconds) or 1min")
-        ->type_name("TIME")
-        ->capture_default_str();
-    app.add_option("--frames", mnFrames, "frames to take in one readout")
-        ->type_name("NUMBER")
-        ->check(CLI::Range(1, gnMostFrames))
-        ->capture_default_str();
-    auto* area = app.add_option("--area", msArea, "part of the sensor to read: x,y,width,height")
-                     ->type_name("AREA");
-    auto* binned = app.add_flag("--binned", mbBinned, "binned readout, 32 bits a pixel");
-    auto* mask = app.add_flag("--mask-binned", mbMaskBinned,
-                              "readout by the mask that the camera holds, 32 bits a pixel");
-    area->excludes(binned)->excludes(mask);
-    binned->excludes(mask);
-    app.add_option("--target-temp", mTarget, "cool the sensor to so many degrees Celsius")
-        ->type_name("DEGREES");
-    app.add_flag("--wait-cool", mbWaitCool, "wait until the sensor is within 0.5 degrees of it");
-    app.add_option("--cool-timeout", msCoolTimeout, "wait no longer than this")
-        ->type_name("TIME")
-        ->capture_default_str();
-    app.add_option("-o,--output", msOutput, "FITS file; %04d in it stands for the frame's number")
-        ->type_name("FILE")
-        ->capture_default_str();
-    app.add_option("--preview", msPreview, "PNG picture of each frame, named likewise")
-        ->type_name("FILE");
-    app.add_flag("--force", mbForce, "replace files that exist");
-    app.add_flag("--allow-incomplete", mbAllowIncomplete,
-                 "frames of which packets are missing are no failure");
-    app.add_option("--instrument", msInstrument, "the camera's name in the file")
-        ->type_name("NAME");
-    app.add_option("--timeout", msTimeout, "silence beyond the exposure that ends the readout")
-        ->type_name("TIME")
-        ->capture_default_str();
-    app.add_flag("--json", mbJson, "print one JSON document");
+    DeclareCommon(line, &mtCommon);
+    line.Option("-e,--exposure", &msExposure, "TIME", "like 500ms, 2s, 0.5 (seconds) or 1min");
+    line.Option("--frames", &mnFrames, "NUMBER", "frames to take in one readout")
+        .Within(1, gnMostFrames);
+    const tcOption area =
+        line.Option("--area", &msArea, "AREA", "part of the sensor to read: x,y,width,height");
+    const tcOption binned = line.Flag("--binned", &mbBinned, "binned readout, 32 bits a pixel");
+    const tcOption mask = line.Flag("--mask-binned", &mbMaskBinned,
+                                    "readout by the mask that the camera holds, 32 bits a pixel");
+    area.Excludes(binned).Excludes(mask);
+    binned.Excludes(mask);
+    line.Option("--target-temp", &mTarget, "DEGREES", "cool the sensor to so many degrees Celsius");
+    line.Flag("--wait-cool", &mbWaitCool, "wait until the sensor is within 0.5 degrees of it");
+    line.Option("--cool-timeout", &msCoolTimeout, "TIME", "wait no longer than this");
+    line.Option("-o,--output", &msOutput, "FILE",
+                "FITS file; %04d in it stands for the frame's number");
+    line.Option("--preview", &msPreview, "FILE", "PNG picture of each frame, named likewise");
+    line.Flag("--force", &mbForce, "replace files that exist");
+    line.Flag("--allow-incomplete", &mbAllowIncomplete,
+              "frames of which packets are missing are no failure");
+    line.Option("--instrument", &msInstrument, "NAME", "the camera's name in the file");
+    line.Option("--timeout", &msTimeout, "TIME",
+                "silence beyond the exposure that ends the readout");
+    line.Flag("--json", &mbJson, "print one JSON document");
 }
 
 void tcGrab::CheckArguments()

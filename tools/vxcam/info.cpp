@@ -7,6 +7,8 @@
 #include "report.h"
 #include "vxcamiface.h"
 
+#include <nlohmann/json.hpp>
+
 const char* const gsInfoExamples =
     R"(  vxcam info                       the simulated camera
   vxcam info 192.168.1.20:2000     a camera on the network
@@ -24,7 +26,7 @@ constexpr const char* gaTold[] = {"ccd-temp",     "board-temp",     "target-temp
 class tcInfo : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
     nlohmann::ordered_json Document() const override { return mDocument; }
 
@@ -37,10 +39,10 @@ private:
     nlohmann::ordered_json mDocument;
 };
 
-void tcInfo::Declare(CLI::App& app)
+void tcInfo::Declare(tcCommandLine& line)
 {
-    DeclareCommon(app, &mtCommon);
-    app.add_flag("--json", mbJson, "print one JSON document");
+    DeclareCommon(line, &mtCommon);
+    line.Flag("--json", &mbJson, "print one JSON document");
 }
 
 void tcInfo::Tell(const std::string& label, const std::string& text) const

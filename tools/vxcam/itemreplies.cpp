@@ -1,5 +1,7 @@
 #include "itemreplies.h"
 
+#include <nlohmann/json.hpp>
+
 #include <charconv>
 #include <cmath>
 #include <cstdio>

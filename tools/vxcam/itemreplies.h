@@ -2,7 +2,7 @@
 #ifndef ITEMREPLIES_H
 #define ITEMREPLIES_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <optional>
 #include <string>

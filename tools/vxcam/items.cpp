@@ -7,6 +7,8 @@
 #include "report.h"
 #include "tcService.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <thread>
 
@@ -23,7 +25,7 @@ constexpr std::chrono::milliseconds gtSettling{100}; // for a process that puts 
 class tcItems : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
     nlohmann::ordered_json Document() const override { return {{"target", msTarget}}; }
 
@@ -50,32 +52,23 @@ nlohmann::ordered_json ItemDocument(const tsItem& item)
         {"name", item.name}, {"value", ItemNumber(item.value)}, {"description", item.description}};
 }
 
-void tcItems::Declare(CLI::App& app)
+void tcItems::Declare(tcCommandLine& line)
 {
-    app.add_option("TARGET", msTarget, "HOST or HOST:PORT; without a port 7010")
-        ->type_name("")
-        ->required();
-    app.add_option("--timeout", msTimeout, "how long the process may be silent")
-        ->type_name("TIME")
-        ->capture_default_str();
-    app.add_flag("--json", mbJson, "print one JSON document");
-    DeclareQuiet(app, &mbQuiet);
-    app.require_subcommand(1);
+    line.Operand("TARGET", &msTarget, "HOST or HOST:PORT; without a port 7010").Required();
+    line.Option("--timeout", &msTimeout, "TIME", "how long the process may be silent");
+    line.Flag("--json", &mbJson, "print one JSON document");
+    DeclareQuiet(line, &mbQuiet);
     const auto action = [&](const char* name, const char* summary, void (tcItems::*run)()) {
-        CLI::App* const declared = app.add_subcommand(name, summary);
-        declared->fallthrough();
-        declared->callback([this, run] { mpAction = run; });
-        return declared;
+        return line.Action(name, summary, [this, run] { mpAction = run; });
     };
     action("list", "list the items", &tcItems::List);
-    CLI::App* const get = action("get", "show one item", &tcItems::Get);
-    CLI::App* const set = action("set", "give an item another value", &tcItems::Set);
-    for (CLI::App* named : {get, set}) {
-        named->add_option("NAME", msName, "the item")->type_name("")->required();
+    const tcCommandLine get = action("get", "show one item", &tcItems::Get);
+    tcCommandLine set = action("set", "give an item another value", &tcItems::Set);
+    for (tcCommandLine named : {get, set}) {
+        named.Operand("NAME", &msName, "the item").Required();
     }
-    set->add_option("VALUE", msValue, "a number, without a fraction for a whole-numbered item")
-        ->type_name("")
-        ->required();
+    set.Operand("VALUE", &msValue, "a number, without a fraction for a whole-numbered item")
+        .Required();
 }
 
 void tcItems::Run()

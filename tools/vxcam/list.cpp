@@ -4,6 +4,8 @@
 #include "program.h"
 #include "report.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdio>
 
 const char* const gsListExamples =
@@ -15,7 +17,7 @@ namespace {
 class tcList : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
 
 private:
@@ -60,10 +62,10 @@ nlohmann::ordered_json ListDocument(const std::vector<tsInterface>& interfaces,
     return document;
 }
 
-void tcList::Declare(CLI::App& app)
+void tcList::Declare(tcCommandLine& line)
 {
-    DeclareOutput(app, &mtCommon);
-    app.add_flag("--json", mbJson, "print one JSON document");
+    DeclareOutput(line, &mtCommon);
+    line.Flag("--json", &mbJson, "print one JSON document");
 }
 
 void tcList::Print(const std::vector<tsInterface>& interfaces,

@@ -8,9 +8,12 @@
 #include "tcLogOutput.h"
 #include "tcLogService.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 const char* const gsLogExamples =
     R"(  vxcam log 192.168.1.20 list                the loggers: name, level, where records go
@@ -24,16 +27,17 @@ namespace {
 class tcLogVerb : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override { (this->*mpAction)(); }
     nlohmann::ordered_json Document() const override;
 
 private:
     using tpAction = void (tcLogVerb::*)();
 
-    CLI::App* Action(CLI::App& app, const char* name, const char* summary, tpAction action);
-    void DeclareChanges(CLI::App& app);
-    void DeclareTail(CLI::App& app);
+    tcCommandLine Action(tcCommandLine& line, const char* name, const char* summary,
+                         tpAction action);
+    void DeclareChanges(tcCommandLine& line);
+    void DeclareTail(tcCommandLine& line);
 
     void List();
     void Get();
@@ -45,7 +49,7 @@ private:
     void Tail();
 
     tcLogService Open() const;
-    void Name(CLI::App* action);
+    void Name(tcCommandLine& action);
     void Print(const tsLogger& logger) const;
     void PrintRecords(const std::vector<std::string>& records) const;
     void PrintNoted(const nlohmann::ordered_json& more) const;
@@ -58,93 +62,70 @@ private:
     tsTailChoice mtTail;
 };
 
-CLI::App* tcLogVerb::Action(CLI::App& app, const char* name, const char* summary, tpAction action)
+tcCommandLine tcLogVerb::Action(tcCommandLine& line, const char* name, const char* summary,
+                                tpAction action)
 {
-    CLI::App* const declared = app.add_subcommand(name, summary);
-    declared->fallthrough();
-    declared->callback([this, action] { mpAction = action; });
-    return declared;
+    return line.Action(name, summary, [this, action] { mpAction = action; });
 }
 
-void tcLogVerb::Name(CLI::App* action)
+void tcLogVerb::Name(tcCommandLine& action)
 {
-    action->add_option("NAME", msName, "the logger")->type_name("")->required();
+    action.Operand("NAME", &msName, "the logger").Required();
 }
 
-void tcLogVerb::Declare(CLI::App& app)
+void tcLogVerb::Declare(tcCommandLine& line)
 {
-    app.add_option("TARGET", msTarget, "HOST or HOST:PORT; without a port 17020")
-        ->type_name("")
-        ->required();
-    app.add_option("--timeout", msTimeout, "how long the process may be silent")
-        ->type_name("TIME")
-        ->capture_default_str();
-    DeclareQuiet(app, &mbQuiet);
-    app.require_subcommand(1);
-    CLI::App* const list = Action(app, "list", "list the loggers", &tcLogVerb::List);
-    CLI::App* const get = Action(app, "get", "show one logger", &tcLogVerb::Get);
-    CLI::App* const dump = Action(app, "dump", "show what was captured", &tcLogVerb::Dump);
-    CLI::App* const errors = Action(app, "errors", "show the last errors", &tcLogVerb::Errors);
-    for (CLI::App* named : {get, dump}) {
-        Name(named);
+    line.Operand("TARGET", &msTarget, "HOST or HOST:PORT; without a port 17020").Required();
+    line.Option("--timeout", &msTimeout, "TIME", "how long the process may be silent");
+    DeclareQuiet(line, &mbQuiet);
+    tcCommandLine list = Action(line, "list", "list the loggers", &tcLogVerb::List);
+    tcCommandLine get = Action(line, "get", "show one logger", &tcLogVerb::Get);
+    tcCommandLine dump = Action(line, "dump", "show what was captured", &tcLogVerb::Dump);
+    tcCommandLine errors = Action(line, "errors", "show the last errors", &tcLogVerb::Errors);
+    Name(get);
+    Name(dump);
+    errors.Option("-n,--last", &mnLast, "NUMBER", "show only so many, the youngest; 0: all");
+    for (tcCommandLine action : {list, get, dump, errors}) {
+        action.Flag("--json", &mbJson, "print one JSON document");
     }
-    errors->add_option("-n,--last", mnLast, "show only so many, the youngest; 0: all")
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    for (CLI::App* action : {list, get, dump, errors}) {
-        action->add_flag("--json", mbJson, "print one JSON document");
-    }
-    DeclareChanges(app);
-    DeclareTail(app);
+    DeclareChanges(line);
+    DeclareTail(line);
 }
 
-void tcLogVerb::DeclareChanges(CLI::App& app)
+void tcLogVerb::DeclareChanges(tcCommandLine& line)
 {
-    CLI::App* const set = Action(app, "set", "set a level, and where records go", &tcLogVerb::Set);
+    tcCommandLine set = Action(line, "set", "set a level, and where records go", &tcLogVerb::Set);
     Name(set);
-    set->add_option("LEVEL", mnLevel, "debug records up to it; -N: those of level N only")
-        ->type_name("")
-        ->required();
-    set->add_option("WHERE", msWhere,
-                    "a number of lines to keep, a file of the process, - for its standard output, "
-                    ". to leave it; nothing: where they went before")
-        ->type_name("");
-    CLI::App* const uri = Action(app, "uri", "send records somewhere else", &tcLogVerb::Uri);
+    set.Operand("LEVEL", &mnLevel, "debug records up to it; -N: those of level N only").Required();
+    set.Operand("WHERE", &msWhere,
+                "a number of lines to keep, a file of the process, - for its standard output, "
+                ". to leave it; nothing: where they went before");
+    tcCommandLine uri = Action(line, "uri", "send records somewhere else", &tcLogVerb::Uri);
     Name(uri);
-    uri->add_option("URI", msUri,
-                    "udp:ADDRESS:PORT[:bin], buff:LINES, file:NAME, cout or null; nothing: where "
-                    "they went before")
-        ->type_name("");
-    CLI::App* const enable =
-        Action(app, "enable", "switch all debug records on or off", &tcLogVerb::Enable);
-    enable->add_option("SWITCH", msSwitch, "on or off")
-        ->type_name("")
-        ->check(CLI::IsMember({"on", "off", "1", "0"}))
-        ->required();
-    for (CLI::App* action : {set, uri, enable}) {
-        action->add_flag("--json", mbJson, "print one JSON document");
+    uri.Operand("URI", &msUri,
+                "udp:ADDRESS:PORT[:bin], buff:LINES, file:NAME, cout or null; nothing: where "
+                "they went before");
+    tcCommandLine enable =
+        Action(line, "enable", "switch all debug records on or off", &tcLogVerb::Enable);
+    enable.Operand("SWITCH", &msSwitch, "on or off").OneOf({"on", "off", "1", "0"}).Required();
+    for (tcCommandLine action : {set, uri, enable}) {
+        action.Flag("--json", &mbJson, "print one JSON document");
     }
 }
 
-void tcLogVerb::DeclareTail(CLI::App& app)
+void tcLogVerb::DeclareTail(tcCommandLine& line)
 {
-    CLI::App* const tail = Action(app, "tail", "show records as they come", &tcLogVerb::Tail);
+    tcCommandLine tail = Action(line, "tail", "show records as they come", &tcLogVerb::Tail);
     Name(tail);
-    tail->add_option("--level", mtTail.level, "the logger's level for this time")
-        ->type_name("NUMBER");
-    tail->add_flag("--binary", mtTail.binary, "have the records sent in binary");
-    tail->add_option("--address", mtTail.address,
-                     "where the process sends them, instead of this host's address as it sees it")
-        ->type_name("ADDRESS");
-    tail->add_option("--port", mtTail.port, "UDP port they are sent to; 0 takes a free one")
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    tail->add_option("-n,--count", mtTail.end.count, "end after so many records; 0: go on")
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    tail->add_option("--for", msDuration, "end after this time")->type_name("TIME");
-    tail->add_flag("--force", mtTail.force, "also when that loses records that were captured");
-    tail->add_flag("--json", mbJsonLines, "one JSON object a line");
+    tail.Option("--level", &mtTail.level, "NUMBER", "the logger's level for this time");
+    tail.Flag("--binary", &mtTail.binary, "have the records sent in binary");
+    tail.Option("--address", &mtTail.address, "ADDRESS",
+                "where the process sends them, instead of this host's address as it sees it");
+    tail.Option("--port", &mtTail.port, "NUMBER", "UDP port they are sent to; 0 takes a free one");
+    tail.Option("-n,--count", &mtTail.end.count, "NUMBER", "end after so many records; 0: go on");
+    tail.Option("--for", &msDuration, "TIME", "end after this time");
+    tail.Flag("--force", &mtTail.force, "also when that loses records that were captured");
+    tail.Flag("--json", &mbJsonLines, "one JSON object a line");
 }
 
 nlohmann::ordered_json tcLogVerb::Document() const

@@ -5,6 +5,8 @@
 #include "report.h"
 #include "tcLogOutput.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdio>
 
 const char* const gsLogSinkExamples =
@@ -19,7 +21,7 @@ constexpr uint16_t gnLogPort = 10101; // where loggers send when nothing else is
 class tcLogSink : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
 
 private:
@@ -32,27 +34,19 @@ private:
     bool mbForce = false, mbQuiet = false, mbJsonLines = false;
 };
 
-void tcLogSink::Declare(CLI::App& app)
+void tcLogSink::Declare(tcCommandLine& line)
 {
-    app.add_option("--port", mtWhere.port, "UDP port to listen on; 0 takes a free one")
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    app.add_option("--bind", mtWhere.address, "local address to listen on")
-        ->type_name("ADDRESS")
-        ->capture_default_str();
-    app.add_option("--group", mtWhere.group, "multicast group to join")->type_name("ADDRESS");
-    app.add_option("--interface", mtWhere.interface,
-                   "local address of the interface to join the group on, instead of all")
-        ->type_name("ADDRESS");
-    app.add_option("-n,--count", mtEnd.count, "end after so many records; 0: go on")
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    app.add_option("--for", msDuration, "end after this time")->type_name("TIME");
-    app.add_option("-o,--output", msFile, "where the records go, instead of standard output")
-        ->type_name("FILE");
-    app.add_flag("--force", mbForce, "replace a file that exists");
-    app.add_flag("--json", mbJsonLines, "one JSON object a line");
-    DeclareQuiet(app, &mbQuiet);
+    line.Option("--port", &mtWhere.port, "NUMBER", "UDP port to listen on; 0 takes a free one");
+    line.Option("--bind", &mtWhere.address, "ADDRESS", "local address to listen on");
+    line.Option("--group", &mtWhere.group, "ADDRESS", "multicast group to join");
+    line.Option("--interface", &mtWhere.interface, "ADDRESS",
+                "local address of the interface to join the group on, instead of all");
+    line.Option("-n,--count", &mtEnd.count, "NUMBER", "end after so many records; 0: go on");
+    line.Option("--for", &msDuration, "TIME", "end after this time");
+    line.Option("-o,--output", &msFile, "FILE", "where the records go, instead of standard output");
+    line.Flag("--force", &mbForce, "replace a file that exists");
+    line.Flag("--json", &mbJsonLines, "one JSON object a line");
+    DeclareQuiet(line, &mbQuiet);
 }
 
 void tcLogSink::TellWhere(const tcDatagrams& datagrams) const
@@ -60,9 +54,8 @@ void tcLogSink::TellWhere(const tcDatagrams& datagrams) const
     const std::string place = datagrams.Address() + ":" + std::to_string(datagrams.Port());
     if (mbQuiet) return;
     if (!mbJsonLines) return PrintLine("listening on " + place);
-    PrintLine(nlohmann::ordered_json{
-        {"event", "listening"}, {"address", datagrams.Address()}, {"port", datagrams.Port()}}
-                  .dump());
+    PrintLine(LineText(
+        {{"event", "listening"}, {"address", datagrams.Address()}, {"port", datagrams.Port()}}));
 }
 
 void tcLogSink::TellHowMany(const tsLogCounts& counts) const
@@ -73,9 +66,7 @@ void tcLogSink::TellHowMany(const tsLogCounts& counts) const
                   " as text, " + std::to_string(counts.binaries) + " binary");
         return;
     }
-    PrintLine(nlohmann::ordered_json{
-        {"event", "end"}, {"text", counts.texts}, {"binary", counts.binaries}}
-                  .dump());
+    PrintLine(LineText({{"event", "end"}, {"text", counts.texts}, {"binary", counts.binaries}}));
 }
 
 void tcLogSink::Run()

@@ -4,6 +4,7 @@
 #include "properties.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -32,52 +33,35 @@ std::string Entry(const std::string& term, const std::string& text)
     return ".TP\n\\fB" + Roff(term) + "\\fR\n" + Roff(text) + "\n";
 }
 
-bool IsShown(const CLI::Option* option)
-{
-    return !option->get_lnames().empty();
-}
-
-std::string OptionTerm(const CLI::Option* option)
-{
-    std::string term;
-    for (const std::string& name : option->get_snames()) {
-        term += "-" + name + ", ";
-    }
-    term += "--" + option->get_lnames()[0];
-    const std::string type = option->get_type_name();
-    return type.empty() ? term : term + " " + type.substr(0, type.find(':'));
-}
-
-std::string Options(const CLI::App& app)
+std::string Joined(const std::vector<std::string>& words, const char* separator = " ")
 {
     std::string text;
-    for (const CLI::Option* option : app.get_options(IsShown)) {
-        const std::string initial = option->get_default_str();
-        text += Entry(OptionTerm(option),
-                      option->get_description() + (initial.empty() ? "" : " (" + initial + ")"));
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : separator) + word;
     }
     return text;
 }
 
-std::vector<const CLI::App*> Actions(const CLI::App& app)
+std::string Options(const tcCommandLine& line)
 {
-    std::vector<const CLI::App*> actions;
-    for (const CLI::App* action : app.get_subcommands(nullptr)) {
-        actions.push_back(action);
+    std::string text;
+    for (const tsOptionText& option : line.Options()) {
+        text += Entry(Joined(option.names, ", ") + (option.type.empty() ? "" : " " + option.type),
+                      option.meaning + (option.initial.empty() ? "" : " (" + option.initial + ")"));
     }
-    return actions;
+    return text;
 }
 
 std::string VerbSection(const tsVerb& verb)
 {
-    CLI::App app;
+    tcCommandLine line;
     const std::unique_ptr<tcVerb> run = verb.make();
-    run->Declare(app);
+    run->Declare(line);
     std::string text = ".SS vxcam " + std::string(verb.name) + "\n" + Roff(verb.summary) + ".\n";
-    text += Options(app);
-    for (const CLI::App* action : Actions(app)) {
-        text += Entry(action->get_name(), action->get_description());
-        text += ".RS\n" + Options(*action) + ".RE\n";
+    text += Options(line);
+    for (const tcCommandLine& action : line.Actions()) {
+        text += Entry(action.Name(), action.Meaning());
+        text += ".RS\n" + Options(action) + ".RE\n";
     }
     return text + ".PP\n.EX\n" + Roff(verb.examples) + "\n.EE\n";
 }
@@ -99,19 +83,10 @@ std::string PropertySection()
 
 // ---- bash ------------------------------------------------------------------------------------
 
-std::string Joined(const std::vector<std::string>& words)
+void AddOptions(const tcCommandLine& line, std::vector<std::string>* words)
 {
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : " ") + word;
-    }
-    return text;
-}
-
-void AddOptions(const CLI::App& app, std::vector<std::string>* words)
-{
-    for (const CLI::Option* option : app.get_options(IsShown)) {
-        const std::string word = "--" + option->get_lnames()[0];
+    for (const tsOptionText& option : line.Options()) {
+        const std::string& word = option.names.back();
         if (std::find(words->begin(), words->end(), word) == words->end()) words->push_back(word);
     }
 }
@@ -119,16 +94,16 @@ void AddOptions(const CLI::App& app, std::vector<std::string>* words)
 // The words that may follow a verb: options and actions.
 std::string VerbCase(const tsVerb& verb)
 {
-    CLI::App app;
+    tcCommandLine line;
     const std::unique_ptr<tcVerb> run = verb.make();
-    run->Declare(app);
+    run->Declare(line);
     std::vector<std::string> options, words;
-    AddOptions(app, &options);
-    for (const CLI::App* action : Actions(app)) {
-        words.push_back(action->get_name());
-        AddOptions(*action, &options);
+    AddOptions(line, &options);
+    for (const tcCommandLine& action : line.Actions()) {
+        words.push_back(action.Name());
+        AddOptions(action, &options);
     }
-    if (app.get_option_no_throw("TARGET") != nullptr && words.empty()) words.push_back("sim");
+    if (line.HasOperand("TARGET") && words.empty()) words.emplace_back("sim");
     return "    " + std::string(verb.name) + ") options='" + Joined(options) + "' words='" +
            Joined(words) + "' ;;\n";
 }

@@ -3,6 +3,8 @@
 #include "program.h"
 #include "report.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdio>
 
 const char* const gsPingExamples =
@@ -15,7 +17,7 @@ namespace {
 class tcPing : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
 
 private:
@@ -23,14 +25,12 @@ private:
     int mnCount = 1000;
 };
 
-void tcPing::Declare(CLI::App& app)
+void tcPing::Declare(tcCommandLine& line)
 {
-    DeclareCommon(app, &mtCommon);
-    app.add_option("-n,--count", mnCount, "round trips to measure, 1 to 1000000")
-        ->type_name("NUMBER")
-        ->check(CLI::Range(1, 1000000))
-        ->capture_default_str();
-    app.add_flag("--json", mbJson, "print one JSON document");
+    DeclareCommon(line, &mtCommon);
+    line.Option("-n,--count", &mnCount, "NUMBER", "round trips to measure, 1 to 1000000")
+        .Within(1, 1000000);
+    line.Flag("--json", &mbJson, "print one JSON document");
 }
 
 void tcPing::Run()

@@ -5,9 +5,14 @@
 #include "report.h"
 #include "vxcamiface.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
+#include <new>
+#include <utility>
 
 namespace {
 
@@ -55,27 +60,15 @@ const tsVerb& FindVerb(const std::string& name)
 }
 
 // False when the help was asked for, and printed.
-bool Parse(const tsVerb& verb, tcVerb& run, std::vector<std::string> arguments)
+bool Parse(const tsVerb& verb, tcVerb& run, const std::vector<std::string>& arguments)
 {
     const std::string name = std::string("vxcam ") + verb.name;
-    CLI::App app(name + " - " + verb.summary + "\n", name);
-    run.Declare(app);
-    app.footer(app.get_footer() + "Examples:\n" + verb.examples + "\n\n" + gsExitCodes);
-    std::reverse(arguments.begin(), arguments.end());
-    try {
-        app.parse(arguments);
-    } catch (const CLI::CallForHelp&) {
-        std::string help = app.help();
-        while (!help.empty() && help.back() == '\n') {
-            help.pop_back();
-        }
-        PrintLine(help);
-        return false;
-    } catch (const CLI::ParseError& error) {
-        throw tcFailure(eExitUsage,
-                        std::string(error.what()) + " (see vxcam " + verb.name + " --help)");
-    }
-    return true;
+    tcCommandLine line(name, name + " - " + verb.summary + "\n");
+    run.Declare(line);
+    line.AddFooter(std::string("Examples:\n") + verb.examples + "\n\n" + gsExitCodes);
+    if (line.Parse(arguments)) return true;
+    PrintLine(line.Help());
+    return false;
 }
 
 void AddError(nlohmann::ordered_json* document, int code, const std::string& text)
@@ -158,39 +151,35 @@ const std::vector<tsVerb>& Verbs()
     return verbs;
 }
 
-void DeclareOutput(CLI::App& app, tsCommonOptions* options)
+nlohmann::ordered_json tcVerb::Document() const
 {
-    DeclareQuiet(app, &options->quiet);
-    app.add_flag("-v,--verbose", options->verbose, "let the library print its error log");
+    return nullptr;
 }
 
-void DeclareCommon(CLI::App& app, tsCommonOptions* options)
+void DeclareOutput(tcCommandLine& line, tsCommonOptions* options)
 {
-    app.add_option("TARGET", options->target,
-                   "HOST:PORT, serial:NUMBER, or sim for a simulated camera")
-        ->type_name("")
-        ->capture_default_str();
-    DeclareOutput(app, options);
+    DeclareQuiet(line, &options->quiet);
+    line.Flag("-v,--verbose", &options->verbose, "let the library print its error log");
+}
+
+void DeclareCommon(tcCommandLine& line, tsCommonOptions* options)
+{
+    line.Operand("TARGET", &options->target,
+                 "HOST:PORT, serial:NUMBER, or sim for a simulated camera");
+    DeclareOutput(line, options);
     const char* const group = "Simulated camera";
-    app.add_option("--sim-sensor", options->simSensor, "columns and rows")
-        ->type_name("SIZE")
-        ->capture_default_str()
-        ->group(group);
-    app.add_option("--sim-seed", options->sim.seed, "another number, another sky")
-        ->type_name("NUMBER")
-        ->capture_default_str()
-        ->group(group);
-    app.add_option("--sim-time-scale", options->sim.timeScale,
-                   "10 lets its clock run 10 times as fast")
-        ->type_name("FACTOR")
-        ->check(CLI::Range(gnLeastTimeScale, gnMostTimeScale))
-        ->capture_default_str()
-        ->group(group);
+    line.Option("--sim-sensor", &options->simSensor, "SIZE", "columns and rows").Group(group);
+    line.Option("--sim-seed", &options->sim.seed, "NUMBER", "another number, another sky")
+        .Group(group);
+    line.Option("--sim-time-scale", &options->sim.timeScale, "FACTOR",
+                "10 lets its clock run 10 times as fast")
+        .Within(gnLeastTimeScale, gnMostTimeScale)
+        .Group(group);
 }
 
-void DeclareQuiet(CLI::App& app, bool* isQuiet)
+void DeclareQuiet(tcCommandLine& line, bool* isQuiet)
 {
-    app.add_flag("-q,--quiet", *isQuiet, "print nothing but errors");
+    line.Flag("-q,--quiet", isQuiet, "print nothing but errors");
 }
 
 // The errors that matter to the user come out as vxcam's own.

@@ -2,10 +2,10 @@
 #ifndef PROGRAM_H
 #define PROGRAM_H
 
+#include "tcCommandLine.h"
 #include "tcSession.h"
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <memory>
 #include <string>
@@ -17,10 +17,10 @@ class tcVerb
 {
 public:
     virtual ~tcVerb() = default;
-    virtual void Declare(CLI::App& app) = 0;
+    virtual void Declare(tcCommandLine& line) = 0;
     virtual void Run() = 0; // throws tcFailure
     // With --json, a document about a run that failed; null when the verb has nothing to say.
-    virtual nlohmann::ordered_json Document() const { return nullptr; }
+    virtual nlohmann::ordered_json Document() const;
     bool WantsJson() const { return mbJson; }
 
 protected:
@@ -44,11 +44,11 @@ struct tsCommonOptions {
     bool verbose = false;
 };
 // Declares --quiet and --verbose.
-void DeclareOutput(CLI::App& app, tsCommonOptions* options);
+void DeclareOutput(tcCommandLine& line, tsCommonOptions* options);
 // Declares these, the target and the options of the simulated camera.
-void DeclareCommon(CLI::App& app, tsCommonOptions* options);
+void DeclareCommon(tcCommandLine& line, tsCommonOptions* options);
 // Declares --quiet alone, for verbs that open no camera.
-void DeclareQuiet(CLI::App& app, bool* isQuiet);
+void DeclareQuiet(tcCommandLine& line, bool* isQuiet);
 // Unless --verbose, keeps the library's error log from standard error. Before its first call.
 void HushLibrary(const tsCommonOptions& options);
 // Opens the camera that the options name, hushed so. Throws tcFailure.

@@ -1,5 +1,7 @@
 #include "report.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -71,6 +73,11 @@ void PrintLine(const std::string& text)
     if (std::fputs((text + "\n").c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
         throw tcFailure(eExitFile, std::string("standard output: ") + std::strerror(errno));
     }
+}
+
+std::string LineText(const nlohmann::ordered_json& document)
+{
+    return document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 void PrintDocument(const nlohmann::ordered_json& document)

@@ -4,8 +4,9 @@
 
 #include "tcFrameWriter.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
+#include <chrono>
 #include <string>
 
 // What is known about a frame on disk.
@@ -17,6 +18,9 @@ std::string MissingText(const tsFrame& frame);
 
 // The same for people, in some lines without the last line's end.
 std::string FrameText(const tsWrittenFrame& written, std::chrono::milliseconds exposure);
+
+// A document in one line, without a line end.
+std::string LineText(const nlohmann::ordered_json& document);
 
 // Throw tcFailure with eExitFile when standard output takes no more.
 void PrintDocument(const nlohmann::ordered_json& document);

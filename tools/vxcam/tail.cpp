@@ -5,6 +5,9 @@
 #include "logrecord.h"
 #include "report.h"
 
+#include <exception>
+#include <utility>
+
 namespace {
 
 // How to put back what a redirection of this daemon did; nothing when there is none.

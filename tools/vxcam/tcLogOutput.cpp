@@ -4,6 +4,8 @@
 #include "logrecord.h"
 #include "report.h"
 
+#include <nlohmann/json.hpp>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -63,7 +65,7 @@ void tcLogOutput::Put(const tsDatagram& datagram)
         {"from", datagram.address + ":" + std::to_string(datagram.port)},
         {"form", record ? "binary" : "text"}};
     document.update(record ? RecordDocument(*record) : LogLineDocument(WithoutEnd(datagram.bytes)));
-    Print(document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    Print(LineText(document));
 }
 
 void tcLogOutput::Print(const std::string& line)

@@ -4,8 +4,9 @@
 
 #include "tcDatagrams.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
+#include <chrono>
 #include <cstdio>
 #include <functional>
 #include <memory>

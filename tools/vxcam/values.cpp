@@ -5,6 +5,7 @@
 #include "failure.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cmath>

@@ -3,7 +3,7 @@
 #ifndef VALUES_H
 #define VALUES_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <optional>

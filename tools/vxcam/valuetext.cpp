@@ -1,6 +1,8 @@
 // Showing values.
 #include "values.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>

@@ -7,6 +7,10 @@
 #include "values.h"
 #include "vxcamiface.h"
 
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <deque>
@@ -77,7 +81,7 @@ private:
 class tcWatch : public tcVerb
 {
 public:
-    void Declare(CLI::App& app) override;
+    void Declare(tcCommandLine& line) override;
     void Run() override;
 
 private:
@@ -105,15 +109,13 @@ private:
     uint64_t mnLost = 0; // connections
 };
 
-void tcWatch::Declare(CLI::App& app)
+void tcWatch::Declare(tcCommandLine& line)
 {
-    DeclareCommon(app, &mtCommon);
-    app.add_option("-n,--count", mnCount, "end after so many events; 0: never")
-        ->type_name("NUMBER")
-        ->check(CLI::Range(0, 1000000000))
-        ->capture_default_str();
-    app.add_option("--for", msFor, "end after this time")->type_name("TIME");
-    app.add_flag("--json", mbJsonLines, "one JSON object a line");
+    DeclareCommon(line, &mtCommon);
+    line.Option("-n,--count", &mnCount, "NUMBER", "end after so many events; 0: never")
+        .Within(0, 1000000000);
+    line.Option("--for", &msFor, "TIME", "end after this time");
+    line.Flag("--json", &mbJsonLines, "one JSON object a line");
 }
 
 void tcWatch::Print(const char* kind, std::chrono::system_clock::time_point clock,
@@ -123,7 +125,7 @@ void tcWatch::Print(const char* kind, std::chrono::system_clock::time_point cloc
     if (mbJsonLines) {
         nlohmann::ordered_json line{{"time", TimeText(clock)}, {"event", kind}};
         line.update(document);
-        PrintLine(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+        PrintLine(LineText(line));
     } else if (!mtCommon.quiet) {
         char label[16];
         std::snprintf(label, sizeof label, "  %-10s ", kind);
@@ -218,17 +220,16 @@ void tcWatch::Summarise()
 {
     const double seconds = Seconds(tpClock::now() - mBegin);
     if (mbJsonLines) {
-        PrintLine(nlohmann::ordered_json{{"event", "end"},
-                                         {"seconds", seconds},
-                                         {"heartbeats", mnHeartBeats},
-                                         {"errors", mnErrors},
-                                         {"messages", mnMessages},
-                                         {"breaks", mnBreaks},
-                                         {"bytes_received", mtStatistics.BytesReceived},
-                                         {"messages_received", mtStatistics.MessagesReceived},
-                                         {"messages_bad", mtStatistics.MessagesBad},
-                                         {"requests_timed_out", mtStatistics.RequestsTimedOut}}
-                      .dump());
+        PrintLine(LineText({{"event", "end"},
+                            {"seconds", seconds},
+                            {"heartbeats", mnHeartBeats},
+                            {"errors", mnErrors},
+                            {"messages", mnMessages},
+                            {"breaks", mnBreaks},
+                            {"bytes_received", mtStatistics.BytesReceived},
+                            {"messages_received", mtStatistics.MessagesReceived},
+                            {"messages_bad", mtStatistics.MessagesBad},
+                            {"requests_timed_out", mtStatistics.RequestsTimedOut}}));
         return;
     }
     char text[160];

@@ -1,0 +1,169 @@
+#include "tcCommandLine.h"
+
+#include "failure.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <type_traits>
+#include <utility>
+
+namespace {
+
+CLI::Option* Declare(CLI::App& app, const char* names, const tpValue& value, const char* meaning)
+{
+    return std::visit(
+        [&](auto* variable) {
+            using Type = std::remove_pointer_t<decltype(variable)>;
+            CLI::Option* const option = app.add_option(names, *variable, meaning);
+            if constexpr (std::is_arithmetic_v<Type> || std::is_same_v<Type, std::string>) {
+                option->capture_default_str();
+            }
+            return option;
+        },
+        value);
+}
+
+tsOptionText Told(const CLI::Option& option)
+{
+    tsOptionText text;
+    for (const std::string& name : option.get_snames()) {
+        text.names.push_back("-" + name);
+    }
+    for (const std::string& name : option.get_lnames()) {
+        text.names.push_back("--" + name);
+    }
+    const std::string type = option.get_type_name();
+    text.type = type.substr(0, type.find(':')); // behind it: what the value may be
+    text.initial = option.get_default_str();
+    text.meaning = option.get_description();
+    return text;
+}
+
+} // namespace
+
+tcOption tcOption::Required() const
+{
+    mpOption->required()->default_str("");
+    return *this;
+}
+
+tcOption tcOption::Within(int least, int most) const
+{
+    mpOption->check(CLI::Range(least, most));
+    return *this;
+}
+
+tcOption tcOption::Within(double least, double most) const
+{
+    mpOption->check(CLI::Range(least, most));
+    return *this;
+}
+
+tcOption tcOption::OneOf(const std::vector<std::string>& words) const
+{
+    mpOption->check(CLI::IsMember(words));
+    return *this;
+}
+
+tcOption tcOption::Excludes(const tcOption& other) const
+{
+    mpOption->excludes(other.mpOption);
+    return *this;
+}
+
+tcOption tcOption::Group(const char* title) const
+{
+    mpOption->group(title);
+    return *this;
+}
+
+tcCommandLine::tcCommandLine(const std::string& name, const std::string& summary)
+    : mpApp(std::make_shared<CLI::App>(summary, name))
+{}
+
+tcOption tcCommandLine::Option(const char* names, tpValue value, const char* type,
+                               const char* meaning)
+{
+    return tcOption(Declare(*mpApp, names, value, meaning)->type_name(type));
+}
+
+tcOption tcCommandLine::Flag(const char* names, bool* value, const char* meaning)
+{
+    return tcOption(mpApp->add_flag(names, *value, meaning));
+}
+
+tcOption tcCommandLine::Operand(const char* name, tpValue value, const char* meaning)
+{
+    return Option(name, value, "", meaning);
+}
+
+tcCommandLine tcCommandLine::Action(const char* name, const char* meaning,
+                                    std::function<void()> chosen)
+{
+    mpApp->require_subcommand(1);
+    CLI::App* const action = mpApp->add_subcommand(name, meaning);
+    action->fallthrough();
+    action->callback(std::move(chosen));
+    return tcCommandLine(std::shared_ptr<CLI::App>(mpApp, action));
+}
+
+void tcCommandLine::AddFooter(const std::string& text)
+{
+    mpApp->footer(mpApp->get_footer() + text);
+}
+
+bool tcCommandLine::Parse(std::vector<std::string> arguments)
+{
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        mpApp->parse(std::move(arguments));
+    } catch (const CLI::CallForHelp&) {
+        return false;
+    } catch (const CLI::ParseError& error) {
+        throw tcFailure(eExitUsage, std::string(error.what()) + " (see " + Name() + " --help)");
+    }
+    return true;
+}
+
+std::string tcCommandLine::Help() const
+{
+    std::string help = mpApp->help();
+    while (!help.empty() && help.back() == '\n') {
+        help.pop_back();
+    }
+    return help;
+}
+
+std::string tcCommandLine::Name() const
+{
+    return mpApp->get_name();
+}
+
+std::string tcCommandLine::Meaning() const
+{
+    return mpApp->get_description();
+}
+
+std::vector<tsOptionText> tcCommandLine::Options() const
+{
+    std::vector<tsOptionText> options;
+    for (const CLI::Option* option : std::as_const(*mpApp).get_options()) {
+        if (!option->get_lnames().empty()) options.push_back(Told(*option));
+    }
+    return options;
+}
+
+std::vector<tcCommandLine> tcCommandLine::Actions() const
+{
+    std::vector<tcCommandLine> actions;
+    for (CLI::App* action : mpApp->get_subcommands(nullptr)) {
+        actions.push_back(tcCommandLine(std::shared_ptr<CLI::App>(mpApp, action)));
+    }
+    return actions;
+}
+
+bool tcCommandLine::HasOperand(const std::string& name) const
+{
+    return mpApp->get_option_no_throw(name) != nullptr;
+}
