@@ -19,7 +19,7 @@ constexpr int nMaxIncludeDepth = 64;
 constexpr size_t nMaxFiles = 4096;
 constexpr int nMaxNestedReferences = 1000;
 constexpr size_t nMaxGrowth = 1024 * 1024;
-constexpr size_t nMaxMadeText = 64 * 1024 * 1024;
+constexpr size_t nMaxMadeText = 16 * 1024 * 1024;
 constexpr std::streamoff nMaxErrorText = 16 * 1024 * 1024;
 
 struct tsFileCloser {

@@ -57,7 +57,7 @@ public:
     // Reads one more file into the items, which are emptied before when `clear` is set and the file
     // could be opened. Returns 1 always; problems are in the error text.
     //
-    // One call, with all that it includes, makes at most 64 MiB of text: values of variables, of
+    // One call, with all that it includes, makes at most 16 MiB of text: values of variables, of
     // environment variables that replace items, and the section's name for each item. What does not
     // fit, which is reported once, stays as it is in the file; an item in a section is left out.
     int LoadConfigFile(const char* name, bool clear);
