@@ -22,6 +22,14 @@ TEST(HInetAddr, TakesNumbersInNetworkOrder)
     EXPECT_EQ(7, address.GetPort());
 }
 
+TEST(HInetAddr, TakesTheSystemsRecord)
+{
+    const HInetAddr first("10.1.2.3", 40000);
+    HInetAddr address(first.GetSockAddr());
+    EXPECT_STREQ("10.1.2.3", address.GetIPAddr());
+    EXPECT_EQ(40000, address.GetPort());
+}
+
 TEST(HInetAddr, ResolvesNames)
 {
     EXPECT_STREQ("127.0.0.1", HInetAddr("localhost", 1).GetIPAddr());
