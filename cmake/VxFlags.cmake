@@ -32,3 +32,14 @@ if(VX_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+
+# Most of what the dev and sanitizer presets compile is not the library. There -g1 is enough, names
+# and lines for backtraces without the variables, and speed is worth its compile time only in the
+# simulated camera, which feeds the library. The library itself, the benchmarks and the release
+# preset keep what their build type says.
+add_library(vx_lines INTERFACE) # the simulated camera, fuzz targets
+target_compile_options(vx_lines INTERFACE $<$<CONFIG:RelWithDebInfo>:-g1>)
+add_library(vx_brief INTERFACE) # programs, which wait for cameras
+target_compile_options(vx_brief INTERFACE $<$<CONFIG:RelWithDebInfo>:-g1;-O1>)
+add_library(vx_quick INTERFACE) # tests, which run once and are compiled often
+target_compile_options(vx_quick INTERFACE $<$<CONFIG:RelWithDebInfo>:-g1;-O0>)

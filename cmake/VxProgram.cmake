@@ -10,7 +10,7 @@ function(vx_add_program name proper)
   target_compile_definitions(
     ${name} PRIVATE VXCAM_NAME="${name}" VXCAM_PROPER="$<TARGET_FILE_NAME:${proper}>"
                     VXCAM_FOLDER="${to_folder}")
-  target_link_libraries(${name} PRIVATE vx_flags)
+  target_link_libraries(${name} PRIVATE vx_flags vx_brief)
   set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${to_folder}")
   install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
