@@ -13,7 +13,9 @@
 
 /* Thread sanitizer takes the system's reuse of a thread's block for the variables of a library that
  * was loaded by hand for a race of two threads. */
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's name
 const char* __tsan_default_suppressions(void);
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 const char* __tsan_default_suppressions(void)
 {
     return "race:_dl_deallocate_tls\n";
