@@ -17,17 +17,18 @@ public:
     {
         int output[2], errors[2];
         if (pipe(output) != 0 || pipe(errors) != 0) return;
+        // Before the fork: another thread may hold the allocator's locks then.
+        std::vector<char*> words{const_cast<char*>(VXCAMSIM_PROGRAM)};
+        for (std::string& argument : arguments) {
+            words.push_back(argument.data());
+        }
+        words.push_back(nullptr);
         mnProcess = fork();
         if (mnProcess == 0) {
             dup2(output[1], 1);
             dup2(errors[1], 2);
             close(output[0]);
             close(errors[0]);
-            std::vector<char*> words{const_cast<char*>(VXCAMSIM_PROGRAM)};
-            for (std::string& argument : arguments) {
-                words.push_back(argument.data());
-            }
-            words.push_back(nullptr);
             execv(VXCAMSIM_PROGRAM, words.data());
             _exit(127);
         }

@@ -98,13 +98,22 @@ public:
     explicit tcRun(std::vector<std::string> arguments) : tcRun(std::move(arguments), tsHow()) {}
     tcRun(std::vector<std::string> arguments, const tsHow& how)
     {
-        int slave = -1;
-        if (how.terminal && ::openpty(&mhTerminal, &slave, nullptr, nullptr, nullptr) != 0) {
+        tsStart start;
+        start.limit = {how.fileLimit, how.fileLimit};
+        start.folder = how.folder;
+        start.output = how.output.empty() ? mFolder.Path("output") : how.output;
+        start.errors = mFolder.Path("errors");
+        start.words = std::move(arguments);
+        start.words.insert(start.words.begin(), how.program);
+        start.environment = Environment(how.environment);
+        start.Point();
+        if (how.terminal &&
+            ::openpty(&mhTerminal, &start.terminal, nullptr, nullptr, nullptr) != 0) {
             throw std::runtime_error("openpty");
         }
         mnProcess = ::fork();
-        if (mnProcess == 0) Become(std::move(arguments), how, slave);
-        if (slave >= 0) ::close(slave);
+        if (mnProcess == 0) Become(start);
+        if (start.terminal >= 0) ::close(start.terminal);
     }
     ~tcRun()
     {
@@ -146,30 +155,58 @@ public:
     }
 
 private:
-    [[noreturn]] void Become(std::vector<std::string> arguments, const tsHow& how, int terminal)
+    // All that the program starts with. Laid out before the fork: other threads of the test may
+    // hold the allocator's locks then, which in the child nobody gives back.
+    struct tsStart {
+        std::string folder, output, errors;
+        int terminal = -1;
+        rlimit limit{};
+        std::vector<std::string> words, environment;
+        std::vector<char*> wordPointers, environmentPointers;
+
+        void Point()
+        {
+            for (std::string& word : words) {
+                wordPointers.push_back(word.data());
+            }
+            for (std::string& variable : environment) {
+                environmentPointers.push_back(variable.data());
+            }
+            wordPointers.push_back(nullptr);
+            environmentPointers.push_back(nullptr);
+        }
+    };
+
+    // The test's own, changed; without DBGD_DISABLE, which the program itself sees to.
+    static std::vector<std::string> Environment(const std::map<std::string, std::string>& changes)
+    {
+        std::vector<std::string> environment;
+        for (char** entry = environ; *entry != nullptr; ++entry) {
+            const std::string variable = *entry;
+            const std::string name = variable.substr(0, variable.find('='));
+            if (name != "DBGD_DISABLE" && changes.count(name) == 0) environment.push_back(variable);
+        }
+        for (const auto& [name, value] : changes) {
+            environment.push_back(name + "=" + value);
+        }
+        return environment;
+    }
+
+    [[noreturn]] static void Become(const tsStart& start)
     {
         const auto openAs = [](const std::string& path, int descriptor) {
             ::dup2(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), descriptor);
         };
-        openAs(how.output.empty() ? mFolder.Path("output") : how.output, 1);
-        if (terminal >= 0) {
-            ::dup2(terminal, 2);
+        openAs(start.output, 1);
+        if (start.terminal >= 0) {
+            ::dup2(start.terminal, 2);
         } else {
-            openAs(mFolder.Path("errors"), 2);
+            openAs(start.errors, 2);
         }
-        const rlimit limit{how.fileLimit, how.fileLimit};
-        if (how.fileLimit > 0) ::setrlimit(RLIMIT_FSIZE, &limit);
-        if (::chdir(how.folder.c_str()) != 0) ::_exit(126);
-        ::unsetenv("DBGD_DISABLE"); // the program itself sees to it
-        for (const auto& [name, value] : how.environment) {
-            ::setenv(name.c_str(), value.c_str(), 1);
-        }
-        std::vector<char*> words{const_cast<char*>(how.program.c_str())};
-        for (std::string& argument : arguments) {
-            words.push_back(argument.data());
-        }
-        words.push_back(nullptr);
-        ::execvp(how.program.c_str(), words.data());
+        if (start.limit.rlim_cur > 0) ::setrlimit(RLIMIT_FSIZE, &start.limit);
+        if (::chdir(start.folder.c_str()) != 0) ::_exit(126);
+        ::execvpe(start.words[0].c_str(), start.wordPointers.data(),
+                  start.environmentPointers.data());
         ::_exit(127);
     }
     void DrainTerminal()
