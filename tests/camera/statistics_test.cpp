@@ -1,4 +1,5 @@
 // What VXGetStatistics tells.
+#include "books.h"
 #include "pixels.h"
 #include "vxcamiface.h"
 
@@ -13,17 +14,6 @@ tsStatistics Figures(const tcVXCamera& camera)
     tsStatistics figures{};
     EXPECT_EQ(camera.GetStatistics(&figures, sizeof figures), 0);
     return figures;
-}
-
-void ExpectThatTheyAddUp(const tsStatistics& f)
-{
-    EXPECT_EQ(f.FramesRequested, f.FramesComplete + f.FramesIncomplete + f.FramesFailed +
-                                     f.FramesAborted + f.FramesPending);
-    EXPECT_EQ(f.RequestsSent,
-              f.RequestsAnswered + f.RequestsTimedOut + f.RequestsFailed + f.RequestsPending);
-    EXPECT_EQ(f.PacketsReceived + f.PacketsMissing, f.PacketsExpected + f.PacketsDuplicate +
-                                                        f.PacketsStray + f.PacketsShort +
-                                                        f.PacketsRunning);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #ifndef SYSTEM_SUPPORT_H
 #define SYSTEM_SUPPORT_H
 
+#include "books.h"
 #include "tcSimServer.h"
 #include "vxcamiface.h"
 
@@ -230,14 +231,7 @@ protected:
     void TearDown() override
     {
         if (handle >= 0) {
-            const tsStatistics f = Figures();
-            EXPECT_EQ(f.FramesRequested, f.FramesComplete + f.FramesIncomplete + f.FramesFailed +
-                                             f.FramesAborted + f.FramesPending);
-            EXPECT_EQ(f.RequestsSent, f.RequestsAnswered + f.RequestsTimedOut + f.RequestsFailed +
-                                          f.RequestsPending);
-            EXPECT_EQ(f.PacketsReceived + f.PacketsMissing, f.PacketsExpected + f.PacketsDuplicate +
-                                                                f.PacketsStray + f.PacketsShort +
-                                                                f.PacketsRunning);
+            ExpectThatTheyAddUp(Figures());
             EXPECT_EQ(0, VXCloseCamera(handle));
         }
         if (sim) sim->Stop();
