@@ -109,8 +109,10 @@ bool tcVXCamera::DispatchCallbackParser(int status, void* message, int, unsigned
     constexpr int good = 0, badChecksum = -1;
     auto& self = *static_cast<tcVXCamera*>(camera);
     tsStatistics& figures = self.mpLedger->Figures();
-    tcLedger::Add(status == good ? figures.MessagesReceived : figures.MessagesBad);
+    const bool isDamaged = self.MessageSpansConnections();
+    tcLedger::Add(status == good && !isDamaged ? figures.MessagesReceived : figures.MessagesBad);
     self.CountParsed();
+    if (isDamaged) self.mLog.logError("CallBackParser the connection broke inside a message");
     if (status == good || status == badChecksum) {
         self.CallBackParser(static_cast<tuCameraMessages*>(message), true, status != badChecksum);
     }

@@ -187,6 +187,9 @@ public:
                                        void* camera);
     // One message from the camera. `message` holds header and `Length` payload bytes.
     void CallBackParser(tuCameraMessages* message, bool seqOk, bool checksumOk);
+    // On the receive thread, while a message is dispatched: whether the connection broke inside it,
+    // so that its end is the beginning of what came over the next one.
+    bool MessageSpansConnections() const { return mpParser->SpansBreak(); }
 
     // ---- Readout -----------------------------------------------------------------------------
     // Starts a readout of the current area, 16 bits a pixel; returns at once: 0, or -1 if one is

@@ -165,7 +165,7 @@ typedef struct tsStatistics {
     uint64_t BytesReceived;
     uint64_t BytesSent;
     uint64_t MessagesReceived; /* whole ones */
-    uint64_t MessagesBad;      /* longer than any message, or with a wrong check sum */
+    uint64_t MessagesBad;      /* too long, with a wrong check sum, or cut by a lost connection */
     uint64_t MessagesSent;
     uint64_t BytesSkipped; /* between messages, which ought to be none */
     uint64_t ChecksumErrors;

@@ -48,7 +48,13 @@ int tcCamParser::ResetParser(void* memory, int size)
     const int result = tcDspParserBase::ResetParser(memory, size);
     state = Hunting;
     count = 0;
+    mbSpansBreak = false;
     return result;
+}
+
+void tcCamParser::MarkBreak()
+{
+    if (count > 0) mbSpansBreak = true;
 }
 
 void tcCamParser::EnableChecksum(bool on)
@@ -139,6 +145,7 @@ void tcCamParser::Hunt(tsInput& input)
         const unsigned char* magic = FindMagic(input.Next, input.End);
         found = magic != input.End;
         end = found ? magic + 2 : input.End;
+        mbSpansBreak = false; // what was held is skipped
     }
     const auto taken = static_cast<uint32_t>(end - input.Next);
     const uint32_t held = static_cast<uint32_t>(count) + taken;
@@ -205,6 +212,7 @@ void tcCamParser::DeliverFrame(const tsInput& input)
     Deliver(good ? nGood : input.Status, count, input.Checksum);
     count = 0;
     state = Hunting;
+    mbSpansBreak = false;
     ++(good ? GoodFrames : BadFrames);
 }
 

@@ -57,6 +57,14 @@ public:
     // Switches the checking and stamping of checksums.
     void EnableChecksum(bool on) override;
 
+    // The stream ended here, and another one begins. A frame under way is finished with the first
+    // bytes of that one all the same.
+    void MarkBreak();
+
+    // In the callback: whether the frame delivered has bytes of more than one stream, and so is not
+    // what anybody sent.
+    bool SpansBreak() const { return mbSpansBreak; }
+
 protected:
     ParserState state = Hunting;
     int32_t count = 0;       // bytes of the current frame in the buffer
@@ -65,6 +73,8 @@ protected:
     bool checksumEnabled = false;
 
 private:
+    bool mbSpansBreak = false; // bytes in the buffer are from before the last break
+
     // What one AddData() call carries from step to step.
     struct tsInput {
         const unsigned char* Next;

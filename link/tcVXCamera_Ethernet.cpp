@@ -205,12 +205,14 @@ void tcVXCamera_Ethernet::SetConnected()
     SetLinkState(true);
 }
 
+// Called on the receive thread, to which the parser belongs.
 void tcVXCamera_Ethernet::Disconnect()
 {
     std::lock_guard<std::mutex> lock(mSendMutex);
     mbConnected = false;
     SetLinkState(false);
     mSocket.Close();
+    mpParser->MarkBreak();
 }
 
 // Tries until it succeeds or the thread is to stop. The time that an attempt takes is part of the

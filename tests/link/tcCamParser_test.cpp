@@ -405,6 +405,90 @@ TEST(CamParser, DropsTheFrameUnderWayAtReset)
     EXPECT_EQ(parser.SkippedBytes, 1u);
 }
 
+namespace {
+
+// Tells of each frame delivered whether it spans a break.
+struct tsBreakProbe {
+    explicit tsBreakProbe(bool checksum = false) : Parser(nullptr, 1024, checksum)
+    {
+        Parser.RegisterCallback(
+            [](int, void*, int, unsigned, void* user) {
+                auto& self = *static_cast<tsBreakProbe*>(user);
+                self.Spans.push_back(self.Parser.SpansBreak());
+                return true;
+            },
+            this);
+    }
+
+    tcCamParser Parser;
+    std::vector<bool> Spans;
+};
+
+} // namespace
+
+TEST(CamParser, TellsThatAFrameSpansABreakWhereverItIsCut)
+{
+    const tBytes frame = Frame({1, 2, 3, 4, 5, 6, 7, 8});
+    for (size_t cut = 0; cut <= frame.size(); ++cut) {
+        tsBreakProbe probe;
+        const auto middle = frame.begin() + static_cast<long>(cut);
+        Feed(probe.Parser, tBytes(frame.begin(), middle));
+        probe.Parser.MarkBreak();
+        Feed(probe.Parser, tBytes(middle, frame.end()));
+        Feed(probe.Parser, frame);
+        const bool isInside = cut > 0 && cut < frame.size();
+        EXPECT_EQ((std::vector<bool>{isInside, false}), probe.Spans) << cut;
+        EXPECT_FALSE(probe.Parser.SpansBreak());
+    }
+}
+
+TEST(CamParser, TellsOfABreakBeforeABadFrame)
+{
+    tsBreakProbe probe(true);
+    tBytes frame = Frame({1, 2, 3});
+    Feed(probe.Parser, tBytes(frame.begin(), frame.begin() + 13));
+    probe.Parser.MarkBreak();
+    Feed(probe.Parser, {9, 9});
+    const tBytes tooLong = HeaderBytes(2000, 0);
+    Feed(probe.Parser, tBytes(tooLong.begin(), tooLong.begin() + 5));
+    probe.Parser.MarkBreak();
+    Feed(probe.Parser, tBytes(tooLong.begin() + 5, tooLong.end()));
+    Feed(probe.Parser, frame);
+    EXPECT_EQ((std::vector<bool>{true, true, false}), probe.Spans);
+    EXPECT_EQ(1u, probe.Parser.ChecksumErrors);
+}
+
+TEST(CamParser, ForgetsABreakWithWhatItSkipsAndWithAReset)
+{
+    const tBytes frame = Frame({1, 2, 3});
+    tsBreakProbe probe;
+    Feed(probe.Parser, {0x11, 0x50}); // the second may begin a frame
+    probe.Parser.MarkBreak();
+    Feed(probe.Parser, frame);
+    Feed(probe.Parser, {0x50});
+    probe.Parser.MarkBreak();
+    Feed(probe.Parser, {0x50}); // is not the magic, but may begin it in turn
+    Feed(probe.Parser, tBytes(frame.begin() + 1, frame.end()));
+    Feed(probe.Parser, {0x50, 0xFA, 1});
+    probe.Parser.MarkBreak();
+    probe.Parser.ResetParser(nullptr, 0);
+    Feed(probe.Parser, frame);
+    EXPECT_EQ((std::vector<bool>{false, false, false}), probe.Spans);
+}
+
+TEST(CamParser, KeepsAMarkUntilTheFrameIsWhole)
+{
+    const tBytes frame = Frame(tBytes(100, 7));
+    tsBreakProbe probe;
+    for (size_t i = 0; i < frame.size(); i += 10) {
+        Feed(probe.Parser,
+             tBytes(frame.begin() + static_cast<long>(i),
+                    frame.begin() + static_cast<long>(std::min(i + 10, frame.size()))));
+        if (i == 0) probe.Parser.MarkBreak();
+    }
+    EXPECT_EQ(std::vector<bool>{true}, probe.Spans);
+}
+
 TEST(CamParser, ReturnsTheBasesResultFromReset)
 {
     unsigned char memory[64];
