@@ -210,6 +210,76 @@ TEST(HSocketSend, AllOfALargeBlockArrives)
     EXPECT_TRUE(received == block);
 }
 
+TEST(HSocketSend, AllWithinATimeArrivesAtAReaderThatIsSlow)
+{
+    tsTcpPair pair;
+    pair.mClient.SetSendBufferSize(4096);
+    const std::string block(400000, 'b');
+    size_t received = 0;
+    std::thread receiver([&] {
+        char buffer[1000];
+        int bytes;
+        while ((bytes = pair.mServer.Receive(buffer, sizeof buffer, 5000, 0)) > 0)
+            received += static_cast<size_t>(bytes);
+    });
+    EXPECT_EQ(400000, pair.mClient.SendAll(block.data(), 400000, 60000));
+    EXPECT_EQ(3, pair.mClient.SendAll("end", -1, 60000));
+    EXPECT_EQ(0, pair.mClient.SendAll("", 0, 60000));
+    pair.mClient.Close();
+    receiver.join();
+    EXPECT_EQ(400003u, received);
+}
+
+TEST(HSocketSend, AllWithinATimeGivesUpOnAReaderThatDoesNotRead)
+{
+    tsTcpPair pair;
+    const std::string block(64 << 20, 'b');
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(-1, pair.mClient.SendAll(block.data(), 64 << 20, 200));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    EXPECT_GE(ElapsedMs(start), 199);
+    EXPECT_LT(ElapsedMs(start), 2000);
+}
+
+TEST(HSocketSend, AllWithinATimeDoesNotWaitLongerForAReaderThatTakesLittle)
+{
+    tsTcpPair pair;
+    const std::string block(64 << 20, 'b');
+    std::atomic<bool> stop{false};
+    std::thread receiver([&] {
+        std::vector<char> buffer(65536);
+        while (!stop) {
+            pair.mServer.Receive(buffer.data(), 65536, 10, 0);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(-1, pair.mClient.SendAll(block.data(), 64 << 20, 200));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    EXPECT_LT(ElapsedMs(start), 2000);
+    stop = true;
+    receiver.join();
+}
+
+TEST(HSocketSend, AllWithinATimeWorksOnPipesAndFailsOnWhatIsClosed)
+{
+    tsPipe ends;
+    char buffer[4] = {};
+    EXPECT_EQ(3, ends.mWriter.SendAll("abc", 3, 5000));
+    EXPECT_EQ(3, ends.mReader.Receive(buffer, 3));
+    EXPECT_STREQ("abc", buffer);
+    const std::string block(1 << 20, 'b');
+    EXPECT_EQ(-1, ends.mWriter.SendAll(block.data(), 1 << 20, 50)); // more than a pipe holds
+    EXPECT_EQ(ETIMEDOUT, errno);
+
+    ends.mReader.Close();
+    EXPECT_EQ(-1, ends.mWriter.SendAll("x", 1, 5000));
+    EXPECT_EQ(EPIPE, errno);
+    HSocket closed;
+    EXPECT_EQ(-1, closed.SendAll("x", 1, 5000));
+    EXPECT_EQ(EBADF, errno);
+}
+
 TEST(HSocketDatagrams, TravelWithTheirSendersAddress)
 {
     HSocket sender, receiver;

@@ -175,6 +175,10 @@ public:
     // Sends everything, waiting as long as it takes. Returns the length, or -1.
     int SendAll(const char* data, int length);
 
+    // The same within `timeoutMs` for all of it; -1 after that (errno is ETIMEDOUT), with any part
+    // of it sent. For servers, whose clients may not read.
+    int SendAll(const char* data, int length, int timeoutMs);
+
     int SendTo(const char* data, int length, const HInetAddr& to);
     int SendTo(const char* data, int length, const HUnixAddr& to);
 
@@ -194,6 +198,7 @@ private:
     int ConnectCancellable(const sockaddr_in& address, const std::atomic<bool>& cancel,
                            int timeoutMs);
     int RefuseSelfConnection();
+    int SendReady(const char* data, int length, int timeoutMs);
     int SetOption(int level, int name, int value);
     int GetOption(int level, int name);
 

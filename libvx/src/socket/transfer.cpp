@@ -4,8 +4,10 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstring>
 #include <vector>
 
@@ -13,22 +15,24 @@ namespace {
 
 constexpr int nTimeout = -2;
 
+int Fail(int error)
+{
+    errno = error;
+    return -1;
+}
+
 // Waits until one of the entries is readable: its index, -2 after the time-out, -1 on failure.
 int WaitReadable(pollfd* entries, int count, int timeoutMs)
 {
     // poll() skips negative descriptors; to a caller they are as bad as closed ones.
     for (int i = 0; i < count; ++i) {
-        if (entries[i].fd >= 0) continue;
-        errno = EBADF;
-        return -1;
+        if (entries[i].fd < 0) return Fail(EBADF);
     }
     const int ready = poll(entries, count, timeoutMs);
     if (ready == 0) return nTimeout;
     if (ready < 0) return -1;
     for (int i = 0; i < count; ++i) {
-        if ((entries[i].revents & POLLNVAL) == 0) continue;
-        errno = EBADF;
-        return -1;
+        if ((entries[i].revents & POLLNVAL) != 0) return Fail(EBADF);
     }
     for (int i = 0; i < count; ++i) {
         if (entries[i].revents != 0) return i;
@@ -121,6 +125,39 @@ int HSocket::SendAll(const char* data, int length)
         done += sent;
     }
     return length;
+}
+
+int HSocket::SendAll(const char* data, int length, int timeoutMs)
+{
+    using namespace std::chrono;
+    if (length < 0) length = static_cast<int>(std::strlen(data));
+    const auto deadline = steady_clock::now() + milliseconds(timeoutMs);
+    int done = 0;
+    while (done < length) {
+        const auto left = ceil<milliseconds>(deadline - steady_clock::now()).count();
+        const int sent = left > 0 ? SendReady(data + done, length - done, static_cast<int>(left))
+                                  : Fail(ETIMEDOUT);
+        if (sent < 0) return -1;
+        done += sent;
+    }
+    return length;
+}
+
+// Waits for room and sends what fits: bytes, 0 when that was cut short, or -1.
+int HSocket::SendReady(const char* data, int length, int timeoutMs)
+{
+    if (mhDescriptor < 0) return Fail(EBADF);
+    pollfd entry{mhDescriptor, POLLOUT, 0};
+    const int ready = poll(&entry, 1, timeoutMs);
+    if (ready == 0) return Fail(ETIMEDOUT);
+    if (ready < 0) return errno == EINTR ? 0 : -1;
+    int sent = static_cast<int>(send(mhDescriptor, data, length, MSG_NOSIGNAL | MSG_DONTWAIT));
+    if (sent < 0 && errno == ENOTSOCK) {
+        const auto size = static_cast<size_t>(std::min(length, PIPE_BUF)); // a pipe has that room
+        sent = static_cast<int>(vx::WriteQuietly(mhDescriptor, data, size));
+    }
+    const bool isCutShort = sent < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK);
+    return isCutShort ? 0 : sent;
 }
 
 int HSocket::SendTo(const char* data, int length, const HInetAddr& to)
