@@ -38,6 +38,12 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vxcamifaceConfigVersion.c
 install(TARGETS vxcamiface EXPORT vxcamifaceTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES ${VX_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vxcamiface)
 install(FILES ${PROJECT_BINARY_DIR}/vxcamiface.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(VX_BUILD_KIT)
+  configure_file(${PROJECT_SOURCE_DIR}/kit/vxcamkit.pc.in ${PROJECT_BINARY_DIR}/vxcamkit.pc @ONLY)
+  install(TARGETS vxcamkit EXPORT vxcamifaceTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(FILES ${VXCAMKIT_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vxcamkit)
+  install(FILES ${PROJECT_BINARY_DIR}/vxcamkit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()
 install(EXPORT vxcamifaceTargets NAMESPACE vxcamiface:: DESTINATION ${_package})
 install(FILES ${PROJECT_BINARY_DIR}/vxcamifaceConfig.cmake
               ${PROJECT_BINARY_DIR}/vxcamifaceConfigVersion.cmake DESTINATION ${_package})

@@ -1,16 +1,13 @@
 // What an application sees of an installed tree: pkg-config, CMake package, headers and README.
-#include "shell.h"
+#include "installed.h"
 #include "tcSimServer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <set>
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // The first block of that language in the README.
 std::string ReadmeBlock(const std::string& language)
@@ -21,35 +18,6 @@ std::string ReadmeBlock(const std::string& language)
     begin = text.find('\n', begin + 1) + 1;
     return text.substr(begin, text.find("\n```", begin) + 1 - begin);
 }
-
-class Installed : public ::testing::Test
-{
-protected:
-    Installed()
-    {
-        std::string pattern = (fs::temp_directory_path() / "vxcamiface-XXXXXX").string();
-        msFolder = mkdtemp(pattern.data());
-        setenv("PKG_CONFIG_PATH", VX_PREFIX "/" VX_LIBDIR "/pkgconfig", 1);
-        setenv("LD_LIBRARY_PATH", VX_PREFIX "/" VX_LIBDIR, 1);
-    }
-    ~Installed() override { fs::remove_all(msFolder); }
-
-    void Write(const std::string& name, const std::string& text)
-    {
-        std::ofstream(msFolder + "/" + name) << text;
-    }
-
-    // Runs a command in the test's folder; a failure shows its output.
-    std::string Run(const std::string& command)
-    {
-        int status = -1;
-        std::string output = Output("cd " + msFolder + " && " + command + " 2>&1", &status);
-        EXPECT_EQ(status, 0) << command << "\n" << output;
-        return output;
-    }
-
-    std::string msFolder;
-};
 
 struct tsGreyMap {
     unsigned columns = 0, rows = 0;
