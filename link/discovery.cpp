@@ -2,6 +2,7 @@
 #include "discovery.h"
 
 #include "tcVXCamera_Ethernet.h"
+#include "vxdescriptors.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -56,7 +57,7 @@ public:
     // A broadcasting socket bound to an interface's address.
     bool Add(in_addr_t address)
     {
-        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const int fd = vx::OpenSocket(AF_INET, SOCK_DGRAM);
         if (fd < 0) return false;
         mvSockets.push_back({fd, POLLIN, 0});
         const int on = 1;
@@ -142,6 +143,7 @@ std::vector<tsNicInfo> enumNics(bool)
 {
     std::vector<tsNicInfo> nics;
     ifaddrs* first = nullptr;
+    const vx::tcAboveStandard above; // the list comes through a socket
     if (getifaddrs(&first) != 0) return nics;
     for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
         if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) continue;

@@ -1,4 +1,5 @@
 // The simulated camera as a program.
+#include "standardfiles.h"
 #include "tcDbgItem.h"
 #include "tcDbgd.h"
 #include "tcLog.h"
@@ -239,6 +240,7 @@ int Run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    OpenStandardFiles();
     try {
         return Run(argc, argv);
     } catch (const std::system_error& error) {

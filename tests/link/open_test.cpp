@@ -5,6 +5,7 @@
 #include "vxcamiface.h"
 
 #include <dirent.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -197,6 +198,29 @@ TEST_F(ClosedCamera, HasNoOtherTransportsButAsksForTheirSettings)
     EXPECT_FALSE(WasAsked("SERIAL/USB_BAUDRATE"));
     EXPECT_EQ(-1, VXOpenUSBSerialCamera());
     EXPECT_TRUE(WasAsked("SERIAL/USB_BAUDRATE"));
+}
+
+// What the host prints meanwhile is lost, as it is without the library.
+static int OpenWithoutStandardDescriptors(uint16_t port)
+{
+    for (int descriptor : {1, 2})
+        close(descriptor);
+    const int handle = VXOpenENetCamera("127.0.0.1", port);
+    const bool isPrinted = write(1, "printed", 7) > 0 || write(2, "printed", 7) > 0;
+    const bool isSent = VXSetTrigger(handle, 1) == 0;
+    return VXCloseCamera(handle) == 0 && isSent && !isPrinted ? 0 : 1;
+}
+
+TEST_F(OpenCamera, LeavesTheStandardDescriptorsThatTheHostHasClosedAlone)
+{
+    const pid_t child = fork();
+    if (child == 0) _exit(OpenWithoutStandardDescriptors(peer.Port()));
+    EXPECT_TRUE(ShakeHands(peer));
+    EXPECT_EQ(0x58u, IdOf(peer.ReadMessage()));
+    EXPECT_EQ("", peer.Read(1));
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
 }
 
 // ---- Inside a callback -----------------------------------------------------------------------

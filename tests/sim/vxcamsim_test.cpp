@@ -6,6 +6,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
+#include <memory>
 #include <sys/wait.h>
 
 namespace {
@@ -240,4 +241,40 @@ TEST(SimProgram, DoesWhatAScenarioAndFaultsSay)
     EXPECT_NE(said.find("fault: duplicate-answer"), std::string::npos) << said;
     EXPECT_NE(said.find("fault: wrong-version"), std::string::npos) << said;
     unlink(path.c_str());
+}
+
+TEST(SimProgram, WithoutStandardDescriptorsServesAndPrintsNowhere)
+{
+    // A port that is free: the program cannot tell which it took.
+    uint16_t port = 0;
+    {
+        tcProgram first({"--sensor", "40x30"});
+        port = first.Port();
+    }
+    const pid_t process = fork();
+    if (process == 0) {
+        for (int i = 0; i < 3; ++i)
+            close(i);
+        execl(VXCAMSIM_PROGRAM, VXCAMSIM_PROGRAM, "--sensor", "40x30", "--port",
+              std::to_string(port).c_str(), nullptr);
+        _exit(127);
+    }
+    {
+        std::unique_ptr<tcSimTestClient> client;
+        EXPECT_TRUE(Eventually([&] {
+            client = std::make_unique<tcSimTestClient>(port);
+            return client->Connected();
+        }));
+        TakeFrame(*client);
+        for (const char* number : {"0", "1", "2"}) {
+            char target[64] = "";
+            const std::string link = "/proc/" + std::to_string(process) + "/fd/" + number;
+            EXPECT_GT(readlink(link.c_str(), target, sizeof target - 1), 0);
+            EXPECT_STREQ(target, "/dev/null");
+        }
+    }
+    kill(process, SIGTERM);
+    int status = -1;
+    waitpid(process, &status, 0);
+    EXPECT_EQ(status, 0);
 }

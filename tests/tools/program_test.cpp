@@ -186,3 +186,30 @@ TEST(Program, DocumentationNamesEveryVerbAndOption)
         }
     }
 }
+
+// Without the descriptors, a connection would get one of their numbers, and what is printed with
+// it.
+TEST(Program, WithoutStandardDescriptorsPrintsNothingToTheCamera)
+{
+    for (const char* closed : {">&-", "2>&-", "<&- >&- 2>&-"}) {
+        tcScriptedCamera camera;
+        tcRun::tsHow how;
+        how.program = "/bin/sh";
+        tcRun run({"-c", VXCAM_PROGRAM " get 127.0.0.1:" + std::to_string(camera.Port()) +
+                             " exposure " + closed},
+                  how);
+        ASSERT_TRUE(camera.Accept());
+        int exposures = 0;
+        for (std::string message = camera.ReadMessage(); !message.empty();
+             message = camera.ReadMessage()) {
+            ASSERT_EQ(message.substr(0, 2), "\x50\xFA") << message;
+            const uint32_t id = IdOf(message);
+            exposures += id == 0x30 ? 1 : 0;
+            if (id == 0x34) camera.Send(HardwareAnswer(4, 8));
+            if (id == 0x30) camera.Send(MessageBytes(0x60, LittleEndian(5, 4)));
+        }
+        camera.Close();
+        EXPECT_EQ(run.Exit(), 0);
+        EXPECT_GE(exposures, 1) << closed;
+    }
+}

@@ -1,6 +1,7 @@
 #include "tcConfigFile.h"
 
 #include "StringTokenizer.h"
+#include "vxdescriptors.h"
 
 #include <cstdio>
 #include <ctime>
@@ -27,7 +28,7 @@ std::string Creator()
 // Replaces the content of a file, silently not when it cannot be opened.
 void Store(const char* name, const std::string& text)
 {
-    std::FILE* file = std::fopen(name, "we");
+    std::FILE* file = vx::OpenFile(name, "we");
     if (file == nullptr) return;
     std::fwrite(text.data(), 1, text.size(), file);
     std::fclose(file);

@@ -1,6 +1,7 @@
 #include "tcConfigFile.h"
 
 #include "StringTokenizer.h"
+#include "vxdescriptors.h"
 
 #include <algorithm>
 #include <cctype>
@@ -31,7 +32,7 @@ using tFile = std::unique_ptr<std::FILE, tsFileCloser>;
 // Opens a file for reading; a folder, which has nothing to read, fails with EISDIR.
 tFile Open(const std::string& name)
 {
-    tFile file(std::fopen(name.c_str(), "re"));
+    tFile file(vx::OpenFile(name.c_str(), "re"));
     struct stat status;
     if (!file || fstat(fileno(file.get()), &status) != 0 || !S_ISDIR(status.st_mode)) return file;
     file.reset();

@@ -1,6 +1,7 @@
 // Loading handler modules from a directory.
 #include "tcDbgd.h"
 #include "tcLog.h"
+#include "vxdescriptors.h"
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -23,6 +24,18 @@ const char* ModuleDirectory()
     return path ? path : tcDbgd::spLoadableModulePath;
 }
 
+void* Load(const char* path)
+{
+    const vx::tcAboveStandard above;
+    return dlopen(path, RTLD_NOW);
+}
+
+DIR* Open(const char* directory)
+{
+    const vx::tcAboveStandard above;
+    return opendir(directory);
+}
+
 void LoadModule(const char* directory, const char* name)
 {
     char path[nPathSize];
@@ -32,7 +45,7 @@ void LoadModule(const char* directory, const char* name)
     const size_t length = std::strlen(name);
     if (length <= 3 || std::strcmp(name + length - 3, ".so") != 0) return;
     tcDbgd::GetLog().logDebug(1, "loading module %s", path);
-    if (dlopen(path, RTLD_NOW)) return;
+    if (Load(path)) return;
     const char* reason = dlerror();
     tcDbgd::GetLog().logError("Error Loading module %s: %s", path, reason ? reason : "");
 }
@@ -49,7 +62,7 @@ void tcDbgd::LoadModules()
     if (length > 0 && directory[length - 1] == '/') directory[length - 1] = '\0';
 
     GetLog().logDebug(1, "dbgd: scanning directory %s for loadable modules...\n", directory);
-    DIR* entries = opendir(directory);
+    DIR* entries = Open(directory);
     if (!entries) {
         std::perror(directory);
         return;

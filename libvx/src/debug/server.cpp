@@ -4,6 +4,7 @@
 #include "background.h"
 #include "dbgdserver.h"
 #include "tcLog.h"
+#include "vxdescriptors.h"
 
 #include <unistd.h>
 
@@ -285,7 +286,7 @@ void tcDbgd::tcServer::AnnounceThread()
     // Kept: a port above 32767 appears as a negative number.
     const int length = std::snprintf(message, sizeof message, "DBGD %s %hd", msName.c_str(),
                                      static_cast<short>(mnOpenPort));
-    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int descriptor = vx::OpenSocket(AF_INET, SOCK_DGRAM);
     if (descriptor < 0) return;
     const HInetAddr group(mSettings.msGroup.c_str(), mSettings.mnGroupPort);
     const auto* address = reinterpret_cast<const sockaddr*>(&group.GetSockAddr());

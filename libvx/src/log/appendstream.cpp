@@ -1,6 +1,7 @@
 #include "appendstream.h"
 
 #include "quietwrite.h"
+#include "vxdescriptors.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 // takes a line whole or not at all.
 static int OpenToAppend(char const* path)
 {
+    const vx::tcAboveStandard above;
     return open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0666);
 }
 

@@ -1,6 +1,7 @@
 #include "ring.h"
 
 #include "record.h"
+#include "vxdescriptors.h"
 
 #include <cstdio>
 #include <cstring>
@@ -49,7 +50,7 @@ std::string tcLog::DecodeSysErrCode(int code)
 extern "C" int DumpErrorMsgs(char const* path)
 {
     const std::string lines = tcLog::ErrorBuffer();
-    FILE* file = path ? std::fopen(path, "we") : nullptr;
+    FILE* file = path ? vx::OpenFile(path, "we") : nullptr;
     FILE* out = file ? file : stdout;
     std::fwrite(lines.data(), 1, lines.size(), out);
     if (file) std::fclose(file);

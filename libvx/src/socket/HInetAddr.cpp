@@ -1,6 +1,7 @@
 #include "HSocket.h"
 
 #include "resolve.h"
+#include "vxdescriptors.h"
 
 #include <arpa/inet.h>
 #include <netdb.h>
@@ -16,6 +17,7 @@ bool vx::ResolveName(const char* name, in_addr_t* address)
     wanted.ai_family = AF_INET;
     wanted.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
+    const vx::tcAboveStandard above; // the resolver opens sockets and files, too
     if (getaddrinfo(name, nullptr, &wanted, &found) != 0) return false;
     sockaddr_in first;
     std::memcpy(&first, found->ai_addr, sizeof first);

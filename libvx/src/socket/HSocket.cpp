@@ -1,5 +1,7 @@
 #include "HSocket.h"
 
+#include "vxdescriptors.h"
+
 #include <arpa/inet.h>
 #include <unistd.h>
 
@@ -43,7 +45,7 @@ int HSocket::Create(unsigned short port, int type, const char* addr)
 {
     mnPort = port;
     Close();
-    mhDescriptor = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    mhDescriptor = vx::OpenSocket(AF_INET, type);
     if (mhDescriptor < 0) return 0;
     const int kind = type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (port != 0 || kind == SOCK_STREAM) SetOption(SOL_SOCKET, SO_REUSEADDR, 1);
@@ -64,7 +66,7 @@ int HSocket::CreateUnix(const char* path, int type, bool unlinkFirst)
     Close();
     mpUnixAddress = std::make_unique<HUnixAddr>(path);
     if (unlinkFirst) unlink(mpUnixAddress->GetPath());
-    mhDescriptor = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+    mhDescriptor = vx::OpenSocket(AF_UNIX, type);
     if (mhDescriptor < 0) return 0;
     SetRecvBufferSize(nUnixReceiveBuffer);
     const sockaddr_un& address = mpUnixAddress->GetSockAddr();
@@ -91,6 +93,7 @@ int HSocket::Listen(int backlog)
 int HSocket::Accept(HSocket* client, int timeoutMs)
 {
     if (!client || Select(1, this, timeoutMs) != 0) return 0;
+    const vx::tcAboveStandard above;
     int accepted;
     do {
         accepted = accept4(mhDescriptor, nullptr, nullptr, SOCK_CLOEXEC);

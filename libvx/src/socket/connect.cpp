@@ -1,6 +1,7 @@
 #include "HSocket.h"
 
 #include "resolve.h"
+#include "vxdescriptors.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -76,7 +77,7 @@ int Result(int error)
 int HSocket::PrepareConnect(const char* host, unsigned short port, sockaddr_in& address)
 {
     if (!host) return Result(EINVAL);
-    if (mhDescriptor < 0) mhDescriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (mhDescriptor < 0) mhDescriptor = vx::OpenSocket(AF_INET, SOCK_STREAM);
     if (mhDescriptor < 0) return 0;
     address = sockaddr_in{};
     address.sin_family = AF_INET;
@@ -131,7 +132,7 @@ int HSocket::ConnectCancellable(const sockaddr_in& address, const std::atomic<bo
 int HSocket::Connect(const char* path)
 {
     Close();
-    mhDescriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    mhDescriptor = vx::OpenSocket(AF_UNIX, SOCK_STREAM);
     if (mhDescriptor < 0) return 0;
     mpUnixAddress = std::make_unique<HUnixAddr>(path);
     const sockaddr_un& address = mpUnixAddress->GetSockAddr();
