@@ -82,9 +82,7 @@ int tcVXCamera::GetAreaEx(int* first, int* count, int* rows, int* columns, int* 
     }
     if (first != nullptr) *first = answer.payload.First;
     if (count != nullptr) *count = answer.payload.RegionCount;
-    tsSetAreaExMsg regions;
-    static_assert(sizeof regions == sizeof answer.payload);
-    memcpy(&regions, &answer.payload, sizeof regions);
+    const tsAreaExMsg regions = answer.payload;
     if (rows != nullptr) memcpy(rows, regions.FirstRows, sizeof regions.FirstRows);
     if (columns != nullptr) memcpy(columns, regions.FirstColumns, sizeof regions.FirstColumns);
     if (heights != nullptr) memcpy(heights, regions.Heights, sizeof regions.Heights);

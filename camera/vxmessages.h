@@ -180,18 +180,13 @@ struct tsAreaMsg {
 inline constexpr tsCommand<tsAreaMsg> cmdSetCCDArea{0x24, "SetCCDArea"};
 
 inline constexpr int gnAreaRegions = 16;
-struct tsSetAreaExMsg {
-    uint8_t RegionCount;
-    uint8_t Reserved;
-    int32_t FirstRows[gnAreaRegions], FirstColumns[gnAreaRegions];
-    int32_t Heights[gnAreaRegions], Widths[gnAreaRegions];
-};
 struct tsAreaExMsg {
-    uint8_t First;
+    uint8_t First; // 0 in the command
     uint8_t RegionCount;
     int32_t FirstRows[gnAreaRegions], FirstColumns[gnAreaRegions];
     int32_t Heights[gnAreaRegions], Widths[gnAreaRegions];
 };
+using tsSetAreaExMsg = tsAreaExMsg;
 inline constexpr tsAnswer ansAreaEx{0x8A, "Area regions", eItemAreaEx, eWhole, 270, eLeaveStatus};
 inline constexpr tsCommand<tsSetAreaExMsg> cmdSetAreaEx{0x1A, "SetAreaEx"};
 inline constexpr tsCommand<tsNoPayload> cmdGetAreaEx{0x19, "GetAreaEx", &ansAreaEx};
@@ -601,7 +596,8 @@ static_assert(sizeof(tuCameraMessages) == gnLargestMessage, "wire record");
 #pragma pack(pop)
 #pragma GCC diagnostic pop
 
-static_assert(sizeof(tsSetAreaExMsg) == 258 && sizeof(tsAreaExMsg) == 258, "wire record");
+static_assert(sizeof(tsAreaExMsg) == 258, "wire record");
+static_assert(offsetof(tsAreaExMsg, RegionCount) == 1, "wire record");
 static_assert(sizeof(tsBinTableMsg) == 2056 && sizeof(tsBinMaskMsg) == 520, "wire record");
 static_assert(sizeof(tsSetBinningSequenceMsg) == 36, "wire record");
 static_assert(sizeof(tsTestPatternMsg) == 68 && sizeof(tsNetworkConfigMsg) == 24, "wire record");

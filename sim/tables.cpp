@@ -59,11 +59,8 @@ tsSimRefusal tcSimCamera::SetRegions(const tsSetAreaExMsg& message)
                                  static_cast<uint32_t>(message.Widths[i])};
         if (!Inside(region)) return "region " + std::to_string(i) + " outside the sensor";
     }
-    tsAreaExMsg& regions = mtSettings.regions;
-    static_assert(sizeof message == sizeof regions, "they differ in their first two bytes only");
-    std::memcpy(&regions, &message, sizeof regions);
-    regions.First = 0;
-    regions.RegionCount = message.RegionCount;
+    mtSettings.regions = message;
+    mtSettings.regions.First = 0;
     return gsAccepted;
 }
 

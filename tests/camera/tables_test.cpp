@@ -40,7 +40,8 @@ TEST(AreaEx, SendsSixteenRegionsAndKeepsMinMinSumMax)
     const tsSentMessage sent = camera.LastSent();
     EXPECT_EQ(sent.id, 0x1Au);
     ASSERT_EQ(sent.payload.size(), 258u);
-    EXPECT_EQ(sent.At<uint8_t>(0), 3);
+    EXPECT_EQ(sent.At<uint8_t>(0), 0);
+    EXPECT_EQ(sent.At<uint8_t>(1), 3);
     EXPECT_EQ(sent.At<int32_t>(2), 30);
     EXPECT_EQ(sent.At<int32_t>(2 + 4 * 2), 20);
     EXPECT_EQ(sent.At<int32_t>(2 + 4 * 3), 0);

@@ -73,7 +73,7 @@ std::vector<tsSample> ImageSamples()
         {"shutter-override", "1,0", "0,1", 0x53, Words({1, 0})},
         {"area", "1,2,5,2", "0,0,8,4", 0x24, Words({1, 2, 5, 2}, 2)},
         {"area-regions", "1,2,5,2/0,1,8,3", "0,0,8,4", 0x1A,
-         Words({2}, 2) + Words({2, 1}) + std::string(56, '\0') + Words({1, 0}) +
+         std::string("\0\2", 2) + Words({2, 1}) + std::string(56, '\0') + Words({1, 0}) +
              std::string(56, '\0') + Words({2, 3}) + std::string(56, '\0') + Words({5, 8})},
         {"image-interval", "1500ms", "2s", 0x4A, Words({1500})},
         {"mirroring", "on,off", "off,on", 0x51, Words({1, 0})},
