@@ -33,23 +33,49 @@ Value PayloadAt(const tuCameraMessages& message, size_t offset)
 
 } // namespace
 
-// Marks the calling thread as the one that dispatches, so that waiting calls refuse it.
+// Marks the calling thread as one that dispatches, so that waiting calls refuse it.
 class tcVXCamera::tcDispatchScope
 {
 public:
-    explicit tcDispatchScope(tcVXCamera& camera)
-        : mCamera(camera), mPrevious(camera.mDispatchThread.load(std::memory_order_relaxed))
+    explicit tcDispatchScope(tcVXCamera& camera) : mCamera(camera), mpOuter(tpInnermost)
     {
-        mCamera.mDispatchThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
+        tpInnermost = this;
     }
-    ~tcDispatchScope() { mCamera.mDispatchThread.store(mPrevious, std::memory_order_relaxed); }
+    ~tcDispatchScope() { tpInnermost = mpOuter; }
     tcDispatchScope(const tcDispatchScope&) = delete;
     tcDispatchScope& operator=(const tcDispatchScope&) = delete;
 
+    static const tcVXCamera* Innermost()
+    {
+        return tpInnermost != nullptr ? &tpInnermost->mCamera : nullptr;
+    }
+    static bool Covers(const tcVXCamera& camera)
+    {
+        const tcDispatchScope* scope = tpInnermost;
+        while (scope != nullptr && &scope->mCamera != &camera) {
+            scope = scope->mpOuter;
+        }
+        return scope != nullptr;
+    }
+
 private:
-    tcVXCamera& mCamera;
-    std::thread::id mPrevious;
+    static thread_local const tcDispatchScope* tpInnermost;
+
+    const tcVXCamera& mCamera;
+    const tcDispatchScope* mpOuter;
 };
+
+thread_local const tcVXCamera::tcDispatchScope* tcVXCamera::tcDispatchScope::tpInnermost = nullptr;
+
+const tcVXCamera* tcVXCamera::CallingCamera()
+{
+    return tcDispatchScope::Innermost();
+}
+
+bool tcVXCamera::OnReceiveThread() const
+{
+    return tcDispatchScope::Covers(*this);
+}
 
 // The answers that are more than data, by id.
 struct tcVXCamera::tsHandlers {
@@ -108,6 +134,7 @@ bool tcVXCamera::DispatchCallbackParser(int status, void* message, int, unsigned
 {
     constexpr int good = 0, badChecksum = -1;
     auto& self = *static_cast<tcVXCamera*>(camera);
+    if (self.mbClosing) return true;
     tsStatistics& figures = self.mpLedger->Figures();
     const bool isDamaged = self.MessageSpansConnections();
     tcLedger::Add(status == good && !isDamaged ? figures.MessagesReceived : figures.MessagesBad);
@@ -131,7 +158,7 @@ void tcVXCamera::CallBackParser(tuCameraMessages* message, bool seqOk, bool chec
     if (!seqOk) {
         mLog.logError("CallBackParser BAD SEQNO - ID = %X, Seq_No = %d, last_no = %d, "
                       "cksum = 0x%X, length=%d",
-                      id, seqNo, mnLastSeqNo, checksum, header.Length);
+                      id, seqNo, mnLastSeqNo.load(), checksum, header.Length);
     }
     if (!checksumOk) {
         mLog.logError("CallBackParser BAD CHKSUM - ID = %d, Seq_No = %d, cksum = 0x%X, length=%d",
@@ -145,7 +172,6 @@ void tcVXCamera::CallBackParser(tuCameraMessages* message, bool seqOk, bool chec
         return;
     }
 
-    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
     tcDispatchScope scope(*this);
     Dispatch(*message, id);
     mnLastSeqNo = static_cast<uint8_t>(seqNo);
@@ -163,14 +189,16 @@ void tcVXCamera::Dispatch(tuCameraMessages& message, uint32_t id)
     }
 }
 
-// The common rule: if the row's item is pending, store the payload where its results point and
-// count the answer; then mark the item as answered. A surplus answer is dropped.
+// Events lock what they need themselves and call back without it. For all others the common rule
+// holds: if the row's item is pending, store the payload where its results point and count the
+// answer; then mark the item as answered. A surplus answer is dropped.
 void tcVXCamera::Deliver(tuCameraMessages& message, const tsAnswer& row)
 {
     static_assert(tsHandlers::Match(), "handlers and rows belong together");
     if (row.delivery == eIgnored) return;
     if (row.delivery == eEvent) return (this->*tsHandlers::Of(row))(message, nullptr);
 
+    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
     tsRequestItem& item = maItems[row.item];
     tsRequestItem* pending = item.IsPending() ? &item : nullptr;
     if (row.delivery == eHandled) (this->*tsHandlers::Of(row))(message, pending);

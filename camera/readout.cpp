@@ -57,15 +57,14 @@ int32_t ImageTypeOf(uint8_t code)
 
 } // namespace
 
-// A finished readout's callback under way: WaitCompletion returns only behind it.
+// A frame's callback under way: WaitCompletion returns only behind it.
 class tcVXCamera::tcDeliveryScope
 {
 public:
-    tcDeliveryScope(tcVXCamera& camera, bool completes) : mCamera(camera), mbCompletes(completes) {}
+    explicit tcDeliveryScope(tcVXCamera& camera) : mCamera(camera) { ++camera.mnDeliveriesBegun; }
     ~tcDeliveryScope()
     {
-        if (!mbCompletes) return;
-        mCamera.mbDelivering = false;
+        ++mCamera.mnDeliveriesEnded;
         mCamera.NotifyWaiters();
     }
     tcDeliveryScope(const tcDeliveryScope&) = delete;
@@ -73,7 +72,19 @@ public:
 
 private:
     tcVXCamera& mCamera;
-    bool mbCompletes;
+};
+
+// Lets go of a lock for as long as it lives.
+class tcVXCamera::tcUnlocked
+{
+public:
+    explicit tcUnlocked(tStackLock& lock) : mLock(lock) { mLock.unlock(); }
+    ~tcUnlocked() { mLock.lock(); }
+    tcUnlocked(const tcUnlocked&) = delete;
+    tcUnlocked& operator=(const tcUnlocked&) = delete;
+
+private:
+    tStackLock& mLock;
 };
 
 int tcVXCamera::StartReadout(int item, void* buffer, unsigned short* maximum, short frames)
@@ -144,13 +155,16 @@ int tcVXCamera::AbortRead()
     message.MsgId = cmdAbortRead.Row().id;
     const int result = SendMessageWithin(&message, gnAbortLimit);
     if (result != eVXOk) mLog.logError("tcVXCamera::AbortRead could not send");
-    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
-    for (int index : {eItemImage16, eItemImage32}) {
-        maItems[index].respCount = maItems[index].respNeeded.load();
-        mpLedger->EndReadout(KindOf(index), tcLedger::eAborted);
-        ReleaseImageBuffer(maItems[index]);
-        EndRequest(maItems[index]);
+    {
+        const tStackLock lock(mStackMutex);
+        for (int index : {eItemImage16, eItemImage32}) {
+            maItems[index].respCount = maItems[index].respNeeded.load();
+            mpLedger->EndReadout(KindOf(index), tcLedger::eAborted);
+            ReleaseImageBuffer(maItems[index]);
+            EndRequest(maItems[index]);
+        }
     }
+    AwaitDelivery();
     return result;
 }
 
@@ -165,7 +179,8 @@ int tcVXCamera::PercentComplete(unsigned int* frame)
     } else {
         return 100;
     }
-    return expected <= 0 ? 0 : 100 * mnPacketsReceived / expected;
+    if (expected <= 0) return 0;
+    return static_cast<int>(std::min<int64_t>(100, int64_t{100} * mnPacketsReceived / expected));
 }
 
 int tcVXCamera::OverrideImageTimout(int ms)
@@ -300,6 +315,7 @@ void tcVXCamera::OnPixels16(tuCameraMessages& message, tsRequestItem*)
     uint8_t room[gnPacketHeadBytes];
     auto& packet = AsPacket<tsPixelData16Msg>(message, room);
     tsRequestItem& item = maItems[eItemImage16];
+    tStackLock lock(mStackMutex);
     ReArmImage(item);
     TakePacket(eFrame16, packet, 2);
     CompileMessage16(&packet, static_cast<short*>(item.result1));
@@ -310,7 +326,7 @@ void tcVXCamera::OnPixels16(tuCameraMessages& message, tsRequestItem*)
     image.Rows = packet.TotalPackets;
     image.Columns = packet.LastColumn - packet.FirstColumn + 1;
     image.Statistic = packet.Statistic;
-    FinishFrame(item, packet.LastFrame != 0 && item.IsPending(), image);
+    FinishFrame(lock, item, packet.LastFrame != 0 && item.IsPending(), image);
 }
 
 void tcVXCamera::OnPixels32(tuCameraMessages& message, tsRequestItem*)
@@ -318,6 +334,7 @@ void tcVXCamera::OnPixels32(tuCameraMessages& message, tsRequestItem*)
     uint8_t room[gnPacketHeadBytes];
     auto& packet = AsPacket<tsPixelData32Msg>(message, room);
     tsRequestItem& item = maItems[eItemImage32];
+    tStackLock lock(mStackMutex);
     ReArmImage(item);
     TakePacket(eFrame32, packet, 4);
     CompileMessage(&packet, static_cast<long*>(item.result1));
@@ -333,7 +350,7 @@ void tcVXCamera::OnPixels32(tuCameraMessages& message, tsRequestItem*)
     image.Extra1 = packet.Extra1;
     image.Extra2 = packet.Extra2;
     image.Statistic = packet.Statistic;
-    FinishFrame(item, packet.LastFrame != 0 && item.IsPending(), image);
+    FinishFrame(lock, item, packet.LastFrame != 0 && item.IsPending(), image);
 }
 
 void tcVXCamera::OnPixels8(tuCameraMessages& message, tsRequestItem*)
@@ -341,6 +358,7 @@ void tcVXCamera::OnPixels8(tuCameraMessages& message, tsRequestItem*)
     uint8_t room[gnPacketHeadBytes];
     auto& packet = AsPacket<tsPixelData8Msg>(message, room);
     tsRequestItem& item = maItems[eItemImage8];
+    tStackLock lock(mStackMutex);
     ReArmImage(item);
     TakePacket(eFrame8, packet, 1);
     CompileMessage8(&packet, static_cast<unsigned char*>(item.result1));
@@ -355,7 +373,7 @@ void tcVXCamera::OnPixels8(tuCameraMessages& message, tsRequestItem*)
     tsRequestItem& area = maItems[eItemImage16];
     const bool completes = packet.LastFrame != 0 && item.respCount < area.respNeeded;
     if (completes) ReleaseImageBuffer(area);
-    FinishFrame(item, completes, image);
+    FinishFrame(lock, item, completes, image);
 }
 
 // Enters a packet into the books.
@@ -412,22 +430,24 @@ tsImageData tcVXCamera::DescribeFrame(const tsRequestItem& item)
 }
 
 // Counts and delivers a frame whose last packet came; `completes` ends the readout. The readout
-// counts as ended before the callback, which may start the next one.
-void tcVXCamera::FinishFrame(tsRequestItem& item, bool completes, tsImageData image)
+// counts as ended before the callback, which may start the next one. The callback is called without
+// the lock, so that it and other threads may use the camera.
+void tcVXCamera::FinishFrame(tStackLock& lock, tsRequestItem& item, bool completes,
+                             tsImageData image)
 {
+    const tcDeliveryScope scope(*this);
     const uint32_t serial = mnReadoutSerial;
     const uint32_t limit = item.frameLimit & 0xFFFF;
     CloseFrame(KindOf(static_cast<int>(&item - maItems)), completes);
     if (completes) {
-        mbDelivering = true;
         if (&item != &maItems[eItemImage8]) ReleaseImageBuffer(item);
         ++item.respCount;
         EndRequest(item);
     }
     image.FramesDelivered = ++mnFramesDelivered;
-    {
-        const tcDeliveryScope scope(*this, completes);
-        if (tpImageDataCallback callback = mpImageDataCallback) callback(mnHandle, &image);
+    if (tpImageDataCallback callback = mpImageDataCallback) {
+        const tcUnlocked unlocked(lock);
+        callback(mnHandle, &image);
     }
     if (serial != mnReadoutSerial) return;
     mnPacketsReceived = 0;

@@ -15,6 +15,7 @@ namespace {
 constexpr int gnMonitorStep = 100;   // ms between two looks at the items
 constexpr int gnWaitStep = 50;       // ms a waiting request sleeps at most before it looks again
 constexpr int gnCompletionStep = 20; // ms, the same for WaitCompletion
+constexpr int gnDeliveryLimit = 400; // ms that giving a readout up waits for a callback
 constexpr int gnNoTimeout = 0x7FFFFFFF;
 constexpr int gnRenewNoOps = 500; // ms before a series of no-ops ends
 
@@ -42,11 +43,6 @@ int tcVXCamera::InitReqStackItem(int item, int count)
     return eVXOk;
 }
 
-bool tcVXCamera::OnReceiveThread() const
-{
-    return mDispatchThread.load(std::memory_order_relaxed) == std::this_thread::get_id();
-}
-
 int tcVXCamera::RefuseOnReceiveThread(const char* operation)
 {
     if (!OnReceiveThread()) return eVXOk;
@@ -57,7 +53,7 @@ int tcVXCamera::RefuseOnReceiveThread(const char* operation)
 int tcVXCamera::SendAndWait(tuCameraMessages* msg, int item, long* result1, long* result2,
                             int count)
 {
-    if (RefuseOnReceiveThread("SendAndWait") != eVXOk) return eVXFailed;
+    if (RefuseOnReceiveThread("SendAndWait") != eVXOk || CallerIsClosing()) return eVXFailed;
     tsRequestWaiter waiter;
     {
         std::lock_guard<std::recursive_mutex> lock(mStackMutex);
@@ -85,16 +81,30 @@ int tcVXCamera::SendAndWait(tuCameraMessages* msg, int item, long* result1, long
         if (maItems[item].waiter == &waiter) GiveUpItem(maItems[item], eNotSent);
         return eVXTimeout;
     }
-    return WaitForEnd(waiter);
+    return WaitForEnd(waiter, item);
 }
 
-int tcVXCamera::WaitForEnd(const tsRequestWaiter& waiter)
+int tcVXCamera::WaitForEnd(const tsRequestWaiter& waiter, int item)
 {
     std::unique_lock<std::mutex> lock(mWaitMutex);
     while (!waiter.ended) {
         mWaitCondition.wait_for(lock, milliseconds(gnWaitStep));
+        if (waiter.ended || !CallerIsClosing()) continue;
+        lock.unlock();
+        {
+            std::lock_guard<std::recursive_mutex> stack(mStackMutex);
+            if (maItems[item].waiter == &waiter) GiveUpItem(maItems[item], eClosed);
+        }
+        lock.lock();
     }
     return waiter.result;
+}
+
+// A camera whose callback waits for this one is being closed, and waits for that callback.
+bool tcVXCamera::CallerIsClosing()
+{
+    const tcVXCamera* caller = CallingCamera();
+    return caller != nullptr && caller->mbClosing;
 }
 
 // Tells the caller who waits for the request, with mStackMutex held, that nothing is missing any
@@ -147,8 +157,41 @@ void tcVXCamera::NotifyWaiters()
 {
     {
         std::lock_guard<std::mutex> lock(mWaitMutex);
+        ++mnNotifications;
     }
     mWaitCondition.notify_all();
+}
+
+// Waits until `isOver`, which is called with mStackMutex held, or the deadline: what it said last.
+template <class Condition>
+bool tcVXCamera::WaitUntil(steady_clock::time_point deadline, Condition isOver)
+{
+    for (;;) {
+        uint64_t seen = 0;
+        {
+            std::lock_guard<std::mutex> lock(mWaitMutex);
+            seen = mnNotifications;
+        }
+        {
+            std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+            if (isOver()) return true;
+        }
+        const auto now = steady_clock::now();
+        if (now >= deadline) return false;
+        std::unique_lock<std::mutex> lock(mWaitMutex);
+        mWaitCondition.wait_until(lock, std::min(deadline, now + milliseconds(gnCompletionStep)),
+                                  [&] { return mnNotifications != seen; });
+    }
+}
+
+// What a callback that runs was handed may be used until it returns; most return soon. Those of
+// other cameras may be waiting for this very thread.
+void tcVXCamera::AwaitDelivery()
+{
+    if (CallingCamera() != nullptr) return;
+    const uint32_t begun = mnDeliveriesBegun;
+    WaitUntil(steady_clock::now() + milliseconds(gnDeliveryLimit),
+              [&] { return static_cast<int32_t>(mnDeliveriesEnded - begun) >= 0; });
 }
 
 int tcVXCamera::numOpsPending()
@@ -170,27 +213,31 @@ int tcVXCamera::WaitCompletion(int timeoutMs)
     const int64_t steps =
         std::max(1, timeoutMs / gnCompletionStep + (timeoutMs % gnCompletionStep > 0));
     const auto deadline = steady_clock::now() + milliseconds(steps * gnCompletionStep);
-    {
-        std::unique_lock<std::mutex> lock(mWaitMutex);
-        while (!mbClosing && (numOpsPending() != 0 || mbDelivering)) {
-            const auto now = steady_clock::now();
-            if (now >= deadline) break;
-            mWaitCondition.wait_until(lock,
-                                      std::min(deadline, now + milliseconds(gnCompletionStep)));
-        }
-    }
-    if (mbClosing) return eVXFailed;
-    if (numOpsPending() == 0) return eVXOk;
+    const bool isOver = WaitUntil(deadline, [this] {
+        return mbClosing || CallerIsClosing() ||
+               (numOpsPending() == 0 && mnDeliveriesBegun == mnDeliveriesEnded);
+    });
+    if (mbClosing || CallerIsClosing()) return eVXFailed;
+    if (isOver) return eVXOk;
 
     mLog.logError("%s timeout event!", "WaitCompletion");
+    if (GiveUpPending("WaitCompletion")) AwaitDelivery();
+    return eVXTimeout;
+}
+
+// Gives up what is pending: whether there was anything.
+bool tcVXCamera::GiveUpPending(const char* operation)
+{
+    bool any = false;
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);
     for (int i = 0; i < gnItems; ++i) {
         tsRequestItem& item = maItems[i];
         if (item.respCount == item.respNeeded) continue;
+        any = true;
         GiveUpItem(item, eNoAnswer);
-        mLog.logError("%s timing out %d", "WaitCompletion", i);
+        mLog.logError("%s timing out %d", operation, i);
     }
-    return eVXTimeout;
+    return any;
 }
 
 int tcVXCamera::EnableNoOps(int intervalMs, int count)

@@ -29,18 +29,6 @@ struct tcVXCamera::tsRegistry {
         return entry->second->mbOpening ? nullptr : entry->second;
     }
 
-    // The camera whose receive thread this is, or -1.
-    int CallingCamera() const
-    {
-        for (const auto& [handle, camera] : *gpCameraMap) {
-            if (camera != nullptr && camera->OnReceiveThread()) return static_cast<int>(handle);
-        }
-        for (const auto& [handle, camera] : closing) {
-            if (camera->OnReceiveThread()) return handle;
-        }
-        return -1;
-    }
-
     // Whether the receive thread of one camera waits until the other is closed, by way of others.
     bool WaitsFor(int handle, int other) const
     {
@@ -120,8 +108,9 @@ int tcVXCamera::Close(int handle)
     std::unique_lock<std::mutex> lock(registry.mutex);
     tcVXCamera* camera = tsRegistry::FindOpen(handle);
     if (camera == nullptr) return eVXNoCamera;
-    const int caller = registry.CallingCamera();
-    if (caller == handle || (caller >= 0 && registry.WaitsFor(handle, caller))) {
+    const tcVXCamera* calling = CallingCamera();
+    const int caller = calling != nullptr ? calling->mnHandle : -1;
+    if (camera->OnReceiveThread() || (caller >= 0 && registry.WaitsFor(handle, caller))) {
         lock.unlock();
         camera->mLog.logError("%s would wait for the thread it was called on", "VXCloseCamera");
         return eVXFailed;

@@ -11,6 +11,7 @@
 #include "vxmessages.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
@@ -72,12 +73,13 @@ struct tsBinningSequenceResults {
 // thread, -2 if no answer came in time (3 to 20 s, see gaItemTimeouts) or the message could not be
 // sent; its outputs are written only on success, and an output pointer may be null unless stated.
 //
-// Threads: operations may be called from any thread; one request of a kind at a time. The receive
-//   thread of the transport runs the dispatcher and all callbacks; a monitor thread ends requests
-//   in time.
+// Threads: operations may be called from any thread; one request of a kind at a time. One receive
+//   thread of the transport runs the dispatcher and all callbacks, in the order of the messages; a
+//   monitor thread ends requests in time.
 // Locks: mStackMutex (recursive) guards the request items, the readout and the cached answers. It
-//   is held while a message is dispatched, callbacks included. A callback may send setters, start
-//   readouts and abort; an operation that waits returns -1 there. Inside it may be taken
+//   is held for moments only: no lock is held while a callback runs or a caller waits. A callback
+//   may send setters, start readouts and abort, and do everything with other cameras; an operation
+//   that waits for the callback's own camera returns -1 there. Inside mStackMutex may be taken
 //   mWaitMutex, mNoOpsMutex and mAreaMutex, never the other way round.
 // Owns: its parser, its default image buffer, its logger and its monitor thread.
 class VX_EXPORT tcVXCamera
@@ -110,8 +112,9 @@ public:
         tcVXCamera* mpCamera = nullptr;
     };
     // Closes and deletes a camera made with new. Calls in progress on other threads are ended, with
-    // -1 where they wait, and waited for. 0; -3 if there is none; -1 on its own receive thread, and
-    // on that of another camera which is being closed by this one's.
+    // -1 where they wait, and waited for; so are those of its callbacks to other cameras. 0; -3 if
+    // there is none; -1 on its own receive thread, and on that of another camera which is being
+    // closed by this one's.
     static int Close(int handle);
     // Handles of the cameras that are open.
     static std::vector<int> Handles();
@@ -168,8 +171,9 @@ public:
     int InitReqStackItem(int item, int count);
     // Arms the item, sends and waits for `count` answers, stored where the results point.
     int SendAndWait(tuCameraMessages* msg, int item, long* result1, long* result2, int count);
-    // Waits until nothing is pending and the callback of a finished readout has returned: 0. After
-    // about timeoutMs everything pending is given up: -2.
+    // Waits until nothing is pending and no image callback runs: 0. After about timeoutMs -2, and
+    // everything pending is given up as by AbortRead; when only a callback has not returned,
+    // nothing is.
     virtual int WaitCompletion(int timeoutMs);
     // Answers still missing, over all items.
     int numOpsPending();
@@ -202,9 +206,11 @@ public:
     virtual int ReadCCDMaskBinned(long* buffer, unsigned short* maximum, short frames,
                                   unsigned short mode);
     // Sends the abort and gives the readouts up: their buffers are not touched again. Send result.
+    // An image callback that runs meanwhile is waited for, though not inside a callback, and 0.4 s
+    // at most; behind a longer one, WaitCompletion returns 0.
     virtual int AbortRead();
-    // Percent of the running frame that has arrived, 100 if none is running; `frame` gets its
-    // index from 1.
+    // Percent of the running frame that has arrived, at most 100, and 100 if none is running;
+    // `frame` gets its index from 1.
     virtual int PercentComplete(unsigned int* frame);
     // Replaces the readouts' time-out (exposure + 20 s): 0 restores it, negative means none.
     virtual int OverrideImageTimout(int ms);
@@ -348,6 +354,8 @@ protected:
     void StopMonitor();
     // True on the thread that is dispatching a message of this camera, in a callback that is.
     bool OnReceiveThread() const;
+    // The camera whose message the calling thread is dispatching, or null.
+    static const tcVXCamera* CallingCamera();
     // What a transport tells about its traffic: bytes read, before they are parsed, and on the same
     // thread after that; messages sent, one thread at a time; connections, on the receive thread.
     void CountReceived(int bytes);
@@ -388,7 +396,8 @@ private:
                void* result2, int count = 1);
 
     // requests.cpp
-    int WaitForEnd(const tsRequestWaiter& waiter);
+    int WaitForEnd(const tsRequestWaiter& waiter, int item);
+    static bool CallerIsClosing();
     enum teGivenUp { eNoAnswer, eNotSent, eClosed };
     void EndRequest(tsRequestItem& item, teGivenUp reason = eNoAnswer);
     void GiveUpItem(tsRequestItem& item, teGivenUp reason);
@@ -396,6 +405,10 @@ private:
     void RenewNoOps();
     int SendNoOps(int intervalMs, int count);
     void NotifyWaiters();
+    template <class Condition>
+    bool WaitUntil(std::chrono::steady_clock::time_point deadline, Condition isOver);
+    void AwaitDelivery();
+    bool GiveUpPending(const char* operation);
     void TimeOutItem(int index);
     int ImageTimeout() const;
     int RefuseOnReceiveThread(const char* operation);
@@ -422,8 +435,10 @@ private:
     void CacheHardware(const TVXCameraHardware& info);
 
     // readout.cpp
+    using tStackLock = std::unique_lock<std::recursive_mutex>;
     struct tsPlacement;
     class tcDeliveryScope;
+    class tcUnlocked;
     int StartReadout(int item, void* buffer, unsigned short* maximum, short frames);
     void ReArmImage(tsRequestItem& item);
     template <class Packet>
@@ -434,7 +449,7 @@ private:
     template <class Packet>
     void TakePacket(teFrameKind kind, const Packet& packet, uint32_t pixelBytes);
     void CloseFrame(teFrameKind kind, bool completes);
-    void FinishFrame(tsRequestItem& item, bool completes, tsImageData image);
+    void FinishFrame(tStackLock& lock, tsRequestItem& item, bool completes, tsImageData image);
     uint32_t LoseFrames(int item);
     void ReleaseImageBuffer(tsRequestItem& item);
     tsImageLimits LimitsOf(const tsRequestItem& item, const void* buffer);
@@ -465,8 +480,9 @@ private:
     tsRequestItem maItems[gnItems];
     std::mutex mWaitMutex;
     std::condition_variable mWaitCondition;
-    std::atomic<bool> mbDelivering{false}; // a finished readout's callback has not returned yet
-    std::atomic<std::thread::id> mDispatchThread{};
+    uint64_t mnNotifications = 0;               // under mWaitMutex
+    std::atomic<uint32_t> mnDeliveriesBegun{0}; // of frames; more than ended while a callback runs
+    std::atomic<uint32_t> mnDeliveriesEnded{0};
 
     // Monitor
     std::mutex mMonitorMutex;
@@ -489,7 +505,7 @@ private:
     std::atomic<int64_t> mnExposure{0}; // ms
     std::atomic<uint16_t> mnCCDTemp{0};
     std::atomic<uint16_t> mnBoardTemp{0};
-    uint8_t mnLastSeqNo = 0;
+    std::atomic<uint8_t> mnLastSeqNo{0};
     TVXCameraHardware mtHardware{};
     std::atomic<uint32_t> mnRows{2};
     std::atomic<uint32_t> mnColumns{1024};

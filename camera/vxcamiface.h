@@ -15,11 +15,14 @@
  *     otherwise. A long holds the unsigned 32-bit value of the camera.
  *  5. Callbacks run on the camera's receive thread, one at a time. While one runs, the camera's
  *     messages wait. It may send, start the next readout and abort; what asks or waits, and
- *     VXCloseCamera, return -1 there. Records passed to a callback are valid until it returns.
+ *     VXCloseCamera, return -1 there. With other cameras it may do everything. No lock is held:
+ *     other threads and the callbacks of other cameras may use the camera meanwhile, and time-outs
+ *     go on. Records passed to a callback are valid until it returns.
  *  6. Buffers. An image buffer has the shape [sensor rows][sensor columns] whatever the area or
  *     binning; uint16_t elements for VXReadCCDArea, 32-bit elements for the binned readouts. It
  * must stay valid until the readout completed or VXAbortRead, a time-out or VXCloseCamera returned;
- *     after that the library does not touch it again.
+ *     after that the library does not touch it again. An image callback that runs
+ *     longer still has its address; when it has returned, VXWaitCompletion returns 0.
  *  7. Threads. Functions may be called from any thread, for different cameras at the same time. Two
  *     threads that ask one camera the same thing at once: one of them gets -1. A camera
  *     may be closed while others use it: calls that wait return -1, new ones -3, and of two threads
@@ -115,8 +118,9 @@ VX_EXPORT int VXReadCCDBinned(int handle, long* buffer, unsigned short* maximum,
 VX_EXPORT int VXReadCCDMaskBinned(int handle, long* buffer, unsigned short* maximum, short frames,
                                   unsigned short mode);
 
-/* Waits until nothing is pending, readouts included: 0; after the last frame's callback. When
- * timeoutMs (rounded up to 20) have passed, gives everything pending up [-2; -1 in a callback]. */
+/* Waits until nothing is pending, readouts included, and no image callback runs: 0. When timeoutMs
+ * (rounded up to 20) have passed, gives everything pending up; where all has come and only the
+ * callback has not returned, nothing is given up [-2 both times; -1 in a callback]. */
 VX_EXPORT int VXWaitCompletion(int handle, int timeoutMs);
 
 /* Percent (0 to 100) of the running frame that has arrived; 100 when no readout runs. `frame` gets
@@ -124,8 +128,8 @@ VX_EXPORT int VXWaitCompletion(int handle, int timeoutMs);
 VX_EXPORT int VXGetReadProgress(int handle, unsigned int* frame);
 
 /* Sends the abort and gives the readouts up at once, within 100 ms also where the camera takes no
- * messages; it waits for an image callback that runs [-1 when the abort could not be sent; given up
- * all the same]. */
+ * messages. An image callback that runs is waited for, 0.4 s at most, and not in a callback [-1
+ * when the abort could not be sent; given up all the same]. */
 VX_EXPORT int VXAbortRead(int handle);
 
 /* Time-out of readouts in ms instead of the exposure + 20 s; 0 restores that, negative means none.

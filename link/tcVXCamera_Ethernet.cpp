@@ -159,7 +159,7 @@ void tcVXCamera_Ethernet::MonitorThread()
     while (!mbStopMonitor) {
         const int n = Receive(buffer.get(), gnReceiveBytes);
         if (n > 0) {
-            for (int at = 0; at < n; at += gnPieceBytes) {
+            for (int at = 0; at < n && !mbStopMonitor; at += gnPieceBytes) {
                 TakePiece(buffer.get() + at, std::min(gnPieceBytes, n - at));
             }
         } else if (n == -1) {

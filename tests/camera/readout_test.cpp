@@ -467,6 +467,16 @@ TEST_F(Readout, ProgressFollowsThePacketsOfTheFrame)
     }
 }
 
+TEST_F(Readout, ProgressOfRepeatedPacketsEndsAt100)
+{
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    for (int i = 0; i < 15; ++i) {
+        Feed(mCamera, {e16Bit, 1, 3});
+        EXPECT_LE(mCamera.PercentComplete(nullptr), 100);
+    }
+    EXPECT_EQ(mCamera.PercentComplete(nullptr), 100);
+}
+
 TEST_F(Readout, ProgressIsThatOfTheAreaWhenBothRun)
 {
     tcImage area(e16Bit, 2048), binned(e32Bit, 2048);

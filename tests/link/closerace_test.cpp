@@ -247,6 +247,66 @@ TEST_F(CloseRace, OfTwoCamerasThatCloseEachOtherOneIsRefused)
     }
 }
 
+// Callbacks of two cameras that use the other one, over and over.
+TEST_F(CloseRace, MayMeetCallbacksThatUseEachOthersCameras)
+{
+    for (int round = 0; round < 5; ++round) {
+        Open();
+        static int first, second;
+        static std::atomic<int> calls;
+        tcScriptedCamera otherPeer;
+        first = handle;
+        second = OpenAgainst(otherPeer);
+        calls = 0;
+        const tpUserDefinedCallback useOther = [](int camera, void*, int) {
+            const int other = camera == first ? second : first;
+            static thread_local unsigned turn = 0;
+            int on = 0;
+            if (++turn % 4 == 0) VXReadCCDArea(other, nullptr, 1, 0);
+            if (turn % 4 == 1) VXAbortRead(other);
+            if (turn % 4 == 2) VXSetTrigger(other, 1);
+            if (turn % 4 == 3 && turn > 40) VXGetCooling(other, &on); // never answered
+            ++calls;
+        };
+        VXSetUserDefinedCallback(first, useOther);
+        VXSetUserDefinedCallback(second, useOther);
+        for (int i = 0; i < 100; ++i) {
+            ASSERT_TRUE(peer.Send(MessageBytes(gnUserId, "")));
+            ASSERT_TRUE(otherPeer.Send(MessageBytes(gnUserId, "")));
+        }
+        ASSERT_TRUE(WaitUntil([] { return calls >= 80; }));
+        ExpectQuickClose();
+        const auto start = steady_clock::now();
+        EXPECT_EQ(0, VXCloseCamera(second));
+        EXPECT_LT(ElapsedMs(start), gnCloseLimit);
+    }
+}
+
+TEST_F(CloseRace, EndsWhatACallbackAsksAnotherCamera)
+{
+    Open();
+    static int other;
+    static std::atomic<int> asked, waited;
+    tcScriptedCamera second;
+    other = OpenAgainst(second);
+    asked = waited = 1;
+    VXSetUserDefinedCallback(handle, [](int, void*, int) {
+        int on = 0;
+        asked = VXGetCooling(other, &on);
+        VXReadCCDArea(other, nullptr, 1, 0);
+        waited = VXWaitCompletion(other, 20000);
+    });
+    ASSERT_TRUE(peer.Send(MessageBytes(gnUserId, "")));
+    ASSERT_TRUE(WaitUntil([&] { return VXisCameraReady(other) == -1; }));
+    ExpectQuickClose();
+    EXPECT_EQ(-1, asked);
+    EXPECT_EQ(-1, waited);
+    EXPECT_EQ(-1, VXisCameraReady(other)) << "the readout goes on";
+    VXAbortRead(other);
+    EXPECT_EQ(0, VXisCameraReady(other));
+    EXPECT_EQ(0, VXCloseCamera(other));
+}
+
 TEST_F(CloseRace, FindsNoCameraThatIsJustBeingOpened)
 {
     Open();
