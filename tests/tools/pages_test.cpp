@@ -1,7 +1,8 @@
 // The manual page and the completion, as they are installed.
 #include "program.h"
-#include "properties.h"
 #include "tool_support.h"
+
+#include <vxcamkit/property.h>
 
 #include <gmock/gmock.h>
 
@@ -68,8 +69,8 @@ TEST(Pages, ManualNamesEveryVerbAndOptionAndProperty)
             EXPECT_THAT(manual, HasSubstr(Dashes(option.names.back()))) << verb.name;
         }
     }
-    for (const tsProperty& property : Properties()) {
-        EXPECT_THAT(manual, HasSubstr("\n\\fB" + Dashes(NameText(property))));
+    for (const vxcam::Property& property : vxcam::properties()) {
+        EXPECT_THAT(manual, HasSubstr("\n\\fB" + Dashes(property.fullName())));
     }
 }
 
@@ -89,7 +90,7 @@ TEST(Pages, CompletionNamesEveryVerbAndProperty)
     for (const tsVerb& verb : Verbs()) {
         EXPECT_THAT(completion, HasSubstr(std::string("\n    ") + verb.name + ") options='"));
     }
-    for (const tsProperty& property : Properties()) {
+    for (const vxcam::Property& property : vxcam::properties()) {
         EXPECT_THAT(completion, HasSubstr(property.name)) << property.name;
     }
 }

@@ -1,7 +1,7 @@
 // What holds for every verb: usage, help, versions, exit codes, standard output.
 #include "program.h"
 
-#include "properties.h"
+#include "propertytext.h"
 #include "tool_support.h"
 #include "vxcamiface.h"
 
@@ -153,13 +153,13 @@ TEST(Program, TwoRunsAtOnceDoNotDisturbEachOther)
 TEST(Program, DocumentationNamesEveryProperty)
 {
     const std::string document = FileText(VXCAM_DOCUMENT);
-    for (const tsProperty& property : Properties()) {
-        std::string syntax = property.write != nullptr ? SyntaxText(property.shape) : "read only";
+    for (const vxcam::Property& property : vxcam::properties()) {
+        std::string syntax = property.isWritable() ? SyntaxText(property) : "read only";
         for (size_t at = 0; (at = syntax.find('|', at)) != std::string::npos; at += 2) {
             syntax.insert(at, "\\"); // a bar ends the cell of a table
         }
-        const std::string cell = property.write != nullptr ? "`" + syntax + "`" : syntax;
-        EXPECT_THAT(document, HasSubstr("\n| `" + NameText(property) + "` | " + cell + " | "));
+        const std::string cell = property.isWritable() ? "`" + syntax + "`" : syntax;
+        EXPECT_THAT(document, HasSubstr("\n| `" + property.fullName() + "` | " + cell + " | "));
     }
 }
 

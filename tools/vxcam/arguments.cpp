@@ -2,22 +2,16 @@
 
 #include "failure.h"
 
+#include <vxcamkit/duration.h>
+#include <vxcamkit/error.h>
+
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 
 namespace {
 
-struct tsUnit {
-    const char* name;
-    double milliseconds;
-};
-constexpr tsUnit gaUnits[] = {
-    {"", 1000.0}, {"ms", 1.0}, {"s", 1000.0}, {"min", 60000.0}, {"h", 3600000.0}};
-constexpr double gnLongest = std::numeric_limits<uint32_t>::max(); // ms, what a camera can be told
 constexpr int gnUsualDigits = 4;
 constexpr int gnMostDigits = 9;
 
@@ -107,22 +101,11 @@ size_t ExtensionStart(const std::string& path)
 
 std::chrono::milliseconds ParseDuration(const std::string& text)
 {
-    const char* const end = text.data() + text.size();
-    double number = 0;
-    auto [rest, error] = std::from_chars(text.data(), end, number, std::chars_format::fixed);
-    if (error != std::errc() || !std::isfinite(number)) {
-        Refuse("time", text, "write a number with ms, s, min or h, like 500ms");
+    try {
+        return vxcam::parsedDuration(text);
+    } catch (const vxcam::Error& error) {
+        throw tcFailure(eExitUsage, error.what());
     }
-    const std::string unit(rest, end);
-    for (const tsUnit& known : gaUnits) {
-        if (unit != known.name) continue;
-        const double milliseconds = std::round(number * known.milliseconds);
-        if (number < 0) Refuse("time", text, "it cannot be negative");
-        if (milliseconds > gnLongest) Refuse("time", text, "at most 4294967295 ms");
-        if (milliseconds == 0 && number > 0) Refuse("time", text, "the finest step is 1 ms");
-        return std::chrono::milliseconds(static_cast<int64_t>(milliseconds));
-    }
-    Refuse("time", text, "the unit is none of ms, s, min and h");
 }
 
 tsArea ParseArea(const std::string& text)

@@ -34,7 +34,7 @@ struct tsEndpoint {
 };
 
 // "500ms", "2s", "0.5", "1min", "1h": a number and a unit, seconds without one. Rounded to whole
-// milliseconds, at most 4294967295 of them; a time that rounds to 0 must be 0.
+// milliseconds, at most 4294967295 of them; below 1 ms there is only 0.
 std::chrono::milliseconds ParseDuration(const std::string& text);
 
 // "x,y,w,h", 0 to 65535 each, w and h at least 1.

@@ -3,9 +3,10 @@
 #include "interrupt.h"
 #include "newfile.h"
 #include "program.h"
-#include "properties.h"
+#include "propertytext.h"
 #include "report.h"
-#include "vxcamiface.h"
+
+#include <vxcamkit/error.h>
 
 #include <nlohmann/json.hpp>
 
@@ -29,10 +30,10 @@ constexpr char gcFile = '@';
 
 // One thing to do.
 struct tsStep {
-    tsNamed named;
-    std::optional<tsSetting> asked; // to set; else to read
-    std::string file;               // where the bytes go that are read
-    bool isOneOfAll = false;        // nobody asked for it by name
+    vxcam::PropertyName named;
+    std::optional<vxcam::Value> asked; // to set; else to read
+    std::string file;                  // where the bytes go that are read
+    bool isOneOfAll = false;           // nobody asked for it by name
 };
 
 class tcGetSet : public tcVerb
@@ -51,8 +52,8 @@ private:
     void Check(tcSession& session) const;
     void DoOneOfAll(tcSession& session, const tsStep& step);
     void Do(tcSession& session, const tsStep& step);
-    void Describe(const tsStep& step, const tsSetting& told);
-    void Print(const tsStep& step, const tsSetting& told) const;
+    void Describe(const tsStep& step, const vxcam::Value& told);
+    void Print(const tsStep& step, const vxcam::Value& told) const;
 
     const bool mbSets; // the words up to the first `get` or `set`
     tsCommonOptions mtCommon;
@@ -61,14 +62,6 @@ private:
     std::vector<tsStep> maSteps;
     nlohmann::ordered_json mDocument;
 };
-
-// What was asked for is what is told, as it is shown; of bytes, as far as they were asked for.
-bool IsAsAsked(const tsShape& shape, const tsSetting& asked, const tsSetting& told)
-{
-    return SettingText(shape, {asked.numbers, {}}) == SettingText(shape, {told.numbers, {}}) &&
-           asked.bytes.size() <= told.bytes.size() &&
-           std::equal(asked.bytes.begin(), asked.bytes.end(), told.bytes.begin());
-}
 
 void tcGetSet::Declare(tcCommandLine& line)
 {
@@ -86,8 +79,8 @@ void tcGetSet::Declare(tcCommandLine& line)
 
 void tcGetSet::AddAll()
 {
-    for (const tsProperty& property : Properties()) {
-        if (property.read == nullptr || property.key != nullptr || !property.isListed) continue;
+    for (const vxcam::Property& property : vxcam::properties()) {
+        if (!property.isReadable() || property.key != nullptr || !property.isListed) continue;
         maSteps.push_back({{&property, 0, property.name}, std::nullopt, "", true});
     }
 }
@@ -98,13 +91,13 @@ void tcGetSet::AddRead(const std::string& word)
     if (word.find('=') < at) {
         throw tcFailure(eExitUsage, "'" + word + "': get reads; write set in front of what is set");
     }
-    tsStep step{FindProperty(word.substr(0, at)), std::nullopt, ""};
-    const tsProperty& property = *step.named.property;
-    if (property.read == nullptr) {
+    tsStep step{vxcam::findProperty(word.substr(0, at)), std::nullopt, ""};
+    const vxcam::Property& property = *step.named.property;
+    if (!property.isReadable()) {
         throw tcFailure(eExitUsage, "property '" + step.named.text + "' can only be set");
     }
     if (at != std::string::npos) {
-        if (!IsBlock(property.shape.fields[0])) {
+        if (!property.field().isBlock()) {
             throw tcFailure(eExitUsage, "'" + word + "': only blocks of bytes go to a file");
         }
         step.file = word.substr(at + 1);
@@ -116,17 +109,16 @@ void tcGetSet::AddRead(const std::string& word)
 void tcGetSet::AddWrite(const std::string& word)
 {
     const size_t equals = word.find('=');
-    const tsNamed named = FindProperty(word.substr(0, equals));
-    if (named.property->write == nullptr) {
+    const vxcam::PropertyName named = vxcam::findProperty(word.substr(0, equals));
+    if (!named.property->isWritable()) {
         throw tcFailure(eExitUsage, "property '" + named.text + "' can only be read");
     }
     if (equals == std::string::npos) {
         throw tcFailure(eExitUsage, "'" + word + "': write " + named.text + "=" +
-                                        SyntaxText(named.property->shape) +
+                                        SyntaxText(*named.property) +
                                         ", or get in front of what is read");
     }
-    maSteps.push_back(
-        {named, ParseSetting(named.text, named.property->shape, word.substr(equals + 1)), ""});
+    maSteps.push_back({named, ParseValue(named, word.substr(equals + 1)), ""});
 }
 
 // A `get` that no name follows stands for all.
@@ -157,36 +149,34 @@ void tcGetSet::ParseWords()
 void tcGetSet::Check(tcSession& session) const
 {
     for (const tsStep& step : maSteps) {
-        if (!step.asked || step.named.property->check == nullptr) continue;
-        const std::string complaint = step.named.property->check(session, *step.asked);
-        if (!complaint.empty()) throw tcFailure(eExitUsage, step.named.text + ": " + complaint);
+        if (step.asked) vxcam::checkedValue(session, step.named, *step.asked);
     }
 }
 
-void tcGetSet::Describe(const tsStep& step, const tsSetting& told)
+void tcGetSet::Describe(const tsStep& step, const vxcam::Value& told)
 {
-    const tsProperty& property = *step.named.property;
-    const nlohmann::ordered_json value = SettingJson(property.shape, told);
+    const vxcam::Property& property = *step.named.property;
+    const nlohmann::ordered_json value = ValueJson(told);
     nlohmann::ordered_json entry;
     entry["action"] = step.asked ? "set" : "get";
     entry["name"] = step.named.text;
-    if (step.asked) entry["asked"] = SettingJson(property.shape, *step.asked);
+    if (step.asked) entry["asked"] = ValueJson(*step.asked);
     entry["value"] = value;
-    if (*property.shape.fields[0].unit != '\0') entry["unit"] = property.shape.fields[0].unit;
-    if (step.asked) entry["confirmed"] = property.read != nullptr;
+    if (*property.unit() != '\0') entry["unit"] = property.unit();
+    if (step.asked) entry["confirmed"] = property.isReadable();
     if (!step.file.empty()) entry["file"] = step.file;
     mDocument["values"][step.named.text] = value;
     mDocument["steps"].push_back(entry);
 }
 
-void tcGetSet::Print(const tsStep& step, const tsSetting& told) const
+void tcGetSet::Print(const tsStep& step, const vxcam::Value& told) const
 {
     if (mbJson || mtCommon.quiet) return;
-    const tsProperty& property = *step.named.property;
-    std::string line = step.named.text + "=" + ShownText(property.shape, told);
-    if (step.asked && property.read == nullptr) line += " (sent; the camera does not tell it)";
-    if (step.asked && property.read != nullptr && !IsAsAsked(property.shape, *step.asked, told)) {
-        line += " (asked for " + ShownText(property.shape, *step.asked) + ")";
+    const bool isReadable = step.named.property->isReadable();
+    std::string line = step.named.text + "=" + told.shown();
+    if (step.asked && !isReadable) line += " (sent; the camera does not tell it)";
+    if (step.asked && isReadable && !vxcam::isAsAsked(*step.asked, told)) {
+        line += " (asked for " + step.asked->shown() + ")";
     }
     if (!step.file.empty()) line += " in " + step.file;
     PrintLine(line);
@@ -196,12 +186,13 @@ void tcGetSet::Print(const tsStep& step, const tsSetting& told) const
 void tcGetSet::DoOneOfAll(tcSession& session, const tsStep& step)
 {
     std::string why;
-    const std::optional<tsSetting> told = TryProperty(session, step.named, &why);
-    Describe(step, told.value_or(tsSetting()));
+    const std::optional<vxcam::Value> told = vxcam::tryProperty(session, step.named, &why);
+    Describe(step, told.value_or(vxcam::Value()));
     if (told) {
         Print(step, *told);
         return;
     }
+    session.ForgetCameraError();
     mDocument["steps"].back()["error"] = why;
     mDocument["values"][step.named.text] = mDocument["steps"].back()["value"] = nullptr;
     if (!mbJson && !mtCommon.quiet) PrintLine(step.named.text + ": " + why);
@@ -214,11 +205,16 @@ void tcGetSet::Do(tcSession& session, const tsStep& step)
         DoOneOfAll(session, step);
         return;
     }
-    const tsSetting told = step.asked ? WriteProperty(session, step.named, *step.asked)
-                                      : ReadProperty(session, step.named);
+    const vxcam::Value told = step.asked ? vxcam::writeProperty(session, step.named, *step.asked)
+                                         : vxcam::readProperty(session, step.named);
+    session.ThrowCameraError(); // also of what was not asked for
     if (!step.file.empty()) {
         static const std::atomic<bool> never{false};
-        WriteNewFile(step.file, told.bytes.data(), told.bytes.size(), mbForce, never);
+        const bool isText = told.kind() == vxcam::Value::Kind::Text;
+        const void* const bytes =
+            isText ? static_cast<const void*>(told.toText().data()) : told.toBytes().data();
+        WriteNewFile(step.file, bytes, isText ? told.toText().size() : told.toBytes().size(),
+                     mbForce, never);
     }
     Describe(step, told);
     Print(step, told);

@@ -6,9 +6,10 @@
 #include "program.h"
 #include "readout.h"
 #include "report.h"
-#include "targettemp.h"
 #include "tcFrameWriter.h"
 #include "vxcamiface.h"
+
+#include <vxcamkit/property.h>
 
 #include <nlohmann/json.hpp>
 
@@ -32,6 +33,7 @@ using tpMilliseconds = std::chrono::milliseconds;
 constexpr int gnMostFrames = 32767;
 constexpr double gnCoolEnough = 0.5; // degrees Celsius
 constexpr double gnToleranceRounding = 1e-6;
+constexpr double gnTenths = 10.0;               // what a camera is told
 constexpr tpMilliseconds gnHeartBeatWait(1500); // after opening, for the first one
 constexpr tpMilliseconds gnPoll(100);
 
@@ -116,7 +118,7 @@ void tcGrab::CheckArguments()
     if (mTarget && !(std::abs(*mTarget) <= 273.0)) {
         throw tcFailure(eExitUsage, "target temperature: -273 to 273 degrees Celsius");
     }
-    if (mTarget) mTarget = TenthsOf(*mTarget);
+    if (mTarget) mTarget = std::round(*mTarget * gnTenths) / gnTenths;
     maFiles = FileNames(msOutput, mnFrames);
     if (!msPreview.empty()) maPreviews = FileNames(msPreview, mnFrames);
 }
@@ -153,15 +155,11 @@ void tcGrab::Open()
 void tcGrab::Cool(tcProgress& progress)
 {
     if (!mTarget && !mbWaitCool) return;
-    const int handle = mpSession->Handle();
-    if (mTarget) mpSession->Require(SetTargetTemperature(handle, *mTarget), "target temperature");
-    mpSession->Require(VXSetCooling(handle, 1), "cooling");
+    const vxcam::PropertyName target = vxcam::findProperty("target-temp");
+    if (mTarget) vxcam::sendProperty(*mpSession, target, *mTarget);
+    mpSession->Require(VXSetCooling(mpSession->Handle(), 1), "cooling");
     mpSession->RoundTrip();
-    if (!mTarget) {
-        double target = 0;
-        mpSession->Require(GetTargetTemperature(handle, &target), "target temperature");
-        mTarget = target;
-    }
+    if (!mTarget) mTarget = vxcam::readProperty(*mpSession, target).toDouble();
     if (mbWaitCool) WaitCool(progress);
 }
 

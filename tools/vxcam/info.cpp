@@ -3,7 +3,7 @@
 #include "hardware.h"
 #include "interrupt.h"
 #include "program.h"
-#include "properties.h"
+#include "propertytext.h"
 #include "report.h"
 #include "vxcamiface.h"
 
@@ -78,15 +78,15 @@ void tcInfo::TellHardware(tcSession& session)
 void tcInfo::TellProperty(tcSession& session, const char* name)
 {
     ThrowIfInterrupted();
-    const tsNamed named = FindProperty(name);
-    std::string why;
-    const std::optional<tsSetting> setting = TryProperty(session, named, &why);
+    std::string text;
+    const std::optional<vxcam::Value> value =
+        vxcam::tryProperty(session, vxcam::findProperty(name), &text);
     mDocument["properties"][name] = nullptr;
-    if (setting) {
-        mDocument["properties"][name] = SettingJson(named.property->shape, *setting);
-        why = ShownText(named.property->shape, *setting);
+    if (value) {
+        mDocument["properties"][name] = ValueJson(*value);
+        text = value->shown();
     }
-    Tell(name, why);
+    Tell(name, text);
 }
 
 void tcInfo::Run()

@@ -1,7 +1,7 @@
 #include "pages.h"
 
 #include "program.h"
-#include "properties.h"
+#include "propertytext.h"
 
 #include <algorithm>
 #include <utility>
@@ -70,13 +70,13 @@ std::string PropertySection()
 {
     std::string text = ".SH PROPERTIES\nWhat vxcam get reads and vxcam set changes. A TIME is a "
                        "number and ms, s, min or h; HEX is two digits a byte.\n";
-    for (const tsProperty& property : Properties()) {
-        std::string term = NameText(property);
-        std::string meaning = property.summary;
-        const std::string range = RangeText(property.shape);
-        if (property.write != nullptr) term += "=" + SyntaxText(property.shape);
-        if (property.write != nullptr && !range.empty()) meaning += "; " + range;
-        text += Entry(term, meaning + " (" + AccessText(property) + ")");
+    for (const vxcam::Property& property : vxcam::properties()) {
+        std::string term = property.fullName();
+        std::string meaning = property.help;
+        const std::string range = vxcam::rangeText(property.shape);
+        if (property.isWritable()) term += "=" + SyntaxText(property);
+        if (property.isWritable() && !range.empty()) meaning += "; " + range;
+        text += Entry(term, meaning + " (" + property.accessText() + ")");
     }
     return text;
 }
@@ -112,8 +112,8 @@ std::string VerbCase(const tsVerb& verb)
 std::string PropertyWords(bool settable)
 {
     std::vector<std::string> words;
-    for (const tsProperty& property : Properties()) {
-        if (settable ? property.write == nullptr : property.read == nullptr) continue;
+    for (const vxcam::Property& property : vxcam::properties()) {
+        if (!(settable ? property.isWritable() : property.isReadable())) continue;
         words.push_back(property.name + std::string(property.key != nullptr ? ":" : "") +
                         (settable && property.key == nullptr ? "=" : ""));
     }

@@ -5,6 +5,8 @@
 #include "report.h"
 #include "vxcamiface.h"
 
+#include <vxcamkit/error.h>
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -88,6 +90,9 @@ int RunVerb(const tsVerb& verb, const std::vector<std::string>& arguments)
     } catch (const tcFailure& failure) {
         code = failure.Code();
         text = failure.what();
+    } catch (const vxcam::Error& error) {
+        code = error.row().exitCode;
+        text = error.what();
     } catch (const std::bad_alloc&) {
         code = eExitCamera;
         text = "not enough memory";

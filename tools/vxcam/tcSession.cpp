@@ -6,6 +6,7 @@
 #include "tcSimServer.h"
 #include "vxcamiface.h"
 
+#include <algorithm>
 #include <map>
 
 namespace {
@@ -14,6 +15,8 @@ constexpr double gnHeartBeatUnits = 10.0; // in a degree Celsius
 constexpr double gnSimHeartBeat = 0.2;    // seconds; a short run shall have a temperature, too
 constexpr uint16_t gnUnknownSize = 65535;
 constexpr int gnHeaderBytes = 12;
+constexpr std::chrono::milliseconds gnHeartBeatWait(1500); // after opening, for the first one
+constexpr size_t gnKeptErrors = 64;
 
 // Sessions by handle, for the callbacks. Never destroyed: the camera's thread may still run at
 // exit.
@@ -89,6 +92,7 @@ void tcSession::StartSimulator(const tsSimChoice& choice, tsTarget* target)
 void tcSession::Open(const tsTarget& target)
 {
     tcQuickExit quickExit;
+    mOpened = std::chrono::steady_clock::now();
     if (target.serial) {
         mnHandle = VXOpenCameraBySerialNumber(static_cast<int>(*target.serial));
         if (mnHandle < 0) throw tcFailure(eExitNoCamera, WhyNotFound(*target.serial));
@@ -176,15 +180,57 @@ void tcSession::ForgetCameraError()
 
 std::optional<double> tcSession::Temperature() const
 {
-    std::lock_guard<std::mutex> lock(mLock);
-    return mTemperature;
+    return Temperature(std::chrono::steady_clock::time_point());
 }
 
 std::optional<double> tcSession::Temperature(std::chrono::steady_clock::time_point deadline) const
 {
+    const std::optional<vxcam::Temperatures> known = AwaitTemperatures(deadline);
+    return known ? std::optional<double>(known->sensor) : std::nullopt;
+}
+
+std::optional<vxcam::Temperatures>
+tcSession::AwaitTemperatures(std::chrono::steady_clock::time_point deadline) const
+{
     std::unique_lock<std::mutex> lock(mLock);
-    mChanged.wait_until(lock, deadline, [this] { return mTemperature.has_value(); });
-    return mTemperature;
+    mChanged.wait_until(lock, deadline, [this] { return mTemperatures.has_value(); });
+    return mTemperatures;
+}
+
+std::optional<vxcam::Temperatures> tcSession::temperatures()
+{
+    return AwaitTemperatures(mOpened + gnHeartBeatWait);
+}
+
+uint64_t tcSession::complaints() const
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    return mnErrors;
+}
+
+void tcSession::throwComplaint(uint64_t before) const
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    if (mnErrors <= before) return;
+    const auto behind = static_cast<size_t>(mnErrors - before);
+    throw maErrors[maErrors.size() - std::min(behind, maErrors.size())];
+}
+
+void tcSession::require(int result, const std::string& what)
+{
+    using vxcam::ErrorKind;
+    if (result == eVXOk) return;
+    if (result == eVXTimeout) {
+        throw vxcam::Error(ErrorKind::Timeout, what + ": the camera does not answer");
+    }
+    throw vxcam::Error(ErrorKind::Camera,
+                       what + ": the command failed (" + std::to_string(result) + ")");
+}
+
+void tcSession::roundTrip()
+{
+    long milliseconds = 0;
+    require(VXGetExposureTime(mnHandle, &milliseconds), "exposure time");
 }
 
 void tcSession::OnImage(tpImageHandler handler)
@@ -254,25 +300,31 @@ void tcSession::HeartBeatCallback(int handle, tsHeartBeatData* heartbeat)
     tcSession* const session = FindSession(handle);
     if (session == nullptr) return;
     const double sensor = static_cast<int16_t>(heartbeat->CCDTemp) / gnHeartBeatUnits;
+    const double board = static_cast<int16_t>(heartbeat->BoardTemp) / gnHeartBeatUnits;
     {
         std::lock_guard<std::mutex> lock(session->mLock);
-        session->mTemperature = sensor;
+        session->mTemperatures = {sensor, board};
     }
-    session->Hand({teCameraEvent::eHeartBeat, sensor,
-                   static_cast<int16_t>(heartbeat->BoardTemp) / gnHeartBeatUnits});
+    session->Hand({teCameraEvent::eHeartBeat, sensor, board});
+}
+
+void tcSession::KeepError(const vxcam::Error& error)
+{
+    std::lock_guard<std::mutex> lock(mLock);
+    if (msError.empty()) msError = error.what();
+    ++mnErrors;
+    maErrors.push_back(error);
+    if (maErrors.size() > gnKeptErrors) maErrors.pop_front();
 }
 
 void tcSession::ErrorCallback(int handle, unsigned char code, unsigned char subCode, char* text)
 {
     tcSession* const session = FindSession(handle);
     if (session == nullptr) return;
-    {
-        std::lock_guard<std::mutex> lock(session->mLock);
-        if (session->msError.empty()) {
-            session->msError = "the camera reports error " + std::to_string(code) + "-" +
-                               std::to_string(subCode) + ": " + (text != nullptr ? text : "");
-        }
-    }
+    session->KeepError({vxcam::ErrorKind::Camera,
+                        "the camera reports error " + std::to_string(code) + "-" +
+                            std::to_string(subCode) + ": " + (text != nullptr ? text : ""),
+                        code, subCode});
     tsCameraEvent event{teCameraEvent::eError};
     event.code = code;
     event.subCode = subCode;

@@ -5,10 +5,14 @@
 #include "arguments.h"
 #include "vxcamtypes.h"
 
+#include <vxcamkit/error.h>
+#include <vxcamkit/property_access.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -42,7 +46,7 @@ struct tsSimChoice {
 // Threads: all on the main one; the callbacks run on the camera's.
 // Locks: its own, never held while calling the library or the image handler.
 // Owns: the handle, and the simulated camera if there is one.
-class tcSession
+class tcSession : public vxcam::Access
 {
 public:
     using tpImageHandler = std::function<void(const tsImageData&)>;
@@ -51,7 +55,7 @@ public:
     // Opens the camera. Throws tcFailure: eExitNoCamera when that fails, eExitCamera when the
     // camera does not tell its size.
     tcSession(const tsTarget& target, const tsSimChoice& choice);
-    ~tcSession();
+    ~tcSession() override;
     tcSession(const tcSession&) = delete;
     tcSession& operator=(const tcSession&) = delete;
 
@@ -79,6 +83,15 @@ public:
     std::optional<double> Temperature() const;
     std::optional<double> Temperature(std::chrono::steady_clock::time_point deadline) const;
 
+    // For the table of properties.
+    int handle() const override { return mnHandle; }
+    vxcam::Size sensor() const override { return {mtSensor.columns, mtSensor.rows}; }
+    std::optional<vxcam::Temperatures> temperatures() override;
+    uint64_t complaints() const override;
+    void throwComplaint(uint64_t before) const override;
+    void require(int result, const std::string& what) override;
+    void roundTrip() override;
+
     // Called with each finished frame on the camera's thread; must not throw.
     void OnImage(tpImageHandler handler);
 
@@ -100,6 +113,9 @@ private:
     static void ErrorCallback(int handle, unsigned char code, unsigned char subCode, char* text);
     static void MessageCallback(int handle, void* message, int length);
     void Hand(const tsCameraEvent& event);
+    void KeepError(const vxcam::Error& error);
+    std::optional<vxcam::Temperatures>
+    AwaitTemperatures(std::chrono::steady_clock::time_point deadline) const;
     void StartSimulator(const tsSimChoice& choice, tsTarget* target);
     void Open(const tsTarget& target);
     void Register();
@@ -115,8 +131,11 @@ private:
     mutable std::mutex mLock;
     mutable std::condition_variable mChanged;
     bool mbNews = false;
-    std::optional<double> mTemperature;
-    std::string msError; // the first one
+    std::chrono::steady_clock::time_point mOpened;
+    std::optional<vxcam::Temperatures> mTemperatures;
+    std::string msError; // the first one that is not forgotten
+    uint64_t mnErrors = 0;
+    std::deque<vxcam::Error> maErrors; // the last ones
     tpImageHandler mImageHandler;
     tpEventHandler mEventHandler;
 };

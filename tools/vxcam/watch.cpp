@@ -4,8 +4,9 @@
 #include "logrecord.h"
 #include "program.h"
 #include "report.h"
-#include "values.h"
 #include "vxcamiface.h"
+
+#include <vxcamkit/value.h>
 
 #include <nlohmann/json.hpp>
 
@@ -28,7 +29,7 @@ using tpMilliseconds = std::chrono::milliseconds;
 constexpr tpMilliseconds gnStep(100);
 constexpr tpMilliseconds
     gnSilence(1500); // so long without a word, and the camera is asked something
-constexpr size_t gnShownMessageBytes = 32;
+constexpr size_t gnShownMessageBytes = 32, gnHexPrefix = 2;
 
 std::string TimeText(std::chrono::system_clock::time_point time)
 {
@@ -160,11 +161,14 @@ void tcWatch::Tell(const tsArrival& arrival)
     } else {
         ++mnMessages;
         std::snprintf(text, sizeof text, "id 0x%02x, %zu bytes", event.id, event.bytes.size());
-        const std::string hex = HexText(event.bytes, gnShownMessageBytes);
+        const std::string hex = vxcam::Value(event.bytes).text();
         Print("message", arrival.clock,
-              text + (event.bytes.empty() ? std::string() : ": " + hex) +
+              text +
+                  (event.bytes.empty()
+                       ? std::string()
+                       : ": " + hex.substr(0, gnHexPrefix + 2 * gnShownMessageBytes)) +
                   (event.bytes.size() > gnShownMessageBytes ? "..." : ""),
-              {{"id", event.id}, {"bytes", HexText(event.bytes, event.bytes.size())}});
+              {{"id", event.id}, {"bytes", hex}});
     }
 }
 

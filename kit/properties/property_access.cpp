@@ -1,0 +1,7 @@
+#include <vxcamkit/property_access.h>
+
+namespace vxcam {
+
+Access::~Access() = default;
+
+} // namespace vxcam
