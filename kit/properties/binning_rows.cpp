@@ -141,6 +141,7 @@ std::vector<Property> binningRows()
 
             Row("bin-table", "vertical binning table, a byte a row", {bytes(1, kMostTableBytes)})
                 .keyed("INDEX", kLastTable)
+                .allKeys()
                 .reads(readTable<VXGetBinParam>)
                 .writes(writeRowTable)
                 .checks(checkRowTable),
@@ -148,6 +149,7 @@ std::vector<Property> binningRows()
             Row("hor-bin-table", "horizontal binning table, a byte a column",
                 {bytes(1, kMostTableBytes)})
                 .keyed("INDEX", kLastTable)
+                .allKeys()
                 .reads(readTable<VXGetHorBinParam>)
                 .writes(writeColumnTable)
                 .checks(checkColumnTable),

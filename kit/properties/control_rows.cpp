@@ -146,8 +146,7 @@ std::vector<Property> triggerRows()
             {choice("state", {{"low", ePinLow}, {"high", ePinHigh}})})
             .keyed("PIN", kLastPin)
             .reads(readPin)
-            .writes(writePin)
-            .is(Nature::Action),
+            .writes(writePin),
     };
 }
 

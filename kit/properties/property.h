@@ -23,8 +23,9 @@ VXCAMKIT_EXPORT const char* nameOf(Group group); // "exposure", "area", ...
 
 // What kind of thing a property is.
 enum class Nature {
-    Setting, // stays as it was set: remembered, restored after a reconnect, part of a profile
-    Action,  // setting it does something, once
+    Setting, // stays as it was set: restored after a reconnect; part of a profile, if it can be
+             // read
+    Action,  // setting it does something, or may do
     State,   // changes by itself
     Derived, // follows from settings, or from what the camera is
     Identity // what this very camera is; never copied to another, nor restored
@@ -63,6 +64,7 @@ struct VXCAMKIT_EXPORT Property {
     // null.
     const char* key = nullptr;
     uint32_t mostKey = 0;
+    bool hasFewKeys = false; // each of them is part of a profile
 
     // Among those that are read when none is named; not those with a key.
     bool isListed = true;

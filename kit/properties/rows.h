@@ -113,6 +113,7 @@ public:
         mostKey = most;
         return *this;
     }
+    Row& allKeys() { return with(&Property::hasFewKeys, true); }
     Row& groups(int most)
     {
         shape.groups = most;

@@ -130,6 +130,7 @@ std::vector<Property> parameterRows()
     for (Property& row : rows) {
         row.key = "ID";
         row.mostKey = UINT32_MAX;
+        if (&row != &rows.front()) row.sameAs = rows.front().name;
     }
     return rows;
 }
@@ -196,7 +197,8 @@ std::vector<Property> blockRows()
         Row("register", "a register of the camera", {hex("value")})
             .keyed("ADDRESS", UINT32_MAX)
             .reads(readRegister)
-            .writes(writeRegister),
+            .writes(writeRegister)
+            .is(Nature::Action),
 
         Row("network-config", "network configuration, five words and a number",
             {hex("first"), hex("second"), hex("third"), hex("fourth"), hex("fifth"),

@@ -71,7 +71,8 @@ Value groupValue(const Shape& shape, const FieldValues& fields, size_t* next)
 
 bool isNothing(const Shape& shape, const FieldValues& fields)
 {
-    return fields.numbers.empty() && fields.bytes.empty() && !shape.fields[0].isBlock();
+    const bool isText = shape.fields[0].kind == FieldKind::Text; // which may be empty
+    return fields.numbers.empty() && fields.bytes.empty() && !isText;
 }
 
 // ---- To fields --------------------------------------------------------------------------------
