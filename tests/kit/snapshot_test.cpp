@@ -81,7 +81,7 @@ TEST(Snapshot, IsTakenAnewAsFarAsItIsAskedFor)
 TEST(Snapshot, NotesWhatTheCameraRefuses)
 {
     tcActor actor({{0x52, MessageBytes(0x75, std::string("\3\x2Ano mirrors\0", 13)) +
-                              MessageBytes(0x78, words({1, 0}))}});
+                              MessageBytes(0x7C, words({1, 0}), 1)}});
     OpenedCamera camera(actor.Port());
     Snapshot snapshot;
     snapshot.set("mirroring", "off,off");

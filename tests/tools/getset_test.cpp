@@ -1,4 +1,8 @@
+#include "property_samples.h"
+#include "tcSimServer.h"
 #include "tool_support.h"
+
+#include <vxcamkit/property.h>
 
 #include <gmock/gmock.h>
 
@@ -187,4 +191,108 @@ TEST(GetSet, QuietPrintsNothing)
     tcRun run({"set", "sim", "gain=1", "get", "-q", gsSmall});
     EXPECT_EQ(run.Exit(), 0);
     EXPECT_EQ(run.Output() + run.Errors(), "");
+}
+
+namespace {
+
+// The lines of `get --for-set`, behind these words.
+std::vector<std::string> ForSet(const std::string& target, std::vector<std::string> words)
+{
+    words.insert(words.begin(), {"get", target, "--for-set"});
+    tcRun run(words);
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    std::vector<std::string> lines;
+    std::istringstream in(run.Output());
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+void Set(const std::string& target, std::vector<std::string> words)
+{
+    words.insert(words.begin(), {"set", target});
+    tcRun run(words);
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+}
+
+// A simulated camera of 64 x 32 pixels for several runs.
+class tcCamera
+{
+public:
+    tcCamera() : mServer(Options()), mnPort(mServer.Start()) {}
+    std::string Target() const { return "127.0.0.1:" + std::to_string(mnPort); }
+
+private:
+    static tsSimOptions Options()
+    {
+        tsSimOptions options;
+        options.columns = 64;
+        options.rows = 32;
+        return options;
+    }
+    tcSimServer mServer;
+    uint16_t mnPort;
+};
+
+} // namespace
+
+// Each property that can be read and set, with a value that is not the one it has from the start.
+TEST(GetSet, WhatIsPrintedForSetCanBeHandedToSet)
+{
+    tcCamera camera;
+    for (const Sample& sample : allSamples()) {
+        const vxcam::PropertyName named = vxcam::findProperty(sample.name);
+        if (!named.property->isReadable()) continue;
+        Set(camera.Target(), {sample.name + "=" + sample.first});
+        const bool isRemembered = sample.name != "area"; // which is what one run has set
+        const std::vector<std::string> lines = ForSet(camera.Target(), {sample.name});
+        ASSERT_EQ(lines.size(), isRemembered ? 1u : 0u) << sample.name;
+        if (!isRemembered) continue;
+        Set(camera.Target(), {sample.name + "=" + sample.second});
+        Set(camera.Target(), {lines[0]});
+        EXPECT_EQ(ForSet(camera.Target(), {sample.name}), lines);
+    }
+}
+
+TEST(GetSet, AllThatIsPrintedForSetMakesAnotherCameraTheSame)
+{
+    tcCamera one, other;
+    Set(one.Target(),
+        {"exposure=250ms", "gain=2", "target-temp=-20.3", "trigger-mode=frame,3,-4",
+         "binning-sequence=1,2/3,4", "area-regions=0,0,8,4/0,8,8,4", "timing-data=0102030405"});
+    const std::vector<std::string> lines = ForSet(one.Target(), {});
+    EXPECT_THAT(lines, testing::Contains("target-temp=-20.3C"));
+    EXPECT_THAT(lines, testing::Contains("area-regions=0,0,8,4/0,8,8,4"));
+    for (const std::string& line : lines) {
+        for (const char* name : {"area=", "ccd-temp=", "hardware-info=", "trigger=", "gpio="}) {
+            EXPECT_NE(line.rfind(name, 0), 0u) << line;
+        }
+    }
+    EXPECT_NE(ForSet(other.Target(), {}), lines);
+    Set(other.Target(), lines);
+    EXPECT_EQ(ForSet(other.Target(), {}), lines);
+}
+
+TEST(GetSet, ForSetLeavesOutWhatCannotBeSet)
+{
+    EXPECT_TRUE(ForSet("sim", {"ccd-temp", "gpio", gsSmall}).empty());
+    tcRun run({"get", "sim", "gain", "ccd-temp", "--for-set", "--json", gsSmall});
+    EXPECT_EQ(run.Exit(), 0);
+    EXPECT_EQ(run.Document()["values"], nlohmann::json({{"gain", 0}}));
+    tcActor camera({{0x5F, MessageBytes(0x87, words({9, 0, 0}))}}); // a mode that nobody knows
+    EXPECT_TRUE(ForSet(camera.Target(), {"trigger-mode"}).empty());
+}
+
+TEST(GetSet, TextsOfACameraCannotWriteOnTheTerminal)
+{
+    tcActor camera({{0x14, MessageBytes(0x8D, words({7, 0}) + "a\x1b[2J\nb\\")}});
+    tcRun run({"get", camera.Target(), "parameter-text:7"});
+    EXPECT_EQ(run.Exit(), 0);
+    EXPECT_EQ(run.Output(), "parameter-text:7=a\\x1b[2J\\nb\\\\\n");
+    tcRun json({"get", camera.Target(), "parameter-text:7", "--json"});
+    EXPECT_EQ(json.Exit(), 0);
+    EXPECT_EQ(json.Document()["values"]["parameter-text:7"], "a\x1b[2J\nb\\");
+    ExpectFailure({"set", camera.Target(), "parameter-text:7=C:\\temp\\x"}, 1,
+                  "a backslash is written \\\\");
 }

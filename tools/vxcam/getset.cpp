@@ -16,7 +16,8 @@ const char* const gsGetExamples =
     R"(  vxcam get 192.168.1.20:2000                        all properties
   vxcam get 192.168.1.20:2000 exposure gain          these two
   vxcam get serial:1207 register:0x10 parameter:9    by address and by number
-  vxcam get 192.168.1.20:2000 timing-data@timing.bin a block of bytes, into a file)";
+  vxcam get 192.168.1.20:2000 timing-data@timing.bin a block of bytes, into a file
+  vxcam get CAMERA --for-set | xargs -d '\n' vxcam set OTHER    as it is set, to another)";
 const char* const gsSetExamples =
     R"(  vxcam set 192.168.1.20:2000 exposure=250ms gain=2 target-temp=-20
   vxcam set sim exposure=250ms gain=2 target-temp=-20 get         and then read all
@@ -50,6 +51,7 @@ private:
     void AddWrite(const std::string& word);
     void AddAll();
     void Check(tcSession& session) const;
+    bool IsLeftOut(tcSession& session, const tsStep& step, const vxcam::Value& told) const;
     void DoOneOfAll(tcSession& session, const tsStep& step);
     void Do(tcSession& session, const tsStep& step);
     void Describe(const tsStep& step, const vxcam::Value& told);
@@ -58,7 +60,7 @@ private:
     const bool mbSets; // the words up to the first `get` or `set`
     tsCommonOptions mtCommon;
     std::vector<std::string> maWords;
-    bool mbForce = false;
+    bool mbForce = false, mbForSet = false;
     std::vector<tsStep> maSteps;
     nlohmann::ordered_json mDocument;
 };
@@ -70,6 +72,8 @@ void tcGetSet::Declare(tcCommandLine& line)
                  mbSets ? "NAME=VALUE sets; behind the word get, NAME reads"
                         : "NAME reads; behind the word set, NAME=VALUE sets");
     line.Flag("--force", &mbForce, "replace files that exist");
+    line.Flag("--for-set", &mbForSet,
+              "print what set takes, in full, and leave out the rest: all settings");
     line.Flag("--json", &mbJson, "print one JSON document");
     line.AddFooter(
         "Properties (a TIME is a number and ms, s, min or h; HEX two digits a byte; on is 1, "
@@ -81,6 +85,7 @@ void tcGetSet::AddAll()
 {
     for (const vxcam::Property& property : vxcam::properties()) {
         if (!property.isReadable() || property.key != nullptr || !property.isListed) continue;
+        if (mbForSet && property.nature != vxcam::Nature::Setting) continue;
         maSteps.push_back({{&property, 0, property.name}, std::nullopt, "", true});
     }
 }
@@ -173,7 +178,7 @@ void tcGetSet::Print(const tsStep& step, const vxcam::Value& told) const
 {
     if (mbJson || mtCommon.quiet) return;
     const bool isReadable = step.named.property->isReadable();
-    std::string line = step.named.text + "=" + told.shown();
+    std::string line = step.named.text + "=" + (mbForSet ? told.text() : told.shown());
     if (step.asked && !isReadable) line += " (sent; the camera does not tell it)";
     if (step.asked && isReadable && !vxcam::isAsAsked(*step.asked, told)) {
         line += " (asked for " + step.asked->shown() + ")";
@@ -182,17 +187,31 @@ void tcGetSet::Print(const tsStep& step, const vxcam::Value& told) const
     PrintLine(line);
 }
 
+// Of --for-set: what set does not take, since it is only told, not known, or out of its range.
+bool tcGetSet::IsLeftOut(tcSession& session, const tsStep& step, const vxcam::Value& told) const
+{
+    if (!mbForSet || step.asked) return false;
+    if (told.isNothing()) return true;
+    try {
+        vxcam::checkedValue(session, step.named, told);
+    } catch (const vxcam::Error&) {
+        return true;
+    }
+    return false;
+}
+
 // A camera need not know all of them.
 void tcGetSet::DoOneOfAll(tcSession& session, const tsStep& step)
 {
     std::string why;
     const std::optional<vxcam::Value> told = vxcam::tryProperty(session, step.named, &why);
+    if (!told) session.ForgetCameraError();
+    if (IsLeftOut(session, step, told.value_or(vxcam::Value()))) return;
     Describe(step, told.value_or(vxcam::Value()));
     if (told) {
         Print(step, *told);
         return;
     }
-    session.ForgetCameraError();
     mDocument["steps"].back()["error"] = why;
     mDocument["values"][step.named.text] = mDocument["steps"].back()["value"] = nullptr;
     if (!mbJson && !mtCommon.quiet) PrintLine(step.named.text + ": " + why);
@@ -216,6 +235,7 @@ void tcGetSet::Do(tcSession& session, const tsStep& step)
         WriteNewFile(step.file, bytes, isText ? told.toText().size() : told.toBytes().size(),
                      mbForce, never);
     }
+    if (IsLeftOut(session, step, told)) return;
     Describe(step, told);
     Print(step, told);
 }
