@@ -57,6 +57,8 @@ constexpr tsFigure gaFigures[] = {
     {"PixelsOutside", &tsStatistics::PixelsOutside},
     {"LastFramePackets", &tsStatistics::LastFramePackets},
     {"LastFrameMissing", &tsStatistics::LastFrameMissing},
+    {"FramesUnderrun", &tsStatistics::FramesUnderrun},
+    {"PacketsDamaged", &tsStatistics::PacketsDamaged},
 };
 static_assert(std::size(gaFigures) * sizeof(uint64_t) == sizeof(tsStatistics), "all of them");
 

@@ -2,7 +2,7 @@
 #ifndef CAM_HANDLER_H
 #define CAM_HANDLER_H
 
-#include "vxcamtypes.h"
+#include "vxcamext.h"
 
 #include <string>
 

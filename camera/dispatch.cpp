@@ -1,6 +1,5 @@
 // One message in: check, find its row, complete the item or call its handler.
-#include "tcLedger.h"
-#include "tcVXCamera.h"
+#include "tcExtension.h"
 
 #include <algorithm>
 #include <cstring>
@@ -189,6 +188,15 @@ void tcVXCamera::Dispatch(tuCameraMessages& message, uint32_t id)
     }
 }
 
+void tcVXCamera::TellLink(teLinkEvent event, const std::string& words)
+{
+    if (!mpExtension->linkCallback.IsSet()) return;
+    tcDispatchScope scope(*this);
+    const tsLinkRecord record{sizeof record, event, ThisMoment(), mpLedger->Read().ConnectionsLost,
+                              words.c_str()};
+    mpExtension->linkCallback.Call(mnHandle, &record);
+}
+
 // Events lock what they need themselves and call back without it. For all others the common rule
 // holds: if the row's item is pending, store the payload where its results point and count the
 // answer; then mark the item as answered. A surplus answer is dropped.
@@ -333,10 +341,11 @@ void tcVXCamera::OnHeartBeat(tuCameraMessages& message, tsRequestItem*)
     auto shortest = PayloadAt<tsHeartBeatData>(message, 0);
     mnCCDTemp = shortest.CCDTemp;
     mnBoardTemp = shortest.BoardTemp;
-    const tpHeartBeatCallback callback = mpHeartBeatCallback;
-    if (callback == nullptr) return;
-    const bool carriesAll = message.header.Length >= sizeof shortest;
-    callback(mnHandle, carriesAll ? &message.HeartBeat.payload : &shortest);
+    if (const tpHeartBeatCallback callback = mpHeartBeatCallback) {
+        const bool carriesAll = message.header.Length >= sizeof shortest;
+        callback(mnHandle, carriesAll ? &message.HeartBeat.payload : &shortest);
+    }
+    TellHeartBeat(message);
 }
 
 void tcVXCamera::OnCameraError(tuCameraMessages& message, tsRequestItem*)
@@ -351,6 +360,8 @@ void tcVXCamera::OnCameraError(tuCameraMessages& message, tsRequestItem*)
     }
     mLog.logError("VXCAMERA: %d-%d %s", error.Code, error.SubCode, text.c_str());
     if (tpErrorCallback callback = mpErrorCallback) {
-        callback(mnHandle, error.Code, error.SubCode, text.data());
+        std::string copy = text; // is the callback's to write to
+        callback(mnHandle, error.Code, error.SubCode, copy.data());
     }
+    TellCameraError(error.Code, error.SubCode, text);
 }

@@ -65,14 +65,6 @@ extern "C" int VXisCameraReady(int handle)
     return camera->numOpsPending() == 0 ? eVXOk : eVXFailed;
 }
 
-extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)
-{
-    const int refused = tcVXCamera::CheckStatistics(statistics, size);
-    if (refused != eVXOk) return refused;
-    const tcVXCamera::tcHold camera(handle);
-    return camera ? camera->GetStatistics(statistics, size) : eVXNoCamera;
-}
-
 extern "C" int VXGetDllVersion(void)
 {
     return tcVXCamera::GetVersion();

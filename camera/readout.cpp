@@ -1,6 +1,5 @@
 // Readout: start it, place its pixel packets, finish frames, progress, abort.
-#include "tcLedger.h"
-#include "tcVXCamera.h"
+#include "tcExtension.h"
 
 #include <algorithm>
 #include <cstring>
@@ -29,6 +28,15 @@ uint32_t PixelsCarried(const tsMsgHeader& header, uint32_t offset, uint32_t pixe
     return bytes > offset ? (bytes - offset) / pixelBytes : 0;
 }
 
+// Whether a packet carries the pixels that it tells.
+template <class Packet>
+bool IsWhole(const Packet& packet, uint32_t pixelBytes)
+{
+    const uint32_t first = packet.FirstColumn, last = packet.LastColumn;
+    const uint32_t told = last < first ? 0 : last - first + 1;
+    return PixelsCarried(packet.header, offsetof(Packet, Pixels), pixelBytes) >= told;
+}
+
 // The message as a pixel packet: itself, or where it is too short for a packet's fixed fields, a
 // copy in `room` that is filled up with zeros.
 constexpr size_t gnPacketHeadBytes = offsetof(tsPixelData32Msg, Pixels);
@@ -40,12 +48,6 @@ Packet& AsPacket(tuCameraMessages& message, uint8_t (&room)[gnPacketHeadBytes])
     memset(room, 0, sizeof room);
     memcpy(room, message.bytes, length);
     return *reinterpret_cast<Packet*>(room);
-}
-
-// The frames that a readout item is about.
-teFrameKind KindOf(int item)
-{
-    return item == eItemImage32 ? eFrame32 : item == eItemImage8 ? eFrame8 : eFrame16;
 }
 
 int32_t ImageTypeOf(uint8_t code)
@@ -87,12 +89,19 @@ private:
     tStackLock& mLock;
 };
 
-int tcVXCamera::StartReadout(int item, void* buffer, unsigned short* maximum, short frames)
+// Arms the item of a readout whose command is then to be sent: the readout's number, or 0 when one
+// is running.
+uint32_t tcVXCamera::StartReadout(int item, teReadoutKind kind, void* buffer,
+                                  unsigned short* maximum, short frames)
 {
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);
-    if (InitReqStackItem(item, 1) != eVXOk) {
+    LevelAreaItems();
+    // Both kinds of area readout are the camera's one.
+    const bool isBusy = (item == eItemImage8 && maItems[eItemImage16].IsPending()) ||
+                        (item == eItemImage16 && mpExtension->readouts[eFrame8].runs);
+    if (isBusy || InitReqStackItem(item, 1) != eVXOk) {
         tcLedger::Add(mpLedger->Figures().RequestsBusy);
-        return eVXFailed;
+        return 0;
     }
     tsRequestItem& request = maItems[item];
     mpLedger->BeginReadout(KindOf(item), static_cast<uint16_t>(frames));
@@ -101,20 +110,51 @@ int tcVXCamera::StartReadout(int item, void* buffer, unsigned short* maximum, sh
     request.result2 = maximum;
     if (maximum != nullptr) *maximum = 0;
     request.frameLimit = static_cast<uint32_t>(frames);
-    (item == eItemImage16 ? mnExpectedPackets16 : mnExpectedPackets32) = -1;
+    (item == eItemImage32 ? mnExpectedPackets32 : mnExpectedPackets16) = -1;
     mnFrameIndex = 1;
     request.limits = ToldLimits();
     mbOutsideReported = false;
     ++mnReadoutSerial;
+    BeginReadoutFacts(KindOf(item), kind);
+    return mnReadoutSerial;
+}
+
+// An area readout that the camera answered in 8 bits leaves its own item open, and the other one
+// with an answer too many. Where nothing is under way any more, both are made even.
+void tcVXCamera::LevelAreaItems()
+{
+    tsRequestItem &area = maItems[eItemImage16], &bytes = maItems[eItemImage8];
+    const int areaOpen = area.respNeeded - area.respCount;
+    const int bytesOpen = bytes.respNeeded - bytes.respCount;
+    if (bytesOpen > 0 || areaOpen + bytesOpen > 0) return;
+    if (areaOpen > 0) {
+        area.respCount = area.respNeeded.load();
+        EndRequest(area);
+    }
+    const int count = area.respNeeded;
+    bytes.respNeeded = count;
+    bytes.respCount = count;
+}
+
+// Sends a readout's command.
+template <class Payload>
+int tcVXCamera::SendReadout(const char* operation, int item, uint32_t number,
+                            const tsCommand<Payload>& command, const Payload& payload)
+{
+    const bool isSent = Send(command, payload) == eVXOk;
+    NoteCommandSent(KindOf(item), number, isSent);
+    if (!isSent) mLog.logError("tcVXCamera::%s could not send", operation);
     return eVXOk;
 }
 
-int tcVXCamera::ReadCCDArea(unsigned short* buffer, short frames, unsigned short flags)
+int tcVXCamera::ReadArea(const char* operation, int item, void* buffer, short frames,
+                         unsigned short flags)
 {
-    if (StartReadout(eItemImage16, buffer, nullptr, frames) != eVXOk) {
-        const tsRequestItem& item = maItems[eItemImage16];
-        mLog.logError("tcVXCamera::ReadCCDArea already in progress! %d,%d", item.respNeeded.load(),
-                      item.respCount.load());
+    const uint32_t number = StartReadout(item, eReadoutArea, buffer, nullptr, frames);
+    if (number == 0) {
+        const tsRequestItem& busy = maItems[item];
+        mLog.logError("tcVXCamera::%s already in progress! %d,%d", operation,
+                      busy.respNeeded.load(), busy.respCount.load());
         return eVXFailed;
     }
     tsReadAreaMsg read{};
@@ -124,28 +164,36 @@ int tcVXCamera::ReadCCDArea(unsigned short* buffer, short frames, unsigned short
                 static_cast<uint16_t>(maArea[2]), static_cast<uint16_t>(maArea[3]),
                 static_cast<uint16_t>(frames),    flags};
     }
-    if (Send(cmdReadCCDArea, read) != 0) mLog.logError("tcVXCamera::ReadCCDArea could not send");
-    return eVXOk;
+    return SendReadout(operation, item, number, cmdReadCCDArea, read);
+}
+
+int tcVXCamera::ReadCCDArea(unsigned short* buffer, short frames, unsigned short flags)
+{
+    return ReadArea("ReadCCDArea", eItemImage16, buffer, frames, flags);
+}
+
+int tcVXCamera::ReadCCDArea8(unsigned char* buffer, short frames, unsigned short flags)
+{
+    constexpr unsigned short bytes = 0x0008;
+    return ReadArea("ReadCCDArea8", eItemImage8, buffer, frames, flags | bytes);
 }
 
 int tcVXCamera::ReadCCDBinned(long* buffer, unsigned short* maximum, short frames,
                               unsigned short mode)
 {
-    if (StartReadout(eItemImage32, buffer, maximum, frames) != eVXOk) return eVXFailed;
-    if (Send(cmdReadCCDBinned, {static_cast<uint16_t>(frames), mode, {}}) != 0) {
-        mLog.logError("tcVXCamera::ReadCCDBinned could not send");
-    }
-    return eVXOk;
+    const uint32_t number = StartReadout(eItemImage32, eReadoutBinned, buffer, maximum, frames);
+    if (number == 0) return eVXFailed;
+    return SendReadout("ReadCCDBinned", eItemImage32, number, cmdReadCCDBinned,
+                       {static_cast<uint16_t>(frames), mode, {}});
 }
 
 int tcVXCamera::ReadCCDMaskBinned(long* buffer, unsigned short* maximum, short frames,
                                   unsigned short mode)
 {
-    if (StartReadout(eItemImage32, buffer, maximum, frames) != eVXOk) return eVXFailed;
-    if (Send(cmdReadCCDMaskBinned, {static_cast<uint16_t>(frames), mode}) != 0) {
-        mLog.logError("tcVXCamera::ReadCCDMaskBinned could not send");
-    }
-    return eVXOk;
+    const uint32_t number = StartReadout(eItemImage32, eReadoutMaskBinned, buffer, maximum, frames);
+    if (number == 0) return eVXFailed;
+    return SendReadout("ReadCCDMaskBinned", eItemImage32, number, cmdReadCCDMaskBinned,
+                       {static_cast<uint16_t>(frames), mode});
 }
 
 int tcVXCamera::AbortRead()
@@ -157,12 +205,16 @@ int tcVXCamera::AbortRead()
     if (result != eVXOk) mLog.logError("tcVXCamera::AbortRead could not send");
     {
         const tStackLock lock(mStackMutex);
-        for (int index : {eItemImage16, eItemImage32}) {
+        for (int index : {eItemImage16, eItemImage8, eItemImage32}) {
+            const bool isForgotten = index == eItemImage8 && !mpExtension->readouts[eFrame8].runs;
+            if (isForgotten) continue;
             maItems[index].respCount = maItems[index].respNeeded.load();
             mpLedger->EndReadout(KindOf(index), tcLedger::eAborted);
+            EndReadoutFacts(maItems[index], eReadoutAborted);
             ReleaseImageBuffer(maItems[index]);
             EndRequest(maItems[index]);
         }
+        LevelAreaItems();
     }
     AwaitDelivery();
     return result;
@@ -172,7 +224,9 @@ int tcVXCamera::PercentComplete(unsigned int* frame)
 {
     if (frame != nullptr) *frame = mnFrameIndex;
     int expected = 0;
-    if (maItems[eItemImage16].IsPending()) {
+    // An item that was armed by hand is not considered.
+    const bool isOfBytes = maItems[eItemImage8].IsPending() && mbReadsBytes;
+    if (maItems[eItemImage16].IsPending() || isOfBytes) {
         expected = mnExpectedPackets16;
     } else if (maItems[eItemImage32].IsPending()) {
         expected = mnExpectedPackets32;
@@ -189,11 +243,14 @@ int tcVXCamera::OverrideImageTimout(int ms)
     return eVXOk;
 }
 
-// What arrives from now on for the item goes to the camera's own buffer, not to the caller's.
+// What arrives from now on for the item goes to the camera's own buffer, not to the caller's; 8-bit
+// frames that nobody asked for go nowhere.
 void tcVXCamera::ReleaseImageBuffer(tsRequestItem& item)
 {
-    item.result1 = mpDefaultBuffer.get();
+    const bool isOfBytes = &item == &maItems[eItemImage8];
+    item.result1 = isOfBytes ? nullptr : mpDefaultBuffer.get();
     item.result2 = nullptr;
+    if (isOfBytes) item.frameLimit = 0;
 }
 
 // What an application that went by the hardware information has room for. Where that leaves the
@@ -249,6 +306,7 @@ void tcVXCamera::CountPacket(const char* operation, const Packet& packet,
 
 void tcVXCamera::Place(const tsPlacement& place)
 {
+    mbPlacedOutside = false;
     if (place.buffer == nullptr) {
         mLog.logError("tcVXCamera::%s NULL Image Buffer Pointer!", place.operation);
         return;
@@ -271,6 +329,7 @@ void tcVXCamera::Place(const tsPlacement& place)
     memcpy(static_cast<uint8_t*>(place.buffer) + start * place.pixelBytes, place.pixels,
            inside * place.pixelBytes);
     if (inside == wanted) return;
+    mbPlacedOutside = true;
     tcLedger::Add(mpLedger->Figures().PacketsOutside);
     tcLedger::Add(mpLedger->Figures().PixelsOutside, wanted - inside);
     if (mbOutsideReported) return;
@@ -317,8 +376,10 @@ void tcVXCamera::OnPixels16(tuCameraMessages& message, tsRequestItem*)
     tsRequestItem& item = maItems[eItemImage16];
     tStackLock lock(mStackMutex);
     ReArmImage(item);
-    TakePacket(eFrame16, packet, 2);
+    const bool isWhole = IsWhole(packet, 2);
+    if (!TakePacket(lock, item, packet, isWhole)) return;
     CompileMessage16(&packet, static_cast<short*>(item.result1));
+    NotePacket(eFrame16, packet, isWhole);
     if (packet.PacketNumber != packet.TotalPackets) return;
 
     tsImageData image = DescribeFrame(item);
@@ -336,8 +397,10 @@ void tcVXCamera::OnPixels32(tuCameraMessages& message, tsRequestItem*)
     tsRequestItem& item = maItems[eItemImage32];
     tStackLock lock(mStackMutex);
     ReArmImage(item);
-    TakePacket(eFrame32, packet, 4);
+    const bool isWhole = IsWhole(packet, 4);
+    if (!TakePacket(lock, item, packet, isWhole)) return;
     CompileMessage(&packet, static_cast<long*>(item.result1));
+    NotePacket(eFrame32, packet, isWhole);
     if (packet.PacketNumber != packet.TotalPackets) return;
 
     auto* maximum = static_cast<unsigned short*>(item.result2);
@@ -360,8 +423,10 @@ void tcVXCamera::OnPixels8(tuCameraMessages& message, tsRequestItem*)
     tsRequestItem& item = maItems[eItemImage8];
     tStackLock lock(mStackMutex);
     ReArmImage(item);
-    TakePacket(eFrame8, packet, 1);
+    const bool isWhole = IsWhole(packet, 1);
+    if (!TakePacket(lock, item, packet, isWhole)) return;
     CompileMessage8(&packet, static_cast<unsigned char*>(item.result1));
+    NotePacket(eFrame8, packet, isWhole);
     if (packet.PacketNumber != packet.TotalPackets) return;
 
     tsImageData image = DescribeFrame(item);
@@ -371,27 +436,48 @@ void tcVXCamera::OnPixels8(tuCameraMessages& message, tsRequestItem*)
     // Kept: the count is compared with what the 16-bit item needs. Pending requests are summed, so
     // this is what completes an area readout that the camera answers in 8 bits.
     tsRequestItem& area = maItems[eItemImage16];
-    const bool completes = packet.LastFrame != 0 && item.respCount < area.respNeeded;
-    if (completes) ReleaseImageBuffer(area);
+    const bool answersArea = !mpExtension->readouts[eFrame8].runs;
+    const int needed = answersArea ? area.respNeeded : item.respNeeded;
+    const bool completes = packet.LastFrame != 0 && item.respCount < needed;
+    if (completes && answersArea) ReleaseImageBuffer(area);
     FinishFrame(lock, item, completes, image);
 }
 
-// Enters a packet into the books.
 template <class Packet>
-void tcVXCamera::TakePacket(teFrameKind kind, const Packet& packet, uint32_t pixelBytes)
+void tcVXCamera::NotePacket(teFrameKind kind, const Packet& packet, bool isWhole)
 {
-    const uint32_t first = packet.FirstColumn, last = packet.LastColumn;
-    const uint32_t told = last < first ? 0 : last - first + 1;
-    const bool isWhole = PixelsCarried(packet.header, offsetof(Packet, Pixels), pixelBytes) >= told;
-    const tsFrameEnd cut =
-        mpLedger->TakePacket(kind, {packet.PacketNumber, packet.TotalPackets, isWhole});
-    if (cut.packets == 0) return;
+    const teArrival arrival = !isWhole || MessageSpansConnections() ? eDamaged
+                              : mbPlacedOutside                     ? eMisplaced
+                                                                    : eCame;
+    mpExtension->frames[kind].Note(packet.PacketNumber,
+                                   {packet.Row, packet.FirstColumn, packet.LastColumn, arrival});
+}
+
+// Enters a packet into the books. Where it shows that the frame before was cut short, that is told
+// first; false when the readout has been ended meanwhile.
+template <class Packet>
+bool tcVXCamera::TakePacket(tStackLock& lock, tsRequestItem& item, const Packet& packet,
+                            bool isWhole)
+{
+    const teFrameKind kind = KindOf(static_cast<int>(&item - maItems));
+    const tsFrameEnd cut = mpLedger->TakePacket(
+        kind, {packet.PacketNumber, packet.TotalPackets, isWhole, MessageSpansConnections()});
+    if (cut.packets == 0) return true;
     mLog.logError("tcVXCamera::TakePacket a frame was cut short: %u of %u packets are missing",
                   cut.missing, cut.packets);
+    tsFrameNews news;
+    if (!EndFrame(news, item, cut, true)) return true;
+    const tcDeliveryScope scope(*this);
+    const uint32_t serial = mnReadoutSerial;
+    {
+        const tcUnlocked unlocked(lock);
+        mpExtension->frameCallback.Call(mnHandle, &news.record);
+    }
+    return serial == mnReadoutSerial && ReadoutOf(kind).runs;
 }
 
 // Enters the end of a frame into the books, and that of its readout where it is the last.
-void tcVXCamera::CloseFrame(teFrameKind kind, bool completes)
+tsFrameEnd tcVXCamera::CloseFrame(teFrameKind kind, bool completes)
 {
     const tsFrameEnd end = mpLedger->DeliverFrame(kind, completes);
     if (!end.IsComplete()) {
@@ -399,17 +485,22 @@ void tcVXCamera::CloseFrame(teFrameKind kind, bool completes)
                       "missing",
                       mnFrameIndex.load(), end.missing, end.packets);
     }
-    if (!completes) return;
-    const uint32_t lost = LoseFrames(kind == eFrame32 ? eItemImage32 : eItemImage16);
+    if (!completes) return end;
+    const uint32_t lost =
+        mpLedger->EndReadout(kind == eFrame32 ? eFrame32 : eFrame16, tcLedger::eLost);
     if (lost > 0) {
+        mpExtension->readoutEnd.NoteFlaw(ReadoutOf(kind).number);
         mLog.logError("tcVXCamera::FinishFrame the readout ended without %u of its frames", lost);
     }
+    return end;
 }
 
 // What has not been delivered of a readout that ends is lost: how many frames.
 uint32_t tcVXCamera::LoseFrames(int item)
 {
-    if (item != eItemImage16 && item != eItemImage32) return 0;
+    const bool isReadout = item == eItemImage16 || item == eItemImage32 ||
+                           (item == eItemImage8 && mpExtension->readouts[eFrame8].runs);
+    if (!isReadout) return 0;
     return mpLedger->EndReadout(KindOf(item), tcLedger::eLost);
 }
 
@@ -438,16 +529,21 @@ void tcVXCamera::FinishFrame(tStackLock& lock, tsRequestItem& item, bool complet
     const tcDeliveryScope scope(*this);
     const uint32_t serial = mnReadoutSerial;
     const uint32_t limit = item.frameLimit & 0xFFFF;
-    CloseFrame(KindOf(static_cast<int>(&item - maItems)), completes);
+    const tsFrameEnd end = CloseFrame(KindOf(static_cast<int>(&item - maItems)), completes);
+    tsFrameNews news;
+    const bool isTold = EndFrame(news, item, end, false);
+    if (isTold) TellFigures(news.record, image, completes);
     if (completes) {
-        if (&item != &maItems[eItemImage8]) ReleaseImageBuffer(item);
+        EndReadoutFacts(item, eReadoutComplete);
+        ReleaseImageBuffer(item);
         ++item.respCount;
         EndRequest(item);
     }
     image.FramesDelivered = ++mnFramesDelivered;
-    if (tpImageDataCallback callback = mpImageDataCallback) {
+    {
         const tcUnlocked unlocked(lock);
-        callback(mnHandle, &image);
+        if (tpImageDataCallback callback = mpImageDataCallback) callback(mnHandle, &image);
+        if (isTold) mpExtension->frameCallback.Call(mnHandle, &news.record);
     }
     if (serial != mnReadoutSerial) return;
     mnPacketsReceived = 0;

@@ -1,6 +1,5 @@
 // Request items: arm, send, wait, time out.
-#include "tcLedger.h"
-#include "tcVXCamera.h"
+#include "tcExtension.h"
 
 #include <algorithm>
 #include <chrono>
@@ -129,6 +128,9 @@ void tcVXCamera::EndRequest(tsRequestItem& item, teGivenUp reason)
 void tcVXCamera::GiveUpItem(tsRequestItem& item, teGivenUp reason)
 {
     LoseFrames(static_cast<int>(&item - maItems));
+    EndReadoutFacts(item, reason == eClosed    ? eReadoutClosed
+                          : reason == eNotSent ? eReadoutNotSent
+                                               : eReadoutTimedOut);
     item.status = gnItemTimedOut;
     item.result1 = nullptr;
     item.result2 = nullptr;
@@ -319,6 +321,7 @@ void tcVXCamera::TimeOutItem(int index)
     item.result2 = nullptr;
     item.frameLimit = 0;
     LoseFrames(index);
+    EndReadoutFacts(item, eReadoutTimedOut);
     ++item.respCount;
     if (!item.IsPending()) EndRequest(item);
 }

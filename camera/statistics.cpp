@@ -60,13 +60,3 @@ void tcVXCamera::CountSent(int bytes, bool isWhole)
     tcLedger::Add(figures.BytesSent, static_cast<uint64_t>(bytes));
     if (isWhole) tcLedger::Add(figures.MessagesSent);
 }
-
-void tcVXCamera::CountConnectionLost()
-{
-    tcLedger::Add(mpLedger->Figures().ConnectionsLost);
-}
-
-void tcVXCamera::CountReconnect()
-{
-    tcLedger::Add(mpLedger->Figures().Reconnects);
-}

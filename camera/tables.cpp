@@ -1,5 +1,5 @@
 // Settings that loop or check: area, binning tables, masks and sequences, timing data, parameters.
-#include "tcVXCamera.h"
+#include "tcExtension.h"
 
 #include <algorithm>
 #include <chrono>
@@ -9,6 +9,11 @@
 
 // ---- Area -------------------------------------------------------------------------------------
 
+static uint32_t Pixels(int32_t told)
+{
+    return static_cast<uint32_t>(std::clamp(told, 0, 65535));
+}
+
 void tcVXCamera::StoreArea(int firstColumn, int firstRow, int columns, int rows)
 {
     std::lock_guard<std::mutex> lock(mAreaMutex);
@@ -16,6 +21,7 @@ void tcVXCamera::StoreArea(int firstColumn, int firstRow, int columns, int rows)
     maArea[1] = firstRow;
     maArea[2] = columns;
     maArea[3] = rows;
+    mpExtension->regions.clear();
 }
 
 // Kept: the four figures go into the current area's fields as they stand, first rows into the first
@@ -32,6 +38,29 @@ void tcVXCamera::StoreAreaOfRegions(const tsSetAreaExMsg& regions, int count)
     }
     StoreArea(static_cast<int>(area[0]), static_cast<int>(area[1]), static_cast<int>(area[2]),
               static_cast<int>(area[3]));
+    std::lock_guard<std::mutex> lock(mAreaMutex);
+    for (int i = 0; i < count; ++i) {
+        mpExtension->regions.push_back({Pixels(regions.FirstRows[i]),
+                                        Pixels(regions.FirstColumns[i]), Pixels(regions.Heights[i]),
+                                        Pixels(regions.Widths[i])});
+    }
+}
+
+// What an area readout asks for; nothing where that is left to the camera.
+std::vector<tsRegion> tcVXCamera::RegionsToRead()
+{
+    std::lock_guard<std::mutex> lock(mAreaMutex);
+    std::vector<tsRegion> read = mpExtension->regions;
+    // As the command tells it.
+    if (read.empty()) {
+        read.push_back({static_cast<uint16_t>(maArea[1]), static_cast<uint16_t>(maArea[0]),
+                        static_cast<uint16_t>(maArea[3]), static_cast<uint16_t>(maArea[2])});
+    }
+    const auto isEmpty = [](const tsRegion& region) {
+        return region.rows == 0 || region.columns == 0;
+    };
+    read.erase(std::remove_if(read.begin(), read.end(), isEmpty), read.end());
+    return read;
 }
 
 int tcVXCamera::SetCCDArea(int firstColumn, int firstRow, int columns, int rows)

@@ -33,7 +33,7 @@ void tcFrameTrack::Clear()
 {
     std::fill_n(maNoted, mnWords, 0);
     mnNoted = mnTotal = mnWords = 0;
-    mbHoldsFirst = false;
+    mbHoldsFirst = mbDamaged = false;
 }
 
 uint32_t tcFrameTrack::NotedWithin(uint32_t total) const
@@ -152,9 +152,14 @@ tsFrameEnd tcLedger::TakePacket(teFrameKind kind, const tsPacketFacts& packet)
     const tcChange change(*this);
     tcFrameTrack& track = maTracks[kind];
     Add(mtFigures.PacketsReceived);
-    if (!packet.isWhole || packet.number == 0) {
+    const bool isWhole = packet.isWhole && !packet.isDamaged;
+    if (packet.isDamaged) {
+        Add(mtFigures.PacketsDamaged);
+        track.Damage();
+    }
+    if (!isWhole || packet.number == 0) {
         track.Expect(packet.total);
-        Add(packet.isWhole ? mtFigures.PacketsStray : mtFigures.PacketsShort);
+        Add(isWhole ? mtFigures.PacketsStray : mtFigures.PacketsShort);
         return {};
     }
     const bool heldFirst = track.HoldsFirst();
@@ -219,7 +224,7 @@ tsFrameEnd tcLedger::EndTrack(tcFrameTrack& track, bool wasWanted)
     }
     const uint32_t noted = track.Noted();
     const uint32_t within = track.NotedWithin(track.Total());
-    const tsFrameEnd end{track.Total(), track.Total() - within};
+    const tsFrameEnd end{track.Total(), track.Total() - within, track.IsDamaged()};
     Subtract(mtFigures.PacketsRunning, noted);
     Add(mtFigures.PacketsStray, noted - within);
     Add(mtFigures.PacketsExpected, within + (wasWanted ? end.missing : 0));

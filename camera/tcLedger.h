@@ -2,7 +2,7 @@
 #ifndef TCLEDGER_H
 #define TCLEDGER_H
 
-#include "vxcamtypes.h"
+#include "vxcamext.h"
 
 #include <atomic>
 #include <cstdint>
@@ -15,14 +15,16 @@ struct tsPacketFacts {
     uint32_t number; // within the frame, from 1
     uint32_t total;  // packets of the frame
     bool isWhole;    // carries the pixels that it tells
+    bool isDamaged;  // has bytes of another connection
 };
 
 // How a frame ended.
 struct tsFrameEnd {
     uint32_t packets = 0; // that it has
     uint32_t missing = 0;
+    bool isDamaged = false; // some packet was
 
-    bool IsComplete() const { return packets > 0 && missing == 0; }
+    bool IsComplete() const { return packets > 0 && missing == 0 && !isDamaged; }
 };
 
 // Which packets of the running frame have come, by their numbers.
@@ -45,6 +47,8 @@ public:
     uint32_t Total() const { return mnTotal; }
     uint32_t Noted() const { return mnNoted; } // different numbers
     uint32_t NotedWithin(uint32_t total) const;
+    void Damage() { mbDamaged = true; }
+    bool IsDamaged() const { return mbDamaged; }
     bool HoldsFirst() const { return mbHoldsFirst; } // the last call told eRepeatedFirst
 
 private:
@@ -55,6 +59,7 @@ private:
     uint32_t mnTotal = 0;
     uint32_t mnWords = 0; // of maNoted that are in use
     bool mbHoldsFirst = false;
+    bool mbDamaged = false;
 };
 
 // Threads: one writes at a time, as told below; any may call Read(), which neither waits for a lock

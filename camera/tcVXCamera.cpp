@@ -1,7 +1,7 @@
 // Life of a camera: registry, construction, callbacks, opening handshake, destruction.
 #include "tcVXCamera.h"
 #include "cam_handler.h"
-#include "tcLedger.h"
+#include "tcExtension.h"
 
 #include <algorithm>
 #include <string>
@@ -161,7 +161,7 @@ int tcVXCamera::SetGlobalErrorCallback(tpErrorCallback callback)
 
 tcVXCamera::tcVXCamera(teMonitor monitor)
     : mpParser(std::make_unique<tcCamParser>(nullptr, gnLargestMessage, false)),
-      mpLedger(std::make_unique<tcLedger>())
+      mpExtension(std::make_unique<tsExtension>()), mpLedger(std::make_unique<tcLedger>())
 {
     mpParser->RegisterCallback(&tcVXCamera::DispatchCallbackParser, this);
     {

@@ -6,6 +6,7 @@
 
 #include "tcCamParser.h"
 #include "tcLog.h"
+#include "vxcamext.h"
 #include "vxcamtypes.h"
 #include "vxexport.h"
 #include "vxmessages.h"
@@ -22,9 +23,16 @@
 #include <thread>
 #include <vector>
 
+template <class Callback>
+class tcCallbackSlot;
 class tcLedger;
 struct tsCameraFacts;
+struct tsExtension;
+struct tsFrameEnd;
+struct tsFrameNews;
 struct tsPacketFacts;
+struct tsReadoutFacts;
+struct tsRegion;
 enum teFrameKind : int;
 
 // Rows and columns that an image buffer holds; not known until the camera has told them.
@@ -166,6 +174,12 @@ public:
     virtual int SetUserDefinedCallback(tpUserDefinedCallback callback);
     virtual int SetImageDataCallback(tpImageDataCallback callback);
 
+    // As told in vxcamext.h.
+    int SetFrameCallback(tpFrameCallback callback, void* user);
+    int SetLinkCallback(tpLinkCallback callback, void* user);
+    int SetHeartBeatRecordCallback(tpHeartBeatRecordCallback callback, void* user);
+    int SetCameraErrorCallback(tpCameraErrorCallback callback, void* user);
+
     // ---- Requests ----------------------------------------------------------------------------
     // Raises an item's needed answers by `count` and starts its time-out; -1 if it is pending.
     int InitReqStackItem(int item, int count);
@@ -205,6 +219,10 @@ public:
                               unsigned short mode);
     virtual int ReadCCDMaskBinned(long* buffer, unsigned short* maximum, short frames,
                                   unsigned short mode);
+    // As ReadCCDArea, 8 bits a pixel. `buffer` is unsigned char[sensor rows][sensor columns].
+    int ReadCCDArea8(unsigned char* buffer, short frames, unsigned short flags);
+    // How the readout that was started last ended: a teReadoutResult.
+    int ReadoutResult();
     // Sends the abort and gives the readouts up: their buffers are not touched again. Send result.
     // An image callback that runs meanwhile is waited for, though not inside a callback, and 0.4 s
     // at most; behind a longer one, WaitCompletion returns 0.
@@ -361,8 +379,8 @@ protected:
     void CountReceived(int bytes);
     void CountParsed();
     void CountSent(int bytes, bool isWhole);
-    void CountConnectionLost();
-    void CountReconnect();
+    void LinkLost();
+    void LinkRestored();
     // What a transport tells for people: its kind and where it leads; whether it has a connection.
     void SetLink(const char* type, const std::string& address);
     void SetLinkState(bool isConnected)
@@ -418,6 +436,7 @@ private:
     using tpHandler = void (tcVXCamera::*)(tuCameraMessages& message, tsRequestItem* item);
     struct tsHandlers;
     void Dispatch(tuCameraMessages& message, uint32_t id);
+    void TellLink(teLinkEvent event, const std::string& words);
     void Deliver(tuCameraMessages& message, const tsAnswer& row);
     void OnExposure(tuCameraMessages& message, tsRequestItem* item);
     void OnHardware(tuCameraMessages& message, tsRequestItem* item);
@@ -439,7 +458,13 @@ private:
     struct tsPlacement;
     class tcDeliveryScope;
     class tcUnlocked;
-    int StartReadout(int item, void* buffer, unsigned short* maximum, short frames);
+    uint32_t StartReadout(int item, teReadoutKind kind, void* buffer, unsigned short* maximum,
+                          short frames);
+    void LevelAreaItems();
+    template <class Payload>
+    int SendReadout(const char* operation, int item, uint32_t number,
+                    const tsCommand<Payload>& command, const Payload& payload);
+    int ReadArea(const char* operation, int item, void* buffer, short frames, unsigned short flags);
     void ReArmImage(tsRequestItem& item);
     template <class Packet>
     void CountPacket(const char* operation, const Packet& packet, std::atomic<int>& expected,
@@ -447,15 +472,36 @@ private:
     void Place(const tsPlacement& place);
     tsImageData DescribeFrame(const tsRequestItem& item);
     template <class Packet>
-    void TakePacket(teFrameKind kind, const Packet& packet, uint32_t pixelBytes);
-    void CloseFrame(teFrameKind kind, bool completes);
+    bool TakePacket(tStackLock& lock, tsRequestItem& item, const Packet& packet, bool isWhole);
+    template <class Packet>
+    void NotePacket(teFrameKind kind, const Packet& packet, bool isWhole);
+    tsFrameEnd CloseFrame(teFrameKind kind, bool completes);
     void FinishFrame(tStackLock& lock, tsRequestItem& item, bool completes, tsImageData image);
     uint32_t LoseFrames(int item);
     void ReleaseImageBuffer(tsRequestItem& item);
     tsImageLimits LimitsOf(const tsRequestItem& item, const void* buffer);
     tsImageLimits ToldLimits();
 
+    // extension.cpp
+    template <class Callback>
+    int SetSlot(tcCallbackSlot<Callback>& slot, Callback callback, void* user);
+    void TellHeartBeat(const tuCameraMessages& message);
+    void TellCameraError(uint32_t code, uint32_t subCode, const std::string& text);
+
+    // framerecord.cpp
+    void BeginReadoutFacts(teFrameKind frames, teReadoutKind kind);
+    void NoteCommandSent(teFrameKind frames, uint32_t number, bool isSent);
+    tsReadoutFacts& ReadoutOf(teFrameKind frames);
+    void EndReadoutFacts(const tsRequestItem& item, teReadoutResult how);
+    bool EndFrame(tsFrameNews& news, const tsRequestItem& item, const tsFrameEnd& end, bool isCut);
+    void MakeNews(tsFrameNews& news, teFrameKind kind, const tsRequestItem& item,
+                  const tsFrameEnd& end);
+    static void TellFigures(tsFrameRecord& record, const tsImageData& image, bool isLast);
+    void TellPlace(tsFrameNews& news, teFrameKind kind, const tsRequestItem& item);
+    void TellMissing(tsFrameNews& news, teFrameKind kind);
+
     // settings.cpp, tables.cpp, linktest.cpp
+    std::vector<tsRegion> RegionsToRead();
     void LogEntered(const char* operation);
     template <class Variable>
     int AskWord(const tsCommand<tsNoPayload>& command, Variable* variable);
@@ -468,6 +514,7 @@ private:
 
     struct tsRegistry;
 
+    std::unique_ptr<tsExtension> mpExtension;
     int mnHandle = -1;
     int mnHolds = 0;        // under the registry's mutex
     bool mbOpening = false; // likewise
@@ -528,8 +575,10 @@ private:
     std::atomic<int> mnPacketsReceived{0};
     std::atomic<uint32_t> mnFrameIndex{1};
     std::atomic<uint32_t> mnFramesDelivered{0};
-    bool mbOutsideReported = false; // in the current frame
-    uint32_t mnReadoutSerial = 0;   // counts StartReadout calls
+    bool mbOutsideReported = false;        // in the current frame
+    bool mbPlacedOutside = false;          // some pixels of the packet placed last
+    std::atomic<bool> mbReadsBytes{false}; // a readout of 8 bits runs
+    uint32_t mnReadoutSerial = 0;          // counts StartReadout calls
 
     tsLinkTestCmd* mpLinkTest = nullptr;
 

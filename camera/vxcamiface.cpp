@@ -1,15 +1,7 @@
 // The forwarding C functions, in the header's order.
 #include "vxcamiface.h"
 
-#include "tcVXCamera.h"
-
-// Calls one operation of the camera with that handle; the lookup and its -3 exist only here.
-template <class... Parameters, class... Arguments>
-static int Forward(int handle, int (tcVXCamera::*operation)(Parameters...), Arguments... arguments)
-{
-    const tcVXCamera::tcHold camera(handle);
-    return camera ? ((*camera).*operation)(arguments...) : eVXNoCamera;
-}
+#include "forward.h"
 
 extern "C" int VXSetImageDataCallback(int handle, tpImageDataCallback callback)
 {

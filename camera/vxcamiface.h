@@ -31,6 +31,7 @@
 #ifndef VXCAMIFACE_H
 #define VXCAMIFACE_H
 
+#include "vxcamext.h"
 #include "vxcamtypes.h"
 #include "vxexport.h"
 
@@ -59,14 +60,6 @@ VX_EXPORT int VXCloseCamera(int handle);
 
 /* 0 when no request or readout is pending, else -1. */
 VX_EXPORT int VXisCameraReady(int handle);
-
-/* Tells what the camera has done since it was opened (tsStatistics): traffic, requests, frames and
- * packets, and how each of them ended. A frame is delivered when the packet with its last number
- * comes; where packets of it are missing by then, that is logged as an error and told here. `size`
- * is sizeof *statistics; figures behind those known here are set to 0. Never waits, and may be
- * called in a callback [-4 for a size below that of the record's first version, -5 for a null
- * pointer; both are looked at first]. The debug daemon's command CAM tells the same. */
-VX_EXPORT int VXGetStatistics(int handle, tsStatistics* statistics, int size);
 
 /* Version of the library: major in the high 16 bits, build in the low ones (0x00030007). */
 VX_EXPORT int VXGetDllVersion(void);

@@ -148,67 +148,6 @@ typedef struct tsLinkTestCmd {
 static_assert(sizeof(tsLinkTestCmd) == 48, "record");
 static_assert(offsetof(tsLinkTestCmd, SendData) == 32, "record");
 
-/* What a camera has done since it was opened. Figures only grow, except for those that say what is
- * the case now (...Pending, PacketsRunning, LastFrame...). Later versions may add figures behind
- * the last one. In every record that VXGetStatistics fills:
- *
- *   FramesRequested = FramesComplete + FramesIncomplete + FramesFailed + FramesAborted
- *                     + FramesPending
- *   RequestsSent    = RequestsAnswered + RequestsTimedOut + RequestsFailed + RequestsPending
- *   PacketsReceived + PacketsMissing
- *                   = PacketsExpected + PacketsDuplicate + PacketsStray + PacketsShort
- *                     + PacketsRunning
- *
- * An endless readout has one frame requested beyond those that came. */
-typedef struct tsStatistics {
-    /* Link. A message is a header with its payload. */
-    uint64_t BytesReceived;
-    uint64_t BytesSent;
-    uint64_t MessagesReceived; /* whole ones */
-    uint64_t MessagesBad;      /* too long, with a wrong check sum, or cut by a lost connection */
-    uint64_t MessagesSent;
-    uint64_t BytesSkipped; /* between messages, which ought to be none */
-    uint64_t ChecksumErrors;
-    uint64_t ConnectionsLost;
-    uint64_t Reconnects; /* connections made anew */
-    uint64_t HeartBeats;
-    uint64_t CameraErrors; /* reported by the camera */
-
-    /* Requests: what asks and waits for an answer. */
-    uint64_t RequestsSent;
-    uint64_t RequestsAnswered;
-    uint64_t RequestsTimedOut;
-    uint64_t RequestsFailed; /* could not be sent, or given up by closing */
-    uint64_t RequestsPending;
-    uint64_t RequestsBusy; /* refused since one of the kind was pending; readouts, too */
-    uint64_t AnswersLate;  /* nobody waited for them (any more) */
-
-    /* Frames of readouts. */
-    uint64_t FramesRequested;
-    uint64_t FramesComplete;   /* delivered with all their packets */
-    uint64_t FramesIncomplete; /* delivered without some of their packets */
-    uint64_t FramesFailed;     /* not delivered: timed out, cut short or left out by the camera */
-    uint64_t FramesAborted;    /* not delivered: given up by VXAbortRead or by closing */
-    uint64_t FramesPending;
-    uint64_t FramesUnasked; /* delivered beyond those that were requested */
-
-    /* Pixel packets, of which a frame has a known number. */
-    uint64_t PacketsReceived;
-    uint64_t PacketsExpected;  /* of the frames that ended; of aborted ones, those that came */
-    uint64_t PacketsMissing;   /* expected, never received whole */
-    uint64_t PacketsDuplicate; /* received again within a frame */
-    uint64_t PacketsStray;     /* with a number that the frame does not have */
-    uint64_t PacketsShort;     /* with fewer pixels than they tell */
-    uint64_t PacketsRunning;   /* received of the frame that runs */
-    uint64_t PacketsOutside;   /* with pixels outside the image, which are not stored */
-    uint64_t PixelsOutside;    /* those pixels */
-
-    /* The frame delivered last; in the image callback, the one it is called with. */
-    uint64_t LastFramePackets; /* expected */
-    uint64_t LastFrameMissing;
-} tsStatistics;
-static_assert(sizeof(tsStatistics) == 36 * 8, "applications pass this size");
-
 /* ---- Callbacks: run on the camera's receive thread ------------------------------------------- */
 
 typedef void (*tpImageDataCallback)(int handle, tsImageData* image);

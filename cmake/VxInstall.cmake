@@ -5,6 +5,7 @@ include(CMakePackageConfigHelpers)
 # The headers that applications compile against; names that are not listed are private.
 set(VX_PUBLIC_HEADERS
     camera/tcVXCamera.h
+    camera/vxcamext.h
     camera/vxcamiface.h
     camera/vxcamtypes.h
     camera/vxmessages.h

@@ -168,8 +168,8 @@ void tcVXCamera_Ethernet::MonitorThread()
         } else if (n == 0 && !mbStopMonitor) {
             mLog.logError(
                 "tcVXCamera_Ethernet::MonitorThread socket has been closed on remote end");
-            CountConnectionLost();
             Disconnect();
+            LinkLost();
             Reconnect();
         }
     }
@@ -231,7 +231,7 @@ void tcVXCamera_Ethernet::Reconnect()
         mSocket.DisableNagle(1);
         mSocket.SetRecvBufferSize(gnSocketBuffer);
         SetConnected();
-        CountReconnect();
+        LinkRestored();
         return;
     }
 }

@@ -28,7 +28,8 @@ const std::vector<std::string> gaNames{
     "FramesIncomplete", "FramesFailed",     "FramesAborted",    "FramesPending",
     "FramesUnasked",    "PacketsReceived",  "PacketsExpected",  "PacketsMissing",
     "PacketsDuplicate", "PacketsStray",     "PacketsShort",     "PacketsRunning",
-    "PacketsOutside",   "PixelsOutside",    "LastFramePackets", "LastFrameMissing"};
+    "PacketsOutside",   "PixelsOutside",    "LastFramePackets", "LastFrameMissing",
+    "FramesUnderrun",   "PacketsDamaged"};
 
 std::string LineOf(const std::string& head, const tsStatistics& figures)
 {
@@ -117,7 +118,7 @@ TEST_F(CamCommand, ListsTheCountersInTheOrderOfTheirRecord)
                   " FramesAborted=0 FramesPending=0 FramesUnasked=0 PacketsReceived=0"
                   " PacketsExpected=0 PacketsMissing=0 PacketsDuplicate=0 PacketsStray=0"
                   " PacketsShort=0 PacketsRunning=0 PacketsOutside=0 PixelsOutside=0"
-                  " LastFramePackets=0 LastFrameMissing=0\n",
+                  " LastFramePackets=0 LastFrameMissing=0 FramesUnderrun=0 PacketsDamaged=0\n",
               Ask("CAM"));
     ASSERT_EQ(sizeof(tsStatistics), gaNames.size() * sizeof(uint64_t));
     EXPECT_EQ(0, VXSetExposure(camera.mnHandle, 0));

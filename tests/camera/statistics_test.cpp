@@ -56,6 +56,8 @@ protected:
     tcImage mImage{e32Bit, 32};
 };
 
+constexpr int gnFirstVersion = 288; // bytes of the record's
+
 using tFigures = std::vector<uint64_t>;
 
 // ---- The function
@@ -68,10 +70,21 @@ TEST_F(Statistics, LooksAtItsArgumentsFirst)
     EXPECT_EQ(VXGetStatistics(mCamera.GetHandle() + 100, &figures, size), -3);
     for (int handle : {mCamera.GetHandle(), mCamera.GetHandle() + 100}) {
         EXPECT_EQ(VXGetStatistics(handle, nullptr, size), -5);
-        for (int wrong : {size - 1, 0, -1, INT32_MIN}) {
+        for (int wrong : {gnFirstVersion - 1, 0, -1, INT32_MIN}) {
             EXPECT_EQ(VXGetStatistics(handle, &figures, wrong), -4);
         }
     }
+}
+
+TEST_F(Statistics, AreToldToProgramsThatKnowFewer)
+{
+    tsStatistics figures;
+    memset(&figures, 0xA5, sizeof figures);
+    mCamera.Feed(0x69, tcPayload().Fill(6, 0));
+    EXPECT_EQ(VXGetStatistics(mCamera.GetHandle(), &figures, gnFirstVersion), 0);
+    EXPECT_EQ(figures.HeartBeats, 1U);
+    EXPECT_EQ(figures.LastFrameMissing, 0U);
+    EXPECT_EQ(figures.FramesUnderrun, 0xA5A5A5A5A5A5A5A5U);
 }
 
 TEST_F(Statistics, ZeroesWhatLaterVersionsAdd)

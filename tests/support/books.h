@@ -2,7 +2,7 @@
 #ifndef BOOKS_H
 #define BOOKS_H
 
-#include "vxcamtypes.h"
+#include "vxcamext.h"
 
 #include <gtest/gtest.h>
 

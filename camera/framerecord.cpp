@@ -1,0 +1,236 @@
+// The record of a frame: what the application is told of it beside its pixels.
+#include "tcExtension.h"
+
+#include <algorithm>
+
+namespace {
+
+// The smallest rectangle around them; empty without any.
+tsRegion Around(const std::vector<tsRegion>& regions)
+{
+    if (regions.empty()) return {};
+    tsRegion whole = regions[0];
+    for (const tsRegion& region : regions) {
+        const uint32_t bottom = std::max(whole.row + whole.rows, region.row + region.rows);
+        const uint32_t right =
+            std::max(whole.column + whole.columns, region.column + region.columns);
+        whole.row = std::min(whole.row, region.row);
+        whole.column = std::min(whole.column, region.column);
+        whole.rows = bottom - whole.row;
+        whole.columns = right - whole.column;
+    }
+    return whole;
+}
+
+bool Encloses(const tsRegion& outer, const tsRegion& inner)
+{
+    return inner.row >= outer.row && inner.column >= outer.column &&
+           inner.row + inner.rows <= outer.row + outer.rows &&
+           inner.column + inner.columns <= outer.column + outer.columns;
+}
+
+void Clip(tsRegion& region, const tsImageLimits& limits)
+{
+    if (!limits.known) return;
+    region.row = std::min(region.row, limits.rows);
+    region.column = std::min(region.column, limits.columns);
+    region.rows = std::min(region.rows, limits.rows - region.row);
+    region.columns = std::min(region.columns, limits.columns - region.column);
+}
+
+// What the frame shows: what was asked for, as long as nothing came from elsewhere.
+tsRegion Shown(const std::vector<tsRegion>& asked, const tsPacketPlace* places, uint32_t total)
+{
+    const tsRegion around = Around(asked);
+    if (places == nullptr) return around;
+    const std::optional<tsRegion> bounds = FindBounds(places, total);
+    if (!bounds || (!asked.empty() && Encloses(around, *bounds))) return around;
+    return GuessRegion(places, total).value_or(*bounds);
+}
+
+std::vector<uint8_t> MissingBits(const tsPacketPlace* places, uint32_t total)
+{
+    std::vector<uint8_t> bits((total + 7) / 8);
+    for (uint32_t i = 0; i < total; ++i) {
+        if (places[i].arrival <= eDamaged) bits[i / 8] |= static_cast<uint8_t>(1U << i % 8);
+    }
+    return bits;
+}
+
+// Rows of the sensor as those of what is shown; what lies elsewhere goes.
+void MakeRelative(std::vector<uint32_t>& rows, const tsRegion& shown)
+{
+    const auto isElsewhere = [&](uint32_t row) {
+        return row < shown.row || row - shown.row >= shown.rows;
+    };
+    rows.erase(std::remove_if(rows.begin(), rows.end(), isElsewhere), rows.end());
+    for (uint32_t& row : rows) {
+        row -= shown.row;
+    }
+    std::sort(rows.begin(), rows.end());
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+}
+
+} // namespace
+
+// ---- Readouts -----------------------------------------------------------------------------------
+
+void tcVXCamera::BeginReadoutFacts(teFrameKind frames, teReadoutKind kind)
+{
+    tsReadoutFacts& facts = mpExtension->readouts[frames];
+    facts = {};
+    facts.number = mnReadoutSerial;
+    facts.runs = true;
+    facts.kind = kind;
+    facts.sensor = {mbGeometryTold, mnRows, mnColumns, 0};
+    facts.exposure = static_cast<uint32_t>(mnExposure);
+    if (kind == eReadoutArea) {
+        facts.regions = RegionsToRead();
+        const tsRegion around = Around(facts.regions);
+        const uint32_t area[] = {around.column, around.row, around.columns, around.rows};
+        std::copy(std::begin(area), std::end(area), facts.area);
+    }
+    facts.commandBegun = ThisMoment();
+    mpExtension->readoutEnd.Begin(facts.number);
+    if (frames == eFrame8) mbReadsBytes = true;
+}
+
+// The command has been handed over, or not. The readout may have ended meanwhile, and another one
+// have begun.
+void tcVXCamera::NoteCommandSent(teFrameKind frames, uint32_t number, bool isSent)
+{
+    const tsMoment now = ThisMoment();
+    const tStackLock lock(mStackMutex);
+    if (!isSent) mpExtension->readoutEnd.End(number, eReadoutNotSent);
+    tsReadoutFacts& facts = mpExtension->readouts[frames];
+    if (isSent && facts.number == number) facts.commandSent = now;
+}
+
+// The readout that frames belong to: 8-bit frames may also answer a readout of 16 bits.
+tsReadoutFacts& tcVXCamera::ReadoutOf(teFrameKind frames)
+{
+    tsReadoutFacts* readouts = mpExtension->readouts;
+    const bool answersArea = frames == eFrame8 && !readouts[eFrame8].runs;
+    return readouts[answersArea ? eFrame16 : frames];
+}
+
+// A request ended: if it is a readout's, that has ended so.
+void tcVXCamera::EndReadoutFacts(const tsRequestItem& item, teReadoutResult how)
+{
+    const auto index = static_cast<int>(&item - maItems);
+    if (index != eItemImage16 && index != eItemImage32 && index != eItemImage8) return;
+    const teFrameKind kind = KindOf(index);
+    tsReadoutFacts& facts = ReadoutOf(kind);
+    mpExtension->frames[kind].Clear();
+    if (kind == eFrame16) mpExtension->frames[eFrame8].Clear();
+    if (!facts.runs) return;
+    facts.runs = false;
+    if (kind == eFrame8) mbReadsBytes = false;
+    mpExtension->readoutEnd.End(facts.number, how);
+}
+
+// ---- Frames -------------------------------------------------------------------------------------
+
+// A frame ended, with its last packet or, where it is cut, with the beginning of the next one. True
+// when it is one of a readout and somebody wants to know: then its record is made. Called before
+// its buffer is let go.
+bool tcVXCamera::EndFrame(tsFrameNews& news, const tsRequestItem& item, const tsFrameEnd& end,
+                          bool isCut)
+{
+    const teFrameKind kind = KindOf(static_cast<int>(&item - maItems));
+    tsReadoutFacts& facts = ReadoutOf(kind);
+    tcFrameAccount& account = mpExtension->frames[kind];
+    const bool isWhole = end.IsComplete() && account.Misplaced() == 0 && account.Damaged() == 0;
+    const bool isTold = facts.runs && mpExtension->frameCallback.IsSet();
+    if (facts.runs) ++facts.frames;
+    if (!isWhole) mpExtension->readoutEnd.NoteFlaw(facts.number);
+    if (isTold) {
+        news.record.Outcome = isCut ? eFrameCut : isWhole ? eFrameComplete : eFrameIncomplete;
+        MakeNews(news, kind, item, end);
+    }
+    if (isCut) {
+        account.BeginAgain();
+    } else {
+        account.Clear();
+    }
+    return isTold;
+}
+
+void tcVXCamera::MakeNews(tsFrameNews& news, teFrameKind kind, const tsRequestItem& item,
+                          const tsFrameEnd& end)
+{
+    const tsReadoutFacts& facts = ReadoutOf(kind);
+    const tcFrameAccount& account = mpExtension->frames[kind];
+    tsFrameRecord& record = news.record;
+    record.Size = sizeof record;
+    record.Kind = facts.kind;
+    record.Bits = kind == eFrame8 ? 8 : kind == eFrame16 ? 16 : 32;
+    record.Readout = facts.number;
+    record.Frame = facts.frames;
+    std::copy(std::begin(facts.area), std::end(facts.area), record.Area);
+    record.SensorRows = facts.sensor.rows;
+    record.SensorColumns = facts.sensor.columns;
+    record.PacketsExpected = end.packets;
+    record.PacketsReceived = end.packets - end.missing;
+    record.PacketsMissing = end.missing;
+    record.PacketsMisplaced = account.Misplaced();
+    record.PacketsDamaged = account.Damaged();
+    record.Exposure = facts.exposure;
+    record.CommandBegun = facts.commandBegun;
+    record.FirstPacket = account.FirstPacket();
+    if (record.Outcome != eFrameCut) record.LastPacket = ThisMoment();
+    // Whoever sent it may not have come to note that.
+    const bool isNoted = facts.commandSent.Monotonic != 0;
+    record.CommandSent = isNoted ? facts.commandSent : account.FirstPacket();
+    TellPlace(news, kind, item);
+    if (record.Outcome != eFrameComplete) TellMissing(news, kind);
+}
+
+void tcVXCamera::TellFigures(tsFrameRecord& record, const tsImageData& image, bool isLast)
+{
+    record.IsLast = isLast ? 1 : 0;
+    record.ImageType = static_cast<uint32_t>(image.ImageType);
+    record.Statistic = image.Statistic;
+    record.Extra1 = static_cast<uint32_t>(image.Extra1);
+    record.Extra2 = static_cast<uint32_t>(image.Extra2);
+}
+
+// Where the frame lies in its buffer.
+void tcVXCamera::TellPlace(tsFrameNews& news, teFrameKind kind, const tsRequestItem& item)
+{
+    tsFrameRecord& record = news.record;
+    const tsImageLimits limits = LimitsOf(item, item.result1);
+    record.Buffer = item.result1;
+    record.Room = item.result1 != nullptr && limits.known ? limits.pixels : 0;
+    record.Stride = limits.columns;
+    tsRegion shown =
+        Shown(ReadoutOf(kind).regions, mpExtension->frames[kind].Places(), record.PacketsExpected);
+    Clip(shown, limits);
+    record.FirstRow = shown.row;
+    record.FirstColumn = shown.column;
+    record.Rows = shown.rows;
+    record.Columns = shown.columns;
+}
+
+void tcVXCamera::TellMissing(tsFrameNews& news, teFrameKind kind)
+try {
+    tsFrameRecord& record = news.record;
+    const tcFrameAccount& account = mpExtension->frames[kind];
+    const tsPacketPlace* places = account.Places();
+    if (places == nullptr) return;
+    if (record.PacketsMissing > 0) {
+        news.missingBits = MissingBits(places, record.PacketsExpected);
+        record.MissingBits = news.missingBits.data();
+    }
+    auto rows = FindMissingRows(ReadoutOf(kind).regions, places, record.PacketsExpected, false);
+    if (!rows) return;
+    news.missingRows = std::move(*rows);
+    const std::vector<uint32_t> suspect = account.SuspectRows();
+    news.missingRows.insert(news.missingRows.end(), suspect.begin(), suspect.end());
+    MakeRelative(news.missingRows,
+                 {record.FirstRow, record.FirstColumn, record.Rows, record.Columns});
+    if (news.missingRows.empty()) return;
+    record.MissingRows = news.missingRows.data();
+    record.MissingRowCount = static_cast<uint32_t>(news.missingRows.size());
+} catch (...) { // out of memory: what has not been told yet is not known
+}

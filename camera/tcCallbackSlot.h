@@ -1,0 +1,104 @@
+// A callback of the application, with the pointer that it is called with.
+#ifndef TCCALLBACKSLOT_H
+#define TCCALLBACKSLOT_H
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+// Marks the calling thread as one that is in a callback.
+class tcCallbackScope
+{
+public:
+    tcCallbackScope() { ++tnDepth; }
+    ~tcCallbackScope() { --tnDepth; }
+    tcCallbackScope(const tcCallbackScope&) = delete;
+    tcCallbackScope& operator=(const tcCallbackScope&) = delete;
+
+    static bool IsInside() { return tnDepth > 0; }
+
+private:
+    inline static thread_local int tnDepth = 0;
+};
+
+// Threads: any.
+// Locks: one of its own, not held while the callback runs.
+template <class Callback>
+class tcCallbackSlot
+{
+public:
+    tcCallbackSlot() { maRunning.reserve(8); }
+
+    bool IsSet() const { return mbSet.load(std::memory_order_relaxed); }
+
+    // Replaces the callback. Waits until the one before does not run any more, if asked to.
+    void Set(Callback callback, void* user, bool waits)
+    {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mpCallback = callback;
+        mpUser = user;
+        mbSet = callback != nullptr;
+        const uint64_t generation = ++mnGeneration;
+        if (!waits) return;
+        mReturned.wait(lock, [&] {
+            return std::all_of(maRunning.begin(), maRunning.end(),
+                               [&](uint64_t running) { return running >= generation; });
+        });
+    }
+
+    // Calls it, if there is one, with the pointer behind the arguments.
+    template <class... Arguments>
+    void Call(Arguments... arguments)
+    {
+        if (!IsSet()) return;
+        const tcCall call(*this);
+        if (call.callback != nullptr) call.callback(arguments..., call.user);
+    }
+
+private:
+    // One call under way.
+    class tcCall
+    {
+    public:
+        explicit tcCall(tcCallbackSlot& slot) : mSlot(slot)
+        {
+            const std::lock_guard<std::mutex> lock(slot.mMutex);
+            callback = slot.mpCallback;
+            user = slot.mpUser;
+            mnGeneration = slot.mnGeneration;
+            slot.maRunning.push_back(mnGeneration);
+        }
+        ~tcCall()
+        {
+            {
+                const std::lock_guard<std::mutex> lock(mSlot.mMutex);
+                auto& running = mSlot.maRunning;
+                running.erase(std::find(running.begin(), running.end(), mnGeneration));
+            }
+            mSlot.mReturned.notify_all();
+        }
+        tcCall(const tcCall&) = delete;
+        tcCall& operator=(const tcCall&) = delete;
+
+        Callback callback;
+        void* user;
+
+    private:
+        tcCallbackSlot& mSlot;
+        uint64_t mnGeneration;
+        const tcCallbackScope mScope;
+    };
+
+    std::atomic<bool> mbSet{false};
+    std::mutex mMutex;
+    std::condition_variable mReturned;
+    Callback mpCallback = nullptr;
+    void* mpUser = nullptr;
+    uint64_t mnGeneration = 0;       // of the callback
+    std::vector<uint64_t> maRunning; // the generations that are being called
+};
+
+#endif

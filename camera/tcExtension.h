@@ -1,0 +1,84 @@
+// What a camera keeps for vxcamext.h.
+#ifndef TCEXTENSION_H
+#define TCEXTENSION_H
+
+#include "tcCallbackSlot.h"
+#include "tcFrameAccount.h"
+#include "tcLedger.h"
+#include "tcVXCamera.h"
+
+#include <string>
+#include <vector>
+
+// The frames that a readout item is about.
+inline teFrameKind KindOf(int item)
+{
+    return item == eItemImage32 ? eFrame32 : item == eItemImage8 ? eFrame8 : eFrame16;
+}
+
+// One readout, as it was when it was started.
+struct tsReadoutFacts {
+    uint32_t number = 0; // of the camera's readouts, from 1; 0: there was none
+    bool runs = false;
+    teReadoutKind kind = eReadoutArea;
+    int32_t area[4] = {};
+    std::vector<tsRegion> regions; // what is read, in the order in which it is sent; empty if open
+    tsImageLimits sensor;          // as told
+    uint32_t exposure = 0;         // ms
+    uint32_t frames = 0;           // that ended so far, in whichever way
+    tsMoment commandBegun{}, commandSent{};
+};
+
+// A frame's record with what it points to.
+struct tsFrameNews {
+    tsFrameRecord record{};
+    std::vector<uint8_t> missingBits;
+    std::vector<uint32_t> missingRows;
+};
+
+// How the readout that was started last ended.
+// Threads: one writes at a time, with the camera's request lock; any may call Result().
+class tcReadoutEnd
+{
+public:
+    void Begin(uint32_t number)
+    {
+        mnNumber = number;
+        mbFlawed = false;
+        mnResult = eReadoutRunning;
+    }
+    // A frame of it was not delivered complete.
+    void NoteFlaw(uint32_t number)
+    {
+        if (number == mnNumber) mbFlawed = true;
+    }
+    // It ended, unless it had ended before.
+    void End(uint32_t number, teReadoutResult how)
+    {
+        if (number != mnNumber || mnResult != eReadoutRunning) return;
+        mnResult = how == eReadoutComplete && mbFlawed ? eReadoutIncomplete : how;
+    }
+    uint32_t Number() const { return mnNumber; }
+    int Result() const { return mnResult; }
+
+private:
+    uint32_t mnNumber = 0;
+    bool mbFlawed = false;
+    std::atomic<int> mnResult{eReadoutNone};
+};
+
+// Threads: the callbacks as told there; everything else is used with the camera's request lock.
+struct tsExtension {
+    tcCallbackSlot<tpFrameCallback> frameCallback;
+    tcCallbackSlot<tpLinkCallback> linkCallback;
+    tcCallbackSlot<tpHeartBeatRecordCallback> heartBeatCallback;
+    tcCallbackSlot<tpCameraErrorCallback> errorCallback;
+
+    tsReadoutFacts readouts[eFrameKinds]; // by the frames that they were started for
+    tcFrameAccount frames[eFrameKinds];
+    tcReadoutEnd readoutEnd;
+    std::vector<tsRegion> regions; // that were set instead of an area; with the area's lock
+    std::string lastWords;         // the error that the camera told last on this connection
+};
+
+#endif

@@ -1,0 +1,97 @@
+// What is known of a frame that is arriving, packet by packet.
+#ifndef TCFRAMEACCOUNT_H
+#define TCFRAMEACCOUNT_H
+
+#include "vxcamext.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <vector>
+
+// Now, on both clocks.
+tsMoment ThisMoment();
+
+// What became of a packet.
+enum teArrival : uint16_t { eNeverCame, eDamaged, eMisplaced, eCame };
+
+// Where a packet's pixels lie on the sensor; `last` is inclusive.
+struct tsPacketPlace {
+    uint16_t row, first, last;
+    uint16_t arrival; // teArrival
+};
+
+// A rectangle of the sensor whose rows are sent one after another.
+struct tsRegion {
+    uint32_t row, column, rows, columns;
+
+    bool Holds(const tsPacketPlace& place) const
+    {
+        return place.row >= row && place.row - row < rows && place.first >= column &&
+               place.first <= place.last && place.last - column < columns;
+    }
+};
+
+// The rows of one packet after another, so that the rows of those that did not come can be told.
+// `places` are the frame's packets in the order of their numbers; `regions` what they show, in the
+// order in which they are sent, or empty when that is not known. The rows that did not arrive
+// whole, ascending and each once; nothing when it cannot be known which they are. Where `isStacked`
+// is set, rows count through all regions from 0; otherwise they are those of the sensor.
+std::optional<std::vector<uint32_t>> FindMissingRows(const std::vector<tsRegion>& regions,
+                                                     const tsPacketPlace* places, uint32_t total,
+                                                     bool isStacked);
+
+// What a frame shows whose packets all have the same number of columns, but for the last ones of
+// its rows; nothing when they do not fit that.
+std::optional<tsRegion> GuessRegion(const tsPacketPlace* places, uint32_t total);
+
+// The smallest rectangle that holds all packets that came; none when no packet did.
+std::optional<tsRegion> FindBounds(const tsPacketPlace* places, uint32_t total);
+
+// Threads: one at a time.
+class tcFrameAccount
+{
+public:
+    // Notes a packet of the running frame, the first of which begins it.
+    void Note(uint32_t number, const tsPacketPlace& place);
+    // The last packet noted was number 2 of another frame, whose number 1 had been noted before it.
+    // What was running ends; after its end has been read, BeginAgain() goes on with the new one.
+    void BeginAgain();
+    void Clear();
+
+    bool IsRunning() const { return mnHighest > 0; }
+    const tsMoment& FirstPacket() const { return mtFirstPacket; }
+    uint32_t Misplaced() const { return mnMisplaced; }
+    uint32_t Damaged() const { return mnDamaged; }
+
+    // The packets from number 1 on, 65535 of them; null when memory could not be had.
+    const tsPacketPlace* Places() const;
+    // Rows that damaged and misplaced packets told as theirs, and those that the beginning of the
+    // next frame has reached.
+    std::vector<uint32_t> SuspectRows() const;
+
+private:
+    static constexpr size_t gnNumbers = 65536; // of packets, and of rows
+    struct tsNotes {
+        tsPacketPlace places[gnNumbers]; // by number
+        uint8_t suspect[gnNumbers];      // by row; 1: not to be relied on
+    };
+    struct tsFree {
+        void operator()(tsNotes* notes) const { free(notes); }
+    };
+    struct tsNoted {
+        tsPacketPlace place;
+        tsMoment time;
+    };
+
+    void Store(uint32_t number, const tsPacketPlace& place);
+
+    std::unique_ptr<tsNotes, tsFree> mpNotes;
+    uint32_t mnHighest = 0; // number noted
+    tsMoment mtFirstPacket{};
+    uint32_t mnMisplaced = 0, mnDamaged = 0;
+    std::optional<tsNoted> mtFirstAgain; // number 1, when it came once more
+};
+
+#endif
