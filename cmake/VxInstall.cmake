@@ -37,6 +37,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vxcamifaceConfigVersion.c
                                  COMPATIBILITY SameMajorVersion)
 
 install(TARGETS vxcamiface EXPORT vxcamifaceTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(VX_STATIC)
+  install(TARGETS vxcamiface_static EXPORT vxcamifaceTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 install(FILES ${VX_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vxcamiface)
 install(FILES ${PROJECT_BINARY_DIR}/vxcamiface.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(VX_BUILD_KIT)
@@ -48,3 +51,18 @@ endif()
 install(EXPORT vxcamifaceTargets NAMESPACE vxcamiface:: DESTINATION ${_package})
 install(FILES ${PROJECT_BINARY_DIR}/vxcamifaceConfig.cmake
               ${PROJECT_BINARY_DIR}/vxcamifaceConfigVersion.cmake DESTINATION ${_package})
+file(GLOB _pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+              ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/SECURITY.md
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${_pages} ${PROJECT_SOURCE_DIR}/docs/frame.png DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+
+# `cmake --build DIR --target uninstall` removes what the last installation from DIR left.
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(
+    uninstall
+    COMMAND ${CMAKE_COMMAND} -D manifest=${PROJECT_BINARY_DIR}/install_manifest.txt -P
+            ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake
+    COMMENT "Removing what was installed"
+    VERBATIM)
+endif()

@@ -129,6 +129,51 @@ TEST_F(Installed, LibraryHasItsLinkNames)
     EXPECT_TRUE(fs::is_regular_file(folder + "libvxcamiface.so.3.0.7"));
 }
 
+TEST_F(Installed, ReadmeProgramLinksWithTheArchive)
+{
+    Write("grab.c", ReadmeBlock("c"));
+    std::string flags = Trim(Run("pkg-config --static --libs vxcamiface"));
+    flags.replace(flags.find("-lvxcamiface"), 12, "-l:libvxcamiface.a");
+    Run("cc -std=c11 grab.c $(pkg-config --cflags vxcamiface) " + flags +
+        " " VX_SANITIZE_FLAGS " -o grab");
+    EXPECT_THAT(Run("readelf -d grab"), ::testing::Not(::testing::HasSubstr("vxcamiface")));
+
+    tsSimOptions options;
+    options.columns = 20;
+    options.rows = 10;
+    options.timeScale = 100;
+    tcSimServer sim(options);
+    Run("timeout 30 ./grab 127.0.0.1 " + std::to_string(sim.Start()));
+    ASSERT_EQ(sim.Frames().size(), 1u);
+    EXPECT_EQ(ReadGreyMap(msFolder + "/image.pgm").sum, sim.Frames()[0].pixelSum);
+}
+
+TEST_F(Installed, DocumentsLieWhereTheyAreLookedFor)
+{
+    for (const char* name :
+         {"README.md", "LICENSE", "SECURITY.md", "CHANGELOG.md", "docs/vxcam.md"}) {
+        EXPECT_TRUE(fs::is_regular_file(std::string(VX_PREFIX "/share/doc/vxcamiface/") + name))
+            << name;
+    }
+}
+
+TEST_F(Installed, UninstallingRemovesWhatIsListedAndNothingElse)
+{
+    fs::create_directories(msFolder + "/root/include/vxcamiface");
+    fs::create_directories(msFolder + "/root/bin");
+    for (const char* name : {"root/include/vxcamiface/a.h", "root/bin/vxcam", "root/bin/other"}) {
+        Write(name, "x");
+    }
+    Write("manifest", msFolder + "/root/include/vxcamiface/a.h\n" + msFolder + "/root/bin/vxcam\n" +
+                          msFolder + "/root/bin/gone\n");
+    Run("cmake -D manifest=" + msFolder + "/manifest -P " VX_SOURCE_DIR "/cmake/uninstall.cmake");
+    EXPECT_FALSE(fs::exists(msFolder + "/root/include/vxcamiface"));
+    EXPECT_FALSE(fs::exists(msFolder + "/root/bin/vxcam"));
+    EXPECT_TRUE(fs::exists(msFolder + "/root/include"));
+    EXPECT_TRUE(fs::exists(msFolder + "/root/bin/other"));
+    Run("! cmake -D manifest=" + msFolder + "/none -P " VX_SOURCE_DIR "/cmake/uninstall.cmake");
+}
+
 TEST_F(Installed, ProgramsFindTheLibraryBesideThem)
 {
     unsetenv("LD_LIBRARY_PATH");

@@ -6,6 +6,9 @@
 #include "vxcamiface.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
 
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -71,6 +74,18 @@ TEST(Program, ImpossibleValuesAreUsageErrors)
     ExpectUsageError({"grab", "--sim-time-scale", "0"}, "--sim-time-scale");
     ExpectUsageError({"grab", "--sim-seed", "x"}, "--sim-seed");
     ExpectUsageError({"ping", "-n", "0"}, "--count");
+}
+
+TEST(Program, TheLastOfARepeatedOptionHolds)
+{
+    tcFolder folder;
+    const std::string json = OutputOf(
+        {"grab", "sim", "--sim-sensor", "8x8", "-e", "1h", "-o", folder.Path("first.fits"),
+         "--sim-sensor", "16x4", "--exposure", "1ms", "-o", folder.Path("last.fits"), "--json"});
+    EXPECT_FALSE(std::filesystem::exists(folder.Path("first.fits")));
+    EXPECT_TRUE(std::filesystem::exists(folder.Path("last.fits")));
+    EXPECT_EQ(nlohmann::json::parse(json)["frames"][0]["columns"], 16);
+    ExpectUsageError({"grab", "sim", "sim"}, "sim");
 }
 
 TEST(Program, HelpListsEveryVerb)

@@ -19,6 +19,10 @@ CLI::Option* Declare(CLI::App& app, const char* names, const tpValue& value, con
             if constexpr (std::is_arithmetic_v<Type> || std::is_same_v<Type, std::string>) {
                 option->capture_default_str();
             }
+            // The last one of an option that is repeated holds; of operands, one is enough.
+            if (!std::is_same_v<Type, std::vector<std::string>> && !option->get_positional()) {
+                option->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+            }
             return option;
         },
         value);
