@@ -10,6 +10,7 @@
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
@@ -213,7 +214,7 @@ TEST_F(LogEmission, StreamedTextsThatWouldDoHarmAsFormatsStayAsTheyAre)
     mLog << "%d%d%d%d%d%d%d%d 100%%%%%%%%%%%%%%%%";
     EXPECT_STREQ("00000000 100%%%%%%%%", mRecords.Only().message);
     mLog << "%s%-5d|%08lx|%.2s|%m%";
-    EXPECT_STREQ("", mRecords.Only().message); // printf refuses it
+    EXPECT_THAT(mRecords.Only().message, StartsWith("(null)0    |00000000||")); // then it refuses
     mLog << "%s%-3d|%04lx|%.2s|";
     EXPECT_STREQ("(null)0  |0000||", mRecords.Only().message);
 }

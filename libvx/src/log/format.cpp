@@ -77,7 +77,10 @@ bool FormatSimply(char* text, size_t size, const char* format, va_list& args)
         room.Add(format, static_cast<size_t>(percent - format));
         if (*percent == '\0') break;
         format = percent + 1;
-        if (!Convert(room, format, args)) return false;
+        if (*format == '\0')
+            room.Add(percent, 1); // no conversion, the percent sign itself
+        else if (!Convert(room, format, args))
+            return false;
     }
     room.Terminate();
     return true;
@@ -105,5 +108,10 @@ void vx::FormatText(char* text, size_t size, const char* format, va_list args)
     va_copy(simple, args);
     const bool done = FormatSimply(text, size, format, simple);
     va_end(simple);
-    if (!done && std::vsnprintf(text, size, format, args) < 0) text[0] = '\0';
+    if (done) return;
+    std::memset(text, 0, size);
+    if (std::vsnprintf(text, size, format, args) >= 0 || text[0] != '\0') return;
+    const size_t length = strnlen(format, size - 1);
+    std::memcpy(text, format, length);
+    text[length] = '\0';
 }

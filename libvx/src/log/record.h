@@ -22,8 +22,9 @@ constexpr int32_t MillisOf(long microseconds)
 // Writes the record's line, newline included, into `line` and returns its length. No allocation.
 size_t FormatRecord(tcLogEvent const& event, char (&line)[nLineSize]);
 
-// vsnprintf(), except that what fails leaves an empty text, and that texts whose conversions are
-// all plain ones (%d %i %u %x %s %%, with or without an l) are made several times as fast.
+// vsnprintf(), except that texts whose conversions are all plain ones (%d %i %u %x %s %%, with or
+// without an l, and a percent sign at the end) are made several times as fast, and that something
+// is left of what vsnprintf() refuses: what it made of it, or else the format as it stands.
 void FormatText(char* text, size_t size, const char* format, va_list args)
     __attribute__((format(printf, 3, 0)));
 
