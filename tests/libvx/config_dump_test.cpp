@@ -1,4 +1,5 @@
 #include "config_fixture.h"
+#include "tcLogConsumer.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -70,6 +71,34 @@ TEST_F(ConfigDump, ShowsFilesItemsAndCreator)
                              "s/missing = \n"
                              "s/x = 1\n"
                              "#-- END OF CONFIGURATION DATA --\n");
+}
+
+TEST_F(ConfigDump, HasTheTimeOfTheZoneThatTheFileSet)
+{
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    auto file = Load("!env TZ=XYZ-5:30\n");
+    const std::time_t start = std::time(nullptr) + 19800;
+    std::ostringstream dump;
+    file->Dump(dump);
+    const std::string text = dump.str();
+    const std::time_t end = std::time(nullptr) + 19800;
+    bool found = false;
+    for (std::time_t t = start; t <= end; ++t) {
+        tm there;
+        char expected[64];
+        asctime_r(gmtime_r(&t, &there), expected);
+        found = found || text.find(std::string("# Generated : ") + expected) != std::string::npos;
+    }
+    EXPECT_TRUE(found) << text;
+
+    std::ostringstream line;
+    tcLogEvent event{};
+    event.seconds = 1000000000;
+    tcLogStream(line).Output(event);
+    EXPECT_EQ(line.str().substr(0, 17), "20010909-07:16:40");
+    unsetenv("TZ");
+    tzset();
 }
 
 TEST_F(ConfigDump, ShowsTheErrorsWithOneMarker)

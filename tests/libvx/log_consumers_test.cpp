@@ -107,6 +107,22 @@ TEST(LogLine, HasLocalTime)
     EXPECT_THAT(LineOf(event), StartsWith("20010908-19:46:40.005:"));
 }
 
+TEST(LogLine, FollowsAZoneThatNobodyAnnounced)
+{
+    const tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");
+    const std::string longName(150, 'A');
+    setenv("TZ", "EST5", 1);
+    EXPECT_THAT(LineOf(event), StartsWith("20010908-20:46:40.005:"));
+    setenv("TZ", "XYZ-2", 1);
+    EXPECT_THAT(LineOf(event), StartsWith("20010909-03:46:40.005:"));
+    setenv("TZ", "", 1);
+    EXPECT_THAT(LineOf(event), StartsWith("20010909-01:46:40.005:"));
+    setenv("TZ", (longName + "5").c_str(), 1);
+    EXPECT_THAT(LineOf(event), StartsWith("20010908-20:46:40.005:"));
+    setenv("TZ", (longName + "6").c_str(), 1);
+    EXPECT_THAT(LineOf(event), StartsWith("20010908-19:46:40.005:"));
+}
+
 TEST(LogLine, HasAtLeastThreeDigitsOfMilliseconds)
 {
     tcLogEvent event = RecordOf(tcLogEvent::eEvent, 0, "x");

@@ -16,6 +16,7 @@ std::string Now()
 {
     const std::time_t now = std::time(nullptr);
     char text[64] = "\n";
+    tzset(); // the zone may have been changed, by a configuration file for one
     ctime_r(&now, text);
     return text;
 }

@@ -1,6 +1,7 @@
 #include "record.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iostream>
@@ -9,35 +10,39 @@ namespace {
 
 constexpr size_t nTimeSize = 79;
 
-// The text of one second, as the time zone was when it was made.
+// The text of one second in one time zone.
 struct tsTimeText {
-    bool mbValid;
     int32_t mnSeconds;
-    long mnZone;
-    const char* mpZoneName;
-    const char* mpSummerName;
+    char maZone[128]; // the variable TZ; what does not fit is never taken for equal
     char maText[nTimeSize];
 };
 
+bool IsSameZone(const tsTimeText& text, const char* zone)
+{
+    return text.maZone[sizeof text.maZone - 1] == '\0' && std::strcmp(text.maZone, zone) == 0;
+}
+
+// The C library reads the zone again only when it is told to. Without the variable the zone is that
+// of the system, which is looked at every second.
 const char* TimeText(int32_t seconds)
 {
     static thread_local tsTimeText cache;
-    if (cache.mbValid && cache.mnSeconds == seconds && cache.mnZone == timezone &&
-        cache.mpZoneName == tzname[0] && cache.mpSummerName == tzname[1])
+    const char* zone = std::getenv("TZ");
+    if (zone == nullptr) zone = "none"; // an empty one is UTC
+    if (cache.maText[0] != '\0' && cache.mnSeconds == seconds && IsSameZone(cache, zone))
         return cache.maText;
 
     const time_t clock = seconds;
     tm local;
-    cache.mbValid = localtime_r(&clock, &local) != nullptr &&
-                    std::strftime(cache.maText, nTimeSize, "%Y%m%d-%H:%M:%S", &local) != 0;
-    if (!cache.mbValid) {
+    tzset();
+    if (localtime_r(&clock, &local) == nullptr ||
+        std::strftime(cache.maText, nTimeSize, "%Y%m%d-%H:%M:%S", &local) == 0) {
+        cache.maText[0] = '\0';
         std::cerr << "Time buffer error\n";
-        return "";
+        return cache.maText;
     }
     cache.mnSeconds = seconds;
-    cache.mnZone = timezone;
-    cache.mpZoneName = tzname[0];
-    cache.mpSummerName = tzname[1];
+    std::strncpy(cache.maZone, zone, sizeof cache.maZone);
     return cache.maText;
 }
 
