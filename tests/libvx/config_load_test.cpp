@@ -391,7 +391,7 @@ TEST_F(ConfigDirective, EndsABranchingCycle)
 {
     auto file = Load("!include a.cfg\n!include a.cfg\n!include a.cfg\nx=1\n");
     EXPECT_EQ(Count(file->Errors(), "Not included!"), 1);
-    EXPECT_EQ(file->Files().size(), 4097u);
+    EXPECT_LT(file->Files().size(), 20000u);
     EXPECT_EQ(file->Items(), (tItems{{"/x", "1"}}));
 }
 
@@ -556,6 +556,23 @@ TEST_F(ConfigVariable, MayStandInAVeryLongLine)
     EXPECT_EQ(file->GetItemInSection("", "b", ""), text + "1");
 }
 
+TEST_F(ConfigVariable, IsStillReplacedBehindManyUnknownOnesOfALongLine)
+{
+    const std::string text(2000000, 't');
+    auto file = Load("vxc_a=1\nb=" + text + "$(vxcnone)$(vxcnone)$(vxcnone)$(vxc_a)\n");
+    EXPECT_EQ(Count(file->Errors(), ": Undefined variable found: "), 1);
+    EXPECT_EQ(file->GetItemInSection("", "b", ""), text + "$(vxcnone)$(vxcnone)$(vxcnone)1");
+}
+
+TEST_F(ConfigVariable, IsFoundAcrossTheEndOfAValue)
+{
+    setenv("VXC_OPEN", "x$", 1);
+    auto file = Load("vxc_a=1\nb=$(VXC_OPEN)(vxc_a)$(vxc_a)\n");
+    EXPECT_EQ(file->Errors(), "");
+    EXPECT_EQ(file->GetItemInSection("", "b", ""), "x11");
+    unsetenv("VXC_OPEN");
+}
+
 TEST_F(ConfigVariable, DoesNotFloodTheErrorText)
 {
     std::string line = "a=";
@@ -564,7 +581,7 @@ TEST_F(ConfigVariable, DoesNotFloodTheErrorText)
     }
     auto file = Load(line + ")\nb=1\n");
     EXPECT_LT(file->Errors().size(), 3000000u);
-    EXPECT_EQ(Count(file->Errors(), ": Variable expansion too long: "), 1);
+    EXPECT_EQ(Count(file->Errors(), ": Too many errors in one line! some are left out\n"), 1);
     EXPECT_EQ(file->GetItemInSection("", "b", 0), 1);
 }
 

@@ -1,9 +1,9 @@
 #include "tcConfigFile.h"
 
 #include "StringTokenizer.h"
+#include "loadstate.h"
 #include "vxdescriptors.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -11,17 +11,12 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <new>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
-
-constexpr int nMaxIncludeDepth = 64;
-constexpr size_t nMaxFiles = 4096;
-constexpr int nMaxNestedReferences = 1000;
-constexpr size_t nMaxGrowth = 1024 * 1024;
-constexpr size_t nMaxMadeText = 16 * 1024 * 1024;
-constexpr std::streamoff nMaxErrorText = 16 * 1024 * 1024;
 
 struct tsFileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -30,52 +25,52 @@ struct tsFileCloser {
 using tFile = std::unique_ptr<std::FILE, tsFileCloser>;
 
 // Opens a file for reading; a folder, which has nothing to read, fails with EISDIR.
-tFile Open(const std::string& name)
+tFile Open(const std::string& name, struct stat& status)
 {
     tFile file(vx::OpenFile(name.c_str(), "re"));
-    struct stat status;
     if (!file || fstat(fileno(file.get()), &status) != 0 || !S_ISDIR(status.st_mode)) return file;
     file.reset();
     errno = EISDIR;
     return file;
 }
 
-// The next line without its line end; false at the end of the file.
-bool ReadLine(std::FILE* file, std::string& line)
+// The lines of a file, without their ends.
+class tcLines
 {
-    line.clear();
-    for (int c = getc_unlocked(file); c != EOF; c = getc_unlocked(file)) {
-        if (c == '\n') return true;
-        line.push_back(static_cast<char>(c));
-    }
-    return !line.empty();
-}
+public:
+    explicit tcLines(std::FILE* file) : mpFile(file) {}
+    ~tcLines() { std::free(mpText); }
+    tcLines(const tcLines&) = delete;
+    tcLines& operator=(const tcLines&) = delete;
 
-std::string Strip(const std::string& text)
+    // False at the end of the file.
+    bool Next(std::string& line)
+    {
+        errno = 0;
+        ssize_t length = getline(&mpText, &mnRoom, mpFile);
+        if (length < 0 && errno == ENOMEM) throw std::bad_alloc();
+        if (length < 0) return false;
+        if (mpText[length - 1] == '\n') --length;
+        line.assign(mpText, static_cast<size_t>(length));
+        return true;
+    }
+
+private:
+    std::FILE* mpFile;
+    char* mpText = nullptr;
+    size_t mnRoom = 0;
+};
+
+std::string_view Strip(std::string_view text)
 {
     const size_t first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) return "";
+    if (first == std::string_view::npos) return {};
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// The environment's value of a name, which may hold any characters, or null.
-const char* FromEnvironment(const std::string& name)
+std::string SectionName(std::string_view line)
 {
-    return name.find('\0') == std::string::npos ? std::getenv(name.c_str()) : nullptr;
-}
-
-int CountReferences(const std::string& line)
-{
-    int count = 0;
-    for (size_t at = line.find("$("); at != std::string::npos; at = line.find("$(", at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
-std::string SectionName(const std::string& line)
-{
-    return Strip(line.substr(1, line.find(']') - 1));
+    return std::string(Strip(line.substr(1, line.find(']') - 1)));
 }
 
 } // namespace
@@ -88,9 +83,15 @@ tcConfigFile::tConfigMap& tcConfigFile::GetMap()
     return map;
 }
 
+std::recursive_mutex& tcConfigFile::RegistryLock()
+{
+    static std::recursive_mutex& lock = *new std::recursive_mutex;
+    return lock;
+}
+
 tcConfigFile::tcConfigFile(const char* name) : msFileName(name == nullptr ? "" : name)
 {
-    GetMap()[msFileName] = this;
+    Register(this);
     mbEnvOverride = std::getenv("CONFIGFILE_ENV_OVERIDE") != nullptr;
     mvFilesUsed.emplace_back();
     LoadConfigFile(msFileName.c_str(), true);
@@ -100,49 +101,68 @@ tcConfigFile::tcConfigFile(const char* name) : msFileName(name == nullptr ? "" :
 // Kept: a second object of the same name loses its registration when the first one goes.
 tcConfigFile::~tcConfigFile()
 {
-    mmItems.clear();
-    GetMap()[msFileName] = nullptr;
+    Register(nullptr);
+}
+
+void tcConfigFile::Register(tcConfigFile* file) const
+{
+    const tGuard guard(RegistryLock());
+    GetMap()[msFileName] = file;
 }
 
 tcConfigFile* tcConfigFile::FindInstance(const char* name)
 {
-    return name == nullptr ? nullptr : GetMap()[name];
+    if (name == nullptr) return nullptr;
+    const tGuard guard(RegistryLock());
+    return GetMap()[name];
 }
 
 int tcConfigFile::LoadConfigFile(const char* name, bool clear)
 {
-    if (mnLoadDepth == 0) {
-        mnMadeText = 0;
-        mbTextRefused = false;
+    const tGuard guard(mLock);
+    const std::string fileName = name == nullptr ? "" : name;
+    if (mpLoad != nullptr) {
+        const vx::tcLoadState::tcNested nested(*mpLoad);
+        LoadFile(fileName, clear);
+        return 1;
     }
-    ++mnLoadDepth;
-    LoadFile(name == nullptr ? "" : name, clear);
-    --mnLoadDepth;
+    try {
+        vx::tcLoadState load(mvFilesUsed);
+        mpLoad = &load;
+        LoadFile(fileName, clear);
+    } catch (const std::bad_alloc&) {
+        mssErrors << CurrentFile() << ": Out of memory! the rest is left out\n";
+    }
+    mpLoad = nullptr;
     return 1;
 }
 
 void tcConfigFile::LoadFile(const std::string& fileName, bool clear)
 {
     // Kept: the file is read again all the same.
-    if (std::find(mvFilesUsed.begin(), mvFilesUsed.end(), fileName) != mvFilesUsed.end()) {
+    if (!mpLoad->AddName(fileName)) {
         mssErrors << fileName << " Already included! skipping to prevent recursion\n"
                   << "Last file read was " << CurrentFile() << "\n";
     }
-    const tFile file = Open(fileName);
+    struct stat status {};
+    const tFile file = Open(fileName, status);
     if (!file) {
         mssErrors << "Error opening " << fileName << " : " << std::strerror(errno) << "\n";
         return;
     }
     mvFilesUsed.push_back(fileName);
     if (clear) mmItems.clear();
+    const bool isNew = mpLoad->AddFile(status);
     std::string section;
     std::string line;
-    for (int number = 1; ReadLine(file.get(), line); ++number) {
+    tcLines lines(file.get());
+    for (int number = 1; lines.Next(line); ++number) {
+        if (isNew) mpLoad->CountRead(line.size() + 1);
         LoadLine(fileName, line, number, section);
     }
 }
 
-void tcConfigFile::LoadLine(const std::string& file, std::string line, int lineNumber,
+void tcConfigFile::LoadLine(const std::string& file, std::string& line, int lineNumber,
                             std::string& section)
 {
     LimitErrors();
@@ -151,7 +171,7 @@ void tcConfigFile::LoadLine(const std::string& file, std::string line, int lineN
         section = SectionName(line);
         return;
     }
-    line = ExpandVars(line);
+    if (line.find("$(") != std::string::npos) line = ExpandVars(line);
     if (line[0] == '!') {
         ProcessDirective(line, lineNumber);
     } else {
@@ -162,22 +182,27 @@ void tcConfigFile::LoadLine(const std::string& file, std::string line, int lineN
 void tcConfigFile::LoadItem(const std::string& file, const std::string& line, int lineNumber,
                             const std::string& section)
 {
-    const size_t equals = line.find('=');
-    const std::string name = Strip(line.substr(0, equals));
+    const std::string_view text = line;
+    const size_t equals = text.find('=');
+    const std::string name(Strip(text.substr(0, equals)));
     // Kept: a line without "=" is its own value.
-    std::string value = equals == std::string::npos ? name : Strip(line.substr(equals + 1));
-    const char* const replacement = mbEnvOverride ? FromEnvironment(name) : nullptr;
+    std::string value(equals == std::string::npos ? name : Strip(text.substr(equals + 1)));
+    const char* const replacement = mbEnvOverride ? vx::FromEnvironment(name) : nullptr;
     if (replacement != nullptr && MayMake(std::strlen(replacement))) value = replacement;
     if (name.empty() || value.empty()) {
         mssErrors << file << ": Malformed line in file @ line " << std::to_string(lineNumber)
                   << "\n";
         return;
     }
-    if (MayMake(section.size())) mmItems[section + "/" + name] = value;
+    if (mpLoad->TakeKeyText(section.size()))
+        mmItems[section + "/" + name] = std::move(value);
+    else
+        ReportTooMuchText();
 }
 
 void tcConfigFile::ProcessDirective(std::string line, int lineNumber)
 {
+    const tGuard guard(mLock);
     StringTokenizer tokens(line, " ");
     const int count = tokens.countTokens();
     std::cout << "line: " << std::to_string(lineNumber) << ":" << line << "  -- contains "
@@ -208,87 +233,21 @@ void tcConfigFile::Include(const std::string& name, int lineNumber)
                   << ":Cannot find include file " << name << "\n";
         return;
     }
-    if (!MayInclude(found)) return;
-    ++mnIncludeDepth;
-    LoadConfigFile(found, false);
-    --mnIncludeDepth;
+    if (MayInclude(found)) LoadConfigFile(found, false);
 }
 
 bool tcConfigFile::MayInclude(const std::string& name)
 {
-    if (mnIncludeDepth < nMaxIncludeDepth && mvFilesUsed.size() <= nMaxFiles) return true;
-    if (!mbIncludesRefused) {
+    if (mpLoad == nullptr || mpLoad->MayInclude(name)) return true;
+    if (mpLoad->IsFirst(vx::tcLoadState::eInclude))
         mssErrors << name << " Not included! includes are nested too deeply or too many\n";
-    }
-    mbIncludesRefused = true;
     return false;
-}
-
-std::string tcConfigFile::ExpandVars(std::string line)
-{
-    const int allowed = CountReferences(line) + nMaxNestedReferences;
-    const size_t room = line.size() + nMaxGrowth;
-    size_t reported = 0;
-    size_t start = line.find("$(");
-    for (int handled = 0; start != std::string::npos; ++handled) {
-        const size_t end = line.find(')', start);
-        if (end == std::string::npos) {
-            mssErrors << CurrentFile() << ": Malformed variable found: " << line << "\n";
-            return line;
-        }
-        const std::string name = line.substr(start + 2, end - start - 2);
-        const std::string value = VariableValue(name);
-        if (handled >= allowed || line.size() + value.size() > room || reported > nMaxGrowth) {
-            mssErrors << CurrentFile() << ": Variable expansion too long: " << name << "\n";
-            return line;
-        }
-        if (!MayMake(value.empty() ? name.size() : value.size())) return line;
-        if (value.empty()) {
-            mssErrors << CurrentFile() << ": Undefined variable found: " << line << "\n";
-            reported += line.size();
-        } else {
-            line.replace(start, end + 1 - start, value);
-        }
-        // Kept: a value that begins with a reference is not expanded in turn.
-        start = line.find("$(", start + 1);
-    }
-    return line;
-}
-
-// Counts text that a load makes out of little: values of variables, names of unknown ones, and the
-// section in every key. False for what does not fit any more, which is reported once.
-bool tcConfigFile::MayMake(size_t size)
-{
-    if (mnLoadDepth == 0) return true;
-    if (size <= nMaxMadeText - mnMadeText) {
-        mnMadeText += size;
-        return true;
-    }
-    if (!mbTextRefused) {
-        mssErrors << CurrentFile() << ": Too much text! some variables and items are left out\n";
-    }
-    mbTextRefused = true;
-    return false;
-}
-
-// Every error line may quote a line of the file that variables have made long. Behind the limit the
-// stream takes nothing more.
-void tcConfigFile::LimitErrors()
-{
-    if (mssErrors.tellp() <= nMaxErrorText) return;
-    mssErrors << "Too many errors! the rest is left out\n";
-    mssErrors.setstate(std::ios::failbit);
-}
-
-std::string tcConfigFile::VariableValue(const std::string& name)
-{
-    const char* const value = FromEnvironment(name);
-    return value != nullptr && *value != '\0' ? value : GetItemInSection(msVarSection, name, "");
 }
 
 const char* tcConfigFile::FindFile(const char* name)
 {
     if (name == nullptr) return nullptr;
+    const tGuard guard(mLock);
     if (access(name, R_OK) == 0) {
         msFoundFile = name;
         return msFoundFile.c_str();

@@ -6,9 +6,14 @@
 
 #include <iosfwd>
 #include <map>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
+
+namespace vx {
+class tcLoadState;
+}
 
 // One configuration file with everything it includes, loaded when the object is constructed.
 //
@@ -23,9 +28,10 @@
 // content never stops loading: each problem becomes a line of the error text that the dump shows,
 // up to some 16 MiB of it.
 //
-// Threads: none of the objects or their registry is locked; lookups insert missing items, so even
-//          readers of one object lock outside. "!env" changes the environment of the process.
-// Locks:   none.
+// Threads: objects may be used by several threads at once. A walk over the items meets what other
+//          threads enter meanwhile or does not; nobody may load with `clear` during one. "!env"
+//          changes the environment of the process.
+// Locks:   one of each object, held while a file is loaded; one of the registry.
 // Owns:    its items. The registry holds plain pointers to objects their creators own.
 class VX_EXPORT tcConfigFile
 {
@@ -48,7 +54,8 @@ public:
     // The object registered under exactly `name`, or null. An unknown name is entered with null.
     static tcConfigFile* FindInstance(const char* name);
 
-    // The registry, created by the first call and kept for the life of the process.
+    // The registry, created by the first call and kept for the life of the process. Whoever walks
+    // over it sees to it that no object is made or destroyed meanwhile.
     static tConfigMap& GetMap();
 
     // The registry under its member name.
@@ -57,18 +64,21 @@ public:
     // Reads one more file into the items, which are emptied before when `clear` is set and the file
     // could be opened. Returns 1 always; problems are in the error text.
     //
-    // One call, with all that it includes, makes at most 16 MiB of text: values of variables, of
-    // environment variables that replace items, and the section's name for each item. What does not
-    // fit, which is reported once, stays as it is in the file; an item in a section is left out.
+    // Files may be large and many. Bounded is what grows by itself: the text that variables, and
+    // environment variables in place of values, bring in one call (16 MiB and 16 times what was
+    // read), that which section names bring into the keys of their items (64 MiB and 1024 times
+    // what was read), and includes within included files. What does not fit, which is reported
+    // once, stays as it is in the file; an item is left out.
     int LoadConfigFile(const char* name, bool clear);
 
     // Handles a line that begins with "!", reporting it on standard output. Includes may be nested
-    // 64 deep and name 4096 files in all; beyond that they are skipped, which is reported once.
+    // 64 deep; those beyond are skipped, as are, some thousand times on, included files that
+    // include again what was read. Either is reported once.
     void ProcessDirective(std::string line, int lineNumber);
 
     // The line with its $(NAME) references replaced. References without a value stay. Values may
-    // bring at most 1000 further ones with them and the line may grow by 1 MiB, so that items
-    // referring to themselves come to an end.
+    // bring at most 1000 further ones with them and the line may grow by 1 MiB and 16 times its
+    // length, so that items referring to themselves come to an end.
     std::string ExpandVars(std::string line);
 
     // The path of an include file: `name` itself when it can be read, else `name` in the directory
@@ -148,24 +158,26 @@ protected:
     std::vector<std::string> mvFilesUsed; // the last one is the last file opened
 
 private:
+    using tGuard = std::lock_guard<std::recursive_mutex>;
+
+    static std::recursive_mutex& RegistryLock();
+    void Register(tcConfigFile* file) const;
     void LoadFile(const std::string& fileName, bool clear);
-    void LoadLine(const std::string& file, std::string line, int lineNumber, std::string& section);
+    void LoadLine(const std::string& file, std::string& line, int lineNumber, std::string& section);
     void LoadItem(const std::string& file, const std::string& line, int lineNumber,
                   const std::string& section);
     void Include(const std::string& name, int lineNumber);
     bool MayInclude(const std::string& name);
     bool MayMake(size_t size);
+    void ReportTooMuchText();
     void LimitErrors();
     std::string VariableValue(const std::string& name);
     // Kept: after an include this is still the included file.
     const std::string& CurrentFile() const { return mvFilesUsed.back(); }
 
-    int mnIncludeDepth = 0;
-    bool mbIncludesRefused = false;
     std::string msFoundFile;
-    int mnLoadDepth = 0;
-    size_t mnMadeText = 0; // of the running load
-    bool mbTextRefused = false;
+    vx::tcLoadState* mpLoad = nullptr; // the running load
+    mutable std::recursive_mutex mLock;
 };
 
 // The dump.
