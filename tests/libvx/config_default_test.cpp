@@ -1,6 +1,7 @@
 #include "config_fixture.h"
 #include "tcConfiguration.h"
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -149,4 +150,47 @@ TEST_F(Configuration, IsDumpedByTestCfg)
     tcConfiguration::GetInstance()->Dump(expected);
     EXPECT_EQ(WithoutTime(output.Text(), start), WithoutTime(expected.str(), start));
     EXPECT_NE(output.Text().find("\n/v = 1\n"), std::string::npos);
+}
+
+// Asks for what is missing, sets, walks, and makes objects and destroys them.
+static void UseConfiguration(std::atomic<int>& waiting, int thread, int items)
+{
+    --waiting;
+    while (waiting != 0)
+        std::this_thread::yield();
+    const std::string name = std::to_string(thread);
+    tcConfigFile& file = *tcConfiguration::GetInstance();
+    for (int i = 0; i < items; ++i) {
+        file.GetItemInSection("missing", std::to_string(i), 1);
+        file.SetItemInSection("all", std::to_string(i), i);
+        if (i % 100 != 0) continue;
+        file.Validate();
+        tcConfigFile::tIterator item = file.Iterator();
+        for (int step = 0; step < 100 && !file.Key(item).empty(); ++step)
+            file.NextItem(item);
+        tcConfigFile::FindInstance(name.c_str());
+        const tcConfigFile another(name.c_str());
+    }
+}
+
+TEST_F(Configuration, IsAskedAndChangedByManyThreadsAtOnce)
+{
+    constexpr int threadCount = 4, items = 1000;
+    for (int round = 0; round < 30; ++round) {
+        std::atomic<int> waiting{threadCount};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < threadCount; ++i) {
+            threads.emplace_back(UseConfiguration, std::ref(waiting), i, items);
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        int count = 0;
+        tcConfigFile& file = *tcConfiguration::GetInstance();
+        for (auto item = file.Iterator(); !file.Key(item).empty(); file.NextItem(item)) {
+            ++count;
+        }
+        ASSERT_EQ(count, 2 * items);
+        Forget();
+    }
 }

@@ -49,6 +49,7 @@ tcConfigFile* FindOrList(const char* name)
 
 void tcConfigFile::Dump(std::ostream& stream) const
 {
+    const tGuard guard(mLock);
     stream << "#-- START OF CONFIGURATION DATA --" << std::endl;
     stream << "# Generated : " << Now() << std::flush;
     stream << "# Created by: " << Creator() << std::endl;
@@ -86,6 +87,7 @@ std::ostream& operator<<(std::ostream& stream, const tcConfigFile& file)
 
 void tcConfigFile::WriteFile(std::string name) const
 {
+    const tGuard guard(mLock);
     std::map<std::string, tItems> sections;
     for (const auto& [key, value] : mmItems) {
         StringTokenizer tokens(key, "/");
@@ -110,6 +112,7 @@ void tcConfigFile::WriteFile(std::string name) const
 
 std::string tcConfigFile::FilesUsed() const
 {
+    const tGuard guard(mLock);
     std::string text;
     for (const std::string& file : mvFilesUsed) {
         text += file + "\n";

@@ -40,6 +40,7 @@ void Put(const std::string& text)
 
 std::string tcConfigFile::findItem(const std::string& key)
 {
+    const tGuard guard(mLock);
     return mmItems[key]; // Kept: a missing item is entered
 }
 
@@ -90,6 +91,7 @@ bool tcConfigFile::GetItemInSection(const std::string& section, const std::strin
 void tcConfigFile::SetItemInSection(const std::string& section, const std::string& name,
                                     const std::string& value)
 {
+    const tGuard guard(mLock);
     mmItems[MapKey(section, name)] = value;
 }
 
@@ -126,26 +128,31 @@ void tcConfigFile::SetItemInSection(const std::string& section, const std::strin
 
 tcConfigFile::tIterator tcConfigFile::Iterator() const
 {
+    const tGuard guard(mLock);
     return mmItems.begin();
 }
 
 void tcConfigFile::NextItem(tIterator& item) const
 {
+    const tGuard guard(mLock);
     if (item != mmItems.end()) ++item;
 }
 
 std::string tcConfigFile::Key(const tIterator& item) const
 {
+    const tGuard guard(mLock);
     return item == mmItems.end() ? "" : item->first;
 }
 
 std::string tcConfigFile::Value(const tIterator& item) const
 {
+    const tGuard guard(mLock);
     return item == mmItems.end() ? "" : item->second;
 }
 
 bool tcConfigFile::Validate() const
 {
+    const tGuard guard(mLock);
     return std::none_of(mmItems.begin(), mmItems.end(),
                         [](const tItems::value_type& item) { return item.second.empty(); });
 }
