@@ -10,7 +10,25 @@
 #include <string>
 #include <vector>
 
-// One frame the camera sent or began to send.
+// A moment on the host's clocks, in nanoseconds.
+struct tsSimMoment {
+    int64_t realtime = 0;  // CLOCK_REALTIME: since the beginning of 1970, UTC
+    int64_t monotonic = 0; // CLOCK_MONOTONIC
+};
+
+// What of a frame really went out, where faults make it another than the camera meant to send.
+struct tsSimSent {
+    uint32_t packets = 0; // whole ones, copies included
+    uint32_t lost = 0;    // packets of the frame whose pixels did not go out, as far as it has come
+    // Of the frame as somebody has it who puts the pixels of each packet where it says, with zeros
+    // where none came.
+    uint64_t pixelSum = 0;
+    uint32_t crc = 0;
+    bool intact = false; // all packets went out as they were meant: once, in order, unchanged
+};
+
+// One frame the camera sent or began to send. What is said of its pixels is what the camera meant
+// to send; `sent` says what became of that.
 struct tsSimFrame {
     uint32_t readout = 0; // readout number since the server was built, from 1
     uint32_t frame = 0;   // frame within the readout, from 1
@@ -18,6 +36,7 @@ struct tsSimFrame {
     uint32_t columns = 0;
     uint32_t bits = 0;     // width of a pixel: 8, 16 or 32
     uint64_t pixelSum = 0; // of the pixels sent; of an aborted frame those that went out
+    uint32_t crc = 0;      // CRC-32 of the same, as they go out: row by row, low bytes first
     uint32_t minimum = 0;  // of the whole frame, also of an aborted one
     uint32_t maximum = 0;
     uint32_t packets = 0; // sent
@@ -27,6 +46,8 @@ struct tsSimFrame {
     bool lastFrame = false; // the readout's final frame
     bool complete = false;  // set before the last packet leaves, so whoever has that sees it set
     bool aborted = false;   // ended early: AbortRead, reset, or the client left
+    tsSimMoment begin, end; // of its exposure
+    tsSimSent sent;         // set, as `complete` is, before the last packet leaves
 };
 
 // Counted before what is counted leaves the camera, so whoever has received it sees it counted;

@@ -105,13 +105,30 @@ const char* NameOf(teSimEvent event)
 
 nlohmann::ordered_json JsonOf(const tsSimFrame& frame)
 {
-    return {{"readout", frame.readout},     {"frame", frame.frame},
-            {"rows", frame.rows},           {"columns", frame.columns},
-            {"bits", frame.bits},           {"sum", frame.pixelSum},
-            {"minimum", frame.minimum},     {"maximum", frame.maximum},
-            {"packets", frame.packets},     {"totalPackets", frame.totalPackets},
-            {"exposure", frame.exposure},   {"temperature", frame.temperature},
-            {"lastFrame", frame.lastFrame}, {"complete", frame.complete}};
+    return {{"readout", frame.readout},
+            {"frame", frame.frame},
+            {"rows", frame.rows},
+            {"columns", frame.columns},
+            {"bits", frame.bits},
+            {"sum", frame.pixelSum},
+            {"minimum", frame.minimum},
+            {"maximum", frame.maximum},
+            {"packets", frame.packets},
+            {"totalPackets", frame.totalPackets},
+            {"exposure", frame.exposure},
+            {"temperature", frame.temperature},
+            {"lastFrame", frame.lastFrame},
+            {"complete", frame.complete},
+            {"crc", frame.crc},
+            {"beginRealtime", frame.begin.realtime},
+            {"beginMonotonic", frame.begin.monotonic},
+            {"endRealtime", frame.end.realtime},
+            {"endMonotonic", frame.end.monotonic},
+            {"sentPackets", frame.sent.packets},
+            {"sentLost", frame.sent.lost},
+            {"sentSum", frame.sent.pixelSum},
+            {"sentCrc", frame.sent.crc},
+            {"intact", frame.sent.intact}};
 }
 
 void PrintJson(const tsSimEvent& event, const tcSimServer& server)

@@ -1,5 +1,6 @@
 #include "tcSimPicture.h"
 
+#include "crc32.h"
 #include "vxmessages.h"
 
 #include <algorithm>
@@ -117,6 +118,8 @@ private:
         mpPicture->mpBytes.reset(new uint8_t[bytes]);
         mpPicture->maStarts.reserve(packets + 1);
         mpPicture->maSums.reserve(packets + 1);
+        mpPicture->maCrcs.reserve(packets + 1);
+        mpPicture->mnHeadBytes = mtKind.headBytes;
         mnPackets = static_cast<uint32_t>(packets);
     }
 
@@ -231,6 +234,9 @@ private:
         mnHighest = std::max<uint32_t>(mnHighest, highest);
         mpPicture->maStarts.push_back(start + bytes);
         mpPicture->maSums.push_back(mpPicture->maSums.back() + sum);
+        mpPicture->maCrcs.push_back(SimCrc32(mpPicture->maCrcs.back(),
+                                             mpPicture->mpBytes.get() + start + mtKind.headBytes,
+                                             count * sizeof(Pixel)));
     }
 
     // What is known only at the end goes into every packet: the statistic and the extra words.
@@ -241,6 +247,7 @@ private:
         facts.frame = mtJob.frame;
         facts.bits = mtKind.pixelBytes * 8;
         facts.pixelSum = mpPicture->maSums.back();
+        facts.crc = mpPicture->maCrcs.back();
         facts.minimum = mnLowest;
         facts.maximum = mnHighest;
         facts.totalPackets = mpPicture->PacketCount();

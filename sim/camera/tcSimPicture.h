@@ -57,6 +57,10 @@ public:
     size_t Bytes(uint32_t from, uint32_t to) const { return maStarts[to] - maStarts[from]; }
     // Of the pixels in the first `packets` packets.
     uint64_t PixelSum(uint32_t packets) const { return maSums[packets]; }
+    uint32_t Crc(uint32_t packets) const { return maCrcs[packets]; }
+    size_t PixelBytes(uint32_t packets) const { return maStarts[packets] - packets * mnHeadBytes; }
+    // Of a packet, where its pixels begin.
+    size_t HeadBytes() const { return mnHeadBytes; }
     const tsSimFrame& Facts() const { return mtFacts; }
 
 private:
@@ -66,6 +70,8 @@ private:
     std::unique_ptr<uint8_t[]> mpBytes;
     std::vector<size_t> maStarts{0};
     std::vector<uint64_t> maSums{0};
+    std::vector<uint32_t> maCrcs{0};
+    size_t mnHeadBytes = 0;
     tsSimFrame mtFacts;
 };
 

@@ -53,6 +53,8 @@ public:
     // Known before the exposure is over, except when a trigger's length decides it.
     bool ExposureKnown() const;
     double Exposure() const { return mnExposure; }
+    // When the exposure of the frame began.
+    double ExposureStart() const { return mnExposureStart; }
 
     // Between the starts of frames, of the current or most recent readout; 0 before the second.
     double LastInterval() const { return mnLastInterval; }

@@ -100,6 +100,7 @@ private:
                       worker,
                       io,
                       [&server] { return server.CameraTime(); },
+                      [&server](double cameraTime) { return server.MomentOf(cameraTime); },
                       server.mtFaults.Any() ? &server.mtFaults : nullptr,
                       [&server, this](const tsSimFault& how) { server.Reboot(*this, how); }},
               work(io.get_executor()), listener(io), pause(io), down(io)
@@ -122,6 +123,7 @@ private:
         const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - mtPowerUp;
         return wall.count() * mtOptions.timeScale;
     }
+    tsSimMoment MomentOf(double cameraTime) const;
     void Bind(tsRunning& running, uint16_t port);
     void BeFound(tsRunning& running);
     void Accept(tsRunning& running);
@@ -138,6 +140,20 @@ private:
     const std::chrono::steady_clock::time_point mtPowerUp;
     std::unique_ptr<tsRunning> mpRunning;
 };
+
+tsSimMoment tcSimServer::tcImplementation::MomentOf(double cameraTime) const
+{
+    using std::chrono::duration_cast;
+    using std::chrono::nanoseconds;
+    const auto sincePowerUp =
+        duration_cast<nanoseconds>(std::chrono::duration<double>(cameraTime / mtOptions.timeScale));
+    const nanoseconds monotonic = mtPowerUp.time_since_epoch() + sincePowerUp;
+    // Between two readings of the other clock, so that a moment away in between does little.
+    const nanoseconds before = std::chrono::steady_clock::now().time_since_epoch();
+    const nanoseconds realtime = std::chrono::system_clock::now().time_since_epoch();
+    const nanoseconds after = std::chrono::steady_clock::now().time_since_epoch();
+    return {(realtime - (before + after) / 2 + monotonic).count(), monotonic.count()};
+}
 
 // Takes the port, but does not listen on it yet.
 void tcSimServer::tcImplementation::Bind(tsRunning& running, uint16_t port)

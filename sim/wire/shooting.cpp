@@ -123,10 +123,14 @@ void tcSimClient::SendPicture()
     facts.frame = readout.Frame();
     facts.lastFrame = readout.LastFrame();
     facts.pixelSum = 0;
+    facts.crc = 0;
+    facts.begin = mtContext.moment(readout.ExposureStart());
+    facts.end = mtContext.moment(readout.ExposureStart() + readout.Exposure());
+    facts.end.realtime = facts.begin.realtime + facts.end.monotonic - facts.begin.monotonic;
     mtContext.ledger.FrameBegins(facts);
     tcSimPicture* const pixels = picture.get();
     auto leaving = [this, pixels](uint32_t packets) {
-        mtContext.ledger.FrameGrows(packets, pixels->PixelSum(packets),
+        mtContext.ledger.FrameGrows(packets, pixels->PixelSum(packets), pixels->Crc(packets),
                                     packets == pixels->PacketCount());
     };
     auto done = [this] {
@@ -140,7 +144,7 @@ void tcSimClient::SendPicture()
     }
     mtOutput.SetPacketRate(mtContext.Tunables().lineRate);
     mtOutput.StartPicture(
-        {std::move(picture), facts.lastFrame, facts.readout, facts.frame, leaving, done});
+        {std::move(picture), facts.lastFrame, facts.readout, facts.frame, leaving, done, nullptr});
 }
 
 void tcSimClient::StopReadout(const char* why)

@@ -106,7 +106,8 @@ tcSimBadLine::tsFate tcSimBadLine::FateOf(tpSimBytes message, const tsSimUnit& u
     return fate;
 }
 
-void tcSimBadLine::Write(const uint8_t* message, tsSimUnit unit, std::function<void()> done)
+void tcSimBadLine::Write(const uint8_t* message, tsSimUnit unit, tpLeaving leaving,
+                         std::function<void()> done)
 {
     unit.firstByte = mnBytes;
     unit.time = Seconds();
@@ -114,8 +115,10 @@ void tcSimBadLine::Write(const uint8_t* message, tsSimUnit unit, std::function<v
     tsFate fate = FateOf({message, message + unit.bytes}, unit);
     Queue(std::move(fate.before));
     if (fate.late > 0 || fate.behind > 0) {
-        Hold(std::move(fate.message), fate.behind > 0 ? gnPacketPatience : fate.late, fate.behind);
+        Hold(std::move(fate.message), std::move(leaving),
+             fate.behind > 0 ? gnPacketPatience : fate.late, fate.behind);
         fate.message.clear();
+        leaving = nullptr;
         fate.cut = 0;
     }
     const auto middle =
@@ -126,8 +129,12 @@ void tcSimBadLine::Write(const uint8_t* message, tsSimUnit unit, std::function<v
         maSteps.emplace_back();
         maSteps.back().fault = fault;
     }
-    if (fate.copies > 0) Queue(std::move(rest));
+    if (fate.copies > 0) {
+        Announce(fate.message, leaving);
+        Queue(std::move(rest));
+    }
     for (; fate.copies > 1; --fate.copies) {
+        Announce(fate.message, leaving);
         Queue(fate.message);
     }
     if (unit.isPacket && fate.behind == 0) PacketPasses();
@@ -137,10 +144,10 @@ void tcSimBadLine::Write(const uint8_t* message, tsSimUnit unit, std::function<v
     Run();
 }
 
-void tcSimBadLine::Hold(tpSimBytes bytes, double seconds, int64_t packets)
+void tcSimBadLine::Hold(tpSimBytes bytes, tpLeaving leaving, double seconds, int64_t packets)
 {
-    maHeld.push_back(
-        {std::move(bytes), tpClock::now() + ToDuration<tpClock::duration>(seconds), packets});
+    maHeld.push_back({std::move(bytes), std::move(leaving),
+                      tpClock::now() + ToDuration<tpClock::duration>(seconds), packets});
     WaitForHeld();
 }
 
@@ -158,6 +165,7 @@ void tcSimBadLine::Release(Condition condition)
             ++i;
             continue;
         }
+        Announce(maHeld[i].bytes, maHeld[i].leaving);
         Queue(std::move(maHeld[i].bytes));
         maHeld.erase(maHeld.begin() + static_cast<ptrdiff_t>(i));
     }
@@ -185,6 +193,13 @@ void tcSimBadLine::Queue(tpSimBytes bytes)
     maSteps.back().bytes = std::move(bytes);
 }
 
+void tcSimBadLine::Announce(const tpSimBytes& message, const tpLeaving& leaving)
+{
+    if (!leaving || message.empty()) return;
+    maSteps.emplace_back();
+    maSteps.back().leaving = [leaving, message] { leaving(message); };
+}
+
 void tcSimBadLine::Run()
 {
     if (mbRunning) return;
@@ -203,6 +218,8 @@ void tcSimBadLine::Begin(tsStep step)
         WriteBytes(std::move(step.bytes));
     } else if (step.pause > 0) {
         Pause(step.pause);
+    } else if (step.leaving) {
+        step.leaving();
     } else if (step.fault) {
         Perform(*step.fault);
     } else if (step.done && !step.silently) {

@@ -28,6 +28,8 @@ public:
         std::function<void()> failed;                  // the connection is broken
     };
 
+    using tpLeaving = std::function<void(const tpSimBytes&)>;
+
     tcSimBadLine(asio::ip::tcp::socket& socket, tcSimFaults& faults, tcSimLedger& ledger);
 
     // The owner is kept alive while something is under way.
@@ -35,7 +37,10 @@ public:
     void Close();
 
     // The message is copied. `done` is called, not from within, when the line can take the next.
-    void Write(const uint8_t* message, tsSimUnit unit, std::function<void()> done);
+    // `leaving` is called, each time, before what has become of the message leaves whole; it may be
+    // empty.
+    void Write(const uint8_t* message, tsSimUnit unit, tpLeaving leaving,
+               std::function<void()> done);
 
 private:
     using tpClock = std::chrono::steady_clock;
@@ -45,12 +50,14 @@ private:
         tpSimBytes bytes;
         double pause = 0;                  // seconds
         const tsSimFault* fault = nullptr; // strikes
+        std::function<void()> leaving;     // what comes next
         std::function<void()> done;
         bool silently = false; // done without a byte
     };
     // A message that others overtake.
     struct tsHeld {
         tpSimBytes bytes;
+        tpLeaving leaving;
         tpClock::time_point due;
         int64_t packets; // that are still to pass; 0: it waits for its time only
     };
@@ -65,13 +72,14 @@ private:
 
     double Seconds() const;
     tsFate FateOf(tpSimBytes message, const tsSimUnit& unit);
-    void Hold(tpSimBytes bytes, double seconds, int64_t packets);
+    void Hold(tpSimBytes bytes, tpLeaving leaving, double seconds, int64_t packets);
     void PacketPasses();
     template <class Condition>
     void Release(Condition condition);
     void WaitForHeld();
     void WaitForMoments();
     void Queue(tpSimBytes bytes);
+    void Announce(const tpSimBytes& message, const tpLeaving& leaving);
     void Run();
     void Begin(tsStep step);
     void WriteBytes(tpSimBytes bytes);

@@ -37,8 +37,9 @@ struct tsSimContext {
     tcSimWorker& worker;
     asio::io_context& io;
     std::function<double()> cameraTime;
-    tcSimFaults* faults;                               // null: nothing goes wrong
-    std::function<void(const tsSimFault& how)> reboot; // ends the client, too
+    std::function<tsSimMoment(double cameraTime)> moment; // when that is or was
+    tcSimFaults* faults;                                  // null: nothing goes wrong
+    std::function<void(const tsSimFault& how)> reboot;    // ends the client, too
     std::chrono::steady_clock::duration WallTime(double cameraSeconds) const;
     tsSimTunables Tunables() const;
 };

@@ -1,5 +1,6 @@
 #include "tcSimLedger.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -54,15 +55,25 @@ void tcSimLedger::FrameBegins(const tsSimFrame& frame)
     mbFrameOpen = true;
 }
 
-void tcSimLedger::FrameGrows(uint32_t packets, uint64_t pixelSum, bool complete)
+void tcSimLedger::FrameGrows(uint32_t packets, uint64_t pixelSum, uint32_t crc, bool complete)
 {
     std::lock_guard<std::mutex> lock(mtMutex);
     if (!mbFrameOpen) return;
     tsSimFrame& frame = maFrames.back();
     frame.packets = packets;
     frame.pixelSum = pixelSum;
+    frame.crc = crc;
     frame.complete = complete;
     if (complete) ++mtStatistics.framesComplete;
+}
+
+void tcSimLedger::FrameLeft(uint32_t readout, uint32_t frame, const tsSimSent& sent)
+{
+    std::lock_guard<std::mutex> lock(mtMutex);
+    auto found = std::find_if(maFrames.rbegin(), maFrames.rend(), [&](const tsSimFrame& one) {
+        return one.readout == readout && one.frame == frame;
+    });
+    if (found != maFrames.rend()) found->sent = sent;
 }
 
 void tcSimLedger::FrameEnds()

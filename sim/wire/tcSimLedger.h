@@ -25,7 +25,9 @@ public:
 
     // The frame that is being sent: the most recent one until it is complete or aborted.
     void FrameBegins(const tsSimFrame& frame);
-    void FrameGrows(uint32_t packets, uint64_t pixelSum, bool complete);
+    void FrameGrows(uint32_t packets, uint64_t pixelSum, uint32_t crc, bool complete);
+    // What has really gone out of a frame by now, also after its end.
+    void FrameLeft(uint32_t readout, uint32_t frame, const tsSimSent& sent);
     // Ends the frame and raises its event: as complete, when all of it went out, else as aborted.
     void FrameEnds();
 

@@ -1,5 +1,6 @@
 #include "tcSimOutput.h"
 
+#include "crc32.h"
 #include "vxmessages.h"
 
 #include <asio/write.hpp>
@@ -37,8 +38,7 @@ void tcSimOutput::Open(std::weak_ptr<void> owner, std::function<void()> drained,
 void tcSimOutput::Close()
 {
     mbOpen = false;
-    mtPacer.cancel();
-    mtDelivery = tsSimDelivery();
+    StopPicture();
     maQueue.clear();
     mnWaiting = 0;
 }
@@ -68,6 +68,7 @@ void tcSimOutput::StartPicture(tsSimDelivery delivery)
 
 void tcSimOutput::StopPicture()
 {
+    if (mtDelivery.picture) TellWhatLeft();
     mtDelivery = tsSimDelivery();
     mtPacer.cancel();
 }
@@ -130,6 +131,40 @@ void tcSimOutput::TakePackets()
     maBuffers.emplace_back(picture.Packet(first), picture.Bytes(first, mnNextPacket));
     mpWritten = mtDelivery.picture;
     mtDelivery.leaving(mnNextPacket);
+    if (!mpLine && mnNextPacket == picture.PacketCount()) TellWhatLeft();
+}
+
+// The line says of every packet what it made of it.
+tcSimBadLine::tpLeaving tcSimOutput::PacketLeaving()
+{
+    if (!mtDelivery.sent) {
+        mtDelivery.sent = std::make_shared<tcSimSentFrame>(mtDelivery.picture, mnNextPacket - 1);
+    }
+    auto& ledger = mtLedger;
+    return
+        [&ledger, sent = mtDelivery.sent, last = mtDelivery.picture->PacketCount() == mnNextPacket,
+         readout = mtDelivery.readout, frame = mtDelivery.frame](const tpSimBytes& packet) {
+            sent->Leaves(packet);
+            if (last || sent->Ended()) ledger.FrameLeft(readout, frame, sent->Tell());
+        };
+}
+
+// Of the picture as far as it has come.
+void tcSimOutput::TellWhatLeft()
+{
+    const uint32_t packets = mnNextPacket;
+    const tcSimPicture& picture = *mtDelivery.picture;
+    tsSimSent sent;
+    if (mtDelivery.sent) {
+        mtDelivery.sent->End();
+        sent = mtDelivery.sent->Tell();
+    } else {
+        const uint32_t all = picture.PacketCount();
+        const size_t rest = picture.PixelBytes(all) - picture.PixelBytes(packets);
+        sent = {packets, all - packets, picture.PixelSum(packets),
+                SimCrc32OfZeros(picture.Crc(packets), rest), packets == all};
+    }
+    mtLedger.FrameLeft(mtDelivery.readout, mtDelivery.frame, sent);
 }
 
 void tcSimOutput::Pump()
@@ -151,8 +186,9 @@ void tcSimOutput::Write(std::shared_ptr<void> keep)
 {
     if (mpLine) {
         const asio::const_buffer& only = maBuffers.front();
-        mpLine->Write(static_cast<const uint8_t*>(only.data()), UnitOf(maMessages.empty()),
-                      [this] { Written({}, 0); });
+        const bool isPacket = maMessages.empty();
+        mpLine->Write(static_cast<const uint8_t*>(only.data()), UnitOf(isPacket),
+                      isPacket ? PacketLeaving() : nullptr, [this] { Written({}, 0); });
         return;
     }
     asio::async_write(mtSocket, maBuffers,
@@ -194,6 +230,7 @@ void tcSimOutput::Written(const std::error_code& error, size_t bytes)
     }
     if (mtDelivery.picture && mtDelivery.picture == written &&
         mnNextPacket == mtDelivery.picture->PacketCount()) {
+        if (mtDelivery.sent) TellWhatLeft();
         std::function<void()> done = std::move(mtDelivery.done);
         mtDelivery = tsSimDelivery();
         done();

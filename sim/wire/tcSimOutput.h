@@ -5,6 +5,7 @@
 #include "tcSimBadLine.h"
 #include "tcSimLedger.h"
 #include "tcSimPicture.h"
+#include "tcSimSentFrame.h"
 
 #include <asio/ip/tcp.hpp>
 #include <asio/steady_timer.hpp>
@@ -25,6 +26,7 @@ struct tsSimDelivery {
     std::function<void(uint32_t packets)> leaving;
     // When all have left; not after StopPicture.
     std::function<void()> done;
+    std::shared_ptr<tcSimSentFrame> sent; // what of it has left a bad line
 };
 
 // Messages go out before the picture's next packets, at packet boundaries. Sequence numbers are
@@ -69,6 +71,8 @@ private:
     tsSimUnit UnitOf(bool isPacket) const;
     void Write(std::shared_ptr<void> keep);
     void Written(const std::error_code& error, size_t bytes);
+    tcSimBadLine::tpLeaving PacketLeaving();
+    void TellWhatLeft();
     void Stamp(uint8_t* message);
 
     asio::ip::tcp::socket& mtSocket;

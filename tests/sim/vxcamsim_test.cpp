@@ -146,6 +146,15 @@ TEST(SimProgram, PrintsEventsAsJsonLines)
         EXPECT_EQ(event["sum"].get<uint64_t>(), sum);
         EXPECT_EQ(event["rows"], 30);
         EXPECT_EQ(event["complete"], true);
+        EXPECT_EQ(event["sentSum"].get<uint64_t>(), sum);
+        EXPECT_EQ(event["sentCrc"], event["crc"]);
+        EXPECT_EQ(event["sentPackets"], 30);
+        EXPECT_EQ(event["sentLost"], 0);
+        EXPECT_EQ(event["intact"], true);
+        const auto begin = event["beginRealtime"].get<int64_t>();
+        EXPECT_EQ(event["endRealtime"], begin) << "an exposure of no length";
+        EXPECT_LE(std::abs(begin / 1000000000 - time(nullptr)), 60);
+        EXPECT_EQ(event["endMonotonic"], event["beginMonotonic"]);
     }
     EXPECT_EQ(frames, 1);
 }
