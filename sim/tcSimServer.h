@@ -118,7 +118,7 @@ struct tsSimOptions {
     std::vector<tsSimFault> faults; // what goes wrong; made by ParseSimFault and its like
     uint64_t faultSeed = 1;         // of what the faults leave to chance
     // Called on the server's thread, which does nothing else meanwhile; may be empty. It may call
-    // Statistics and Frames, but not Stop.
+    // everything but Stop.
     std::function<void(const tsSimEvent&)> events;
     bool trace = false; // also raise eTrace events
     // Asked on the server's thread again and again; the values must be possible ones. May be empty:
@@ -128,7 +128,7 @@ struct tsSimOptions {
 
 // A camera that listens on TCP.
 //
-// Threads: Start, Stop and the destructor on one thread; Port, Statistics and Frames on any. The
+// Threads: Start, Stop and the destructor on one thread; the rest on any. The
 //   server runs two threads of its own: one for all that is spoken, one that makes pictures.
 // Owns: the threads, the sockets and the camera's state, which survives clients that come and go.
 class tcSimServer
@@ -152,6 +152,18 @@ public:
     uint16_t DiscoveryPort() const;
 
     tsSimStatistics Statistics() const;
+
+    // One more fault, for what leaves from now on; its number. One of a kind that may strike a
+    // silent connection, given no place and to strike once, strikes within a moment, or as the next
+    // connection begins. Throws
+    // std::runtime_error for a fault that cannot be.
+    uint32_t Inject(const tsSimFault& fault);
+    // Takes back the faults that `which` chooses, also those of the options, and ends within a
+    // moment what they do to the connection, the cooler and the heartbeats; how many they were.
+    // `which` may not call the server.
+    size_t Lift(const std::function<bool(const tsSimFaultState&)>& which);
+    // Those that can still strike, and those whose effect lasts.
+    std::vector<tsSimFaultState> Faults() const;
 
     // The most recent frames, at most 64, oldest first.
     std::vector<tsSimFrame> Frames() const;

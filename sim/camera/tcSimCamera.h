@@ -126,6 +126,7 @@ public:
     void Reset();
 
     void FailCooler() { mtCooler.Fail(mnNow); }
+    void RepairCooler() { mtCooler.Repair(mnNow); }
 
     // As built, of another identity perhaps; the count of readouts goes on.
     void PowerUp(const tsSimIdentity& identity);

@@ -58,6 +58,12 @@ void tcSimCooler::Fail(double now)
     mbFailed = true;
 }
 
+void tcSimCooler::Repair(double now)
+{
+    StartFrom(now);
+    mbFailed = false;
+}
+
 void tcSimCooler::SetTarget(double celsius, double now)
 {
     StartFrom(now);

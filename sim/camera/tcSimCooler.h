@@ -18,6 +18,7 @@ public:
     void SetFan(bool on, double now);
     // From now on it does not cool, whatever is asked for and told.
     void Fail(double now);
+    void Repair(double now);
     // A target that cannot be reached is approached as far as it goes.
     void SetTarget(double celsius, double now);
 

@@ -176,6 +176,11 @@ void Assign(tsSimFault* fault, const tsSimArgument& argument, double value)
         fault->*argument.real = value;
 }
 
+double ValueOf(const tsSimFault& fault, const tsSimArgument& argument)
+{
+    return argument.whole ? static_cast<double>(fault.*argument.whole) : fault.*argument.real;
+}
+
 std::string Text(double value)
 {
     std::ostringstream text;
@@ -207,6 +212,48 @@ const tsSimArgument* FindArgument(const tsSimKind& kind, const std::string& name
 const tsSimKind& KindOf(teSimFault kind)
 {
     return gaKinds[static_cast<size_t>(kind)];
+}
+
+bool Lasts(teSimFault kind)
+{
+    return kind == K::eHalfOpen || kind == K::eDrip || kind == K::eStopReading ||
+           kind == K::eCoolerFailure || kind == K::eHeartbeatStop;
+}
+
+std::vector<std::string> SimFaultWords()
+{
+    std::vector<std::string> words;
+    for (const tsSimArgument& position : gaPositions) {
+        words.emplace_back(position.name);
+    }
+    for (const tsSimKind& kind : gaKinds) {
+        for (const tsSimArgument& argument : kind.arguments) {
+            if (!argument.name) continue;
+            if (std::find(words.begin(), words.end(), argument.name) == words.end()) {
+                words.emplace_back(argument.name);
+            }
+        }
+    }
+    return words;
+}
+
+std::string TextOf(const tsSimFault& fault)
+{
+    const tsSimKind& kind = KindOf(fault.kind);
+    const tsSimFault usual = MakeSimFault(kind.name);
+    std::string text = kind.name;
+    char separator = ':';
+    const auto add = [&](const tsSimArgument& argument) {
+        const double value = ValueOf(fault, argument);
+        if (value == ValueOf(usual, argument)) return;
+        text += separator + std::string(argument.name) + "=" + Text(value);
+        separator = ',';
+    };
+    std::for_each(std::begin(gaPositions), std::end(gaPositions), add);
+    for (const tsSimArgument& argument : kind.arguments) {
+        if (argument.name) add(argument);
+    }
+    return text;
 }
 
 const char* NameOf(teSimFault kind)

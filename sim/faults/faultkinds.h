@@ -5,6 +5,7 @@
 #include "faults.h"
 
 #include <string>
+#include <vector>
 
 enum class teSimStrikes {
     eAny,         // messages and pixel packets
@@ -34,6 +35,13 @@ struct tsSimKind {
 };
 
 const tsSimKind& KindOf(teSimFault kind);
+inline constexpr size_t gnSimFaultKinds = static_cast<size_t>(teSimFault::eDiscoveryConflict) + 1;
+
+// Whether what the kind does lasts until it is taken back.
+bool Lasts(teSimFault kind);
+
+// Everything that some kind can be told: positions, then arguments, each once.
+std::vector<std::string> SimFaultWords();
 
 // A fault of the kind named, with its defaults. Throws std::runtime_error.
 tsSimFault MakeSimFault(const std::string& kind);

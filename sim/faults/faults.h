@@ -85,6 +85,16 @@ std::vector<tsSimFault> ParseSimFaults(const std::vector<std::string>& texts);
 
 const char* NameOf(teSimFault kind);
 
+// The fault as ParseSimFault reads it, without what is as the kind has it by itself.
+std::string TextOf(const tsSimFault& fault);
+
+// A fault of a camera that runs.
+struct tsSimFaultState {
+    uint32_t number = 0; // from 1: those of the options first, then as they were injected
+    tsSimFault fault;
+    int64_t struck = 0; // times, so far
+};
+
 // The kinds with their arguments, for people: one line each.
 std::string ExplainSimFaults();
 

@@ -1,6 +1,6 @@
 #include "tcSimFaults.h"
 
-#include "faultkinds.h"
+#include <algorithm>
 
 namespace {
 
@@ -23,28 +23,77 @@ bool StrikesUnits(teSimStrikes strikes, const tsSimUnit& unit)
     }
 }
 
+// Besides a moment and a connection.
+bool HasPlace(const tsSimFault& fault)
+{
+    return fault.message >= 0 || fault.id >= 0 || fault.byte >= 0 || fault.OnPackets();
+}
+
 // Waits for nothing but a moment, so that it need not wait for something to be sent.
 bool IsMomentOnly(const tsSimFault& fault)
 {
-    return KindOf(fault.kind).alone && fault.time >= 0 && fault.message < 0 && fault.id < 0 &&
-           fault.byte < 0 && !fault.OnPackets();
+    return KindOf(fault.kind).alone && fault.time >= 0 && !HasPlace(fault);
 }
 
 } // namespace
 
-tcSimFaults::tcSimFaults(const std::vector<tsSimFault>& faults, uint64_t seed)
+tcSimFaults::tcSimFaults(const std::vector<tsSimFault>& faults, uint64_t seed) : mnSeed(seed)
 {
-    maFaults.reserve(faults.size());
     for (const tsSimFault& fault : faults) {
-        maFaults.push_back({fault, tcSimRandom(MixBits(seed, maFaults.size()))});
+        Add(fault);
     }
+}
+
+uint32_t tcSimFaults::Add(const tsSimFault& fault)
+{
+    const uint32_t before = mnMade++;
+    maFaults.push_back(std::make_shared<tsState>(
+        tsState{before + 1, fault, tcSimRandom(MixBits(mnSeed, before))}));
+    return before + 1;
+}
+
+uint32_t tcSimFaults::Inject(tsSimFault fault)
+{
+    const bool nowhere = !HasPlace(fault) && fault.time < 0 && fault.connection < 0;
+    if (KindOf(fault.kind).alone && nowhere && fault.times == 1 && fault.chance >= 1) {
+        fault.time = 0;
+    }
+    std::lock_guard<std::mutex> lock(mtMutex);
+    maFaults.erase(std::remove_if(maFaults.begin(), maFaults.end(),
+                                  [](const tpState& state) { return !state->InForce(); }),
+                   maFaults.end());
+    return Add(fault);
+}
+
+std::vector<tsSimFault> tcSimFaults::Lift(const std::function<bool(const tsSimFaultState&)>& which)
+{
+    std::vector<tsSimFault> lifted;
+    std::lock_guard<std::mutex> lock(mtMutex);
+    const auto chosen = [&](const tpState& state) {
+        if (!state->InForce() || !which({state->number, state->fault, state->struck})) return false;
+        lifted.push_back(state->fault);
+        return true;
+    };
+    maFaults.erase(std::remove_if(maFaults.begin(), maFaults.end(), chosen), maFaults.end());
+    return lifted;
+}
+
+std::vector<tsSimFaultState> tcSimFaults::States() const
+{
+    std::vector<tsSimFaultState> states;
+    std::lock_guard<std::mutex> lock(mtMutex);
+    for (const tpState& state : maFaults) {
+        if (state->InForce()) states.push_back({state->number, state->fault, state->struck});
+    }
+    return states;
 }
 
 void tcSimFaults::ConnectionBegins()
 {
+    std::lock_guard<std::mutex> lock(mtMutex);
     ++mnConnection;
-    for (tsState& state : maFaults) {
-        state.seen = 0;
+    for (const tpState& state : maFaults) {
+        state->seen = 0;
     }
 }
 
@@ -64,7 +113,7 @@ bool tcSimFaults::Fits(tsState& state, const tsSimUnit& unit) const
 
 bool tcSimFaults::Strikes(tsState& state)
 {
-    if (state.fault.times > 0 && state.struck >= state.fault.times) return false;
+    if (state.Spent()) return false;
     if (state.fault.chance < 1 && state.random.Uniform() >= state.fault.chance) return false;
     ++state.struck;
     return true;
@@ -73,8 +122,10 @@ bool tcSimFaults::Strikes(tsState& state)
 std::vector<tsSimStroke> tcSimFaults::Strike(const tsSimUnit& unit)
 {
     std::vector<tsSimStroke> strokes;
-    for (tsState& state : maFaults) {
-        if (Fits(state, unit) && Strikes(state)) strokes.push_back({&state.fault, &state.random});
+    std::lock_guard<std::mutex> lock(mtMutex);
+    for (const tpState& state : maFaults) {
+        if (!Fits(*state, unit) || !Strikes(*state)) continue;
+        strokes.push_back({FaultOf(state), &state->random});
     }
     return strokes;
 }
@@ -82,33 +133,39 @@ std::vector<tsSimStroke> tcSimFaults::Strike(const tsSimUnit& unit)
 std::vector<tcSimFaults::tsMoment> tcSimFaults::Moments() const
 {
     std::vector<tsMoment> moments;
-    for (size_t i = 0; i < maFaults.size(); ++i) {
-        const tsSimFault& fault = maFaults[i].fault;
+    std::lock_guard<std::mutex> lock(mtMutex);
+    for (const tpState& state : maFaults) {
+        const tsSimFault& fault = state->fault;
         if (!IsMomentOnly(fault) || !Is(fault.connection, mnConnection)) continue;
-        moments.push_back({i, fault.time});
+        moments.push_back({state->number, fault.time});
     }
     return moments;
 }
 
 std::vector<tsSimStroke> tcSimFaults::StrikeAt(const tsMoment& moment)
 {
-    tsState& state = maFaults[moment.fault];
-    if (!Strikes(state)) return {};
-    return {{&state.fault, &state.random}};
+    std::lock_guard<std::mutex> lock(mtMutex);
+    for (const tpState& state : maFaults) {
+        if (state->number == moment.number && Strikes(*state)) {
+            return {{FaultOf(state), &state->random}};
+        }
+    }
+    return {};
 }
 
 template <class Condition>
-const tsSimFault* tcSimFaults::First(teSimFault kind, Condition condition)
+tpSimFault tcSimFaults::First(teSimFault kind, Condition condition)
 {
-    for (tsState& state : maFaults) {
-        if (state.fault.kind == kind && condition(state.fault) && Strikes(state)) {
-            return &state.fault;
+    std::lock_guard<std::mutex> lock(mtMutex);
+    for (const tpState& state : maFaults) {
+        if (state->fault.kind == kind && condition(state->fault) && Strikes(*state)) {
+            return FaultOf(state);
         }
     }
     return nullptr;
 }
 
-const tsSimFault* tcSimFaults::Refusal(bool inUse)
+tpSimFault tcSimFaults::Refusal(bool inUse)
 {
     ++mnAttempt;
     return First(teSimFault::eRefuse, [&](const tsSimFault& fault) {
@@ -116,13 +173,13 @@ const tsSimFault* tcSimFaults::Refusal(bool inUse)
     });
 }
 
-const tsSimFault* tcSimFaults::Endless(uint32_t readout)
+tpSimFault tcSimFaults::Endless(uint32_t readout)
 {
     return First(teSimFault::eEndless,
                  [&](const tsSimFault& fault) { return Is(fault.readout, readout); });
 }
 
-const tsSimFault* tcSimFaults::Conflict()
+tpSimFault tcSimFaults::Conflict()
 {
     return First(teSimFault::eDiscoveryConflict, [](const tsSimFault&) { return true; });
 }

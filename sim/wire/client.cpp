@@ -67,10 +67,7 @@ tcSimClient::tcSimClient(asio::ip::tcp::socket socket, tsSimContext& context, st
       mtReader(
           [this](const tsMsgHeader& header, const uint8_t* payload) { OnMessage(header, payload); },
           [this](const tsMsgHeader& header) { OnTooLong(header); }),
-      mpLine(context.faults
-                 ? std::make_unique<tcSimBadLine>(mtSocket, *context.faults, context.ledger)
-                 : nullptr),
-      mtOutput(mtSocket, context.ledger, context.options.lineRate, mpLine.get()),
+      mtOutput(mtSocket, context.ledger, context.options.lineRate),
       mtHeartBeatBefore(std::chrono::steady_clock::now()), mtHeartBeat(context.io),
       mtNoOp(context.io), mtShutter(context.io), mtDeaf(context.io)
 {}
@@ -81,12 +78,10 @@ void tcSimClient::Begin()
     mtSocket.set_option(asio::ip::tcp::no_delay(true), ignored);
     mtSocket.non_blocking(true, ignored);
     KeepAlive(mtSocket);
-    mtOutput.Open(
-        weak_from_this(), [this] { Read(); }, [this] { End(); });
-    if (mpLine) {
-        mpLine->Open(weak_from_this(),
-                     {[this](const tsSimFault& fault) { Suffer(fault); }, [this] { End(); }});
-    }
+    mtContext.faults.ConnectionBegins();
+    mtOutput.Open(weak_from_this(),
+                  {[this] { Read(); }, [this] { End(); }, [this] { return BadLine(); }});
+    BadLine();
     mtContext.ledger.Count(&tsSimStatistics::connections);
     mtContext.ledger.SetConnected(true);
     mtContext.ledger.Raise(teSimEvent::eConnected, "client " + msName + " connected");

@@ -56,6 +56,39 @@ void tcSimClient::Suffer(const tsSimFault& fault)
     }
 }
 
+void tcSimClient::Relieve(teSimFault kind)
+{
+    if (mpLine) mpLine->Relieve(kind);
+    if (kind == teSimFault::eHeartbeatStop) mtHeartBeatsAgain = {};
+    if (kind == teSimFault::eStopReading && mbDeaf) ReadAgain();
+}
+
+// From now on all goes out through a line that is not as it should be.
+tcSimBadLine* tcSimClient::BadLine()
+{
+    if (!mpLine && mtContext.faults.Any()) {
+        mpLine =
+            std::make_unique<tcSimBadLine>(mtSocket, mtContext.faults, mtContext.ledger, mtBegin);
+        mpLine->Open(weak_from_this(), mtOutput.BytesSent(),
+                     {[this](const tsSimFault& fault) { Suffer(fault); }, [this] { End(); }});
+    }
+    return mpLine.get();
+}
+
+void tcSimClient::FaultsCome()
+{
+    if (mbEnded) return;
+    if (tcSimBadLine* line = BadLine()) line->WaitForMoments();
+}
+
+void tcSimClient::ReadAgain()
+{
+    mbDeaf = false;
+    mtDeaf.cancel();
+    SetReceiveBuffer(mtSocket.native_handle(), gnUsualBuffer);
+    Read();
+}
+
 bool tcSimClient::HeartBeats() const
 {
     return std::chrono::steady_clock::now() >= mtHeartBeatsAgain;
@@ -69,9 +102,6 @@ void tcSimClient::StopReading(double seconds)
     if (seconds <= 0) return;
     mtDeaf.expires_after(Wall(seconds));
     mtDeaf.async_wait([this, keep = shared_from_this()](const std::error_code& error) {
-        if (error || mbEnded) return;
-        mbDeaf = false;
-        SetReceiveBuffer(mtSocket.native_handle(), gnUsualBuffer);
-        Read();
+        if (!error && !mbEnded) ReadAgain();
     });
 }

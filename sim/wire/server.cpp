@@ -1,3 +1,4 @@
+#include "faultkinds.h"
 #include "tcSimClient.h"
 #include "tcSimDiscovery.h"
 #include "tcSimServer.h"
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <fcntl.h>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
@@ -90,6 +92,10 @@ public:
     std::atomic<uint16_t> mnPort{0}, mnDiscoveryPort{0};
     const tcSimLedger& Ledger() const { return mtLedger; }
 
+    uint32_t Inject(const tsSimFault& fault);
+    size_t Lift(const std::function<bool(const tsSimFaultState&)>& which);
+    std::vector<tsSimFaultState> Faults() const { return mtFaults.States(); }
+
 private:
     struct tsRunning {
         explicit tsRunning(tcImplementation& server)
@@ -101,7 +107,7 @@ private:
                       io,
                       [&server] { return server.CameraTime(); },
                       [&server](double cameraTime) { return server.MomentOf(cameraTime); },
-                      server.mtFaults.Any() ? &server.mtFaults : nullptr,
+                      server.mtFaults,
                       [&server, this](const tsSimFault& how) { server.Reboot(*this, how); }},
               work(io.get_executor()), listener(io), pause(io), down(io)
         {}
@@ -124,6 +130,8 @@ private:
         return wall.count() * mtOptions.timeScale;
     }
     tsSimMoment MomentOf(double cameraTime) const;
+    void Post(std::function<void(tsRunning&)> action);
+    void Relieve(tsRunning& running, teSimFault kind);
     void Bind(tsRunning& running, uint16_t port);
     void BeFound(tsRunning& running);
     void Accept(tsRunning& running);
@@ -138,6 +146,7 @@ private:
     tcSimCamera mtCamera;
     tcSimFaults mtFaults;
     const std::chrono::steady_clock::time_point mtPowerUp;
+    std::mutex mtRunningMutex; // guards that mpRunning is there, not what it holds
     std::unique_ptr<tsRunning> mpRunning;
 };
 
@@ -197,7 +206,10 @@ uint16_t tcSimServer::tcImplementation::Start()
         mtLedger.Raise(teSimEvent::eListening,
                        "listening on " + mtOptions.bind + ":" + std::to_string(port));
     });
-    mpRunning = std::move(running);
+    {
+        std::lock_guard<std::mutex> lock(mtRunningMutex);
+        mpRunning = std::move(running);
+    }
     mpRunning->thread = std::thread([&io = mpRunning->io] { io.run(); });
     return mnPort;
 }
@@ -217,8 +229,51 @@ void tcSimServer::tcImplementation::Stop()
         running.io.stop();
     });
     running.thread.join();
-    mpRunning.reset();
+    {
+        std::lock_guard<std::mutex> lock(mtRunningMutex);
+        mpRunning.reset();
+    }
     mnPort = mnDiscoveryPort = 0;
+}
+
+// Does it on the server's thread, while there is one.
+void tcSimServer::tcImplementation::Post(std::function<void(tsRunning&)> action)
+{
+    std::lock_guard<std::mutex> lock(mtRunningMutex);
+    if (!mpRunning) return;
+    tsRunning& running = *mpRunning;
+    asio::post(running.io, [&running, action = std::move(action)] { action(running); });
+}
+
+uint32_t tcSimServer::tcImplementation::Inject(const tsSimFault& fault)
+{
+    CheckSimFault(fault);
+    const uint32_t number = mtFaults.Inject(fault);
+    Post([this, text = TextOf(fault)](tsRunning& running) {
+        mtLedger.Raise(teSimEvent::eFault, "fault injected: " + text);
+        if (const auto client = running.client) client->FaultsCome();
+    });
+    return number;
+}
+
+size_t tcSimServer::tcImplementation::Lift(const std::function<bool(const tsSimFaultState&)>& which)
+{
+    const std::vector<tsSimFault> lifted = mtFaults.Lift(which);
+    for (const tsSimFault& fault : lifted) {
+        Post([this, fault](tsRunning& running) {
+            mtLedger.Raise(teSimEvent::eFault, "fault lifted: " + TextOf(fault));
+            Relieve(running, fault.kind);
+        });
+    }
+    return lifted.size();
+}
+
+void tcSimServer::tcImplementation::Relieve(tsRunning& running, teSimFault kind)
+{
+    if (const auto client = running.client) client->Relieve(kind);
+    if (kind != teSimFault::eCoolerFailure) return;
+    mtCamera.SetTime(CameraTime());
+    mtCamera.RepairCooler();
 }
 
 void tcSimServer::tcImplementation::Accept(tsRunning& running)
@@ -236,7 +291,7 @@ void tcSimServer::tcImplementation::Accept(tsRunning& running)
             fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
             const std::shared_ptr<tcSimClient> client = running.client;
             const bool inUse = client && !client->HasLeft();
-            const tsSimFault* refusal = mtFaults.Refusal(inUse);
+            const tpSimFault refusal = mtFaults.Refusal(inUse);
             if (refusal) mtLedger.Strikes(*refusal);
             if (refusal && refusal->silent)
                 mtLedger.Count(&tsSimStatistics::refused);
@@ -327,6 +382,21 @@ uint16_t tcSimServer::Port() const
 uint16_t tcSimServer::DiscoveryPort() const
 {
     return mpImplementation->mnDiscoveryPort;
+}
+
+uint32_t tcSimServer::Inject(const tsSimFault& fault)
+{
+    return mpImplementation->Inject(fault);
+}
+
+size_t tcSimServer::Lift(const std::function<bool(const tsSimFaultState&)>& which)
+{
+    return mpImplementation->Lift(which);
+}
+
+std::vector<tsSimFaultState> tcSimServer::Faults() const
+{
+    return mpImplementation->Faults();
 }
 
 tsSimStatistics tcSimServer::Statistics() const

@@ -23,8 +23,7 @@ void tcSimClient::StartReadout(const tsSimRequest& request, Plan plan)
     mnWanted = 0;
     mpPicture.reset();
     mtPlan = std::move(accepted);
-    if (const tsSimFault* endless =
-            mtContext.faults ? mtContext.faults->Endless(Camera().Readouts() + 1) : nullptr) {
+    if (const tpSimFault endless = mtContext.faults.Endless(Camera().Readouts() + 1)) {
         mtPlan.timing.frames = 0;
         mtContext.ledger.Strikes(*endless);
     }

@@ -19,17 +19,18 @@ Duration ToDuration(double seconds)
 
 } // namespace
 
-tcSimBadLine::tcSimBadLine(asio::ip::tcp::socket& socket, tcSimFaults& faults, tcSimLedger& ledger)
+tcSimBadLine::tcSimBadLine(asio::ip::tcp::socket& socket, tcSimFaults& faults, tcSimLedger& ledger,
+                           std::chrono::steady_clock::time_point begin)
     : mtSocket(socket), mtFaults(faults), mtLedger(ledger), mtPause(socket.get_executor()),
-      mtHeldTimer(socket.get_executor()), mtBegin(tpClock::now())
+      mtHeldTimer(socket.get_executor()), mtBegin(begin)
 {}
 
-void tcSimBadLine::Open(std::weak_ptr<void> owner, tsHooks hooks)
+void tcSimBadLine::Open(std::weak_ptr<void> owner, uint64_t bytesBefore, tsHooks hooks)
 {
     mpOwner = std::move(owner);
     mtHooks = std::move(hooks);
+    mnBytes = bytesBefore;
     mbOpen = true;
-    mtFaults.ConnectionBegins();
     WaitForMoments();
 }
 
@@ -53,9 +54,11 @@ double tcSimBadLine::Seconds() const
 void tcSimBadLine::WaitForMoments()
 {
     for (const tcSimFaults::tsMoment& moment : mtFaults.Moments()) {
+        if (moment.number <= mnLastMoment) continue;
+        mnLastMoment = moment.number;
         maMoments.push_back(std::make_unique<asio::steady_timer>(mtSocket.get_executor()));
         asio::steady_timer& timer = *maMoments.back();
-        timer.expires_after(ToDuration<tpClock::duration>(moment.time));
+        timer.expires_at(mtBegin + ToDuration<tpClock::duration>(moment.time));
         timer.async_wait([this, moment, owner = mpOwner](const std::error_code& error) {
             const std::shared_ptr<void> keep = owner.lock();
             if (error || !keep) return;
@@ -100,7 +103,7 @@ tcSimBadLine::tsFate tcSimBadLine::FateOf(tpSimBytes message, const tsSimUnit& u
                 break;
             }
             if (fate.strikes.empty()) fate.cut = CutOf(fault, fate.message, unit.firstByte);
-            fate.strikes.push_back(&fault);
+            fate.strikes.push_back(stroke.fault);
         }
     }
     return fate;
@@ -125,9 +128,9 @@ void tcSimBadLine::Write(const uint8_t* message, tsSimUnit unit, tpLeaving leavi
         fate.message.begin() + static_cast<ptrdiff_t>(std::min(fate.cut, fate.message.size()));
     tpSimBytes rest(middle, fate.message.end());
     if (fate.copies > 0) Queue({fate.message.begin(), middle});
-    for (const tsSimFault* fault : fate.strikes) {
+    for (tpSimFault& fault : fate.strikes) {
         maSteps.emplace_back();
-        maSteps.back().fault = fault;
+        maSteps.back().fault = std::move(fault);
     }
     if (fate.copies > 0) {
         Announce(fate.message, leaving);
@@ -264,10 +267,23 @@ void tcSimBadLine::Pause(double seconds)
 {
     mbBusy = true;
     mtPause.expires_after(ToDuration<tpClock::duration>(seconds));
-    mtPause.async_wait([this, keep = mpOwner.lock()](const std::error_code& error) {
+    mtPause.async_wait([this, keep = mpOwner.lock()](const std::error_code&) {
         mbBusy = false;
-        if (!error && mbOpen) Run();
+        if (mbOpen) Run(); // also when the pause was cut short
     });
+}
+
+void tcSimBadLine::Relieve(teSimFault kind)
+{
+    if (kind == teSimFault::eHalfOpen) mbSilent = false;
+    if (kind == teSimFault::eDrip) mnRate = 0;
+    if (kind == teSimFault::eStall) {
+        for (tsStep& step : maSteps) {
+            step.pause = 0;
+        }
+    }
+    if (kind == teSimFault::eStall || kind == teSimFault::eDrip) mtPause.cancel();
+    Run();
 }
 
 void tcSimBadLine::Perform(const tsSimFault& fault)

@@ -30,11 +30,18 @@ public:
 
     using tpLeaving = std::function<void(const tpSimBytes&)>;
 
-    tcSimBadLine(asio::ip::tcp::socket& socket, tcSimFaults& faults, tcSimLedger& ledger);
+    // `begin` is when the connection began.
+    tcSimBadLine(asio::ip::tcp::socket& socket, tcSimFaults& faults, tcSimLedger& ledger,
+                 std::chrono::steady_clock::time_point begin);
 
-    // The owner is kept alive while something is under way.
-    void Open(std::weak_ptr<void> owner, tsHooks hooks);
+    // The owner is kept alive while something is under way. So many bytes went out before.
+    void Open(std::weak_ptr<void> owner, uint64_t bytesBefore, tsHooks hooks);
     void Close();
+
+    // There are more faults than there were.
+    void WaitForMoments();
+    // What a fault of the kind does to the line, ends.
+    void Relieve(teSimFault kind);
 
     // The message is copied. `done` is called, not from within, when the line can take the next.
     // `leaving` is called, each time, before what has become of the message leaves whole; it may be
@@ -48,9 +55,9 @@ private:
     // What is to be done next; one of these.
     struct tsStep {
         tpSimBytes bytes;
-        double pause = 0;                  // seconds
-        const tsSimFault* fault = nullptr; // strikes
-        std::function<void()> leaving;     // what comes next
+        double pause = 0;              // seconds
+        tpSimFault fault;              // strikes
+        std::function<void()> leaving; // what comes next
         std::function<void()> done;
         bool silently = false; // done without a byte
     };
@@ -66,8 +73,8 @@ private:
         tpSimBytes before, message;
         int64_t copies = 1, behind = 0;
         double late = 0;
-        std::vector<const tsSimFault*> strikes; // in the midst of it
-        size_t cut = 0;                         // where
+        std::vector<tpSimFault> strikes; // in the midst of it
+        size_t cut = 0;                  // where
     };
 
     double Seconds() const;
@@ -77,7 +84,6 @@ private:
     template <class Condition>
     void Release(Condition condition);
     void WaitForHeld();
-    void WaitForMoments();
     void Queue(tpSimBytes bytes);
     void Announce(const tpSimBytes& message, const tpLeaving& leaving);
     void Run();
@@ -91,6 +97,7 @@ private:
     tcSimLedger& mtLedger;
     asio::steady_timer mtPause, mtHeldTimer;
     std::vector<std::unique_ptr<asio::steady_timer>> maMoments;
+    uint32_t mnLastMoment = 0; // the number of the last fault that has its timer
     std::weak_ptr<void> mpOwner;
     tsHooks mtHooks;
 

@@ -38,8 +38,8 @@ struct tsSimContext {
     asio::io_context& io;
     std::function<double()> cameraTime;
     std::function<tsSimMoment(double cameraTime)> moment; // when that is or was
-    tcSimFaults* faults;                                  // null: nothing goes wrong
-    std::function<void(const tsSimFault& how)> reboot;    // ends the client, too
+    tcSimFaults& faults;
+    std::function<void(const tsSimFault& how)> reboot; // ends the client, too
     std::chrono::steady_clock::duration WallTime(double cameraSeconds) const;
     tsSimTunables Tunables() const;
 };
@@ -65,6 +65,10 @@ public:
     void Break();
     // Whether the client has closed its side; if so, what it sent before is done and it is ended.
     bool HasLeft();
+
+    // Faults were injected. A kind of them was lifted: what it does ends.
+    void FaultsCome();
+    void Relieve(teSimFault kind);
 
     // ---- for the handlers
     tcSimCamera& Camera() { return mtContext.camera; }
@@ -93,6 +97,8 @@ private:
     // Faults (mishaps.cpp)
     void Suffer(const tsSimFault& fault);
     void StopReading(double seconds);
+    void ReadAgain();
+    tcSimBadLine* BadLine();
     bool HeartBeats() const;
 
     // Readouts (shooting.cpp)
@@ -109,7 +115,8 @@ private:
     const std::string msName;
     std::function<void()> mpLeft;
     tcSimFrameReader mtReader;
-    std::unique_ptr<tcSimBadLine> mpLine; // where there are faults
+    const std::chrono::steady_clock::time_point mtBegin = std::chrono::steady_clock::now();
+    std::unique_ptr<tcSimBadLine> mpLine; // from the first fault on
     tcSimOutput mtOutput;
     std::array<uint8_t, 65536> maInput;
     bool mbEnded = false, mbReading = false, mbDeaf = false;

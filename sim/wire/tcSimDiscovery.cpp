@@ -52,7 +52,7 @@ void tcSimDiscovery::Reply()
 {
     Send(mtReply);
     mtLedger.Raise(teSimEvent::eTrace, "discovered by " + mtSender.address().to_string());
-    const tsSimFault* conflict = mtFaults.Conflict();
+    const tpSimFault conflict = mtFaults.Conflict();
     if (!conflict) return;
     mtLedger.Strikes(*conflict);
     tsSimDiscoveryReply other = mtReply;

@@ -18,20 +18,14 @@ constexpr std::chrono::milliseconds gtBurst{10}; // a paced link sends no more t
 
 } // namespace
 
-tcSimOutput::tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate,
-                         tcSimBadLine* line)
-    : mtSocket(socket), mtLedger(ledger), mpLine(line),
-      mnMessagesAtOnce(line ? gnOneByOne : gnMessagesAtOnce),
-      mnPixelsAtOnce(line ? gnOneByOne : gnPixelsAtOnce), mtPacer(socket.get_executor()),
-      mnPacketRate(packetRate)
+tcSimOutput::tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate)
+    : mtSocket(socket), mtLedger(ledger), mtPacer(socket.get_executor()), mnPacketRate(packetRate)
 {}
 
-void tcSimOutput::Open(std::weak_ptr<void> owner, std::function<void()> drained,
-                       std::function<void()> failed)
+void tcSimOutput::Open(std::weak_ptr<void> owner, tsHooks hooks)
 {
     mpOwner = std::move(owner);
-    mpDrained = std::move(drained);
-    mpFailed = std::move(failed);
+    mtHooks = std::move(hooks);
     mbOpen = true;
 }
 
@@ -83,7 +77,8 @@ void tcSimOutput::Stamp(uint8_t* message)
 
 void tcSimOutput::TakeMessages()
 {
-    while (!maQueue.empty() && maMessages.size() < mnMessagesAtOnce) {
+    const size_t atOnce = mpLine ? gnOneByOne : gnMessagesAtOnce;
+    while (!maQueue.empty() && maMessages.size() < atOnce) {
         tsQueued& queued = maQueue.front();
         const size_t start = maMessages.size();
         maMessages.insert(maMessages.end(), queued.bytes.begin(), queued.bytes.end());
@@ -119,11 +114,12 @@ void tcSimOutput::TakePackets()
     if (due == 0) return;
     tcSimPicture& picture = *mtDelivery.picture;
     const uint32_t first = mnNextPacket;
+    const size_t atOnce = mpLine ? gnOneByOne : gnPixelsAtOnce;
     do {
         uint8_t* packet = picture.Packet(mnNextPacket++);
         Stamp(packet);
         packet[offsetof(tsPixelData16Msg, LastFrame)] = mtDelivery.lastFrame ? 1 : 0;
-    } while (mnNextPacket - first < due && picture.Bytes(first, mnNextPacket) < mnPixelsAtOnce);
+    } while (mnNextPacket - first < due && picture.Bytes(first, mnNextPacket) < atOnce);
     if (mnPacketRate > 0) {
         mtPacketDue += std::chrono::duration_cast<tpClock::duration>(
             std::chrono::duration<double>((mnNextPacket - first) / mnPacketRate));
@@ -172,6 +168,7 @@ void tcSimOutput::Pump()
     if (!mbOpen || mbWriting) return;
     std::shared_ptr<void> keep = mpOwner.lock();
     if (!keep) return;
+    if (!mpLine) mpLine = mtHooks.line();
     maMessages.clear();
     maBuffers.clear();
     TakeMessages();
@@ -191,6 +188,7 @@ void tcSimOutput::Write(std::shared_ptr<void> keep)
                       isPacket ? PacketLeaving() : nullptr, [this] { Written({}, 0); });
         return;
     }
+    mnBytesSent += asio::buffer_size(maBuffers);
     asio::async_write(mtSocket, maBuffers,
                       [this, keep = std::move(keep)](const std::error_code& error, size_t bytes) {
                           Written(error, bytes);
@@ -225,7 +223,7 @@ void tcSimOutput::Written(const std::error_code& error, size_t bytes)
     const std::shared_ptr<tcSimPicture> written = std::move(mpWritten);
     if (!mbOpen) return;
     if (error) {
-        mpFailed();
+        mtHooks.failed();
         return;
     }
     if (mtDelivery.picture && mtDelivery.picture == written &&
@@ -235,6 +233,6 @@ void tcSimOutput::Written(const std::error_code& error, size_t bytes)
         mtDelivery = tsSimDelivery();
         done();
     }
-    mpDrained();
+    mtHooks.drained();
     Pump();
 }

@@ -36,16 +36,22 @@ struct tsSimDelivery {
 class tcSimOutput
 {
 public:
-    // A packet rate of 0 stands for as fast as the socket takes them. With a bad line everything
-    // goes out through it, piece by piece; null: there is none.
-    tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate,
-                tcSimBadLine* line);
+    struct tsHooks {
+        std::function<void()> drained; // Waiting has come down after something was written
+        std::function<void()> failed;  // the connection is broken
+        // Where there is a bad line, everything goes out through it from now on, piece by piece.
+        std::function<tcSimBadLine*()> line;
+    };
 
-    // The owner is kept alive while something is being written. `drained` is called when Waiting
-    // has come down after something was written, `failed` when the connection is broken.
-    void Open(std::weak_ptr<void> owner, std::function<void()> drained,
-              std::function<void()> failed);
+    // A packet rate of 0 stands for as fast as the socket takes them.
+    tcSimOutput(asio::ip::tcp::socket& socket, tcSimLedger& ledger, double packetRate);
+
+    // The owner is kept alive while something is being written.
+    void Open(std::weak_ptr<void> owner, tsHooks hooks);
     void Close();
+
+    // Given to the socket, without those that went through a bad line.
+    uint64_t BytesSent() const { return mnBytesSent; }
 
     // The payload is copied. The message is sent `times` times.
     void Send(uint32_t id, const void* payload, size_t bytes, uint32_t times = 1);
@@ -77,12 +83,12 @@ private:
 
     asio::ip::tcp::socket& mtSocket;
     tcSimLedger& mtLedger;
-    tcSimBadLine* const mpLine;
-    const size_t mnMessagesAtOnce, mnPixelsAtOnce; // bytes
+    tcSimBadLine* mpLine = nullptr;
+    uint64_t mnBytesSent = 0;
     asio::steady_timer mtPacer;
     double mnPacketRate;
     std::weak_ptr<void> mpOwner;
-    std::function<void()> mpDrained, mpFailed;
+    tsHooks mtHooks;
     std::deque<tsQueued> maQueue;
     size_t mnWaiting = 0;
     uint8_t mnSequence = 0;
