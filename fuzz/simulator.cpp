@@ -24,8 +24,16 @@ struct tsWorld {
     tcSimLedger ledger{[](const tsSimEvent&) {}, true};
     asio::io_context io;
     tcSimWorker worker{nRows, nColumns, 1};
-    tsSimContext context{options, camera, ledger, worker, io, [this] { return time += 0.5; },
-                         nullptr, {}};
+    tcSimFaults faults{{}, 1};
+    tsSimContext context{options,
+                         camera,
+                         ledger,
+                         worker,
+                         io,
+                         [this] { return time += 0.5; },
+                         [](double) { return tsSimMoment{}; },
+                         faults,
+                         {}};
 
     static tsSimOptions Options()
     {
