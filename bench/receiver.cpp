@@ -47,7 +47,7 @@ double CpuSeconds()
 }
 
 tcLibraryReceiver::tcLibraryReceiver(const tcSender& sender)
-    : mSender(sender), mnHandle(VXOpenENetCamera("127.0.0.1", sender.Port())),
+    : mSender(sender), mnHandle(VXOpenENetCamera(sender.Stream().address, sender.Port())),
       mvImage(static_cast<size_t>(sender.Stream().rows) * sender.Stream().columns)
 {
     if (mnHandle < 0) throw std::runtime_error("cannot open the benchmark's camera");
@@ -86,15 +86,17 @@ tsCost tcLibraryReceiver::Receive(int frames)
     });
 }
 
-int ConnectTo(const tcSender& sender)
+int ConnectTo(const tcSender& sender, teBuffer buffer)
 {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     const int bytes = 0x200000, on = 1;
-    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    if (buffer == teBuffer::eFixed) {
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    }
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(sender.Port());
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = inet_addr(sender.Stream().address);
     if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
         close(fd);
         throw std::runtime_error("cannot connect to the sender");
@@ -103,8 +105,8 @@ int ConnectTo(const tcSender& sender)
     return fd;
 }
 
-tcBareReceiver::tcBareReceiver(const tcSender& sender, size_t chunk)
-    : mSender(sender), mnFD(ConnectTo(sender)), mvChunk(chunk),
+tcBareReceiver::tcBareReceiver(const tcSender& sender, size_t chunk, teBuffer buffer)
+    : mSender(sender), mnFD(ConnectTo(sender, buffer)), mvChunk(chunk),
       mvImage(sender.Stream().PixelBytes())
 {}
 

@@ -37,12 +37,15 @@ private:
     std::vector<uint32_t> mvImage;
 };
 
+// How large a bare receiver's buffer in the system is: 2 MiB, or what the system's tuning makes it.
+enum class teBuffer { eFixed, eTuned };
+
 // recv of `chunk` bytes at a time and one memcpy of the pixels into the image, blocking, in the
 // calling thread.
 class tcBareReceiver
 {
 public:
-    tcBareReceiver(const tcSender& sender, size_t chunk);
+    tcBareReceiver(const tcSender& sender, size_t chunk, teBuffer buffer = teBuffer::eFixed);
     ~tcBareReceiver();
     tcBareReceiver(const tcBareReceiver&) = delete;
     tcBareReceiver& operator=(const tcBareReceiver&) = delete;
@@ -64,7 +67,7 @@ private:
     size_t mnAt = 0;       // where the next pixels go
 };
 
-int ConnectTo(const tcSender& sender);
+int ConnectTo(const tcSender& sender, teBuffer buffer = teBuffer::eFixed);
 
 // Times `work` on the wall and on this process's CPU clock.
 template <class Work>

@@ -242,12 +242,12 @@ tcSender::tcSender(const tsStream& stream) : mtStream(stream)
     const int listener = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = inet_addr(stream.address);
     socklen_t length = sizeof address;
     if (bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
         listen(listener, 64) != 0 ||
         getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        throw std::runtime_error("cannot listen on loopback");
+        throw std::runtime_error("cannot listen");
     }
     mnPort = ntohs(address.sin_port);
     mnChild = fork();

@@ -12,6 +12,7 @@ struct tsStream {
     double megabytesPerSecond = 0; // 0: as fast as the receiver takes them
     bool byPacket = false;         // one send a packet instead of one a frame
     int cpu = -1;                  // core of the sender, -1 for any
+    const char* address = "127.0.0.1";
 
     uint64_t FrameBytes() const; // on the wire, headers included
     uint64_t PixelBytes() const { return static_cast<uint64_t>(rows) * columns * (bits / 8); }

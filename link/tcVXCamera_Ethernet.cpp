@@ -17,7 +17,6 @@ namespace {
 constexpr int gnReceiveBytes = 65536; // asked of the kernel at once
 constexpr int gnPieceBytes = 4096;    // logged, dumped and parsed at once
 constexpr int gnReceiveTimeout = 100; // ms
-constexpr int gnSocketBuffer = 0x200000;
 constexpr int gnSendStep = 50; // ms between two looks at the stop flag
 constexpr milliseconds gShortestDelay{10};
 constexpr milliseconds gLongestDelay{1000};
@@ -229,7 +228,6 @@ void tcVXCamera_Ethernet::Reconnect()
                       msAddress.c_str(), mnPort);
         if (!mSocket.Connect(msResolved.c_str(), mnPort, mbStopMonitor, gnReconnectLimit)) continue;
         mSocket.DisableNagle(1);
-        mSocket.SetRecvBufferSize(gnSocketBuffer);
         SetConnected();
         LinkRestored();
         return;

@@ -167,4 +167,17 @@ TEST_F(VxBench, RefusesWhatItDoesNotKnow)
     EXPECT_EQ(1, WEXITSTATUS(status));
 }
 
+// A fixed buffer of what systems grant takes a tenth of the speed.
+TEST(LongWay, IsNotThrottledByAFixedBuffer)
+{
+    int status = -1;
+    const std::string output = Output(
+        "DBGD_DISABLE=1 " VX_LONG_WAY " --round-trip 50 --repeats 3 --frames 2 2>&1", &status);
+    if (status != 0 && output.find("network") != std::string::npos) GTEST_SKIP() << output;
+    ASSERT_EQ(0, status) << output;
+    const size_t at = output.find("ratio ");
+    ASSERT_NE(std::string::npos, at) << output;
+    EXPECT_GT(std::stod(output.substr(at + 6)), 0.5) << output;
+}
+
 } // namespace

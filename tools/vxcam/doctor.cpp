@@ -218,15 +218,14 @@ void tcDoctor::CheckBuffer(tcSession& session)
 {
     const int granted = GrantedReceiveBuffer(mnPort != 0 ? mnPort : session.Port());
     const int most = MostReceiveBuffer();
-    const std::string text = std::to_string(granted / gnKibi) + " KiB of " +
-                             std::to_string(gnWantedBuffer / gnKibi) + " KiB granted (" +
-                             "net.core.rmem_max is " + std::to_string(most) + ")";
-    if (granted == 0 || granted >= gnWantedBuffer || mtTarget.simulated) {
-        Fine("receive buffer", granted == 0 ? "not known" : text);
+    const std::string limit = "net.core.rmem_max is " + std::to_string(most);
+    const std::string size = std::to_string(granted / gnKibi) + " KiB";
+    if (granted == 0) {
+        Fine("receive buffer", "not known");
+    } else if (granted >= gnWantedBuffer) {
+        Fine("receive buffer", size + " granted (" + limit + ")");
     } else {
-        Advise("receive buffer", text,
-               "frames may stall at high rates: sysctl -w net.core.rmem_max=" +
-                   std::to_string(gnWantedBuffer));
+        Fine("receive buffer", "tuned by the system, now " + size + " (" + limit + ")");
     }
 }
 

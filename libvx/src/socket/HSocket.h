@@ -125,7 +125,8 @@ public:
 
     // The same, given up when `cancel` becomes true (seen within 50 ms; errno is ECANCELED) and
     // after `timeoutMs` (ETIMEDOUT). Resolving a host name cannot be cancelled. The socket is left
-    // in blocking mode.
+    // in blocking mode, and the size of its receive buffer to the system where that does not grant
+    // all of the 2 MiB.
     int Connect(const char* host, unsigned short port, const std::atomic<bool>& cancel,
                 int timeoutMs = 20000);
 
@@ -149,6 +150,9 @@ public:
     int DisableNagle(int on = 1);
     int SetRecvBufferSize(int size);
     int SetSendBufferSize(int size);
+    // Asks for all of the size or for nothing: where the system grants less, its own tuning of the
+    // buffer goes further than a fixed size would, and goes on; 0 then.
+    int SetWholeRecvBufferSize(int size);
     int SetTos(int tos);
 
     // Values of the options; 0 when they cannot be read.

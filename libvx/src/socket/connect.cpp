@@ -83,7 +83,6 @@ int HSocket::PrepareConnect(const char* host, unsigned short port, sockaddr_in& 
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = vx::AddressOf(host);
-    SetRecvBufferSize(nConnectBuffer);
     return 1;
 }
 
@@ -101,6 +100,7 @@ int HSocket::Connect(const char* host, unsigned short port)
 {
     sockaddr_in address;
     if (!PrepareConnect(host, port, address)) return 0;
+    SetRecvBufferSize(nConnectBuffer);
     const int error = ConnectBlocking(mhDescriptor, address);
     return error == 0 ? RefuseSelfConnection() : Result(error);
 }
@@ -111,6 +111,7 @@ int HSocket::Connect(const char* host, unsigned short port, const std::atomic<bo
     if (cancel) return Result(ECANCELED);
     sockaddr_in address;
     if (!PrepareConnect(host, port, address)) return 0;
+    SetWholeRecvBufferSize(nConnectBuffer);
     const int flags = fcntl(mhDescriptor, F_GETFL);
     if (flags < 0 || fcntl(mhDescriptor, F_SETFL, flags | O_NONBLOCK) != 0) return 0;
     const int connected = ConnectCancellable(address, cancel, timeoutMs);

@@ -1,6 +1,7 @@
 #include "HSocket.h"
 
 #include "resolve.h"
+#include "vxdescriptors.h"
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -43,6 +44,16 @@ int HSocket::DisableNagle(int on)
 int HSocket::SetRecvBufferSize(int size)
 {
     return SetOption(SOL_SOCKET, SO_RCVBUF, size);
+}
+
+int HSocket::SetWholeRecvBufferSize(int size)
+{
+    // A size that was set once stays fixed, so another socket is tried.
+    HSocket trial;
+    trial.mhDescriptor = vx::OpenSocket(AF_INET, SOCK_STREAM);
+    constexpr int perByte = 2; // the system counts its own needs, too
+    if (!trial.SetRecvBufferSize(size) || trial.GetRecvBufferSize() / perByte < size) return 0;
+    return SetRecvBufferSize(size);
 }
 
 int HSocket::SetSendBufferSize(int size)
