@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -21,6 +22,18 @@ constexpr int gnSendStep = 50; // ms between two looks at the stop flag
 constexpr milliseconds gShortestDelay{10};
 constexpr milliseconds gLongestDelay{1000};
 constexpr int gnReconnectLimit = 1000; // ms that one attempt may take
+
+// A camera that vanished without a word is asked from the third second of silence on, and given up
+// after six. A command that it does not confirm puts that off once, by six seconds from then on.
+constexpr int gnSilentSeconds = 3;
+constexpr int gnQuestionSeconds = 1;
+constexpr unsigned gnVanishedMs = 6000;
+
+template <class Value>
+void SetOption(int descriptor, int level, int name, const Value& value)
+{
+    setsockopt(descriptor, level, name, &value, sizeof value);
+}
 
 } // namespace
 
@@ -197,7 +210,11 @@ void tcVXCamera_Ethernet::TakePiece(char* bytes, int length)
 void tcVXCamera_Ethernet::SetConnected()
 {
     const timeval timeout{gnReceiveTimeout / 1000, gnReceiveTimeout % 1000 * 1000};
-    setsockopt(mSocket.GetFD(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    SetOption(mSocket.GetFD(), SOL_SOCKET, SO_RCVTIMEO, timeout);
+    mSocket.SetAsKeepAlive();
+    SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_KEEPIDLE, gnSilentSeconds);
+    SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_KEEPINTVL, gnQuestionSeconds);
+    SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_USER_TIMEOUT, gnVanishedMs);
     mConnectedSince = steady_clock::now();
     std::lock_guard<std::mutex> lock(mSendMutex);
     mbConnected = true;

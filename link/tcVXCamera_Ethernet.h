@@ -21,7 +21,9 @@ struct tsNicInfo {
 VX_EXPORT std::vector<tsNicInfo> enumNics(bool unused);
 
 // The TCP transport. A connection that the camera closes is made anew: at once, then after pauses
-// that double from 10 ms to 1 s; an attempt that takes longer than 1 s is given up.
+// that double from 10 ms to 1 s; an attempt that takes longer than 1 s is given up. A camera of
+// which nothing is heard, not even by the network's own questions, counts as having closed the
+// connection after 6 s, or 13 s at most while commands are sent to it.
 //
 // Threads: one receive thread reads the socket, parses and dispatches; it runs from Initialize to
 //   destruction. SendMessage may be called from any thread.

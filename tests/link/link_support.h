@@ -28,6 +28,14 @@ inline int ElapsedMs(steady_clock::time_point start)
     return static_cast<int>(duration_cast<milliseconds>(steady_clock::now() - start).count());
 }
 
+inline int IntOption(int descriptor, int level, int name)
+{
+    int value = 0;
+    socklen_t size = sizeof value;
+    EXPECT_EQ(0, getsockopt(descriptor, level, name, &value, &size));
+    return value;
+}
+
 inline constexpr int gnCloseLimit = 500; // ms that closing a camera may take, in every state
 
 // Keeps every record with the time at which it came.

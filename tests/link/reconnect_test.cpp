@@ -91,13 +91,13 @@ TEST_F(Reconnect, SendsNothingOfItself)
 TEST_F(Reconnect, SetsTheSocketUpAgain)
 {
     Open();
-    int noDelay = 0;
-    socklen_t size = sizeof(int);
     peer.Close();
     ASSERT_TRUE(peer.Accept());
     Synchronise();
-    getsockopt(peer.ClientDescriptor(), IPPROTO_TCP, TCP_NODELAY, &noDelay, &size);
-    EXPECT_NE(0, noDelay);
+    const int descriptor = peer.ClientDescriptor();
+    EXPECT_NE(0, IntOption(descriptor, IPPROTO_TCP, TCP_NODELAY));
+    EXPECT_NE(0, IntOption(descriptor, SOL_SOCKET, SO_KEEPALIVE));
+    EXPECT_NE(0, IntOption(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT));
 }
 
 TEST_F(Reconnect, DoesNotResetTheParser)

@@ -53,10 +53,9 @@ TEST_F(Link, SetsTheSocketUp)
     Open();
     const int descriptor = peer.ClientDescriptor();
     ASSERT_GE(descriptor, 0);
-    int noDelay = 0;
-    socklen_t size = sizeof(int);
-    getsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size);
-    EXPECT_NE(0, noDelay);
+    EXPECT_NE(0, IntOption(descriptor, IPPROTO_TCP, TCP_NODELAY));
+    EXPECT_NE(0, IntOption(descriptor, SOL_SOCKET, SO_KEEPALIVE));
+    EXPECT_NE(0, IntOption(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT));
     EXPECT_NE(0, fcntl(descriptor, F_GETFD) & FD_CLOEXEC);
 }
 

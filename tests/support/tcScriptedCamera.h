@@ -1,5 +1,5 @@
-// A camera reduced to bytes on a TCP port of loopback: the test itself says what it sends, in which
-// pieces, and when it closes. It shares no code with the library.
+// A camera reduced to bytes on a TCP port, of loopback unless told otherwise: the test itself says
+// what it sends, in which pieces, and when it closes. It shares no code with the library.
 #ifndef TCSCRIPTEDCAMERA_H
 #define TCSCRIPTEDCAMERA_H
 
@@ -75,7 +75,8 @@ inline std::string HardwareAnswer(uint16_t rows, uint16_t columns)
 class tcScriptedCamera
 {
 public:
-    explicit tcScriptedCamera(uint16_t port = 0, int backlog = 8)
+    explicit tcScriptedCamera(uint16_t port = 0, int backlog = 8, const char* host = "127.0.0.1")
+        : mnHost(inet_addr(host))
     {
         mhPlaceholder = Bind(port);
         sockaddr_in address{};
@@ -224,7 +225,7 @@ public:
 private:
     // The placeholder keeps the port when the camera is switched off; a socket that is bound and
     // does not listen refuses connections.
-    static int Bind(uint16_t port)
+    int Bind(uint16_t port) const
     {
         const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         const int on = 1;
@@ -233,7 +234,7 @@ private:
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_addr.s_addr = mnHost;
         if (bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
             close(descriptor);
             throw std::runtime_error("bind");
@@ -261,6 +262,7 @@ private:
 
     int mhPlaceholder = -1, mhListener = -1, mhClient = -1;
     int mnReceiveBuffer = 0;
+    in_addr_t mnHost;
     uint16_t mnPort = 0;
 };
 
