@@ -1,5 +1,7 @@
 #include "tcVXCamera_Ethernet.h"
 
+#include "tcHost.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -18,7 +20,7 @@ namespace {
 constexpr int gnReceiveBytes = 65536; // asked of the kernel at once
 constexpr int gnPieceBytes = 4096;    // logged, dumped and parsed at once
 constexpr int gnReceiveTimeout = 100; // ms
-constexpr int gnSendStep = 50; // ms between two looks at the stop flag
+constexpr int gnSendStep = 50;        // ms between two looks at the stop flag
 constexpr milliseconds gShortestDelay{10};
 constexpr milliseconds gLongestDelay{1000};
 constexpr int gnReconnectLimit = 1000; // ms that one attempt may take
@@ -38,12 +40,12 @@ void SetOption(int descriptor, int level, int name, const Value& value)
 } // namespace
 
 tcVXCamera_Ethernet::tcVXCamera_Ethernet(const char* address, unsigned short port)
-    : mnPort(port), msAddress(address != nullptr ? address : "")
+    : mnPort(port), mpHost(std::make_unique<tcHost>(address != nullptr ? address : ""))
 {
-    SetLink("ethernet", msAddress + ":" + std::to_string(mnPort));
+    SetLink("ethernet", mpHost->Text() + ":" + std::to_string(mnPort));
     SetLinkState(false);
-    mLog.logDebug(1, "tcVXCamera_Ethernet::tcVXCamera_Ethernet Addr %s, Port %d", msAddress.c_str(),
-                  mnPort);
+    mLog.logDebug(1, "tcVXCamera_Ethernet::tcVXCamera_Ethernet Addr %s, Port %d",
+                  mpHost->Text().c_str(), mnPort);
 }
 
 tcVXCamera_Ethernet::~tcVXCamera_Ethernet()
@@ -57,7 +59,13 @@ int tcVXCamera_Ethernet::Initialize()
 {
     mLog.logDebug(1, "tcVXCamera_Ethernet::Initialize Entered");
     mbStopMonitor = false;
-    const int isConnected = mSocket.Connect(msAddress.c_str(), mnPort, mbStopMonitor);
+    const bool isAcceptable = mpHost->IsAcceptable();
+    if (!isAcceptable) {
+        mLog.logError("tcVXCamera_Ethernet::Initialize '%s' is no host name and no IPv4 address",
+                      mpHost->Text().c_str());
+    }
+    const bool isConnected =
+        isAcceptable && mSocket.Connect(mpHost->Text().c_str(), mnPort, mbStopMonitor) != 0;
     mSocket.DisableNagle(1);
     if (!isConnected) {
         mLog.logError("tcVXCamera_Ethernet::Initialize could not connect");
@@ -65,7 +73,7 @@ int tcVXCamera_Ethernet::Initialize()
     }
     HInetAddr peer;
     peer.GetPeerName(mSocket);
-    msResolved = peer.GetIPAddr();
+    mpHost->SetAddress(peer.GetIPAddr());
     SetConnected();
     mMonitorThread = std::thread(DispatchMonitorThread, this);
     EnableNoOps(0, 0);
@@ -242,8 +250,11 @@ void tcVXCamera_Ethernet::Reconnect()
         mReconnectDelay = std::clamp(2 * mReconnectDelay, gShortestDelay, gLongestDelay);
         due = steady_clock::now() + mReconnectDelay;
         mLog.logDebug(1, "tcVXCamera_Ethernet::MonitorThread reconnecting to %s, %d....",
-                      msAddress.c_str(), mnPort);
-        if (!mSocket.Connect(msResolved.c_str(), mnPort, mbStopMonitor, gnReconnectLimit)) continue;
+                      mpHost->Text().c_str(), mnPort);
+        if (!mSocket.Connect(mpHost->Address().c_str(), mnPort, mbStopMonitor, gnReconnectLimit)) {
+            mpHost->LookUp();
+            continue;
+        }
         mSocket.DisableNagle(1);
         SetConnected();
         LinkRestored();

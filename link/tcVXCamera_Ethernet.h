@@ -7,8 +7,11 @@
 #include "vxexport.h"
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
+
+class tcHost;
 
 // One local network interface with an IPv4 address.
 struct tsNicInfo {
@@ -21,25 +24,28 @@ struct tsNicInfo {
 VX_EXPORT std::vector<tsNicInfo> enumNics(bool unused);
 
 // The TCP transport. A connection that the camera closes is made anew: at once, then after pauses
-// that double from 10 ms to 1 s; an attempt that takes longer than 1 s is given up. A camera of
+// that double from 10 ms to 1 s; an attempt that takes longer than 1 s is given up. The first one
+// goes to the address known, the following ones to where the host's name leads by then. A camera of
 // which nothing is heard, not even by the network's own questions, counts as having closed the
 // connection after 6 s, or 13 s at most while commands are sent to it.
 //
 // Threads: one receive thread reads the socket, parses and dispatches; it runs from Initialize to
 //   destruction. SendMessage may be called from any thread.
+//   Behind a failed attempt the host's name is looked up again on a thread of its own.
 // Locks: mSendMutex serialises stamping and sending, and guards the socket against being closed or
 //   connected meanwhile. It is the innermost lock.
 // Owns: its socket and its receive thread.
 class VX_EXPORT tcVXCamera_Ethernet : public tcVXCamera
 {
 public:
-    // Does not connect yet. `address` is a host name or dotted text.
+    // Does not connect yet. `address` is a host name, or an IPv4 address of four numbers.
     tcVXCamera_Ethernet(const char* address, unsigned short port);
     // Ends the connection within 0.5 s, unless an application callback keeps the receive thread.
     ~tcVXCamera_Ethernet() override;
 
     // Connects (at most 20 s), starts receiving and shakes hands with the camera (at most 10 s).
-    // Non-zero on success; after a failure it may be called again.
+    // Non-zero on success; after a failure it may be called again. What is no host name and no
+    // address is refused before anything is sent.
     int Initialize() override;
 
     // Stamps and sends one message: 0, or -1 without a connection or when it could not be sent
@@ -75,8 +81,7 @@ private:
     bool PauseUntil(std::chrono::steady_clock::time_point time);
 
     unsigned short mnPort;
-    std::string msAddress;
-    std::string msResolved; // the address that the first connection reached, as dotted text
+    std::unique_ptr<tcHost> mpHost;
     std::mutex mSendMutex;
     HSocket mSocket;
     bool mbConnected = false; // under mSendMutex
