@@ -21,6 +21,9 @@
 #include <utility>
 #include <vector>
 
+// The program opens no port but the camera's, unless it is told which.
+extern "C" const int VXNoDebugServices = 1;
+
 namespace {
 
 enum teExit { eExitDone = 0, eExitUsage = 1, eExitNetwork = 2 };
@@ -198,6 +201,9 @@ void StartServices(const tsProgram& program)
         setenv("DBGD_PORTNUM", std::to_string(program.debugPort).c_str(), 1);
         setenv("DBGD_BIND", bind, 0);
         unsetenv("DBGD_DISABLE");
+    }
+    if (getenv("DBGD_PORTNUM")) {
+        tcDbgd::sbHeedsOptOut = false;
         tcDbgd::getItem()->StartServer();
     }
     if (program.itemPort != 0) {

@@ -1,5 +1,6 @@
 // The program: its options, what it prints, how it ends.
 #include "SimClient.h"
+#include "listening.h"
 
 #include <nlohmann/json.hpp>
 
@@ -51,6 +52,7 @@ public:
     std::string Line() { return Read(mhOutput, true); }
     std::string Rest() { return Read(mhOutput, false); }
     std::string Errors() { return Read(mhErrors, false); }
+    std::set<int> Ports() const { return ListeningPorts(mnProcess); }
     void Signal(int number) { kill(mnProcess, number); }
     int Exit()
     {
@@ -113,6 +115,19 @@ TEST(SimProgram, PrintsItsAddressAndALineWithThePixelSumOfEachFrame)
         << line;
     program.Signal(SIGTERM);
     EXPECT_EQ(program.Exit(), 0);
+}
+
+TEST(SimProgram, OpensADebugPortOnlyWhenToldWhich)
+{
+    unsetenv("DBGD_DISABLE");
+    setenv("DBGD_ANNOUCE_GROUP", "127.0.0.1:9", 1);
+    tcProgram untold({"--sensor", "40x30"});
+    const int port = untold.Port();
+    EXPECT_EQ(untold.Ports(), std::set<int>{port});
+    setenv("DBGD_PORTNUM", "0", 1); // any free one
+    tcProgram asked({"--sensor", "40x30"});
+    asked.Port();
+    EXPECT_TRUE(Eventually([&] { return asked.Ports().size() == 2; }));
 }
 
 TEST(SimProgram, EndsCleanlyOnInterruptWithAClientConnected)

@@ -2,7 +2,9 @@
 #ifndef TOOL_SUPPORT_H
 #define TOOL_SUPPORT_H
 
+#include "listening.h"
 #include "tcActor.h"
+#include "tcScriptedCamera.h"
 #include "tsFrame.h"
 
 #include <gtest/gtest.h>
@@ -125,6 +127,7 @@ public:
     tcRun(const tcRun&) = delete;
     tcRun& operator=(const tcRun&) = delete;
 
+    std::set<int> Ports() const { return ListeningPorts(mnProcess); }
     void Signal(int number) { ::kill(mnProcess, number); }
 
     // Waits for the end: the exit code, 1000 + the signal that ended it, or -1 when it goes on.
@@ -176,7 +179,7 @@ private:
         }
     };
 
-    // The test's own, changed; without DBGD_DISABLE, which the program itself sees to.
+    // The test's own, changed; without DBGD_DISABLE, since the program opts out.
     static std::vector<std::string> Environment(const std::map<std::string, std::string>& changes)
     {
         std::vector<std::string> environment;

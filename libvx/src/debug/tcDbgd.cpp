@@ -3,14 +3,16 @@
 #include "dbgdserver.h"
 #include "tcLog.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+// Null where nobody defines it.
+#pragma weak VXNoDebugServices
+
 tcDbgd* tcDbgd::mpDbgd = nullptr;
 char const* tcDbgd::spLoadableModulePath = nullptr;
+std::atomic<bool> tcDbgd::sbHeedsOptOut{true};
 std::atomic<int> tcDbgd::snAnnounceInterval{5000};
 std::atomic<int> tcDbgd::snClientPatience{10000};
 std::atomic<int> tcDbgd::snRetrySecond{1000};
@@ -26,6 +28,11 @@ std::recursive_mutex& SingletonLock()
 {
     static std::recursive_mutex& lock = *new std::recursive_mutex;
     return lock;
+}
+
+bool IsOptedOut()
+{
+    return &VXNoDebugServices && VXNoDebugServices != 0;
 }
 
 } // namespace
@@ -83,7 +90,7 @@ extern "C" tcDbgd* DbgdPointer()
 
 void tcDbgd::StartServer()
 {
-    if (std::getenv("DBGD_DISABLE")) return;
+    if (std::getenv("DBGD_DISABLE") || (sbHeedsOptOut && IsOptedOut())) return;
     const std::lock_guard<std::mutex> guard(mhServerLock);
     if (mpServer && !mpServer->HasEnded()) {
         if (!mpServer->IsStopping()) return;

@@ -8,7 +8,10 @@
 //
 // The daemon starts when the library is loaded. Every 5 seconds it sends the datagram
 // "DBGD DBGD <port>" with a zero byte, so that tools find the process; a port above 32767 appears
-// as a negative number. Environment, read when the daemon is built or its server started:
+// as a negative number.
+//
+// A program or module that defines VXNoDebugServices (vxexport.h) has no server unless it asks for
+// one; see sbHeedsOptOut. Environment, read when the daemon is built or its server started:
 //   DBGD_DISABLE         no server: no socket, no thread; the handlers work in the process only
 //   DBGD_PORTNUM         the port instead of 17020; 0 picks a free one
 //   DBGD_BIND            the local address to listen on instead of all, dotted
@@ -123,6 +126,10 @@ public:
 
     // The module directory when DBGD_MODULE_PATH is not set. Null: none.
     static char const* spLoadableModulePath;
+
+    // Whether StartServer does nothing in a process with VXNoDebugServices (true). A program that
+    // leaves it to its user defines that, clears this when it is told to, and calls StartServer.
+    static std::atomic<bool> sbHeedsOptOut;
 
     // Clients at a time; more wait. For one that waits, the client that has been silent longest
     // gives up its place, as long as it has sent nothing.
