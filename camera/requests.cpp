@@ -326,12 +326,18 @@ void tcVXCamera::TimeOutItem(int index)
     if (!item.IsPending()) EndRequest(item);
 }
 
+void tcVXCamera::TellMonitorToStop()
+{
+    const std::lock_guard<std::mutex> lock(mMonitorMutex);
+    mbStopMonitor = true;
+    mMonitorCondition.notify_all();
+}
+
 void tcVXCamera::StopMonitor()
 {
     if (!mMonitorThread.joinable()) return;
+    TellMonitorToStop();
     std::unique_lock<std::mutex> lock(mMonitorMutex);
-    mbStopMonitor = true;
-    mMonitorCondition.notify_all();
     for (int checks = 1; mbMonitorRunning; ++checks) {
         mMonitorCondition.wait_for(lock, milliseconds(gnMonitorStep));
         if (checks == 50) mLog.logError("%s unable to kill monitor thread", "~tcVXCamera");

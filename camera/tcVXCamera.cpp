@@ -121,6 +121,7 @@ int tcVXCamera::Close(int handle)
     camera->mbClosing = true;
     lock.unlock();
     camera->Interrupt();
+    camera->TellMonitorToStop();
     camera->GiveUpAll();
     lock.lock();
     registry.released.wait(lock, [camera] { return camera->mnHolds == 0; });

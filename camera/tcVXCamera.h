@@ -420,6 +420,7 @@ private:
     void EndRequest(tsRequestItem& item, teGivenUp reason = eNoAnswer);
     void GiveUpItem(tsRequestItem& item, teGivenUp reason);
     void GiveUpAll();
+    void TellMonitorToStop();
     void RenewNoOps();
     int SendNoOps(int intervalMs, int count);
     void NotifyWaiters();

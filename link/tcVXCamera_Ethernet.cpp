@@ -153,16 +153,14 @@ void tcVXCamera_Ethernet::Interrupt()
         mbStopMonitor = true;
     }
     mPauseCondition.notify_all();
+    std::lock_guard<std::mutex> lock(mSocketMutex);
+    if (mbConnected) mSocket.Shutdown(SHUT_RDWR); // ends a receive or a send that is waiting
 }
 
 void tcVXCamera_Ethernet::StopReceiving()
 {
     if (!mMonitorThread.joinable()) return;
     tcVXCamera_Ethernet::Interrupt();
-    {
-        std::lock_guard<std::mutex> lock(mSendMutex);
-        if (mbConnected) mSocket.Shutdown(SHUT_RDWR); // ends a receive that is waiting
-    }
     mMonitorThread.join();
 }
 
@@ -224,15 +222,16 @@ void tcVXCamera_Ethernet::SetConnected()
     SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_KEEPINTVL, gnQuestionSeconds);
     SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_USER_TIMEOUT, gnVanishedMs);
     mConnectedSince = steady_clock::now();
-    std::lock_guard<std::mutex> lock(mSendMutex);
+    const std::scoped_lock lock(mSendMutex, mSocketMutex);
     mbConnected = true;
     SetLinkState(true);
+    if (mbStopMonitor) mSocket.Shutdown(SHUT_RDWR);
 }
 
 // Called on the receive thread, to which the parser belongs.
 void tcVXCamera_Ethernet::Disconnect()
 {
-    std::lock_guard<std::mutex> lock(mSendMutex);
+    const std::scoped_lock lock(mSendMutex, mSocketMutex);
     mbConnected = false;
     SetLinkState(false);
     mSocket.Close();

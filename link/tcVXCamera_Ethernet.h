@@ -33,7 +33,8 @@ VX_EXPORT std::vector<tsNicInfo> enumNics(bool unused);
 //   destruction. SendMessage may be called from any thread.
 //   Behind a failed attempt the host's name is looked up again on a thread of its own.
 // Locks: mSendMutex serialises stamping and sending, and guards the socket against being closed or
-//   connected meanwhile. It is the innermost lock.
+//   connected meanwhile. Inside it mSocketMutex does the latter alone, for moments; it is the
+//   innermost lock.
 // Owns: its socket and its receive thread.
 class VX_EXPORT tcVXCamera_Ethernet : public tcVXCamera
 {
@@ -84,7 +85,8 @@ private:
     std::unique_ptr<tcHost> mpHost;
     std::mutex mSendMutex;
     HSocket mSocket;
-    bool mbConnected = false; // under mSendMutex
+    std::mutex mSocketMutex;
+    bool mbConnected = false; // changed under both mutexes
     std::thread mMonitorThread;
     std::atomic<bool> mbStopMonitor{false};
     std::mutex mPauseMutex;
