@@ -98,10 +98,13 @@ bool IsDeliveredTo(tcLogConsumer* consumer)
            });
 }
 
-// Takes what can be deleted out of the retired ones.
-std::vector<tcLogConsumer*> TakeUnused(tsLifetime& life)
+// Takes one that can be deleted out of the retired ones; null when there is none. Needs no memory,
+// as it is called where loggers and deliveries end.
+tcLogConsumer* TakeUnused()
 {
-    std::vector<tcLogConsumer*>& retired = life.maRetired;
+    const std::lock_guard<std::mutex> guard(ghLifetime);
+    const tsLifetime& life = Lifetime();
+    std::vector<tcLogConsumer*>& retired = Lifetime().maRetired;
     const auto unreferred = std::partition(retired.begin(), retired.end(), [&life](auto* consumer) {
         return IsReferredTo(life, consumer);
     });
@@ -109,10 +112,19 @@ std::vector<tcLogConsumer*> TakeUnused(tsLifetime& life)
     gbAwaited.store(unreferred != retired.end());
     const auto unused = std::partition(unreferred, retired.end(), IsDeliveredTo);
     gbAwaited.store(unused != unreferred);
-    std::vector<tcLogConsumer*> taken(unused, retired.end());
-    retired.erase(unused, retired.end());
+    tcLogConsumer* taken = nullptr;
+    if (unused != retired.end()) {
+        taken = retired.back();
+        retired.pop_back();
+    }
     gbRetired.store(!retired.empty());
     return taken;
+}
+
+// Provides for that each owned one may be retired without memory.
+void MakeRoom(tsLifetime& life, size_t more)
+{
+    life.maRetired.reserve(life.maRetired.size() + life.mmOwned.size() + more);
 }
 
 bool IsRetired(const tsLifetime& life, tcLogConsumer* consumer)
@@ -218,13 +230,8 @@ void vx::RetireOwned(tcLogConsumer* consumer)
 
 void vx::Reclaim()
 {
-    std::vector<tcLogConsumer*> unused;
-    {
-        const std::lock_guard<std::mutex> guard(ghLifetime);
-        unused = TakeUnused(Lifetime());
-    }
-    for (tcLogConsumer* consumer : unused)
-        delete consumer;
+    while (const tcLogConsumer* unused = TakeUnused())
+        delete unused;
 }
 
 void vx::AddPointer(tcLogConsumer** pointer)
@@ -271,6 +278,7 @@ void tcLog::AdoptConsumer(tcLogConsumer* consumer)
 {
     if (IsPermanent(consumer)) return;
     const std::lock_guard<std::mutex> guard(ghLifetime);
+    MakeRoom(Lifetime(), 1);
     Lifetime().mmOwned.insert(consumer);
 }
 
@@ -279,6 +287,7 @@ void tcLog::RetireConsumer(tcLogConsumer* consumer)
     if (IsPermanent(consumer)) return;
     {
         const std::lock_guard<std::mutex> guard(ghLifetime);
+        MakeRoom(Lifetime(), 1);
         Enlist(Lifetime(), consumer);
     }
     vx::Reclaim();

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <utility>
 
 tcLog::tcLogMap* tcLog::spMap = nullptr;
@@ -43,6 +44,18 @@ char const* OwnVariable(char const* format, std::string const& name)
     char variable[160];
     std::snprintf(variable, sizeof variable, format, name.c_str());
     return std::getenv(variable);
+}
+
+// All of it or, for want of memory, nothing.
+char** NewRing()
+{
+    auto ring = std::make_unique<char*[]>(tcLog::nErrorMessages);
+    auto texts = std::make_unique<std::unique_ptr<char[]>[]>(tcLog::nErrorMessages);
+    for (int i = 0; i < tcLog::nErrorMessages; ++i)
+        texts[i] = std::make_unique<char[]>(tcLog::nErrorMessageSize);
+    for (int i = 0; i < tcLog::nErrorMessages; ++i)
+        ring[i] = texts[i].release();
+    return ring.release();
 }
 
 } // namespace
@@ -104,8 +117,7 @@ tcLog::~tcLog()
     {
         const tcLogGuard guard;
         // Kept: the entry goes even when it is that of another logger of the same name.
-        GetMap()[msName] = nullptr;
-        GetMap().erase(msName);
+        if (spMap) spMap->erase(msName);
     }
     vx::RemoveLogger(this, mpConsumer);
     delete mpErrorConsole;
@@ -137,11 +149,7 @@ void tcLog::Register()
 void tcLog::InitFromEnvironment()
 {
     const tcLogGuard guard;
-    if (!saErrorMsgs) {
-        saErrorMsgs = new char*[nErrorMessages];
-        for (int i = 0; i < nErrorMessages; ++i)
-            saErrorMsgs[i] = new char[nErrorMessageSize]();
-    }
+    if (!saErrorMsgs) saErrorMsgs = NewRing();
     if (std::getenv("TCLOG_NO_ERRORLOG")) {
         std::cout << "tcLog: Disabling Error Logging!!!\n";
         sbErrorEnabled = false;
