@@ -2,14 +2,17 @@
 #ifndef FORWARD_H
 #define FORWARD_H
 
+#include "guarded.h"
 #include "tcVXCamera.h"
 
 // Calls one operation of the camera with that handle; the lookup and its -3 exist only here.
 template <class... Parameters, class... Arguments>
 int Forward(int handle, int (tcVXCamera::*operation)(Parameters...), Arguments... arguments)
 {
-    const tcVXCamera::tcHold camera(handle);
-    return camera ? ((*camera).*operation)(arguments...) : eVXNoCamera;
+    return Guarded([&] {
+        const tcVXCamera::tcHold camera(handle);
+        return camera ? ((*camera).*operation)(arguments...) : eVXNoCamera;
+    });
 }
 
 #endif

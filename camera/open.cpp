@@ -1,21 +1,29 @@
 // C functions with logic of their own: open, close, locate, ready, versions.
 #include "vxcamiface.h"
 
+#include "guarded.h"
 #include "tcConfiguration.h"
 #include "tcVXCamera_Ethernet.h"
 
 #include <arpa/inet.h>
-#include <new>
+#include <exception>
+#include <mutex>
 
-// Asks for a setting of a transport that this library does not have; the value serves nobody.
-static void ReadSetting(const char* section, const char* name, int defaultValue)
-try {
+namespace {
+
+// Asks for a setting of a transport that this library does not have; the value serves nobody. The
+// question enters the item into the configuration, which has no lock of its own.
+int ReadSetting(const char* section, const char* name, int defaultValue)
+{
+    static std::mutex& mutex = *new std::mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
     tcConfiguration::GetInstance()->GetItemInSection(section, name, defaultValue);
-} catch (...) { // out of memory
+    return eVXFailed;
 }
 
-extern "C" int VXOpenENetCamera(const char* address, unsigned short port)
-try {
+// A handle, or -1 with the camera's own error line. Throws for want of memory or threads.
+int Open(const char* address, unsigned short port)
+{
     tcConfiguration::GetInstance(); // is to be loaded before any camera exists
     if (address == nullptr) return eVXFailed;
     std::unique_ptr<tcVXCamera_Ethernet> camera;
@@ -27,12 +35,33 @@ try {
     const int handle = camera->GetHandle();
     if (handle >= 0) camera.release()->Opened(); // the registry holds it until VXCloseCamera
     return handle;
-} catch (...) { // out of memory or threads
-    return eVXFailed;
+}
+
+// For a camera that could not even be made, and so has no logger.
+void LogNotMade(const char* why)
+try {
+    tcLog log("VXCAM", 0);
+    log.logError("VXOpenENetCamera could not make a camera: %s", why);
+} catch (...) { // nor can this be told
+}
+
+} // namespace
+
+extern "C" int VXOpenENetCamera(const char* address, unsigned short port)
+{
+    return Guarded([=] {
+        try {
+            return Open(address, port);
+        } catch (const std::exception& reason) {
+            LogNotMade(reason.what());
+            return static_cast<int>(eVXFailed);
+        }
+    });
 }
 
 extern "C" int VXOpenCameraBySerialNumber(int serial)
 {
+    const tcNoCancel noCancel;
     constexpr int most = 10;
     tsEnetData cameras[most] = {};
     const int found = VXLocateEnetCameras(cameras, most);
@@ -46,23 +75,24 @@ extern "C" int VXOpenCameraBySerialNumber(int serial)
 }
 
 extern "C" int VXLocateEnetCameras(tsEnetData* list, int max)
-try {
+{
+    const tcNoCancel noCancel;
     if (list == nullptr || max < 1) return 0;
     return tcVXCamera_Ethernet::LocateEnetCameras(list, max);
-} catch (...) {
-    return eVXFailed;
 }
 
 extern "C" int VXCloseCamera(int handle)
 {
-    return tcVXCamera::Close(handle);
+    return Guarded([=] { return tcVXCamera::Close(handle); });
 }
 
 extern "C" int VXisCameraReady(int handle)
 {
-    const tcVXCamera::tcHold camera(handle);
-    if (!camera) return eVXNoCamera;
-    return camera->numOpsPending() == 0 ? eVXOk : eVXFailed;
+    return Guarded([=] {
+        const tcVXCamera::tcHold camera(handle);
+        if (!camera) return eVXNoCamera;
+        return camera->numOpsPending() == 0 ? eVXOk : eVXFailed;
+    });
 }
 
 extern "C" int VXGetDllVersion(void)
@@ -77,21 +107,19 @@ extern "C" int VXGetTimingDataSize(void)
 
 extern "C" int VXOpenSerialCamera(void)
 {
-    ReadSetting("SERIAL", "RS232_BAUDRATE", 115200);
-    return eVXFailed;
+    return Guarded([] { return ReadSetting("SERIAL", "RS232_BAUDRATE", 115200); });
 }
 
 extern "C" int VXOpenUSBSerialCamera(void)
 {
-    ReadSetting("SERIAL", "USB_BAUDRATE", 921600);
-    return eVXFailed;
+    return Guarded([] { return ReadSetting("SERIAL", "USB_BAUDRATE", 921600); });
 }
 
 extern "C" int VXOpenHSUSBCamera(int deviceIndex)
 {
     constexpr int configured = -1;
-    if (deviceIndex == configured) ReadSetting("HSUSB", "DEVICEINDEX", 0);
-    return eVXFailed;
+    if (deviceIndex != configured) return eVXFailed;
+    return Guarded([] { return ReadSetting("HSUSB", "DEVICEINDEX", 0); });
 }
 
 extern "C" int VXLocateHSUSBCameras(void)
@@ -103,6 +131,8 @@ extern "C" int VXSetErrorCallback(int handle, tpErrorCallback callback)
 {
     constexpr int process = -1;
     if (handle == process) return tcVXCamera::SetGlobalErrorCallback(callback);
-    const tcVXCamera::tcHold camera(handle);
-    return camera ? camera->SetErrorCallback(callback) : eVXNoCamera;
+    return Guarded([=] {
+        const tcVXCamera::tcHold camera(handle);
+        return camera ? camera->SetErrorCallback(callback) : static_cast<int>(eVXNoCamera);
+    });
 }

@@ -223,6 +223,34 @@ TEST_F(OpenCamera, LeavesTheStandardDescriptorsThatTheHostHasClosedAlone)
     EXPECT_EQ(0, status);
 }
 
+TEST_F(ClosedCamera, TakesFirstCallsFromSeveralThreads)
+{
+    for (int round = 0; round < 500; ++round) {
+        tcConfiguration::CleanUpClassScopeAllocation();
+        tcConfiguration::GetInstance(); // all threads begin with a question to it
+        std::atomic<int> ready{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&ready] {
+                ++ready;
+                while (ready < 4) {
+                    std::this_thread::yield();
+                }
+                EXPECT_EQ(-1, VXOpenSerialCamera());
+                EXPECT_EQ(-1, VXOpenUSBSerialCamera());
+                EXPECT_EQ(-1, VXOpenHSUSBCamera(-1));
+                EXPECT_EQ(0x00030007, VXGetDllVersion());
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_TRUE(WasAsked("SERIAL/RS232_BAUDRATE"));
+        EXPECT_TRUE(WasAsked("SERIAL/USB_BAUDRATE"));
+        EXPECT_TRUE(WasAsked("HSUSB/DEVICEINDEX"));
+    }
+}
+
 // ---- Inside a callback -----------------------------------------------------------------------
 
 struct tsInside {
