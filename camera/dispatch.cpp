@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 namespace {
 
@@ -44,7 +43,7 @@ public:
     tcDispatchScope(const tcDispatchScope&) = delete;
     tcDispatchScope& operator=(const tcDispatchScope&) = delete;
 
-    static const tcVXCamera* Innermost()
+    static tcVXCamera* Innermost()
     {
         return tpInnermost != nullptr ? &tpInnermost->mCamera : nullptr;
     }
@@ -60,13 +59,13 @@ public:
 private:
     static thread_local const tcDispatchScope* tpInnermost;
 
-    const tcVXCamera& mCamera;
+    tcVXCamera& mCamera;
     const tcDispatchScope* mpOuter;
 };
 
 thread_local const tcVXCamera::tcDispatchScope* tcVXCamera::tcDispatchScope::tpInnermost = nullptr;
 
-const tcVXCamera* tcVXCamera::CallingCamera()
+tcVXCamera* tcVXCamera::CallingCamera()
 {
     return tcDispatchScope::Innermost();
 }
@@ -188,12 +187,12 @@ void tcVXCamera::Dispatch(tuCameraMessages& message, uint32_t id)
     }
 }
 
-void tcVXCamera::TellLink(teLinkEvent event, const std::string& words)
+void tcVXCamera::TellLink(teLinkEvent event, const char* words)
 {
     if (!mpExtension->linkCallback.IsSet()) return;
     tcDispatchScope scope(*this);
     const tsLinkRecord record{sizeof record, event, ThisMoment(), mpLedger->Read().ConnectionsLost,
-                              words.c_str()};
+                              words};
     mpExtension->linkCallback.Call(mnHandle, &record);
 }
 
@@ -352,16 +351,18 @@ void tcVXCamera::OnCameraError(tuCameraMessages& message, tsRequestItem*)
 {
     tcLedger::Add(mpLedger->Figures().CameraErrors);
     const auto error = PayloadAt<tsCameraErrorMsg>(message, 0);
-    std::string text;
+    char text[gnLargestMessage]; // no memory of which there might be none
+    char* end = text;
     if (message.header.Length > sizeof error) {
         const auto* begin = message.bytes + gnHeaderBytes + sizeof error;
-        const auto* end = message.bytes + gnHeaderBytes + message.header.Length;
-        text.assign(begin, std::find(begin, end, 0));
+        const auto* last = message.bytes + gnHeaderBytes + message.header.Length;
+        end = std::copy(begin, std::find(begin, last, 0), text);
     }
-    mLog.logError("VXCAMERA: %d-%d %s", error.Code, error.SubCode, text.c_str());
-    if (tpErrorCallback callback = mpErrorCallback) {
-        std::string copy = text; // is the callback's to write to
-        callback(mnHandle, error.Code, error.SubCode, copy.data());
-    }
+    *end = '\0';
+    mLog.logError("VXCAMERA: %d-%d %s", error.Code, error.SubCode, text);
     TellCameraError(error.Code, error.SubCode, text);
+    // The text is this callback's to write to.
+    if (tpErrorCallback callback = mpErrorCallback) {
+        callback(mnHandle, error.Code, error.SubCode, text);
+    }
 }

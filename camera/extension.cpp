@@ -3,6 +3,7 @@
 #include "tcLedger.h"
 
 #include <algorithm>
+#include <utility>
 
 template <class Callback>
 int tcVXCamera::SetSlot(tcCallbackSlot<Callback>& slot, Callback callback, void* user)
@@ -42,15 +43,15 @@ int tcVXCamera::ReadoutResult()
 void tcVXCamera::LinkLost()
 {
     tcLedger::Add(mpLedger->Figures().ConnectionsLost);
-    std::string words;
+    tcWords words;
     {
         const tStackLock lock(mStackMutex);
         for (tsReadoutFacts& readout : mpExtension->readouts) {
             if (readout.runs) mpExtension->readoutEnd.End(readout.number, eReadoutLinkLost);
         }
-        words.swap(mpExtension->lastWords);
+        std::swap(words, mpExtension->lastWords);
     }
-    TellLink(eLinkLost, words);
+    TellLink(eLinkLost, words.Text());
 }
 
 void tcVXCamera::LinkRestored()
@@ -72,18 +73,17 @@ void tcVXCamera::TellHeartBeat(const tuCameraMessages& message)
     mpExtension->heartBeatCallback.Call(mnHandle, &record);
 }
 
-void tcVXCamera::TellCameraError(uint32_t code, uint32_t subCode, const std::string& text)
+void tcVXCamera::TellCameraError(uint32_t code, uint32_t subCode, const char* text)
 {
     uint32_t running = 0;
     {
         const tStackLock lock(mStackMutex);
-        mpExtension->lastWords = text;
+        mpExtension->lastWords.Set(text);
         for (const tsReadoutFacts& readout : mpExtension->readouts) {
             if (readout.runs) running = std::max(running, readout.number);
         }
     }
     if (!mpExtension->errorCallback.IsSet()) return;
-    const tsCameraErrorRecord record{sizeof record, code,         subCode,
-                                     running,       text.c_str(), ThisMoment()};
+    const tsCameraErrorRecord record{sizeof record, code, subCode, running, text, ThisMoment()};
     mpExtension->errorCallback.Call(mnHandle, &record);
 }

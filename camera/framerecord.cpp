@@ -2,6 +2,7 @@
 #include "tcExtension.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -75,7 +76,8 @@ void MakeRelative(std::vector<uint32_t>& rows, const tsRegion& shown)
 
 // ---- Readouts -----------------------------------------------------------------------------------
 
-void tcVXCamera::BeginReadoutFacts(teFrameKind frames, teReadoutKind kind)
+void tcVXCamera::BeginReadoutFacts(teFrameKind frames, teReadoutKind kind,
+                                   std::vector<tsRegion> regions)
 {
     tsReadoutFacts& facts = mpExtension->readouts[frames];
     facts = {};
@@ -84,8 +86,8 @@ void tcVXCamera::BeginReadoutFacts(teFrameKind frames, teReadoutKind kind)
     facts.kind = kind;
     facts.sensor = {mbGeometryTold, mnRows, mnColumns, 0};
     facts.exposure = static_cast<uint32_t>(mnExposure);
+    facts.regions = std::move(regions);
     if (kind == eReadoutArea) {
-        facts.regions = RegionsToRead();
         const tsRegion around = Around(facts.regions);
         const uint32_t area[] = {around.column, around.row, around.columns, around.rows};
         std::copy(std::begin(area), std::end(area), facts.area);

@@ -1,4 +1,5 @@
 // Engineering: user-defined messages, the link test and the engineering command.
+#include "guarded.h"
 #include "tcVXCamera.h"
 
 #include <algorithm>
@@ -45,6 +46,23 @@ void FillPattern(const tsLinkTestCmd& test, uint8_t* data, size_t length)
 
 } // namespace
 
+// Ends the attachment of a link test's record.
+class tcVXCamera::tcLinkTestEnd
+{
+public:
+    explicit tcLinkTestEnd(tcVXCamera& camera) : mCamera(camera) {}
+    ~tcLinkTestEnd()
+    {
+        const tStackLock lock(mCamera.mStackMutex);
+        mCamera.mpLinkTest = nullptr;
+    }
+    tcLinkTestEnd(const tcLinkTestEnd&) = delete;
+    tcLinkTestEnd& operator=(const tcLinkTestEnd&) = delete;
+
+private:
+    tcVXCamera& mCamera;
+};
+
 int tcVXCamera::SendUserDefined(void* message)
 {
     LogEntered("SendUserDefined");
@@ -61,10 +79,9 @@ int tcVXCamera::SendLinkTestData(tsLinkTestCmd* test)
         if (mpLinkTest != nullptr) return eVXFailed;
         mpLinkTest = test;
     }
-    const int result = RunLinkTest(*test);
-    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
-    mpLinkTest = nullptr;
-    return result;
+    const tcNoCancel noCancel;
+    const tcLinkTestEnd end(*this);
+    return RunLinkTest(*test);
 }
 
 int tcVXCamera::RunLinkTest(tsLinkTestCmd& test)

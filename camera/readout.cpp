@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 // Where the pixels of one packet go.
 struct tcVXCamera::tsPlacement {
@@ -94,6 +95,9 @@ private:
 uint32_t tcVXCamera::StartReadout(int item, teReadoutKind kind, void* buffer,
                                   unsigned short* maximum, short frames)
 {
+    // What takes memory comes before the item is armed.
+    std::vector<tsRegion> regions;
+    if (kind == eReadoutArea) regions = RegionsToRead();
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);
     LevelAreaItems();
     // Both kinds of area readout are the camera's one.
@@ -115,7 +119,7 @@ uint32_t tcVXCamera::StartReadout(int item, teReadoutKind kind, void* buffer,
     request.limits = ToldLimits();
     mbOutsideReported = false;
     ++mnReadoutSerial;
-    BeginReadoutFacts(KindOf(item), kind);
+    BeginReadoutFacts(KindOf(item), kind, std::move(regions));
     return mnReadoutSerial;
 }
 

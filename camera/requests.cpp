@@ -1,4 +1,5 @@
 // Request items: arm, send, wait, time out.
+#include "guarded.h"
 #include "tcExtension.h"
 
 #include <algorithm>
@@ -52,6 +53,7 @@ int tcVXCamera::RefuseOnReceiveThread(const char* operation)
 int tcVXCamera::SendAndWait(tuCameraMessages* msg, int item, long* result1, long* result2,
                             int count)
 {
+    const tcNoCancel noCancel;
     if (RefuseOnReceiveThread("SendAndWait") != eVXOk || CallerIsClosing()) return eVXFailed;
     tsRequestWaiter waiter;
     {
@@ -209,6 +211,7 @@ int tcVXCamera::numOpsPending()
 
 int tcVXCamera::WaitCompletion(int timeoutMs)
 {
+    const tcNoCancel noCancel;
     mLog.logDebug(4, "tcVXCamera::WaitCompletion Entered");
     if (RefuseOnReceiveThread("WaitCompletion") != eVXOk) return eVXFailed;
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <memory>
 #include <thread>
 
 // ---- Area -------------------------------------------------------------------------------------
@@ -150,16 +149,17 @@ int tcVXCamera::GetTable(const tsCommand<tsWordMsg>& command, int index, unsigne
                          int* size)
 {
     if (table == nullptr || size == nullptr) return eVXArgument;
-    const auto answer = std::make_unique<tuCameraMessages>(); // zeroed, as large as any answer
-    const int result = Ask(command, {static_cast<uint32_t>(index)}, answer.get());
+    tuCameraMessages answer; // as large as any
+    memset(&answer, 0, sizeof answer);
+    const int result = Ask(command, {static_cast<uint32_t>(index)}, &answer);
     const int head = gnHeaderBytes + static_cast<int>(offsetof(tsBinTableMsg, Table));
-    const int carried = std::max(0, answer->header.Length + gnHeaderBytes - head);
-    const int length = std::min<int>(answer->BinTable.payload.TableLength, carried);
+    const int carried = std::max(0, answer.header.Length + gnHeaderBytes - head);
+    const int length = std::min<int>(answer.BinTable.payload.TableLength, carried);
     const int room = *size;
     *size = length;
     if (result != eVXOk) return result;
     if (room < length) return eVXSize;
-    memcpy(table, answer->bytes + head, static_cast<size_t>(length));
+    memcpy(table, answer.bytes + head, static_cast<size_t>(length));
     return eVXOk;
 }
 

@@ -7,7 +7,7 @@
 #include "tcLedger.h"
 #include "tcVXCamera.h"
 
-#include <string>
+#include <cstring>
 #include <vector>
 
 // The frames that a readout item is about.
@@ -67,6 +67,22 @@ private:
     std::atomic<int> mnResult{eReadoutNone};
 };
 
+// What a camera told, or its first 1023 bytes: kept where there is always room for it.
+class tcWords
+{
+public:
+    void Set(const char* text)
+    {
+        const size_t length = strnlen(text, sizeof maText - 1);
+        memcpy(maText, text, length);
+        maText[length] = '\0';
+    }
+    const char* Text() const { return maText; }
+
+private:
+    char maText[1024] = {};
+};
+
 // Threads: the callbacks as told there; everything else is used with the camera's request lock.
 struct tsExtension {
     tcCallbackSlot<tpFrameCallback> frameCallback;
@@ -78,7 +94,7 @@ struct tsExtension {
     tcFrameAccount frames[eFrameKinds];
     tcReadoutEnd readoutEnd;
     std::vector<tsRegion> regions; // that were set instead of an area; with the area's lock
-    std::string lastWords;         // the error that the camera told last on this connection
+    tcWords lastWords;             // the error that the camera told last on this connection
 };
 
 #endif

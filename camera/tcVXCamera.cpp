@@ -4,15 +4,14 @@
 #include "tcExtension.h"
 
 #include <algorithm>
+#include <new>
 #include <string>
 
 // What guards the map of cameras, and what is known of those that leave it. Never destroyed:
 // threads may still look cameras up while the process exits.
 struct tcVXCamera::tsRegistry {
     std::mutex mutex;
-    std::condition_variable released;   // a camera that is being closed
-    std::map<int, tcVXCamera*> closing; // until they are deleted
-    std::map<int, int> waiting;         // receive thread of a camera for the other it closes
+    std::condition_variable released; // a camera that is being closed
 
     static tsRegistry& Instance()
     {
@@ -30,13 +29,13 @@ struct tcVXCamera::tsRegistry {
     }
 
     // Whether the receive thread of one camera waits until the other is closed, by way of others.
-    bool WaitsFor(int handle, int other) const
+    static bool WaitsFor(const tcVXCamera& camera, const tcVXCamera& other)
     {
-        for (auto next = waiting.find(handle); next != waiting.end();
-             next = waiting.find(next->second)) {
-            if (next->second == other) return true;
+        const tcVXCamera* next = camera.mpClosing;
+        while (next != nullptr && next != &other) {
+            next = next->mpClosing;
         }
-        return false;
+        return next != nullptr;
     }
 };
 
@@ -108,16 +107,15 @@ int tcVXCamera::Close(int handle)
     std::unique_lock<std::mutex> lock(registry.mutex);
     tcVXCamera* camera = tsRegistry::FindOpen(handle);
     if (camera == nullptr) return eVXNoCamera;
-    const tcVXCamera* calling = CallingCamera();
-    const int caller = calling != nullptr ? calling->mnHandle : -1;
-    if (camera->OnReceiveThread() || (caller >= 0 && registry.WaitsFor(handle, caller))) {
+    tcVXCamera* caller = CallingCamera();
+    if (camera->OnReceiveThread() || (caller != nullptr && registry.WaitsFor(*camera, *caller))) {
         lock.unlock();
         camera->mLog.logError("%s would wait for the thread it was called on", "VXCloseCamera");
         return eVXFailed;
     }
     gpCameraMap->erase(static_cast<unsigned>(handle));
-    registry.closing[handle] = camera;
-    if (caller >= 0) registry.waiting[caller] = handle;
+    if (caller != nullptr) caller->mpClosing = camera;
+    camera->mpCloser = caller;
     camera->mbClosing = true;
     lock.unlock();
     camera->Interrupt();
@@ -127,8 +125,6 @@ int tcVXCamera::Close(int handle)
     registry.released.wait(lock, [camera] { return camera->mnHolds == 0; });
     lock.unlock();
     delete camera;
-    lock.lock();
-    if (caller >= 0) registry.waiting.erase(caller);
     return eVXOk;
 }
 
@@ -150,8 +146,9 @@ void tcVXCamera::Opened()
 
 int tcVXCamera::GetVersion()
 {
-    DllVersion = 0x00030007;
-    return static_cast<int>(DllVersion);
+    constexpr unsigned version = 0x00030007;
+    __atomic_store_n(&DllVersion, version, __ATOMIC_RELAXED); // applications see a plain number
+    return static_cast<int>(version);
 }
 
 int tcVXCamera::SetGlobalErrorCallback(tpErrorCallback callback)
@@ -164,34 +161,45 @@ tcVXCamera::tcVXCamera(teMonitor monitor)
     : mpParser(std::make_unique<tcCamParser>(nullptr, gnLargestMessage, false)),
       mpExtension(std::make_unique<tsExtension>()), mpLedger(std::make_unique<tcLedger>())
 {
+    if (mpParser->ResetParser(nullptr, gnLargestMessage) == 0) throw std::bad_alloc(); // no buffer
     mpParser->RegisterCallback(&tcVXCamera::DispatchCallbackParser, this);
-    {
-        std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
-        mbOpening = tbOpening;
-        if (gpCameraMap == nullptr) {
-            gpCameraMap = new std::map<unsigned, tcVXCamera*>;
-            gnCameraCount = 0;
-        }
-        mnHandle = static_cast<int>(gnCameraCount);
-        (*gpCameraMap)[gnCameraCount] = this;
-        ++gnCameraCount;
-        // The logger's number is the count of cameras, so always the handle + 1.
-        mLog.SetTag(("VXCAM" + std::to_string(gnCameraCount)).c_str());
-    }
+    EnterRegistry();
     if (monitor == teMonitor::eManual) return;
-    mbMonitorRunning = true;
-    mMonitorThread = std::thread(&tcVXCamera::DispatchMonitorStackThread, this);
+    try {
+        mbMonitorRunning = true;
+        mMonitorThread = std::thread(&tcVXCamera::DispatchMonitorStackThread, this);
+    } catch (...) {
+        LeaveRegistry();
+        throw;
+    }
 }
 
 tcVXCamera::~tcVXCamera()
 {
-    {
-        tsRegistry& registry = tsRegistry::Instance();
-        std::lock_guard<std::mutex> lock(registry.mutex);
-        gpCameraMap->erase(static_cast<unsigned>(mnHandle));
-        registry.closing.erase(mnHandle);
-    }
+    LeaveRegistry();
     StopMonitor();
+}
+
+void tcVXCamera::EnterRegistry()
+{
+    std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
+    mbOpening = tbOpening;
+    if (gpCameraMap == nullptr) {
+        gpCameraMap = new std::map<unsigned, tcVXCamera*>;
+        gnCameraCount = 0;
+    }
+    // The logger's number is the count of cameras, so always the handle + 1.
+    mLog.SetTag(("VXCAM" + std::to_string(gnCameraCount + 1)).c_str());
+    (*gpCameraMap)[gnCameraCount] = this;
+    mnHandle = static_cast<int>(gnCameraCount++);
+}
+
+void tcVXCamera::LeaveRegistry()
+{
+    std::lock_guard<std::mutex> lock(tsRegistry::Instance().mutex);
+    gpCameraMap->erase(static_cast<unsigned>(mnHandle));
+    if (mpCloser != nullptr) mpCloser->mpClosing = nullptr;
+    mpCloser = nullptr;
 }
 
 int tcVXCamera::SetHeartBeatCallback(tpHeartBeatCallback callback)

@@ -373,7 +373,7 @@ protected:
     // True on the thread that is dispatching a message of this camera, in a callback that is.
     bool OnReceiveThread() const;
     // The camera whose message the calling thread is dispatching, or null.
-    static const tcVXCamera* CallingCamera();
+    static tcVXCamera* CallingCamera();
     // What a transport tells about its traffic: bytes read, before they are parsed, and on the same
     // thread after that; messages sent, one thread at a time; connections, on the receive thread.
     void CountReceived(int bytes);
@@ -437,7 +437,7 @@ private:
     using tpHandler = void (tcVXCamera::*)(tuCameraMessages& message, tsRequestItem* item);
     struct tsHandlers;
     void Dispatch(tuCameraMessages& message, uint32_t id);
-    void TellLink(teLinkEvent event, const std::string& words);
+    void TellLink(teLinkEvent event, const char* words);
     void Deliver(tuCameraMessages& message, const tsAnswer& row);
     void OnExposure(tuCameraMessages& message, tsRequestItem* item);
     void OnHardware(tuCameraMessages& message, tsRequestItem* item);
@@ -487,10 +487,10 @@ private:
     template <class Callback>
     int SetSlot(tcCallbackSlot<Callback>& slot, Callback callback, void* user);
     void TellHeartBeat(const tuCameraMessages& message);
-    void TellCameraError(uint32_t code, uint32_t subCode, const std::string& text);
+    void TellCameraError(uint32_t code, uint32_t subCode, const char* text);
 
     // framerecord.cpp
-    void BeginReadoutFacts(teFrameKind frames, teReadoutKind kind);
+    void BeginReadoutFacts(teFrameKind frames, teReadoutKind kind, std::vector<tsRegion> regions);
     void NoteCommandSent(teFrameKind frames, uint32_t number, bool isSent);
     tsReadoutFacts& ReadoutOf(teFrameKind frames);
     void EndReadoutFacts(const tsRequestItem& item, teReadoutResult how);
@@ -511,14 +511,21 @@ private:
     int SetTable(const tsCommand<tsBinTableMsg>& command, unsigned char* table, int index,
                  uint32_t length);
     int GetTable(const tsCommand<tsWordMsg>& command, int index, unsigned char* table, int* size);
+    class tcLinkTestEnd;
     int RunLinkTest(tsLinkTestCmd& test);
 
     struct tsRegistry;
+    void EnterRegistry();
+    void LeaveRegistry();
 
     std::unique_ptr<tsExtension> mpExtension;
     int mnHandle = -1;
     int mnHolds = 0;        // under the registry's mutex
     bool mbOpening = false; // likewise
+    // Likewise, where a callback closes a camera: the one that its receive thread is closing, and
+    // the one whose receive thread is closing this one.
+    tcVXCamera* mpClosing = nullptr;
+    tcVXCamera* mpCloser = nullptr;
     std::atomic<bool> mbClosing{false};
     std::string msLinkType, msLinkAddress; // likewise
     std::atomic<const char*> mpLinkState{"unknown"};

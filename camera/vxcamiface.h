@@ -27,6 +27,9 @@
  *     threads that ask one camera the same thing at once: one of them gets -1. A camera
  *     may be closed while others use it: calls that wait return -1, new ones -3, and of two threads
  *     that close it one gets 0 and the other -3. A handle is -3 until its opening has returned it.
+ *     A thread that is cancelled (pthread_cancel) inside a function ends that function first.
+ *  8. Scarcity. Where memory or a thread cannot be had, the function fails with -1 and leaves
+ *     nothing behind. Closing needs neither.
  */
 #ifndef VXCAMIFACE_H
 #define VXCAMIFACE_H

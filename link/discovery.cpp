@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <ifaddrs.h>
+#include <memory>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -50,16 +51,17 @@ public:
     ~tcSocketSet()
     {
         for (const pollfd& socket : mvSockets) {
-            close(socket.fd);
+            if (socket.fd >= 0) close(socket.fd);
         }
     }
 
     // A broadcasting socket bound to an interface's address.
     bool Add(in_addr_t address)
     {
+        mvSockets.push_back({-1, POLLIN, 0});
         const int fd = vx::OpenSocket(AF_INET, SOCK_DGRAM);
         if (fd < 0) return false;
-        mvSockets.push_back({fd, POLLIN, 0});
+        mvSockets.back().fd = fd;
         const int on = 1;
         if (setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0) return false;
         return Bind(fd, address);
@@ -145,6 +147,7 @@ std::vector<tsNicInfo> enumNics(bool)
     ifaddrs* first = nullptr;
     const vx::tcAboveStandard above; // the list comes through a socket
     if (getifaddrs(&first) != 0) return nics;
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> list(first, freeifaddrs);
     for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
         if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) continue;
         char host[NI_MAXHOST];
@@ -153,11 +156,11 @@ std::vector<tsNicInfo> enumNics(bool)
             nics.push_back({entry->ifa_name, "", host});
         }
     }
-    freeifaddrs(first);
     return nics;
 }
 
-int tcVXCamera_Ethernet::LocateEnetCameras(tsEnetData* list, int max)
+// Throws for want of memory.
+static int Locate(tsEnetData* list, int max)
 {
     tcSocketSet sockets;
     for (const tsNicInfo& nic : enumNics(false)) {
@@ -181,4 +184,11 @@ int tcVXCamera_Ethernet::LocateEnetCameras(tsEnetData* list, int max)
         }
     }
     return found;
+}
+
+int tcVXCamera_Ethernet::LocateEnetCameras(tsEnetData* list, int max)
+try {
+    return Locate(list, max);
+} catch (const std::exception&) {
+    return eVXFailed;
 }

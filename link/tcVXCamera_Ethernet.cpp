@@ -56,6 +56,16 @@ tcVXCamera_Ethernet::~tcVXCamera_Ethernet()
 }
 
 int tcVXCamera_Ethernet::Initialize()
+try {
+    return Open();
+} catch (const std::exception& reason) { // out of memory or threads
+    mLog.logError("tcVXCamera_Ethernet::Initialize %s", reason.what());
+    StopReceiving();
+    Disconnect();
+    return 0;
+}
+
+int tcVXCamera_Ethernet::Open()
 {
     mLog.logDebug(1, "tcVXCamera_Ethernet::Initialize Entered");
     mbStopMonitor = false;
@@ -75,6 +85,7 @@ int tcVXCamera_Ethernet::Initialize()
     peer.GetPeerName(mSocket);
     mpHost->SetAddress(peer.GetIPAddr());
     SetConnected();
+    if (!mpReceived) mpReceived = std::make_unique<char[]>(gnReceiveBytes);
     mMonitorThread = std::thread(DispatchMonitorThread, this);
     EnableNoOps(0, 0);
 
@@ -172,13 +183,13 @@ void* tcVXCamera_Ethernet::DispatchMonitorThread(void* self)
 
 void tcVXCamera_Ethernet::MonitorThread()
 {
-    const std::unique_ptr<char[]> buffer(new char[gnReceiveBytes]);
+    char* buffer = mpReceived.get();
     mLog.logDebug(10, "tcVXCamera_Ethernet::MonitorThread Entered");
     while (!mbStopMonitor) {
-        const int n = Receive(buffer.get(), gnReceiveBytes);
+        const int n = Receive(buffer, gnReceiveBytes);
         if (n > 0) {
             for (int at = 0; at < n && !mbStopMonitor; at += gnPieceBytes) {
-                TakePiece(buffer.get() + at, std::min(gnPieceBytes, n - at));
+                TakePiece(buffer + at, std::min(gnPieceBytes, n - at));
             }
         } else if (n == -1) {
             // An error that lasts must not take the whole core.
@@ -273,16 +284,14 @@ bool tcVXCamera_Ethernet::PauseUntil(steady_clock::time_point time)
 void tcVXCamera_Ethernet::DumpBytes(const char* bytes, int length)
 {
     constexpr int bytesPerLine = 16;
-    std::string line;
+    char line[128];
+    int end = 0; // of the text in it
     for (int i = 0; i < length; ++i) {
         if (i % bytesPerLine == 0 || i == length - 1) {
-            if (i != 0) mLog.logDebug(15, "%s", line.c_str());
-            char start[32];
-            snprintf(start, sizeof start, "0x%08X -", static_cast<unsigned>(i));
-            line = start;
+            if (i != 0) mLog.logDebug(15, "%s", line);
+            end = snprintf(line, sizeof line, "0x%08X -", static_cast<unsigned>(i));
         }
-        char byte[32];
-        snprintf(byte, sizeof byte, "[%2X]", static_cast<unsigned char>(bytes[i]));
-        line += byte;
+        end += snprintf(line + end, sizeof line - static_cast<size_t>(end), "[%2X]",
+                        static_cast<unsigned char>(bytes[i]));
     }
 }

@@ -70,6 +70,7 @@ protected:
     std::chrono::milliseconds mSendLimit{5000}; // without progress
 
 private:
+    int Open();
     int Transmit(tsMsgHeader* frame, std::chrono::milliseconds limit, bool endsLink);
     int SendBytes(const char* bytes, int length, std::chrono::milliseconds limit);
     void StopReceiving();
@@ -86,7 +87,8 @@ private:
     std::mutex mSendMutex;
     HSocket mSocket;
     std::mutex mSocketMutex;
-    bool mbConnected = false; // changed under both mutexes
+    bool mbConnected = false;           // changed under both mutexes
+    std::unique_ptr<char[]> mpReceived; // by the receive thread
     std::thread mMonitorThread;
     std::atomic<bool> mbStopMonitor{false};
     std::mutex mPauseMutex;
