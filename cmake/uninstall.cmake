@@ -9,9 +9,9 @@ foreach(_file IN LISTS _files)
     message(STATUS "Removing ${_file}")
     file(REMOVE ${_file})
   endif()
-  # Not what others may use, too: only folders that carry our name, or lie in one.
+  # Not what others may use, too: only folders that carry our name, and their documents.
   get_filename_component(_folder ${_file} DIRECTORY)
-  while(_folder MATCHES "/vxcam[^/]*(/|$)")
+  while(_folder MATCHES "/vxcam[^/]*(/docs)?$")
     file(GLOB _rest ${_folder}/*)
     if(_rest)
       break()

@@ -125,6 +125,10 @@ std::vector<tsCall> Callbacks()
         {"VXSetHeartBeatCallback", Set(VXSetHeartBeatCallback, nullptr), "0:"},
         {"VXSetErrorCallback", Set(VXSetErrorCallback, nullptr), "0:"},
         {"VXSetUserDefinedCallback", Set(VXSetUserDefinedCallback, nullptr), "0:"},
+        {"VXSetFrameCallback", Set(VXSetFrameCallback, nullptr, nullptr), "0:"},
+        {"VXSetLinkCallback", Set(VXSetLinkCallback, nullptr, nullptr), "0:"},
+        {"VXSetHeartBeatRecordCallback", Set(VXSetHeartBeatRecordCallback, nullptr, nullptr), "0:"},
+        {"VXSetCameraErrorCallback", Set(VXSetCameraErrorCallback, nullptr, nullptr), "0:"},
     };
 }
 
@@ -227,7 +231,7 @@ std::vector<tsCall> TemperaturesTriggersAndPins()
 
 std::vector<tsCall> Images()
 {
-    static unsigned short values[] = {100};
+    static unsigned short values[] = {25600}; // 100 in 8 bits
     static tsRecordParams recording{{1, 2, 3}, "somewhere"};
     auto* pixels = reinterpret_cast<unsigned short*>(gaImage);
     auto* binned = reinterpret_cast<long*>(gaImage);
@@ -240,10 +244,14 @@ std::vector<tsCall> Images()
         {"VXSetShearingParams", Set(VXSetShearingParams, 1, 2U, 3U, 4U), "0:"},
         {"VXSetRecording", Set(VXSetRecording, &recording, 0), "0:"},
         {"VXReadCCDArea", Read(VXReadCCDArea, pixels, short{1}, uint16_t{0}), "0: 0 1"},
+        {"VXReadCCDArea8",
+         Read(VXReadCCDArea8, reinterpret_cast<unsigned char*>(gaImage), short{1}, uint16_t{0}),
+         "0: 0 1"},
         {"VXReadCCDBinned", Read(VXReadCCDBinned, binned, nullptr, short{1}, uint16_t{0}),
          "0: 0 1"},
         {"VXReadCCDMaskBinned", Read(VXReadCCDMaskBinned, binned, nullptr, short{1}, uint16_t{0}),
          "0: 0 1"},
+        {"VXReadoutResult", Set(VXReadoutResult), std::to_string(eReadoutComplete) + ":"},
         {"VXGetReadProgress", Get(VXGetReadProgress), "100: 1"},
         {"VXOverrideImageTimout", Set(VXOverrideImageTimout, 5000), "0:"},
         {"VXAbortRead", Set(VXAbortRead), "0:"},
@@ -255,7 +263,7 @@ std::vector<tsCall> Images()
              const int result = VXGetStatistics(handle, &figures, sizeof figures);
              return Told(result, figures.FramesComplete, figures.FramesPending);
          },
-         "0: 3 0"},
+         "0: 4 0"},
     };
 }
 
@@ -354,11 +362,12 @@ std::vector<tsCall> AllCalls()
     return all;
 }
 
-// The functions the header declares, and whether they take a handle.
+// The functions that the headers declare, and whether they take a handle.
 std::map<std::string, bool> Declared()
 {
     std::ostringstream text;
-    text << std::ifstream(VX_SOURCE_DIR "/camera/vxcamiface.h").rdbuf();
+    text << std::ifstream(VX_SOURCE_DIR "/camera/vxcamiface.h").rdbuf()
+         << std::ifstream(VX_SOURCE_DIR "/camera/vxcamext.h").rdbuf();
     const std::string code =
         std::regex_replace(text.str(), std::regex(R"(/\*[^*]*\*+([^/*][^*]*\*+)*/|//[^\n]*)"), " ");
     std::map<std::string, bool> functions;
