@@ -110,6 +110,7 @@ private:
 
     tcFuzzInput& mInput;
     tsGeometry mGeometry;
+    bool mbAnsweredInBytes = false;                  // pixels of 8 bits have come
     std::unique_ptr<tcExact> mpImages[2], mpMaximum; // of 16 and 32 bits
     bool mbReceiving = false, mbOpening = false;
 };
