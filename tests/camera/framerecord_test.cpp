@@ -151,7 +151,8 @@ TEST_F(FrameRecord, ComesBehindTheImageCallbackWithAllOfTheFrame)
     told = &mTold;
     toldBefore = 99;
     mCamera.SetImageDataCallback([](int, tsImageData*) { toldBefore = told->size(); });
-    Read(e16Bit, *std::make_unique<tcImage>(e16Bit, 128));
+    tcImage image(e16Bit, 128);
+    Read(e16Bit, image);
     FeedFrame(e16Bit, true);
     EXPECT_EQ(toldBefore, 0U);
     EXPECT_EQ(mTold.size(), 1U);
