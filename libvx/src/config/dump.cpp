@@ -2,6 +2,7 @@
 
 #include "StringTokenizer.h"
 #include "vxdescriptors.h"
+#include "vxtimezone.h"
 
 #include <cstdio>
 #include <ctime>
@@ -16,7 +17,7 @@ std::string Now()
 {
     const std::time_t now = std::time(nullptr);
     char text[64] = "\n";
-    tzset(); // the zone may have been changed, by a configuration file for one
+    vx::TakeTimeZone();
     ctime_r(&now, text);
     return text;
 }

@@ -1,5 +1,7 @@
 #include "record.h"
 
+#include "vxtimezone.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -34,7 +36,7 @@ const char* TimeText(int32_t seconds)
 
     const time_t clock = seconds;
     tm local;
-    tzset();
+    vx::TakeTimeZone();
     if (localtime_r(&clock, &local) == nullptr ||
         std::strftime(cache.maText, nTimeSize, "%Y%m%d-%H:%M:%S", &local) == 0) {
         cache.maText[0] = '\0';
