@@ -43,7 +43,8 @@ Value::Content Value::wholeOf(bool isNegative, uint64_t bits)
 Value::Content Value::timeOf(long double seconds)
 {
     const long double count = std::round(seconds * kNanoseconds);
-    const auto most = static_cast<long double>(std::numeric_limits<int64_t>::max() / 2);
+    constexpr int64_t half = std::numeric_limits<int64_t>::max() / 2;
+    const auto most = static_cast<long double>(half);
     if (!(std::abs(count) <= most)) return static_cast<double>(seconds);
     return Time(static_cast<int64_t>(count));
 }
