@@ -83,7 +83,8 @@ TEST_F(LogFormat, KeepsABarePercentSignAtTheEnd)
     const char* const progress = format.c_str();
     mLog.logDebug(1, progress);
     EXPECT_STREQ("progress 100%", mRecords.Only().message);
-    mLog.logError(progress);
+    void (tcLog::*error)(const char*, ...) = &tcLog::logError;
+    (mLog.*error)(progress);
     EXPECT_STREQ("progress 100%", mRecords.Only().message);
     mLog << progress;
     EXPECT_STREQ("progress 100%", mRecords.Only().message);

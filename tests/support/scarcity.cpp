@@ -106,9 +106,12 @@ void operator delete[](void* memory, size_t) noexcept
 
 #else
 
+// The C library's own names.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" void* __libc_malloc(size_t size);
 extern "C" void* __libc_calloc(size_t count, size_t size);
 extern "C" void* __libc_realloc(void* memory, size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
 
 template <class Call>
 static void* Allocate(Call call)
