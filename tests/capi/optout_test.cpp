@@ -1,5 +1,5 @@
 // Programs and modules that decide when they are built whether the process has a debug daemon.
-#include "shell.h"
+#include "installed.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,6 @@
 #include <filesystem>
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // Each prints how many threads it has once the library is there: the daemon's starts with that.
 const std::string gsPrint = R"(
@@ -48,20 +46,15 @@ const std::string gsNoC = "const int VXNoDebugServices = 1;\n";
 const std::string gsNoCxx = "extern \"C\" const int VXNoDebugServices = 1;\n";
 
 // Programs are built as the README's is, with one more flag or word each.
-class OptOut : public ::testing::Test
+class OptOut : public Installed
 {
 protected:
     OptOut()
     {
-        std::string pattern = (fs::temp_directory_path() / "vxcamiface-XXXXXX").string();
-        msFolder = mkdtemp(pattern.data());
-        setenv("PKG_CONFIG_PATH", VX_PREFIX "/" VX_LIBDIR "/pkgconfig", 1);
-        setenv("LD_LIBRARY_PATH", VX_PREFIX "/" VX_LIBDIR, 1);
         setenv("DBGD_PORTNUM", "0", 1);
         setenv("DBGD_BIND", "127.0.0.1", 1);
         setenv("DBGD_ANNOUCE_GROUP", "127.0.0.1:9", 1);
     }
-    ~OptOut() override { fs::remove_all(msFolder); }
 
     // The path of what was built.
     std::string Build(const std::string& compiler, const std::string& source)
@@ -95,8 +88,6 @@ protected:
                &status);
         return status == 0;
     }
-
-    std::string msFolder;
 
 private:
     static int Threads(const std::string& command, const std::string& environment)

@@ -3,6 +3,7 @@
 #ifndef DEBUG_SUPPORT_H
 #define DEBUG_SUPPORT_H
 
+#include "counts.h"
 #include "log_support.h"
 #include "tcDbgd.h"
 
@@ -206,26 +207,6 @@ inline std::string Ask(unsigned short port, const std::string& request,
     if (!client.IsConnected()) return "(not connected)";
     client.Send(request);
     return client.ReadAll();
-}
-
-inline int CountEntries(const char* directory)
-{
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        (void)entry;
-        ++count;
-    }
-    return count;
-}
-
-inline int CountThreads()
-{
-    return CountEntries("/proc/self/task");
-}
-
-inline int CountDescriptors()
-{
-    return CountEntries("/proc/self/fd");
 }
 
 inline long ResidentKiB()

@@ -1,10 +1,10 @@
 // Opening and closing through the C interface, and what it answers without a camera.
 #include "link_support.h"
 
+#include "counts.h"
 #include "tcConfiguration.h"
 #include "vxcamiface.h"
 
-#include <dirent.h>
 #include <sys/wait.h>
 
 namespace {
@@ -21,16 +21,6 @@ int Open(tcScriptedCamera& peer)
 int NextHandle()
 {
     return static_cast<int>(tcVXCamera::gnCameraCount);
-}
-
-int CountEntries(const char* directory)
-{
-    int count = 0;
-    DIR* entries = opendir(directory);
-    while (readdir(entries) != nullptr)
-        ++count;
-    closedir(entries);
-    return count;
 }
 
 class OpenCamera : public testing::Test
@@ -103,8 +93,8 @@ TEST_F(OpenCamera, LeavesNoThreadAndNoDescriptorBehind)
 {
     ASSERT_EQ(0, VXCloseCamera(Open(peer))); // what is made once for the process is there now
     peer.Close();
-    const int threads = CountEntries("/proc/self/task");
-    const int descriptors = CountEntries("/proc/self/fd");
+    const int threads = CountThreads();
+    const int descriptors = CountDescriptors();
     for (int i = 0; i < 50; ++i) {
         const int handle = Open(peer);
         ASSERT_GE(handle, 0);
@@ -117,8 +107,8 @@ TEST_F(OpenCamera, LeavesNoThreadAndNoDescriptorBehind)
     }
     peer.Close();
     // A thread that was joined leaves this list a moment later.
-    EXPECT_TRUE(WaitUntil([&] { return CountEntries("/proc/self/task") == threads; }));
-    EXPECT_EQ(descriptors, CountEntries("/proc/self/fd"));
+    EXPECT_TRUE(WaitUntil([&] { return CountThreads() == threads; }));
+    EXPECT_EQ(descriptors, CountDescriptors());
 }
 
 TEST_F(OpenCamera, IsReadyUnlessARequestIsPending)

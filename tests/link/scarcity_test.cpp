@@ -1,10 +1,10 @@
 // Memory and threads that run out, one request after the other, while cameras are opened, used and
 // closed: calls fail, and neither the process nor a camera suffers.
+#include "counts.h"
 #include "link_support.h"
 #include "scarcity.h"
 #include "vxcamiface.h"
 
-#include <dirent.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -66,20 +66,10 @@ private:
     std::thread mThread;
 };
 
-int CountEntries(const char* directory)
-{
-    int count = 0;
-    DIR* entries = opendir(directory);
-    while (readdir(entries) != nullptr)
-        ++count;
-    closedir(entries);
-    return count;
-}
-
 // What a process has of what must be given back.
 struct tsPossessions {
-    int descriptors = CountEntries("/proc/self/fd");
-    int threads = CountEntries("/proc/self/task");
+    int descriptors = CountDescriptors();
+    int threads = CountThreads();
     size_t cameras = tcVXCamera::Handles().size();
     size_t entries = tcVXCamera::gpCameraMap != nullptr ? tcVXCamera::gpCameraMap->size() : 0;
 

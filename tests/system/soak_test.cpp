@@ -1,9 +1,9 @@
 // Sixteen cameras at once, with faults of all kinds, for as long as VX_SOAK_SECONDS says. The seed
 // VX_SOAK_SEED decides what goes wrong and what the application asks.
+#include "counts.h"
 #include "fault_support.h"
 
 #include <array>
-#include <dirent.h>
 #include <fstream>
 #include <malloc.h>
 #include <random>
@@ -23,24 +23,13 @@ double Setting(const char* name, double fallback)
 // Frames delivered, by handle; handles are never used again.
 std::array<std::atomic<uint64_t>, 1 << 20> gaDelivered;
 
-size_t EntriesOf(const char* folder)
-{
-    size_t count = 0;
-    if (DIR* listing = opendir(folder)) {
-        while (readdir(listing) != nullptr) {
-            ++count;
-        }
-        closedir(listing);
-    }
-    return count;
-}
-
 struct tsResources {
     size_t descriptors, threads, bytes;
 
     static tsResources Now()
     {
-        return {EntriesOf("/proc/self/fd"), EntriesOf("/proc/self/task"), mallinfo2().uordblks};
+        return {static_cast<size_t>(CountDescriptors()), static_cast<size_t>(CountThreads()),
+                mallinfo2().uordblks};
     }
 };
 
