@@ -243,6 +243,7 @@ void tcVXCamera::OnHardware(tuCameraMessages& message, tsRequestItem* item)
 {
     if (item == nullptr) return;
     CacheHardware(PayloadAt<TVXCameraHardware>(message, 0));
+    mbShakingHands = false;
     auto* size = static_cast<int*>(item->result2);
     if (size == nullptr) return;
     *size = std::clamp(*size, 0, static_cast<int>(message.header.Length));

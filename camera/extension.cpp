@@ -50,6 +50,7 @@ void tcVXCamera::LinkLost()
             if (readout.runs) mpExtension->readoutEnd.End(readout.number, eReadoutLinkLost);
         }
         std::swap(words, mpExtension->lastWords);
+        if (mbShakingHands) EndHandshake(words.Text());
     }
     TellLink(eLinkLost, words.Text());
 }

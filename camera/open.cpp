@@ -7,16 +7,12 @@
 
 #include <arpa/inet.h>
 #include <exception>
-#include <mutex>
 
 namespace {
 
-// Asks for a setting of a transport that this library does not have; the value serves nobody. The
-// question enters the item into the configuration, which has no lock of its own.
+// Asks for a setting of a transport that this library does not have; the value serves nobody.
 int ReadSetting(const char* section, const char* name, int defaultValue)
 {
-    static std::mutex& mutex = *new std::mutex;
-    const std::lock_guard<std::mutex> lock(mutex);
     tcConfiguration::GetInstance()->GetItemInSection(section, name, defaultValue);
     return eVXFailed;
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 // Where the pixels of one packet go.
@@ -153,7 +154,7 @@ int tcVXCamera::SendReadout(const char* operation, int item, uint32_t number,
 
 int tcVXCamera::ReadArea(const char* operation, int item, void* buffer, short frames,
                          unsigned short flags)
-{
+try {
     const uint32_t number = StartReadout(item, eReadoutArea, buffer, nullptr, frames);
     if (number == 0) {
         const tsRequestItem& busy = maItems[item];
@@ -169,6 +170,9 @@ int tcVXCamera::ReadArea(const char* operation, int item, void* buffer, short fr
                 static_cast<uint16_t>(frames),    flags};
     }
     return SendReadout(operation, item, number, cmdReadCCDArea, read);
+} catch (const std::bad_alloc&) { // before anything had begun
+    mLog.logError("tcVXCamera::%s no memory", operation);
+    return eVXFailed;
 }
 
 int tcVXCamera::ReadCCDArea(unsigned short* buffer, short frames, unsigned short flags)

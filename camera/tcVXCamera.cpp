@@ -163,6 +163,7 @@ tcVXCamera::tcVXCamera(teMonitor monitor)
 {
     if (mpParser->ResetParser(nullptr, gnLargestMessage) == 0) throw std::bad_alloc(); // no buffer
     mpParser->RegisterCallback(&tcVXCamera::DispatchCallbackParser, this);
+    mpExtension->regions.reserve(gnAreaRegions);
     EnterRegistry();
     if (monitor == teMonitor::eManual) return;
     try {
@@ -224,6 +225,15 @@ int tcVXCamera::SetImageDataCallback(tpImageDataCallback callback)
 {
     mpImageDataCallback = callback;
     return eVXOk;
+}
+
+// The connection ended before the camera answered.
+void tcVXCamera::EndHandshake(const char* lastWords)
+{
+    mLog.logError("tcVXCamera::Initialize the camera ended the connection%s%s",
+                  lastWords[0] != '\0' ? ": " : "", lastWords);
+    tsRequestItem& item = maItems[eItemHardware];
+    if (item.IsPending()) GiveUpItem(item, eNotSent);
 }
 
 int tcVXCamera::Initialize()

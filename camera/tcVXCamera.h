@@ -157,7 +157,8 @@ public:
     virtual ~tcVXCamera();
 
     // The opening handshake: asks for the hardware information, learns the sensor's size and
-    // allocates the default image buffer. Non-zero when the camera answered. Waits up to 10 s.
+    // allocates the default image buffer. Non-zero when the camera answered. Waits up to 10 s, but
+    // not beyond the end of the connection.
     virtual int Initialize();
 
     int GetHandle() const { return mnHandle; }
@@ -368,6 +369,11 @@ protected:
     // later ones. Called on the closing thread, before the destructor.
     virtual void Interrupt() {}
     bool IsClosing() const { return mbClosing; }
+    // From BeginHandshake(), which a transport that may lose its connection calls before it
+    // receives anything, until the camera has answered the opening handshake. When the connection
+    // ends meanwhile, LinkLost() ends the handshake, and no other connection is to be made.
+    void BeginHandshake() { mbShakingHands = true; }
+    bool IsShakingHands() const { return mbShakingHands; }
     // Ends the monitor thread. A transport's destructor calls it first, since the monitor sends.
     void StopMonitor();
     // True on the thread that is dispatching a message of this camera, in a callback that is.
@@ -420,6 +426,7 @@ private:
     void EndRequest(tsRequestItem& item, teGivenUp reason = eNoAnswer);
     void GiveUpItem(tsRequestItem& item, teGivenUp reason);
     void GiveUpAll();
+    void EndHandshake(const char* lastWords);
     void TellMonitorToStop();
     void RenewNoOps();
     int SendNoOps(int intervalMs, int count);
@@ -566,6 +573,7 @@ private:
     std::atomic<uint32_t> mnColumns{1024};
     std::atomic<bool> mbGeometryKnown{false}; // told, and neither is 65535
     std::atomic<bool> mbGeometryTold{false};
+    std::atomic<bool> mbShakingHands{false};
 
     // Current area
     std::mutex mAreaMutex;

@@ -45,8 +45,10 @@ extern "C" {
 /* ---- Cameras ----------------------------------------------------------------------------- */
 
 /* Opens the camera at a host name or an IPv4 address of four numbers and a TCP port: its handle, or
- * -1 when it cannot be reached or does not answer its hardware information within 10 s. A
- * connection that breaks later is made anew by itself, wherever the name leads by then. */
+ * -1 when it cannot be reached or does not answer its hardware information within 10 s. Where it
+ * ends the connection instead, as one does that serves somebody else, the opening fails at once,
+ * and the error line says what the camera told last. A connection that breaks later is made anew by
+ * itself, wherever the name leads by then. */
 VX_EXPORT int VXOpenENetCamera(const char* address, unsigned short port);
 
 /* Looks for cameras (about 0.5 s) and opens the one with that serial number: handle, or -1. */

@@ -86,6 +86,7 @@ int tcVXCamera_Ethernet::Open()
     mpHost->SetAddress(peer.GetIPAddr());
     SetConnected();
     if (!mpReceived) mpReceived = std::make_unique<char[]>(gnReceiveBytes);
+    BeginHandshake();
     mMonitorThread = std::thread(DispatchMonitorThread, this);
     EnableNoOps(0, 0);
 
@@ -199,6 +200,7 @@ void tcVXCamera_Ethernet::MonitorThread()
                 "tcVXCamera_Ethernet::MonitorThread socket has been closed on remote end");
             Disconnect();
             LinkLost();
+            if (IsShakingHands()) break; // which fails at once
             Reconnect();
         }
     }

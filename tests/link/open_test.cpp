@@ -241,6 +241,81 @@ TEST_F(ClosedCamera, TakesFirstCallsFromSeveralThreads)
     }
 }
 
+// ---- A connection that ends before the camera has answered ------------------------------------
+
+struct tsFailedOpening {
+    int result, took;
+    std::vector<std::string> errors;
+};
+
+// Opens a camera that does so much as a client connects, and ends the connection.
+static tsFailedOpening OpenInVain(tcScriptedCamera& peer, const std::function<void()>& play)
+{
+    tcTimedLog& log = CameraLog(0);
+    log.Clear();
+    auto opened = std::async(std::launch::async, [&] {
+        const auto start = steady_clock::now();
+        const int result = VXOpenENetCamera("127.0.0.1", peer.Port());
+        return std::make_pair(result, ElapsedMs(start));
+    });
+    EXPECT_TRUE(peer.Accept());
+    play();
+    const auto [result, took] = opened.get();
+    return {result, took, Texts(log.Errors("tcVXCamera::Initialize"))};
+}
+
+static const std::string gsEnded = "tcVXCamera::Initialize the camera ended the connection";
+
+TEST_F(OpenCamera, FailsAtOnceWhenItServesSomebodyElse)
+{
+    const tsFailedOpening opening = OpenInVain(peer, [this] {
+        peer.Send(MessageBytes(0x75, std::string("\2\2") + "busy"));
+        peer.Send(MessageBytes(0x75, std::string("\2\2") + "in use by somebody else"));
+        peer.ReadMessage();
+        peer.ReadMessage();
+        peer.Close();
+    });
+    EXPECT_EQ(-1, opening.result);
+    EXPECT_LT(opening.took, 2000);
+    EXPECT_EQ(opening.errors, std::vector<std::string>{gsEnded + ": in use by somebody else"});
+    EXPECT_FALSE(peer.Accept(milliseconds(100))) << "it is left alone";
+}
+
+TEST_F(OpenCamera, FailsAtOnceWhenItEndsTheConnection)
+{
+    const std::function<void()> plays[] = {[this] { peer.Close(); }, [this] { peer.Reset(); },
+                                           [this] {
+                                               peer.ReadMessage();
+                                               peer.ReadMessage();
+                                               peer.SendPiece(HardwareAnswer(4, 4).substr(0, 50));
+                                               peer.Close();
+                                           }};
+    for (const auto& play : plays) {
+        const tsFailedOpening opening = OpenInVain(peer, play);
+        EXPECT_EQ(-1, opening.result);
+        EXPECT_LT(opening.took, 2000);
+        // None where not even the question could be sent, which has a line of its own.
+        EXPECT_LE(opening.errors.size(), 1u);
+    }
+    const int handle = Open(peer);
+    EXPECT_GE(handle, 0) << "free again";
+    EXPECT_EQ(0, VXCloseCamera(handle));
+}
+
+TEST_F(OpenCamera, SucceedsWhenTheConnectionEndsBehindTheAnswer)
+{
+    for (int round = 0; round < 20; ++round) {
+        auto opened = std::async(std::launch::async,
+                                 [this] { return VXOpenENetCamera("127.0.0.1", peer.Port()); });
+        ASSERT_TRUE(ShakeHands(peer));
+        peer.Close();
+        const int handle = opened.get();
+        ASSERT_GE(handle, 0);
+        EXPECT_TRUE(peer.Accept()) << "connected anew";
+        EXPECT_EQ(0, VXCloseCamera(handle));
+    }
+}
+
 // ---- Inside a callback -----------------------------------------------------------------------
 
 struct tsInside {

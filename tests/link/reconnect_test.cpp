@@ -409,3 +409,44 @@ TEST(ReconnectSelf, TakesAConnectionWithItselfForAFailedTry)
     ASSERT_TRUE(peer->Send(UserMessage("back")));
     EXPECT_TRUE(tcReceivedMessages::Await(1));
 }
+
+// ---- Who waits for a readout learns it at once
+
+struct tsLinkNews {
+    std::atomic<int> events{0};
+    std::atomic<int64_t> lost{0}; // when that was told
+    std::string words;
+};
+
+TEST_F(Reconnect, TellsTheLossAtOnceWhileAReadoutExposes)
+{
+    Open();
+    tsLinkNews news;
+    camera->SetLinkCallback(
+        [](int, const tsLinkRecord* link, void* user) {
+            auto& told = *static_cast<tsLinkNews*>(user);
+            if (link->Event == eLinkLost) {
+                told.words = link->LastWords;
+                told.lost = link->Time.Monotonic;
+            }
+            ++told.events;
+        },
+        &news);
+    camera->SetExposure(60000);
+    ASSERT_EQ(0, camera->ReadCCDArea(nullptr, 1, 0));
+    int64_t shortest = INT64_MAX;
+    for (int round = 1; round <= 3; ++round) { // the machine may be busy once
+        if (round == 1) peer.Send(MessageBytes(0x75, std::string("\3\1") + "power fails"));
+        const auto broke = steady_clock::now().time_since_epoch();
+        peer.Close();
+        ASSERT_TRUE(WaitUntil([&] { return news.events == 2 * round; })) << "lost and restored";
+        shortest = std::min(shortest, news.lost - std::chrono::nanoseconds(broke).count());
+        EXPECT_EQ(round == 1 ? "power fails" : "", news.words);
+        EXPECT_EQ(eReadoutLinkLost, camera->ReadoutResult());
+        ASSERT_TRUE(peer.Accept());
+    }
+    EXPECT_LT(shortest, 100 * 1000 * 1000);
+    EXPECT_EQ(1, camera->numOpsPending()) << "what is described waits for the camera";
+    EXPECT_EQ(0, camera->AbortRead());
+    EXPECT_EQ(0, camera->WaitCompletion(0));
+}

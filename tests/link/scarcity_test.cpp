@@ -3,6 +3,7 @@
 #include "counts.h"
 #include "link_support.h"
 #include "scarcity.h"
+#include "vxcamext.h"
 #include "vxcamiface.h"
 
 #include <csignal>
@@ -175,6 +176,10 @@ TEST_P(Scarcity, WhileACameraIsUsedIsAFailureOfTheCall)
     VXSetUserDefinedCallback(handle, [](int, void*, int) { ++told; });
     VXSetHeartBeatCallback(handle, [](int, tsHeartBeatData*) { ++told; });
     VXSetImageDataCallback(handle, [](int, tsImageData*) { ++told; });
+    VXSetFrameCallback(
+        handle, [](int, const tsFrameRecord*, void*) { ++told; }, nullptr);
+    VXSetCameraErrorCallback(
+        handle, [](int, const tsCameraErrorRecord*, void*) { ++told; }, nullptr);
     ForEach(GetParam(), [&](long nth, teExtent extent) {
         unsigned char table[2048];
         int size = sizeof table;
@@ -196,7 +201,7 @@ TEST_P(Scarcity, WhileACameraIsUsedIsAFailureOfTheCall)
         ExpectToWork(handle);
         EXPECT_EQ(0, VXisCameraReady(handle));
         if (!refused) {
-            EXPECT_EQ(4, told);
+            EXPECT_EQ(6, told);
             EXPECT_EQ(0x3231, image[2 * 32]);
         }
         return refused && !HasFailure();
