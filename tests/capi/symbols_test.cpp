@@ -72,6 +72,11 @@ tsDocumented Headers()
     for (const std::string& header : Split(VX_PUBLIC_HEADERS, ':')) {
         documented.Add(ReadFile(header));
     }
+    // Macros make vx_basename of basename, and both are exported.
+    for (const char* name : {"basename", "dirname"}) {
+        if (documented.functions.count(name) > 0)
+            documented.functions.insert(std::string("vx_") + name);
+    }
     return documented;
 }
 

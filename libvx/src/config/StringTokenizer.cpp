@@ -71,14 +71,11 @@ std::vector<std::string> StringTokenizer::BuildTokenList(std::string text, std::
     return tokens;
 }
 
-char* basename(char* path) noexcept
+extern "C" char* basename(char* path) noexcept
 {
-    // The C library's declaration promises a path; the compiler would drop the check for null.
-    char* volatile unpromised = path;
-    char* text = unpromised;
-    if (!text) return nullptr;
-    char* slash = std::strrchr(text, '/');
-    return slash ? slash + 1 : text;
+    if (!path) return nullptr;
+    char* slash = std::strrchr(path, '/');
+    return slash ? slash + 1 : path;
 }
 
 extern "C" char* dirname(char* path) noexcept
@@ -92,3 +89,14 @@ extern "C" char* dirname(char* path) noexcept
         path[0] = '\0';
     return path;
 }
+
+#ifdef vxcamiface_EXPORTS // a library of its own, not part of a program
+// The plain names, hidden in the version of names that have none: dlsym() on the library takes such
+// a name, but the linker of a program does not, nor do references to the C library's version.
+__asm__(".symver vx_basename, basename@\n"
+        ".symver vx_dirname, dirname@\n"
+        // The version that the library is given for this (vxcamiface.map) is no name itself.
+        ".globl vx_no_version\n"
+        ".hidden vx_no_version\n"
+        ".set vx_no_version, 0");
+#endif

@@ -4,6 +4,7 @@
 
 #include "vxexport.h"
 
+#include <libgen.h>
 #include <string>
 #include <vector>
 
@@ -38,17 +39,24 @@ private:
     std::string msDelimiters;
 };
 
-// The C library has functions of these names. These are the library's own, exported under the plain
-// names; the declarations agree with those of <string.h> and <libgen.h>.
-#ifdef basename
+// Path helpers. The C library has functions of these names, too; here they mean the library's own,
+// whichever header comes first. Whoever does not include this header gets the C library's, also
+// in a program that links this library. dlsym() on the library finds its own under the plain names.
 #undef basename
-#endif
+#undef dirname
+#define basename vx_basename
+#define dirname vx_dirname
 
-// The part of `path` after its last "/": all of it without one, empty when it ends in one.
-extern "C++" VX_EXPORT char* basename(char* path) noexcept __asm__("basename");
+// The part of `path` after its last "/": all of it without one, empty when it ends in one. Null for
+// null.
+extern "C" VX_EXPORT char* basename(char* path) noexcept;
+inline const char* basename(const char* path) noexcept
+{
+    return basename(const_cast<char*>(path));
+}
 
 // Cuts `path` in place before its last "/" and returns it: "a/b" becomes "a"; a name without a
-// directory and a name directly below the root become empty.
+// directory and a name directly below the root become empty. Null for null.
 extern "C" VX_EXPORT char* dirname(char* path) noexcept;
 
 #endif
