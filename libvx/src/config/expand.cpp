@@ -1,6 +1,7 @@
 // Replacing the $(NAME) references of a line.
 #include "loadstate.h"
 #include "tcConfigFile.h"
+#include "vxenvironment.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -74,7 +75,7 @@ private:
 
 const char* vx::FromEnvironment(const std::string& name)
 {
-    return name.find('\0') == std::string::npos ? std::getenv(name.c_str()) : nullptr;
+    return name.find('\0') == std::string::npos ? vx::TrustedVariable(name.c_str()) : nullptr;
 }
 
 std::string tcConfigFile::ExpandVars(std::string line)

@@ -95,7 +95,8 @@ private:
     bool maRefused[nRefusals] = {};
 };
 
-// The environment's value of a name, which may hold any characters, or null.
+// The environment's value of a name, which may hold any characters, or null. The callers of
+// programs with raised rights have no say.
 const char* FromEnvironment(const std::string& name);
 
 } // namespace vx

@@ -24,6 +24,9 @@ class tcLoadState;
 //   !env NAME=value    sets, without a value removes, an environment variable
 //   $(NAME)            in any other line: the environment variable or else the top-level item
 //
+// In programs with raised rights, set-user-id ones for example, the environment that the caller
+// gave them counts as empty.
+//
 // Values are texts under the key section, "/", name, the section being empty at the top level. Bad
 // content never stops loading: each problem becomes a line of the error text that the dump shows,
 // up to some 16 MiB of it.

@@ -1,5 +1,7 @@
 #include "tcConfiguration.h"
 
+#include "vxenvironment.h"
+
 #include <cstring>
 #include <mutex>
 
@@ -27,7 +29,8 @@ tcConfiguration* tcConfiguration::GetInstance()
     const std::lock_guard<std::mutex> guard(Lock());
     if (mpInstance == nullptr) {
         const char* name = maConfigFileLocation[0] != '\0' ? maConfigFileLocation : "config.dat";
-        mpInstance = new tcConfiguration(GetEnv("CONFIGFILE_PATH", name));
+        const char* const chosen = vx::PlaceVariable("CONFIGFILE_PATH");
+        mpInstance = new tcConfiguration(chosen != nullptr ? chosen : name);
     }
     return mpInstance;
 }

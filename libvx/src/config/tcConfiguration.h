@@ -9,7 +9,8 @@
 
 // The one configuration that the library asks for its settings, loaded on first use from the file
 // named by the environment variable CONFIGFILE_PATH, else by SetDefaultConfigFile(), else
-// "config.dat" in the working directory.
+// "config.dat" in the working directory. Programs with raised rights, set-user-id ones for example,
+// do not look at the variable.
 //
 // Threads: the static functions may be called from any thread; the object they return is not
 // locked. Locks:   one mutex of the class during creation, naming and destruction. Owns:    the

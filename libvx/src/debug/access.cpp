@@ -3,10 +3,9 @@
 #include "StringTokenizer.h"
 #include "tcDbgd.h"
 #include "tcLog.h"
+#include "vxenvironment.h"
 
 #include <arpa/inet.h>
-
-#include <cstdlib>
 
 namespace {
 
@@ -35,12 +34,12 @@ bool IsEntry(const std::string& text)
 
 vx::tcAccess::tcAccess(const char* bindVariable, const char* allowVariable)
 {
-    const char* local = std::getenv(bindVariable);
+    const char* local = vx::PlaceVariable(bindVariable);
     if (local && inet_pton(AF_INET, local, &mnAddress) != 1) {
         mbCanListen = false;
         tcDbgd::GetLog().logError("%s: bad address %s, not listening", bindVariable, local);
     }
-    if (const char* admitted = std::getenv(allowVariable)) ReadList(admitted, allowVariable);
+    if (const char* admitted = vx::PlaceVariable(allowVariable)) ReadList(admitted, allowVariable);
 }
 
 void vx::tcAccess::ReadList(const std::string& text, const char* variable)

@@ -6,6 +6,7 @@
 #include "tcDbgItem.h"
 #include "tcDbgd.h"
 #include "tcLog.h"
+#include "vxenvironment.h"
 
 #include <poll.h>
 
@@ -285,7 +286,7 @@ void tcDbgItem::StartServer()
     const std::lock_guard<std::recursive_mutex> guard(vx::ItemsLock());
     if (mhThreadId != 0) return;
     mbThreadDone = false;
-    const char* text = std::getenv("DBGITEM_PORTNUM");
+    const char* text = vx::PlaceVariable("DBGITEM_PORTNUM");
     // Kept: a signed number, so a port above 32767 prints as a negative one.
     const auto port =
         static_cast<short>(text ? std::strtol(text, nullptr, 10) : tcDbgItemPort.load());

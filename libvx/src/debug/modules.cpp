@@ -2,10 +2,10 @@
 #include "tcDbgd.h"
 #include "tcLog.h"
 #include "vxdescriptors.h"
+#include "vxenvironment.h"
 
 #include <dirent.h>
 #include <dlfcn.h>
-#include <sys/auxv.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -19,8 +19,7 @@ constexpr size_t nPathSize = 256;
 // Null: none.
 const char* ModuleDirectory()
 {
-    const bool isSetUserId = getauxval(AT_SECURE) != 0;
-    const char* path = isSetUserId ? nullptr : std::getenv("DBGD_MODULE_PATH");
+    const char* path = vx::PlaceVariable("DBGD_MODULE_PATH");
     return path ? path : tcDbgd::spLoadableModulePath;
 }
 

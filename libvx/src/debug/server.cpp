@@ -5,6 +5,7 @@
 #include "dbgdserver.h"
 #include "tcLog.h"
 #include "vxdescriptors.h"
+#include "vxenvironment.h"
 
 #include <unistd.h>
 
@@ -52,7 +53,7 @@ char* ArgumentsOf(char* request)
 tsServerSettings::tsServerSettings(unsigned short port)
     : mnPort(port), mAccess("DBGD_BIND", "DBGD_ALLOW")
 {
-    const char* group = std::getenv("DBGD_ANNOUCE_GROUP");
+    const char* group = vx::PlaceVariable("DBGD_ANNOUCE_GROUP");
     if (!group) return;
     StringTokenizer tokens(group, ":");
     if (tokens.hasMoreTokens()) msGroup = tokens.nextToken();

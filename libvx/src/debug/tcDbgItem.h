@@ -14,6 +14,7 @@
 //   DBGITEM_ALLOW    who may connect: addresses, separated by commas, each with "/" and a prefix
 //                    length or dotted mask where it is a network; others are closed unread. An
 //                    entry that cannot be read admits nobody.
+// Programs with raised rights, set-user-id ones for example, look at none of them.
 // The server prints what it does on standard output and its failures on standard error.
 #ifndef TCDBGITEM_H
 #define TCDBGITEM_H

@@ -2,6 +2,7 @@
 
 #include "dbgdserver.h"
 #include "tcLog.h"
+#include "vxenvironment.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -96,7 +97,7 @@ void tcDbgd::StartServer()
         if (!mpServer->IsStopping()) return;
         mpServer->WaitEnded(nStopWaitMs);
     }
-    if (const char* port = std::getenv("DBGD_PORTNUM"))
+    if (const char* port = vx::PlaceVariable("DBGD_PORTNUM"))
         mnPort = static_cast<unsigned short>(std::strtol(port, nullptr, 10));
     GetLog().logDebug(1, "tcDbgd::StartServer, spawning the Dbgd Server");
     mpServer = std::make_shared<tcServer>(tsServerSettings(mnPort), mpRegistry, msName);

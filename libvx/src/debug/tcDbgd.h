@@ -20,8 +20,8 @@
 //                        unread. An entry that cannot be read admits nobody.
 //   DBGD_ANNOUCE_GROUP   where announcements go: address, or address:port, instead of
 //                        239.192.100.100:7020
-//   DBGD_MODULE_PATH     a directory whose ".so" files are loaded when the daemon is built; not
-//                        looked at in set-user-id programs
+//   DBGD_MODULE_PATH     a directory whose ".so" files are loaded when the daemon is built
+// Programs with raised rights, set-user-id ones for example, look at DBGD_DISABLE only.
 #ifndef TCDBGD_H
 #define TCDBGD_H
 

@@ -2,6 +2,7 @@
 
 #include "lifetime.h"
 #include "tcLogConsumer.h"
+#include "vxenvironment.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -38,12 +39,12 @@ void MakeTag(char const* text, char (&tag)[12])
     std::snprintf(tag, sizeof tag, "%8.8s", text);
 }
 
-// The value of a logger's own variable; names are cut where the buffer ends.
-char const* OwnVariable(char const* format, std::string const& name)
+// A variable of one logger; names are cut where the buffer ends.
+std::string OwnVariable(char const* format, std::string const& name)
 {
     char variable[160];
     std::snprintf(variable, sizeof variable, format, name.c_str());
-    return std::getenv(variable);
+    return variable;
 }
 
 // All of it or, for want of memory, nothing.
@@ -154,9 +155,9 @@ void tcLog::InitFromEnvironment()
         std::cout << "tcLog: Disabling Error Logging!!!\n";
         sbErrorEnabled = false;
     }
-    if (char const* level = OwnVariable("%s_DEBUGLEVEL", msName))
+    if (char const* level = std::getenv(OwnVariable("%s_DEBUGLEVEL", msName).c_str()))
         setDbgLevel(static_cast<int>(std::strtol(level, nullptr, 10)));
-    if (char const* uri = OwnVariable("%s_LOGURI", msName)) {
+    if (char const* uri = vx::PlaceVariable(OwnVariable("%s_LOGURI", msName).c_str())) {
         tcLogConsumer* consumer = BuildConsumer(uri);
         AdoptConsumer(consumer);
         vx::RetireOwned(ExchangeConsumer(consumer).get());

@@ -5,7 +5,8 @@
 // records also go to standard error and into a ring of the last 1000. Environment variables, with
 // the logger's name in front: NAME_DEBUGLEVEL sets the level, NAME_LOGURI the consumer. For all
 // loggers: TCLOG_NO_ERRORLOG drops error records, TCLOG_SUPPRESS_ERR_CONSOLE keeps them away from
-// standard error, TCLOG_VERBOSE prints each logger as it is set up.
+// standard error, TCLOG_VERBOSE prints each logger as it is set up. Programs with raised rights,
+// set-user-id ones for example, do not look at NAME_LOGURI.
 //
 // No function here throws, except out of an application's own stream in StreamLogs.
 #ifndef TCLOG_H
