@@ -189,6 +189,7 @@ void tcVXCamera::EnterRegistry()
         gpCameraMap = new std::map<unsigned, tcVXCamera*>;
         gnCameraCount = 0;
     }
+    mLog.ShowControlCharacters(); // of texts that the camera sends
     // The logger's number is the count of cameras, so always the handle + 1.
     mLog.SetTag(("VXCAM" + std::to_string(gnCameraCount + 1)).c_str());
     (*gpCameraMap)[gnCameraCount] = this;

@@ -750,6 +750,18 @@ TEST_F(Dispatch, CameraErrorIsLoggedAndGoesToTheCallback)
     EXPECT_EQ(mCamera.Errors(), std::vector<std::string>{"VXCAMERA: 200-255 shutter %s %n stuck"});
 }
 
+TEST_F(Dispatch, CameraErrorIsLoggedWithControlCharactersMadeVisibleAndToldAsItCame)
+{
+    static std::string text;
+    mCamera.SetErrorCallback([](int, unsigned char, unsigned char, char* words) { text = words; });
+    const std::string words = "late\n20260101-00:00:00.000:  OTHER: ERR:forged\x1b[31m\r";
+    mCamera.Feed(0x75, tcPayload().U8(1).U8(2).Text(words));
+    EXPECT_EQ(text, words);
+    EXPECT_EQ(mCamera.Errors(),
+              std::vector<std::string>{"VXCAMERA: 1-2 late\\n20260101-00:00:00.000:  OTHER: "
+                                       "ERR:forged\\x1b[31m\\r"});
+}
+
 TEST_F(Dispatch, CameraErrorTextEndsWithTheMessage)
 {
     static size_t length;

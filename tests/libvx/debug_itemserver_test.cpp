@@ -8,6 +8,7 @@
 namespace {
 
 using std::string_literals::operator""s;
+using ::testing::HasSubstr;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::CaptureStdout;
 using ::testing::internal::GetCapturedStderr;
@@ -172,6 +173,15 @@ TEST_F(ItemServer, PrintsWhatItDoes)
     EXPECT_EQ("Accepting new connection on socket " + std::to_string(descriptor) +
                   "\nRead msg GET:X\n",
               output.substr(last));
+}
+
+TEST_F(ItemServer, PrintsTheWordsOfClientsWithControlCharactersMadeVisible)
+{
+    Start();
+    Ask("GET:X\nRead msg GET:Y\x1b[2J");
+    const std::string output = GetCapturedStdout();
+    CaptureStdout();
+    EXPECT_THAT(output, HasSubstr("\nRead msg GET:X\\nRead msg GET:Y\\x1b[2J\n"));
 }
 
 TEST_F(ItemServer, PrintsHighPortsAsNegativeNumbers)

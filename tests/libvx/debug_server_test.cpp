@@ -146,12 +146,12 @@ TEST_F(Daemon, LogsWhatItDoes)
         ElementsAre(
             "1 tcDbgd::StartServer, spawning the Dbgd Server",
             "1 tcDbgd::Server starting on port 0",
-            "3 tcDbgd::StartWorkerBee for client from 127.0.0.1", "3 tcDbgd:: read command: X:a\r",
+            "3 tcDbgd::StartWorkerBee for client from 127.0.0.1", "3 tcDbgd:: read command: X:a\\r",
             "1 tcDbgd::GetWB looking for X ,length = 1", "1 tcDbgd::GetWB found worker bee for X",
             "11 char value = 97", "11 char value = 13",
             "3 tcDbgd::StartWorkerBee for client from 127.0.0.1",
-            "3 tcDbgd:: read command: NOPE\n:", "1 tcDbgd::GetWB looking for NOPE\n ,length = 5",
-            "1 tcDbgd::GetWB didn't find NOPE\n", "1 tcDbgd:: No Hander for token NOPE\n",
+            "3 tcDbgd:: read command: NOPE\\n:", "1 tcDbgd::GetWB looking for NOPE\\n ,length = 5",
+            "1 tcDbgd::GetWB didn't find NOPE\\n", "1 tcDbgd:: No Hander for token NOPE\\n",
             "1 tcDbgd::StopServer, shutting down the Dbgd Server"));
     EXPECT_EQ("", GetCapturedStdout());
     mpDaemon->RemoveWB(&handler);

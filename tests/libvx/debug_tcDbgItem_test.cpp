@@ -189,7 +189,8 @@ TEST(DbgItem, ReportsUnknownNamesWithoutABlank)
     ::testing::internal::CaptureStdout();
     tcDbgItem::SetItem("NOPE", 1);
     tcDbgItem::SetItem("NADA", 1.0f);
-    EXPECT_EQ("Item NOPENot found!\nItem NADANot found!\n",
+    tcDbgItem::SetItem("N\n\x1b", 1);
+    EXPECT_EQ("Item NOPENot found!\nItem NADANot found!\nItem N\\n\\x1bNot found!\n",
               ::testing::internal::GetCapturedStdout());
     EXPECT_TRUE(tcDbgItem::GetMap().empty());
 }

@@ -7,6 +7,7 @@
 #include "tcDbgd.h"
 #include "tcLog.h"
 #include "vxenvironment.h"
+#include "vxvisible.h"
 
 #include <poll.h>
 
@@ -276,7 +277,7 @@ bool vx::ServeItemClient(HSocket& client)
         std::perror("read");
         return false;
     }
-    std::cout << "Read msg " << request << std::endl;
+    std::cout << "Read msg " << vx::Visible(request) << std::endl;
     Dispatch(client, request);
     return vx::EndReply(client, received);
 }

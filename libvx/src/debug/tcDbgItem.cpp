@@ -1,6 +1,7 @@
 #include "tcDbgItem.h"
 
 #include "items.h"
+#include "vxvisible.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -105,7 +106,7 @@ void tcDbgItem::StoreByName(const std::string& name, tNumber value)
         return;
     }
     // Kept: no blank behind the name.
-    std::cout << "Item " << name << "Not found!" << std::endl;
+    std::cout << "Item " << vx::Visible(name) << "Not found!" << std::endl;
 }
 
 int* tcDbgItem::AddItem(std::string name, int value, std::string description)

@@ -173,7 +173,11 @@ unsigned short tcDbgd::GetPort() const
 
 tcLog& tcDbgd::GetLog()
 {
-    static tcLog& log = *new tcLog("dbgd", "Debug", 0);
+    static tcLog& log = []() -> tcLog& {
+        tcLog& made = *new tcLog("dbgd", "Debug", 0);
+        made.ShowControlCharacters(); // of requests
+        return made;
+    }();
     return log;
 }
 

@@ -26,19 +26,19 @@ void CopyText(char (&to)[nSize], char const* from)
     to[length] = '\0';
 }
 
-void FormatMessage(tcLogEvent& event, char const* fmt, va_list args)
+void FormatMessage(tcLogEvent& event, char const* fmt, va_list args, bool isVisible)
     __attribute__((format(printf, 2, 0)));
 
-void FormatMessage(tcLogEvent& event, char const* fmt, va_list args)
+void FormatMessage(tcLogEvent& event, char const* fmt, va_list args, bool isVisible)
 {
     if (event.errNum == 0) {
         // The record's own field cuts the text where the larger buffer would be cut afterwards.
-        if (fmt) vx::FormatText(event.message, sizeof event.message, fmt, args);
+        if (fmt) vx::FormatText(event.message, sizeof event.message, fmt, args, isVisible);
         return;
     }
     char text[nFormatSize];
     text[0] = '\0';
-    if (fmt) vx::FormatText(text, sizeof text, fmt, args);
+    if (fmt) vx::FormatText(text, sizeof text, fmt, args, isVisible);
     const size_t length = std::strlen(text);
     const std::string decoded = tcLog::DecodeSysErrCode(event.errNum);
     std::snprintf(text + length, sizeof text - length, ":%s", decoded.c_str());
@@ -67,7 +67,7 @@ void tcLog::log(tcLogEvent::teEventLogType type, int level, int errNum, char con
     event.errNum = errNum;
     CopyText(event.tag, type == tcLogEvent::eError ? maErrorTag : maTag);
     try {
-        FormatMessage(event, fmt, args);
+        FormatMessage(event, fmt, args, mbShowsControls);
         if (type == tcLogEvent::eError) vx::KeepError(event);
         Deliver(event);
     } catch (...) {

@@ -1,4 +1,5 @@
 #include "record.h"
+#include "vxvisible.h"
 
 #include <algorithm>
 #include <charconv>
@@ -13,10 +14,11 @@ class tcRoom
 public:
     tcRoom(char* text, size_t size) : mpNext(text), mpEnd(text + size - 1) {}
 
+    size_t Left() const { return static_cast<size_t>(mpEnd - mpNext); }
+    void append(const char* text, size_t length) { Add(text, length); }
     void Add(const char* text, size_t length)
     {
-        const auto left = static_cast<size_t>(mpEnd - mpNext);
-        if (length > left) length = left;
+        length = std::min(length, Left());
         std::memcpy(mpNext, text, length);
         mpNext += length;
     }
@@ -27,10 +29,14 @@ public:
         const auto end = std::to_chars(digits, digits + sizeof digits, number, base).ptr;
         Add(digits, static_cast<size_t>(end - digits));
     }
-    void AddString(const char* text)
+    void AddString(const char* text, bool isVisible)
     {
         if (text == nullptr) text = "(null)";
-        Add(text, strnlen(text, static_cast<size_t>(mpEnd - mpNext)));
+        const std::string_view visible(text, strnlen(text, Left()));
+        if (isVisible)
+            vx::AppendVisible(*this, visible);
+        else
+            Add(text, visible.size());
     }
     void Terminate() { *mpNext = '\0'; }
 
@@ -41,7 +47,7 @@ private:
 
 // One conversion without flags, width and precision; `conversion` is behind the percent sign and is
 // left behind the conversion. False for one that is not known here.
-bool Convert(tcRoom& room, const char*& conversion, va_list& args)
+bool Convert(tcRoom& room, const char*& conversion, va_list& args, bool isVisible)
 {
     const bool isLong = *conversion == 'l';
     if (isLong) ++conversion;
@@ -59,7 +65,7 @@ bool Convert(tcRoom& room, const char*& conversion, va_list& args)
                : room.AddNumber(va_arg(args, unsigned), 16);
         return true;
     case 's':
-        if (!isLong) room.AddString(va_arg(args, const char*));
+        if (!isLong) room.AddString(va_arg(args, const char*), isVisible);
         return !isLong;
     case '%':
         if (!isLong) room.Add("%", 1);
@@ -69,7 +75,7 @@ bool Convert(tcRoom& room, const char*& conversion, va_list& args)
     }
 }
 
-bool FormatSimply(char* text, size_t size, const char* format, va_list& args)
+bool FormatSimply(char* text, size_t size, const char* format, va_list& args, bool isVisible)
 {
     tcRoom room(text, size);
     while (*format != '\0') {
@@ -79,11 +85,18 @@ bool FormatSimply(char* text, size_t size, const char* format, va_list& args)
         format = percent + 1;
         if (*format == '\0')
             room.Add(percent, 1); // no conversion, the percent sign itself
-        else if (!Convert(room, format, args))
+        else if (!Convert(room, format, args, isVisible))
             return false;
     }
     room.Terminate();
     return true;
+}
+
+void CopyText(char* text, size_t size, const char* from)
+{
+    const size_t length = strnlen(from, size - 1);
+    std::memcpy(text, from, length);
+    text[length] = '\0';
 }
 
 } // namespace
@@ -102,16 +115,15 @@ bool vx::TakesZeros(const char* format)
     return arguments <= 8;
 }
 
-void vx::FormatText(char* text, size_t size, const char* format, va_list args)
+void vx::FormatText(char* text, size_t size, const char* format, va_list args, bool isVisible)
 {
     va_list simple;
     va_copy(simple, args);
-    const bool done = FormatSimply(text, size, format, simple);
+    const bool done = FormatSimply(text, size, format, simple, isVisible);
     va_end(simple);
     if (done) return;
     std::memset(text, 0, size);
-    if (std::vsnprintf(text, size, format, args) >= 0 || text[0] != '\0') return;
-    const size_t length = strnlen(format, size - 1);
-    std::memcpy(text, format, length);
-    text[length] = '\0';
+    if (std::vsnprintf(text, size, format, args) < 0 && text[0] == '\0')
+        CopyText(text, size, format);
+    if (isVisible) CopyText(text, size, Visible(text).c_str());
 }

@@ -24,8 +24,10 @@ size_t FormatRecord(tcLogEvent const& event, char (&line)[nLineSize]);
 
 // vsnprintf(), except that texts whose conversions are all plain ones (%d %i %u %x %s %%, with or
 // without an l, and a percent sign at the end) are made several times as fast, and that something
-// is left of what vsnprintf() refuses: what it made of it, or else the format as it stands.
-void FormatText(char* text, size_t size, const char* format, va_list args)
+// is left of what vsnprintf() refuses: what it made of it, or else the format as it stands. With
+// `isVisible`, control characters of %s are made visible, and where there are other conversions
+// all.
+void FormatText(char* text, size_t size, const char* format, va_list args, bool isVisible)
     __attribute__((format(printf, 3, 0)));
 
 // Whether `format` can do with eight zeros for its arguments: it asks for no more, and stores

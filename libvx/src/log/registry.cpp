@@ -3,6 +3,7 @@
 #include "lifetime.h"
 #include "tcLogConsumer.h"
 #include "vxenvironment.h"
+#include "vxvisible.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -169,7 +170,7 @@ void tcLog::InitFromEnvironment()
     if (!std::getenv("TCLOG_VERBOSE")) return;
     tcHeldConsumer consumer = HeldConsumer();
     std::cerr << msDescription << " Level = " << std::to_string(getDbgLevel()) << " ["
-              << (consumer ? consumer->Description() : "") << " ]\n";
+              << vx::Visible(consumer ? consumer->Description() : "") << " ]\n";
 }
 
 tcLogConsumer* tcLog::SetConsumer(tcLogConsumer* consumer)
@@ -274,7 +275,7 @@ extern "C" int StreamLogs(std::ostream& os)
         if (!entry.second) continue;
         os << entry.first << " = " << std::to_string(entry.second->getDbgLevel());
         if (const tcHeldConsumer consumer = entry.second->HeldConsumer())
-            os << " [" << consumer->Description() << "]";
+            os << " [" << vx::Visible(consumer->Description()) << "]";
         os << " (" << entry.second->GetDescription() << ")\n";
     }
     return 0;

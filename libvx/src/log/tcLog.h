@@ -182,6 +182,11 @@ public:
     // Sends the records to the null consumer.
     void CloseLog();
 
+    // From now on the control characters of texts that %s puts into records are made visible, as
+    // "\n" or "\x1b": for loggers that repeat words of strangers. To be called before other threads
+    // use the logger.
+    void ShowControlCharacters() { mbShowsControls = true; }
+
     std::string const& GetName() const { return msName; }
     std::string const& GetDescription() const { return msDescription; }
     char const* GetTag() const { return maTag; }
@@ -319,6 +324,7 @@ private:
     int mnStreamLevel;
     tcShared<tcLogConsumer*> mpConsumer;
     tcLogConsumer* mpErrorConsole;
+    bool mbShowsControls = false;
 };
 
 // Holds the logging lock: loggers that are found meanwhile in the registry stay alive.
