@@ -391,7 +391,9 @@ TEST(LogBuffer, LimitsItsLines)
 {
     EXPECT_STREQ(",1", tcLogBuffer(0).Options());
     EXPECT_STREQ(",1", tcLogBuffer(-5).Options());
-    EXPECT_STREQ(",1000000", tcLogBuffer(2000000).Options());
+    EXPECT_STREQ(",229824", tcLogBuffer(229824).Options()); // of 292 bytes: 64 MiB
+    EXPECT_STREQ(",229824", tcLogBuffer(229825).Options());
+    EXPECT_STREQ(",229824", tcLogBuffer(2000000).Options());
 }
 
 TEST(LogBuffer, DumpsInOrderOfStorage)
@@ -404,6 +406,19 @@ TEST(LogBuffer, DumpsInOrderOfStorage)
     for (const char* message : {"3", "4", "5"})
         buffer.Output(RecordOf(tcLogEvent::eEvent, 0, message));
     EXPECT_THAT(Stored(buffer), ElementsAre("4", "5", "3"));
+}
+
+TEST(LogBuffer, KeepsTheLastOnesWhateverTheirNumber)
+{
+    for (const int lines : {255, 256, 257, 700}) {
+        tcLogBuffer buffer(lines);
+        std::vector<std::string> expected(static_cast<size_t>(lines));
+        for (int i = 0; i < lines + 300; ++i) {
+            expected[static_cast<size_t>(i % lines)] = std::to_string(i);
+            buffer.Output(RecordOf(tcLogEvent::eDebug, 1, std::to_string(i).c_str()));
+        }
+        EXPECT_EQ(expected, Stored(buffer)) << lines;
+    }
 }
 
 TEST(LogBuffer, DumpsLinesToStreams)

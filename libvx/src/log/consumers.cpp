@@ -14,8 +14,11 @@
 #include <iterator>
 #include <map>
 #include <mutex>
+#include <new>
 
 namespace {
+
+constexpr int nBlockLines = 256; // of a buffer, that memory is taken for at a time
 
 using tStreamLock = std::recursive_mutex;
 using tStreamLocks = std::map<const std::ostream*, std::weak_ptr<tStreamLock>>;
@@ -132,7 +135,8 @@ char const* tcLogFile::TypeName() const
 }
 
 tcLogBuffer::tcLogBuffer(int lines)
-    : mnLines(std::clamp(lines, 1, nMaximumLines)), maEvents(new tcLogEvent[mnLines]()), mnNext(0)
+    : mnLines(std::clamp(lines, 1, nMaximumLines)),
+      maBlocks(new std::unique_ptr<tcLogEvent[]>[(mnLines - 1) / nBlockLines + 1]), mnNext(0)
 {
     tcLock::InitializeLock(mhLock);
     const std::string count = std::to_string(mnLines);
@@ -145,10 +149,22 @@ tcLogBuffer::~tcLogBuffer()
     pthread_mutex_destroy(&mhLock);
 }
 
+// Null where nothing has come to; with `makesRoom` only for want of memory.
+tcLogEvent* tcLogBuffer::Slot(int index, bool makesRoom) const
+{
+    const int first = index - index % nBlockLines;
+    std::unique_ptr<tcLogEvent[]>& block = maBlocks[first / nBlockLines];
+    if (!block && makesRoom)
+        block.reset(new (std::nothrow) tcLogEvent[std::min(nBlockLines, mnLines - first)]());
+    return block ? &block[index - first] : nullptr;
+}
+
 void tcLogBuffer::Output(tcLogEvent const& event)
 {
     const tcMutexGuard guard(mhLock);
-    maEvents[mnNext] = event;
+    tcLogEvent* slot = Slot(mnNext, true);
+    if (!slot) return;
+    *slot = event;
     mnNext = (mnNext + 1) % mnLines;
 }
 
@@ -162,10 +178,10 @@ void tcLogBuffer::Dump(std::ostream& os, tcLogConsumer* out) const
     tcLogStream stream(os);
     if (!out) out = &stream;
     for (int i = 0; i < mnLines; ++i) {
-        tcLogEvent event;
+        tcLogEvent event{};
         {
             const tcMutexGuard guard(mhLock);
-            event = maEvents[i];
+            if (const tcLogEvent* slot = Slot(i, false)) event = *slot;
         }
         if (event.seconds != 0) out->Output(event);
     }

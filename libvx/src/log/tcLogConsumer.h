@@ -92,14 +92,15 @@ private:
     std::unique_ptr<tcStream> mpFileStream;
 };
 
-// Keeps the last records.
+// Keeps the last records. Takes memory as they come, and keeps its place for those that there is
+// none for.
 // Locks: a mutex of its own.
 class VX_EXPORT tcLogBuffer : public tcLogConsumer
 {
 public:
-    static constexpr int nMaximumLines = 1000000;
+    static constexpr int nMaximumLines = (64 << 20) / sizeof(tcLogEvent);
 
-    // `lines` is limited to 1 to nMaximumLines.
+    // `lines` is limited to 1 to nMaximumLines, which take 64 MiB.
     explicit tcLogBuffer(int lines);
     ~tcLogBuffer() override;
 
@@ -110,8 +111,10 @@ public:
     void Dump(std::ostream& os, tcLogConsumer* out) const override;
 
 private:
+    tcLogEvent* Slot(int index, bool makesRoom) const;
+
     int mnLines;
-    std::unique_ptr<tcLogEvent[]> maEvents;
+    std::unique_ptr<std::unique_ptr<tcLogEvent[]>[]> maBlocks; // null: nothing has come there yet
     int mnNext;
     mutable pthread_mutex_t mhLock;
 };
