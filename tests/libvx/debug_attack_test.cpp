@@ -1,5 +1,7 @@
-// A thousand clients that do not go away by themselves. These tests run alone: they tell how
-// quickly somebody else is answered meanwhile.
+// A thousand clients that do not go away by themselves, and as many as there are places that do not
+// read their answers. These tests run alone: they tell how quickly somebody else is answered
+// meanwhile.
+#include "HSocket.h"
 #include "debug_support.h"
 #include "tcDbgItem.h"
 
@@ -49,7 +51,72 @@ void AttackInEveryWay(unsigned short port, const std::string& expected)
     ::testing::internal::GetCapturedStderr();
 }
 
+// Clients that ask for much and take little of it.
+class tcSlowReaders
+{
+public:
+    tcSlowReaders(unsigned short port, const std::string& request, int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            maClients.push_back(std::make_unique<tcClient>(port));
+            maClients.back()->Send(request);
+        }
+        for (const auto& client : maClients)
+            EXPECT_TRUE(client->HasAnswer(10000)); // it is being sent
+    }
+
+private:
+    std::vector<std::unique_ptr<tcClient>> maClients;
+};
+
+// Somebody is answered beside them, also when they come again and again.
+void AskBesideSlowReaders(unsigned short port, const std::string& much)
+{
+    for (int i = 0; i < 3; ++i) {
+        const tcSlowReaders readers(port, much, 64);
+        const auto start = tcClock::now();
+        EXPECT_NE("", Ask(port, "LIST"));
+        EXPECT_LT(ElapsedMs(start), LimitMs());
+        std::printf("answered after %d ms\n", ElapsedMs(start));
+    }
+}
+
 } // namespace
+
+TEST_F(Daemon, AnswersWithinASecondWhileAllPlacesAreTakenByClientsThatDoNotRead)
+{
+    Start();
+    tcLog& log = *Keep(new tcLog("MUCH", 1));
+    EXPECT_EQ("", Ask("LOG:SET MUCH 1 50000"));
+    const std::string text(250, 'x');
+    for (int i = 0; i < 50000; ++i)
+        log.logDebug(1, "%s", text.c_str());
+    EXPECT_GT(Ask("LOG:DUMP MUCH").size(), 14000000u); // more than any socket takes
+    const long before = ResidentKiB();
+    AskBesideSlowReaders(mnPort, "LOG:DUMP MUCH");
+    EXPECT_LT(ResidentKiB() - before, 100000);
+}
+
+TEST_F(Daemon, AnswersWithinASecondWhileHandlersOfTheApplicationWriteToClientsThatDoNotRead)
+{
+    class tcEndless : public tcDbgdWB
+    {
+    public:
+        tcEndless() : tcDbgdWB("ENDLESS", "") {}
+        void Run(HSocket* client, char*) override
+        {
+            const std::string block(1 << 20, 'x');
+            while (client->SendAll(block.data(), 1 << 20) > 0) {
+            }
+        }
+    } handler;
+    mpDaemon->RegisterWB(&handler);
+    const int threads = CountThreads() + 2;
+    Start();
+    AskBesideSlowReaders(mnPort, "ENDLESS");
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+    mpDaemon->RemoveWB(&handler);
+}
 
 TEST_F(Daemon, AnswersWithinASecondWhileAThousandClientsHoldTheirConnections)
 {
@@ -69,5 +136,19 @@ TEST(ItemServer, AnswersWithinASecondWhileAThousandClientsHoldTheirConnections)
     tcDbgItem::StartServer();
     EXPECT_TRUE(Eventually([port] { return Ask(port, "GET:A") == "1\0"s; }));
     AttackInEveryWay(port, "A = 1 []\n\0"s);
+    std::cout.clear();
+}
+
+TEST(ItemServer, AnswersWithinASecondWhileAllPlacesAreTakenByClientsThatDoNotRead)
+{
+    const unsigned short port = FreePort();
+    setenv("DBGITEM_PORTNUM", std::to_string(port).c_str(), 1);
+    setenv("DBGITEM_BIND", "127.0.0.1", 1);
+    for (int i = 0; i < 200; ++i)
+        tcDbgItem::AddItem("ITEM" + std::to_string(i), i, std::string(70000, 'x'));
+    std::cout.setstate(std::ios::failbit);
+    tcDbgItem::StartServer();
+    EXPECT_TRUE(Eventually([port] { return Ask(port, "GET:ITEM1") == "1\0"s; }));
+    AskBesideSlowReaders(port, "LIST");
     std::cout.clear();
 }

@@ -219,18 +219,40 @@ TEST_F(ItemServer, DropsClientsThatSendNothing)
     EXPECT_TRUE(Eventually([before] { return CountDescriptors() == before; }));
 }
 
-TEST_F(ItemServer, IsNotHeldUpLineByLineByAClientThatDoesNotReadItsReply)
+TEST_F(ItemServer, AnswersOthersWhileAClientDoesNotReadItsReply)
 {
     for (int i = 0; i < 200; ++i)
         tcDbgItem::AddItem("ITEM" + std::to_string(i), i, std::string(100000, 'x'));
-    tcDbgItem::snClientPatience = 100; // for each writing
     Start();
+    const int descriptors = CountDescriptors();
     tcClient client(mnPort);
     client.Send("LIST");
     EXPECT_TRUE(client.HasAnswer(10000));
     const auto start = tcClock::now();
     EXPECT_EQ("7\0"s, Ask("GET:ITEM7"));
+    EXPECT_LT(ElapsedMs(start), 1000);
+    // It is given up two seconds after it took something last.
+    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors + 1; }));
+    EXPECT_GT(ElapsedMs(start), 1500);
     EXPECT_LT(ElapsedMs(start), 6000);
+    const std::string rest = client.ReadAll();
+    EXPECT_LT(rest.size(), 20000000u);
+    EXPECT_EQ("(reset)", rest.substr(rest.size() - 7));
+}
+
+TEST_F(ItemServer, LetsAClientTakeItsTimeAsLongAsItTakesSomething)
+{
+    size_t size = 0;
+    for (int i = 0; i < 200; ++i) {
+        const std::string number = std::to_string(i), text(100000, 'x');
+        tcDbgItem::AddItem("ITEM" + number, i, text);
+        size += ("ITEM" + number + " = " + number + " [" + text + "]\n").size() + 1;
+    }
+    tcDbgd::snReplyPatience = 300;
+    Start();
+    tcClient client(mnPort);
+    client.Send("LIST");
+    EXPECT_EQ(size, client.ReadSlowly(1 << 20, 50));
 }
 
 TEST_F(ItemServer, HasSixtyFourClientsOfWhichTheLongestSilentOneMakesRoom)

@@ -311,14 +311,26 @@ TEST_F(LogCommand, ReadsAFileWordThatStartsWithANumberAsACount)
     EXPECT_EQ("0", Description());
     Tell("LOG:SET CAM 1 x5");
     EXPECT_EQ("x5", Description());
-    Tell("LOG:SET CAM 1 1000000");
-    EXPECT_EQ("1000000 Line Buffer", Description());
+    Tell("LOG:SET CAM 1 229824"); // of 292 bytes each: 64 MiB
+    EXPECT_EQ("229824 Line Buffer", Description());
+}
+
+TEST_F(LogCommand, BuffersTakeMemoryAsRecordsCome)
+{
+    const long before = ResidentKiB();
+    Tell("LOG:SET CAM 1 229824");
+    EXPECT_LT(ResidentKiB() - before, 2000);
+    const std::string text(250, 'x');
+    for (int i = 0; i < 100000; ++i)
+        mLogger.logDebug(1, "%s", text.c_str());
+    EXPECT_GT(ResidentKiB() - before, 25000);
+    EXPECT_LT(ResidentKiB() - before, 45000);
 }
 
 TEST_F(LogCommand, RefusesBuffersOfNoOrTooManyLines)
 {
     tcDbgd::GetLog().setDbgLevel(5);
-    for (const char* count : {"1000001", "-1", "-200", "99999999999999999999"}) {
+    for (const char* count : {"229825", "1000000", "-1", "-200", "99999999999999999999"}) {
         Tell(std::string("LOG:SET CAM 6 ") + count);
         EXPECT_EQ("CAM = 6 [NULL Log Device]\n", Ask("LOG:GET CAM")) << count;
         EXPECT_TRUE(mLog.Has(std::string("5 tcDbgdWB_log::Set cannot make a buffer of ") + count +
@@ -327,7 +339,7 @@ TEST_F(LogCommand, RefusesBuffersOfNoOrTooManyLines)
     EXPECT_THAT(std::filesystem::directory_iterator(msFolder) ==
                     std::filesystem::directory_iterator(),
                 true);
-    Tell("LOG:URI CAM buff://1000001");
+    Tell("LOG:URI CAM buff://229825");
     EXPECT_EQ("NULL Log Device", Description());
 }
 

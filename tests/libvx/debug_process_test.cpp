@@ -1,6 +1,7 @@
 // The daemon from the loading of the library to the end of the process. VX_EXIT_ROUNDS repeats the
 // exits more often.
 #include "debug_support.h"
+#include "tcNetworkNamespace.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -97,6 +98,30 @@ private:
 
     pid_t mnProcess;
     int mhInput, mhOutput, mhErrors;
+};
+
+// A copy of a program that runs with the rights of another user.
+class tcSetUserId
+{
+public:
+    explicit tcSetUserId(const std::string& program)
+    {
+        char name[] = "/tmp/debug-host-XXXXXX";
+        msFolder = mkdtemp(name);
+        std::filesystem::copy_file(program, Path());
+        const uid_t nobody = 65534;
+        EXPECT_EQ(0, chmod(msFolder.c_str(), 0755));
+        EXPECT_EQ(0, chown(Path().c_str(), nobody, 0));
+        EXPECT_EQ(0, chmod(Path().c_str(), 04755));
+    }
+    ~tcSetUserId() { std::filesystem::remove_all(msFolder); }
+    tcSetUserId(const tcSetUserId&) = delete;
+    tcSetUserId& operator=(const tcSetUserId&) = delete;
+
+    std::string Path() const { return msFolder + "/host"; }
+
+private:
+    std::string msFolder;
 };
 
 class DaemonProcess : public ::testing::Test
@@ -201,27 +226,15 @@ TEST_F(DaemonProcess, LoadsModulesAtItsStart)
 TEST_F(DaemonProcess, LoadsNoModulesIntoSetUserIdPrograms)
 {
     if (getuid() != 0) GTEST_SKIP() << "needs root";
-    char name[] = "/tmp/debug-host-XXXXXX";
-    const std::string folder = mkdtemp(name), program = folder + "/host";
-    std::filesystem::copy_file(VX_DEBUG_HOST, program);
     setenv("DBGD_MODULE_PATH", std::filesystem::path(VX_MODULE).parent_path().c_str(), 1);
     setenv("DBGD_DISABLE", "1", 1);
-    std::string lists[2];
-    for (const bool isSetUserId : {false, true}) {
-        const uid_t nobody = 65534;
-        EXPECT_EQ(0, chmod(folder.c_str(), 0755));
-        EXPECT_EQ(0, chown(program.c_str(), isSetUserId ? nobody : 0, 0));
-        EXPECT_EQ(0, chmod(program.c_str(), isSetUserId ? 04755 : 0755));
-        tcProgram host({program, "list"});
-        lists[isSetUserId] = host.Output();
-        if (host.Status() != 0 && isSetUserId) {
-            std::filesystem::remove_all(folder);
-            GTEST_SKIP() << "set-user-id programs cannot load the library here";
-        }
-    }
-    std::filesystem::remove_all(folder);
-    EXPECT_EQ("Available Tokens:\n\tECHO\n\tHELP\n\tLIST\n\tLOG\n\tPROC\n", lists[false]);
-    EXPECT_EQ("Available Tokens:\n\tECHO\n\tHELP\n\tLIST\n\tLOG\n", lists[true]);
+    tcProgram usual({VX_DEBUG_HOST, "list"});
+    EXPECT_EQ("Available Tokens:\n\tECHO\n\tHELP\n\tLIST\n\tLOG\n\tPROC\n", usual.Output());
+    const tcSetUserId program(VX_DEBUG_HOST);
+    tcProgram privileged({program.Path(), "list"});
+    const std::string list = privileged.Output();
+    if (list.empty()) GTEST_SKIP() << "set-user-id programs cannot load the library here";
+    EXPECT_EQ("Available Tokens:\n\tECHO\n\tHELP\n\tLIST\n\tLOG\n", list);
 }
 
 TEST_F(DaemonProcess, LetsModulesBeUnloadedWhileClientsAskForThem)
@@ -253,6 +266,58 @@ TEST_F(DaemonProcess, OnlyOneOfManyGetsThePort)
     EXPECT_EQ("next\n", Ask(static_cast<unsigned short>(std::stoi(port)), "ECHO:next"));
     second.EndInput();
     EXPECT_EQ(0, second.Status());
+}
+
+// On a host of their own, where the usual port is free.
+TEST_F(DaemonProcess, TellsOfATakenPortThatNobodyAskedForInItsRecordsOnly)
+{
+    std::string reason;
+    tcNetworkNamespace host(reason);
+    if (!host.Enter()) GTEST_SKIP() << reason;
+    unsetenv("DBGD_PORTNUM");
+    tcProgram first({VX_DEBUG_HOST, "serve"});
+    EXPECT_EQ("17020", first.Line());
+    setenv("dbgd_LOGURI", "cout", 1);
+    tcProgram second({VX_DEBUG_HOST, "serve"});
+    EXPECT_THAT(second.Line(), HasSubstr("Error creating socket on port 17020 - retry in 2 s"));
+    first.EndInput();
+    EXPECT_EQ(0, first.Status());
+    std::string line;
+    do {
+        line = second.Line();
+    } while (line.find("retry in") != std::string::npos);
+    EXPECT_EQ("17020", line);
+    second.EndInput();
+    EXPECT_EQ(0, second.Status());
+    EXPECT_EQ("", second.Errors());
+}
+
+TEST_F(DaemonProcess, TakesNothingFromTheEnvironmentWithRaisedPrivileges)
+{
+    std::string reason;
+    tcNetworkNamespace host(reason);
+    if (getuid() != 0 || !host.Enter()) GTEST_SKIP() << "needs root " << reason;
+    const tcSetUserId program(VX_DEBUG_HOST);
+    setenv("DBGD_ALLOW", "10.1.2.3", 1);
+    tcProgram privileged({program.Path(), "serve"});
+    const std::string line = privileged.Line();
+    if (line.empty()) GTEST_SKIP() << "set-user-id programs cannot load the library here";
+    EXPECT_EQ("17020", line); // not any one
+    // Not on loopback alone, and for everybody.
+    EXPECT_EQ("x\n", ::Ask(17020, "ECHO:x", "127.0.0.1", "127.0.0.9"));
+    EXPECT_FALSE(mAnnouncements.HasReceived());
+    // Nor do clients on this host name files.
+    EXPECT_EQ("ERROR: LOG:SET with a file is refused in a program with raised privileges\n",
+              ::Ask(17020, "LOG:SET dbgd 1 file"));
+    EXPECT_EQ("ERROR: LOG:URI is refused in a program with raised privileges\n",
+              ::Ask(17020, "LOG:URI dbgd file:name"));
+    privileged.EndInput();
+    EXPECT_EQ(0, privileged.Status());
+
+    setenv("DBGD_DISABLE", "1", 1); // names nothing
+    tcProgram disabled({program.Path(), "list"});
+    EXPECT_EQ("Available Tokens:\n\tECHO\n\tHELP\n\tLIST\n\tLOG\n", disabled.Output());
+    EXPECT_EQ(0, disabled.Status());
 }
 
 TEST_F(DaemonProcess, EndsAtOnceWhileItWaitsForThePort)

@@ -208,6 +208,7 @@ TEST_F(Daemon, HasTheTimesThatAreDocumented)
 {
     EXPECT_EQ(5000, tcDbgd::snAnnounceInterval);
     EXPECT_EQ(10000, tcDbgd::snClientPatience);
+    EXPECT_EQ(2000, tcDbgd::snReplyPatience);
     EXPECT_EQ(1000, tcDbgd::snRetrySecond);
     EXPECT_EQ(64, tcDbgd::nMaximumClients);
 }
@@ -266,6 +267,25 @@ TEST_F(Daemon, WaitsForATakenPortWithGrowingDelays)
     taken.Close();
     EXPECT_TRUE(Eventually([&] { return mpDaemon->GetPort() == port; }));
     EXPECT_EQ("at last\n", ::Ask(port, "ECHO:at last"));
+}
+
+TEST_F(Daemon, PrintsOnceThatThePortItWasToldIsTaken)
+{
+    unsetenv("TCLOG_SUPPRESS_ERR_CONSOLE");
+    tcDbgd::GetLog().InitFromEnvironment();
+    tcDbgd::snRetrySecond = 1;
+    tcBound taken(SOCK_STREAM, FreePort());
+    taken.Listen();
+    setenv("DBGD_PORTNUM", std::to_string(taken.Port()).c_str(), 1);
+    CaptureStderr();
+    mpDaemon->StartServer();
+    size_t records = 0;
+    EXPECT_TRUE(Eventually([&] { return (records += mLog.Events().size()) >= 9; }));
+    Stop();
+    const std::string printed = GetCapturedStderr();
+    EXPECT_THAT(printed, HasSubstr("Error creating socket on port " + std::to_string(taken.Port()) +
+                                   " - retry in 2 s"));
+    EXPECT_EQ(1, std::count(printed.begin(), printed.end(), '\n')) << printed;
 }
 
 TEST_F(Daemon, StopsAtOnceWhileItWaitsForThePort)
@@ -451,7 +471,7 @@ TEST_F(Daemon, IsNotHeldUpByAClientThatDoesNotReadItsReply)
             }
         }
     } handler;
-    tcDbgd::snClientPatience = 100;
+    tcDbgd::snReplyPatience = 100;
     mpDaemon->RegisterWB(&handler);
     const int threads = CountThreads() + 2;
     Start();

@@ -180,6 +180,19 @@ public:
         return recv(mhDescriptor, &byte, 1, MSG_PEEK) >= 0;
     }
 
+    // How many bytes come until the server closes, read in pieces with pauses between them.
+    size_t ReadSlowly(size_t piece, int pauseMs)
+    {
+        std::string data(piece, '\0');
+        size_t all = 0;
+        for (;;) {
+            const auto size = recv(mhDescriptor, data.data(), data.size(), MSG_WAITALL);
+            if (size <= 0) return all;
+            all += static_cast<size_t>(size);
+            std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
+        }
+    }
+
     // All bytes until the server closes; "(...)" is appended when it does not, or resets.
     std::string ReadAll(int withinMs = 20000)
     {

@@ -1,5 +1,6 @@
 // vxcam log: the loggers of another process, through its debug daemon.
 #include "service_support.h"
+#include "tcNetworkNamespace.h"
 
 using testing::AllOf;
 using testing::EndsWith;
@@ -155,6 +156,37 @@ TEST_F(Log, DumpTellsWhatIsMissing)
     EXPECT_EQ(run.Exit(), 4);
     EXPECT_EQ(run.Document()["target"], msTarget);
     EXPECT_EQ(run.Document()["error"]["text"], "there is no logger NOBODY");
+}
+
+TEST(LogVerb, SaysWhatAProcessOnAnotherHostRefuses)
+{
+    std::string reason;
+    tcNetworkNamespace here(reason);
+    const tcNetworkNamespace there(reason);
+    if (!here.Usable() || !there.Usable() ||
+        !here.Connect("here", "10.9.0.1/24", there, "there", "10.9.0.2/24") || !here.Enter()) {
+        GTEST_SKIP() << reason;
+    }
+    ::setenv("DBGD_PORTNUM", "0", 1);
+    ::unsetenv("DBGD_DISABLE");
+    static tcLog& camera = *new tcLog("CAMERA", 1);
+    tcDbgd& daemon = *tcDbgd::getItem();
+    daemon.StartServer();
+    EXPECT_TRUE(WaitUntil([&] { return daemon.GetPort() != 0; }));
+    const std::string target = "10.9.0.1:" + std::to_string(daemon.GetPort());
+    const std::string end = " is refused: DBGD_ALLOW does not name 10.9.0.2\n";
+    there.Run([&] {
+        EXPECT_THAT(Printed({"log", target, "get", "CAMERA"}), HasSubstr("CAMERA: level 1"));
+        ExpectFailure({"log", target, "set", "CAMERA", "2", "file"}, 4,
+                      "the process refuses: LOG:SET with a file" + end);
+        ExpectFailure({"log", target, "uri", "CAMERA", "file:name"}, 4,
+                      "the process refuses: LOG:URI" + end);
+        ExpectFailure({"log", target, "tail", "CAMERA", "--level", "7"}, 4,
+                      "the process refuses: LOG:URI" + end);
+    });
+    EXPECT_EQ(camera.getDbgLevel(), 1);
+    daemon.StopServer();
+    EXPECT_TRUE(WaitUntil([&] { return daemon.GetPort() == 0; }));
 }
 
 TEST(LogVerb, EndsWithTwoWhenNobodyAnswers)

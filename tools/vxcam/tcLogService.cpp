@@ -13,6 +13,15 @@ constexpr size_t gnShownReply = 60;
     throw tcFailure(eExitCamera, "there is no logger " + name);
 }
 
+// What the process does not do for this client, and why.
+void ThrowIfRefused(const std::string& reply)
+{
+    const std::string start = "ERROR: ";
+    if (reply.compare(0, start.size(), start) != 0) return;
+    const std::string reason = reply.substr(start.size(), reply.find('\n') - start.size());
+    throw tcFailure(eExitCamera, "the process refuses: " + Printable(reason));
+}
+
 } // namespace
 
 tcLogService::tcLogService(const tsEndpoint& place, std::chrono::milliseconds patience)
@@ -82,6 +91,7 @@ tsLogger tcLogService::Set(const std::string& name, int level, const std::string
     const std::string reply =
         Ask("SET " + name + " " + std::to_string(level) + (where.empty() ? "" : " " + where));
     if (reply == "ERROR") NoLogger(name);
+    ThrowIfRefused(reply);
     if (!reply.empty()) BadReply("SET", reply);
     tsLogger logger = Get(name);
     if (logger.level == level) return logger;
@@ -91,6 +101,7 @@ tsLogger tcLogService::Set(const std::string& name, int level, const std::string
 tsLogger tcLogService::SetUri(const std::string& name, const std::string& uri)
 {
     const std::string reply = Ask("URI " + name + (uri.empty() ? "" : " " + uri));
+    ThrowIfRefused(reply);
     if (!reply.empty()) BadReply("URI", reply);
     return Get(name);
 }

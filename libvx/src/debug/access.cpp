@@ -3,9 +3,16 @@
 #include "StringTokenizer.h"
 #include "tcDbgd.h"
 #include "tcLog.h"
+#include "vxdescriptors.h"
 #include "vxenvironment.h"
 
 #include <arpa/inet.h>
+#include <ifaddrs.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
 namespace {
 
@@ -62,4 +69,34 @@ int vx::tcAccess::Bind(HSocket& socket, unsigned short port) const
 bool vx::tcAccess::Admits(HSocket& client) const
 {
     return !mbRestricted || mAdmitted.CheckRemote(&client) != 0;
+}
+
+bool vx::tcAccess::Names(unsigned int address) const
+{
+    return mbRestricted && mAdmitted.Check(address) != 0;
+}
+
+bool vx::IsOfThisHost(unsigned int address)
+{
+    if (ntohl(address) >> 24 == IN_LOOPBACKNET) return true;
+    const tcAboveStandard above; // a socket is opened for the list
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) return false;
+    const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, freeifaddrs);
+    for (const ifaddrs* one = list; one; one = one->ifa_next) {
+        if (!one->ifa_addr || one->ifa_addr->sa_family != AF_INET) continue;
+        sockaddr_in own;
+        std::memcpy(&own, one->ifa_addr, sizeof own);
+        if (own.sin_addr.s_addr == address) return true;
+    }
+    return false;
+}
+
+bool vx::IsWithinHost(HSocket& client)
+{
+    int family = AF_UNSPEC;
+    socklen_t size = sizeof family;
+    if (getsockopt(client.GetFD(), SOL_SOCKET, SO_DOMAIN, &family, &size) == 0)
+        return family == AF_UNIX;
+    return errno == ENOTSOCK;
 }

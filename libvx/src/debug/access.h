@@ -16,7 +16,8 @@ public:
     tcAccess() = default;
 
     // Reads the two environment variables. What cannot be read is logged and restricts: a bad local
-    // address keeps the service from listening, a bad entry of the list admits nobody.
+    // address keeps the service from listening, a bad entry of the list admits nobody. In programs
+    // with raised privileges they are not looked at.
     tcAccess(const char* bindVariable, const char* allowVariable);
 
     // False when there is no address to listen on.
@@ -26,7 +27,13 @@ public:
     // errno says why not.
     int Bind(HSocket& socket, unsigned short port) const;
 
+    // What it binds to, in network order; 0 for all addresses.
+    unsigned int Address() const { return mnAddress; }
+
     bool Admits(HSocket& client) const;
+
+    // Whether there is a list, and the address (network order) is on it.
+    bool Names(unsigned int address) const;
 
 private:
     void ReadList(const std::string& text, const char* variable);
@@ -36,6 +43,12 @@ private:
     bool mbRestricted = false;
     HInetAddrList mAdmitted;
 };
+
+// Whether the address (network order) is one of this host: loopback, or an interface's.
+bool IsOfThisHost(unsigned int address);
+
+// Whether this is no connection of the network, but a pair of sockets or a pipe within this host.
+bool IsWithinHost(HSocket& client);
 
 } // namespace vx
 

@@ -1,6 +1,8 @@
 #include "background.h"
 
 #include "HSocket.h"
+#include "tcDbgd.h"
+#include "tcLog.h"
 
 #include <netinet/tcp.h>
 #include <sys/time.h>
@@ -9,20 +11,15 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <memory>
-#include <utility>
 
-static void* RunBody(void* argument)
-{
-    const std::unique_ptr<std::function<void()>> body(
-        static_cast<std::function<void()>*>(argument));
-    (*body)();
-    return nullptr;
-}
+namespace {
 
-pthread_t vx::StartDetached(std::function<void()> body)
+constexpr size_t nPiece = 65536;
+
+} // namespace
+
+pthread_t vx::StartDetachedThread(void* (*run)(void*), void* argument)
 {
-    auto argument = std::make_unique<std::function<void()>>(std::move(body));
     sigset_t all, before;
     sigfillset(&all);
     pthread_attr_t attributes;
@@ -30,13 +27,20 @@ pthread_t vx::StartDetached(std::function<void()> body)
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     pthread_t handle = 0;
-    errno = pthread_create(&handle, &attributes, RunBody, argument.get());
+    errno = pthread_create(&handle, &attributes, run, argument);
     const bool isStarted = errno == 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_attr_destroy(&attributes);
-    if (!isStarted) return 0;
-    (void)argument.release(); // the thread's
-    return handle;
+    return isStarted ? handle : 0;
+}
+
+void vx::ReportFailure(const char* reason)
+{
+    try {
+        tcDbgd::GetLog().logError("debug services: %s", reason);
+    } catch (std::exception const&) {
+        // Nor is there memory to say so.
+    }
 }
 
 int vx::WaitingClients(HSocket& listener)
@@ -62,9 +66,22 @@ int vx::ReadRequest(HSocket& client, char (&request)[nRequestSize + 1], int pati
     return received;
 }
 
-void vx::Reply(HSocket* client, const std::string& text)
+bool vx::Reply(HSocket* client, const std::string& text)
 {
-    if (client) client->SendAll(text.data(), static_cast<int>(text.size()));
+    if (!client) return false;
+    for (size_t done = 0; done < text.size(); done += nPiece) {
+        const auto size = static_cast<int>(std::min(text.size() - done, nPiece));
+        if (client->SendAll(text.data() + done, size, tcDbgd::snReplyPatience) == size) continue;
+        Cut(*client);
+        return false;
+    }
+    return true;
+}
+
+void vx::Cut(HSocket& client)
+{
+    client.SetAsNoLinger();
+    client.Shutdown(SHUT_RDWR);
 }
 
 bool vx::EndReply(HSocket& client, int received)

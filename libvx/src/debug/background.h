@@ -4,8 +4,11 @@
 
 #include <pthread.h>
 
-#include <functional>
+#include <cerrno>
+#include <memory>
+#include <new>
 #include <string>
+#include <utility>
 
 class HSocket;
 
@@ -19,6 +22,9 @@ constexpr int nBacklog = 1024;
 // How long a client may be silent even if another one waits for its place, in milliseconds.
 constexpr int nLeastPatience = 10;
 
+// The same for one that takes nothing of its reply.
+constexpr int nLeastTakingPatience = 100;
+
 // How long a client that has its reply may go on sending, altogether and between two pieces.
 constexpr int nLeavingTime = 500, nLeavingPause = 100;
 
@@ -26,18 +32,47 @@ constexpr int nLeavingTime = 500, nLeavingPause = 100;
 // one does.
 int WaitingClients(HSocket& listener);
 
-// Runs `body` on a detached thread that takes no signals. Its handle, or 0 when there is none to
-// be had (errno says why).
-pthread_t StartDetached(std::function<void()> body);
+// Runs `run` with its argument on a detached thread that takes no signals. Its handle, or 0 when
+// there is none to be had (errno says why).
+pthread_t StartDetachedThread(void* (*run)(void*), void* argument);
 
-// Prepares an accepted connection: writing to a client that does not read fails after `patienceMs`.
+// Logs that something was done without, for want of memory for example. Does not throw.
+void ReportFailure(const char* reason);
+
+// Runs `body` on such a thread. What it throws is reported, and ends that thread alone.
+template <typename tBody>
+pthread_t StartDetached(tBody body)
+{
+    std::unique_ptr<tBody> argument(new (std::nothrow) tBody(std::move(body)));
+    errno = ENOMEM;
+    if (!argument) return 0;
+    const auto run = [](void* given) -> void* {
+        const std::unique_ptr<tBody> own(static_cast<tBody*>(given));
+        try {
+            (*own)();
+        } catch (std::exception const& failure) {
+            ReportFailure(failure.what());
+        }
+        return nullptr;
+    };
+    const pthread_t handle = StartDetachedThread(run, argument.get());
+    if (handle != 0) (void)argument.release(); // the thread's
+    return handle;
+}
+
+// Prepares an accepted connection: a single write to a client that does not read fails after
+// `patienceMs`.
 void LimitSending(HSocket& client, int patienceMs);
 
 // Reads one request, terminated. As HSocket::Receive; errno is set for perror in every case.
 int ReadRequest(HSocket& client, char (&request)[nRequestSize + 1], int patienceMs);
 
-// Sends the whole text; nothing to a null client.
-void Reply(HSocket* client, const std::string& text);
+// Sends the text; nothing to a null client. A client that takes too long (tcDbgd::snReplyPatience
+// for each 64 KiB) is cut off: false, then and for what follows.
+bool Reply(HSocket* client, const std::string& text);
+
+// Ends a connection at once, without sending what is still to be sent.
+void Cut(HSocket& client);
 
 // Whether the request of which ReadRequest got `received` bytes may go on: then closing would reset
 // the connection and might take the reply with it. The sending side is closed if so, and what still

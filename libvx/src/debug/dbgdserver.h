@@ -5,6 +5,7 @@
 #include "access.h"
 #include "tcDbgd.h"
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -40,6 +41,7 @@ struct tsServerSettings {
     explicit tsServerSettings(unsigned short port);
 
     unsigned short mnPort;
+    bool mbPortGiven; // by the environment
     vx::tcAccess mAccess;
     std::string msGroup = "239.192.100.100";
     unsigned short mnGroupPort = 7020;
@@ -48,7 +50,7 @@ struct tsServerSettings {
 // One run of the server, from its start to its stop.
 // Threads: the server, the announcer and one for each client, all detached; they share this object.
 // Locks: mhLock guards the clients' places and wakes whoever sleeps. A client's socket is closed
-// under it, so that those in the map are open.
+// under it, so that those that have places are open.
 class tcDbgd::tcServer : public std::enable_shared_from_this<tcServer>
 {
 public:
@@ -65,6 +67,9 @@ public:
 
     unsigned short GetPort() const { return mnOpenPort; }
 
+    // Whether a client may have the process open files and send to addresses.
+    bool Trusts(HSocket& client);
+
     // What a client is doing: it has sent nothing yet, or its command runs, or it has its reply and
     // goes on sending. Dropped: it gave up its place and is about to end.
     enum tePhase { eSilent, eServed, eLeaving, eDropped };
@@ -76,28 +81,38 @@ public:
 private:
     typedef std::chrono::steady_clock tcClock;
     struct tsPlace {
-        tePhase mePhase;
+        HSocket* mpClient = nullptr; // null: the place is free
+        tePhase mePhase = eSilent;
         tcClock::time_point mtSince;
+        unsigned int mnPeer = 0; // its address, in network order
+        // Of a served one, as long as nobody waits for its place: nothing.
+        uint64_t mnTaken = 0; // bytes of its reply
+        tcClock::time_point mtTaken;
     };
 
     void Server();
     bool OpenPort(HSocket& listener);
+    void ReportClosedPort(int* lastError, int wholeSeconds) const;
     void ServeClients(HSocket& listener);
     void AcceptClient(HSocket& listener);
     void StartWorker(std::unique_ptr<HSocket> client);
+    tsPlace* PlaceOf(const HSocket* client);
     void Enter(HSocket* client, tePhase phase);
     void ClientEnded(HSocket* client);
-    void DropFor(int waiting);
-    HSocket* Oldest(tePhase phase) const;
+    void Announce();
+    int OpenAnnouncer() const;
     static void RunCommand(const std::shared_ptr<tcRegistry>& registry, HSocket& client,
                            char* request);
-    void AnnounceThread();
 
     // False when the server is to stop.
     bool Sleep(double milliseconds);
-    // A client that has sent nothing gives up its place when all are taken: the one that has been
-    // silent longest. So does, when there is none, one that has its reply.
+    // Waits for a place; clients give up theirs for those that wait. False when the server is to
+    // stop.
     bool MakeRoom(HSocket& listener);
+    void DropFor(int waiting);
+    bool DropOne();
+    tsPlace* Oldest(tePhase phase);
+    tsPlace* Stalled();
 
     const tsServerSettings mSettings;
     const std::shared_ptr<tcRegistry> mpRegistry;
@@ -107,7 +122,7 @@ private:
     std::condition_variable mChanged;
     bool mbStop = false;
     bool mbEnded = false;
-    std::map<HSocket*, tsPlace> mmClients;
+    std::array<tsPlace, nMaximumClients> maPlaces;
     std::atomic<unsigned short> mnOpenPort{0};
 };
 

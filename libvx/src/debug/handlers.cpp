@@ -58,23 +58,24 @@ struct tsBuiltInHandlers {
         Add(DbgdWB_helpPtr, "_init() loading for tcDbgdWB_help module");
         Add(DbgdWB_listPtr, "_init() loading for tcDbgdWB_list module");
         Add(DbgdWB_logPtr, "_init() loading for tcDbgdWB_log module");
-        mpRegistry = tcDbgd::getItem()->mpRegistry;
+        if (const tcDbgd* daemon = tcDbgd::getItem()) mpRegistry = daemon->mpRegistry;
     }
 
     ~tsBuiltInHandlers()
     {
         // In a child process other threads' locks may be held for ever.
-        if (getpid() != mnProcess) return;
+        if (getpid() != mnProcess || !mpRegistry) return;
         tcDbgdWB* const handlers[] = {
             std::exchange(DbgdWB_echoPtr, nullptr), std::exchange(DbgdWB_helpPtr, nullptr),
             std::exchange(DbgdWB_listPtr, nullptr), std::exchange(DbgdWB_logPtr, nullptr)};
         for (const tcDbgdWB* handler : handlers) {
+            if (!handler) continue;
             tcDbgd::GetLog().logDebug(1, "tcDbgd::RemoveWB removing %s token handler",
                                       handler->msToken.c_str());
             mpRegistry->Remove(handler->msToken);
         }
         for (tcDbgdWB* handler : handlers) {
-            if (mpRegistry->WaitUnused(handler, nDisposalWaitMs)) delete handler;
+            if (handler && mpRegistry->WaitUnused(handler, nDisposalWaitMs)) delete handler;
         }
     }
 
@@ -82,12 +83,17 @@ struct tsBuiltInHandlers {
     tsBuiltInHandlers& operator=(const tsBuiltInHandlers&) = delete;
 
 private:
+    // One that there is no memory for is done without.
     template <typename tHandler>
     static void Add(tHandler*& handler, const char* text)
     {
-        tcDbgd::GetLog().logDebug(1, text);
-        handler = new tHandler;
-        tcDbgd::getItem()->RegisterWB(handler);
+        try {
+            tcDbgd::GetLog().logDebug(1, text);
+            handler = new tHandler;
+            if (tcDbgd* daemon = tcDbgd::getItem()) daemon->RegisterWB(handler);
+        } catch (std::exception const& failure) {
+            vx::ReportFailure(failure.what());
+        }
     }
 
     const pid_t mnProcess = getpid();

@@ -3,18 +3,15 @@
 #define VX_ITEMS_H
 
 #include <mutex>
-
-class HSocket;
+#include <string>
 
 namespace vx {
 
 // Guards the registry of tcDbgItem; never destroyed.
 std::recursive_mutex& ItemsLock();
 
-// Reads one request of a client and answers it. Waits for the request as long as
-// tcDbgItem::snClientPatience says. False when the connection can be closed; else the client may go
-// on sending, and its answer would be lost by that.
-bool ServeItemClient(HSocket& client);
+// Does what a request asks for; what is to be sent back, with its zero bytes. Changes the request.
+std::string AnswerOfItems(char* request);
 
 } // namespace vx
 

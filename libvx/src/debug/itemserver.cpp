@@ -19,31 +19,24 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
 namespace {
 
-// Sends a text and its terminator; false when the client does not take it.
-bool SendText(HSocket& client, const std::string& text)
-{
-    return client.SendAll(text.c_str(), static_cast<int>(text.size() + 1)) >= 0;
-}
+constexpr int nPauseMs = 100; // until there may be memory again
 
-void List(HSocket& client)
+std::string List()
 {
-    std::vector<std::string> lines;
-    {
-        const std::lock_guard<std::recursive_mutex> guard(vx::ItemsLock());
-        for (const auto& entry : tcDbgItem::GetMap()) {
-            if (!entry.second) continue;
-            lines.push_back(entry.first + " = " + entry.second->Text() + " [" +
-                            entry.second->Describe() + "]\n");
-        }
+    std::string lines;
+    const std::lock_guard<std::recursive_mutex> guard(vx::ItemsLock());
+    for (const auto& entry : tcDbgItem::GetMap()) {
+        if (!entry.second) continue;
+        lines.append(entry.first).append(" = ").append(entry.second->Text());
+        lines.append(" [").append(entry.second->Describe()).append("]\n").push_back('\0');
     }
-    for (const std::string& line : lines) {
-        if (!SendText(client, line)) return;
-    }
+    return lines;
 }
 
 // Items that are registered stay.
@@ -54,50 +47,54 @@ tcDbgItem* Find(const char* name)
     return entry == tcDbgItem::GetMap().end() ? nullptr : entry->second;
 }
 
-void Dispatch(HSocket& client, char* request)
-{
-    char* rest = nullptr;
-    const char* word = strtok_r(request, ":", &rest);
-    if (!word) return;
-    if (std::strncmp(word, "LIST", 4) == 0) return List(client);
-    const bool isSet = std::strcmp(word, "SET") == 0;
-    if (!isSet && std::strcmp(word, "GET") != 0) return;
-
-    const char* name = strtok_r(nullptr, "=", &rest);
-    tcDbgItem* item = name ? Find(name) : nullptr;
-    if (!item) return;
-    if (isSet)
-        item->FromStr(rest);
-    else
-        SendText(client, item->Text());
-}
-
 typedef std::chrono::steady_clock tcClock;
 
-// The server while it runs: clients that are connected, oldest first. Those that have sent nothing
-// yet are waited for side by side; requests are served one after another.
+// A client that is connected.
+struct tsClient {
+    // It has sent nothing yet, or has not taken all of its answer, or has it and goes on sending.
+    enum tePhase { eSilent, eTaking, eLeaving };
+
+    void Enter(tePhase phase, int patienceMs)
+    {
+        mePhase = phase;
+        mtSince = tcClock::now();
+        mtDeadline = mtSince + std::chrono::milliseconds(patienceMs);
+    }
+
+    std::unique_ptr<HSocket> mpSocket;
+    tePhase mePhase = eSilent;
+    tcClock::time_point mtSince, mtDeadline; // taking: since it took something last
+    std::string msAnswer;
+    size_t mnTaken = 0;
+    int mnReceived = 0;
+};
+
+// The server while it runs: clients that are connected, oldest first. All that they do is waited
+// for side by side; what they ask is done one after another.
 class tcItemServer
 {
 public:
     tcItemServer(HSocket& listener, const vx::tcAccess& access)
         : mListener(listener), mAccess(access)
-    {}
+    {
+        maClients.reserve(tcDbgd::nMaximumClients);
+        maStates.reserve(tcDbgd::nMaximumClients + 1);
+    }
 
     // Waits for something to do and does it. True when a connection has ended; `isBroken` becomes
     // true when no more clients can be had.
     bool Step(bool& isBroken);
 
 private:
-    struct tsClient {
-        std::unique_ptr<HSocket> mpSocket;
-        tcClock::time_point mtSince, mtDeadline;
-        bool mbLeaving; // has its reply, and goes on sending
-    };
     typedef std::vector<tsClient> tcClients;
 
+    void Wait();
+    bool ServeClients();
     bool Accept(bool& isBroken);
-    bool Serve(tsClient& client);
-    bool Discard(tsClient& client) const;
+    bool GoesOn(tsClient& client);
+    bool Receive(tsClient& client);
+    static bool Send(tsClient& client);
+    static bool Discard(tsClient& client);
     tcClients::iterator Oldest();
     bool DropOverdue();
     int TimeToWait() const;
@@ -105,12 +102,8 @@ private:
     HSocket& mListener;
     const vx::tcAccess& mAccess;
     tcClients maClients;
+    std::vector<pollfd> maStates; // of the listener and of the clients
 };
-
-void After(tcClock::time_point& deadline, int milliseconds)
-{
-    deadline = tcClock::now() + std::chrono::milliseconds(milliseconds);
-}
 
 // Without limit when nobody is connected.
 int tcItemServer::TimeToWait() const
@@ -124,42 +117,58 @@ int tcItemServer::TimeToWait() const
     return static_cast<int>(std::max<decltype(left)>(left, 0));
 }
 
-bool tcItemServer::Step(bool& isBroken)
+void tcItemServer::Wait()
 {
-    std::vector<pollfd> states{{mListener.GetFD(), POLLIN, 0}};
-    for (const tsClient& client : maClients)
-        states.push_back({client.mpSocket->GetFD(), POLLIN, 0});
+    maStates.assign(1, {mListener.GetFD(), POLLIN, 0});
+    for (const tsClient& client : maClients) {
+        const bool isTaking = client.mePhase == tsClient::eTaking;
+        maStates.push_back(
+            {client.mpSocket->GetFD(), static_cast<short>(isTaking ? POLLOUT : POLLIN), 0});
+    }
     // With a full house it is not the one at the door that is waited for, but a place.
     const bool isPressed =
-        maClients.size() >= tcDbgd::nMaximumClients && poll(states.data(), 1, 0) == 1;
+        maClients.size() >= tcDbgd::nMaximumClients && poll(maStates.data(), 1, 0) == 1;
     if (!isPressed)
-        poll(states.data(), states.size(), TimeToWait());
+        poll(maStates.data(), maStates.size(), TimeToWait());
     else
-        poll(states.data() + 1, states.size() - 1, Oldest() == maClients.end() ? 1 : 0);
+        poll(maStates.data() + 1, maStates.size() - 1, Oldest() == maClients.end() ? 1 : 0);
+}
 
-    bool hasEnded = false;
-    for (size_t i = maClients.size(); i-- > 0;) {
-        tsClient& client = maClients[i];
-        if (states[i + 1].revents == 0) continue;
-        if (client.mbLeaving ? Discard(client) : Serve(client)) continue;
-        maClients.erase(maClients.begin() + static_cast<std::ptrdiff_t>(i));
-        hasEnded = true;
-    }
+bool tcItemServer::Step(bool& isBroken)
+{
+    Wait();
+    bool hasEnded = ServeClients();
     hasEnded = DropOverdue() || hasEnded;
-    if (states[0].revents == 0) return hasEnded;
+    if (maStates[0].revents == 0) return hasEnded;
     if (maClients.size() >= tcDbgd::nMaximumClients) {
         const auto oldest = Oldest();
         if (oldest == maClients.end()) return hasEnded;
+        if (oldest->mePhase == tsClient::eTaking) vx::Cut(*oldest->mpSocket);
         maClients.erase(oldest);
         hasEnded = true;
     }
     return Accept(isBroken) || hasEnded;
 }
 
+// True when a connection has ended.
+bool tcItemServer::ServeClients()
+{
+    const size_t before = maClients.size();
+    for (size_t i = before; i-- > 0;) {
+        if (maStates[i + 1].revents == 0 || GoesOn(maClients[i])) continue;
+        maClients.erase(maClients.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+    return maClients.size() != before;
+}
+
 // True when the connection has ended already.
 bool tcItemServer::Accept(bool& isBroken)
 {
-    auto client = std::make_unique<HSocket>();
+    std::unique_ptr<HSocket> client(new (std::nothrow) HSocket);
+    if (!client) {
+        poll(nullptr, 0, nPauseMs);
+        return false;
+    }
     if (!mListener.Accept(client.get())) {
         if (errno == EINTR) return false;
         std::perror("accept");
@@ -173,47 +182,85 @@ bool tcItemServer::Accept(bool& isBroken)
         return true;
     }
     std::cout << "Accepting new connection on socket " << client->GetFD() << std::endl;
-    vx::LimitSending(*client, tcDbgItem::snClientPatience);
-    tsClient place{std::move(client), tcClock::now(), {}, false};
-    After(place.mtDeadline, tcDbgItem::snClientPatience);
+    tsClient place;
+    place.mpSocket = std::move(client);
+    place.Enter(tsClient::eSilent, tcDbgItem::snClientPatience);
     maClients.push_back(std::move(place));
     return false;
 }
 
-// False when the connection can be closed.
-bool tcItemServer::Serve(tsClient& client)
+// Does what a client is ready for. False when the connection can be closed.
+bool tcItemServer::GoesOn(tsClient& client)
 {
-    if (!vx::ServeItemClient(*client.mpSocket)) return false;
-    client.mbLeaving = true;
-    client.mtSince = tcClock::now();
-    After(client.mtDeadline, vx::nLeavingPause);
+    try {
+        switch (client.mePhase) {
+        case tsClient::eSilent:
+            return Receive(client);
+        case tsClient::eTaking:
+            return Send(client);
+        case tsClient::eLeaving:
+            return Discard(client);
+        }
+    } catch (const std::bad_alloc&) {
+        tcDbgd::GetLog().logError("tcDbgItem::Server has no memory for a client");
+    }
+    return false;
+}
+
+bool tcItemServer::Receive(tsClient& client)
+{
+    char request[vx::nRequestSize + 1];
+    client.mnReceived = vx::ReadRequest(*client.mpSocket, request, tcDbgItem::snClientPatience);
+    if (client.mnReceived <= 0) {
+        std::perror("read");
+        return false;
+    }
+    std::cout << "Read msg " << vx::Visible(request) << std::endl;
+    client.msAnswer = vx::AnswerOfItems(request);
+    client.Enter(tsClient::eTaking, tcDbgd::snReplyPatience);
+    return Send(client);
+}
+
+bool tcItemServer::Send(tsClient& client)
+{
+    const size_t left = client.msAnswer.size() - client.mnTaken;
+    const ssize_t sent =
+        left == 0 ? 0
+                  : send(client.mpSocket->GetFD(), client.msAnswer.data() + client.mnTaken, left,
+                         MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0) return errno == EAGAIN || errno == EINTR;
+    client.mnTaken += static_cast<size_t>(sent);
+    client.Enter(tsClient::eTaking, tcDbgd::snReplyPatience);
+    if (client.mnTaken < client.msAnswer.size()) return true;
+    if (!vx::EndReply(*client.mpSocket, client.mnReceived)) return false;
+    client.Enter(tsClient::eLeaving, vx::nLeavingPause);
     return true;
 }
 
-bool tcItemServer::Discard(tsClient& client) const
+bool tcItemServer::Discard(tsClient& client)
 {
     char rest[4096];
     if (recv(client.mpSocket->GetFD(), rest, sizeof rest, MSG_DONTWAIT) <= 0) return false;
-    After(client.mtDeadline, vx::nLeavingPause);
-    client.mtDeadline =
-        std::min(client.mtDeadline, client.mtSince + std::chrono::milliseconds(vx::nLeavingTime));
+    const auto now = tcClock::now();
+    client.mtDeadline = std::min(now + std::chrono::milliseconds(vx::nLeavingPause),
+                                 client.mtSince + std::chrono::milliseconds(vx::nLeavingTime));
     return true;
 }
 
-// The one that has been silent longest, or else has had its reply longest; the end when all have
-// come just now.
+// The one that makes room for another: one that has been silent longest, else one that has its
+// answer, else one that does not take it; the end when all have come just now.
 tcItemServer::tcClients::iterator tcItemServer::Oldest()
 {
     const auto latest = tcClock::now() - std::chrono::milliseconds(vx::nLeastPatience);
-    auto found = maClients.end();
-    for (const bool isLeaving : {true, false}) {
-        const auto oldest =
-            std::find_if(maClients.begin(), maClients.end(), [&](const tsClient& client) {
-                return client.mbLeaving == isLeaving && client.mtSince <= latest;
-            });
-        if (oldest != maClients.end()) found = oldest;
+    for (const auto phase : {tsClient::eSilent, tsClient::eLeaving, tsClient::eTaking}) {
+        auto found = maClients.end();
+        for (auto client = maClients.begin(); client != maClients.end(); ++client) {
+            if (client->mePhase != phase || client->mtSince > latest) continue;
+            if (found == maClients.end() || client->mtSince < found->mtSince) found = client;
+        }
+        if (found != maClients.end()) return found;
     }
-    return found;
+    return maClients.end();
 }
 
 bool tcItemServer::DropOverdue()
@@ -225,7 +272,8 @@ bool tcItemServer::DropOverdue()
     const bool hasEnded = overdue != maClients.end();
     for (auto client = overdue; client != maClients.end(); ++client) {
         errno = ETIMEDOUT;
-        if (!client->mbLeaving) std::perror("read");
+        if (client->mePhase == tsClient::eSilent) std::perror("read");
+        if (client->mePhase == tsClient::eTaking) vx::Cut(*client->mpSocket);
     }
     maClients.erase(overdue, maClients.end());
     return hasEnded;
@@ -251,12 +299,8 @@ bool OpenPort(HSocket& listener, const vx::tcAccess& access, short port)
     return false;
 }
 
-void Server(const vx::tcAccess& access, short port)
+void Serve(HSocket& listener, const vx::tcAccess& access)
 {
-    static HSocket& listener = *new HSocket; // a process has one server, once
-    if (!access.CanListen() || !OpenPort(listener, access, port)) return;
-    std::cout << "tcDbgItem::Server task: listening on port " << port << "... ready for commands!"
-              << std::endl;
     tcItemServer server(listener, access);
     bool isBroken = false;
     while (!tcDbgItem::mbThreadDone && !isBroken) {
@@ -264,22 +308,35 @@ void Server(const vx::tcAccess& access, short port)
         while (!server.Step(isBroken) && !isBroken) {
         }
     }
+}
+
+void Server(const vx::tcAccess& access, short port)
+{
+    static HSocket& listener = *new HSocket; // a process has one server, once
+    if (!access.CanListen() || !OpenPort(listener, access, port)) return;
+    std::cout << "tcDbgItem::Server task: listening on port " << port << "... ready for commands!"
+              << std::endl;
+    Serve(listener, access);
     listener.Close();
 }
 
 } // namespace
 
-bool vx::ServeItemClient(HSocket& client)
+std::string vx::AnswerOfItems(char* request)
 {
-    char request[vx::nRequestSize + 1];
-    const int received = vx::ReadRequest(client, request, tcDbgItem::snClientPatience);
-    if (received <= 0) {
-        std::perror("read");
-        return false;
-    }
-    std::cout << "Read msg " << vx::Visible(request) << std::endl;
-    Dispatch(client, request);
-    return vx::EndReply(client, received);
+    char* rest = nullptr;
+    const char* word = strtok_r(request, ":", &rest);
+    if (!word) return "";
+    if (std::strncmp(word, "LIST", 4) == 0) return List();
+    const bool isSet = std::strcmp(word, "SET") == 0;
+    if (!isSet && std::strcmp(word, "GET") != 0) return "";
+
+    const char* name = strtok_r(nullptr, "=", &rest);
+    tcDbgItem* item = name ? Find(name) : nullptr;
+    if (!item) return "";
+    if (!isSet) return item->Text() + '\0';
+    item->FromStr(rest);
+    return "";
 }
 
 void tcDbgItem::StartServer()
@@ -291,8 +348,14 @@ void tcDbgItem::StartServer()
     // Kept: a signed number, so a port above 32767 prints as a negative one.
     const auto port =
         static_cast<short>(text ? std::strtol(text, nullptr, 10) : tcDbgItemPort.load());
-    const vx::tcAccess access("DBGITEM_BIND", "DBGITEM_ALLOW");
-    mhThreadId = vx::StartDetached([access, port] { Server(access, port); });
+    try {
+        const vx::tcAccess access("DBGITEM_BIND", "DBGITEM_ALLOW");
+        mhThreadId = vx::StartDetached([access, port] { Server(access, port); });
+        if (mhThreadId != 0) return;
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+    }
+    tcDbgd::GetLog().logSystemError("tcDbgItem::StartServer, no thread for the server");
 }
 
 void tcDbgItem::StopServer()

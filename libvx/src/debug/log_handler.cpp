@@ -1,4 +1,5 @@
 // LOG: loggers over the network.
+#include "HSocket.h"
 #include "StringTokenizer.h"
 #include "background.h"
 #include "lifetime.h"
@@ -6,36 +7,50 @@
 #include "tcLog.h"
 #include "tcLogConsumer.h"
 
+#include <sys/auxv.h>
+
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <streambuf>
 
 namespace {
 
 constexpr const char* pWordSeparators = " \t";
 
-// A stream that collects text.
-class tcTextBuffer : public std::streambuf
+// A stream that goes to a client, in pieces; once the client is gone it fails.
+class tcReplyBuffer : public std::streambuf
 {
 public:
-    const std::string& Text() const { return msText; }
+    explicit tcReplyBuffer(HSocket* client) : mpClient(client) { msText.reserve(nPiece + nMore); }
+
+    void Flush()
+    {
+        mbGone = mbGone || !vx::Reply(mpClient, msText);
+        msText.clear();
+    }
 
 protected:
     std::streamsize xsputn(char const* text, std::streamsize length) override
     {
         msText.append(text, static_cast<size_t>(length));
-        return length;
+        if (msText.size() >= nPiece) Flush();
+        return mbGone ? 0 : length;
     }
     int overflow(int character) override
     {
-        msText.push_back(traits_type::to_char_type(character));
-        return traits_type::not_eof(character);
+        const char text = traits_type::to_char_type(character);
+        return xsputn(&text, 1) == 1 ? traits_type::not_eof(character) : traits_type::eof();
     }
 
 private:
+    static constexpr size_t nPiece = 65536, nMore = 1024; // lines are not longer
+
+    HSocket* const mpClient;
     std::string msText;
+    bool mbGone = false;
 };
 
 void AnnounceLookup(const std::string& name)
@@ -90,6 +105,19 @@ tcHeldConsumer Kept(tcLogConsumer*& field)
     return kept;
 }
 
+// Makes a consumer the library's, or deletes it.
+void Adopt(tcLogConsumer* consumer)
+{
+    try {
+        tcLog::AdoptConsumer(consumer);
+    } catch (...) {
+        const bool isPermanent =
+            consumer == tcLog::mpDefaultConsumer || consumer == tcLog::NullConsumer();
+        if (!isPermanent) delete consumer;
+        throw;
+    }
+}
+
 // False when there is no such logger.
 bool SetLevel(const std::string& name, int level)
 {
@@ -98,6 +126,28 @@ bool SetLevel(const std::string& name, int level)
     if (!log) return false;
     tcDbgd::GetLog().logDebug(5, "tcDbgdWB_log::Set %s to %d", name.c_str(), level);
     log->setDbgLevel(level);
+    return true;
+}
+
+// Whether the file word of SET names a file.
+bool IsFile(const std::string& word)
+{
+    return !word.empty() && word != "-" && word != "." &&
+           std::strtol(word.c_str(), nullptr, 10) == 0;
+}
+
+// What opens files or sends somewhere is not for everybody.
+bool Refuses(HSocket* client, const char* what)
+{
+    tcDbgd* daemon = tcDbgd::getItem();
+    if (daemon && daemon->Trusts(client)) return false;
+    HInetAddr peer;
+    if (client) peer.GetPeerName(*client);
+    std::string reason = " in a program with raised privileges";
+    if (getauxval(AT_SECURE) == 0)
+        reason = std::string(": DBGD_ALLOW does not name ") + peer.GetIPAddr();
+    tcDbgd::GetLog().logDebug(1, "tcDbgdWB_log: %s refused to %s", what, peer.GetIPAddr());
+    vx::Reply(client, std::string("ERROR: ") + what + " is refused" + reason + "\n");
     return true;
 }
 
@@ -216,8 +266,12 @@ void tcDbgdWB_log::Set(HSocket* client, char* command)
         return;
     }
     const int level = words.nextIntToken();
-    if (!SetLevel(name, level)) return vx::Reply(client, "ERROR");
     const std::string file = words.nextToken();
+    if (IsFile(file) && Refuses(client, "LOG:SET with a file")) return;
+    if (!SetLevel(name, level)) {
+        vx::Reply(client, "ERROR");
+        return;
+    }
     if (file.empty()) return Restore(name);
     if (!IsRedirectable(name) || file == ".") return;
     if (tcLogConsumer* consumer = BuildFromWord(file))
@@ -227,7 +281,7 @@ void tcDbgdWB_log::Set(HSocket* client, char* command)
                                   file.c_str());
 }
 
-void tcDbgdWB_log::SetURI(HSocket*, char* command)
+void tcDbgdWB_log::SetURI(HSocket* client, char* command)
 {
     StringTokenizer words(command, pWordSeparators);
     words.nextToken();
@@ -244,6 +298,7 @@ void tcDbgdWB_log::SetURI(HSocket*, char* command)
     const std::string rest = words.remainingString();
     const size_t start = rest.find_first_not_of(pWordSeparators);
     if (start == std::string::npos) return Restore(name);
+    if (Refuses(client, "LOG:URI")) return;
     const std::string uri = rest.substr(start);
     tcDbgd::GetLog().logDebug(5, "tcDbgdWB_log::Set URI for %s to %s", name.c_str(), uri.c_str());
     if (isOurs) RedirectTo(name, tcLog::BuildConsumer(uri.c_str()), true);
@@ -261,11 +316,14 @@ void tcDbgdWB_log::Dump(HSocket* client, char* command)
         tcLogInfo* info = FindLogInfoPtr(name.c_str());
         if (info) consumer = Kept(info->createdConsumer);
     }
-    if (!consumer) return vx::Reply(client, "ERROR");
-    tcTextBuffer buffer;
+    if (!consumer) {
+        vx::Reply(client, "ERROR");
+        return;
+    }
+    tcReplyBuffer buffer(client);
     std::ostream os(&buffer);
     consumer->Dump(os, nullptr);
-    vx::Reply(client, buffer.Text());
+    buffer.Flush();
 }
 
 tcLogInfo* tcDbgdWB_log::FindLogInfoPtr(char const* name)
@@ -277,14 +335,21 @@ tcLogInfo* tcDbgdWB_log::FindLogInfoPtr(char const* name)
 
 tcLogInfo* tcDbgdWB_log::RecordFor(const std::string& name, tcLog* log)
 {
-    tcLogInfo*& record = mmLogInfo[name];
-    if (!record) {
-        record = new tcLogInfo;
-        record->log = log;
+    const auto known = mmLogInfo.find(name);
+    if (known != mmLogInfo.end()) return known->second;
+    auto record = std::make_unique<tcLogInfo>();
+    record->log = log;
+    const auto entry = mmLogInfo.emplace(name, record.get()).first;
+    try {
         for (tcLogConsumer** field : FieldsOf(*record))
             vx::AddPointer(field);
+    } catch (...) {
+        for (tcLogConsumer** field : FieldsOf(*record))
+            vx::RemovePointer(field);
+        mmLogInfo.erase(entry);
+        throw;
     }
-    return record;
+    return record.release();
 }
 
 // Whether the record of the name, made here if need be, belongs to the logger of that name.
@@ -299,8 +364,8 @@ bool tcDbgdWB_log::IsRedirectable(const std::string& name)
 // Takes `consumer` over.
 void tcDbgdWB_log::RedirectTo(const std::string& name, tcLogConsumer* consumer, bool isUri)
 {
+    Adopt(consumer);
     const tcHeldConsumer inUse(consumer);
-    tcLog::AdoptConsumer(consumer);
     const std::lock_guard<std::recursive_mutex> guard(mhLock);
     const tcLogGuard logGuard;
     tcLog* log = tcLog::FindLogPtr(name.c_str());

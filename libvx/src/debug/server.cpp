@@ -1,19 +1,18 @@
-// The daemon's threads: server, announcer, clients.
+// The daemon's server: its port, and who comes in.
 #include "HSocket.h"
 #include "StringTokenizer.h"
 #include "background.h"
 #include "dbgdserver.h"
+#include "offconsole.h"
 #include "tcLog.h"
-#include "vxdescriptors.h"
 #include "vxenvironment.h"
 
-#include <unistd.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
 
 namespace {
 
@@ -28,31 +27,15 @@ unsigned short PortOf(const std::string& text)
     return static_cast<unsigned short>(std::strtol(text.c_str(), nullptr, 10));
 }
 
-HInetAddr PeerOf(HSocket& client)
-{
-    HInetAddr peer;
-    peer.GetPeerName(client);
-    return peer;
-}
-
-// The text behind the first colon, cut at the first line end; nothing when there are only colons.
-char* ArgumentsOf(char* request)
-{
-    char* end = request + std::strlen(request);
-    char* colon = std::strchr(request, ':');
-    if (!colon || request[std::strspn(request, ":")] == '\0') return end;
-    for (char* at = colon + 1; *at != '\0'; ++at) {
-        tcDbgd::GetLog().logDebug(11, "char value = %d", *at);
-        if (*at == '\r' || *at == '\n') *at = '\0';
-    }
-    return colon + 1;
-}
-
 } // namespace
 
 tsServerSettings::tsServerSettings(unsigned short port)
-    : mnPort(port), mAccess("DBGD_BIND", "DBGD_ALLOW")
+    : mnPort(port), mbPortGiven(false), mAccess("DBGD_BIND", "DBGD_ALLOW")
 {
+    if (const char* given = vx::PlaceVariable("DBGD_PORTNUM")) {
+        mnPort = PortOf(given);
+        mbPortGiven = true;
+    }
     const char* group = vx::PlaceVariable("DBGD_ANNOUCE_GROUP");
     if (!group) return;
     StringTokenizer tokens(group, ":");
@@ -105,43 +88,6 @@ bool tcDbgd::tcServer::Sleep(double milliseconds)
                               [this] { return mbStop; });
 }
 
-bool tcDbgd::tcServer::MakeRoom(HSocket& listener)
-{
-    std::unique_lock<std::mutex> guard(mhLock);
-    while (!mbStop && mmClients.size() >= nMaximumClients) {
-        DropFor(vx::WaitingClients(listener));
-        mChanged.wait_for(guard, std::chrono::milliseconds(vx::nLeastPatience));
-    }
-    return !mbStop;
-}
-
-// What a dropped client has sent meanwhile is still read, and answered.
-void tcDbgd::tcServer::DropFor(int waiting)
-{
-    const auto isDropped = [](const auto& client) { return client.second.mePhase == eDropped; };
-    auto leaving = std::count_if(mmClients.begin(), mmClients.end(), isDropped);
-    for (; leaving < waiting; ++leaving) {
-        HSocket* client = Oldest(eSilent);
-        if (!client) client = Oldest(eLeaving);
-        if (!client) return;
-        client->Shutdown(SHUT_RD);
-        mmClients[client].mePhase = eDropped;
-    }
-}
-
-// The client that has been in a phase longest, but not just entered it; null when there is none.
-HSocket* tcDbgd::tcServer::Oldest(tePhase phase) const
-{
-    auto oldest = tcClock::now() - std::chrono::milliseconds(vx::nLeastPatience);
-    HSocket* found = nullptr;
-    for (const auto& client : mmClients) {
-        if (client.second.mePhase != phase || client.second.mtSince > oldest) continue;
-        oldest = client.second.mtSince;
-        found = client.first;
-    }
-    return found;
-}
-
 void tcDbgd::tcServer::Server()
 {
     GetLog().logDebug(1, "tcDbgd::Server starting on port %d", mSettings.mnPort);
@@ -149,7 +95,8 @@ void tcDbgd::tcServer::Server()
         HSocket listener;
         if (mSettings.mAccess.CanListen() && OpenPort(listener)) {
             mnOpenPort = listener.GetLocalPort();
-            vx::StartDetached([self = shared_from_this()] { self->AnnounceThread(); });
+            if (vx::StartDetached([self = shared_from_this()] { self->Announce(); }) == 0)
+                GetLog().logSystemError("tcDbgd::Server, no thread for announcements");
             ServeClients(listener);
         }
     }
@@ -170,14 +117,26 @@ static teOpening TryToOpen(const vx::tcAccess& access, HSocket& listener, unsign
     return eNever;
 }
 
+// A port that nobody has asked for and that another process has is no trouble for anybody, and one
+// that stays closed for one reason is told once: beyond that the records are kept, but not printed.
+void tcDbgd::tcServer::ReportClosedPort(int* lastError, int wholeSeconds) const
+{
+    const int error = errno;
+    std::optional<vx::tcOffConsole> quiet;
+    if (error == *lastError || (error == EADDRINUSE && !mSettings.mbPortGiven)) quiet.emplace();
+    *lastError = error;
+    GetLog().logSystemError("tcDbgd::Server, Error creating socket on port %d - retry in %d s",
+                            mSettings.mnPort, wholeSeconds);
+}
+
 bool tcDbgd::tcServer::OpenPort(HSocket& listener)
 {
+    int lastError = 0;
     for (double seconds = nFirstRetry;; seconds *= nRetryGrowth) {
         const teOpening result = TryToOpen(mSettings.mAccess, listener, mSettings.mnPort);
         if (result != eAgain) return result == eOpen;
         const int wholeSeconds = static_cast<int>(seconds);
-        GetLog().logSystemError("tcDbgd::Server, Error creating socket on port %d - retry in %d s",
-                                mSettings.mnPort, wholeSeconds);
+        ReportClosedPort(&lastError, wholeSeconds);
         listener.Close();
         if (!Sleep(1.0 * wholeSeconds * snRetrySecond)) return false;
     }
@@ -193,105 +152,14 @@ void tcDbgd::tcServer::ServeClients(HSocket& listener)
 
 void tcDbgd::tcServer::AcceptClient(HSocket& listener)
 {
-    auto client = std::make_unique<HSocket>();
-    if (!listener.Accept(client.get(), 0)) {
+    std::unique_ptr<HSocket> client(new (std::nothrow) HSocket);
+    if (!client || !listener.Accept(client.get(), 0)) {
         // Out of descriptors, perhaps: whoever waits is still there the next time.
         Sleep(nAcceptWaitMs);
         return;
     }
-    if (mSettings.mAccess.Admits(*client))
-        StartWorker(std::move(client));
-    else
-        GetLog().logError("tcDbgd::Server refused client from %s", PeerOf(*client).GetIPAddr());
-}
-
-void tcDbgd::tcServer::StartWorker(std::unique_ptr<HSocket> client)
-{
-    HSocket* const socket = client.get();
-    Enter(socket, eSilent);
-    const auto body = [self = shared_from_this(), socket] {
-        const std::unique_ptr<HSocket> owner(socket);
-        ServeClient(self->mpRegistry, *socket, [&](tePhase phase) { self->Enter(socket, phase); });
-        self->ClientEnded(socket);
-    };
-    if (vx::StartDetached(body) != 0) {
-        (void)client.release(); // the thread's
-        return;
-    }
-    GetLog().logSystemError("tcDbgd::Server, no thread for a client");
-    ClientEnded(socket);
-}
-
-void tcDbgd::tcServer::Enter(HSocket* client, tePhase phase)
-{
-    const std::lock_guard<std::mutex> guard(mhLock);
-    mmClients[client] = {phase, tcClock::now()};
-}
-
-void tcDbgd::tcServer::ClientEnded(HSocket* client)
-{
-    const std::lock_guard<std::mutex> guard(mhLock);
-    client->Close();
-    mmClients.erase(client);
-    mChanged.notify_all();
-}
-
-void tcDbgd::tcServer::ServeClient(const std::shared_ptr<tcRegistry>& registry, HSocket& client,
-                                   const std::function<void(tePhase)>& enter)
-{
-    GetLog().logDebug(3, "tcDbgd::StartWorkerBee for client from %s", PeerOf(client).GetIPAddr());
-    vx::LimitSending(client, snClientPatience);
-    char request[vx::nRequestSize + 1];
-    const int received = vx::ReadRequest(client, request, snClientPatience);
-    if (received <= 0) {
-        std::perror("read");
-        return;
-    }
-    enter(eServed);
-    GetLog().logDebug(3, "tcDbgd:: read command: %s", request);
-    RunCommand(registry, client, request);
-    if (!vx::EndReply(client, received)) return;
-    enter(eLeaving);
-    vx::DiscardRest(client);
-}
-
-void tcDbgd::tcServer::RunCommand(const std::shared_ptr<tcRegistry>& registry, HSocket& client,
-                                  char* request)
-{
-    const std::string token(request, std::strcspn(request, ":"));
-    const tcHeldWB handler = Hold(registry, token.c_str());
-    if (!handler) {
-        // Kept: "Hander".
-        GetLog().logDebug(1, "tcDbgd:: No Hander for token %s", token.c_str());
-        return;
-    }
-    try {
-        handler->Run(&client, ArgumentsOf(request));
-    } catch (std::exception const& failure) {
-        GetLog().logError("tcDbgd:: handler for %s failed: %s", token.c_str(), failure.what());
-    } catch (...) {
-        GetLog().logError("tcDbgd:: handler for %s failed", token.c_str());
-    }
-}
-
-void tcDbgd::StartWorkerBee(HSocket* client)
-{
-    if (!client) return;
-    const std::unique_ptr<HSocket> owner(client);
-    tcServer::ServeClient(getItem()->mpRegistry, *client, [](tcServer::tePhase) {});
-}
-
-void tcDbgd::tcServer::AnnounceThread()
-{
-    char message[64];
-    // Kept: a port above 32767 appears as a negative number.
-    const int length = std::snprintf(message, sizeof message, "DBGD %s %hd", msName.c_str(),
-                                     static_cast<short>(mnOpenPort));
-    const int descriptor = vx::OpenSocket(AF_INET, SOCK_DGRAM);
-    if (descriptor < 0) return;
-    const HInetAddr group(mSettings.msGroup.c_str(), mSettings.mnGroupPort);
-    const auto* address = reinterpret_cast<const sockaddr*>(&group.GetSockAddr());
-    while (Sleep(snAnnounceInterval))
-        (void)sendto(descriptor, message, length + 1, MSG_NOSIGNAL, address, sizeof(sockaddr_in));
-    close(descriptor);
+    if (mSettings.mAccess.Admits(*client)) return StartWorker(std::move(client));
+    HInetAddr peer;
+    peer.GetPeerName(*client);
+    GetLog().logError("tcDbgd::Server refused client from %s", peer.GetIPAddr());
 }

@@ -1,6 +1,8 @@
 #include "tcDbgItem.h"
 
+#include "background.h"
 #include "items.h"
+#include "undying.h"
 #include "vxvisible.h"
 
 #include <cstdio>
@@ -8,6 +10,8 @@
 #include <cstring>
 #include <iomanip>
 #include <iostream>
+#include <memory>
+#include <new>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -19,7 +23,8 @@ std::atomic<int> tcDbgItem::snClientPatience{10000};
 
 std::recursive_mutex& vx::ItemsLock()
 {
-    static std::recursive_mutex& lock = *new std::recursive_mutex;
+    static tcUndying<std::recursive_mutex> room;
+    static std::recursive_mutex& lock = room.Make();
     return lock;
 }
 
@@ -63,7 +68,8 @@ tcDbgItem::~tcDbgItem() = default;
 
 tcDbgItem::tcDbgItemMap& tcDbgItem::GetMap()
 {
-    static tcDbgItemMap& map = *new tcDbgItemMap;
+    static vx::tcUndying<tcDbgItemMap> room;
+    static tcDbgItemMap& map = room.Make();
     return map;
 }
 
@@ -73,13 +79,23 @@ void tcDbgItem::Register(const std::string& name)
     GetMap()[name] = this;
 }
 
-// Items that others of the same name replace live on, since their values are being read.
-tcDbgItem* tcDbgItem::Keep(tcDbgItem* item)
+// Items that others of the same name replace live on, since their values are being read. Null where
+// there is no memory for it.
+template <typename tNumber>
+tcDbgItem* tcDbgItem::Make(const std::string& name, tNumber value, std::string&& description)
 {
-    static std::vector<tcDbgItem*>& items = *new std::vector<tcDbgItem*>;
+    static vx::tcUndying<std::vector<tcDbgItem*>> room;
+    static std::vector<tcDbgItem*>& items = room.Make();
     const std::lock_guard<std::recursive_mutex> guard(vx::ItemsLock());
-    items.push_back(item);
-    return item;
+    auto item = std::make_unique<tcDbgItem>(name, value, std::move(description), false);
+    items.push_back(nullptr);
+    try {
+        item->Register(name);
+    } catch (const std::bad_alloc&) {
+        items.pop_back();
+        throw;
+    }
+    return items.back() = item.release();
 }
 
 tcDbgItem* tcDbgItem::FindRegistered(const std::string& name)
@@ -90,12 +106,27 @@ tcDbgItem* tcDbgItem::FindRegistered(const std::string& name)
 }
 
 template <typename tNumber>
+tcDbgItem::tuValue* tcDbgItem::Add(const std::string& name, tNumber value,
+                                   std::string&& description)
+{
+    try {
+        return &Make(name, value, std::move(description))->mValue;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+template <typename tNumber>
 tcDbgItem::tuValue* tcDbgItem::FindOrAdd(const std::string& name, tNumber value)
 {
     const std::lock_guard<std::recursive_mutex> guard(vx::ItemsLock());
-    tcDbgItem* item = FindRegistered(name);
-    if (!item) item = Keep(new tcDbgItem(name, value, "FindItem Called before AddItem!"));
-    return &item->mValue;
+    try {
+        tcDbgItem* item = FindRegistered(name);
+        if (!item) item = Make(name, value, "FindItem Called before AddItem!");
+        return &item->mValue;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 template <typename tNumber>
@@ -111,12 +142,14 @@ void tcDbgItem::StoreByName(const std::string& name, tNumber value)
 
 int* tcDbgItem::AddItem(std::string name, int value, std::string description)
 {
-    return &Keep(new tcDbgItem(std::move(name), value, std::move(description)))->mValue.mnInt;
+    tuValue* added = Add(name, value, std::move(description));
+    return added ? &added->mnInt : nullptr;
 }
 
 float* tcDbgItem::AddItem(std::string name, float value, std::string description)
 {
-    return &Keep(new tcDbgItem(std::move(name), value, std::move(description)))->mValue.mnFloat;
+    tuValue* added = Add(name, value, std::move(description));
+    return added ? &added->mnFloat : nullptr;
 }
 
 int* tcDbgItem::AddItemRetPtr(std::string name, int value, std::string description)
@@ -126,12 +159,14 @@ int* tcDbgItem::AddItemRetPtr(std::string name, int value, std::string descripti
 
 int* tcDbgItem::FindItem(std::string name, int value)
 {
-    return &FindOrAdd(name, value)->mnInt;
+    tuValue* found = FindOrAdd(name, value);
+    return found ? &found->mnInt : nullptr;
 }
 
 float* tcDbgItem::FindItem(std::string name, float value)
 {
-    return &FindOrAdd(name, value)->mnFloat;
+    tuValue* found = FindOrAdd(name, value);
+    return found ? &found->mnFloat : nullptr;
 }
 
 void tcDbgItem::SetItem(std::string name, int value)
@@ -216,7 +251,7 @@ std::ostream& operator<<(std::ostream& os, const tcDbgItem& item)
     return os;
 }
 
-extern "C" void ListDbgItems()
+static void ListItems()
 {
     std::ostringstream text;
     {
@@ -228,4 +263,13 @@ extern "C" void ListDbgItems()
         }
     }
     std::cout << text.str() << std::flush;
+}
+
+extern "C" void ListDbgItems()
+{
+    try {
+        ListItems();
+    } catch (const std::exception& failure) {
+        vx::ReportFailure(failure.what());
+    }
 }

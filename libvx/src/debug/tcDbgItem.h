@@ -8,7 +8,7 @@
 //   GET:name         the value as text and a zero byte
 //   SET:name=value   no answer
 // There is no answer to anything else, nor for names that are not known. Requests have no line end.
-// Environment, read by StartServer:
+// Environment, read by StartServer, except in programs with raised privileges:
 //   DBGITEM_PORTNUM  the port instead of tcDbgItemPort
 //   DBGITEM_BIND     the local address to listen on instead of all, dotted
 //   DBGITEM_ALLOW    who may connect: addresses, separated by commas, each with "/" and a prefix
@@ -54,6 +54,7 @@ public:
     virtual ~tcDbgItem();
 
     // ---- Registry -----------------------------------------------------------------------------
+    // Null where there is no memory for an item.
 
     // Registers a new item, which lives as long as the process, and returns its value to read.
     static int* AddItem(std::string name, int value, std::string description);
@@ -76,7 +77,7 @@ public:
     // ---- Server -------------------------------------------------------------------------------
 
     // Starts the server's thread; does nothing when one was started before, also when that has
-    // ended since.
+    // ended since. Where there is no thread to be had, that is logged.
     static void StartServer();
 
     // The server ends after its next connection.
@@ -104,8 +105,9 @@ public:
     static std::atomic<bool> mbThreadDone;
     static std::atomic<unsigned short> tcDbgItemPort;
 
-    // How long a client may stay silent, in milliseconds (10000). With 64 connected, the one that
-    // has been silent longest makes room for one that waits.
+    // How long a client may stay silent, in milliseconds (10000). One that takes nothing of its
+    // answer for two seconds is given up. With 64 connected, the one that has been silent longest,
+    // or else the one that does not take its answer, makes room for one that waits.
     static std::atomic<int> snClientPatience;
 
 private:
@@ -116,7 +118,10 @@ private:
     };
 
     static tcDbgItem* FindRegistered(const std::string& name);
-    static tcDbgItem* Keep(tcDbgItem* item);
+    template <typename tNumber>
+    static tcDbgItem* Make(const std::string& name, tNumber value, std::string&& description);
+    template <typename tNumber>
+    static tuValue* Add(const std::string& name, tNumber value, std::string&& description);
     template <typename tNumber>
     static tuValue* FindOrAdd(const std::string& name, tNumber value);
     template <typename tNumber>

@@ -1,8 +1,12 @@
 #include "tcDbgd.h"
 
+#include "background.h"
 #include "dbgdserver.h"
 #include "tcLog.h"
+#include "undying.h"
 #include "vxenvironment.h"
+
+#include <sys/auxv.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -16,6 +20,7 @@ char const* tcDbgd::spLoadableModulePath = nullptr;
 std::atomic<bool> tcDbgd::sbHeedsOptOut{true};
 std::atomic<int> tcDbgd::snAnnounceInterval{5000};
 std::atomic<int> tcDbgd::snClientPatience{10000};
+std::atomic<int> tcDbgd::snReplyPatience{2000};
 std::atomic<int> tcDbgd::snRetrySecond{1000};
 
 namespace {
@@ -27,8 +32,20 @@ constexpr int nStopWaitMs = 1000;
 // Guards mpDbgd. Recursive, since modules that are loaded while the daemon is built ask for it.
 std::recursive_mutex& SingletonLock()
 {
-    static std::recursive_mutex& lock = *new std::recursive_mutex;
+    static vx::tcUndying<std::recursive_mutex> room;
+    static std::recursive_mutex& lock = room.Make();
     return lock;
+}
+
+// What cannot be had is done without.
+template <typename tStep>
+void WithoutThrowing(tStep step)
+{
+    try {
+        step();
+    } catch (std::exception const& failure) {
+        vx::ReportFailure(failure.what());
+    }
 }
 
 bool IsOptedOut()
@@ -63,8 +80,10 @@ tcDbgd::tcDbgd() : mpRegistry(new tcRegistry), mnPort(nDefaultPort), msName("DBG
 {
     const std::lock_guard<std::recursive_mutex> guard(SingletonLock());
     mpDbgd = this;
-    LoadModules();
-    StartServer();
+    WithoutThrowing([this] {
+        LoadModules();
+        StartServer();
+    });
 }
 
 tcDbgd::~tcDbgd()
@@ -79,9 +98,13 @@ tcDbgd::~tcDbgd()
 
 tcDbgd* tcDbgd::getItem()
 {
-    const std::lock_guard<std::recursive_mutex> guard(SingletonLock());
-    if (!mpDbgd) new tcDbgd; // sets mpDbgd
-    return mpDbgd;
+    tcDbgd* found = nullptr;
+    WithoutThrowing([&found] {
+        const std::lock_guard<std::recursive_mutex> guard(SingletonLock());
+        if (!mpDbgd) new tcDbgd; // sets mpDbgd
+        found = mpDbgd;
+    });
+    return found;
 }
 
 extern "C" tcDbgd* DbgdPointer()
@@ -97,16 +120,19 @@ void tcDbgd::StartServer()
         if (!mpServer->IsStopping()) return;
         mpServer->WaitEnded(nStopWaitMs);
     }
-    if (const char* port = vx::PlaceVariable("DBGD_PORTNUM"))
-        mnPort = static_cast<unsigned short>(std::strtol(port, nullptr, 10));
-    GetLog().logDebug(1, "tcDbgd::StartServer, spawning the Dbgd Server");
-    mpServer = std::make_shared<tcServer>(tsServerSettings(mnPort), mpRegistry, msName);
-    mpServer->Start();
+    WithoutThrowing([this] {
+        GetLog().logDebug(1, "tcDbgd::StartServer, spawning the Dbgd Server");
+        const tsServerSettings settings(mnPort);
+        mnPort = settings.mnPort;
+        mpServer = std::make_shared<tcServer>(settings, mpRegistry, msName);
+        mpServer->Start();
+    });
 }
 
 void tcDbgd::StopServer()
 {
-    GetLog().logDebug(1, "tcDbgd::StopServer, shutting down the Dbgd Server");
+    WithoutThrowing(
+        [] { GetLog().logDebug(1, "tcDbgd::StopServer, shutting down the Dbgd Server"); });
     const std::lock_guard<std::mutex> guard(mhServerLock);
     if (mpServer) mpServer->Stop();
 }
@@ -114,28 +140,51 @@ void tcDbgd::StopServer()
 int tcDbgd::RegisterWB(tcDbgdWB* handler)
 {
     if (!handler) return -1;
-    if (!mpRegistry->Add(handler)) {
-        GetLog().logError("tcDbgd::RegisterWB unable to register %s token handler",
-                          handler->msToken.c_str());
-        return -1;
-    }
-    GetLog().logDebug(1, "tcDbgd::RegisterWB registered %s token handler",
-                      handler->msToken.c_str());
-    return 0;
+    bool isRegistered = false;
+    WithoutThrowing([&] {
+        isRegistered = mpRegistry->Add(handler);
+        if (isRegistered) {
+            GetLog().logDebug(1, "tcDbgd::RegisterWB registered %s token handler",
+                              handler->msToken.c_str());
+        } else {
+            GetLog().logError("tcDbgd::RegisterWB unable to register %s token handler",
+                              handler->msToken.c_str());
+        }
+    });
+    return isRegistered ? 0 : -1;
 }
 
 int tcDbgd::RemoveWB(tcDbgdWB* handler)
 {
     if (!handler) return -1;
     // Kept: the entry of the token goes, whichever handler stands there.
-    if (!mpRegistry->Remove(handler->msToken)) {
-        GetLog().logError("tcDbgd::RemoveWB unable to remove %s token handler",
-                          handler->msToken.c_str());
-        return -1;
-    }
-    GetLog().logDebug(1, "tcDbgd::RemoveWB removing %s token handler", handler->msToken.c_str());
+    const bool isRemoved = mpRegistry->Remove(handler->msToken);
+    WithoutThrowing([=] {
+        if (isRemoved) {
+            GetLog().logDebug(1, "tcDbgd::RemoveWB removing %s token handler",
+                              handler->msToken.c_str());
+        } else {
+            GetLog().logError("tcDbgd::RemoveWB unable to remove %s token handler",
+                              handler->msToken.c_str());
+        }
+    });
+    if (!isRemoved) return -1;
     mpRegistry->WaitUnused(handler, nRemovalWaitMs);
     return 0;
+}
+
+bool tcDbgd::Trusts(HSocket* client)
+{
+    if (getauxval(AT_SECURE) != 0) return false;
+    if (!client || vx::IsWithinHost(*client)) return true;
+    std::shared_ptr<tcServer> server;
+    {
+        const std::lock_guard<std::mutex> guard(mhServerLock);
+        server = mpServer;
+    }
+    if (server) return server->Trusts(*client);
+    const unsigned int peer = client->GetRemoteIP();
+    return peer != 0 && vx::IsOfThisHost(peer);
 }
 
 tcDbgd::tcHeldWB tcDbgd::Hold(const std::shared_ptr<tcRegistry>& registry, char const* token)
@@ -152,7 +201,12 @@ tcDbgd::tcHeldWB tcDbgd::Hold(const std::shared_ptr<tcRegistry>& registry, char 
 
 tcDbgd::tcHeldWB tcDbgd::HoldWB(char const* token)
 {
-    return Hold(mpRegistry, token ? token : "");
+    try {
+        return Hold(mpRegistry, token ? token : "");
+    } catch (std::exception const& failure) {
+        vx::ReportFailure(failure.what());
+        return tcHeldWB(mpRegistry, nullptr);
+    }
 }
 
 tcDbgdWB* tcDbgd::GetWB(char const* token)
@@ -162,7 +216,9 @@ tcDbgdWB* tcDbgd::GetWB(char const* token)
 
 std::string tcDbgd::List()
 {
-    return mpRegistry->List();
+    std::string list;
+    WithoutThrowing([&] { list = mpRegistry->List(); });
+    return list;
 }
 
 unsigned short tcDbgd::GetPort() const

@@ -11,17 +11,18 @@
 // as a negative number.
 //
 // A program or module that defines VXNoDebugServices (vxexport.h) has no server unless it asks for
-// one; see sbHeedsOptOut. Environment, read when the daemon is built or its server started:
+// one; see sbHeedsOptOut. Environment, read when the daemon is built or its server started, and
+// with raised privileges (set-user-id, for example) only the first of these:
 //   DBGD_DISABLE         no server: no socket, no thread; the handlers work in the process only
 //   DBGD_PORTNUM         the port instead of 17020; 0 picks a free one
 //   DBGD_BIND            the local address to listen on instead of all, dotted
 //   DBGD_ALLOW           who may connect: addresses, separated by commas, each with "/" and a
 //                        prefix length or dotted mask where it is a network; others are closed
-//                        unread. An entry that cannot be read admits nobody.
+//                        unread. An entry that cannot be read admits nobody. Without it
+//                        everybody may connect, but see Trusts.
 //   DBGD_ANNOUCE_GROUP   where announcements go: address, or address:port, instead of
 //                        239.192.100.100:7020
 //   DBGD_MODULE_PATH     a directory whose ".so" files are loaded when the daemon is built
-// Programs with raised rights, set-user-id ones for example, look at DBGD_DISABLE only.
 #ifndef TCDBGD_H
 #define TCDBGD_H
 
@@ -90,7 +91,7 @@ public:
     tcDbgd(const tcDbgd&) = delete;
     tcDbgd& operator=(const tcDbgd&) = delete;
 
-    // The process's daemon, never null.
+    // The process's daemon; null only when it could not be built for want of memory.
     static tcDbgd* getItem();
 
     // Does nothing while a server runs; one that is just being stopped is waited for (1 s at most).
@@ -116,6 +117,11 @@ public:
     // The port the server listens on, 0 while it does not.
     unsigned short GetPort() const;
 
+    // Whether a client may have the process open files and send to addresses: one that is on this
+    // host, or that DBGD_ALLOW admits; nobody in programs with raised privileges. Null is the
+    // process itself. Handlers that do such things ask first; LOG does.
+    bool Trusts(HSocket* client);
+
     // Serves one command of a client; closes and deletes it.
     static void StartWorkerBee(HSocket* client);
 
@@ -131,15 +137,16 @@ public:
     // leaves it to its user defines that, clears this when it is told to, and calls StartServer.
     static std::atomic<bool> sbHeedsOptOut;
 
-    // Clients at a time; more wait. For one that waits, the client that has been silent longest
-    // gives up its place, as long as it has sent nothing.
+    // Clients at a time; more wait. For one that waits, another gives up its place: the one that
+    // has been silent longest, as long as it has sent nothing, or that takes nothing of its reply.
     static constexpr int nMaximumClients = 64;
 
     // Times in milliseconds, meant for tests: between announcements (5000), how long a client may
-    // stay silent or not take its reply (10000), a second of the delays between attempts to get the
-    // port (1000).
+    // stay silent (10000) or not take its reply (2000; that of the item server, too), a second of
+    // the delays between attempts to get the port (1000).
     static std::atomic<int> snAnnounceInterval;
     static std::atomic<int> snClientPatience;
+    static std::atomic<int> snReplyPatience;
     static std::atomic<int> snRetrySecond;
 
 private:

@@ -1,6 +1,7 @@
 #include "tcLog.h"
 
 #include "lifetime.h"
+#include "offconsole.h"
 #include "record.h"
 #include "ring.h"
 #include "tcLogConsumer.h"
@@ -17,6 +18,8 @@
 namespace {
 
 constexpr size_t nFormatSize = 1024;
+
+thread_local int snOffConsole = 0;
 
 template <size_t nSize>
 void CopyText(char (&to)[nSize], char const* from)
@@ -56,6 +59,21 @@ void FillClock(tcLogEvent& event)
 
 } // namespace
 
+vx::tcOffConsole::tcOffConsole()
+{
+    ++snOffConsole;
+}
+
+vx::tcOffConsole::~tcOffConsole()
+{
+    --snOffConsole;
+}
+
+bool vx::tcOffConsole::IsInForce()
+{
+    return snOffConsole > 0;
+}
+
 void tcLog::log(tcLogEvent::teEventLogType type, int level, int errNum, char const* fmt,
                 va_list args)
 {
@@ -84,7 +102,8 @@ void tcLog::Deliver(tcLogEvent const& event)
         const vx::tcDelivery delivery(mpConsumer);
         if (delivery.Consumer()) delivery.Consumer()->Output(event);
     }
-    if (event.type == tcLogEvent::eError && mpErrorConsole) mpErrorConsole->Output(event);
+    if (event.type == tcLogEvent::eError && mpErrorConsole && !vx::tcOffConsole::IsInForce())
+        mpErrorConsole->Output(event);
 }
 
 void tcLog::Emit(tcLogEvent::teEventLogType type, int level, int errNum, char const* fmt,
