@@ -12,6 +12,11 @@ bool IsHighRate(uint32_t id)
     return id == ansPixels16.id || id == ansPixels32.id || id == ansIgnored82.id;
 }
 
+bool IsPixels(uint32_t id)
+{
+    return id == ansPixels16.id || id == ansPixels32.id || id == ansPixels8.id;
+}
+
 // Copies `bytes` of the message from `offset` on; what the message does not carry reads as zero.
 void CopyOut(const tuCameraMessages& message, size_t offset, void* to, size_t bytes)
 {
@@ -138,6 +143,10 @@ bool tcVXCamera::DispatchCallbackParser(int status, void* message, int, unsigned
     tcLedger::Add(status == good && !isDamaged ? figures.MessagesReceived : figures.MessagesBad);
     self.CountParsed();
     if (isDamaged) self.mLog.logError("CallBackParser the connection broke inside a message");
+    const auto* frame = static_cast<const tsMsgHeader*>(message);
+    if (status == good && !IsPixels(frame->MsgId)) {
+        self.TellTap(eTapMessagesReceived, frame, size_t{frame->Length} + gnHeaderBytes);
+    }
     if (status == good || status == badChecksum) {
         self.CallBackParser(static_cast<tuCameraMessages*>(message), true, status != badChecksum);
     }
@@ -189,6 +198,7 @@ void tcVXCamera::Dispatch(tuCameraMessages& message, uint32_t id)
 
 void tcVXCamera::TellLink(teLinkEvent event, const char* words)
 {
+    TellTap(eTapLink, nullptr, 0, event);
     if (!mpExtension->linkCallback.IsSet()) return;
     tcDispatchScope scope(*this);
     const tsLinkRecord record{sizeof record, event, ThisMoment(), mpLedger->Read().ConnectionsLost,
@@ -361,9 +371,10 @@ void tcVXCamera::OnCameraError(tuCameraMessages& message, tsRequestItem*)
     }
     *end = '\0';
     mLog.logError("VXCAMERA: %d-%d %s", error.Code, error.SubCode, text);
-    TellCameraError(error.Code, error.SubCode, text);
-    // The text is this callback's to write to.
     if (tpErrorCallback callback = mpErrorCallback) {
-        callback(mnHandle, error.Code, error.SubCode, text);
+        char copy[gnLargestMessage]; // is the callback's to write to
+        memcpy(copy, text, static_cast<size_t>(end - text) + 1);
+        callback(mnHandle, error.Code, error.SubCode, copy);
     }
+    TellCameraError(error.Code, error.SubCode, text);
 }

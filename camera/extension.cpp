@@ -33,6 +33,53 @@ int tcVXCamera::SetCameraErrorCallback(tpCameraErrorCallback callback, void* use
     return SetSlot(mpExtension->errorCallback, callback, user);
 }
 
+int tcVXCamera::SetTap(unsigned what, tpTapCallback callback, void* user)
+{
+    constexpr unsigned all =
+        eTapBytesReceived | eTapBytesSent | eTapMessagesReceived | eTapMessagesSent | eTapLink;
+    if ((what & ~all) != 0) return eVXArgument;
+    mpExtension->tapped = 0;
+    SetSlot(mpExtension->tap, callback, user);
+    if (callback != nullptr) mpExtension->tapped = what;
+    return eVXOk;
+}
+
+void tcVXCamera::TellTap(unsigned what, const void* bytes, size_t length, uint32_t event)
+{
+    if ((mpExtension->tapped.load(std::memory_order_relaxed) & what) == 0) return;
+    tsTapRecord record{};
+    record.Size = sizeof record;
+    record.What = what;
+    record.Time = ThisMoment();
+    record.Bytes = static_cast<const uint8_t*>(bytes);
+    record.Length = static_cast<uint32_t>(length);
+    record.Event = event;
+    mpExtension->tap.Call(mnHandle, &record);
+}
+
+// ---- Buffers in turn ----------------------------------------------------------------------------
+
+bool tcVXCamera::IsReading() const
+{
+    for (const int item : {eItemImage16, eItemImage32}) {
+        if (maItems[item].IsPending()) return true;
+    }
+    return mpExtension->readouts[eFrame8].runs;
+}
+
+int tcVXCamera::SetImageBuffers(void* const* buffers, int count, size_t bytes)
+{
+    const tStackLock lock(mStackMutex);
+    LevelAreaItems();
+    if (IsReading()) return eVXFailed;
+    return mpExtension->buffers.Set(buffers, count, bytes) ? eVXOk : eVXArgument;
+}
+
+int tcVXCamera::ReturnImageBuffer(void* buffer)
+{
+    return mpExtension->buffers.Return(buffer) ? eVXOk : eVXArgument;
+}
+
 int tcVXCamera::ReadoutResult()
 {
     return mpExtension->readoutEnd.Result();
@@ -48,6 +95,12 @@ void tcVXCamera::LinkLost()
         const tStackLock lock(mStackMutex);
         for (tsReadoutFacts& readout : mpExtension->readouts) {
             if (readout.runs) mpExtension->readoutEnd.End(readout.number, eReadoutLinkLost);
+        }
+        for (tcFrameAccount& frame : mpExtension->frames) {
+            frame.Interrupt();
+        }
+        for (tsLeftover& leftover : mpExtension->leftovers) {
+            leftover = {};
         }
         std::swap(words, mpExtension->lastWords);
         if (mbShakingHands) EndHandshake(words.Text());

@@ -76,25 +76,71 @@ void MakeRelative(std::vector<uint32_t>& rows, const tsRegion& shown)
 
 // ---- Readouts -----------------------------------------------------------------------------------
 
-void tcVXCamera::BeginReadoutFacts(teFrameKind frames, teReadoutKind kind,
-                                   std::vector<tsRegion> regions)
+// A readout as it would be if it were started now; throws for want of memory. `isIntoOwn`: the
+// application gives no buffer with it.
+tsReadoutFacts tcVXCamera::PlanReadout(teFrameKind frames, teReadoutKind kind, bool isIntoOwn)
 {
-    tsReadoutFacts& facts = mpExtension->readouts[frames];
-    facts = {};
-    facts.number = mnReadoutSerial;
-    facts.runs = true;
+    tsReadoutFacts facts;
     facts.kind = kind;
-    facts.sensor = {mbGeometryTold, mnRows, mnColumns, 0};
+    facts.sensor = ToldLimits();
     facts.exposure = static_cast<uint32_t>(mnExposure);
-    facts.regions = std::move(regions);
     if (kind == eReadoutArea) {
+        facts.regions = RegionsToRead();
         const tsRegion around = Around(facts.regions);
         const uint32_t area[] = {around.column, around.row, around.columns, around.rows};
         std::copy(std::begin(area), std::end(area), facts.area);
     }
+    facts.bufferBytes = isIntoOwn ? mpExtension->buffers.Bytes() : 0;
+    facts.isInTurn = facts.bufferBytes > 0;
+    if (facts.isInTurn) {
+        const tsRegion sensor{0, 0, facts.sensor.rows, facts.sensor.columns};
+        facts.packing =
+            tcPacking(facts.regions.empty() ? std::vector<tsRegion>{sensor} : facts.regions);
+        auto& held = mpExtension->held[frames];
+        if (!held) held = std::make_unique<tsHeldPacket>();
+    }
     facts.commandBegun = ThisMoment();
-    mpExtension->readoutEnd.Begin(facts.number);
+    return facts;
+}
+
+void tcVXCamera::BeginReadoutFacts(teFrameKind frames, tsReadoutFacts&& facts)
+{
+    ForgetFrames(frames);
+    facts.number = mnReadoutSerial;
+    facts.runs = true;
+    mpExtension->readouts[frames] = std::move(facts);
+    mpExtension->readoutEnd.Begin(mnReadoutSerial);
     if (frames == eFrame8) mbReadsBytes = true;
+}
+
+// What has come of a frame is not wanted any more; nor will its rest be. Frames of 8 and of 16 bits
+// answer the same readouts.
+void tcVXCamera::ForgetFrames(teFrameKind frames)
+{
+    for (const teFrameKind kind : {eFrame16, eFrame8, eFrame32}) {
+        if ((kind == eFrame32) != (frames == eFrame32)) continue;
+        tcFrameAccount& account = mpExtension->frames[kind];
+        if (account.IsRunning()) mpExtension->leftovers[kind] = {account.Last(), account.Total()};
+        account.Clear();
+        if (mpExtension->held[kind]) mpExtension->held[kind]->isHeld = false;
+    }
+}
+
+// Whether a packet belongs to the frame that an earlier readout was given up in: the packets of
+// that one go on where they were, and a frame of this readout would begin with number 1. The packet
+// is booked then, and that is all.
+bool tcVXCamera::IsLeftover(teFrameKind frames, uint32_t number, uint32_t total)
+{
+    tsLeftover& leftover = mpExtension->leftovers[frames];
+    if (leftover.last == 0) return false;
+    const bool isRest = number > leftover.last && number <= total && total == leftover.total;
+    if (!ReadoutOf(frames).runs || !isRest || mpExtension->frames[frames].IsRunning()) {
+        leftover = {};
+        return false;
+    }
+    leftover.last = number < total ? number : 0;
+    mpLedger->TakeStrayPacket();
+    return true;
 }
 
 // The command has been handed over, or not. The readout may have ended meanwhile, and another one
@@ -123,12 +169,31 @@ void tcVXCamera::EndReadoutFacts(const tsRequestItem& item, teReadoutResult how)
     if (index != eItemImage16 && index != eItemImage32 && index != eItemImage8) return;
     const teFrameKind kind = KindOf(index);
     tsReadoutFacts& facts = ReadoutOf(kind);
-    mpExtension->frames[kind].Clear();
-    if (kind == eFrame16) mpExtension->frames[eFrame8].Clear();
+    ForgetFrames(kind);
     if (!facts.runs) return;
     facts.runs = false;
+    if (facts.isInTurn && how != eReadoutComplete) mpExtension->buffers.LendAll();
     if (kind == eFrame8) mbReadsBytes = false;
     mpExtension->readoutEnd.End(facts.number, how);
+}
+
+// What has not been delivered of a readout that ends is lost.
+void tcVXCamera::LoseFrames(int item)
+{
+    const bool isReadout = item == eItemImage16 || item == eItemImage32 ||
+                           (item == eItemImage8 && mpExtension->readouts[eFrame8].runs);
+    if (isReadout) mpLedger->EndReadout(KindOf(item), tcLedger::eLost);
+}
+
+// Whether frames of a kind go to buffers in turn, and there without what lies around the area.
+bool tcVXCamera::IsInTurn(teFrameKind frames) const
+{
+    return mpExtension->readouts[frames].runs && mpExtension->readouts[frames].isInTurn;
+}
+
+bool tcVXCamera::IsPacked(teFrameKind frames) const
+{
+    return IsInTurn(frames) && !mpExtension->readouts[frames].regions.empty();
 }
 
 // ---- Frames -------------------------------------------------------------------------------------
@@ -136,18 +201,22 @@ void tcVXCamera::EndReadoutFacts(const tsRequestItem& item, teReadoutResult how)
 // A frame ended, with its last packet or, where it is cut, with the beginning of the next one. True
 // when it is one of a readout and somebody wants to know: then its record is made. Called before
 // its buffer is let go.
-bool tcVXCamera::EndFrame(tsFrameNews& news, const tsRequestItem& item, const tsFrameEnd& end,
-                          bool isCut)
+bool tcVXCamera::EndFrame(tsFrameNews& news, tsRequestItem& item, const tsFrameEnd& end, bool isCut)
 {
-    const teFrameKind kind = KindOf(static_cast<int>(&item - maItems));
+    const teFrameKind kind = KindOf(ItemOf(item));
     tsReadoutFacts& facts = ReadoutOf(kind);
     tcFrameAccount& account = mpExtension->frames[kind];
     const bool isWhole = end.IsComplete() && account.Misplaced() == 0 && account.Damaged() == 0;
+    const bool isInTurn = IsInTurn(kind);
+    const bool isUnderrun = isInTurn && facts.isUnderrun;
     const bool isTold = facts.runs && mpExtension->frameCallback.IsSet();
     if (facts.runs) ++facts.frames;
-    if (!isWhole) mpExtension->readoutEnd.NoteFlaw(facts.number);
+    if (!isWhole || isUnderrun) mpExtension->readoutEnd.NoteFlaw(facts.number);
     if (isTold) {
-        news.record.Outcome = isCut ? eFrameCut : isWhole ? eFrameComplete : eFrameIncomplete;
+        news.record.Outcome = isCut        ? eFrameCut
+                              : isUnderrun ? eFrameUnderrun
+                              : isWhole    ? eFrameComplete
+                                           : eFrameIncomplete;
         MakeNews(news, kind, item, end);
     }
     if (isCut) {
@@ -155,7 +224,27 @@ bool tcVXCamera::EndFrame(tsFrameNews& news, const tsRequestItem& item, const ts
     } else {
         account.Clear();
     }
+    // A buffer that nobody has been told of is used once more.
+    const bool isKept = isCut && !isTold && !isUnderrun;
+    if (isInTurn && !isKept) {
+        facts.hasBegunFrame = false;
+        item.result1 = nullptr;
+    }
+    facts.packing.BeginFrame();
     return isTold;
+}
+
+// The first packet of a frame is there: in a readout into buffers in turn, it gets the next one.
+void tcVXCamera::BeginFrame(tsRequestItem& item)
+{
+    tsReadoutFacts& facts = mpExtension->readouts[KindOf(ItemOf(item))];
+    if (!IsInTurn(KindOf(ItemOf(item))) || facts.hasBegunFrame) return;
+    facts.hasBegunFrame = true;
+    item.result1 = mpExtension->buffers.Take();
+    facts.isUnderrun = item.result1 == nullptr;
+    if (!facts.isUnderrun) return;
+    mLog.logError("tcVXCamera::BeginFrame no image buffer is free: frame %u of the readout is lost",
+                  facts.frames + 1);
 }
 
 void tcVXCamera::MakeNews(tsFrameNews& news, teFrameKind kind, const tsRequestItem& item,
@@ -201,12 +290,15 @@ void tcVXCamera::TellFigures(tsFrameRecord& record, const tsImageData& image, bo
 void tcVXCamera::TellPlace(tsFrameNews& news, teFrameKind kind, const tsRequestItem& item)
 {
     tsFrameRecord& record = news.record;
-    const tsImageLimits limits = LimitsOf(item, item.result1);
+    const tsReadoutFacts& facts = ReadoutOf(kind);
+    const tsImageLimits limits = IsInTurn(kind) ? item.limits : LimitsOf(item, item.result1);
     record.Buffer = item.result1;
     record.Room = item.result1 != nullptr && limits.known ? limits.pixels : 0;
     record.Stride = limits.columns;
-    tsRegion shown =
-        Shown(ReadoutOf(kind).regions, mpExtension->frames[kind].Places(), record.PacketsExpected);
+    tsRegion shown{0, 0, facts.packing.Rows(), facts.packing.Stride()};
+    if (!IsPacked(kind)) {
+        shown = Shown(facts.regions, mpExtension->frames[kind].Places(), record.PacketsExpected);
+    }
     Clip(shown, limits);
     record.FirstRow = shown.row;
     record.FirstColumn = shown.column;
@@ -224,10 +316,12 @@ try {
         news.missingBits = MissingBits(places, record.PacketsExpected);
         record.MissingBits = news.missingBits.data();
     }
-    auto rows = FindMissingRows(ReadoutOf(kind).regions, places, record.PacketsExpected, false);
+    const tsReadoutFacts& facts = ReadoutOf(kind);
+    auto rows = FindMissingRows(facts.regions, places, record.PacketsExpected, IsPacked(kind));
     if (!rows) return;
     news.missingRows = std::move(*rows);
-    const std::vector<uint32_t> suspect = account.SuspectRows();
+    std::vector<uint32_t> suspect = account.SuspectRows();
+    if (IsPacked(kind)) suspect = facts.packing.FrameRows(suspect);
     news.missingRows.insert(news.missingRows.end(), suspect.begin(), suspect.end());
     MakeRelative(news.missingRows,
                  {record.FirstRow, record.FirstColumn, record.Rows, record.Columns});

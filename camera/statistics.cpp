@@ -42,8 +42,9 @@ uint64_t tcVXCamera::PixelsOutside() const
     return mpLedger->Read().PixelsOutside;
 }
 
-void tcVXCamera::CountReceived(int bytes)
+void tcVXCamera::CountReceived(const void* data, int bytes)
 {
+    TellTap(eTapBytesReceived, data, static_cast<size_t>(bytes));
     tcLedger::Add(mpLedger->Figures().BytesReceived, static_cast<uint64_t>(bytes));
 }
 
@@ -54,8 +55,10 @@ void tcVXCamera::CountParsed()
     tcLedger::Add(figures.ChecksumErrors, Advance(mpParser->ChecksumErrors, mnChecksumErrorsSeen));
 }
 
-void tcVXCamera::CountSent(int bytes, bool isWhole)
+void tcVXCamera::CountSent(const tsMsgHeader* frame, int bytes, bool isWhole)
 {
+    TellTap(eTapBytesSent, frame, static_cast<size_t>(bytes));
+    if (isWhole) TellTap(eTapMessagesSent, frame, static_cast<size_t>(bytes));
     tsStatistics& figures = mpLedger->Figures();
     tcLedger::Add(figures.BytesSent, static_cast<uint64_t>(bytes));
     if (isWhole) tcLedger::Add(figures.MessagesSent);

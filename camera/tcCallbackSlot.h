@@ -2,12 +2,10 @@
 #ifndef TCCALLBACKSLOT_H
 #define TCCALLBACKSLOT_H
 
-#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <vector>
 
 // Marks the calling thread as one that is in a callback.
 class tcCallbackScope
@@ -30,7 +28,9 @@ template <class Callback>
 class tcCallbackSlot
 {
 public:
-    tcCallbackSlot() { maRunning.reserve(8); }
+    tcCallbackSlot() = default;
+    tcCallbackSlot(const tcCallbackSlot&) = delete;
+    tcCallbackSlot& operator=(const tcCallbackSlot&) = delete;
 
     bool IsSet() const { return mbSet.load(std::memory_order_relaxed); }
 
@@ -44,8 +44,11 @@ public:
         const uint64_t generation = ++mnGeneration;
         if (!waits) return;
         mReturned.wait(lock, [&] {
-            return std::all_of(maRunning.begin(), maRunning.end(),
-                               [&](uint64_t running) { return running >= generation; });
+            const tcCall* call = mpCalls;
+            while (call != nullptr && call->mnGeneration >= generation) {
+                call = call->mpNext;
+            }
+            return call == nullptr;
         });
     }
 
@@ -59,7 +62,7 @@ public:
     }
 
 private:
-    // One call under way.
+    // One call under way, in the list of them.
     class tcCall
     {
     public:
@@ -69,14 +72,18 @@ private:
             callback = slot.mpCallback;
             user = slot.mpUser;
             mnGeneration = slot.mnGeneration;
-            slot.maRunning.push_back(mnGeneration);
+            mpNext = slot.mpCalls;
+            slot.mpCalls = this;
         }
         ~tcCall()
         {
             {
                 const std::lock_guard<std::mutex> lock(mSlot.mMutex);
-                auto& running = mSlot.maRunning;
-                running.erase(std::find(running.begin(), running.end(), mnGeneration));
+                tcCall** link = &mSlot.mpCalls;
+                while (*link != this) {
+                    link = &(*link)->mpNext;
+                }
+                *link = mpNext;
             }
             mSlot.mReturned.notify_all();
         }
@@ -87,8 +94,11 @@ private:
         void* user;
 
     private:
+        friend tcCallbackSlot;
+
         tcCallbackSlot& mSlot;
         uint64_t mnGeneration;
+        tcCall* mpNext;
         const tcCallbackScope mScope;
     };
 
@@ -97,8 +107,8 @@ private:
     std::condition_variable mReturned;
     Callback mpCallback = nullptr;
     void* mpUser = nullptr;
-    uint64_t mnGeneration = 0;       // of the callback
-    std::vector<uint64_t> maRunning; // the generations that are being called
+    uint64_t mnGeneration = 0; // of the callback
+    tcCall* mpCalls = nullptr;
 };
 
 #endif

@@ -2,9 +2,11 @@
 #ifndef TCEXTENSION_H
 #define TCEXTENSION_H
 
+#include "tcBufferTurn.h"
 #include "tcCallbackSlot.h"
 #include "tcFrameAccount.h"
 #include "tcLedger.h"
+#include "tcPacking.h"
 #include "tcVXCamera.h"
 
 #include <cstring>
@@ -27,6 +29,33 @@ struct tsReadoutFacts {
     uint32_t exposure = 0;         // ms
     uint32_t frames = 0;           // that ended so far, in whichever way
     tsMoment commandBegun{}, commandSent{};
+
+    // Of a readout into buffers in turn.
+    bool isInTurn = false;
+    size_t bufferBytes = 0; // of each
+    tcPacking packing;
+    bool hasBegunFrame = false; // whose buffer has been taken, unless there was none
+    bool isUnderrun = false;    // there was none
+};
+
+// The rest of a frame whose readout was given up, which may arrive in the next one.
+struct tsLeftover {
+    uint32_t last = 0;  // number seen of it; 0: there is none
+    uint32_t total = 0; // packets it has
+};
+
+// What was stored last.
+struct tsPixelBytes {
+    const void* buffer = nullptr;
+    const uint8_t* bytes = nullptr; // in the buffer
+    size_t length = 0;
+};
+
+// A packet whose frame is not known yet.
+struct tsHeldPacket {
+    bool isHeld = false;
+    tsMoment time{};
+    uint8_t bytes[gnLargestMessage] = {};
 };
 
 // A frame's record with what it points to.
@@ -89,9 +118,15 @@ struct tsExtension {
     tcCallbackSlot<tpLinkCallback> linkCallback;
     tcCallbackSlot<tpHeartBeatRecordCallback> heartBeatCallback;
     tcCallbackSlot<tpCameraErrorCallback> errorCallback;
+    tcCallbackSlot<tpTapCallback> tap;
+    std::atomic<unsigned> tapped{0}; // what it is called for
 
     tsReadoutFacts readouts[eFrameKinds]; // by the frames that they were started for
     tcFrameAccount frames[eFrameKinds];
+    tsPixelBytes lastPixels;
+    tsLeftover leftovers[eFrameKinds];
+    tcBufferTurn buffers;
+    std::unique_ptr<tsHeldPacket> held[eFrameKinds]; // of readouts into buffers in turn
     tcReadoutEnd readoutEnd;
     std::vector<tsRegion> regions; // that were set instead of an area; with the area's lock
     tcWords lastWords;             // the error that the camera told last on this connection

@@ -18,9 +18,12 @@ tsMoment ThisMoment()
 
 // ---- Packets ------------------------------------------------------------------------------------
 
-void tcFrameAccount::Note(uint32_t number, const tsPacketPlace& place)
+void tcFrameAccount::Note(uint32_t number, uint32_t total, const tsPacketPlace& place)
 {
     if (!IsRunning()) mtFirstPacket = ThisMoment();
+    mnLast = number;
+    mnTotal = total;
+    mnLastRow = place.row;
     if (mtFirstAgain) {
         Store(1, mtFirstAgain->place);
         mtFirstAgain.reset();
@@ -45,7 +48,18 @@ void tcFrameAccount::Store(uint32_t number, const tsPacketPlace& place)
     if (!mpNotes) return;
     tsPacketPlace& noted = mpNotes->places[number];
     if (place.arrival >= noted.arrival) noted = place;
-    if (place.arrival != eCame) mpNotes->suspect[place.row] = 1;
+    if (place.arrival != eCame) Suspect(place.row);
+}
+
+void tcFrameAccount::Suspect(uint32_t row)
+{
+    mpNotes->suspect[row] = 1;
+    mbSuspects = true;
+}
+
+void tcFrameAccount::SuspectLast()
+{
+    if (IsRunning() && mpNotes) Suspect(mnLastRow);
 }
 
 void tcFrameAccount::BeginAgain()
@@ -62,10 +76,10 @@ void tcFrameAccount::Clear()
 {
     if (mpNotes && mnHighest > 0) {
         memset(mpNotes->places, 0, (size_t{mnHighest} + 1) * sizeof(tsPacketPlace));
-        const bool isSuspect = mnMisplaced + mnDamaged > 0;
-        if (isSuspect) memset(mpNotes->suspect, 0, sizeof mpNotes->suspect);
+        if (mbSuspects) memset(mpNotes->suspect, 0, sizeof mpNotes->suspect);
     }
-    mnHighest = mnMisplaced = mnDamaged = 0;
+    mnHighest = mnLast = mnTotal = mnMisplaced = mnDamaged = 0;
+    mbInterrupted = mbSuspects = false;
     mtFirstAgain.reset();
     mtFirstPacket = {};
 }
@@ -78,7 +92,7 @@ const tsPacketPlace* tcFrameAccount::Places() const
 std::vector<uint32_t> tcFrameAccount::SuspectRows() const
 {
     std::vector<uint32_t> rows;
-    for (uint32_t row = 0; mpNotes && row < gnNumbers; ++row) {
+    for (uint32_t row = 0; mbSuspects && row < gnNumbers; ++row) {
         if (mpNotes->suspect[row] != 0) rows.push_back(row);
     }
     if (mtFirstAgain) rows.push_back(mtFirstAgain->place.row);

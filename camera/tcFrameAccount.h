@@ -53,22 +53,36 @@ std::optional<tsRegion> FindBounds(const tsPacketPlace* places, uint32_t total);
 class tcFrameAccount
 {
 public:
-    // Notes a packet of the running frame, the first of which begins it.
-    void Note(uint32_t number, const tsPacketPlace& place);
+    // Notes a packet of the running frame, the first of which begins it, and how many it has.
+    void Note(uint32_t number, uint32_t total, const tsPacketPlace& place);
     // The last packet noted was number 2 of another frame, whose number 1 had been noted before it.
     // What was running ends; after its end has been read, BeginAgain() goes on with the new one.
     void BeginAgain();
     void Clear();
 
+    // When it began, where that was noted late.
+    void BeginAt(const tsMoment& time) { mtFirstPacket = time; }
+
     bool IsRunning() const { return mnHighest > 0; }
+    // Whether number 1 came.
+    bool HasFirst() const { return mpNotes && mpNotes->places[1].arrival > eDamaged; }
+    // The number noted last, and how many there are to be; 0 when the rest of the frame can not
+    // follow that any more.
+    uint32_t Last() const { return mbInterrupted ? 0 : mnLast; }
+    uint32_t Total() const { return mnTotal; }
+    // Bytes that belong to no message followed the packet noted last: it may have been cut short,
+    // and hold some of them.
+    void SuspectLast();
+    // The connection on which the frame arrived is lost.
+    void Interrupt() { mbInterrupted = true; }
     const tsMoment& FirstPacket() const { return mtFirstPacket; }
     uint32_t Misplaced() const { return mnMisplaced; }
     uint32_t Damaged() const { return mnDamaged; }
 
     // The packets from number 1 on, 65535 of them; null when memory could not be had.
     const tsPacketPlace* Places() const;
-    // Rows that damaged and misplaced packets told as theirs, and those that the beginning of the
-    // next frame has reached.
+    // Rows of packets that are suspected, or damaged or misplaced and told as theirs, and those
+    // that the beginning of the next frame has reached.
     std::vector<uint32_t> SuspectRows() const;
 
 private:
@@ -86,9 +100,14 @@ private:
     };
 
     void Store(uint32_t number, const tsPacketPlace& place);
+    void Suspect(uint32_t row);
 
     std::unique_ptr<tsNotes, tsFree> mpNotes;
     uint32_t mnHighest = 0; // number noted
+    uint32_t mnLast = 0, mnTotal = 0;
+    uint32_t mnLastRow = 0;
+    bool mbInterrupted = false;
+    bool mbSuspects = false; // some row
     tsMoment mtFirstPacket{};
     uint32_t mnMisplaced = 0, mnDamaged = 0;
     std::optional<tsNoted> mtFirstAgain; // number 1, when it came once more

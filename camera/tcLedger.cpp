@@ -135,6 +135,7 @@ uint32_t tcLedger::EndReadout(teFrameKind kind, teUndelivered how)
     const bool wasWanted = undelivered > 0 && how == eLost;
     EndTrack(maTracks[kind], wasWanted);
     if (kind == eFrame16) EndTrack(maTracks[eFrame8], wasWanted);
+    if (kind == eFrame8) EndTrack(maTracks[eFrame16], wasWanted);
     EndAsked(asked, how == eLost ? mtFigures.FramesFailed : mtFigures.FramesAborted, undelivered);
     asked.isEndless = false;
     return undelivered;
@@ -195,7 +196,14 @@ void tcLedger::LoseCutFrame(tsAsked& asked)
     }
 }
 
-tsFrameEnd tcLedger::DeliverFrame(teFrameKind kind, bool isLast)
+void tcLedger::TakeStrayPacket()
+{
+    const tcChange change(*this);
+    Add(mtFigures.PacketsReceived);
+    Add(mtFigures.PacketsStray);
+}
+
+tsFrameEnd tcLedger::DeliverFrame(teFrameKind kind, bool isLast, bool isUnderrun)
 {
     const tcChange change(*this);
     const tsFrameEnd end = EndTrack(maTracks[kind], true);
@@ -206,7 +214,10 @@ tsFrameEnd tcLedger::DeliverFrame(teFrameKind kind, bool isLast)
         Add(mtFigures.FramesUnasked);
         return end;
     }
-    EndAsked(asked, end.IsComplete() ? mtFigures.FramesComplete : mtFigures.FramesIncomplete);
+    if (isUnderrun) Add(mtFigures.FramesUnderrun);
+    EndAsked(asked, isUnderrun         ? mtFigures.FramesFailed
+                    : end.IsComplete() ? mtFigures.FramesComplete
+                                       : mtFigures.FramesIncomplete);
     if (asked.isEndless && !isLast) {
         asked.pending = 1;
         Add(mtFigures.FramesRequested);

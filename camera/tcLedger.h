@@ -91,8 +91,11 @@ public:
     // A packet came. When it shows that the frame before it was cut short, tells how that ended;
     // else an end without packets.
     tsFrameEnd TakePacket(teFrameKind kind, const tsPacketFacts& packet);
-    // The frame's numbered last packet came, so it is delivered; `isLast` of its readout.
-    tsFrameEnd DeliverFrame(teFrameKind kind, bool isLast);
+    // A packet came that belongs to no frame of the readout.
+    void TakeStrayPacket();
+    // The frame's numbered last packet came, so it is delivered; `isLast` of its readout. An
+    // underrun counts as lost.
+    tsFrameEnd DeliverFrame(teFrameKind kind, bool isLast, bool isUnderrun = false);
 
 private:
     // Readers see all changes of its lifetime or none.

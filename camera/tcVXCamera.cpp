@@ -259,6 +259,6 @@ int tcVXCamera::Initialize()
         if (target == mpDefaultBuffer.get()) target = buffer;
     }
     mpDefaultBuffer.reset(buffer);
-    mnDefaultPixels = pixels;
+    mtDefaultLimits = {true, rows, columns, pixels};
     return 1;
 }

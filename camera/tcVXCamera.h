@@ -33,6 +33,7 @@ struct tsFrameNews;
 struct tsPacketFacts;
 struct tsReadoutFacts;
 struct tsRegion;
+struct tsSpot;
 enum teFrameKind : int;
 
 // Rows and columns that an image buffer holds; not known until the camera has told them.
@@ -180,6 +181,7 @@ public:
     int SetLinkCallback(tpLinkCallback callback, void* user);
     int SetHeartBeatRecordCallback(tpHeartBeatRecordCallback callback, void* user);
     int SetCameraErrorCallback(tpCameraErrorCallback callback, void* user);
+    int SetTap(unsigned what, tpTapCallback callback, void* user);
 
     // ---- Requests ----------------------------------------------------------------------------
     // Raises an item's needed answers by `count` and starts its time-out; -1 if it is pending.
@@ -224,6 +226,9 @@ public:
     int ReadCCDArea8(unsigned char* buffer, short frames, unsigned short flags);
     // How the readout that was started last ended: a teReadoutResult.
     int ReadoutResult();
+    // The buffers of readouts that are started with a null buffer.
+    int SetImageBuffers(void* const* buffers, int count, size_t bytes);
+    int ReturnImageBuffer(void* buffer);
     // Sends the abort and gives the readouts up: their buffers are not touched again. Send result.
     // An image callback that runs meanwhile is waited for, though not inside a callback, and 0.4 s
     // at most; behind a longer one, WaitCompletion returns 0.
@@ -382,9 +387,9 @@ protected:
     static tcVXCamera* CallingCamera();
     // What a transport tells about its traffic: bytes read, before they are parsed, and on the same
     // thread after that; messages sent, one thread at a time; connections, on the receive thread.
-    void CountReceived(int bytes);
+    void CountReceived(const void* data, int bytes);
     void CountParsed();
-    void CountSent(int bytes, bool isWhole);
+    void CountSent(const tsMsgHeader* frame, int bytes, bool isWhole);
     void LinkLost();
     void LinkRestored();
     // What a transport tells for people: its kind and where it leads; whether it has a connection.
@@ -463,9 +468,7 @@ private:
 
     // readout.cpp
     using tStackLock = std::unique_lock<std::recursive_mutex>;
-    struct tsPlacement;
-    class tcDeliveryScope;
-    class tcUnlocked;
+    int ItemOf(const tsRequestItem& item) const { return static_cast<int>(&item - maItems); }
     uint32_t StartReadout(int item, teReadoutKind kind, void* buffer, unsigned short* maximum,
                           short frames);
     void LevelAreaItems();
@@ -474,39 +477,65 @@ private:
                     const tsCommand<Payload>& command, const Payload& payload);
     int ReadArea(const char* operation, int item, void* buffer, short frames, unsigned short flags);
     void ReArmImage(tsRequestItem& item);
+
+    // placement.cpp
+    struct tsPlacement;
+    class tcDeliveryScope;
+    class tcUnlocked;
+    template <class Packet>
+    struct tsPixelsOf;
     template <class Packet>
     void CountPacket(const char* operation, const Packet& packet, std::atomic<int>& expected,
                      bool announce);
     void Place(const tsPlacement& place);
-    tsImageData DescribeFrame(const tsRequestItem& item);
+    static tsSpot SpotOf(const tsPlacement& place, const tsImageLimits& limits);
+    void NoteOutside(const tsPlacement& place, const tsImageLimits& limits, uint64_t pixels);
+    template <class Packet>
+    bool AcceptPacket(tStackLock& lock, Packet& packet);
+    void CheckLastPacket(const tsRequestItem& item);
+    template <class Packet>
+    void StorePacket(Packet& packet, bool isWhole);
     template <class Packet>
     bool TakePacket(tStackLock& lock, tsRequestItem& item, const Packet& packet, bool isWhole);
     template <class Packet>
-    void NotePacket(teFrameKind kind, const Packet& packet, bool isWhole);
+    bool HoldPacket(teFrameKind kind, const Packet& packet);
+    bool TellCut(tStackLock& lock, tsRequestItem& item, const tsFrameEnd& cut);
+    tsImageData DescribeFrame(const tsRequestItem& item);
+    template <class Packet>
+    tsImageData DescribeFrame(const tsRequestItem& item, int32_t rows, const Packet& last);
     tsFrameEnd CloseFrame(teFrameKind kind, bool completes);
     void FinishFrame(tStackLock& lock, tsRequestItem& item, bool completes, tsImageData image);
-    uint32_t LoseFrames(int item);
     void ReleaseImageBuffer(tsRequestItem& item);
     tsImageLimits LimitsOf(const tsRequestItem& item, const void* buffer);
-    tsImageLimits ToldLimits();
+    tsImageLimits ToldLimits() const;
+    static tsImageLimits LimitsToRead(const tsReadoutFacts& facts, uint32_t pixelBytes);
 
     // extension.cpp
     template <class Callback>
     int SetSlot(tcCallbackSlot<Callback>& slot, Callback callback, void* user);
     void TellHeartBeat(const tuCameraMessages& message);
+    void TellTap(unsigned what, const void* bytes, size_t length, uint32_t event = 0);
     void TellCameraError(uint32_t code, uint32_t subCode, const char* text);
 
     // framerecord.cpp
-    void BeginReadoutFacts(teFrameKind frames, teReadoutKind kind, std::vector<tsRegion> regions);
+    tsReadoutFacts PlanReadout(teFrameKind frames, teReadoutKind kind, bool isIntoOwn);
+    void BeginReadoutFacts(teFrameKind frames, tsReadoutFacts&& facts);
+    void ForgetFrames(teFrameKind frames);
+    bool IsLeftover(teFrameKind frames, uint32_t number, uint32_t total);
+    void BeginFrame(tsRequestItem& item);
     void NoteCommandSent(teFrameKind frames, uint32_t number, bool isSent);
     tsReadoutFacts& ReadoutOf(teFrameKind frames);
+    void LoseFrames(int item);
     void EndReadoutFacts(const tsRequestItem& item, teReadoutResult how);
-    bool EndFrame(tsFrameNews& news, const tsRequestItem& item, const tsFrameEnd& end, bool isCut);
+    bool EndFrame(tsFrameNews& news, tsRequestItem& item, const tsFrameEnd& end, bool isCut);
     void MakeNews(tsFrameNews& news, teFrameKind kind, const tsRequestItem& item,
                   const tsFrameEnd& end);
     static void TellFigures(tsFrameRecord& record, const tsImageData& image, bool isLast);
     void TellPlace(tsFrameNews& news, teFrameKind kind, const tsRequestItem& item);
     void TellMissing(tsFrameNews& news, teFrameKind kind);
+    bool IsReading() const;
+    bool IsInTurn(teFrameKind frames) const;
+    bool IsPacked(teFrameKind frames) const;
 
     // settings.cpp, tables.cpp, linktest.cpp
     std::vector<tsRegion> RegionsToRead();
@@ -584,7 +613,7 @@ private:
         void operator()(uint32_t* buffer) const { free(buffer); }
     };
     std::unique_ptr<uint32_t[], tsFree> mpDefaultBuffer;
-    uint64_t mnDefaultPixels = 0;
+    tsImageLimits mtDefaultLimits; // of it
     std::atomic<int> mnImageTimeoutOverride{0};
     std::atomic<int> mnExpectedPackets16{-1}; // 16-bit and 8-bit frames
     std::atomic<int> mnExpectedPackets32{-1};
@@ -593,6 +622,7 @@ private:
     std::atomic<uint32_t> mnFramesDelivered{0};
     bool mbOutsideReported = false;        // in the current frame
     bool mbPlacedOutside = false;          // some pixels of the packet placed last
+    uint32_t mnSkippedAtPacket = 0;        // what the parser had skipped when the last pixels came
     std::atomic<bool> mbReadsBytes{false}; // a readout of 8 bits runs
     uint32_t mnReadoutSerial = 0;          // counts StartReadout calls
 

@@ -18,6 +18,16 @@ extern "C" int VXReadoutResult(int handle)
     return Forward(handle, &tcVXCamera::ReadoutResult);
 }
 
+extern "C" int VXSetImageBuffers(int handle, void* const* buffers, int count, size_t bytes)
+{
+    return Forward(handle, &tcVXCamera::SetImageBuffers, buffers, count, bytes);
+}
+
+extern "C" int VXReturnImageBuffer(int handle, void* buffer)
+{
+    return Forward(handle, &tcVXCamera::ReturnImageBuffer, buffer);
+}
+
 extern "C" int VXSetLinkCallback(int handle, tpLinkCallback callback, void* user)
 {
     return Forward(handle, &tcVXCamera::SetLinkCallback, callback, user);
@@ -32,6 +42,11 @@ extern "C" int VXSetHeartBeatRecordCallback(int handle, tpHeartBeatRecordCallbac
 extern "C" int VXSetCameraErrorCallback(int handle, tpCameraErrorCallback callback, void* user)
 {
     return Forward(handle, &tcVXCamera::SetCameraErrorCallback, callback, user);
+}
+
+extern "C" int VXSetTap(int handle, unsigned what, tpTapCallback callback, void* user)
+{
+    return Forward(handle, &tcVXCamera::SetTap, what, callback, user);
 }
 
 extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)

@@ -82,8 +82,9 @@ typedef struct tsFrameRecord {
     /* Packet n is missing when bit (n - 1) % 8, from the lowest, of byte (n - 1) / 8 is set. Of
      * (PacketsExpected + 7) / 8 bytes; null when none is missing. */
     const uint8_t* MissingBits;
-    /* The frame's rows, from 0 and ascending, that did not arrive whole. Null when there are none;
-     * also, though something is missing or misplaced, when it cannot be known which they are. */
+    /* The frame's rows, from 0 and ascending, that did not arrive whole, or may not have. Null when
+     * there are none; also, though something is missing or misplaced, when it cannot be known which
+     * they are. */
     const uint32_t* MissingRows;
     uint32_t MissingRowCount;
 
@@ -126,6 +127,21 @@ typedef enum teReadoutResult {
  * eReadoutLinkLost and eReadoutNotSent the readout is over, but counts as pending until it is
  * aborted or times out. */
 VX_EXPORT int VXReadoutResult(int handle);
+
+/* Has readouts that are started with a null buffer store successive frames in these buffers of
+ * `bytes` bytes each, in the order in which they were given (back). An area readout's frame lies
+ * packed, from the buffer's first element on: Stride is the columns of the area; of regions, that
+ * are read one after another, the greatest number of columns, and their rows lie below each other.
+ * A binned readout's frame has the stride of the sensor. A buffer belongs to the application from
+ * its frame's callbacks on until VXReturnImageBuffer. With none free at a frame's first packet the
+ * frame is an underrun. A count of 0 ends this. Then, and after VXAbortRead, a time-out or
+ * VXCloseCamera, all buffers are the application's; those that are to be used again in later
+ * readouts are given back with VXReturnImageBuffer, or all set anew [-1 while a readout runs; -5
+ * for null pointers, the same one twice, a count outside 0 to 4096, or no bytes]. */
+VX_EXPORT int VXSetImageBuffers(int handle, void* const* buffers, int count, size_t bytes);
+
+/* Gives one back, on any thread [-5 when it is none of them or is free already]. */
+VX_EXPORT int VXReturnImageBuffer(int handle, void* buffer);
 
 /* ---- What a camera tells unasked --------------------------------------------------------- */
 
@@ -177,6 +193,32 @@ static_assert(sizeof(tsCameraErrorRecord) == 40, "record");
 /* Called with each error that the camera reports. */
 typedef void (*tpCameraErrorCallback)(int handle, const tsCameraErrorRecord* error, void* user);
 VX_EXPORT int VXSetCameraErrorCallback(int handle, tpCameraErrorCallback callback, void* user);
+
+/* ---- All traffic ------------------------------------------------------------------------- */
+
+enum {
+    eTapBytesReceived = 1,
+    eTapBytesSent = 2,
+    eTapMessagesReceived = 4, /* but for pixel packets */
+    eTapMessagesSent = 8,
+    eTapLink = 16
+};
+
+typedef struct tsTapRecord {
+    uint32_t Size;
+    uint32_t What; /* one of the above */
+    tsMoment Time;
+    const uint8_t* Bytes; /* as they travelled; of messages one, header first; null for eTapLink */
+    uint32_t Length;
+    uint32_t Event; /* eTapLink: teLinkEvent */
+} tsTapRecord;
+static_assert(sizeof(tsTapRecord) == 40, "record");
+
+/* Called for all that `what`, a sum of the above, names: sent bytes and messages on the sending
+ * thread, one after another, everything else on the receive thread. It must be quick, and may not
+ * call the camera. */
+typedef void (*tpTapCallback)(int handle, const tsTapRecord* record, void* user);
+VX_EXPORT int VXSetTap(int handle, unsigned what, tpTapCallback callback, void* user);
 
 /* ---- Statistics -------------------------------------------------------------------------- */
 

@@ -122,7 +122,7 @@ int tcVXCamera_Ethernet::Transmit(tsMsgHeader* frame, milliseconds limit, bool e
     const auto start = steady_clock::now();
     const int length = frame->Length + gnHeaderBytes;
     const int sent = SendBytes(reinterpret_cast<const char*>(frame), length, limit);
-    CountSent(sent, sent == length);
+    CountSent(frame, sent, sent == length);
     if (sent == length) return eVXOk;
     if (sent == 0 && !endsLink) return eVXFailed;
     if (steady_clock::now() - start >= limit) {
@@ -220,7 +220,7 @@ void tcVXCamera_Ethernet::TakePiece(char* bytes, int length)
 {
     mLog.logDebug(1, "tcVXCamera_Ethernet::MonitorThread received %d bytes", length);
     if (mbByteDump) DumpBytes(bytes, length);
-    CountReceived(length);
+    CountReceived(bytes, length);
     mpParser->AddData(bytes, length);
     CountParsed();
     mLog.logDebug(10, "tcVXCamera_Ethernet::MonitorThread finished parsing %d bytes", length);

@@ -155,6 +155,30 @@ TEST_F(Extension, TellsLinkEventsWithTheCamerasLastWords)
     EXPECT_EQ(VXReadoutResult(Handle()), eReadoutRunning);
 }
 
+// What comes over another connection is no rest of what came over the one before.
+TEST_F(Extension, TakesFramesOfANewConnectionForTheirOwn)
+{
+    mCamera.TellGeometry(8, 16);
+    std::vector<tsFrameRecord> told;
+    VXSetFrameCallback(
+        Handle(),
+        [](int, const tsFrameRecord* frame, void* user) {
+            static_cast<std::vector<tsFrameRecord>*>(user)->push_back(*frame);
+        },
+        &told);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    Feed(mCamera, {e16Bit, 1, 4, 0, 0, 15, true});
+    mCamera.LinkLost();
+    mCamera.AbortRead();
+    mCamera.LinkRestored();
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    for (unsigned i : {2, 3, 4}) {
+        Feed(mCamera, {e16Bit, i, 4, i - 1, 0, 15, true});
+    }
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0].PacketsMissing, 1U);
+}
+
 // ---- Setting callbacks
 
 TEST_F(Extension, RefusesHandlesThatAreNotOpen)

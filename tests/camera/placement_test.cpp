@@ -267,6 +267,120 @@ TEST_F(Placement, StoresNothingBeyondTheAreaWhereTheRowsAreOpen)
     EXPECT_TRUE(image.GuardsAreWhole());
 }
 
+TEST_F(Placement, BoundsNoBinnedReadoutByTheAreaWhereTheRowsAreOpen)
+{
+    mCamera.TellGeometry(65535, 8);
+    mCamera.SetCCDArea(0, 0, 8, 3);
+    tcImage image(e32Bit, 65535 * 8);
+    Read(e32Bit, image, 2);
+    for (unsigned row : {3U, 100U, 65534U}) {
+        Feed(mCamera, {e32Bit, 1, 9, row, 0, 7, false});
+        EXPECT_EQ(image.At(row * 8 + 7), 8U);
+    }
+    Feed(mCamera, {e32Bit, 1, 9, 65535, 0, 7, false});
+    EXPECT_TRUE(image.GuardsAreWhole());
+    EXPECT_EQ(mCamera.PixelsOutside(), 8U);
+}
+
+TEST_F(Placement, BoundsRegionsByTheirRowsWhereTheRowsAreOpen)
+{
+    mCamera.TellGeometry(65535, 64);
+    int rows[] = {0, 100}, columns[] = {0, 0}, heights[] = {50, 50}, widths[] = {64, 64};
+    mCamera.SetAreaEx(2, rows, columns, heights, widths);
+    tcImage image(e16Bit, 150 * 64);
+    Read(e16Bit, image);
+    for (unsigned row : {0U, 63U, 64U, 149U}) {
+        Feed(mCamera, {e16Bit, 1, 9, row, 0, 63, false});
+        EXPECT_EQ(image.At(row * 64 + 63), 64U) << row;
+    }
+    EXPECT_EQ(mCamera.PixelsOutside(), 0U);
+    for (unsigned row : {150U, 65534U}) {
+        Feed(mCamera, {e16Bit, 1, 9, row, 0, 63, false});
+    }
+    EXPECT_EQ(mCamera.PixelsOutside(), 128U);
+    EXPECT_TRUE(image.GuardsAreWhole());
+}
+
+// The greatest width of the regions is told to cameras where the rows used to be; it says nothing
+// of the rows.
+TEST_F(Placement, BoundsNarrowRegionsNotByTheirWidth)
+{
+    mCamera.TellGeometry(65535, 64);
+    int rows[] = {2}, columns[] = {0}, heights[] = {3}, widths[] = {64};
+    mCamera.SetAreaEx(1, rows, columns, heights, widths);
+    tcImage image(e16Bit, 5 * 64);
+    Read(e16Bit, image);
+    for (unsigned row : {5U, 10U, 63U}) {
+        Feed(mCamera, {e16Bit, 1, 9, row, 0, 63, false});
+    }
+    EXPECT_EQ(image.Touched(), 0U);
+    mCamera.AbortRead();
+    mCamera.SetCCDArea(0, 6, 64, 4);
+    tcImage larger(e16Bit, 10 * 64);
+    Read(e16Bit, larger);
+    Feed(mCamera, {e16Bit, 1, 9, 9, 0, 63, false});
+    EXPECT_EQ(larger.At(9 * 64), 1U) << "an area replaces the regions";
+}
+
+TEST_F(Placement, BoundsAnAreaAsTheCommandTellsIt)
+{
+    mCamera.TellGeometry(65535, 8);
+    mCamera.SetCCDArea(0, 65536 + 2, 8, 65536 + 3);
+    tcImage image(e16Bit, 5 * 8);
+    Read(e16Bit, image);
+    EXPECT_EQ(mCamera.LastSent().Short(1), 2);
+    EXPECT_EQ(mCamera.LastSent().Short(3), 3);
+    Feed(mCamera, {e16Bit, 1, 9, 5, 0, 7, false});
+    EXPECT_EQ(image.Touched(), 0U);
+    Feed(mCamera, {e16Bit, 1, 9, 4, 0, 7, false});
+    EXPECT_EQ(image.Touched(), 16U);
+}
+
+TEST_F(Placement, TellsWhatTheBufferHasAlsoWhenTheGeometryChanges)
+{
+    EXPECT_NE(Initialize(4, 8), 0);
+    for (bool isOwn : {false, true}) {
+        for (teWidth width : gaWidths) {
+            SCOPED_TRACE(NameOf(width));
+            tcImage image(width, 32);
+            void* const buffer = isOwn ? nullptr : image.Pointer();
+            mCamera.AbortRead();
+            if (width == e16Bit) mCamera.ReadCCDArea(static_cast<uint16_t*>(buffer), 2, 0);
+            if (width == e32Bit) {
+                mCamera.ReadCCDBinned(static_cast<long*>(buffer), nullptr, 2, 0);
+            }
+            if (width == e8Bit) mCamera.ReadCCDArea8(static_cast<uint8_t*>(buffer), 2, 0);
+            mCamera.TellGeometry(400, 800);
+            gaFrames.clear();
+            Feed(mCamera, {width, 400, 400, 0, 0, 799, false});
+            ASSERT_EQ(gaFrames.size(), 1U);
+            EXPECT_NE(gaFrames[0].ImageBuffer, nullptr);
+            EXPECT_EQ(gaFrames[0].SensorRows, 4);
+            EXPECT_EQ(gaFrames[0].SensorColumns, 8);
+            EXPECT_EQ(gaFrames[0].Rows, 4);
+            EXPECT_EQ(gaFrames[0].Columns, 8);
+            EXPECT_TRUE(image.GuardsAreWhole());
+            mCamera.TellGeometry(4, 8);
+        }
+    }
+}
+
+TEST_F(Placement, TellsTheNewGeometryOfBuffersThatAreGivenLater)
+{
+    EXPECT_NE(Initialize(4, 8), 0);
+    mCamera.TellGeometry(40, 80);
+    tcImage image(e16Bit, 3200);
+    Read(e16Bit, image);
+    Feed(mCamera, {e16Bit, 40, 40, 39, 0, 79, true});
+    EXPECT_EQ(gaFrames.back().SensorRows, 40);
+    EXPECT_EQ(gaFrames.back().Columns, 80);
+    EXPECT_EQ(image.At(3199), 80U);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    Feed(mCamera, {e16Bit, 40, 40, 39, 0, 79, true});
+    EXPECT_EQ(gaFrames.back().SensorRows, 4) << "the camera's own has the size it was made with";
+    EXPECT_EQ(gaFrames.back().Rows, 4);
+}
+
 TEST_F(Placement, KeepsToTheGeometryItStartedWith)
 {
     mCamera.TellGeometry(4, 8);

@@ -1,0 +1,170 @@
+// Pixel packets that a lost connection cut in two.
+#include "books.h"
+#include "pixels.h"
+#include "vxcamiface.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// A camera whose connection breaks when the test says so.
+class tcBreakingCamera : public tcTestCamera
+{
+public:
+    void BreakLink()
+    {
+        mpParser->MarkBreak();
+        LinkLost();
+        LinkRestored();
+    }
+};
+
+// Packets of a frame of 4 rows, and breaks inside them.
+class Broken : public testing::Test
+{
+protected:
+    Broken()
+    {
+        mCamera.Log().setDbgLevel(0);
+        mCamera.TellGeometry(4, 8);
+        mCamera.SetCCDArea(0, 0, 8, 4);
+        VXSetFrameCallback(
+            mCamera.GetHandle(),
+            [](int, const tsFrameRecord* frame, void* user) {
+                auto& self = *static_cast<Broken*>(user);
+                self.mTold.push_back(*frame);
+                self.mRows.assign(frame->MissingRows, frame->MissingRows + frame->MissingRowCount);
+            },
+            this);
+    }
+    static unsigned Pixel(unsigned row, unsigned column) { return 100 * row + column + 1; }
+    static tBytes Packet(unsigned row)
+    {
+        tsPixels pixels{e16Bit, row + 1, 4, row, 0, 7, true};
+        for (unsigned column = 0; column < 8; ++column) {
+            pixels.values.push_back(Pixel(row, column));
+        }
+        return pixels.Message().Bytes();
+    }
+    void Feed(const tBytes& bytes)
+    {
+        if (!bytes.empty()) mCamera.FeedParser(bytes, bytes.size());
+    }
+    tsStatistics Figures()
+    {
+        tsStatistics figures{};
+        mCamera.GetStatistics(&figures, sizeof figures);
+        ExpectThatTheyAddUp(figures);
+        return figures;
+    }
+
+    tcBreakingCamera mCamera;
+    std::vector<tsFrameRecord> mTold;
+    std::vector<uint32_t> mRows;
+};
+
+} // namespace
+
+// The connection breaks at every byte of every packet; over the next one the camera goes on with
+// the packet that follows, and sends the last one again. Frames that are told as complete are what
+// was sent: none whose pixel packet was finished with other bytes is.
+TEST_F(Broken, FramesAreToldAsCompleteOnlyWhereTheyAre)
+{
+    const size_t length = Packet(0).size();
+    for (unsigned cut = 0; cut < 4; ++cut) {
+        for (size_t at = 1; at < length; ++at) {
+            SCOPED_TRACE(testing::Message() << "packet " << cut + 1 << " at " << at);
+            tcImage image(e16Bit, 32);
+            mTold.clear();
+            mCamera.AbortRead();
+            const tsStatistics before = Figures();
+            ASSERT_EQ(mCamera.ReadCCDArea(image.Shorts(), 1, 0), 0);
+            for (unsigned row = 0; row < 4; ++row) {
+                const tBytes packet = Packet(row);
+                if (row != cut) {
+                    Feed(packet);
+                    continue;
+                }
+                Feed({packet.begin(), packet.begin() + static_cast<long>(at)});
+                mCamera.BreakLink();
+            }
+            Feed(Packet(3)); // so that it ends whichever packet was swallowed
+            Feed(Packet(3));
+            const tsStatistics after = Figures();
+            ASSERT_FALSE(mTold.empty());
+            const bool isComplete = mTold[0].Outcome == eFrameComplete;
+            EXPECT_EQ(after.FramesComplete, before.FramesComplete + (isComplete ? 1 : 0));
+            const bool isMarked = after.PacketsDamaged > before.PacketsDamaged;
+            EXPECT_FALSE(isComplete && isMarked);
+            EXPECT_FALSE(isComplete && cut < 3);
+            if (at >= 12) {
+                EXPECT_TRUE(isMarked) << "by its header a pixel packet";
+            }
+            for (unsigned i = 0; i < 32 && isComplete; ++i) {
+                ASSERT_EQ(image.At(i), Pixel(i / 8, i % 8));
+            }
+            EXPECT_TRUE(image.GuardsAreWhole());
+        }
+    }
+}
+
+// The cut packet is finished with bytes of the packet that follows.
+TEST_F(Broken, PacketIsMarkedAsDamagedAndItsRowTold)
+{
+    tcImage image(e16Bit, 32);
+    mCamera.ReadCCDArea(image.Shorts(), 1, 0);
+    Feed(Packet(0));
+    const tBytes packet = Packet(1);
+    Feed({packet.begin(), packet.end() - 6});
+    mCamera.BreakLink();
+    Feed(tBytes(6, 0x77));
+    Feed(Packet(2));
+    Feed(Packet(3));
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(mTold[0].Outcome, eFrameIncomplete);
+    EXPECT_EQ(mTold[0].PacketsDamaged, 1U);
+    EXPECT_EQ(mTold[0].PacketsMissing, 1U);
+    EXPECT_EQ(mTold[0].PacketsReceived, 3U);
+    EXPECT_EQ(mRows, std::vector<uint32_t>{1});
+    const tsStatistics figures = Figures();
+    EXPECT_EQ(figures.PacketsDamaged, 1U);
+    EXPECT_EQ(figures.PacketsShort, 1U);
+    EXPECT_EQ(figures.PacketsMissing, 1U);
+    EXPECT_EQ(figures.FramesIncomplete, 1U);
+    EXPECT_EQ(VXReadoutResult(mCamera.GetHandle()), eReadoutLinkLost);
+}
+
+// A frame of which only the last packet was cut.
+TEST_F(Broken, LastPacketEndsTheFrameAsIncomplete)
+{
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    for (unsigned row = 0; row < 3; ++row) {
+        Feed(Packet(row));
+    }
+    const tBytes packet = Packet(3);
+    Feed({packet.begin(), packet.end() - 1});
+    mCamera.BreakLink();
+    Feed({0x77});
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(mTold[0].Outcome, eFrameIncomplete);
+    EXPECT_EQ(Figures().FramesIncomplete, 1U);
+    EXPECT_EQ(Figures().FramesComplete, 0U);
+}
+
+// Sent once more, a cut packet is whole; but what was stored for it may lie anywhere.
+TEST_F(Broken, FrameIsNotMadeWholeByARepetition)
+{
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    const tBytes packet = Packet(0);
+    Feed({packet.begin(), packet.end() - 1});
+    mCamera.BreakLink();
+    Feed({0x77});
+    for (unsigned row = 0; row < 4; ++row) {
+        Feed(Packet(row));
+    }
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(mTold[0].PacketsMissing, 0U);
+    EXPECT_EQ(mTold[0].PacketsDamaged, 1U);
+    EXPECT_EQ(mTold[0].Outcome, eFrameIncomplete);
+    EXPECT_EQ(Figures().FramesIncomplete, 1U);
+}

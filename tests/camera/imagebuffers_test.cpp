@@ -1,0 +1,551 @@
+// Readouts into the application's buffers, one after another.
+#include "books.h"
+#include "pixels.h"
+#include "vxcamiface.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+class ImageBuffers : public Readout
+{
+protected:
+    static constexpr size_t gnBytes = 8 * 16 * 2; // a 16-bit image of the whole sensor
+
+    ImageBuffers()
+    {
+        mCamera.TellGeometry(8, 16);
+        for (tcImage& image : mImages) {
+            maPointers.push_back(image.Pointer());
+        }
+        VXSetFrameCallback(Handle(), Keep, this);
+    }
+    static void Keep(int, const tsFrameRecord* frame, void* user)
+    {
+        auto& self = *static_cast<ImageBuffers*>(user);
+        self.mTold.push_back(*frame);
+        self.mRows.assign(frame->MissingRows, frame->MissingRows + frame->MissingRowCount);
+        if (self.mbReturning) {
+            EXPECT_EQ(VXReturnImageBuffer(self.Handle(), frame->Buffer), 0);
+        }
+    }
+    int Handle() const { return mCamera.GetHandle(); }
+    int Set(int count, size_t bytes = gnBytes)
+    {
+        return VXSetImageBuffers(Handle(), maPointers.data(), count, bytes);
+    }
+    // A frame of the area (2, 3) of 10 columns and 4 rows, whose packet n holds n00 and on.
+    void FeedArea(bool isLast, const std::vector<unsigned>& leftOut = {}, unsigned base = 0)
+    {
+        for (unsigned i = 0; i < 4; ++i) {
+            if (std::count(leftOut.begin(), leftOut.end(), i + 1) == 0) FeedRow(i, isLast, base);
+        }
+    }
+    void FeedRow(unsigned i, bool isLast, unsigned base = 0)
+    {
+        tsPixels pixels{e16Bit, i + 1, 4, 3 + i, 2, 11, isLast};
+        for (unsigned column = 0; column < 10; ++column) {
+            pixels.values.push_back(base + 100 * (i + 1) + column);
+        }
+        Feed(mCamera, pixels);
+    }
+    // The image that FeedArea leaves, packed.
+    static tcImage Packed(unsigned base = 0)
+    {
+        tcImage image(e16Bit, 128);
+        for (unsigned i = 0; i < 40; ++i) {
+            image.Set(i, base + 100 * (i / 10 + 1) + i % 10);
+        }
+        return image;
+    }
+    void SetArea() { mCamera.SetCCDArea(2, 3, 10, 4); }
+    tsStatistics Figures()
+    {
+        tsStatistics figures{};
+        VXGetStatistics(Handle(), &figures, sizeof figures);
+        ExpectThatTheyAddUp(figures);
+        return figures;
+    }
+    int Result() { return VXReadoutResult(Handle()); }
+
+    tcImage mImages[4] = {{e16Bit, 128}, {e16Bit, 128}, {e16Bit, 128}, {e16Bit, 128}};
+    std::vector<void*> maPointers;
+    std::vector<tsFrameRecord> mTold;
+    std::vector<uint32_t> mRows; // missing, of the last frame
+    bool mbReturning = false;    // each buffer, in the callback
+};
+
+using tRows = std::vector<uint32_t>;
+
+} // namespace
+
+// ---- Setting and giving back
+
+TEST_F(ImageBuffers, AreRefusedWhereTheyCannotServe)
+{
+    void* const good[] = {mImages[0].Pointer(), mImages[1].Pointer()};
+    void* const null[] = {mImages[0].Pointer(), nullptr};
+    void* const twice[] = {mImages[0].Pointer(), mImages[1].Pointer(), mImages[0].Pointer()};
+    void* const overlapping[] = {mImages[0].Pointer(), mImages[0].Shorts() + 8};
+    EXPECT_EQ(VXSetImageBuffers(Handle(), nullptr, 2, gnBytes), -5);
+    EXPECT_EQ(VXSetImageBuffers(Handle(), good, -1, gnBytes), -5);
+    EXPECT_EQ(VXSetImageBuffers(Handle(), good, 4097, gnBytes), -5);
+    EXPECT_EQ(VXSetImageBuffers(Handle(), good, 2, 0), -5);
+    EXPECT_EQ(VXSetImageBuffers(Handle(), null, 2, gnBytes), -5);
+    EXPECT_EQ(VXSetImageBuffers(Handle(), twice, 3, gnBytes), -5);
+    EXPECT_EQ(VXSetImageBuffers(Handle(), overlapping, 2, gnBytes), -5);
+    EXPECT_EQ(VXSetImageBuffers(Handle() + 100, good, 2, gnBytes), -3);
+    EXPECT_EQ(VXSetImageBuffers(Handle(), good, 2, gnBytes), 0);
+    EXPECT_EQ(VXSetImageBuffers(Handle(), nullptr, 0, 0), 0);
+}
+
+TEST_F(ImageBuffers, StayWhileAReadoutRuns)
+{
+    EXPECT_EQ(Set(2), 0);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    EXPECT_EQ(Set(3), -1);
+    mCamera.AbortRead();
+    EXPECT_EQ(Set(3), 0);
+    mCamera.ReadCCDArea8(nullptr, 1, 0);
+    EXPECT_EQ(Set(3), -1);
+    mCamera.AbortRead();
+    mCamera.ReadCCDBinned(nullptr, nullptr, 1, 0);
+    EXPECT_EQ(Set(0), -1);
+}
+
+TEST_F(ImageBuffers, AreTakenBackOnlyFromTheApplication)
+{
+    SetArea();
+    Set(2);
+    EXPECT_EQ(VXReturnImageBuffer(Handle(), maPointers[0]), -5) << "free";
+    EXPECT_EQ(VXReturnImageBuffer(Handle(), maPointers[2]), -5) << "not one of them";
+    EXPECT_EQ(VXReturnImageBuffer(Handle(), nullptr), -5);
+    EXPECT_EQ(VXReturnImageBuffer(Handle() + 100, maPointers[0]), -3);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    FeedArea(true);
+    EXPECT_EQ(VXReturnImageBuffer(Handle(), maPointers[0]), 0);
+    EXPECT_EQ(VXReturnImageBuffer(Handle(), maPointers[0]), -5);
+}
+
+// ---- Frames
+
+TEST_F(ImageBuffers, TakeSuccessiveFramesPacked)
+{
+    SetArea();
+    Set(3);
+    mCamera.ReadCCDArea(nullptr, 3, 0);
+    for (unsigned i = 0; i < 3; ++i) {
+        FeedArea(i == 2, {}, 1000 * i);
+        ASSERT_EQ(mTold.size(), i + 1);
+        const tsFrameRecord& record = mTold.back();
+        EXPECT_EQ(record.Outcome, eFrameComplete);
+        EXPECT_EQ(record.Buffer, maPointers[i]);
+        EXPECT_EQ(record.Room, 40U);
+        EXPECT_EQ(record.Rows, 4U);
+        EXPECT_EQ(record.Columns, 10U);
+        EXPECT_EQ(record.FirstRow, 0U);
+        EXPECT_EQ(record.FirstColumn, 0U);
+        EXPECT_EQ(record.Stride, 10U);
+        EXPECT_EQ(record.Area[0], 2);
+        EXPECT_EQ(record.Area[1], 3);
+        EXPECT_EQ(record.SensorRows, 8U);
+        EXPECT_TRUE(mImages[i] == Packed(1000 * i));
+    }
+    EXPECT_EQ(Result(), eReadoutComplete);
+    EXPECT_TRUE(mCamera.Errors().empty());
+}
+
+TEST_F(ImageBuffers, AreDescribedToTheImageCallbackAsTheyAre)
+{
+    SetArea();
+    Set(1);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    FeedArea(true);
+    ASSERT_EQ(gaFrames.size(), 1U);
+    EXPECT_EQ(gaFrames[0].ImageBuffer, maPointers[0]);
+    EXPECT_EQ(gaFrames[0].SensorRows, 4);
+    EXPECT_EQ(gaFrames[0].SensorColumns, 10);
+    EXPECT_EQ(gaFrames[0].AreaFirstRow, 0);
+    EXPECT_EQ(gaFrames[0].AreaFirstColumn, 0);
+    EXPECT_EQ(gaFrames[0].Rows, 4);
+    EXPECT_EQ(gaFrames[0].Columns, 10);
+}
+
+TEST_F(ImageBuffers, ServeAgainInTheOrderInWhichTheyAreGivenBack)
+{
+    SetArea();
+    Set(3);
+    mCamera.ReadCCDArea(nullptr, 0, 0);
+    for (int i = 0; i < 3; ++i) {
+        FeedArea(false);
+    }
+    for (size_t i : {1, 2, 0}) {
+        EXPECT_EQ(VXReturnImageBuffer(Handle(), maPointers[i]), 0);
+    }
+    for (size_t i : {1, 2, 0}) {
+        FeedArea(false);
+        EXPECT_EQ(mTold.back().Buffer, maPointers[i]);
+    }
+    mbReturning = true;
+    VXReturnImageBuffer(Handle(), maPointers[3]);
+    VXReturnImageBuffer(Handle(), maPointers[2]);
+    for (int i = 0; i < 10; ++i) {
+        FeedArea(false);
+        EXPECT_EQ(mTold.back().Buffer, maPointers[2]);
+    }
+    EXPECT_EQ(Figures().FramesUnderrun, 0U);
+}
+
+TEST_F(ImageBuffers, WithNoneFreeLeaveOutAFrameAndSaySo)
+{
+    SetArea();
+    Set(1);
+    mCamera.ReadCCDArea(nullptr, 4, 0);
+    FeedArea(false, {}, 1000);
+    FeedArea(false, {}, 2000);
+    EXPECT_EQ(mTold.back().Outcome, eFrameUnderrun);
+    EXPECT_EQ(mTold.back().Frame, 2U);
+    EXPECT_EQ(mTold.back().Buffer, nullptr);
+    EXPECT_EQ(mTold.back().Room, 0U);
+    EXPECT_EQ(gaFrames.back().ImageBuffer, nullptr);
+    EXPECT_TRUE(mImages[0] == Packed(1000)) << "it is in use";
+    EXPECT_EQ(mCamera.Errors(),
+              std::vector<std::string>{"tcVXCamera::BeginFrame no image buffer is free: frame 2 of "
+                                       "the readout is lost"});
+    VXReturnImageBuffer(Handle(), maPointers[0]);
+    FeedArea(false, {}, 3000);
+    EXPECT_EQ(mTold.back().Outcome, eFrameComplete);
+    EXPECT_TRUE(mImages[0] == Packed(3000));
+    FeedRow(0, true, 4000);
+    VXReturnImageBuffer(Handle(), maPointers[0]);
+    for (unsigned i = 1; i < 4; ++i) {
+        FeedRow(i, true, 4000);
+    }
+    EXPECT_EQ(mTold.back().Outcome, eFrameUnderrun) << "none was free at its first packet";
+    EXPECT_TRUE(mImages[0] == Packed(3000));
+    EXPECT_EQ(Result(), eReadoutIncomplete);
+    const tsStatistics figures = Figures();
+    EXPECT_EQ(figures.FramesUnderrun, 2U);
+    EXPECT_EQ(figures.FramesFailed, 2U);
+    EXPECT_EQ(figures.FramesComplete, 2U);
+}
+
+TEST_F(ImageBuffers, TakeAFrameOfWhichPacketsAreMissing)
+{
+    SetArea();
+    Set(1);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    FeedArea(true, {1, 3});
+    EXPECT_EQ(mTold.back().Outcome, eFrameIncomplete);
+    EXPECT_EQ(mRows, (tRows{0, 2}));
+    EXPECT_EQ(mImages[0].At(10), 200U);
+    EXPECT_EQ(mImages[0].Touched(), 40U);
+}
+
+TEST_F(ImageBuffers, TakeNothingFromOutsideTheArea)
+{
+    SetArea();
+    Set(1, 79);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    Feed(mCamera, {e16Bit, 1, 5, 2, 2, 11, true});
+    Feed(mCamera, {e16Bit, 2, 5, 7, 2, 11, true});
+    Feed(mCamera, {e16Bit, 3, 5, 4, 1, 11, true});
+    Feed(mCamera, {e16Bit, 4, 5, 4, 8, 12, true});
+    Feed(mCamera, {e16Bit, 5, 5, 6, 2, 11, true});
+    EXPECT_EQ(mTold.back().PacketsMisplaced, 5U);
+    EXPECT_EQ(mTold.back().Outcome, eFrameIncomplete);
+    EXPECT_EQ(mImages[0].Touched(), 8U + 18U) << "the room ends one pixel before the area";
+    EXPECT_EQ(mTold.back().Room, 39U);
+    EXPECT_EQ(mTold.back().Rows, 3U);
+    EXPECT_EQ(Figures().PixelsOutside, 10U + 10U + 11U + 1U + 1U);
+}
+
+TEST_F(ImageBuffers, TakeRegionsBelowEachOther)
+{
+    int rows[] = {1, 5}, columns[] = {0, 8}, heights[] = {2, 3}, widths[] = {16, 4};
+    mCamera.SetAreaEx(2, rows, columns, heights, widths);
+    Set(2);
+    mCamera.ReadCCDArea(nullptr, 2, 0);
+    for (int frame = 0; frame < 2; ++frame) {
+        for (unsigned i = 1; i <= 5; ++i) {
+            if (frame == 1 && (i == 2 || i == 4)) continue;
+            const bool isFirst = i <= 2;
+            Feed(mCamera, {e16Bit, i, 5, isFirst ? i : i + 2, isFirst ? 0U : 8U,
+                           isFirst ? 15U : 11U, frame == 1});
+        }
+    }
+    tcImage expected(e16Bit, 128);
+    for (unsigned row = 0; row < 5; ++row) {
+        for (unsigned i = 0; i < (row < 2 ? 16U : 4U); ++i) {
+            expected.Set(row * 16 + i, i + 1);
+        }
+    }
+    EXPECT_TRUE(mImages[0] == expected);
+    EXPECT_EQ(mTold[0].Rows, 5U);
+    EXPECT_EQ(mTold[0].Columns, 16U);
+    EXPECT_EQ(mTold[0].Stride, 16U);
+    EXPECT_EQ(mTold[0].FirstRow, 0U);
+    EXPECT_EQ(mRows, (tRows{1, 3}));
+}
+
+TEST_F(ImageBuffers, TakeRegionsThatOverlap)
+{
+    int rows[] = {0, 2}, columns[] = {0, 0}, heights[] = {4, 4}, widths[] = {8, 8};
+    mCamera.SetAreaEx(2, rows, columns, heights, widths);
+    Set(1);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    for (unsigned i = 0; i < 8; ++i) {
+        tsPixels pixels{e16Bit, i + 1, 8, i < 4 ? i : i - 2, 0, 7, true};
+        pixels.values.assign(8, i + 1);
+        Feed(mCamera, pixels);
+    }
+    EXPECT_EQ(mTold.back().Outcome, eFrameComplete);
+    for (unsigned i = 0; i < 64; ++i) {
+        EXPECT_EQ(mImages[0].At(i), i / 8 + 1) << i;
+    }
+}
+
+TEST_F(ImageBuffers, TakeBinnedFramesWithTheStrideOfTheSensor)
+{
+    Set(1);
+    mCamera.ReadCCDBinned(nullptr, nullptr, 1, 0);
+    for (unsigned i = 0; i < 4; ++i) {
+        Feed(mCamera, {e32Bit, i + 1, 4, i, 0, 7, true});
+    }
+    const tsFrameRecord& record = mTold.back();
+    EXPECT_EQ(record.Stride, 16U);
+    EXPECT_EQ(record.Room, 64U) << "what the buffer holds of them";
+    EXPECT_EQ(record.Rows, 4U);
+    EXPECT_EQ(record.Columns, 8U);
+    EXPECT_EQ(record.Outcome, eFrameComplete);
+    uint32_t value = 0;
+    memcpy(&value, static_cast<char*>(maPointers[0]) + (3 * 16 + 7) * 4, 4);
+    EXPECT_EQ(value, 8U);
+}
+
+TEST_F(ImageBuffers, TakeAnUnsetAreaWhereItLiesOnTheSensor)
+{
+    Set(1);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    FeedArea(true);
+    EXPECT_EQ(mTold.back().Stride, 16U);
+    EXPECT_EQ(mTold.back().FirstRow, 3U);
+    EXPECT_EQ(mTold.back().FirstColumn, 2U);
+    EXPECT_EQ(mTold.back().Rows, 4U);
+    EXPECT_EQ(mImages[0].At(3 * 16 + 2), 100U);
+}
+
+TEST_F(ImageBuffers, TakeFramesOf8Bits)
+{
+    SetArea();
+    Set(2, 40);
+    mCamera.ReadCCDArea8(nullptr, 2, 0);
+    for (bool isLast : {false, true}) {
+        for (unsigned i = 0; i < 4; ++i) {
+            Feed(mCamera, {e8Bit, i + 1, 4, 3 + i, 2, 11, isLast});
+        }
+    }
+    for (const tcImage& image : {mImages[0], mImages[1]}) {
+        EXPECT_EQ(image.Touched(), 40U);
+        EXPECT_EQ(image.At(19), 10U * 256 + 9U) << "elements 38 and 39";
+    }
+    EXPECT_EQ(Result(), eReadoutComplete);
+}
+
+TEST_F(ImageBuffers, DoNotServeReadoutsIntoAnotherBuffer)
+{
+    SetArea();
+    Set(1);
+    tcImage own(e16Bit, 128);
+    Read(e16Bit, own);
+    FeedArea(true);
+    EXPECT_EQ(mTold.back().Buffer, own.Pointer());
+    EXPECT_EQ(mTold.back().Stride, 16U);
+    EXPECT_EQ(mImages[0].Touched(), 0U);
+}
+
+// ---- Frames that are cut short
+
+TEST_F(ImageBuffers, KeepACutFrameApartFromTheNext)
+{
+    SetArea();
+    Set(2);
+    mCamera.ReadCCDArea(nullptr, 2, 0);
+    FeedRow(0, false, 1000);
+    FeedRow(1, false, 1000);
+    FeedArea(true, {}, 2000);
+    ASSERT_EQ(mTold.size(), 2U);
+    EXPECT_EQ(mTold[0].Outcome, eFrameCut);
+    EXPECT_EQ(mTold[0].Buffer, maPointers[0]);
+    EXPECT_EQ(mImages[0].At(0), 1100U);
+    EXPECT_EQ(mImages[0].At(10), 1200U);
+    EXPECT_EQ(mImages[0].Touched(), 40U);
+    EXPECT_EQ(mTold[1].Outcome, eFrameComplete);
+    EXPECT_EQ(mTold[1].Buffer, maPointers[1]);
+    EXPECT_GT(mTold[1].FirstPacket.Monotonic, mTold[0].FirstPacket.Monotonic);
+    EXPECT_TRUE(mImages[1] == Packed(2000));
+}
+
+TEST_F(ImageBuffers, TellTheRowsOfACutFrameThatCame)
+{
+    SetArea();
+    Set(2);
+    mCamera.ReadCCDArea(nullptr, 2, 0);
+    FeedRow(0, false);
+    FeedRow(1, false);
+    FeedRow(0, true);
+    EXPECT_TRUE(mTold.empty());
+    FeedRow(1, true);
+    EXPECT_EQ(mRows, (tRows{2, 3}));
+}
+
+TEST_F(ImageBuffers, TakeARepeatedFirstPacket)
+{
+    SetArea();
+    Set(2);
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    FeedRow(0, true, 1000);
+    FeedRow(0, true, 2000);
+    FeedRow(1, true, 2000);
+    FeedRow(2, true, 2000);
+    FeedRow(3, true, 2000);
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(mTold[0].Outcome, eFrameComplete);
+    EXPECT_TRUE(mImages[0] == Packed(2000));
+    EXPECT_EQ(Figures().PacketsDuplicate, 1U);
+}
+
+TEST_F(ImageBuffers, UseTheBufferOfACutFrameOnceMoreWhereNobodyIsTold)
+{
+    SetArea();
+    Set(1);
+    VXSetFrameCallback(Handle(), nullptr, nullptr);
+    mCamera.ReadCCDArea(nullptr, 2, 0);
+    FeedRow(0, false, 1000);
+    FeedRow(1, false, 1000);
+    FeedArea(true, {}, 2000);
+    EXPECT_TRUE(mImages[0] == Packed(2000));
+    ASSERT_EQ(gaFrames.size(), 1U);
+    EXPECT_EQ(gaFrames[0].ImageBuffer, maPointers[0]);
+    EXPECT_EQ(Figures().FramesUnderrun, 0U);
+}
+
+// ---- The end
+
+TEST_F(ImageBuffers, AreTheApplicationsWhenAReadoutIsGivenUp)
+{
+    SetArea();
+    for (int way = 0; way < 3; ++way) {
+        Set(2);
+        mTold.clear();
+        mCamera.ReadCCDArea(nullptr, 3, 0);
+        FeedArea(false, {}, 1000);
+        FeedRow(0, false, 2000);
+        if (way == 0) mCamera.AbortRead();
+        if (way == 1) mCamera.Tick(200);
+        if (way == 2) mCamera.WaitCompletion(0);
+        const tcImage first = mImages[0], second = mImages[1];
+        FeedArea(true, {1}, 3000);
+        EXPECT_TRUE(mImages[0] == first);
+        EXPECT_TRUE(mImages[1] == second);
+        mCamera.ReadCCDArea(nullptr, 2, 0);
+        FeedArea(false, {}, 4000);
+        EXPECT_EQ(mTold.back().Outcome, eFrameUnderrun) << "none was given back";
+        EXPECT_EQ(VXReturnImageBuffer(Handle(), maPointers[1]), 0);
+        FeedArea(true, {}, 5000);
+        EXPECT_TRUE(mImages[0] == first);
+        EXPECT_EQ(mTold.back().Buffer, maPointers[1]);
+    }
+}
+
+TEST_F(ImageBuffers, ServeTheNextReadoutToo)
+{
+    SetArea();
+    Set(2);
+    for (size_t i : {0, 1}) {
+        mCamera.ReadCCDArea(nullptr, 1, 0);
+        FeedArea(true);
+        EXPECT_EQ(mTold.back().Buffer, maPointers[i]);
+    }
+    FeedArea(true, {}, 1000); // nobody asked for it
+    EXPECT_TRUE(mImages[0] == Packed());
+    EXPECT_TRUE(mImages[1] == Packed());
+}
+
+TEST_F(ImageBuffers, MayBeEndedInTheLastCallback)
+{
+    EXPECT_NE(Initialize(8, 16), 0);
+    SetArea();
+    Set(2);
+    static int handle;
+    handle = Handle();
+    VXSetFrameCallback(
+        Handle(),
+        [](int, const tsFrameRecord* frame, void*) {
+            EXPECT_EQ(VXSetImageBuffers(handle, nullptr, 0, 0), frame->IsLast != 0 ? 0 : -1);
+        },
+        nullptr);
+    mCamera.ReadCCDArea(nullptr, 2, 0);
+    FeedArea(false);
+    FeedArea(true);
+    EXPECT_EQ(VXReturnImageBuffer(Handle(), maPointers[0]), -5);
+    gaFrames.clear();
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    FeedArea(true);
+    ASSERT_EQ(gaFrames.size(), 1U);
+    EXPECT_NE(gaFrames[0].ImageBuffer, nullptr);
+    EXPECT_EQ(std::count(maPointers.begin(), maPointers.end(), gaFrames[0].ImageBuffer), 0)
+        << "the camera's own again";
+}
+
+TEST_F(ImageBuffers, MayBeGivenBackByOtherThreads)
+{
+    SetArea();
+    Set(4);
+    mCamera.Log().setDbgLevel(0);
+    std::mutex mutex;
+    std::vector<void*> filled;
+    struct tsShared {
+        std::mutex& mutex;
+        std::vector<void*>& filled;
+        std::atomic<int> frames{0};
+    } shared{mutex, filled};
+    VXSetFrameCallback(
+        Handle(),
+        [](int, const tsFrameRecord* frame, void* user) {
+            auto& to = *static_cast<tsShared*>(user);
+            if (frame->Buffer != nullptr) {
+                const std::lock_guard<std::mutex> lock(to.mutex);
+                to.filled.push_back(frame->Buffer);
+            }
+            ++to.frames;
+        },
+        &shared);
+    mCamera.ReadCCDArea(nullptr, 0, 0);
+    std::thread consumer([&] {
+        while (shared.frames < 300) {
+            void* buffer = nullptr;
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                if (!filled.empty()) {
+                    buffer = filled.back();
+                    filled.pop_back();
+                }
+            }
+            if (buffer == nullptr) continue;
+            uint16_t seen[40];
+            memcpy(seen, buffer, sizeof seen);
+            for (unsigned i = 0; i < 40; ++i) {
+                ASSERT_EQ(seen[i] - seen[0], 100 * (i / 10) + i % 10) << "of one frame";
+            }
+            EXPECT_EQ(VXReturnImageBuffer(Handle(), buffer), 0);
+        }
+    });
+    for (unsigned i = 0; i < 300; ++i) {
+        FeedArea(false, {}, i);
+    }
+    consumer.join();
+}
