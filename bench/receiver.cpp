@@ -23,9 +23,26 @@ std::atomic<uint64_t>& FramesSeen(int handle)
     return gaFramesSeen[static_cast<size_t>(handle) % gnCounters];
 }
 
+// Where copies go, by handle.
+uint8_t* gaCopies[gnCounters][tcLibraryReceiver::nKept];
+size_t gaCopyBytes[gnCounters];
+
 void OnImage(int handle, tsImageData*)
 {
     ++FramesSeen(handle);
+}
+
+void OnImageToCopy(int handle, tsImageData* image)
+{
+    const size_t camera = static_cast<size_t>(handle) % gnCounters;
+    const size_t next = FramesSeen(handle)++ % tcLibraryReceiver::nKept;
+    memcpy(gaCopies[camera][next], image->ImageBuffer, gaCopyBytes[camera]);
+}
+
+void OnFrameInTurn(int handle, const tsFrameRecord* frame, void*)
+{
+    if (frame->Outcome == eFrameComplete) ++FramesSeen(handle);
+    VXReturnImageBuffer(handle, frame->Buffer);
 }
 
 double Clock(clockid_t id)
@@ -46,14 +63,41 @@ double CpuSeconds()
     return Clock(CLOCK_PROCESS_CPUTIME_ID);
 }
 
-tcLibraryReceiver::tcLibraryReceiver(const tcSender& sender)
-    : mSender(sender), mnHandle(VXOpenENetCamera(sender.Stream().address, sender.Port())),
+tcLibraryReceiver::tcLibraryReceiver(const tcSender& sender, teKeeping keeping)
+    : mSender(sender), meKeeping(keeping),
+      mnHandle(VXOpenENetCamera(sender.Stream().address, sender.Port())),
       mvImage(static_cast<size_t>(sender.Stream().rows) * sender.Stream().columns)
 {
     if (mnHandle < 0) throw std::runtime_error("cannot open the benchmark's camera");
     FramesSeen(mnHandle) = 0;
     VXSetImageDataCallback(mnHandle, OnImage);
     VXSetCCDArea(mnHandle, 0, 0, sender.Stream().columns, sender.Stream().rows);
+    if (keeping == teKeeping::eOneBuffer) return;
+    mvKept.assign(nKept, std::vector<uint8_t>(sender.Stream().PixelBytes()));
+    if (keeping == teKeeping::eCopied) KeepCopies();
+    if (keeping == teKeeping::eInTurn) KeepInTurn();
+}
+
+void tcLibraryReceiver::KeepCopies()
+{
+    const size_t camera = static_cast<size_t>(mnHandle) % gnCounters;
+    for (size_t i = 0; i < nKept; ++i) {
+        gaCopies[camera][i] = mvKept[i].data();
+    }
+    gaCopyBytes[camera] = mSender.Stream().PixelBytes();
+    VXSetImageDataCallback(mnHandle, OnImageToCopy);
+}
+
+void tcLibraryReceiver::KeepInTurn()
+{
+    void* buffers[nKept];
+    for (size_t i = 0; i < nKept; ++i) {
+        buffers[i] = mvKept[i].data();
+    }
+    VXSetImageDataCallback(mnHandle, nullptr);
+    VXSetFrameCallback(mnHandle, OnFrameInTurn, nullptr);
+    const int result = VXSetImageBuffers(mnHandle, buffers, nKept, mSender.Stream().PixelBytes());
+    if (result != 0) throw std::runtime_error("cannot set the buffers");
 }
 
 tcLibraryReceiver::~tcLibraryReceiver()
@@ -64,10 +108,10 @@ tcLibraryReceiver::~tcLibraryReceiver()
 void tcLibraryReceiver::Start(int frames)
 {
     const auto count = static_cast<short>(frames);
-    const int result =
-        mSender.Stream().bits == 32
-            ? VXReadCCDBinned(mnHandle, reinterpret_cast<long*>(mvImage.data()), nullptr, count, 0)
-            : VXReadCCDArea(mnHandle, reinterpret_cast<unsigned short*>(mvImage.data()), count, 0);
+    void* image = meKeeping == teKeeping::eInTurn ? nullptr : mvImage.data();
+    const int result = mSender.Stream().bits == 32
+                           ? VXReadCCDBinned(mnHandle, static_cast<long*>(image), nullptr, count, 0)
+                           : VXReadCCDArea(mnHandle, static_cast<unsigned short*>(image), count, 0);
     if (result != 0) throw std::runtime_error("cannot start a readout");
     mnFramesExpected += static_cast<uint64_t>(frames);
 }

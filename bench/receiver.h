@@ -14,27 +14,42 @@ struct tsCost {
     double cpuSeconds = 0; // of this process
 };
 
-// An open camera with an image callback and a buffer of its own.
+// What becomes of each frame.
+enum class teKeeping {
+    eOneBuffer, // the next one is stored over it
+    eCopied,    // the image callback copies it to the next of several frames
+    eInTurn     // several buffers in turn; the frame callback gives each back
+};
+
+// An open camera with an image callback and buffers of its own.
 class tcLibraryReceiver
 {
 public:
-    explicit tcLibraryReceiver(const tcSender& sender);
+    explicit tcLibraryReceiver(const tcSender& sender, teKeeping keeping = teKeeping::eOneBuffer);
     ~tcLibraryReceiver();
     tcLibraryReceiver(const tcLibraryReceiver&) = delete;
     tcLibraryReceiver& operator=(const tcLibraryReceiver&) = delete;
 
     int Handle() const { return mnHandle; }
     const uint8_t* Image() const { return reinterpret_cast<const uint8_t*>(mvImage.data()); }
+    // Where frame `index` of those that are kept lies.
+    const uint8_t* Kept(int index) const { return mvKept[static_cast<size_t>(index)].data(); }
+    static constexpr int nKept = 8; // frames that are kept at a time
     void Start(int frames);
     // Throws when the callback has not seen every frame.
     void Wait();
     tsCost Receive(int frames);
 
 private:
+    void KeepCopies();
+    void KeepInTurn();
+
     const tcSender& mSender;
+    teKeeping meKeeping;
     int mnHandle;
     uint64_t mnFramesExpected = 0; // since the camera was opened
     std::vector<uint32_t> mvImage;
+    std::vector<std::vector<uint8_t>> mvKept;
 };
 
 // How large a bare receiver's buffer in the system is: 2 MiB, or what the system's tuning makes it.

@@ -1,4 +1,4 @@
-// S1 to S4: pixels from a socket into the application's buffer.
+// S1 to S5: pixels from a socket into the application's buffer.
 #include "receiver.h"
 #include "rows.h"
 
@@ -45,6 +45,26 @@ void CompareSpeed(tcTable& table, const std::string& name, const tsStream& strea
         name, Shape(stream) + ", bare recv of 4096", "MB/s", true, options.repeats,
         [&] { return megabytes / library.Receive(frames).seconds; },
         [&] { return megabytes / bare.Receive(frames).seconds; });
+}
+
+// Frames of 8 MiB that are kept: into buffers in turn, against one buffer and a copy.
+void CompareKeeping(tcTable& table, const tsBenchOptions& options)
+{
+    tsStream stream;
+    const tcSender sender(stream);
+    const int frames = FramesFor(stream, options.quick ? 40 : 400);
+    const double megabytes = static_cast<double>(stream.PixelBytes()) * frames / 1e6;
+    tcLibraryReceiver turn(sender, teKeeping::eInTurn), copy(sender, teKeeping::eCopied);
+    turn.Receive(tcLibraryReceiver::nKept);
+    copy.Receive(tcLibraryReceiver::nKept);
+    table.Compare(
+        "S5", "8 MiB frames into buffers in turn, into one and copied", "MB/s", true,
+        options.repeats, [&] { return megabytes / turn.Receive(frames).seconds; },
+        [&] { return megabytes / copy.Receive(frames).seconds; });
+    table.Compare(
+        "S5", "the same", "CPU s/GB", false, options.repeats,
+        [&] { return turn.Receive(frames).cpuSeconds / megabytes * 1e3; },
+        [&] { return copy.Receive(frames).cpuSeconds / megabytes * 1e3; });
 }
 
 // CPU seconds of the receiver for each GB, at a fixed rate and on a core of its own.
@@ -172,4 +192,5 @@ void MeasureStreams(tcTable& table, const tsRowChoice& choice, const tsBenchOpti
         CompareCpu(table, "S3", binned, gnSmallChunk, options);
     }
     if (choice.Wants("S4")) CompareManyCameras(table, options);
+    if (choice.Wants("S5")) CompareKeeping(table, options);
 }

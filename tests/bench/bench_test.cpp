@@ -83,6 +83,23 @@ TEST(BenchReceivers, EndWithTheSamePixels)
     }
 }
 
+TEST(BenchReceivers, KeepTheSameFrames)
+{
+    tsStream stream;
+    stream.rows = 64;
+    stream.columns = 1000;
+    const tcSender sender(stream);
+    tcLibraryReceiver once(sender), turn(sender, teKeeping::eInTurn),
+        copy(sender, teKeeping::eCopied);
+    once.Receive(1);
+    turn.Receive(2 * tcLibraryReceiver::nKept);
+    copy.Receive(2 * tcLibraryReceiver::nKept);
+    for (int i = 0; i < tcLibraryReceiver::nKept; ++i) {
+        EXPECT_EQ(0, memcmp(once.Image(), turn.Kept(i), stream.PixelBytes())) << i;
+        EXPECT_EQ(0, memcmp(once.Image(), copy.Kept(i), stream.PixelBytes())) << i;
+    }
+}
+
 TEST(BenchSender, IsNotFasterThanItMayBe)
 {
     tsStream stream;
@@ -142,8 +159,8 @@ TEST_F(VxBench, MeasuresEveryRow)
         ExpectSound(row["reference"], name);
         ExpectSound(row["ratio"], name);
     }
-    EXPECT_EQ((std::set<std::string>{"S1", "S2", "S3", "S4", "L1", "L2", "L3", "I1", "I2", "P1",
-                                     "D1", "G1", "G2", "G3", "C1", "F1", "F2"}),
+    EXPECT_EQ((std::set<std::string>{"S1", "S2", "S3", "S4", "S5", "L1", "L2", "L3", "I1", "I2",
+                                     "P1", "D1", "G1", "G2", "G3", "C1", "F1", "F2"}),
               names);
     EXPECT_TRUE(std::filesystem::is_empty(msFolder));
 }
