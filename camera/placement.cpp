@@ -305,9 +305,13 @@ bool tcVXCamera::AcceptPacket(tStackLock& lock, Packet& packet)
     ReArmImage(item);
     const bool isWhole = IsWhole(packet, tsPixelsOf<Packet>::bytes);
     CheckLastPacket(item);
-    if (!TakePacket(lock, item, packet, isWhole)) return false;
-    if (HoldPacket(KindOf(index), packet)) return false;
-    StorePacket(packet, isWhole);
+    bool isHeld = false;
+    if (!TakePacket(lock, packet, isWhole, &isHeld)) return false;
+    if (isHeld && IsInTurn(KindOf(index))) {
+        HoldPacket(packet);
+        return false;
+    }
+    StorePacket(packet, isWhole && !MessageSpansConnections(), isHeld);
     return packet.PacketNumber == packet.TotalPackets;
 }
 
@@ -325,58 +329,52 @@ void tcVXCamera::CheckLastPacket(const tsRequestItem& item)
 
 // Places a packet in the buffer of its frame, which begins with it or has begun before.
 template <class Packet>
-void tcVXCamera::StorePacket(Packet& packet, bool isWhole)
+void tcVXCamera::StorePacket(Packet& packet, bool isWhole, bool isHeld)
 {
     constexpr int index = tsPixelsOf<Packet>::item;
     BeginFrame(maItems[index]);
     tsPixelsOf<Packet>::Compile(*this, packet, maItems[index].result1);
-    const teArrival arrival = !isWhole || MessageSpansConnections() ? eDamaged
-                              : mbPlacedOutside                     ? eMisplaced
-                                                                    : eCame;
+    const teArrival arrival = !isWhole ? eDamaged : mbPlacedOutside ? eMisplaced : eCame;
     mpExtension->frames[KindOf(index)].Note(
         packet.PacketNumber, packet.TotalPackets,
-        {packet.Row, packet.FirstColumn, packet.LastColumn, arrival});
+        {packet.Row, packet.FirstColumn, packet.LastColumn, arrival}, isHeld);
 }
 
 // Enters a packet into the books. Where it shows that the frame before was cut short, that is told
 // first; false when the readout has been ended meanwhile.
 template <class Packet>
-bool tcVXCamera::TakePacket(tStackLock& lock, tsRequestItem& item, const Packet& packet,
-                            bool isWhole)
+bool tcVXCamera::TakePacket(tStackLock& lock, const Packet& packet, bool isWhole, bool* isHeld)
 {
     const teFrameKind kind = KindOf(tsPixelsOf<Packet>::item);
     const tsFrameEnd cut = mpLedger->TakePacket(
         kind, {packet.PacketNumber, packet.TotalPackets, isWhole, MessageSpansConnections()});
+    *isHeld = cut.isHeld;
     bool goesOn = true;
     if (cut.packets > 0) {
         mLog.logError("tcVXCamera::TakePacket a frame was cut short: %u of %u packets are missing",
                       cut.missing, cut.packets);
-        goesOn = TellCut(lock, item, cut);
+        goesOn = TellCut(lock, maItems[tsPixelsOf<Packet>::item], cut);
     }
     if (tsHeldPacket* held = mpExtension->held[kind].get(); held != nullptr && held->isHeld) {
         held->isHeld = false;
         auto& first = *reinterpret_cast<Packet*>(held->bytes);
-        if (goesOn) StorePacket(first, IsWhole(first, tsPixelsOf<Packet>::bytes));
+        if (goesOn) StorePacket(first, true, false);
         if (goesOn && cut.packets > 0) mpExtension->frames[kind].BeginAt(held->time);
     }
     return goesOn;
 }
 
-// In buffers in turn, a packet 1 that comes once more waits for the next packet, which tells
-// whether another frame has begun: that one has another buffer.
+// In buffers in turn, a packet that may be the first of another frame waits for the next one, which
+// tells: that frame has another buffer.
 template <class Packet>
-bool tcVXCamera::HoldPacket(teFrameKind kind, const Packet& packet)
+void tcVXCamera::HoldPacket(const Packet& packet)
 {
-    if (!IsInTurn(kind) || packet.PacketNumber != 1) return false;
-    if (packet.TotalPackets == 1 || !mpExtension->frames[kind].HasFirst()) return false;
-    if (MessageSpansConnections()) return false;
     const size_t length = static_cast<size_t>(packet.header.Length) + gnHeaderBytes;
-    tsHeldPacket& held = *mpExtension->held[kind];
+    tsHeldPacket& held = *mpExtension->held[KindOf(tsPixelsOf<Packet>::item)];
     memset(held.bytes, 0, gnPacketHeadBytes);
     memcpy(held.bytes, &packet, std::min(length, sizeof held.bytes));
     held.time = ThisMoment();
     held.isHeld = true;
-    return true;
 }
 
 // Tells of a frame that was cut short; false when its readout was ended meanwhile.

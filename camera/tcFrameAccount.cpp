@@ -18,22 +18,18 @@ tsMoment ThisMoment()
 
 // ---- Packets ------------------------------------------------------------------------------------
 
-void tcFrameAccount::Note(uint32_t number, uint32_t total, const tsPacketPlace& place)
+void tcFrameAccount::Note(uint32_t number, uint32_t total, const tsPacketPlace& place, bool isHeld)
 {
     if (!IsRunning()) mtFirstPacket = ThisMoment();
     mnLast = number;
     mnTotal = total;
     mnLastRow = place.row;
-    if (mtFirstAgain) {
-        Store(1, mtFirstAgain->place);
-        mtFirstAgain.reset();
-    }
     if (place.arrival == eMisplaced) ++mnMisplaced;
     if (place.arrival == eDamaged) ++mnDamaged;
-    const bool cameBefore =
-        number <= mnHighest && mpNotes && mpNotes->places[number].arrival > eDamaged;
-    if (number == 1 && cameBefore) {
-        mtFirstAgain = tsNoted{place, ThisMoment()};
+    if (mtHeld) Store(mtHeld->number, mtHeld->place);
+    mtHeld.reset();
+    if (isHeld) {
+        mtHeld = tsHeld{number, place, ThisMoment()};
     } else {
         Store(number, place);
     }
@@ -64,12 +60,12 @@ void tcFrameAccount::SuspectLast()
 
 void tcFrameAccount::BeginAgain()
 {
-    const std::optional<tsNoted> first = mtFirstAgain;
+    const std::optional<tsHeld> held = mtHeld;
+    const uint32_t total = mnTotal;
     Clear();
-    if (!first) return;
-    mtFirstPacket = first->time;
-    Store(1, first->place);
-    mnMisplaced = first->place.arrival == eMisplaced ? 1 : 0;
+    if (!held) return;
+    Note(held->number, total, held->place, false);
+    mtFirstPacket = held->time;
 }
 
 void tcFrameAccount::Clear()
@@ -80,7 +76,7 @@ void tcFrameAccount::Clear()
     }
     mnHighest = mnLast = mnTotal = mnMisplaced = mnDamaged = 0;
     mbInterrupted = mbSuspects = false;
-    mtFirstAgain.reset();
+    mtHeld.reset();
     mtFirstPacket = {};
 }
 
@@ -95,7 +91,7 @@ std::vector<uint32_t> tcFrameAccount::SuspectRows() const
     for (uint32_t row = 0; mbSuspects && row < gnNumbers; ++row) {
         if (mpNotes->suspect[row] != 0) rows.push_back(row);
     }
-    if (mtFirstAgain) rows.push_back(mtFirstAgain->place.row);
+    if (mtHeld) rows.push_back(mtHeld->place.row);
     return rows;
 }
 

@@ -53,10 +53,10 @@ std::optional<tsRegion> FindBounds(const tsPacketPlace* places, uint32_t total);
 class tcFrameAccount
 {
 public:
-    // Notes a packet of the running frame, the first of which begins it, and how many it has.
-    void Note(uint32_t number, uint32_t total, const tsPacketPlace& place);
-    // The last packet noted was number 2 of another frame, whose number 1 had been noted before it.
-    // What was running ends; after its end has been read, BeginAgain() goes on with the new one.
+    // Notes a packet of the running frame, the first of which begins it, and how many it has. One
+    // that is held may be the first of another frame instead: the next call takes it for one of
+    // this frame; BeginAgain() ends what was running and begins the other one with it.
+    void Note(uint32_t number, uint32_t total, const tsPacketPlace& place, bool isHeld);
     void BeginAgain();
     void Clear();
 
@@ -64,8 +64,6 @@ public:
     void BeginAt(const tsMoment& time) { mtFirstPacket = time; }
 
     bool IsRunning() const { return mnHighest > 0; }
-    // Whether number 1 came.
-    bool HasFirst() const { return mpNotes && mpNotes->places[1].arrival > eDamaged; }
     // The number noted last, and how many there are to be; 0 when the rest of the frame can not
     // follow that any more.
     uint32_t Last() const { return mbInterrupted ? 0 : mnLast; }
@@ -94,7 +92,8 @@ private:
     struct tsFree {
         void operator()(tsNotes* notes) const { free(notes); }
     };
-    struct tsNoted {
+    struct tsHeld {
+        uint32_t number;
         tsPacketPlace place;
         tsMoment time;
     };
@@ -110,7 +109,7 @@ private:
     bool mbSuspects = false; // some row
     tsMoment mtFirstPacket{};
     uint32_t mnMisplaced = 0, mnDamaged = 0;
-    std::optional<tsNoted> mtFirstAgain; // number 1, when it came once more
+    std::optional<tsHeld> mtHeld;
 };
 
 #endif

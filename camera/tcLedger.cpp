@@ -7,8 +7,9 @@
 
 tcFrameTrack::tePacket tcFrameTrack::Note(uint32_t number)
 {
-    const bool heldFirst = mbHoldsFirst;
-    mbHoldsFirst = false;
+    const uint32_t held = mnHeld, last = mnLast;
+    mnHeld = 0;
+    mnLast = number;
     uint64_t& word = maNoted[number / gnWordBits];
     const uint64_t bit = uint64_t{1} << number % gnWordBits;
     if ((word & bit) == 0) {
@@ -17,23 +18,24 @@ tcFrameTrack::tePacket tcFrameTrack::Note(uint32_t number)
         ++mnNoted;
         return eNew;
     }
-    if (heldFirst && number == 2) return eRestart;
-    mbHoldsFirst = number == 1 && mnNoted > 1;
-    return mbHoldsFirst ? eRepeatedFirst : eRepeated;
+    if (held != 0 && number > held) return eRestart;
+    if (number < last) mnHeld = number;
+    return mnHeld != 0 ? eHeld : eRepeated;
 }
 
-void tcFrameTrack::BeginAgain()
+void tcFrameTrack::BeginAgain(uint32_t first, uint32_t second)
 {
     Clear();
-    Note(1);
-    Note(2);
+    Note(first);
+    Note(second);
 }
 
 void tcFrameTrack::Clear()
 {
     std::fill_n(maNoted, mnWords, 0);
     mnNoted = mnTotal = mnWords = 0;
-    mbHoldsFirst = mbDamaged = false;
+    mnLast = mnHeld = 0;
+    mbDamaged = false;
 }
 
 uint32_t tcFrameTrack::NotedWithin(uint32_t total) const
@@ -159,21 +161,22 @@ tsFrameEnd tcLedger::TakePacket(teFrameKind kind, const tsPacketFacts& packet)
         track.Damage();
     }
     if (!isWhole || packet.number == 0) {
+        ReleaseHeld(track);
         track.Expect(packet.total);
         Add(isWhole ? mtFigures.PacketsStray : mtFigures.PacketsShort);
         return {};
     }
-    const bool heldFirst = track.HoldsFirst();
+    const uint32_t held = track.Held();
     const tcFrameTrack::tePacket found = track.Note(packet.number);
     tsFrameEnd cut;
     if (found == tcFrameTrack::eRestart) {
-        Subtract(mtFigures.PacketsRunning); // the first one, which the new frame counts
+        Subtract(mtFigures.PacketsRunning); // the one held, which the new frame counts
         cut = EndTrack(track, true);
         LoseCutFrame(AskedOf(kind));
-        track.BeginAgain();
+        track.BeginAgain(held, packet.number);
         Add(mtFigures.PacketsRunning, 2);
     } else {
-        if (heldFirst) {
+        if (held != 0) {
             Subtract(mtFigures.PacketsRunning);
             Add(mtFigures.PacketsDuplicate);
         }
@@ -181,6 +184,7 @@ tsFrameEnd tcLedger::TakePacket(teFrameKind kind, const tsPacketFacts& packet)
         Add(isRepeated ? mtFigures.PacketsDuplicate : mtFigures.PacketsRunning);
     }
     track.Expect(packet.total);
+    cut.isHeld = found == tcFrameTrack::eHeld;
     return cut;
 }
 
@@ -226,13 +230,19 @@ tsFrameEnd tcLedger::DeliverFrame(teFrameKind kind, bool isLast, bool isUnderrun
     return end;
 }
 
+// What was held is a repetition after all.
+void tcLedger::ReleaseHeld(tcFrameTrack& track)
+{
+    if (track.Held() == 0) return;
+    Subtract(mtFigures.PacketsRunning);
+    Add(mtFigures.PacketsDuplicate);
+    track.Release();
+}
+
 // The packets of a frame that was not wanted count as expected only where they came.
 tsFrameEnd tcLedger::EndTrack(tcFrameTrack& track, bool wasWanted)
 {
-    if (track.HoldsFirst()) {
-        Subtract(mtFigures.PacketsRunning);
-        Add(mtFigures.PacketsDuplicate);
-    }
+    ReleaseHeld(track);
     const uint32_t noted = track.Noted();
     const uint32_t within = track.NotedWithin(track.Total());
     const tsFrameEnd end{track.Total(), track.Total() - within, track.IsDamaged()};

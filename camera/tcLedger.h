@@ -23,6 +23,7 @@ struct tsFrameEnd {
     uint32_t packets = 0; // that it has
     uint32_t missing = 0;
     bool isDamaged = false; // some packet was
+    bool isHeld = false;    // none ended; the packet is of this frame, or the next one's first
 
     bool IsComplete() const { return packets > 0 && missing == 0 && !isDamaged; }
 };
@@ -31,15 +32,15 @@ struct tsFrameEnd {
 class tcFrameTrack
 {
 public:
-    enum tePacket { eNew, eRepeated, eRepeatedFirst, eRestart };
+    enum tePacket { eNew, eRepeated, eHeld, eRestart };
 
-    // Notes a packet and tells what it is. eRepeatedFirst: number 1 again, which is either a
-    // repetition or the beginning of another frame; the next call tells. eRestart: the beginning of
-    // another frame it was, with the last two packets; the caller ends this one and calls
-    // BeginAgain().
+    // Notes a packet and tells what it is. eHeld: one from before the last that has come already,
+    // and so is either repeated or the beginning of another frame; the next call tells. eRestart:
+    // that one has come already, too, and is further on: another frame has begun with the two. The
+    // caller ends this one and calls BeginAgain().
     tePacket Note(uint32_t number);
-    // Follows a frame of which the packets 1 and 2 have come.
-    void BeginAgain();
+    // Follows a frame that has begun with two packets.
+    void BeginAgain(uint32_t first, uint32_t second);
     // Packets of the largest total told.
     void Expect(uint32_t total) { mnTotal = total > mnTotal ? total : mnTotal; }
     void Clear();
@@ -49,7 +50,8 @@ public:
     uint32_t NotedWithin(uint32_t total) const;
     void Damage() { mbDamaged = true; }
     bool IsDamaged() const { return mbDamaged; }
-    bool HoldsFirst() const { return mbHoldsFirst; } // the last call told eRepeatedFirst
+    uint32_t Held() const { return mnHeld; } // the number of which eHeld was told last, or 0
+    void Release() { mnHeld = 0; }           // it was repeated
 
 private:
     static constexpr uint32_t gnWordBits = 64;
@@ -58,7 +60,8 @@ private:
     uint32_t mnNoted = 0;
     uint32_t mnTotal = 0;
     uint32_t mnWords = 0; // of maNoted that are in use
-    bool mbHoldsFirst = false;
+    uint32_t mnLast = 0;  // number
+    uint32_t mnHeld = 0;
     bool mbDamaged = false;
 };
 
@@ -88,8 +91,8 @@ public:
     enum teUndelivered { eLost, eAborted };
     uint32_t EndReadout(teFrameKind kind, teUndelivered how);
 
-    // A packet came. When it shows that the frame before it was cut short, tells how that ended;
-    // else an end without packets.
+    // A packet came. When it, and one that was held, show that the frame before was cut short,
+    // tells how that ended; else an end without packets.
     tsFrameEnd TakePacket(teFrameKind kind, const tsPacketFacts& packet);
     // A packet came that belongs to no frame of the readout.
     void TakeStrayPacket();
@@ -123,6 +126,7 @@ private:
     tsFrameEnd EndTrack(tcFrameTrack& track, bool wasWanted);
     void EndAsked(tsAsked& asked, uint64_t& figure, uint32_t frames = 1);
     void LoseCutFrame(tsAsked& asked);
+    void ReleaseHeld(tcFrameTrack& track);
 
     std::atomic<uint32_t> mnChanges{0}; // odd while a change is under way
     tsStatistics mtFigures{};

@@ -494,11 +494,11 @@ private:
     bool AcceptPacket(tStackLock& lock, Packet& packet);
     void CheckLastPacket(const tsRequestItem& item);
     template <class Packet>
-    void StorePacket(Packet& packet, bool isWhole);
+    void StorePacket(Packet& packet, bool isWhole, bool isHeld);
     template <class Packet>
-    bool TakePacket(tStackLock& lock, tsRequestItem& item, const Packet& packet, bool isWhole);
+    bool TakePacket(tStackLock& lock, const Packet& packet, bool isWhole, bool* isHeld);
     template <class Packet>
-    bool HoldPacket(teFrameKind kind, const Packet& packet);
+    void HoldPacket(const Packet& packet);
     bool TellCut(tStackLock& lock, tsRequestItem& item, const tsFrameEnd& cut);
     tsImageData DescribeFrame(const tsRequestItem& item);
     template <class Packet>

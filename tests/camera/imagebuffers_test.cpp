@@ -389,6 +389,27 @@ TEST_F(ImageBuffers, KeepACutFrameApartFromTheNext)
     EXPECT_TRUE(mImages[1] == Packed(2000));
 }
 
+TEST_F(ImageBuffers, KeepACutFrameApartFromOneWithoutItsBeginning)
+{
+    SetArea();
+    Set(2);
+    mCamera.ReadCCDArea(nullptr, 2, 0);
+    for (unsigned i : {0, 1, 2}) {
+        FeedRow(i, false, 1000);
+    }
+    for (unsigned i : {1, 2, 3}) {
+        FeedRow(i, true, 2000);
+    }
+    ASSERT_EQ(mTold.size(), 2U);
+    EXPECT_EQ(mTold[0].Outcome, eFrameCut);
+    EXPECT_EQ(mTold[1].Outcome, eFrameIncomplete);
+    EXPECT_EQ(mRows, tRows{0});
+    EXPECT_EQ(mImages[0].At(10), 1200U);
+    EXPECT_EQ(mImages[0].At(20), 1300U);
+    EXPECT_EQ(mImages[1].At(10), 2200U);
+    EXPECT_EQ(mImages[1].Touched(), 60U);
+}
+
 TEST_F(ImageBuffers, TellTheRowsOfACutFrameThatCame)
 {
     SetArea();

@@ -199,6 +199,30 @@ TEST_F(Statistics, SeesAFrameThatLostItsEnd)
     EXPECT_EQ(Ends(), (tFigures{1, 1, 1, 0, 0, 0}));
 }
 
+// The end of one frame and the beginning of the next are lost together.
+TEST_F(Statistics, SeesAFrameThatLostItsEndBeforeOneThatLostItsBeginning)
+{
+    Read(e16Bit, mImage, 2);
+    FeedPackets(e16Bit, 9, {1, 2, 3, 4, 5}, false);
+    FeedPackets(e16Bit, 9, {3, 4, 5, 6, 7, 8, 9}, true);
+    const tsStatistics figures = Figures(mCamera);
+    EXPECT_EQ(figures.FramesFailed, 1U);
+    EXPECT_EQ(figures.FramesIncomplete, 1U);
+    EXPECT_EQ(figures.FramesComplete, 0U);
+    EXPECT_EQ(figures.PacketsMissing, 4U + 2U);
+    EXPECT_EQ(figures.PacketsDuplicate, 0U);
+}
+
+TEST_F(Statistics, TakesPacketsThatAreRepeatedOneByOneForWhatTheyAre)
+{
+    Read(e16Bit, mImage, 1);
+    FeedPackets(e16Bit, 6, {1, 2, 2, 2, 3, 1, 4, 3, 5, 2, 1, 6}, true);
+    const tsStatistics figures = Figures(mCamera);
+    EXPECT_EQ(figures.FramesComplete, 1U);
+    EXPECT_EQ(figures.FramesFailed, 0U);
+    EXPECT_EQ(figures.PacketsDuplicate, 6U);
+}
+
 TEST_F(Statistics, DoesNotGiveUpTheOnlyFrameForOneThatBeginsAgain)
 {
     Read(e16Bit, mImage);
