@@ -241,7 +241,7 @@ void tcVXCamera_Ethernet::SetConnected()
     if (mbStopMonitor) mSocket.Shutdown(SHUT_RDWR);
 }
 
-// Called on the receive thread, to which the parser belongs.
+// Called on the receive thread, to which the parser belongs, or while there is none.
 void tcVXCamera_Ethernet::Disconnect()
 {
     const std::scoped_lock lock(mSendMutex, mSocketMutex);

@@ -35,6 +35,14 @@ TEST(HInetAddr, ResolvesNames)
     EXPECT_STREQ("127.0.0.1", HInetAddr("localhost", 1).GetIPAddr());
 }
 
+TEST(HInetAddr, ReadsOtherNotationsOfNumbersAsTheSystemDoes)
+{
+    EXPECT_STREQ("127.0.0.1", HInetAddr("127.1", 1).GetIPAddr());
+    EXPECT_STREQ("8.0.0.1", HInetAddr("010.0.0.1", 1).GetIPAddr());
+    EXPECT_STREQ("127.0.0.1", HInetAddr("0x7f.1", 1).GetIPAddr());
+    EXPECT_STREQ("0.0.0.0", HInetAddr("0", 1).GetIPAddr());
+}
+
 TEST(HInetAddr, TakesTextThatIsNeitherAsAllOnes)
 {
     EXPECT_STREQ("255.255.255.255", HInetAddr("999.1.2", 1).GetIPAddr());

@@ -46,7 +46,9 @@ public:
     explicit HInetAddr(const sockaddr_in& address);
 
     // Text of digits and dots is taken as an address, other text is resolved by name (this waits
-    // for the resolver). Text that is neither, gives 255.255.255.255; null gives 0.0.0.0.
+    // for the resolver). Text that is neither, gives 255.255.255.255; null gives 0.0.0.0. Both are
+    // read as the system does: "127.1" is 127.0.0.1, "010.0.0.1" is 8.0.0.1, "0x7f.1" is no name
+    // but 127.0.0.1, and "0", which is 0.0.0.0, connects to this host.
     void Set(const char* host, unsigned short port);
 
     // `address` in network order, `port` in host order.
