@@ -97,6 +97,12 @@ struct tsSimTunables {
     double readNoise = 6.0;        // electrons, rms
     double sky = 50.0;             // electrons a pixel and second
     int32_t stars = -1;            // of the field; negative: as its size has them
+    double defocus = 0;            // radius of a point's image in pixels
+    double seeing = 0;             // full width at half maximum of the air's blur, in pixels
+    double driftRows = 0;          // pixels that the stars move in a second of camera time
+    double driftColumns = 0;
+
+    bool Drifts() const { return driftRows != 0 || driftColumns != 0; }
 };
 bool operator==(const tsSimTunables& first, const tsSimTunables& second);
 
@@ -106,12 +112,13 @@ struct tsSimOptions {
     std::string bind = "127.0.0.1"; // IPv4 address to listen on
     uint16_t port = 0;              // 0: any free port
     uint32_t serial = 1;
-    std::string name = "vxcamsim";  // at most 31 bytes reach the hardware information
-    uint64_t seed = 1;              // same seed and same history of commands: same frames
-    double timeScale = 1.0;         // camera time by wall-clock time: 10 makes it ten times as fast
-    double lineRate = 0;            // packets a second of wall-clock time; 0: as the socket takes
-    double heartbeatSeconds = 1.0;  // wall-clock time between heartbeats; 0: none
-    double ambient = 20.0;          // degrees Celsius; where the sensor starts
+    std::string name = "vxcamsim"; // at most 31 bytes reach the hardware information
+    uint64_t seed = 1;             // same seed and same history of commands: same frames
+    double timeScale = 1.0;        // camera time by wall-clock time: 10 makes it ten times as fast
+    double lineRate = 0;           // packets a second of wall-clock time; 0: as the socket takes
+    double heartbeatSeconds = 1.0; // wall-clock time between heartbeats; 0: none
+    double ambient = 20.0;         // degrees Celsius; where the sensor starts
+    double defocus = 0, seeing = 0, driftRows = 0, driftColumns = 0; // as in tsSimTunables
     bool reuseFrame = false;        // send the first frame again instead of making new ones
     bool discovery = false;         // answer discovery requests on UDP
     uint16_t discoveryPort = 52112; // 0: any free port

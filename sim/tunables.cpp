@@ -49,6 +49,14 @@ tcTunables::tcTunables(const tsSimOptions& options)
                          "packets a second, to 1000000000; 0: as the connection takes them")),
       mtReadNoise(AddReal("read_noise", gnSimReadNoise, 0, gnMostNoise, "electrons, 0 to 10000")),
       mtSky(AddReal("sky", gnSimSky, 0, gnMostLight, "electrons a pixel and second, 0 to 100000")),
+      mtDefocus(AddReal("defocus", options.defocus, -gnSimMostDefocus, gnSimMostDefocus,
+                        "radius of a star's disc in pixels, -50 to 50; 0: in focus")),
+      mtSeeing(AddReal("seeing", options.seeing, 0, gnSimMostSeeing,
+                       "width of the air's blur in pixels, to 50; 0: none")),
+      mtDriftRows(AddReal("drift_rows", options.driftRows, -gnSimFastestDrift, gnSimFastestDrift,
+                          "pixels a second that the stars move, -100 to 100")),
+      mtDriftColumns(AddReal("drift_columns", options.driftColumns, -gnSimFastestDrift,
+                             gnSimFastestDrift, "likewise, along the rows")),
       mtHotPixels(AddWhole("hot_pixels", 1, 0, 1, "1: there are some, 0: none")),
       mtStars(AddWhole("stars", gnSimUsualStars, gnSimUsualStars, gnSimMostStars,
                        "number of stars, to 1000000; -1: as many as belong to the size")),
@@ -72,6 +80,10 @@ tsSimTunables tcTunables::Values() const
     values.lineRate = Read(mtLineRate);
     values.readNoise = Read(mtReadNoise);
     values.sky = Read(mtSky);
+    values.defocus = Read(mtDefocus);
+    values.seeing = Read(mtSeeing);
+    values.driftRows = Read(mtDriftRows);
+    values.driftColumns = Read(mtDriftColumns);
     values.hotPixels = Read(mtHotPixels) != 0;
     values.stars = Read(mtStars);
     return values;
@@ -81,7 +93,8 @@ tsSimTunables tcTunables::Values() const
 void tcTunables::Guard() const
 {
     while (!mbStop) {
-        for (const tsReal& item : {mtAmbient, mtHeartBeat, mtLineRate, mtReadNoise, mtSky}) {
+        for (const tsReal& item : {mtAmbient, mtHeartBeat, mtLineRate, mtReadNoise, mtSky,
+                                   mtDefocus, mtSeeing, mtDriftRows, mtDriftColumns}) {
             float now = 0;
             __atomic_load(item.value, &now, __ATOMIC_RELAXED);
             if (!(now >= item.least && now <= item.most)) tcDbgItem::SetItem(item.name, Read(item));

@@ -43,6 +43,7 @@ private:
     void Guard() const;
 
     tsReal mtAmbient, mtHeartBeat, mtLineRate, mtReadNoise, mtSky;
+    tsReal mtDefocus, mtSeeing, mtDriftRows, mtDriftColumns;
     tsWhole mtHotPixels, mtStars;
     std::atomic<bool> mbStop{false};
     std::thread mtGuard;

@@ -30,7 +30,7 @@ enum teExit { eExitDone = 0, eExitUsage = 1, eExitNetwork = 2 };
 
 struct tsProgram {
     tsSimOptions camera;
-    std::string sensor = "2048x2048";
+    std::string sensor = "2048x2048", drift = "0,0";
     bool json = false, quiet = false, once = false;
     std::string scenario;
     std::vector<std::string> faults;
@@ -48,6 +48,18 @@ std::string ParseSensor(const std::string& text, tsSimOptions* options)
     }
     options->columns = static_cast<uint16_t>(columns);
     options->rows = static_cast<uint16_t>(rows);
+    return "";
+}
+
+// "0.5,-2": columns, then rows.
+std::string ParseDrift(const std::string& text, tsSimOptions* options)
+{
+    int used = 0;
+    if (std::sscanf(text.c_str(), "%lf,%lf%n", &options->driftColumns, &options->driftRows,
+                    &used) != 2 ||
+        used != static_cast<int>(text.size())) {
+        return "a drift is written COLUMNS,ROWS, for example 0.5,-2";
+    }
     return "";
 }
 
@@ -74,6 +86,14 @@ void Describe(CLI::App& app, tsProgram& program)
         ->capture_default_str();
     app.add_option("--ambient", camera.ambient, "Ambient temperature in degrees Celsius")
         ->capture_default_str();
+    app.add_option("--defocus", camera.defocus, "Radius of the disc that a star becomes, in pixels")
+        ->capture_default_str();
+    app.add_option("--seeing", camera.seeing,
+                   "Full width at half maximum of the air's blur, in pixels")
+        ->capture_default_str();
+    app.add_option("--drift", program.drift, "Pixels a second that the stars move: COLUMNS,ROWS")
+        ->capture_default_str()
+        ->check([&camera](const std::string& text) { return ParseDrift(text, &camera); });
     app.add_flag("--same-frame", camera.reuseFrame,
                  "Send the same frame again instead of making new ones, for benchmarks");
     app.add_flag("--discovery", camera.discovery, "Answer those who look for cameras on UDP");

@@ -9,7 +9,8 @@ namespace {
 
 constexpr const char* gsAccepted = "";
 constexpr uint64_t gnMostPackets = 0xFFFF;
-constexpr uint32_t gnUsualFactor = 2; // of a binned readout when nothing else is set
+constexpr double gnSeeingChange = 0.1; // from frame to frame, of itself
+constexpr uint32_t gnUsualFactor = 2;  // of a binned readout when nothing else is set
 
 // Whole groups of `factor`; what is left over at the end is not read.
 std::vector<uint32_t> EvenGroups(uint32_t size, uint32_t factor)
@@ -163,5 +164,25 @@ tsSimJob tcSimCamera::JobOf(const tsSimPlan& plan, uint32_t frame) const
     job.conditions.sky = mtTunables.sky;
     job.conditions.stars = mtTunables.stars;
     job.conditions.noiseKey = MixBits(MixBits(mtIdentity.seed, mnReadouts), frame);
+    job.conditions.optics = OpticsOf(job.conditions.exposure, job.conditions.noiseKey);
     return job;
+}
+
+// The air is never quite the same.
+tsSimOptics tcSimCamera::OpticsOf(double exposure, uint64_t noiseKey) const
+{
+    tsSimOptics optics;
+    optics.defocus = mtTunables.defocus;
+    if (mtTunables.seeing > 0) {
+        const double change = gnSeeingChange * tcSimRandom(MixBits(noiseKey, 1)).Normal();
+        optics.seeing = mtTunables.seeing * (1 + std::clamp(change, -0.5, 0.5));
+    }
+    const bool begun =
+        mtReadout.Phase() == teSimPhase::eExposing || mtReadout.Phase() == teSimPhase::eExposed;
+    const tsField field = FieldAt(begun ? mtReadout.ExposureStart() : mnNow);
+    optics.rows = field.rows;
+    optics.columns = field.columns;
+    optics.trailRows = mtTunables.driftRows * exposure;
+    optics.trailColumns = mtTunables.driftColumns * exposure;
+    return optics;
 }

@@ -1,4 +1,4 @@
-// What the sensor looks at: a field of stars before a faint nebula.
+// What the sensor looks at, behind the stars: a faint nebula.
 #include "random.h"
 #include "tcSimSensor.h"
 
@@ -7,12 +7,8 @@
 
 namespace {
 
-constexpr double gnStarsPerPixel = 4e-4;
-constexpr double gnFaintestStar = 400.0; // electrons a second
-constexpr double gnBrightestStar = 4e6;
-constexpr uint32_t gnBrightStars = 7; // by chance alone there might be none
-constexpr double gnNebula = 45.0;     // electrons a pixel and second at its brightest
-constexpr uint32_t gnCell = 8;        // pixels between the nebula's points
+constexpr double gnNebula = 45.0; // electrons a pixel and second at its brightest
+constexpr uint32_t gnCell = 8;    // pixels between the nebula's points
 
 // Smooth noise of 0 to 1 over the plane, one value for each whole-numbered point.
 double SmoothNoise(uint64_t seed, double x, double y)
@@ -68,45 +64,6 @@ void tcSimSensor::AddNebula(uint64_t seed)
             const float right = static_cast<float>(column % gnCell) / gnCell;
             scene[column] += (above[x] * (1 - right) + above[x + 1] * right) * (1 - down) +
                              (below[x] * (1 - right) + below[x + 1] * right) * down;
-        }
-    }
-}
-
-// Ten times fainter, about ten times as many.
-void tcSimSensor::AddStars(uint64_t seed)
-{
-    tcSimRandom random(seed);
-    const auto usual = static_cast<uint32_t>(gnStarsPerPixel * mnRows * mnColumns) + gnBrightStars;
-    const uint32_t stars = mnStars < 0 ? usual : static_cast<uint32_t>(mnStars);
-    for (uint32_t i = 0; i < stars; ++i) {
-        double row = random.Uniform() * mnRows, column = random.Uniform() * mnColumns;
-        double chance = std::max(random.Uniform(), 1e-9);
-        double flux = std::min(gnFaintestStar / chance, gnBrightestStar);
-        if (i < gnBrightStars) flux = gnBrightestStar / (1.0 + 2.0 * i * i);
-        AddStar(row, column, flux, random.Uniform(1.2, 1.5));
-    }
-}
-
-// A Gaussian core, and a wide faint skirt that shows only around bright stars.
-void tcSimSensor::AddStar(double row, double column, double flux, double width)
-{
-    const double skirt = 0.06, skirtWidth = 5.0 * width;
-    const double core = (1 - skirt) * flux / (6.283185307 * width * width);
-    const double wide = skirt * flux / (6.283185307 * skirtWidth * skirtWidth);
-    const double reach = wide > 1.0 ? skirtWidth * std::sqrt(2.0 * std::log(wide / 0.2))
-                                    : width * std::sqrt(2.0 * std::log(std::max(core, 1.0) / 0.2));
-    const auto top = static_cast<int64_t>(std::max(0.0, std::floor(row - reach)));
-    const auto left = static_cast<int64_t>(std::max(0.0, std::floor(column - reach)));
-    const auto bottom = std::min<int64_t>(mnRows - 1, static_cast<int64_t>(row + reach));
-    const auto right = std::min<int64_t>(mnColumns - 1, static_cast<int64_t>(column + reach));
-    for (int64_t y = top; y <= bottom; ++y) {
-        for (int64_t x = left; x <= right; ++x) {
-            double dx = static_cast<double>(x) - column, dy = static_cast<double>(y) - row;
-            double distance = dx * dx + dy * dy;
-            double value = core * std::exp(-distance / (2 * width * width)) +
-                           wide * std::exp(-distance / (2 * skirtWidth * skirtWidth));
-            maScene[static_cast<size_t>(y) * mnColumns + static_cast<size_t>(x)] +=
-                static_cast<float>(value);
         }
     }
 }

@@ -32,8 +32,18 @@ tcSimCamera::tcSimCamera(const tsSimIdentity& identity)
 
 void tcSimCamera::Tune(const tsSimTunables& tunables)
 {
+    if (tunables.driftRows != mtTunables.driftRows ||
+        tunables.driftColumns != mtTunables.driftColumns) {
+        mtField = FieldAt(mnNow);
+    }
     mtTunables = tunables;
     mtCooler.SetAmbient(tunables.ambient, mnNow);
+}
+
+tcSimCamera::tsField tcSimCamera::FieldAt(double time) const
+{
+    return {mtField.rows + mtTunables.driftRows * (time - mtField.time),
+            mtField.columns + mtTunables.driftColumns * (time - mtField.time), time};
 }
 
 void tcSimCamera::SetTime(double now)

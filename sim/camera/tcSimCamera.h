@@ -216,6 +216,13 @@ private:
         size_t start, bytes;
     };
 
+    // How far the stars have drifted at a time.
+    struct tsField {
+        double rows = 0, columns = 0, time = 0;
+    };
+
+    tsField FieldAt(double time) const;
+    tsSimOptics OpticsOf(double exposure, uint64_t noiseKey) const;
     tsHalfRow HalfRow(uint32_t row, uint32_t half) const;
     tsSimRefusal Finish(tsSimPlan* plan, uint16_t frames) const;
     void SetConditions(tsSimConditions* conditions) const;
@@ -232,6 +239,7 @@ private:
     tcSimCooler mtCooler;
     tcSimReadout mtReadout;
     tsSimTunables mtTunables;
+    tsField mtField;
     double mnNow = 0;
     uint32_t mnReadouts = 0;
 };

@@ -58,7 +58,7 @@ bool SamePicture(const tsSimJob& first, const tsSimJob& second)
            a.shutterOpen == b.shutterOpen && a.hotPixels == b.hotPixels &&
            a.readNoise == b.readNoise && a.sky == b.sky && a.stars == b.stars &&
            a.mirrorHorizontal == b.mirrorHorizontal && a.mirrorVertical == b.mirrorVertical &&
-           a.pattern == b.pattern && a.patternValues == b.patternValues;
+           a.optics == b.optics && a.pattern == b.pattern && a.patternValues == b.patternValues;
 }
 
 uint32_t tcSimPicture::PixelsPerPacket(teSimKind kind)

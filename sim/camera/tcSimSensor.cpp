@@ -51,7 +51,7 @@ double SimDarkCurrent(double celsius)
 }
 
 tcSimSensor::tcSimSensor(uint32_t rows, uint32_t columns, uint64_t seed, int32_t stars)
-    : mnRows(rows), mnColumns(columns), mnStars(stars),
+    : mnRows(rows), mnColumns(columns), mnStars(stars), mnSeed(seed),
       maScene(size_t{rows} * columns, static_cast<float>(gnSimSky)), maNoise(gnNoiseValues)
 {
     tcSimRandom random(MixBits(seed, 1));
@@ -59,7 +59,8 @@ tcSimSensor::tcSimSensor(uint32_t rows, uint32_t columns, uint64_t seed, int32_t
         value = static_cast<float>(random.Normal());
     }
     AddNebula(MixBits(seed, 2));
-    AddStars(MixBits(seed, 3));
+    FindStars(MixBits(seed, 3));
+    Draw();
     SpreadHotPixels(MixBits(seed, 4));
 }
 

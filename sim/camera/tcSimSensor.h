@@ -2,6 +2,8 @@
 #ifndef TCSIMSENSOR_H
 #define TCSIMSENSOR_H
 
+#include "tcSimStarShape.h"
+
 #include <array>
 #include <cstdint>
 #include <vector>
@@ -38,10 +40,11 @@ struct tsSimConditions {
     uint32_t pattern = 0; // test pattern instead of the picture; 0: none
     std::array<uint16_t, gnSimPatternValues + 1> patternValues{};
     uint64_t noiseKey = 0; // frames with the same key have the same noise
+    tsSimOptics optics;    // what Look is to be told before
 };
 
-// Threads: any; nothing changes after construction.
-// Owns: the scene (4 bytes a pixel).
+// Threads: any, but Look excludes all else.
+// Owns: the scene (4 bytes a pixel; twice as many after the first Look).
 class tcSimSensor
 {
 public:
@@ -51,6 +54,10 @@ public:
     uint32_t Rows() const { return mnRows; }
     uint32_t Columns() const { return mnColumns; }
     int32_t Stars() const { return mnStars; } // as the constructor was told
+
+    // The stars as they are seen from now on; with the optics it has, it does nothing. Takes some
+    // ms for a thousand stars, more where they are spread far.
+    void Look(const tsSimOptics& optics);
 
     // `count` pixels of a row of the picture from a column on, in counts. Row and columns are those
     // of the picture, that is after mirroring, and inside the sensor.
@@ -63,16 +70,32 @@ private:
         float factor; // times the dark current
     };
 
-    void AddStars(uint64_t seed);
+    struct tsStar {
+        double row, column, flux, width;
+    };
+    struct tsPatch {
+        int64_t top, bottom, left, right;
+    };
+
+    void FindStars(uint64_t seed);
     void AddNebula(uint64_t seed);
+    void Draw();
     void AddStar(double row, double column, double flux, double width);
+    void AddTrail(const tsStar& star, const tcSimStarShape& shape);
+    void AddImage(double row, double column, double flux, const tcSimStarShape& shape);
+    tsPatch Around(double row, double column, double reach) const;
     void SpreadHotPixels(uint64_t seed);
     void Expose(const tsSimConditions& conditions, uint32_t row, uint32_t firstColumn,
                 uint32_t count, uint16_t* pixels) const;
 
     uint32_t mnRows, mnColumns;
     int32_t mnStars;
-    std::vector<float> maScene;          // electrons a second, row by row
+    uint64_t mnSeed;
+    tsSimOptics mtOptics;
+    std::vector<tsStar> maStars;
+    std::vector<float> maScene;  // electrons a second, row by row
+    std::vector<float> maNebula; // the scene without stars, from the first Look on
+    bool mbNebulaKept = false;
     std::vector<float> maNoise;          // normal deviates
     std::vector<tsHotPixel> maHotPixels; // by row, then by column
     std::vector<uint32_t> maHotRows;     // where a row's begin in maHotPixels; one more than rows

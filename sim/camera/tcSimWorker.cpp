@@ -73,6 +73,7 @@ void tcSimWorker::Run()
             sensor.reset(); // before there is a second one
             sensor = std::make_unique<tcSimSensor>(rows, columns, mnSeed, stars);
         }
+        sensor->Look(job.conditions.optics);
         std::shared_ptr<tcSimPicture> picture = tcSimPicture::Make(*sensor, job, mbCancelled);
         if (picture) done(std::move(picture));
         lock.lock();

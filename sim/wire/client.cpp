@@ -49,6 +49,10 @@ tsSimTunables tsSimContext::Tunables() const
     fixed.ambient = options.ambient;
     fixed.heartbeatSeconds = options.heartbeatSeconds;
     fixed.lineRate = options.lineRate;
+    fixed.defocus = options.defocus;
+    fixed.seeing = options.seeing;
+    fixed.driftRows = options.driftRows;
+    fixed.driftColumns = options.driftColumns;
     return fixed;
 }
 
@@ -57,7 +61,9 @@ bool operator==(const tsSimTunables& first, const tsSimTunables& second)
     return first.ambient == second.ambient && first.heartbeatSeconds == second.heartbeatSeconds &&
            first.hotPixels == second.hotPixels && first.lineRate == second.lineRate &&
            first.readNoise == second.readNoise && first.sky == second.sky &&
-           first.stars == second.stars;
+           first.stars == second.stars && first.defocus == second.defocus &&
+           first.seeing == second.seeing && first.driftRows == second.driftRows &&
+           first.driftColumns == second.driftColumns;
 }
 
 tcSimClient::tcSimClient(asio::ip::tcp::socket socket, tsSimContext& context, std::string name,

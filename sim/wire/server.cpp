@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <fcntl.h>
 #include <mutex>
 #include <optional>
@@ -64,6 +65,12 @@ tsSimOptions Checked(tsSimOptions options)
            "time between heartbeats must be 0 or 0.001 to 86400 seconds");
     Demand(options.ambient >= -100 && options.ambient <= 100,
            "ambient temperature must be -100 to 100 degrees");
+    Demand(std::abs(options.defocus) <= gnSimMostDefocus, "defocus must be -50 to 50 pixels");
+    Demand(options.seeing >= 0 && options.seeing <= gnSimMostSeeing,
+           "seeing must be 0 to 50 pixels");
+    Demand(std::abs(options.driftRows) <= gnSimFastestDrift &&
+               std::abs(options.driftColumns) <= gnSimFastestDrift,
+           "the stars drift at most 100 pixels a second");
     std::error_code error;
     asio::ip::make_address_v4(options.bind, error);
     Demand(!error, "'" + options.bind + "' is no IPv4 address to listen on");

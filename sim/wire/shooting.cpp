@@ -61,9 +61,10 @@ void tcSimClient::Shoot()
     tcSimReadout& readout = Camera().Readout();
     if (mbEnded || !readout.Running()) return;
     Camera().SetTime(mtContext.cameraTime());
-    if (readout.ExposureKnown() && readout.Phase() != teSimPhase::eSending) {
-        WantPicture(readout.Frame());
-    }
+    const bool begun =
+        readout.Phase() == teSimPhase::eExposing || readout.Phase() == teSimPhase::eExposed;
+    const bool early = !mtContext.Tunables().Drifts() && readout.Phase() != teSimPhase::eSending;
+    if (readout.ExposureKnown() && (begun || early)) WantPicture(readout.Frame());
     if (readout.Phase() == teSimPhase::eExposed && mpPicture && mnPictureFrame == readout.Frame()) {
         if (mtWanted == mtContext.Tunables()) return SendPicture();
         mnWanted = 0; // it was made before something changed
@@ -80,7 +81,8 @@ void tcSimClient::Shoot()
     });
 }
 
-// A picture is made while the exposure runs, or while the frame before it is being sent.
+// A picture is made while the exposure runs, or while the frame before it is being sent; but where
+// the stars move, not before it is known when the exposure begins.
 void tcSimClient::WantPicture(uint32_t frame)
 {
     if (mnWanted == frame) return;
@@ -138,7 +140,8 @@ void tcSimClient::SendPicture()
         Camera().Readout().FrameSent(Camera().Time());
         Shoot();
     };
-    if (!readout.LastFrame() && mtPlan.timing.trigger != eExtTrigExposure) {
+    if (!readout.LastFrame() && mtPlan.timing.trigger != eExtTrigExposure &&
+        !mtContext.Tunables().Drifts()) {
         WantPicture(readout.Frame() + 1);
     }
     mtOutput.SetPacketRate(mtContext.Tunables().lineRate);
