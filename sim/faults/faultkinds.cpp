@@ -220,12 +220,18 @@ bool Lasts(teSimFault kind)
            kind == K::eCoolerFailure || kind == K::eHeartbeatStop;
 }
 
+std::vector<std::string> SimFaultPlaces()
+{
+    std::vector<std::string> places;
+    for (const tsSimArgument& position : gaPositions) {
+        places.emplace_back(position.name);
+    }
+    return places;
+}
+
 std::vector<std::string> SimFaultWords()
 {
-    std::vector<std::string> words;
-    for (const tsSimArgument& position : gaPositions) {
-        words.emplace_back(position.name);
-    }
+    std::vector<std::string> words = SimFaultPlaces();
     for (const tsSimKind& kind : gaKinds) {
         for (const tsSimArgument& argument : kind.arguments) {
             if (!argument.name) continue;
@@ -237,21 +243,29 @@ std::vector<std::string> SimFaultWords()
     return words;
 }
 
-std::string TextOf(const tsSimFault& fault)
+std::vector<std::pair<std::string, double>> NumbersOf(const tsSimFault& fault)
 {
     const tsSimKind& kind = KindOf(fault.kind);
     const tsSimFault usual = MakeSimFault(kind.name);
-    std::string text = kind.name;
-    char separator = ':';
+    std::vector<std::pair<std::string, double>> numbers;
     const auto add = [&](const tsSimArgument& argument) {
-        const double value = ValueOf(fault, argument);
-        if (value == ValueOf(usual, argument)) return;
-        text += separator + std::string(argument.name) + "=" + Text(value);
-        separator = ',';
+        const double value = argument.name ? ValueOf(fault, argument) : 0;
+        if (argument.name && value != ValueOf(usual, argument)) {
+            numbers.emplace_back(argument.name, value);
+        }
     };
     std::for_each(std::begin(gaPositions), std::end(gaPositions), add);
-    for (const tsSimArgument& argument : kind.arguments) {
-        if (argument.name) add(argument);
+    std::for_each(std::begin(kind.arguments), std::end(kind.arguments), add);
+    return numbers;
+}
+
+std::string TextOf(const tsSimFault& fault)
+{
+    std::string text = NameOf(fault.kind);
+    char separator = ':';
+    for (const auto& [name, value] : NumbersOf(fault)) {
+        text += separator + name + "=" + Text(value);
+        separator = ',';
     }
     return text;
 }
@@ -325,8 +339,8 @@ std::string ExplainSimFaults()
         out << "  " << head << "\n      " << kind.effect << "\n";
     }
     out << "Where they strike:";
-    for (const tsSimArgument& position : gaPositions) {
-        out << " " << position.name;
+    for (const std::string& place : SimFaultPlaces()) {
+        out << " " << place;
     }
     out << "\n";
     return out.str();

@@ -42,6 +42,7 @@ bool Lasts(teSimFault kind);
 
 // Everything that some kind can be told: positions, then arguments, each once.
 std::vector<std::string> SimFaultWords();
+std::vector<std::string> SimFaultPlaces(); // the positions alone
 
 // A fault of the kind named, with its defaults. Throws std::runtime_error.
 tsSimFault MakeSimFault(const std::string& kind);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 enum class teSimFault {
@@ -85,7 +86,10 @@ std::vector<tsSimFault> ParseSimFaults(const std::vector<std::string>& texts);
 
 const char* NameOf(teSimFault kind);
 
-// The fault as ParseSimFault reads it, without what is as the kind has it by itself.
+// What of a fault is not as its kind has it by itself: names and numbers.
+std::vector<std::pair<std::string, double>> NumbersOf(const tsSimFault& fault);
+
+// The fault as ParseSimFault reads it, with these.
 std::string TextOf(const tsSimFault& fault);
 
 // A fault of a camera that runs.

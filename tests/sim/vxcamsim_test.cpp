@@ -54,6 +54,12 @@ public:
     std::string Errors() { return Read(mhErrors, false); }
     std::set<int> Ports() const { return ListeningPorts(mnProcess); }
     void Signal(int number) { kill(mnProcess, number); }
+    // As head does when it has what it wants.
+    void StopReading()
+    {
+        close(mhOutput);
+        mhOutput = -1;
+    }
     int Exit()
     {
         int status = 0;
@@ -301,4 +307,49 @@ TEST(SimProgram, WithoutStandardDescriptorsServesAndPrintsNowhere)
     int status = -1;
     waitpid(process, &status, 0);
     EXPECT_EQ(status, 0);
+}
+
+TEST(SimProgram, EndsWithACodeOfItsOwnWhenNobodyReadsItsOutput)
+{
+    tcProgram program({"--sensor", "40x30"});
+    program.Port();
+    program.StopReading();
+    EXPECT_EQ(program.Exit(), 3) << "at once, without a client";
+    EXPECT_EQ(program.Errors(), "");
+}
+
+TEST(SimProgram, EndsWithThatCodeWhenItsOutputIsFull)
+{
+    const int status = std::system("timeout 20 " VXCAMSIM_PROGRAM " --sensor 40x30 >/dev/full");
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+}
+
+TEST(SimProgram, StopsInOrderWhenNobodyReadsItsOutput)
+{
+    tcProgram program({"--sensor", "40x30"});
+    tcSimTestClient client(program.Port());
+    client.Settle();
+    program.StopReading();
+    EXPECT_EQ(program.Exit(), 3);
+    EXPECT_EQ(client.Receive().id, 0u);
+    EXPECT_TRUE(client.mbEnded);
+}
+
+TEST(SimProgram, TellsItsVersion)
+{
+    tcProgram program({"--version"});
+    EXPECT_EQ(program.Exit(), 0);
+    const std::string text = program.Rest();
+    EXPECT_EQ(text.rfind("vxcamsim 3.", 0), 0u) << text;
+}
+
+TEST(SimProgram, TakesADriftOfColumnsAndRows)
+{
+    for (const char* wrong : {"1", "1,", "1,2,3", "fast,2", "101,0"}) {
+        tcProgram program({"--sensor", "40x30", "--drift", wrong});
+        EXPECT_EQ(program.Exit(), 1) << wrong;
+        EXPECT_NE(program.Errors().find("drift"), std::string::npos) << wrong;
+    }
+    tcProgram program({"--sensor", "40x30", "--drift", "-0.5,2"});
+    EXPECT_NE(program.Port(), 0);
 }

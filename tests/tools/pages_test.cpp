@@ -138,3 +138,10 @@ TEST(Pages, BashCompletesFiles)
     EXPECT_THAT(Offers("vxcam grab -o " + folder.Path("tim")),
                 ElementsAre(folder.Path("timing.bin")));
 }
+
+TEST(Pages, OfTheSimulatedCameraAreInstalledToo)
+{
+    EXPECT_THAT(FileText(VX_PREFIX "/share/man/man1/vxcamsim.1"), HasSubstr("a simulated camera"));
+    EXPECT_THAT(FileText(VX_PREFIX "/share/bash-completion/completions/vxcamsim"),
+                HasSubstr("complete -o filenames -F _vxcamsim vxcamsim"));
+}

@@ -152,6 +152,7 @@ const std::vector<tsVerb>& Verbs()
         {"log", "read, redirect and follow the loggers of a process", gsLogExamples, MakeLog},
         {"logsink", "receive what loggers send", gsLogSinkExamples, MakeLogSink},
         {"items", "read and set the tunable values of a process", gsItemsExamples, MakeItems},
+        {"fault", "let things go wrong with a simulated camera", gsFaultExamples, MakeFault},
     };
     return verbs;
 }

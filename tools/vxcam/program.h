@@ -59,6 +59,7 @@ int RunProgram(std::vector<std::string> arguments);
 
 std::unique_ptr<tcVerb> MakeDaemons();
 std::unique_ptr<tcVerb> MakeDoctor();
+std::unique_ptr<tcVerb> MakeFault();
 std::unique_ptr<tcVerb> MakeGet();
 std::unique_ptr<tcVerb> MakeGrab();
 std::unique_ptr<tcVerb> MakeInfo();
@@ -72,6 +73,7 @@ std::unique_ptr<tcVerb> MakeWatch();
 
 extern const char* const gsDaemonsExamples;
 extern const char* const gsDoctorExamples;
+extern const char* const gsFaultExamples;
 extern const char* const gsGetExamples;
 extern const char* const gsGrabExamples;
 extern const char* const gsInfoExamples;
