@@ -142,6 +142,7 @@ const std::vector<tsVerb>& Verbs()
         {"grab", "expose, read out and save images", gsGrabExamples, MakeGrab},
         {"get", "read properties of a camera", gsGetExamples, MakeGet},
         {"set", "change properties of a camera", gsSetExamples, MakeSet},
+        {"profile", "keep the settings of a camera in a file", gsProfileExamples, MakeProfile},
         {"info", "tell what a camera is and how it is set", gsInfoExamples, MakeInfo},
         {"doctor", "find what is wrong with a camera, or the way to it", gsDoctorExamples,
          MakeDoctor},
@@ -168,10 +169,20 @@ void DeclareOutput(tcCommandLine& line, tsCommonOptions* options)
     line.Flag("-v,--verbose", &options->verbose, "let the library print its error log");
 }
 
-void DeclareCommon(tcCommandLine& line, tsCommonOptions* options)
+void DeclareTarget(tcCommandLine& line, tsCommonOptions* options)
 {
     line.Operand("TARGET", &options->target,
                  "HOST:PORT, serial:NUMBER, or sim for a simulated camera");
+}
+
+void DeclareCommon(tcCommandLine& line, tsCommonOptions* options)
+{
+    DeclareTarget(line, options);
+    DeclareCameraOptions(line, options);
+}
+
+void DeclareCameraOptions(tcCommandLine& line, tsCommonOptions* options)
+{
     DeclareOutput(line, options);
     const char* const group = "Simulated camera";
     line.Option("--sim-sensor", &options->simSensor, "SIZE", "columns and rows").Group(group);

@@ -47,6 +47,9 @@ struct tsCommonOptions {
 void DeclareOutput(tcCommandLine& line, tsCommonOptions* options);
 // Declares these, the target and the options of the simulated camera.
 void DeclareCommon(tcCommandLine& line, tsCommonOptions* options);
+// The target, and all but the target, for verbs with actions.
+void DeclareTarget(tcCommandLine& line, tsCommonOptions* options);
+void DeclareCameraOptions(tcCommandLine& line, tsCommonOptions* options);
 // Declares --quiet alone, for verbs that open no camera.
 void DeclareQuiet(tcCommandLine& line, bool* isQuiet);
 // Unless --verbose, keeps the library's error log from standard error. Before its first call.
@@ -68,6 +71,7 @@ std::unique_ptr<tcVerb> MakeList();
 std::unique_ptr<tcVerb> MakeLog();
 std::unique_ptr<tcVerb> MakeLogSink();
 std::unique_ptr<tcVerb> MakePing();
+std::unique_ptr<tcVerb> MakeProfile();
 std::unique_ptr<tcVerb> MakeSet();
 std::unique_ptr<tcVerb> MakeWatch();
 
@@ -82,6 +86,7 @@ extern const char* const gsListExamples;
 extern const char* const gsLogExamples;
 extern const char* const gsLogSinkExamples;
 extern const char* const gsPingExamples;
+extern const char* const gsProfileExamples;
 extern const char* const gsSetExamples;
 extern const char* const gsWatchExamples;
 
