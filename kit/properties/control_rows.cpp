@@ -75,6 +75,7 @@ std::vector<Property> coolingRows()
             .is(Nature::State)
             .costs(Cost::None)
             .indi("CCD_TEMPERATURE")
+            .fits("CCD-TEMP")
             .alpaca("ccdtemperature"),
 
         Row("board-temp", "temperature of the board", {degrees})
@@ -173,6 +174,7 @@ std::vector<Property> signalRows()
             .reads(readFirst<VXGetGainConfig, 1>)
             .writes(writeBy<VXSetGain>)
             .indi("CCD_GAIN")
+            .fits("GAIN")
             .alpaca("gain"),
 
         Row("gain-config", "gain, and two more figures of the gain's configuration",

@@ -111,6 +111,7 @@ std::vector<Property> pictureRows()
             {number("counts", 0, kMost16), orElse(onOff("flag"), 0)})
             .writes(writeBy<VXSetCCDOffset>)
             .indi("CCD_OFFSET")
+            .fits("OFFSET")
             .alpaca("offset"),
 
         Row("readout-noise", "noise of the readout, two figures of the camera",

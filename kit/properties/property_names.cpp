@@ -9,8 +9,6 @@ namespace vxcam {
 
 namespace {
 
-constexpr size_t kFitsKeyword = 8; // characters
-
 std::string replaced(std::string text, char what, char by)
 {
     std::replace(text.begin(), text.end(), what, by);
@@ -129,8 +127,7 @@ std::string Property::indiName() const
 
 std::string Property::fitsName() const
 {
-    const std::string card = upper(name);
-    return orElse(names.fits, card.size() <= kFitsKeyword ? card : "HIERARCH VX " + card);
+    return orElse(names.fits, "HIERARCH VX " + upper(name));
 }
 
 std::string Property::alpacaName() const

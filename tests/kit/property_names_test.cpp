@@ -46,8 +46,7 @@ TEST(PropertyNames, FollowFromTheName)
     EXPECT_EQ(named("target-temp").pythonName(), "target_temp");
     EXPECT_EQ(named("target-temp").tangoName(), "TargetTemp");
     EXPECT_EQ(named("board-temp").indiName(), "BOARD_TEMP");
-    EXPECT_EQ(named("mirroring").fitsName(), "HIERARCH VX MIRRORING");
-    EXPECT_EQ(named("gain").fitsName(), "GAIN");
+    EXPECT_EQ(named("fan").fitsName(), "HIERARCH VX FAN");
     EXPECT_EQ(named("hor-bin-table:1").tangoName(), "HorBinTable");
     EXPECT_EQ(named("target-temp").label(), "Target temp");
 }
@@ -59,6 +58,7 @@ TEST(PropertyNames, AreTheCustomaryOnesWhereThereAreSuch)
     EXPECT_EQ(named("target-temp").alpacaName(), "setccdtemperature");
     EXPECT_EQ(named("ccd-temp").alpacaName(), "ccdtemperature");
     EXPECT_EQ(named("ccd-temp").fitsName(), "CCD-TEMP");
+    EXPECT_EQ(named("gain").fitsName(), "GAIN");
     EXPECT_EQ(named("exposure").indiName(), "CCD_EXPOSURE");
     EXPECT_EQ(named("exposure").fitsName(), "EXPTIME");
     EXPECT_STREQ(named("exposure").names.tangoAlias, "acq_expo_time");
