@@ -55,7 +55,7 @@ struct FrameFacts {
     uint32_t packetsExpected = 0, packetsMissing = 0;
     uint32_t packetsMisplaced = 0; // with pixels outside the image
     uint32_t packetsDamaged = 0;
-    std::vector<int> missingRows;      // of the frame, from 0, ascending
+    std::vector<int> missingRows;      // not whole, all 0; rows of the frame, from 0, ascending
     bool missingRowsKnown = true;      // false: something is missing, and which rows is not known
     std::vector<Complaint> complaints; // while its readout ran, up to when it came
     uint64_t dropped = 0; // frames of its stream before it that the consumer was too slow for

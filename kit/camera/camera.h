@@ -1,0 +1,130 @@
+// One open camera.
+#ifndef VXCAMKIT_CAMERA_H
+#define VXCAMKIT_CAMERA_H
+
+#include <vxcamkit/area.h>
+#include <vxcamkit/cooler.h>
+#include <vxcamkit/event.h>
+#include <vxcamkit/export.h>
+#include <vxcamkit/plan.h>
+#include <vxcamkit/snapshot.h>
+#include <vxcamkit/stream.h>
+#include <vxcamkit/target.h>
+#include <vxcamkit/value.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace vxcam {
+
+class CameraCore;
+
+// What a camera has done since it was opened; figures only grow.
+struct Statistics {
+    uint64_t bytesReceived = 0, bytesSent = 0;
+    uint64_t messagesReceived = 0, messagesBad = 0, messagesSent = 0;
+    uint64_t bytesSkipped = 0; // between messages, which ought to be none
+    uint64_t connectionsLost = 0, reconnects = 0;
+    uint64_t heartbeats = 0, cameraErrors = 0;
+    uint64_t requestsSent = 0, requestsAnswered = 0, requestsTimedOut = 0;
+    uint64_t framesComplete = 0, framesIncomplete = 0, framesFailed = 0, framesAborted = 0;
+    uint64_t packetsReceived = 0, packetsMissing = 0, packetsDuplicate = 0;
+};
+
+// Who a camera says it is, as far as it tells.
+struct Identity {
+    std::string name, serial, version; // "vxcamsim", "17", "3.7"; empty: not told
+    int bits = 0;                      // a pixel; 0: not told
+};
+
+// What becomes of the settings that the application made, when the connection was lost and made
+// anew; the camera may have been switched off and on meanwhile. They are sent in the order of the
+// table and read back, before anything else is sent to the camera.
+enum class Restore {
+    All, // they are sent again; the event SettingsRestored tells what could not be restored
+    None,
+    Ask // the event RestoreAsked is told, and Camera::restore() does it
+};
+
+struct OpenOptions {
+    Restore restore = Restore::All;
+};
+
+// The embedded simulated camera or one on the network, opened.
+//
+// Errors: what fails throws Error. Threads: any; commands of several threads go one after another.
+// Owns: the connection, the simulated camera if there is one, and a thread for events and one that
+//   watches over readouts.
+class VXCAMKIT_EXPORT Camera
+{
+public:
+    // A target as Target::parse() takes it. Throws Error: Usage for a text that is none; NotFound
+    // when nothing listens there, or no camera has that serial number; Busy when it serves somebody
+    // else, with what it said; Timeout when something is there but does not answer like a camera;
+    // Camera when it does not tell the size of its sensor.
+    static Camera open(const std::string& target, const OpenOptions& options = {});
+    static Camera open(const Target& target, const OpenOptions& options = {});
+
+    ~Camera(); // as close()
+    Camera(Camera&& other) noexcept;
+    Camera& operator=(Camera&& other) noexcept;
+
+    // Ends a readout, and calls that wait on other threads; they throw Error{Aborted}. At most 0.5
+    // s.
+    void close();
+
+    // One of the properties (vxcamkit/property.h): "gain", "register:0x10". get() asks the camera;
+    // set() has it take the value, waits until it has, and returns what it says, or the value
+    // itself where it cannot be asked. Throws Error: Usage for a name or a value that there is not,
+    // before anything is sent; Timeout, LinkLost; Camera when it reports an error.
+    Value get(const std::string& name);
+    Value set(const std::string& name, const Value& value);
+
+    // All settings that the camera tells, asked for now, and those that it does not tell and that
+    // were set here. One that it does not answer to is left out, and not asked for again.
+    Snapshot snapshot();
+
+    // Sends the settings that were made with set() again, in the order of the table, and reads them
+    // back. What could not be restored, and why; empty if all was.
+    std::string restore();
+
+    // Starts a readout. Throws Error: Usage for a plan that this camera cannot take, before
+    // anything is sent, and while a readout runs; what else goes wrong on the way. A readout that
+    // was abandoned is ended on the camera first, so that none of its frames is taken for one of
+    // this.
+    Stream stream(const Plan& plan = {});
+
+    // Takes one frame, of a plan for one. Throws IncompleteFrame, which has the frame, and what
+    // Stream::next() throws.
+    Frame grab(const Plan& plan = {});
+
+    // Ends the readout that runs, if one does: its consumer gets Error{Aborted}.
+    void abort();
+
+    // Calls the handler with all that the camera tells from now on, on a thread of the kit's, one
+    // event at a time. It may use the camera.
+    Subscription onEvent(EventHandler handler);
+
+    // Cools the sensor slowly, and warms it up again. Lives as long as the camera.
+    Cooler& cooler();
+
+    Size sensor() const;
+    const Identity& identity() const;
+    std::string target() const; // as it was opened
+    Statistics statistics() const;
+    // Camera time by wall-clock time: 1, except for the simulated camera.
+    double timeScale() const;
+
+    // Of the C interface (vxcamiface.h), for what it offers beyond; -1 when closed. The kit has the
+    // frame, link, heartbeat, error and user-defined callbacks, and the readouts.
+    int handle() const;
+
+private:
+    explicit Camera(std::shared_ptr<CameraCore> core);
+    std::shared_ptr<CameraCore> core_;
+};
+
+} // namespace vxcam
+
+#endif

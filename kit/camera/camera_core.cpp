@@ -1,0 +1,234 @@
+#include "camera/camera_core.h"
+
+#include "readout/frame_facts.h"
+
+#include "vxcamiface.h"
+
+#include <algorithm>
+
+namespace vxcam {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kFirstHeartbeat(1500); // from the opening on
+constexpr milliseconds kLater(50);
+constexpr std::chrono::seconds kTemperatureAge(30); // older ones say nothing
+
+} // namespace
+
+CameraCore::CameraCore(const Target& target, const OpenOptions& options)
+    : target_(target), options_(options), cooler_(*this)
+{}
+
+CameraCore::~CameraCore()
+{
+    close();
+}
+
+double CameraCore::timeScale() const
+{
+    return target_.kind == Target::Kind::Simulator ? target_.simulator.timeScale : 1.0;
+}
+
+Statistics CameraCore::statistics() const
+{
+    tsStatistics figures{};
+    VXGetStatistics(handle_, &figures, sizeof figures);
+    Statistics result;
+    result.bytesReceived = figures.BytesReceived;
+    result.bytesSent = figures.BytesSent;
+    result.messagesReceived = figures.MessagesReceived;
+    result.messagesBad = figures.MessagesBad;
+    result.messagesSent = figures.MessagesSent;
+    result.bytesSkipped = figures.BytesSkipped;
+    result.connectionsLost = figures.ConnectionsLost;
+    result.reconnects = figures.Reconnects;
+    result.heartbeats = figures.HeartBeats;
+    result.cameraErrors = figures.CameraErrors;
+    result.requestsSent = figures.RequestsSent;
+    result.requestsAnswered = figures.RequestsAnswered;
+    result.requestsTimedOut = figures.RequestsTimedOut;
+    result.framesComplete = figures.FramesComplete;
+    result.framesIncomplete = figures.FramesIncomplete;
+    result.framesFailed = figures.FramesFailed;
+    result.framesAborted = figures.FramesAborted;
+    result.packetsReceived = figures.PacketsReceived;
+    result.packetsMissing = figures.PacketsMissing;
+    result.packetsDuplicate = figures.PacketsDuplicate;
+    return result;
+}
+
+std::shared_ptr<StreamCore> CameraCore::present() const
+{
+    std::lock_guard<std::mutex> guard(state_);
+    return stream_;
+}
+
+// ---- What the camera tells --------------------------------------------------------------------
+
+std::optional<Temperatures> CameraCore::lastTemperatures() const
+{
+    std::lock_guard<std::mutex> guard(state_);
+    const bool isOld = steady_clock::now() - temperatureTime_ > kTemperatureAge;
+    return isOld ? std::nullopt : temperatures_;
+}
+
+std::optional<Temperatures> CameraCore::temperatures()
+{
+    {
+        std::unique_lock<std::mutex> guard(state_);
+        changed_.wait_until(guard, opened_ + kFirstHeartbeat,
+                            [this] { return isClosed_ || temperatures_.has_value(); });
+    }
+    return lastTemperatures();
+}
+
+uint64_t CameraCore::complaints() const
+{
+    std::lock_guard<std::mutex> guard(state_);
+    return complaintCount_;
+}
+
+void CameraCore::throwComplaint(uint64_t before) const
+{
+    Complaint first;
+    {
+        std::lock_guard<std::mutex> guard(state_);
+        if (complaintCount_ <= before) return;
+        const uint64_t behind = std::min<uint64_t>(complaintCount_ - before, complaintList_.size());
+        first = complaintList_[complaintList_.size() - behind];
+    }
+    throw Error(ErrorKind::Camera, target_.text() + ": " + complaintText(first), first.code,
+                first.subCode);
+}
+
+// ---- Commands ---------------------------------------------------------------------------------
+
+void CameraCore::fail(ErrorKind kind, const std::string& text) const
+{
+    throw Error(kind, target_.text() + ": " + text);
+}
+
+void CameraCore::requireOpen() const
+{
+    if (isClosed_) fail(ErrorKind::Aborted, "the camera is closed");
+}
+
+void CameraCore::require(int result, const std::string& what)
+{
+    if (result == eVXOk) return;
+    requireOpen();
+    bool isLinkUp = true;
+    std::string words;
+    {
+        std::lock_guard<std::mutex> guard(state_);
+        isLinkUp = isLinkUp_;
+        words = lastWords_;
+    }
+    if (!isLinkUp) {
+        fail(ErrorKind::LinkLost, what + ": the connection is lost" +
+                                      (words.empty() ? "" : "; the camera's last words: " + words));
+    }
+    if (result == eVXTimeout) fail(ErrorKind::Timeout, what + ": the camera does not answer");
+    fail(ErrorKind::Camera, what + ": the command failed (" + std::to_string(result) + ")");
+}
+
+void CameraCore::roundTrip()
+{
+    long exposure = 0;
+    require(VXGetExposureTime(handle_, &exposure), "exposure time");
+}
+
+CameraCore::Command::Command(CameraCore& core) : core_(core), guard_(core.commands_)
+{
+    core_.requireOpen();
+    {
+        std::lock_guard<std::mutex> guard(core_.state_);
+        ++core_.commandsUnderWay_;
+        held_ = core_.stream_;
+    }
+    if (held_) held_->commandBegins();
+    try {
+        core_.restoreIfLost();
+        core_.clearAway();
+    } catch (const Error&) { // what comes next will fail in its own way
+    }
+}
+
+CameraCore::Command::~Command()
+{
+    if (held_) held_->commandEnds();
+    std::lock_guard<std::mutex> guard(core_.state_);
+    --core_.commandsUnderWay_;
+}
+
+// ---- Readouts ---------------------------------------------------------------------------------
+
+// Ends the last readout on the camera, if it is over here. The answer to a question behind the
+// abort comes behind all that was still under way, and the settings are put back. Called with
+// commands_.
+void CameraCore::clearAway()
+{
+    const std::shared_ptr<StreamCore> stream = present();
+    {
+        std::lock_guard<std::mutex> guard(state_);
+        if (isCleared_ || isClearing_ || !stream || stream->isRunning()) return;
+    }
+    isClearing_ = true;
+    const std::unique_ptr<bool, void (*)(bool*)> done(&isClearing_,
+                                                      [](bool* flag) { *flag = false; });
+    if (!stream->isWhole()) {
+        VXAbortRead(handle_);
+        roundTrip();
+    }
+    undoPlan();
+    std::lock_guard<std::mutex> guard(state_);
+    isCleared_ = true;
+}
+
+void CameraCore::abort()
+{
+    const std::shared_ptr<StreamCore> stream = present();
+    if (!stream || !stream->isRunning()) return;
+    stream->finish(ReadoutEnd::Aborted, ErrorKind::Aborted, "the readout was aborted");
+    VXAbortRead(handle_);
+}
+
+// Runs on the keeper's thread.
+std::optional<SteadyTime> CameraCore::watch()
+{
+    if (isClosed_) return std::nullopt;
+    const std::shared_ptr<StreamCore> stream = present();
+    if (!stream || !stream->isRunning()) return lookAfter();
+    if (VXReadoutResult(handle_) == eReadoutNotSent) {
+        stream->finish(ReadoutEnd::LinkLost, ErrorKind::LinkLost,
+                       "the command of the readout could not be sent");
+    }
+    tsStatistics figures{};
+    VXGetStatistics(handle_, &figures, sizeof figures);
+    const auto next = stream->watch(steady_clock::now(), figures.PacketsReceived);
+    return next ? next : lookAfter();
+}
+
+// What is left to do when no readout runs: every command does it first, so one that does nothing
+// else. Who makes the camera do something just now does it anyway; a readout that they start is not
+// to wait for this thread.
+std::optional<SteadyTime> CameraCore::lookAfter()
+{
+    {
+        std::lock_guard<std::mutex> guard(state_);
+        if (isCleared_ && !(isRestoreDue_ && isLinkUp_)) return std::nullopt;
+    }
+    const std::unique_lock<std::recursive_mutex> guard(commands_, std::try_to_lock);
+    if (!guard.owns_lock()) return steady_clock::now() + kLater;
+    try {
+        const Command command(*this);
+    } catch (const Error&) { // closed meanwhile
+    }
+    return std::nullopt;
+}
+
+} // namespace vxcam

@@ -1,0 +1,161 @@
+// What is behind a Camera.
+#ifndef VXCAMKIT_CAMERA_CORE_H
+#define VXCAMKIT_CAMERA_CORE_H
+
+#include "camera/event_queue.h"
+#include "camera/keeper.h"
+#include "camera/simulator.h"
+#include "readout/stream_core.h"
+
+#include <vxcamkit/camera.h>
+#include <vxcamkit/cooler.h>
+#include <vxcamkit/property.h>
+#include <vxcamkit/property_access.h>
+#include <vxcamkit/settings.h>
+
+#include "vxcamext.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <set>
+#include <utility>
+
+namespace vxcam {
+
+// Threads: as Camera; the callbacks run on the library's receive thread, watch() on the keeper's.
+// Locks: `commands_` is held by whoever makes the camera do something, for as long as that takes;
+//   `state_` guards what is told and is never held while calling out. Order: commands_, state_.
+// Owns: all that Camera says.
+class CameraCore : public Access, public std::enable_shared_from_this<CameraCore>
+{
+public:
+    static std::shared_ptr<CameraCore> open(const Target& target, const OpenOptions& options);
+    CameraCore(const Target& target, const OpenOptions& options); // of open()
+    ~CameraCore() override;
+    CameraCore(const CameraCore&) = delete;
+    CameraCore& operator=(const CameraCore&) = delete;
+
+    void close();
+    std::shared_ptr<StreamCore> stream(const Plan& plan);
+    void abort();
+    Subscription onEvent(EventHandler handler) { return events_.listen(std::move(handler)); }
+
+    Cooler& cooler() { return cooler_; }
+    Value get(const std::string& name);
+    Value set(const std::string& name, const Value& value);
+    Snapshot snapshot();
+    std::string restore();
+
+    const Identity& identity() const { return identity_; }
+    const Target& target() const { return target_; }
+    double timeScale() const;
+    Statistics statistics() const;
+    bool isClosed() const { return isClosed_; }
+    std::optional<Temperatures> lastTemperatures() const; // as temperatures(), without waiting
+
+    // ---- Access
+    int handle() const override { return handle_; }
+    Size sensor() const override { return sensor_; }
+    std::optional<Temperatures> temperatures() override;
+    uint64_t complaints() const override;
+    void throwComplaint(uint64_t before) const override;
+    void require(int result, const std::string& what) override;
+    void roundTrip() override;
+
+    // While one lives, its thread alone makes the camera do something, and what an abandoned
+    // readout left behind has been cleared away.
+    class Command
+    {
+    public:
+        explicit Command(CameraCore& core);
+        ~Command();
+        Command(const Command&) = delete;
+        Command& operator=(const Command&) = delete;
+
+    private:
+        CameraCore& core_;
+        std::unique_lock<std::recursive_mutex> guard_;
+        std::shared_ptr<StreamCore> held_;
+    };
+
+private:
+    struct Callbacks;
+    // opening.cpp
+    void connect();
+    void openAt(const std::string& host, uint16_t port);
+    void openSerial();
+    void listen();
+    void identify();
+
+    // camera_settings.cpp
+    std::optional<Value> learn(const std::string& name);
+    void survey();
+    void keep(const PropertyName& name, const Value& asked, const Value& told);
+    Value sendTrigger(const PropertyName& name, const Value& value);
+    std::string sendAgain();
+    void restoreIfLost();
+    Error named(const Error& error) const;
+
+    // starting.cpp
+    void checkPlan(const Plan& plan) const;
+    void apply(const std::string& name, const Value& value);
+    void applyPlan(const Plan& plan);
+    void undoPlan();
+    void abandonPlan();
+    bool isNoAreaKnown() const;
+    void fillFacts(const Plan& plan, FrameFacts* facts);
+    ExposurePlan exposurePlan(std::chrono::nanoseconds exposure);
+    StreamSetup setUp(const Plan& plan);
+    std::shared_ptr<FramePool> poolFor(const Plan& plan, const FrameFacts& facts);
+    int sendReadout(const StreamSetup& setup);
+
+    void readoutEnded();
+    void clearAway();
+    std::optional<SteadyTime> watch();
+    std::optional<SteadyTime> lookAfter();
+    std::shared_ptr<StreamCore> present() const;
+    void requireOpen() const;
+    [[noreturn]] void fail(ErrorKind kind, const std::string& text) const;
+
+    const Target target_;
+    const OpenOptions options_;
+    std::unique_ptr<Simulator> simulator_;
+    int handle_ = -1;
+    Size sensor_;
+    Identity identity_;
+    SteadyTime opened_;
+    std::atomic<bool> isClosed_{false};
+    std::mutex closing_;
+
+    std::recursive_mutex commands_;
+    // With commands_.
+    bool isClearing_ = false, isRestoring_ = false;
+    std::vector<std::pair<PropertyName, Value>> undo_; // what a plan changed, and what was there
+    std::shared_ptr<FramePool> pool_;
+    std::set<std::string> unanswered_; // properties that the camera does not answer to
+    Settings made_;                    // by the application
+    Snapshot settings_;                // in force
+    bool isSurveyed_ = false;          // settings_ holds all
+
+    mutable std::mutex state_;
+    mutable std::condition_variable changed_;
+    std::shared_ptr<StreamCore> stream_; // the last one
+    bool isCleared_ = true;              // nothing is left of it on the camera
+    int commandsUnderWay_ = 0;
+    bool isLinkUp_ = true;
+    std::string lastWords_;
+    bool isRestoreDue_ = false; // the link was lost, and with it, maybe, the settings
+    std::optional<Temperatures> temperatures_;
+    SteadyTime temperatureTime_;
+    uint64_t complaintCount_ = 0;
+    std::vector<Complaint> complaintList_; // the last ones
+
+    EventQueue events_;
+    std::unique_ptr<Keeper> keeper_;
+    Cooler cooler_;
+};
+
+} // namespace vxcam
+
+#endif

@@ -1,0 +1,299 @@
+// From a target to an open camera.
+#include "camera/camera_core.h"
+#include "camera/probe.h"
+#include "readout/frame_facts.h"
+#include "readout/host_clock.h"
+
+#include <vxcamkit/discover.h>
+
+#include "vxcamiface.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <map>
+
+namespace vxcam {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kProbePatience(3000);
+constexpr milliseconds kNoAnswer(9000); // of the ten seconds that the library waits for an answer
+constexpr int kUnknownSize = 65535;
+constexpr int kHeaderBytes = 12, kIdAt = 9; // of a message
+constexpr double kHeartbeatUnits = 10.0;    // in a degree Celsius
+constexpr size_t kMostComplaintsKept = 64;
+
+// Bytes of the hardware information, of cameras that lay it out like this.
+constexpr size_t kSerialAt = 0, kNameAt = 4, kNameBytes = 32, kVersionAt = 36, kBitsAt = 40;
+
+Identity identityOf(const TVXCameraHardware& hardware)
+{
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&hardware);
+    const uint8_t* const nameEnd = std::find(bytes + kNameAt, bytes + kNameAt + kNameBytes, 0);
+    const std::string name(bytes + kNameAt, nameEnd);
+    const bool isKnown = !name.empty() && name.size() < kNameBytes &&
+                         std::all_of(name.begin(), name.end(), [](unsigned char character) {
+                             return std::isprint(character) != 0;
+                         });
+    if (!isKnown) return {};
+    uint32_t serial = 0, version = 0;
+    uint16_t bits = 0;
+    std::memcpy(&serial, bytes + kSerialAt, sizeof serial);
+    std::memcpy(&version, bytes + kVersionAt, sizeof version);
+    std::memcpy(&bits, bytes + kBitsAt, sizeof bits);
+    return {name, std::to_string(serial),
+            std::to_string(version >> 16U) + "." + std::to_string(version & 0xFFFFU), bits};
+}
+
+// Cameras by their handles, for the one callback that has no pointer of the application's. Never
+// destroyed: a camera's thread may still run at exit.
+struct Registry {
+    std::mutex lock;
+    std::map<int, std::weak_ptr<CameraCore>> cameras;
+};
+
+Registry& registry()
+{
+    static Registry& registry = *new Registry;
+    return registry;
+}
+
+} // namespace
+
+struct CameraCore::Callbacks {
+    static CameraCore& of(void* user) { return *static_cast<CameraCore*>(user); }
+
+    static void frame(int, const tsFrameRecord* record, void* user)
+    {
+        CameraCore& camera = of(user);
+        const std::shared_ptr<StreamCore> stream = camera.present();
+        if (!stream) return;
+        Arrival arrival;
+        tsStatistics figures{};
+        VXGetStatistics(camera.handle_, &figures, sizeof figures);
+        arrival.packets = figures.PacketsReceived;
+        if (const auto temperatures = camera.lastTemperatures()) {
+            arrival.sensorTemperature = temperatures->sensor;
+            arrival.boardTemperature = temperatures->board;
+        }
+        if (camera.simulator_ && record->Outcome != eFrameCut) {
+            arrival.trueSum = camera.simulator_->sumOf(record->Frame);
+        }
+        stream->take(*record, arrival);
+    }
+
+    static void link(int, const tsLinkRecord* record, void* user)
+    {
+        CameraCore& camera = of(user);
+        const bool isUp = record->Event == eLinkRestored;
+        const std::string words = record->LastWords != nullptr ? record->LastWords : "";
+        {
+            std::lock_guard<std::mutex> guard(camera.state_);
+            camera.isLinkUp_ = isUp;
+            camera.temperatures_.reset();
+            if (!isUp) camera.lastWords_ = words;
+            camera.isRestoreDue_ = true;
+        }
+        const std::shared_ptr<StreamCore> stream = camera.present();
+        if (!isUp && stream) {
+            stream->finish(ReadoutEnd::LinkLost, ErrorKind::LinkLost,
+                           "the connection was lost during the readout" +
+                               (words.empty() ? "" : "; the camera's last words: " + words));
+        }
+        Event event;
+        event.kind = isUp ? EventKind::LinkRestored : EventKind::LinkLost;
+        event.time = momentOf(record->Time);
+        event.text = words;
+        camera.events_.post(std::move(event));
+        camera.keeper_->wake();
+    }
+
+    static void heartbeat(int, const tsHeartBeatRecord* record, void* user)
+    {
+        CameraCore& camera = of(user);
+        const Temperatures told{static_cast<int16_t>(record->CCDTemp) / kHeartbeatUnits,
+                                static_cast<int16_t>(record->BoardTemp) / kHeartbeatUnits};
+        Event event;
+        event.time = momentOf(record->Time);
+        event.sensorTemperature = told.sensor;
+        event.boardTemperature = told.board;
+        event.bytes.assign(record->Payload, record->Payload + record->Bytes);
+        {
+            std::lock_guard<std::mutex> guard(camera.state_);
+            camera.temperatures_ = told;
+            camera.temperatureTime_ = steady_clock::now();
+            camera.changed_.notify_all();
+        }
+        camera.events_.post(std::move(event));
+    }
+
+    // An error while a command waits for its answer is that command's.
+    static void error(int, const tsCameraErrorRecord* record, void* user)
+    {
+        CameraCore& camera = of(user);
+        Complaint complaint{static_cast<int>(record->Code), static_cast<int>(record->SubCode),
+                            record->Text};
+        Event event;
+        event.kind = EventKind::CameraError;
+        event.time = momentOf(record->Time);
+        event.code = complaint.code;
+        event.subCode = complaint.subCode;
+        event.readout = record->Readout;
+        event.text = complaint.text;
+        bool isOfCommand = false;
+        {
+            std::lock_guard<std::mutex> guard(camera.state_);
+            isOfCommand = camera.commandsUnderWay_ > 0;
+            ++camera.complaintCount_;
+            if (camera.complaintList_.size() >= kMostComplaintsKept) {
+                camera.complaintList_.erase(camera.complaintList_.begin());
+            }
+            camera.complaintList_.push_back(complaint);
+        }
+        camera.events_.post(std::move(event));
+        if (const auto stream = camera.present()) {
+            stream->complain(std::move(complaint), !isOfCommand);
+        }
+    }
+
+    static void message(int handle, void* message, int length)
+    {
+        std::shared_ptr<CameraCore> camera;
+        {
+            std::lock_guard<std::mutex> guard(registry().lock);
+            const auto found = registry().cameras.find(handle);
+            if (found != registry().cameras.end()) camera = found->second.lock();
+        }
+        if (!camera) return;
+        const auto* const bytes = static_cast<const uint8_t*>(message);
+        Event event;
+        event.kind = EventKind::Message;
+        event.time = presentMoment();
+        event.code = bytes[kIdAt] | bytes[kIdAt + 1] << 8U | bytes[kIdAt + 2] << 16U;
+        event.bytes.assign(bytes + kHeaderBytes, bytes + kHeaderBytes + length);
+        camera->events_.post(std::move(event));
+    }
+};
+
+std::shared_ptr<CameraCore> CameraCore::open(const Target& target, const OpenOptions& options)
+{
+    auto camera = std::make_shared<CameraCore>(target, options);
+    try {
+        camera->connect();
+        camera->listen();
+        camera->identify();
+    } catch (...) {
+        camera->close();
+        throw;
+    }
+    return camera;
+}
+
+void CameraCore::connect()
+{
+    if (target_.kind == Target::Kind::Serial) return openSerial();
+    if (target_.kind == Target::Kind::Network) return openAt(target_.host, target_.port);
+    simulator_ = std::make_unique<Simulator>(target_.simulator);
+    openAt("127.0.0.1", simulator_->start());
+}
+
+// A camera that was just left by another client may have noticed that only now.
+void CameraCore::openAt(const std::string& host, uint16_t port)
+{
+    const std::string place = host + ":" + std::to_string(port);
+    for (int tries = 0; tries < 2; ++tries) {
+        const auto start = steady_clock::now();
+        handle_ = VXOpenENetCamera(host.c_str(), port);
+        if (handle_ >= 0) return;
+        const bool isSilent = steady_clock::now() - start >= kNoAnswer;
+        const Probe found = probe(host, port, kProbePatience);
+        switch (found.outcome) {
+        case Probe::Outcome::NoName:
+            fail(ErrorKind::NotFound, "the host '" + host + "' is not known: " + found.words);
+        case Probe::Outcome::Unreachable:
+            fail(ErrorKind::NotFound, "no camera answers at " + place + ": " + found.words);
+        case Probe::Outcome::InUse:
+            fail(ErrorKind::Busy, "the camera serves somebody else: " + found.words);
+        case Probe::Outcome::Turned:
+            fail(ErrorKind::Busy, "the camera turns the connection away without a word; "
+                                  "it may serve somebody else");
+        case Probe::Outcome::Reached:
+            break;
+        }
+        if (isSilent) break;
+    }
+    fail(ErrorKind::Timeout, "what listens at " + place + " does not answer like a camera");
+}
+
+void CameraCore::openSerial()
+{
+    const std::vector<FoundCamera> cameras = discover();
+    std::string others;
+    for (const FoundCamera& camera : cameras) {
+        if (camera.serial == target_.serial)
+            return openAt(camera.paths.front().address, camera.port);
+        others += (others.empty() ? "" : ", ") + std::to_string(camera.serial);
+    }
+    fail(ErrorKind::NotFound,
+         "no camera with this serial number answers on " + textOf(hostInterfaces()) +
+             (others.empty() ? "; none answers at all" : "; found: " + others));
+}
+
+void CameraCore::listen()
+{
+    {
+        std::lock_guard<std::mutex> guard(registry().lock);
+        registry().cameras[handle_] = weak_from_this();
+    }
+    opened_ = steady_clock::now();
+    keeper_ = std::make_unique<Keeper>([this] { return watch(); });
+    VXOverrideImageTimout(handle_, -1); // the keeper watches
+    VXSetFrameCallback(handle_, Callbacks::frame, this);
+    VXSetLinkCallback(handle_, Callbacks::link, this);
+    VXSetHeartBeatRecordCallback(handle_, Callbacks::heartbeat, this);
+    VXSetCameraErrorCallback(handle_, Callbacks::error, this);
+    VXSetUserDefinedCallback(handle_, Callbacks::message);
+}
+
+void CameraCore::identify()
+{
+    const Command command(*this);
+    TVXCameraHardware hardware{};
+    int size = sizeof hardware;
+    require(VXGetCameraHardwareInfo(handle_, &hardware, &size), "hardware information");
+    if (hardware.Columns == 0 || hardware.Columns == kUnknownSize || hardware.Rows == 0 ||
+        hardware.Rows == kUnknownSize) {
+        fail(ErrorKind::Camera, "the camera does not tell the size of its sensor");
+    }
+    sensor_ = {hardware.Columns, hardware.Rows};
+    identity_ = identityOf(hardware);
+}
+
+void CameraCore::close()
+{
+    std::lock_guard<std::mutex> closing(closing_);
+    if (isClosed_.exchange(true)) return;
+    if (const auto stream = present()) {
+        stream->finish(ReadoutEnd::Closed, ErrorKind::Aborted, "the camera was closed");
+    }
+    {
+        std::lock_guard<std::mutex> guard(state_);
+        changed_.notify_all();
+    }
+    if (handle_ >= 0) {
+        VXCloseCamera(handle_);
+        std::lock_guard<std::mutex> guard(registry().lock);
+        registry().cameras.erase(handle_);
+    }
+    cooler_.close();
+    if (keeper_) keeper_->stop();
+    events_.stop();
+    std::lock_guard<std::recursive_mutex> guard(commands_);
+    simulator_.reset();
+}
+
+} // namespace vxcam

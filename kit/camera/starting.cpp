@@ -1,0 +1,297 @@
+// From a plan to a readout that runs.
+#include "camera/camera_core.h"
+#include "readout/host_clock.h"
+
+#include "vxcamiface.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+namespace vxcam {
+
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr int kMostFrames = 32767;
+constexpr int kUsualBuffers = 8, kMostBuffers = 1024;
+constexpr size_t kUsualBytes = size_t{256} << 20;
+constexpr int kBinnedBits = 32;
+constexpr unsigned short kShutterStaysClosed = 0x0001; // flag of an area readout
+constexpr int kMostFactor = 65535, kMostTable = 7, kMostFlags = 65535;
+
+bool isDark(const Plan& plan)
+{
+    return plan.type == FrameType::Dark || plan.type == FrameType::Bias;
+}
+
+std::optional<microseconds> exposureOf(const Plan& plan)
+{
+    if (!plan.exposure && plan.type == FrameType::Bias) return microseconds(0);
+    return plan.exposure;
+}
+
+Area areaOf(const Value& value)
+{
+    const auto at = [&](size_t i) { return static_cast<int>(value[i].toInt()); };
+    return {at(0), at(1), at(2), at(3)};
+}
+
+double parsedTemperature(const std::string& text)
+{
+    return std::strtod(text.c_str(), nullptr);
+}
+
+std::string sizeText(const Size& size)
+{
+    return std::to_string(size.columns) + " x " + std::to_string(size.rows);
+}
+
+} // namespace
+
+void CameraCore::checkPlan(const Plan& plan) const
+{
+    const auto refuse = [this](const std::string& text) { fail(ErrorKind::Usage, text); };
+    const bool isArea = plan.kind == ReadoutKind::Area;
+    if (plan.frames < 0 || plan.frames > kMostFrames) refuse("frames: 0 to 32767");
+    if (isArea && plan.bits != 8 && plan.bits != 16) refuse("bits: 8 or 16 of the area kind");
+    if (!isArea && plan.bits != 16 && plan.bits != kBinnedBits)
+        refuse("bits: binned pixels have 32");
+    if (plan.exposure) {
+        const microseconds most{milliseconds(std::numeric_limits<uint32_t>::max())};
+        if (*plan.exposure < microseconds(0) || *plan.exposure > most) {
+            refuse("exposure: 0 to 4294967295 ms");
+        }
+        if (*plan.exposure % milliseconds(1) != microseconds(0)) {
+            refuse("exposure: the finest step is 1 ms");
+        }
+    }
+    if (plan.area && !isArea) refuse("area: binned readouts are of the whole sensor");
+    if (plan.area && !plan.area->fits(sensor_)) {
+        refuse("area: no part of the sensor of " + sizeText(sensor_) + " pixels");
+    }
+    if ((plan.binningX || plan.binningY) && plan.kind != ReadoutKind::Binned) {
+        refuse("binning: of the binned kind only");
+    }
+    for (const std::optional<int>& factor : {plan.binningX, plan.binningY}) {
+        if (factor && (*factor < 1 || *factor > kMostFactor)) refuse("binning: 1 to 65535");
+    }
+    if (plan.mode < 0 || plan.mode > (isArea ? kMostFlags : kMostTable)) {
+        refuse(isArea ? "mode: flags of 16 bits" : "mode: a table from 0 to 7");
+    }
+    if (plan.buffers < 0 || plan.buffers > kMostBuffers) refuse("buffers: 0 to 1024");
+    if (plan.timeout && *plan.timeout <= milliseconds(0)) refuse("time-out: more than 0");
+}
+
+// Sets a property for this readout, and remembers what it was before.
+void CameraCore::apply(const std::string& name, const Value& value)
+{
+    const PropertyName property = findProperty(name);
+    Value before = value;
+    if (property.property->isReadable()) {
+        before = readProperty(*this, property);
+        if (before == checkedValue(*this, property, value)) return;
+    }
+    undo_.emplace_back(property, before);
+    sendProperty(*this, property, value);
+}
+
+void CameraCore::applyPlan(const Plan& plan)
+{
+    const bool isArea = plan.kind == ReadoutKind::Area;
+    if (const auto exposure = exposureOf(plan)) apply("exposure", Value(*exposure));
+    if (plan.area) {
+        const Value regions = learn("area-regions").value_or(Value());
+        apply("area", Value::list({plan.area->column, plan.area->row, plan.area->columns,
+                                   plan.area->rows}));
+        if (regions.size() > 0) undo_.emplace_back(findProperty("area-regions"), regions);
+    } else if (isArea && isNoAreaKnown()) {
+        sendProperty(*this, findProperty("area"), Value());
+    }
+    if (plan.binningX || plan.binningY) {
+        const Value before = learn("simple-binning").value_or(Value::list({0, 0, 0.0}));
+        const auto factor = [](const std::optional<int>& wanted, const Value& set) {
+            return Value(wanted ? int64_t{*wanted} : std::max<int64_t>(set.toInt(), 1));
+        };
+        apply("simple-binning", Value::list({factor(plan.binningY, before[0]),
+                                             factor(plan.binningX, before[1]), before[2]}));
+    }
+    if (isDark(plan) && !isArea) {
+        const PropertyName shutter = findProperty("shutter-override");
+        const Setting* const made = made_.find(shutter.text);
+        undo_.emplace_back(shutter, made != nullptr ? made->value : Value::list({0, 0}));
+        sendProperty(*this, shutter, Value::list({1, 0}));
+    }
+}
+
+// Neither an area nor regions were set on this connection.
+bool CameraCore::isNoAreaKnown() const
+{
+    int column = 0, row = 0, columns = 0, rows = 0;
+    VXGetCCDArea(handle_, &column, &row, &columns, &rows);
+    return columns <= 0 || rows <= 0;
+}
+
+// Puts back what the plan changed, the last one first.
+void CameraCore::undoPlan()
+{
+    while (!undo_.empty()) {
+        const auto [name, value] = std::move(undo_.back());
+        undo_.pop_back();
+        sendProperty(*this, name, value);
+    }
+}
+
+// The same where the readout does not come about: what went wrong then is told, not this.
+void CameraCore::abandonPlan()
+{
+    try {
+        undoPlan();
+    } catch (const Error&) {
+        undo_.clear();
+    }
+}
+
+void CameraCore::fillFacts(const Plan& plan, FrameFacts* facts)
+{
+    facts->frames = plan.frames;
+    facts->kind = plan.kind;
+    facts->type = plan.type;
+    facts->sensor = sensor_;
+    facts->area = {0, 0, sensor_.columns, sensor_.rows};
+    facts->cameraName = identity_.name;
+    facts->serial = identity_.serial;
+    facts->target = target_.text();
+    const Value exposure = readProperty(*this, findProperty("exposure"));
+    facts->exposure = std::chrono::duration_cast<microseconds>(exposure.toTime());
+    if (plan.kind == ReadoutKind::Area) {
+        const Value area = readProperty(*this, findProperty("area"));
+        const Value regions = area.isNothing() ? learn("area-regions").value_or(Value()) : Value();
+        for (size_t i = 0; i < regions.size(); ++i) {
+            facts->regions.push_back(areaOf(regions[i]));
+        }
+        if (!area.isNothing()) facts->area = areaOf(area);
+    }
+    if (!plan.settings) return;
+    survey();
+    facts->settings = settings_;
+    facts->settings.set("exposure", exposure);
+    const std::string* const target = settings_.find("target-temp");
+    if (target != nullptr) facts->targetTemperature = parsedTemperature(*target);
+}
+
+ExposurePlan CameraCore::exposurePlan(std::chrono::nanoseconds exposure)
+{
+    const auto onWall = [this](std::chrono::nanoseconds time) {
+        return std::chrono::duration_cast<std::chrono::nanoseconds>(time / timeScale());
+    };
+    ExposurePlan plan;
+    const auto asked = SteadyClock::now();
+    roundTrip();
+    plan.delay = SteadyClock::now() - asked;
+    plan.exposure = onWall(exposure);
+    if (const auto interval = learn("image-interval")) plan.interval = onWall(interval->toTime());
+    const auto trigger = learn("trigger-mode");
+    const std::string mode = trigger ? (*trigger)[0].toText() : "off";
+    plan.firstIsTriggered = mode != "off";
+    plan.eachIsTriggered = mode == "frame" || mode == "exposure";
+    plan.lengthIsTriggered = mode == "exposure";
+    return plan;
+}
+
+StreamSetup CameraCore::setUp(const Plan& plan)
+{
+    StreamSetup setup;
+    setup.plan = plan;
+    setup.handle = handle_;
+    fillFacts(plan, &setup.facts);
+    setup.exposures = exposurePlan(setup.facts.exposure);
+    setup.pool = poolFor(plan, setup.facts);
+    setup.onEnd = [weak = weak_from_this()] {
+        if (const auto camera = weak.lock()) camera->readoutEnded();
+    };
+    return setup;
+}
+
+std::shared_ptr<FramePool> CameraCore::poolFor(const Plan& plan, const FrameFacts& facts)
+{
+    const int bits = plan.kind == ReadoutKind::Area ? plan.bits : kBinnedBits;
+    const Size size = facts.regions.empty() ? facts.area.size() : sensor_;
+    const size_t bytes = size_t(size.columns) * size_t(size.rows) * size_t(bits) / 8;
+    int count = plan.buffers;
+    if (count == 0) {
+        count = static_cast<int>(std::clamp<size_t>(kUsualBytes / bytes, 2, kUsualBuffers));
+    }
+    if (!pool_ || pool_->bytes() != bytes || pool_->count() != count || pool_.use_count() > 1) {
+        pool_ = std::make_shared<FramePool>(bytes, count);
+    }
+    return pool_;
+}
+
+int CameraCore::sendReadout(const StreamSetup& setup)
+{
+    const Plan& plan = setup.plan;
+    const auto frames = static_cast<short>(plan.frames);
+    const auto mode = static_cast<unsigned short>(plan.mode);
+    const auto flags = static_cast<unsigned short>(mode | (isDark(plan) ? kShutterStaysClosed : 0));
+    switch (plan.kind) {
+    case ReadoutKind::Binned:
+        return VXReadCCDBinned(handle_, nullptr, nullptr, frames, mode);
+    case ReadoutKind::MaskBinned:
+        return VXReadCCDMaskBinned(handle_, nullptr, nullptr, frames, mode);
+    case ReadoutKind::Area:
+        break;
+    }
+    return plan.bits == 8 ? VXReadCCDArea8(handle_, nullptr, frames, flags)
+                          : VXReadCCDArea(handle_, nullptr, frames, flags);
+}
+
+std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
+{
+    checkPlan(plan);
+    const Command command(*this);
+    {
+        const std::shared_ptr<StreamCore> last = present();
+        if (last && last->isRunning())
+            fail(ErrorKind::Usage, "a readout is running; stop it first");
+    }
+    clearAway();
+    std::shared_ptr<StreamCore> next;
+    try {
+        applyPlan(plan);
+        next = std::make_shared<StreamCore>(setUp(plan));
+        {
+            std::lock_guard<std::mutex> guard(state_);
+            stream_ = next;
+            isCleared_ = false;
+        }
+        next->begin(SteadyClock::now());
+        require(sendReadout(next->setup()), "readout");
+    } catch (const Error& error) {
+        if (next) next->finish(ReadoutEnd::LinkLost, error.kind(), error.what());
+        abandonPlan();
+        throw named(error);
+    }
+    keeper_->wake();
+    return next;
+}
+
+void CameraCore::readoutEnded()
+{
+    const std::shared_ptr<StreamCore> stream = present();
+    Event event;
+    event.kind = EventKind::ReadoutEnded;
+    event.time = presentMoment();
+    if (stream) {
+        event.readout = stream->readout();
+        event.text = nameOf(stream->end());
+    }
+    events_.post(std::move(event));
+    keeper_->wake();
+}
+
+} // namespace vxcam

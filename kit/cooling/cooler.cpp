@@ -1,0 +1,180 @@
+#include <vxcamkit/cooler.h>
+
+#include "camera/camera_core.h"
+#include "camera/keeper.h"
+#include "cooling/ramp.h"
+
+#include <algorithm>
+#include <cmath>
+#include <condition_variable>
+#include <mutex>
+
+namespace vxcam {
+
+namespace {
+
+using std::chrono::duration;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kStep(500), kShortestStep(10); // between two looks at the sensor
+constexpr double kColdest = -273, kWarmest = 273;     // degrees Celsius
+constexpr double kMostRamp = 1000, kMostTolerance = 100;
+
+void require(bool isRight, const char* text)
+{
+    if (!isRight) throw Error(ErrorKind::Usage, std::string("cooling: ") + text);
+}
+
+void checkTarget(double target)
+{
+    require(target >= kColdest && target <= kWarmest, "a target is -273 to 273 degrees Celsius");
+}
+
+void checkRamp(double ramp)
+{
+    require(ramp >= 0 && ramp <= kMostRamp, "a ramp is 0 to 1000 degrees a minute");
+}
+
+} // namespace
+
+// Threads: the orders are given on the keeper's, the first ones on the caller's.
+// Locks: its own, never held while the camera is told something; `turn` by whoever does that.
+struct Cooler::Work {
+    CameraCore& camera;
+    std::mutex turn;
+    mutable std::mutex lock;
+    mutable std::condition_variable changed;
+    std::optional<Ramp> ramp;
+    Ramp::Orders orders; // that could not be given yet
+    bool isClosed = false;
+    std::optional<Keeper> keeper;
+
+    explicit Work(CameraCore& owner) : camera(owner) {}
+
+    Ramp::Time now() const
+    {
+        return duration<double>(steady_clock::now().time_since_epoch()) * camera.timeScale();
+    }
+
+    void start(Ramp next)
+    {
+        camera.temperatures(); // the first one may still be on its way
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            if (isClosed) throw Error(ErrorKind::Aborted, "cooling: the camera is closed");
+            ramp.emplace(std::move(next));
+            orders = {};
+            if (!keeper) keeper.emplace([this] { return look(); });
+        }
+        step();
+        keeper->wake();
+    }
+
+    // One look at the sensor, and the orders that follow. Throws what the camera does.
+    void step()
+    {
+        std::lock_guard<std::mutex> myTurn(turn);
+        const auto temperatures = camera.lastTemperatures();
+        Ramp::Orders next;
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            if (!ramp) return;
+            const Ramp::Orders fresh = ramp->step(
+                now(), temperatures ? std::optional<double>(temperatures->sensor) : std::nullopt);
+            if (fresh.setPoint) orders.setPoint = fresh.setPoint;
+            if (fresh.cooling) orders.cooling = fresh.cooling;
+            next = orders;
+        }
+        if (next.setPoint) camera.set("target-temp", *next.setPoint);
+        if (next.cooling) camera.set("cooling", *next.cooling);
+        std::lock_guard<std::mutex> guard(lock);
+        orders = {};
+        changed.notify_all();
+    }
+
+    // What the link or a slow camera prevents is tried again.
+    std::optional<SteadyTime> look()
+    {
+        try {
+            step();
+        } catch (const Error& error) {
+            if (error.kind() != ErrorKind::LinkLost && error.kind() != ErrorKind::Timeout) {
+                std::lock_guard<std::mutex> guard(lock);
+                if (ramp) ramp->fail(error.what());
+                changed.notify_all();
+            }
+        }
+        std::lock_guard<std::mutex> guard(lock);
+        const bool isWatching = ramp && (ramp->isWatching() || orders.setPoint || orders.cooling);
+        if (isClosed || !isWatching) return std::nullopt;
+        const auto pause = duration_cast<milliseconds>(kStep / camera.timeScale());
+        return steady_clock::now() + std::max(pause, kShortestStep);
+    }
+};
+
+Cooler::Cooler(CameraCore& camera) : work_(std::make_unique<Work>(camera)) {}
+
+Cooler::~Cooler()
+{
+    close();
+}
+
+void Cooler::cool(const Cooling& cooling)
+{
+    checkTarget(cooling.target);
+    checkRamp(cooling.ramp);
+    require(cooling.tolerance > 0 && cooling.tolerance <= kMostTolerance,
+            "a tolerance is more than 0 and at most 100 degrees");
+    require(cooling.settle >= milliseconds(0) && cooling.patience > milliseconds(0),
+            "times are not negative");
+    work_->start(Ramp(cooling));
+}
+
+void Cooler::warmUp(const Warming& warming)
+{
+    checkTarget(warming.target);
+    checkRamp(warming.ramp);
+    require(warming.patience > milliseconds(0), "times are not negative");
+    work_->start(Ramp(warming));
+}
+
+void Cooler::stop()
+{
+    std::lock_guard<std::mutex> guard(work_->lock);
+    work_->ramp.reset();
+    work_->orders = {};
+    work_->changed.notify_all();
+}
+
+// The camera is closed: no order can be given any more.
+void Cooler::close()
+{
+    {
+        std::lock_guard<std::mutex> guard(work_->lock);
+        work_->isClosed = true;
+        work_->ramp.reset();
+        work_->changed.notify_all();
+    }
+    if (work_->keeper) work_->keeper->stop();
+}
+
+CoolingState Cooler::state() const
+{
+    std::lock_guard<std::mutex> guard(work_->lock);
+    return work_->ramp ? work_->ramp->state() : CoolingState();
+}
+
+std::optional<CoolingState> Cooler::wait(milliseconds most) const
+{
+    std::unique_lock<std::mutex> guard(work_->lock);
+    const auto isOver = [this] {
+        return !work_->ramp || (work_->ramp->state().isOver() && !work_->orders.cooling);
+    };
+    if (!work_->changed.wait_until(guard, steady_clock::now() + most, isOver)) return std::nullopt;
+    if (!work_->ramp) throw Error(ErrorKind::Aborted, "cooling was stopped");
+    return work_->ramp->state();
+}
+
+} // namespace vxcam

@@ -1,0 +1,57 @@
+// What to tell a cooler from moment to moment, and how far it has come. Knows no camera and no
+// clock.
+#ifndef VXCAMKIT_RAMP_H
+#define VXCAMKIT_RAMP_H
+
+#include <vxcamkit/cooler.h>
+
+#include <chrono>
+#include <optional>
+
+namespace vxcam {
+
+// Threads: one.
+class Ramp
+{
+public:
+    using Time = std::chrono::duration<double>; // of the camera's clock, from any beginning
+
+    explicit Ramp(const Cooling& cooling);
+    explicit Ramp(const Warming& warming);
+
+    // What the camera is to be told now.
+    struct Orders {
+        std::optional<double> setPoint; // degrees Celsius
+        std::optional<bool> cooling;
+    };
+    Orders step(Time now, std::optional<double> temperature);
+
+    // The orders could not be given, and never will.
+    void fail(const std::string& text);
+
+    const CoolingState& state() const { return state_; }
+    bool isWatching() const; // whether step() is still to be called
+
+private:
+    Orders begin(Time now, double temperature);
+    Orders move(Time now);
+    void judge(Time now, double temperature);
+    void judgeWarm(Orders* orders, Time now, double temperature);
+    bool isStuck(Time now, double temperature);
+    void describe();
+
+    const bool isWarming_;
+    const double rampRate_; // degrees a second; 0: at once
+    const double tolerance_;
+    const Time settle_, patience_;
+    CoolingState state_;
+    std::optional<Time> began_, silentSince_;
+    double from_ = 0;            // temperature at the beginning
+    std::optional<Time> within_; // since when
+    double best_ = 0;            // nearest to the target so far
+    Time bestTime_{0};
+};
+
+} // namespace vxcam
+
+#endif

@@ -1,0 +1,90 @@
+#include "readout/frame_facts.h"
+
+#include <cstring>
+
+namespace vxcam {
+
+namespace {
+
+constexpr uint32_t kBitsInByte = 8;
+
+// How many pixels of the sensor are one of the frame, on one axis; 0 where that is not even.
+int factorOf(int sensor, int frame)
+{
+    const int factor = sensor / frame;
+    return factor > 0 && sensor / factor == frame ? factor : 0;
+}
+
+// Of a row of the frame, in its buffer.
+const uint8_t* rowIn(const tsFrameRecord& record, uint32_t row)
+{
+    const size_t element =
+        (static_cast<size_t>(record.FirstRow) + row) * record.Stride + record.FirstColumn;
+    return static_cast<const uint8_t*>(record.Buffer) + element * (record.Bits / kBitsInByte);
+}
+
+} // namespace
+
+Moment momentOf(const tsMoment& moment)
+{
+    using std::chrono::nanoseconds;
+    if (moment.Monotonic == 0) return {};
+    return {UtcTime(nanoseconds(moment.Realtime)), SteadyTime(nanoseconds(moment.Monotonic)), true};
+}
+
+size_t frameBytes(const tsFrameRecord& record)
+{
+    return size_t{record.Rows} * record.Columns * (record.Bits / kBitsInByte);
+}
+
+void fillFacts(const tsFrameRecord& record, FrameFacts* facts)
+{
+    facts->number = static_cast<int>(record.Frame);
+    facts->readout = record.Readout;
+    facts->bits = static_cast<int>(record.Bits);
+    facts->rows = static_cast<int>(record.Rows);
+    facts->columns = static_cast<int>(record.Columns);
+    if (facts->kind != ReadoutKind::Area) {
+        const bool isGrid =
+            facts->kind == ReadoutKind::Binned && record.Rows > 0 && record.Columns > 0;
+        facts->binningX = isGrid ? factorOf(facts->sensor.columns, facts->columns) : 0;
+        facts->binningY = isGrid ? factorOf(facts->sensor.rows, facts->rows) : 0;
+    } else {
+        facts->area = {record.Area[0], record.Area[1], record.Area[2], record.Area[3]};
+        if (facts->area.empty()) facts->area = {0, 0, facts->columns, facts->rows};
+    }
+    facts->imageType = static_cast<int>(record.ImageType);
+    facts->statistic = static_cast<int>(record.Statistic);
+    facts->packetsExpected = record.PacketsExpected;
+    facts->packetsMissing = record.PacketsMissing;
+    facts->packetsMisplaced = record.PacketsMisplaced;
+    facts->packetsDamaged = record.PacketsDamaged;
+    if (record.MissingRows != nullptr) {
+        facts->missingRows.assign(record.MissingRows, record.MissingRows + record.MissingRowCount);
+    }
+    facts->missingRowsKnown = facts->complete() || record.MissingRows != nullptr;
+}
+
+void copyPixels(const tsFrameRecord& record, void* pixels)
+{
+    auto* const to = static_cast<uint8_t*>(pixels);
+    const size_t rowBytes = size_t{record.Columns} * (record.Bits / kBitsInByte);
+    if (record.Stride == record.Columns) {
+        std::memcpy(to, rowIn(record, 0), rowBytes * record.Rows);
+    } else {
+        for (uint32_t row = 0; row < record.Rows; ++row) {
+            std::memcpy(to + row * rowBytes, rowIn(record, row), rowBytes);
+        }
+    }
+    for (uint32_t i = 0; record.MissingRows != nullptr && i < record.MissingRowCount; ++i) {
+        std::memset(to + record.MissingRows[i] * rowBytes, 0, rowBytes);
+    }
+}
+
+std::string complaintText(const Complaint& complaint)
+{
+    return "the camera reports error " + std::to_string(complaint.code) + "-" +
+           std::to_string(complaint.subCode) + ": " + complaint.text;
+}
+
+} // namespace vxcam

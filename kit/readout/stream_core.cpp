@@ -1,0 +1,323 @@
+#include "readout/stream_core.h"
+
+#include "readout/frame_facts.h"
+#include "readout/host_clock.h"
+
+#include "vxcamiface.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace vxcam {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+
+constexpr milliseconds kUsualPatience(20000);
+constexpr milliseconds kTick(50); // how finely the silence of a camera is seen
+constexpr size_t kLeeway = size_t{32} << 20;
+constexpr int kWholePercent = 100;
+
+SteadyTime now()
+{
+    return std::chrono::steady_clock::now();
+}
+
+std::string secondsText(nanoseconds time)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.4g s", std::chrono::duration<double>(time).count());
+    return text;
+}
+
+} // namespace
+
+StreamCore::StreamCore(StreamSetup setup)
+    : setup_(std::move(setup)), patience_(setup_.plan.timeout.value_or(kUsualPatience)),
+      leewayUsed_(std::make_shared<std::atomic<size_t>>(0)), clock_(setup_.exposures)
+{
+    setup_.pool->whenReturned([this] {
+        std::lock_guard<std::mutex> guard(lock_);
+        changed_.notify_all();
+    });
+}
+
+StreamCore::~StreamCore()
+{
+    setup_.pool->whenReturned(nullptr);
+}
+
+void StreamCore::begin(SteadyTime commandSent)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    started_ = lastActivity_ = commandSent;
+    due_ = commandSent + setup_.exposures.exposure;
+}
+
+// ---- Frames -----------------------------------------------------------------------------------
+
+void StreamCore::take(const tsFrameRecord& record, const Arrival& arrival)
+{
+    readout_ = record.Readout;
+    const bool isStored = record.Buffer != nullptr && record.Rows > 0 && record.Columns > 0;
+    if (isStored && isRunning()) {
+        bool isPooled = false;
+        FrameFacts facts = factsOf(record, arrival);
+        std::shared_ptr<void> pixels = room(frameBytes(record), &isPooled);
+        if (pixels) {
+            copyPixels(record, pixels.get());
+            Frame frame(std::move(facts), std::move(pixels));
+            std::lock_guard<std::mutex> guard(lock_);
+            ++(frame.complete() ? books_.complete : books_.incomplete);
+            queue_.push_back({std::move(frame), isPooled});
+            if (isPooled) ++pooledInQueue_;
+            changed_.notify_all();
+        } else if (isRunning()) {
+            std::lock_guard<std::mutex> guard(lock_);
+            ++books_.dropped;
+        }
+    }
+    endFrame(record, arrival);
+}
+
+// Memory for a frame. Null when there is none, and none is waited for.
+std::shared_ptr<void> StreamCore::room(size_t bytes, bool* isPooled)
+{
+    std::unique_lock<std::mutex> guard(lock_);
+    for (;;) {
+        if (end_ != ReadoutEnd::Running) break;
+        std::shared_ptr<void> pixels = setup_.pool->claim();
+        *isPooled = pixels != nullptr;
+        if (pixels || setup_.plan.whenFull == WhenFull::DropNewest) return pixels;
+        if (commands_ > 0 && (*leewayUsed_ == 0 || *leewayUsed_ + bytes <= kLeeway)) {
+            *leewayUsed_ += bytes;
+            const std::shared_ptr<void> memory = allocateFrame(bytes);
+            return {memory.get(), [memory, used = leewayUsed_, bytes](void*) { *used -= bytes; }};
+        }
+        isHeld_ = wasHeld_ = true;
+        changed_.wait(guard);
+        isHeld_ = false;
+        lastActivity_ = now();
+    }
+    return nullptr;
+}
+
+FrameFacts StreamCore::factsOf(const tsFrameRecord& record, const Arrival& arrival)
+{
+    FrameFacts facts = setup_.facts;
+    fillFacts(record, &facts);
+    facts.sensorTemperature = arrival.sensorTemperature;
+    facts.boardTemperature = arrival.boardTemperature;
+    facts.trueSum = arrival.trueSum;
+    std::lock_guard<std::mutex> guard(lock_);
+    const bool wasHeld = std::exchange(wasHeld_, false);
+    std::optional<nanoseconds> exposure;
+    facts.times =
+        clock_.timesOf({facts.number, momentOf(record.CommandBegun), momentOf(record.CommandSent),
+                        momentOf(record.FirstPacket), momentOf(record.LastPacket), wasHeld},
+                       &exposure);
+    facts.times.clock = hostClock();
+    if (setup_.exposures.lengthIsTriggered) {
+        facts.exposure = std::chrono::duration_cast<std::chrono::microseconds>(
+            exposure.value_or(nanoseconds(0)));
+    }
+    facts.dropped = books_.dropped;
+    facts.complaints = complaints_;
+    return facts;
+}
+
+void StreamCore::endFrame(const tsFrameRecord& record, const Arrival& arrival)
+{
+    std::unique_lock<std::mutex> guard(lock_);
+    if (end_ != ReadoutEnd::Running) return;
+    ++frames_;
+    const SteadyTime arrived = now();
+    due_ = dueOfNext(arrived);
+    started_ = due_ - setup_.exposures.exposure;
+    lastActivity_ = arrived;
+    packets_ = arrival.packets;
+    hasPackets_ = false;
+    const bool isLast = record.IsLast != 0;
+    const auto asked = static_cast<uint64_t>(setup_.plan.frames);
+    if (!isLast && (asked == 0 || frames_ < asked)) return;
+    isWhole_ = isLast;
+    const uint64_t came = books_.complete + books_.incomplete + books_.dropped;
+    if (came < asked) {
+        conclude(ReadoutEnd::Incomplete,
+                 Error(ErrorKind::Incomplete, setup_.facts.target + ": " +
+                                                  std::to_string(asked - came) + " of " +
+                                                  std::to_string(asked) + " frames never came"));
+    } else {
+        conclude(books_.complete == came ? ReadoutEnd::Complete : ReadoutEnd::Incomplete,
+                 std::nullopt);
+    }
+    guard.unlock();
+    if (setup_.onEnd) setup_.onEnd();
+}
+
+SteadyTime StreamCore::dueOfNext(SteadyTime now) const
+{
+    return std::max(started_ + setup_.exposures.interval, now) + setup_.exposures.exposure;
+}
+
+// ---- Ends -------------------------------------------------------------------------------------
+
+void StreamCore::conclude(ReadoutEnd end, std::optional<Error> failure)
+{
+    end_ = end;
+    failure_ = std::move(failure);
+    changed_.notify_all();
+}
+
+void StreamCore::finish(ReadoutEnd end, ErrorKind kind, const std::string& text, int code,
+                        int subCode)
+{
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (end_ != ReadoutEnd::Running) return;
+        conclude(end, Error(kind, setup_.facts.target + ": " + text, code, subCode));
+    }
+    if (setup_.onEnd) setup_.onEnd();
+}
+
+void StreamCore::complain(Complaint complaint, bool mayEnd)
+{
+    const std::string text = complaintText(complaint);
+    const int code = complaint.code, subCode = complaint.subCode;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (complaints_.size() < kMostComplaints) complaints_.push_back(std::move(complaint));
+    }
+    if (!mayEnd || !setup_.plan.endOnCameraError) return;
+    finish(ReadoutEnd::CameraError, ErrorKind::Camera, text, code, subCode);
+}
+
+void StreamCore::commandBegins()
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    ++commands_;
+    changed_.notify_all();
+}
+
+void StreamCore::commandEnds()
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    --commands_;
+}
+
+bool StreamCore::waitsForTrigger() const
+{
+    return setup_.exposures.eachIsTriggered || (setup_.exposures.firstIsTriggered && frames_ == 0);
+}
+
+std::optional<SteadyTime> StreamCore::watch(SteadyTime now, uint64_t packets)
+{
+    std::unique_lock<std::mutex> guard(lock_);
+    if (end_ != ReadoutEnd::Running) return std::nullopt;
+    if (packets != packets_) {
+        packets_ = packets;
+        hasPackets_ = true;
+        lastActivity_ = now;
+    }
+    const SteadyTime later = now + kTick;
+    if (isHeld_ || (!hasPackets_ && waitsForTrigger() && !setup_.plan.timeout)) return later;
+    const SteadyTime deadline =
+        (hasPackets_ ? lastActivity_ : std::max(due_, lastActivity_)) + patience_;
+    if (now < deadline) return std::min(later, deadline);
+    guard.unlock();
+    finish(ReadoutEnd::TimedOut, ErrorKind::Timeout,
+           "no image: the camera was silent for " + secondsText(patience_) +
+               (hasPackets_ ? " within a frame" : " beyond the time when one was due"));
+    return std::nullopt;
+}
+
+// ---- The consumer -----------------------------------------------------------------------------
+
+std::optional<Frame> StreamCore::next(std::optional<SteadyTime> deadline)
+{
+    std::unique_lock<std::mutex> guard(lock_);
+    const auto isNews = [this] { return !queue_.empty() || end_ != ReadoutEnd::Running; };
+    if (!deadline) {
+        changed_.wait(guard, isNews);
+    } else if (!changed_.wait_until(guard, *deadline, isNews)) {
+        throw Error(ErrorKind::Timeout,
+                    setup_.facts.target + ": no frame yet; the readout goes on");
+    }
+    if (queue_.empty()) {
+        if (failure_ && !isStopped_) throw Error(*failure_);
+        return std::nullopt;
+    }
+    Queued queued = std::move(queue_.front());
+    queue_.pop_front();
+    ++books_.taken;
+    if (queued.isPooled) --pooledInQueue_;
+    const int outside = setup_.pool->claimed() - pooledInQueue_;
+    guard.unlock();
+    if (!queued.isPooled || outside <= setup_.pool->count() / 2) return std::move(queued.frame);
+    std::shared_ptr<void> pixels = allocateFrame(queued.frame.bytes());
+    std::memcpy(pixels.get(), queued.frame.data(), queued.frame.bytes());
+    return Frame(queued.frame.facts(), std::move(pixels));
+}
+
+void StreamCore::stop()
+{
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        isStopped_ = true;
+    }
+    finish(ReadoutEnd::Aborted, ErrorKind::Aborted, "the readout was stopped");
+}
+
+ReadoutEnd StreamCore::end() const
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    return end_;
+}
+
+std::string StreamCore::endText() const
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    return failure_ ? failure_->what() : "";
+}
+
+StreamBooks StreamCore::books() const
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    return books_;
+}
+
+Progress StreamCore::progress() const
+{
+    const int percent = VXGetReadProgress(setup_.handle, nullptr);
+    const SteadyTime time = now();
+    std::lock_guard<std::mutex> guard(lock_);
+    Progress progress;
+    progress.exposure = std::chrono::duration_cast<milliseconds>(setup_.exposures.exposure);
+    progress.frame = static_cast<int>(frames_) + (end_ == ReadoutEnd::Running ? 1 : 0);
+    if (end_ != ReadoutEnd::Running) {
+        progress.done = 1;
+        return progress;
+    }
+    progress.elapsed = std::clamp(std::chrono::duration_cast<milliseconds>(time - started_),
+                                  milliseconds(0), progress.exposure);
+    if (percent > 0 && percent < kWholePercent) {
+        progress.phase = Progress::Phase::Reading;
+        progress.done = percent / double{kWholePercent};
+    } else if (waitsForTrigger()) {
+        progress.phase = Progress::Phase::Waiting;
+    } else if (time >= due_) {
+        progress.phase = Progress::Phase::Exposed;
+        progress.done = 1;
+    } else {
+        progress.phase = Progress::Phase::Exposing;
+        progress.done = std::chrono::duration<double>(progress.elapsed) /
+                        std::chrono::duration<double>(std::max(progress.exposure, milliseconds(1)));
+    }
+    return progress;
+}
+
+} // namespace vxcam

@@ -1,0 +1,207 @@
+// Properties of an open camera, and what becomes of them when the link was lost.
+#include "kit_support.h"
+
+#include <future>
+#include <map>
+#include <mutex>
+
+using namespace vxcam;
+using testing::HasSubstr;
+
+namespace {
+
+class CameraSettings : public KitCamera
+{
+protected:
+    // Opens one that loses its link on the next heartbeat after so long, and is back as at
+    // power-up.
+    Camera& openRebooting(const OpenOptions& options, const std::string& fault = "reboot")
+    {
+        options_.heartbeatSeconds = 0.01;
+        start(
+            {fault + (fault.find(':') == std::string::npos ? ":" : ",") + "time=0.3,seconds=0.05"});
+        camera_.emplace(Camera::open(place(), options));
+        subscription_ = camera_->onEvent([this](const Event& event) {
+            std::lock_guard<std::mutex> guard(lock_);
+            told_[event.kind].push_back(event);
+        });
+        return *camera_;
+    }
+    std::vector<Event> told(EventKind kind)
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        return told_[kind];
+    }
+    bool await(EventKind kind)
+    {
+        return waitUntil([&] { return !told(kind).empty(); });
+    }
+
+    std::mutex lock_;
+    std::map<EventKind, std::vector<Event>> told_;
+    Subscription subscription_;
+};
+
+} // namespace
+
+TEST_F(CameraSettings, AreReadAndSet)
+{
+    Camera& camera = open();
+    EXPECT_EQ(camera.set("gain", 2).toInt(), 2);
+    EXPECT_EQ(camera.get("gain").toInt(), 2);
+    EXPECT_EQ(camera.set("exposure", 250ms).toTime(), 250ms);
+    EXPECT_EQ(camera.set("trigger-mode", "frame,3,-4").text(), "frame,3,-4");
+    EXPECT_EQ(camera.set("register:0x10", 77).toInt(), 77);
+}
+
+TEST_F(CameraSettings, AreCheckedBeforeAnythingIsSent)
+{
+    Camera& camera = open();
+    const uint64_t sent = camera.statistics().messagesSent;
+    const Error name = errorOf([&] { camera.set("gian", 2); });
+    EXPECT_EQ(name.kind(), ErrorKind::Usage);
+    EXPECT_THAT(name.what(), HasSubstr("did you mean gain"));
+    EXPECT_EQ(errorOf([&] { camera.set("area", "0,0,1000,1"); }).kind(), ErrorKind::Usage);
+    EXPECT_EQ(errorOf([&] { camera.set("cooling", "maybe"); }).kind(), ErrorKind::Usage);
+    EXPECT_EQ(errorOf([&] { camera.set("ccd-temp", 1); }).kind(), ErrorKind::Usage);
+    EXPECT_EQ(camera.statistics().messagesSent, sent);
+}
+
+TEST_F(CameraSettings, RefusedByTheCameraAreItsError)
+{
+    Camera& camera = open();
+    const Error error = errorOf([&] { camera.set("target-temp", -200); });
+    EXPECT_EQ(error.kind(), ErrorKind::Camera);
+    EXPECT_EQ(error.code(), 3);
+    EXPECT_THAT(error.what(), HasSubstr(place()));
+    EXPECT_EQ(camera.set("target-temp", -20).toDouble(), -20);
+}
+
+TEST_F(CameraSettings, RefusedMeanwhileDoNotEndAReadout)
+{
+    Camera& camera = open();
+    Stream stream = camera.stream(planOf(1, 300ms));
+    EXPECT_EQ(errorOf([&] { camera.set("target-temp", -200); }).kind(), ErrorKind::Camera);
+    const std::optional<Frame> frame = stream.next(kPatience);
+    ASSERT_TRUE(frame.has_value());
+    EXPECT_EQ(frame->facts().complaints.size(), 1u);
+}
+
+TEST_F(CameraSettings, GoWithEachFrame)
+{
+    Camera& camera = open();
+    camera.set("exposure", 33ms);
+    camera.set("gain", 3);
+    camera.set("target-temp", -12.5);
+    camera.set("filter", "on,off");
+    const Frame frame = camera.grab(planOf(1, 20ms));
+    const Snapshot& settings = frame.facts().settings;
+    ASSERT_NE(settings.find("gain"), nullptr);
+    EXPECT_EQ(*settings.find("gain"), "3");
+    EXPECT_EQ(*settings.find("exposure"), "20ms") << "that of the plan";
+    EXPECT_EQ(*settings.find("filter"), "on,off") << "which the camera does not tell";
+    EXPECT_EQ(frame.facts().targetTemperature.value(), -12.5);
+    EXPECT_GT(settings.size(), 10u);
+    camera.set("gain", 4);
+    EXPECT_EQ(*camera.grab(planOf(1)).facts().settings.find("gain"), "4");
+    EXPECT_EQ(camera.get("exposure").toTime(), 33ms) << "the plan's was put back";
+}
+
+TEST_F(CameraSettings, AreLeftOutWhereThePlanSaysSo)
+{
+    Camera& camera = open();
+    Plan plan;
+    plan.settings = false;
+    EXPECT_TRUE(camera.grab(plan).facts().settings.empty());
+}
+
+TEST_F(CameraSettings, OnesThatTheCameraDoesNotAnswerToAreAskedForOnce)
+{
+    options_.heartbeatSeconds = 0.02;
+    Camera& camera = open({"no-answer:id=0x8A,times=0"});
+    const Snapshot first = camera.snapshot();
+    EXPECT_GT(first.size(), 10u);
+    EXPECT_LT(timeOf([&] { EXPECT_EQ(camera.snapshot(), first); }), 1s);
+}
+
+TEST_F(CameraSettings, AreSentAgainWhenTheCameraIsBack)
+{
+    Camera& camera = openRebooting({});
+    camera.set("gain", 3);
+    camera.set("exposure", 7ms);
+    camera.set("register:5", 99);
+    ASSERT_TRUE(await(EventKind::SettingsRestored));
+    EXPECT_EQ(told(EventKind::SettingsRestored)[0].text, "");
+    EXPECT_EQ(told(EventKind::LinkLost).size(), 1u);
+    EXPECT_EQ(camera.get("gain").toInt(), 3);
+    EXPECT_EQ(camera.get("exposure").toTime(), 7ms);
+    EXPECT_EQ(camera.get("register:5").toInt(), 99);
+    EXPECT_EQ(*camera.grab().facts().settings.find("gain"), "3");
+}
+
+TEST_F(CameraSettings, AreNotSentAgainWhereThatIsNotWanted)
+{
+    OpenOptions options;
+    options.restore = Restore::None;
+    Camera& camera = openRebooting(options);
+    camera.set("gain", 3);
+    ASSERT_TRUE(await(EventKind::LinkRestored));
+    EXPECT_EQ(camera.get("gain").toInt(), 0);
+    EXPECT_TRUE(told(EventKind::SettingsRestored).empty());
+}
+
+TEST_F(CameraSettings, AreSentAgainWhenAskedFor)
+{
+    OpenOptions options;
+    options.restore = Restore::Ask;
+    Camera& camera = openRebooting(options);
+    camera.set("gain", 3);
+    ASSERT_TRUE(await(EventKind::RestoreAsked));
+    EXPECT_EQ(camera.get("gain").toInt(), 0);
+    EXPECT_EQ(camera.restore(), "");
+    EXPECT_EQ(camera.get("gain").toInt(), 3);
+}
+
+TEST_F(CameraSettings, ThatCannotBeRestoredAreTold)
+{
+    options_.heartbeatSeconds = 0.01;
+    Camera& camera = openRebooting({}, "reboot-resized:rows=32,columns=32");
+    camera.set("gain", 3);
+    camera.set("area", "0,0,96,64");
+    ASSERT_TRUE(await(EventKind::SettingsRestored));
+    EXPECT_THAT(told(EventKind::SettingsRestored)[0].text, HasSubstr("area"));
+    EXPECT_EQ(camera.get("gain").toInt(), 3);
+}
+
+TEST_F(CameraSettings, CanBeReadWhileASlowConsumerHoldsTheCamera)
+{
+    options_.rows = options_.columns = 512;
+    Camera& camera = open();
+    Plan plan = planOf(40, 0ms);
+    plan.buffers = 2;
+    Stream stream = camera.stream(plan);
+    ASSERT_TRUE(waitUntil([&] { return stream.books().complete == 2; }));
+    std::this_thread::sleep_for(50ms);
+    EXPECT_LT(timeOf([&] { EXPECT_EQ(camera.get("gain").toInt(), 0); }), 2s);
+    for (uint32_t i = 1; i <= 40; ++i) {
+        const std::optional<Frame> frame = stream.next(kPatience);
+        ASSERT_TRUE(frame.has_value());
+        ASSERT_EQ(frame->sum(), sumOf(1, i).value()) << i;
+    }
+    EXPECT_FALSE(stream.next(kPatience).has_value());
+    EXPECT_EQ(stream.end(), ReadoutEnd::Complete);
+}
+
+TEST_F(CameraSettings, OfTriggersStartFrames)
+{
+    Camera& camera = open();
+    camera.set("trigger-mode", "frame");
+    Stream stream = camera.stream(planOf(3, 5ms));
+    for (int i = 1; i <= 3; ++i) {
+        camera.set("trigger", 1);
+        const std::optional<Frame> frame = stream.next(kPatience);
+        ASSERT_TRUE(frame.has_value());
+        EXPECT_EQ(frame->times().how, FrameTimes::How::Triggered);
+        EXPECT_LT(frame->times().uncertainty, 20ms);
+    }
+}

@@ -1,0 +1,110 @@
+#include "kit_support.h"
+
+#include <vxcamkit/cooler.h>
+
+#include <cmath>
+#include <future>
+
+using namespace vxcam;
+using testing::HasSubstr;
+
+namespace {
+
+class Coolers : public KitCamera
+{
+protected:
+    Camera& openFast(const std::string& more = "")
+    {
+        return camera_.emplace(Camera::open("sim?sensor=8x8&scale=200&heartbeat=0.01" + more));
+    }
+};
+
+} // namespace
+
+TEST_F(Coolers, CoolAndSettle)
+{
+    Camera& camera = openFast();
+    Cooling cooling;
+    cooling.target = -20;
+    cooling.ramp = 60;
+    camera.cooler().cool(cooling);
+    EXPECT_TRUE(camera.get("cooling").toBool());
+    const auto state = camera.cooler().wait(kPatience);
+    ASSERT_TRUE(state.has_value());
+    EXPECT_EQ(state->phase, CoolingPhase::Settled) << state->text;
+    EXPECT_NEAR(*state->temperature, -20, 0.6);
+    EXPECT_NEAR(camera.get("target-temp").toDouble(), -20, 0.01);
+}
+
+TEST_F(Coolers, SayWhenATargetIsOutOfReach)
+{
+    Camera& camera = openFast();
+    Cooling cooling;
+    cooling.target = -80;
+    cooling.patience = 20s;
+    camera.cooler().cool(cooling);
+    const auto state = camera.cooler().wait(kPatience);
+    ASSERT_TRUE(state.has_value());
+    EXPECT_EQ(state->phase, CoolingPhase::Failed);
+    EXPECT_THAT(state->text, HasSubstr("out of reach: the sensor stays at -"));
+}
+
+TEST_F(Coolers, WarmUpAndSwitchOff)
+{
+    Camera& camera = openFast();
+    Cooling cooling;
+    cooling.target = -10;
+    camera.cooler().cool(cooling);
+    ASSERT_TRUE(camera.cooler().wait(kPatience).has_value());
+    Warming warming;
+    warming.ramp = 60;
+    warming.target = 15;
+    camera.cooler().warmUp(warming);
+    const auto state = camera.cooler().wait(kPatience);
+    ASSERT_TRUE(state.has_value());
+    EXPECT_EQ(state->phase, CoolingPhase::Warm) << state->text;
+    EXPECT_FALSE(camera.get("cooling").toBool());
+}
+
+TEST_F(Coolers, RefuseWhatIsImpossible)
+{
+    Camera& camera = openFast();
+    std::vector<Cooling> wrong(6);
+    wrong[0].target = -300;
+    wrong[1].target = NAN;
+    wrong[2].ramp = -1;
+    wrong[3].tolerance = 0;
+    wrong[4].settle = -1ms;
+    wrong[5].patience = 0ms;
+    for (size_t i = 0; i < wrong.size(); ++i) {
+        EXPECT_EQ(errorOf([&] { camera.cooler().cool(wrong[i]); }).kind(), ErrorKind::Usage) << i;
+    }
+    EXPECT_EQ(camera.cooler().state().phase, CoolingPhase::Idle);
+}
+
+TEST_F(Coolers, WaitingEndsWithTheCamera)
+{
+    Camera& camera = openFast();
+    Cooling cooling;
+    cooling.target = -20;
+    cooling.ramp = 0.01;
+    camera.cooler().cool(cooling);
+    auto error = std::async(std::launch::async, [&] {
+        return errorOf([&] { camera.cooler().wait(kPatience); }).kind();
+    });
+    std::this_thread::sleep_for(20ms);
+    camera.close();
+    EXPECT_EQ(error.get(), ErrorKind::Aborted);
+    EXPECT_EQ(errorOf([&] { camera.cooler().cool(cooling); }).kind(), ErrorKind::Aborted);
+}
+
+TEST_F(Coolers, SayWhenTheCoolerFails)
+{
+    Camera& camera = openFast("&fault=cooler-failure:time=0.3");
+    Cooling cooling;
+    cooling.target = -20;
+    cooling.patience = 30s;
+    camera.cooler().cool(cooling);
+    ASSERT_TRUE(waitUntil([&] { return camera.cooler().state().phase == CoolingPhase::Failed; }));
+    EXPECT_THAT(camera.cooler().state().text, HasSubstr("out of reach"));
+}
