@@ -517,6 +517,13 @@ static_assert(offsetof(tsPixelData8Msg, Pixels) == 28, "wire record");
 static_assert(offsetof(tsPixelData32Msg, Extra1) == 28, "wire record");
 static_assert(offsetof(tsPixelData32Msg, Pixels) == 32, "wire record");
 
+// How many pixels of a size fit between an offset of the message and its end.
+inline uint32_t PixelsCarried(const tsMsgHeader& header, uint32_t offset, uint32_t pixelBytes)
+{
+    const uint32_t bytes = header.Length + static_cast<uint32_t>(gnHeaderBytes);
+    return bytes > offset ? (bytes - offset) / pixelBytes : 0;
+}
+
 inline constexpr tsAnswer ansPixels16{0x66, "16-bit pixel packet", eItemImage16, eEvent};
 inline constexpr tsAnswer ansPixels32{0x67, "32-bit pixel packet", eItemImage32, eEvent};
 inline constexpr tsAnswer ansPixels8{0x88, "8-bit pixel packet", eItemImage8, eEvent};
