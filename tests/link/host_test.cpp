@@ -1,6 +1,7 @@
 // Which texts name a host, and where a name leads after the camera was away. This program has a
 // resolver of its own.
 #include "link_support.h"
+#include "vxvisible.h"
 
 #include <dlfcn.h>
 #include <map>
@@ -118,7 +119,7 @@ protected:
         peer.SwitchOn();
         EXPECT_TRUE(isReached);
         EXPECT_EQ(0, opened.get());
-        const std::string start = text.substr(0, 100); // long records are cut
+        const std::string start = vx::Visible(text.substr(0, 100)); // long records are cut
         const std::string reason = "tcVXCamera_Ethernet::Initialize '" + start;
         const bool isRefused = !log.Errors(reason).empty();
         if (isRefused) {

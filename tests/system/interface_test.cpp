@@ -126,6 +126,7 @@ std::vector<tsCall> Callbacks()
         {"VXSetErrorCallback", Set(VXSetErrorCallback, nullptr), "0:"},
         {"VXSetUserDefinedCallback", Set(VXSetUserDefinedCallback, nullptr), "0:"},
         {"VXSetFrameCallback", Set(VXSetFrameCallback, nullptr, nullptr), "0:"},
+        {"VXSetTap", Set(VXSetTap, 0U, nullptr, nullptr), "0:"},
         {"VXSetLinkCallback", Set(VXSetLinkCallback, nullptr, nullptr), "0:"},
         {"VXSetHeartBeatRecordCallback", Set(VXSetHeartBeatRecordCallback, nullptr, nullptr), "0:"},
         {"VXSetCameraErrorCallback", Set(VXSetCameraErrorCallback, nullptr, nullptr), "0:"},
@@ -251,6 +252,20 @@ std::vector<tsCall> Images()
          "0: 0 1"},
         {"VXReadCCDMaskBinned", Read(VXReadCCDMaskBinned, binned, nullptr, short{1}, uint16_t{0}),
          "0: 0 1"},
+        {"VXSetImageBuffers",
+         [](int handle) {
+             void* const buffers[] = {gaImage};
+             const int result = VXSetImageBuffers(handle, buffers, 1, sizeof gaImage);
+             return Told(result) + Read(VXReadCCDArea, nullptr, short{1}, uint16_t{0})(handle);
+         },
+         "0:0: 0 1"},
+        {"VXReturnImageBuffer",
+         [](int handle) {
+             const int result = VXReturnImageBuffer(handle, gaImage);
+             const std::string read = Read(VXReadCCDArea, nullptr, short{1}, uint16_t{0})(handle);
+             return Told(result) + read + Told(VXSetImageBuffers(handle, nullptr, 0, 0));
+         },
+         "0:0: 0 10:"},
         {"VXReadoutResult", Set(VXReadoutResult), std::to_string(eReadoutComplete) + ":"},
         {"VXGetReadProgress", Get(VXGetReadProgress), "100: 1"},
         {"VXOverrideImageTimout", Set(VXOverrideImageTimout, 5000), "0:"},
@@ -263,7 +278,7 @@ std::vector<tsCall> Images()
              const int result = VXGetStatistics(handle, &figures, sizeof figures);
              return Told(result, figures.FramesComplete, figures.FramesPending);
          },
-         "0: 4 0"},
+         "0: 6 0"},
     };
 }
 
