@@ -144,7 +144,8 @@ TEST_F(RunningSim, CountsDownAsTheyStrike)
 TEST_F(RunningSim, ComplainsAboutWhatCannotBe)
 {
     Printed({"items", msItems, "set", "with_seconds", "1000000", "-q"});
-    Printed({"items", msItems, "set", "fault_stall", "1", "-q"});
+    // Ends with 4 when it sees that the item is put back.
+    tcRun({"items", msItems, "set", "fault_stall", "1", "-q"}).Exit();
     EXPECT_TRUE(WaitUntil([this] {
         return mtRun.Errors().find(
                    "vxcamsim: fault_stall: 'seconds' of the fault 'stall' must be") !=
