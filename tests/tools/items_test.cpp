@@ -58,6 +58,16 @@ TEST_F(Items, AreListedWithTheirMeaning)
     EXPECT_EQ(document["items"][1]["description"], "the zoom");
 }
 
+TEST_F(Items, AreListedByPatternsOfTheirNames)
+{
+    EXPECT_EQ(Printed({"list", "z*"}), "zoom  2.500000  the zoom\n");
+    EXPECT_EQ(Printed({"list", "[!z]*", "--quiet"}), "");
+    EXPECT_EQ(Printed({"list", "nothing", "ga?n"}), "gain  3  the gain [1 to 9]\n");
+    const auto document = nlohmann::json::parse(Printed({"list", "--json", "zoom", "z*"}));
+    EXPECT_EQ(document["items"].size(), 1u);
+    ExpectFailure({"list", "Z*"}, 4, "none of the 2 items has such a name");
+}
+
 TEST_F(Items, AreReadAndSet)
 {
     EXPECT_EQ(Printed({"get", "gain"}), "gain = 3\n");

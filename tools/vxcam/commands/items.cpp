@@ -9,11 +9,15 @@
 
 #include <nlohmann/json.hpp>
 
+#include <fnmatch.h>
+
 #include <algorithm>
+#include <iterator>
 #include <thread>
 
 const char* const gsItemsExamples =
     R"(  vxcam items 192.168.1.20 list            name, value and meaning of each
+  vxcam items 192.168.1.20 list 's*' gain  those with such names
   vxcam items 192.168.1.20:7011 get sky
   vxcam items 192.168.1.20 set sky 200)";
 
@@ -36,12 +40,14 @@ private:
 
     std::string Ask(const std::string& request) const;
     std::vector<tsItem> AllItems() const;
+    std::vector<tsItem> Chosen() const;
     tsItem Find(const std::string& name) const;
     std::string Value(const std::string& name) const;
     void Print(const tsItem& item) const;
 
     void (tcItems::*mpAction)() = nullptr;
     std::string msTarget, msTimeout = "5s", msName, msValue;
+    std::vector<std::string> maPatterns;
     bool mbQuiet = false;
     mutable std::optional<tcService> mtService;
 };
@@ -61,7 +67,9 @@ void tcItems::Declare(tcCommandLine& line)
     const auto action = [&](const char* name, const char* summary, void (tcItems::*run)()) {
         return line.Action(name, summary, [this, run] { mpAction = run; });
     };
-    action("list", "list the items", &tcItems::List);
+    tcCommandLine list = action("list", "list the items", &tcItems::List);
+    list.Operand("PATTERN", &maPatterns,
+                 "only items with such a name; *, ? and [...] stand for what they do in the shell");
     const tcCommandLine get = action("get", "show one item", &tcItems::Get);
     tcCommandLine set = action("set", "give an item another value", &tcItems::Set);
     for (tcCommandLine named : {get, set}) {
@@ -96,6 +104,22 @@ std::vector<tsItem> tcItems::AllItems() const
                                        "does: '" + Printable(reply.substr(0, 60)) + "'");
 }
 
+// Those that a pattern names; without patterns all.
+std::vector<tsItem> tcItems::Chosen() const
+{
+    std::vector<tsItem> chosen, items = AllItems();
+    if (maPatterns.empty()) return items;
+    const auto isMeant = [this](const tsItem& item) {
+        return std::any_of(maPatterns.begin(), maPatterns.end(), [&](const std::string& pattern) {
+            return ::fnmatch(pattern.c_str(), item.name.c_str(), 0) == 0;
+        });
+    };
+    std::copy_if(items.begin(), items.end(), std::back_inserter(chosen), isMeant);
+    if (!chosen.empty()) return chosen;
+    throw tcFailure(eExitCamera,
+                    "none of the " + std::to_string(items.size()) + " items has such a name");
+}
+
 tsItem tcItems::Find(const std::string& name) const
 {
     const std::vector<tsItem> items = AllItems();
@@ -126,7 +150,7 @@ void tcItems::Print(const tsItem& item) const
 
 void tcItems::List()
 {
-    const std::vector<tsItem> items = AllItems();
+    const std::vector<tsItem> items = Chosen();
     if (mbJson) {
         nlohmann::ordered_json document = Document();
         document["items"] = nlohmann::ordered_json::array();
