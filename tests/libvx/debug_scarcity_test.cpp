@@ -41,7 +41,7 @@ protected:
     void Refuse(unsigned short port, const std::string& request, const std::string& check,
                 const std::string& expected)
     {
-        for (const teExtent extent : {teExtent::eOnce, teExtent::eFromThenOn}) {
+        for (const teExtent extent : {teExtent::eFromThenOn, teExtent::eOnce}) {
             const long count = ForEach(extent, [&](long nth, teExtent how) {
                 scarcity::Begin(nth, how);
                 AskBriefly(port, request);
@@ -68,10 +68,12 @@ TEST_F(Scarcity, LeavesTheDaemonServingAfterEveryCommand)
 
 TEST_F(Scarcity, LeavesLoggersUsable)
 {
+    tcLogBuffer original(7);
+    mLogger.SetConsumer(&original);
     Start();
     for (const char* request :
-         {"LOG:SET CAM 2 200", "LOG:DUMP CAM", "LOG:SET CAM 2 -", "LOG:URI CAM buff://20",
-          "LOG:URI CAM udp:127.0.0.1:9", "LOG:URI CAM", "LOG:SET CAM 2"}) {
+         {"LOG:SET CAM 2 200", "LOG:DUMP CAM", "LOG:SET CAM 2 -", "LOG:SET CAM 2",
+          "LOG:URI CAM buff://20", "LOG:URI CAM udp:127.0.0.1:9", "LOG:URI CAM"}) {
         Refuse(mnPort, request, "ECHO:x", "x\n");
         mLogger.logDebug(1, "text");
     }
@@ -79,7 +81,8 @@ TEST_F(Scarcity, LeavesLoggersUsable)
     mLogger.logDebug(1, "kept");
     EXPECT_THAT(::Ask(mnPort, "LOG:DUMP CAM"), ::testing::HasSubstr(":kept\n"));
     ::Ask(mnPort, "LOG:SET CAM 3");
-    EXPECT_EQ("CAM = 3 [NULL Log Device]\n", ::Ask(mnPort, "LOG:GET CAM"));
+    EXPECT_EQ("CAM = 3 [7 Line Buffer]\n", ::Ask(mnPort, "LOG:GET CAM"));
+    mLogger.SetConsumer(nullptr);
 }
 
 TEST_F(Scarcity, KeepsADaemonFromStartingButNotForGood)

@@ -1,5 +1,7 @@
 #include "scarcity.h"
 
+#include "vxexport.h"
+
 #include <dlfcn.h>
 #include <pthread.h>
 
@@ -51,9 +53,10 @@ void scarcity::ExemptThisThread()
 }
 
 // ---- In place of the system's -------------------------------------------------------------------
+// The library takes them from here, so they are seen outside the program.
 
-extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*run)(void*), void* argument)
+extern "C" VX_EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                                        void* (*run)(void*), void* argument)
 {
     using tpCreate = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
     static const auto spCreate = reinterpret_cast<tpCreate>(dlsym(RTLD_NEXT, "pthread_create"));

@@ -206,9 +206,8 @@ tcLogConsumer* vx::Exchange(tcShared<tcLogConsumer*>& field, tcLogConsumer* cons
 tcLogConsumer* vx::ExchangeAndHold(tcShared<tcLogConsumer*>& field, tcLogConsumer* consumer)
 {
     const std::lock_guard<std::mutex> guard(ghLifetime);
-    tcLogConsumer* const replaced = field.exchange(consumer);
-    if (replaced) ++Lifetime().mmHeld[replaced];
-    return replaced;
+    if (tcLogConsumer* const present = field.load()) ++Lifetime().mmHeld[present]; // may throw
+    return field.exchange(consumer);
 }
 
 tcLogConsumer* vx::Hold(const tcShared<tcLogConsumer*>& field)
