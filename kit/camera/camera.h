@@ -82,7 +82,7 @@ public:
     Value set(const std::string& name, const Value& value);
 
     // All settings that the camera tells, asked for now, and those that it does not tell and that
-    // were set here. One that it does not answer to is left out, and not asked for again.
+    // were set here. One that it does not answer to says so, and is not asked for again.
     Snapshot snapshot();
 
     // Sends the settings that were made with set() again, in the order of the table, and reads them

@@ -18,7 +18,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
-#include <set>
 #include <utility>
 
 namespace vxcam {
@@ -90,7 +89,7 @@ private:
 
     // camera_settings.cpp
     std::optional<Value> learn(const std::string& name);
-    void survey();
+    void survey(Snapshot::Again which);
     void keep(const PropertyName& name, const Value& asked, const Value& told);
     Value sendTrigger(const PropertyName& name, const Value& value);
     std::string sendAgain();
@@ -133,10 +132,8 @@ private:
     bool isClearing_ = false, isRestoring_ = false;
     std::vector<std::pair<PropertyName, Value>> undo_; // what a plan changed, and what was there
     std::shared_ptr<FramePool> pool_;
-    std::set<std::string> unanswered_; // properties that the camera does not answer to
-    Settings made_;                    // by the application
-    Snapshot settings_;                // in force
-    bool isSurveyed_ = false;          // settings_ holds all
+    Settings made_;                                                    // by the application
+    Snapshot settings_ = Snapshot::unasked(Snapshot::Scope::Settings); // in force
 
     mutable std::mutex state_;
     mutable std::condition_variable changed_;

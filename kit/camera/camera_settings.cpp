@@ -10,14 +10,6 @@ namespace vxcam {
 
 namespace {
 
-// Settings that frames carry: what the camera can be asked for at little cost.
-bool isSurveyedWith(const Property& property)
-{
-    return property.nature == Nature::Setting && property.isReadable() && property.isListed &&
-           property.key == nullptr && property.cost != Cost::Many &&
-           property.field().kind != FieldKind::Bytes;
-}
-
 bool isTrigger(const PropertyName& name)
 {
     return name.property->name == std::string("trigger");
@@ -28,6 +20,12 @@ bool isSameAs(const Property& one, const Property& other)
 {
     return (one.sameAs != nullptr && one.sameAs == std::string(other.name)) ||
            (other.sameAs != nullptr && other.sameAs == std::string(one.name));
+}
+
+// Blocks of bytes are no matter of frames.
+bool goesWithFrames(const Property& property)
+{
+    return property.field().kind != FieldKind::Bytes;
 }
 
 } // namespace
@@ -84,53 +82,41 @@ Error CameraCore::named(const Error& error) const
 void CameraCore::keep(const PropertyName& name, const Value& asked, const Value& told)
 {
     const Property& property = *name.property;
-    if (!made_.set(name, asked) || !isSurveyed_) return;
+    if (!made_.set(name, asked) || !goesWithFrames(property)) return;
     settings_.set(name.text, told);
     for (const Property& other : properties()) {
-        if (!isSameAs(other, property) || !isSurveyedWith(other)) continue;
-        if (const auto value = learn(other.name)) settings_.set(other.name, *value);
+        const Snapshot::Entry* const entry = settings_.entry(other.name);
+        const bool isKnown = entry != nullptr && entry->isAsked;
+        if (isKnown && isSameAs(other, property)) settings_ = settings_.again(*this, other.name);
     }
 }
 
-// What the camera says; nothing when it does not answer to this, now or before.
+// One of the settings that frames carry, asked for now; nothing when the camera does not answer to
+// it, now or before.
 std::optional<Value> CameraCore::learn(const std::string& name)
 {
-    if (unanswered_.count(name) != 0) return std::nullopt;
-    try {
-        return readProperty(*this, findProperty(name));
-    } catch (const Error& error) {
-        if (error.kind() == ErrorKind::LinkLost || error.kind() == ErrorKind::Aborted) throw;
-        unanswered_.insert(name);
-    }
-    return std::nullopt;
+    settings_ = settings_.again(*this, name);
+    const Snapshot::Entry* const entry = settings_.entry(name);
+    if (entry == nullptr || !entry->trouble.empty()) return std::nullopt;
+    return entry->value;
 }
 
-// Asks for all that frames carry, once. A camera that lets one question go unanswered is not held
-// up with more of them now.
-void CameraCore::survey()
+// Asks for what frames carry and is not known yet.
+void CameraCore::survey(Snapshot::Again which)
 {
-    if (isSurveyed_) return;
-    settings_ = {};
-    const size_t before = unanswered_.size();
-    for (const Property& property : properties()) {
-        if (isSurveyedWith(property) && unanswered_.size() == before) {
-            if (const auto value = learn(property.name)) settings_.set(property.name, *value);
+    settings_ = settings_.again(*this, which);
+    for (const Setting& made : made_) {
+        const bool isKnown = settings_.entry(made.name.text) != nullptr;
+        if (!isKnown && goesWithFrames(*made.name.property)) {
+            settings_.set(made.name.text, made.value);
         }
-        const Setting* const made = made_.find(property.name);
-        if (made != nullptr && !property.isReadable()) settings_.set(property.name, made->value);
     }
-    isSurveyed_ = unanswered_.size() == before;
 }
 
 Snapshot CameraCore::snapshot()
 {
     const Command command(*this);
-    do {
-        isSurveyed_ = false;
-        const size_t before = unanswered_.size();
-        survey();
-        if (unanswered_.size() == before) break;
-    } while (true);
+    survey(Snapshot::Again::All);
     return settings_;
 }
 
@@ -162,7 +148,7 @@ void CameraCore::restoreIfLost()
         if (!isRestoreDue_ || !isLinkUp_ || isRestoring_ || isClearing_) return;
         isRestoreDue_ = false;
     }
-    isSurveyed_ = false;
+    settings_ = settings_.forgotten();
     Event event;
     event.time = presentMoment();
     try {

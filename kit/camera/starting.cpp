@@ -5,7 +5,6 @@
 #include "vxcamiface.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <limits>
 #include <utility>
 
@@ -39,11 +38,6 @@ Area areaOf(const Value& value)
 {
     const auto at = [&](size_t i) { return static_cast<int>(value[i].toInt()); };
     return {at(0), at(1), at(2), at(3)};
-}
-
-double parsedTemperature(const std::string& text)
-{
-    return std::strtod(text.c_str(), nullptr);
 }
 
 std::string sizeText(const Size& size)
@@ -177,11 +171,11 @@ void CameraCore::fillFacts(const Plan& plan, FrameFacts* facts)
         if (!area.isNothing()) facts->area = areaOf(area);
     }
     if (!plan.settings) return;
-    survey();
+    survey(Snapshot::Again::Missing);
     facts->settings = settings_;
     facts->settings.set("exposure", exposure);
-    const std::string* const target = settings_.find("target-temp");
-    if (target != nullptr) facts->targetTemperature = parsedTemperature(*target);
+    const Value target = settings_.value("target-temp");
+    if (!target.isNothing()) facts->targetTemperature = target.toDouble();
 }
 
 ExposurePlan CameraCore::exposurePlan(std::chrono::nanoseconds exposure)

@@ -131,13 +131,15 @@ Value readProperty(Access& access, const PropertyName& name)
     return valueOf(name.property->shape, values);
 }
 
-std::optional<Value> tryProperty(Access& access, const PropertyName& name, std::string* why)
+std::optional<Value> tryProperty(Access& access, const PropertyName& name, std::string* why,
+                                 bool* isSilent)
 {
     try {
         return readProperty(access, name);
     } catch (const Error& error) {
         if (error.kind() == ErrorKind::LinkLost) throw;
         *why = error.what();
+        if (isSilent != nullptr) *isSilent = error.kind() == ErrorKind::Timeout;
     }
     access.roundTrip();
     return std::nullopt;

@@ -119,9 +119,10 @@ VXCAMKIT_EXPORT PropertyName findProperty(const std::string& text);
 VXCAMKIT_EXPORT Value readProperty(Access& access, const PropertyName& name);
 
 // The same, for one of many: nothing, and why in `*why`, when the camera reports an error or does
-// not answer to this, but goes on answering to other things.
+// not answer to this (`*isSilent`, which takes seconds to know), but goes on answering to other
+// things.
 VXCAMKIT_EXPORT std::optional<Value> tryProperty(Access& access, const PropertyName& name,
-                                                 std::string* why);
+                                                 std::string* why, bool* isSilent = nullptr);
 
 // The value in the form that the property has. Throws Error{Usage} for one that it, or this sensor,
 // cannot take; nothing is sent.

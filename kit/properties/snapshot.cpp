@@ -16,13 +16,33 @@ const std::vector<Snapshot::Entry>& noEntries()
     return none;
 }
 
-Snapshot::Entry read(Access& access, const PropertyName& name)
+bool isWithin(const Property& property, Snapshot::Scope scope)
 {
-    Snapshot::Entry entry;
-    entry.name = name.text;
-    entry.value = tryProperty(access, name, &entry.trouble).value_or(Value());
-    entry.text = entry.value.text();
-    return entry;
+    const bool isListed = property.isReadable() && property.isListed && property.key == nullptr;
+    if (scope == Snapshot::Scope::Listed) return isListed;
+    return isListed && property.nature == Nature::Setting && property.cost != Cost::Many &&
+           property.field().kind != FieldKind::Bytes;
+}
+
+Snapshot::Entry unread(const std::string& name)
+{
+    return {name, Value().text(), Value(), "not asked for yet", false};
+}
+
+// Whether the camera may be asked for it: it did not leave it unanswered before.
+bool mayBeAsked(const Snapshot::Entry& entry, const PropertyName& name)
+{
+    return name.property->isReadable() && (entry.trouble.empty() || !entry.isAsked);
+}
+
+// False when the camera leaves it unanswered.
+bool read(Access& access, const PropertyName& name, Snapshot::Entry* entry)
+{
+    bool isSilent = false;
+    *entry = {name.text, "", Value(), "", true};
+    entry->value = tryProperty(access, name, &entry->trouble, &isSilent).value_or(Value());
+    entry->text = entry->value.text();
+    return !isSilent;
 }
 
 } // namespace
@@ -31,12 +51,25 @@ Snapshot::Snapshot(std::vector<Entry> entries)
     : entries_(std::make_shared<const std::vector<Entry>>(std::move(entries)))
 {}
 
-Snapshot Snapshot::of(Access& access)
+Snapshot Snapshot::of(Access& access, Scope scope)
+{
+    return unasked(scope).again(access, Again::All);
+}
+
+Snapshot Snapshot::unasked(Scope scope)
 {
     std::vector<Entry> entries;
     for (const Property& property : properties()) {
-        const bool isAsked = property.isReadable() && property.isListed && property.key == nullptr;
-        if (isAsked) entries.push_back(read(access, {&property, 0, property.name}));
+        if (isWithin(property, scope)) entries.push_back(unread(property.name));
+    }
+    return Snapshot(std::move(entries));
+}
+
+Snapshot Snapshot::forgotten() const
+{
+    std::vector<Entry> entries(begin(), end());
+    for (Entry& entry : entries) {
+        if (mayBeAsked(entry, findProperty(entry.name))) entry = unread(entry.name);
     }
     return Snapshot(std::move(entries));
 }
@@ -46,9 +79,21 @@ Snapshot Snapshot::again(Access& access, Again which) const
     std::vector<Entry> entries(begin(), end());
     for (Entry& entry : entries) {
         const PropertyName name = findProperty(entry.name);
-        const bool isChanging = name.property->nature == Nature::State;
-        const bool isAsked = entry.trouble.empty() && (which == Again::All || isChanging);
-        if (isAsked) entry = read(access, name);
+        const bool isWanted = which == Again::Missing    ? !entry.isAsked
+                              : which == Again::Changing ? name.property->nature == Nature::State
+                                                         : true;
+        if (!isWanted || !mayBeAsked(entry, name)) continue;
+        if (!read(access, name, &entry) && which == Again::Missing) break;
+    }
+    return Snapshot(std::move(entries));
+}
+
+Snapshot Snapshot::again(Access& access, const std::string& name) const
+{
+    std::vector<Entry> entries(begin(), end());
+    for (Entry& entry : entries) {
+        const PropertyName found = findProperty(entry.name);
+        if (entry.name == name && mayBeAsked(entry, found)) read(access, found, &entry);
     }
     return Snapshot(std::move(entries));
 }
@@ -87,22 +132,14 @@ Value Snapshot::value(const std::string& name) const
     return found != nullptr ? found->value : Value();
 }
 
-void Snapshot::put(Entry entry)
-{
-    std::vector<Entry> entries(begin(), end());
-    const auto known = std::find_if(entries.begin(), entries.end(),
-                                    [&](const Entry& one) { return one.name == entry.name; });
-    if (known == entries.end()) {
-        entries.push_back(std::move(entry));
-    } else {
-        *known = std::move(entry);
-    }
-    *this = Snapshot(std::move(entries));
-}
-
 void Snapshot::set(const std::string& name, const Value& value)
 {
-    put({name, value.text(), value, ""});
+    std::vector<Entry> entries(begin(), end());
+    auto known = std::find_if(entries.begin(), entries.end(),
+                              [&](const Entry& one) { return one.name == name; });
+    if (known == entries.end()) known = entries.emplace(entries.end());
+    *known = {name, value.text(), value, "", true};
+    *this = Snapshot(std::move(entries));
 }
 
 std::string Snapshot::text() const

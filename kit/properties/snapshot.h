@@ -25,6 +25,7 @@ public:
         std::string text;    // "2", as it is written to set it; "none" for what is not known
         Value value;         // the same; nothing when it is not known
         std::string trouble; // why the camera did not tell it; mostly empty
+        bool isAsked = true; // not yet: there is trouble, too
 
         bool operator==(const Entry& other) const
         {
@@ -32,16 +33,31 @@ public:
         }
     };
 
-    // All that is listed, as the camera tells it: a question and an answer each. What it refuses,
-    // or does not answer, is noted; throws Error only when it answers nothing any more.
-    static Snapshot of(Access& access);
+    // What is asked for.
+    //   Listed: all that is listed.
+    //   Settings: of that, what stays as it was set and is no block of bytes. Frames carry it.
+    enum class Scope { Listed, Settings };
+
+    // As the camera tells it: a question and an answer each. What it refuses, or does not answer,
+    // is noted; throws Error only when it answers nothing any more.
+    static Snapshot of(Access& access, Scope scope = Scope::Listed);
     Snapshot() = default;
+
+    // The names alone: nothing is asked for yet.
+    static Snapshot unasked(Scope scope);
+    // The same names, nothing of which counts any more; what can only be set, and what the camera
+    // did not tell, stays.
+    Snapshot forgotten() const;
 
     // The same later. What did not come the first time is not asked for again.
     //   All: after something was set.
     //   Changing: only what changes by itself (temperatures, states).
-    enum class Again { All, Changing };
+    //   Missing: what was not asked for yet. An answer that does not come, which takes seconds to
+    //     know, is waited for once; what is behind it stays missing.
+    enum class Again { All, Changing, Missing };
     Snapshot again(Access& access, Again which) const;
+    // One of them.
+    Snapshot again(Access& access, const std::string& name) const;
 
     bool empty() const { return size() == 0; }
     size_t size() const;
@@ -66,7 +82,6 @@ public:
 
 private:
     explicit Snapshot(std::vector<Entry> entries);
-    void put(Entry entry);
 
     std::shared_ptr<const std::vector<Entry>> entries_; // null: none
 };

@@ -41,7 +41,8 @@ struct Plan {
     // counts while a trigger is waited for.
     std::optional<std::chrono::milliseconds> timeout;
     // Whether frames carry the settings in force, which the camera is asked for before its first
-    // readout.
+    // readout. Of questions that it does not answer, one holds up each readout; the rest comes
+    // before the next one.
     bool settings = true;
     // Whether an error that the camera reports while it reads out ends the readout. If not, it is
     // among the complaints of the frames. Errors that answer a command meanwhile are the command's.

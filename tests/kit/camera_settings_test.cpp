@@ -107,6 +107,34 @@ TEST_F(CameraSettings, GoWithEachFrame)
     EXPECT_EQ(camera.get("exposure").toTime(), 33ms) << "the plan's was put back";
 }
 
+TEST_F(CameraSettings, OfFramesAreThoseWithANumberToo)
+{
+    Camera& camera = open();
+    camera.set("gpio:3", "high");
+    camera.set("bin-table:2", Value(std::vector<uint8_t>(kRows, 1)));
+    const Snapshot before = camera.grab(planOf(1)).facts().settings;
+    camera.set("gpio:4", "high");
+    camera.set("exposure", 20ms); // exposure-ex is the same in other words
+    const Snapshot settings = camera.grab().facts().settings;
+    EXPECT_EQ(before.value("gpio:3").text(), "high");
+    EXPECT_EQ(before.find("gpio:4"), nullptr);
+    EXPECT_EQ(settings.value("gpio:4").text(), "high");
+    EXPECT_EQ(settings.value("exposure-ex"), camera.get("exposure-ex"));
+    EXPECT_EQ(settings.find("bin-table:2"), nullptr) << "a block of bytes";
+}
+
+TEST_F(CameraSettings, OfOneThatIsNotAnsweredToHoldUpAReadoutOnce)
+{
+    Camera& camera = open({"no-answer:id=0x61,times=0"}); // the cooling
+    Plan plan = planOf(1);
+    const Snapshot first = camera.grab(plan).facts().settings;
+    EXPECT_EQ(first.value("cooling").text(), "none");
+    EXPECT_LT(timeOf([&] { camera.grab(plan); }), 1s);
+    const Snapshot settings = camera.grab(plan).facts().settings;
+    EXPECT_EQ(settings.value("gain"), Value(0));
+    EXPECT_TRUE(settings.value("cooling").isNothing());
+}
+
 TEST_F(CameraSettings, AreLeftOutWhereThePlanSaysSo)
 {
     Camera& camera = open();
@@ -129,13 +157,15 @@ TEST_F(CameraSettings, AreSentAgainWhenTheCameraIsBack)
     Camera& camera = openRebooting({});
     camera.set("gain", 3);
     camera.set("exposure", 7ms);
+    camera.set("parameter:1001", 99);
     camera.set("register:5", 99);
     ASSERT_TRUE(await(EventKind::SettingsRestored));
     EXPECT_EQ(told(EventKind::SettingsRestored)[0].text, "");
     EXPECT_EQ(told(EventKind::LinkLost).size(), 1u);
     EXPECT_EQ(camera.get("gain").toInt(), 3);
     EXPECT_EQ(camera.get("exposure").toTime(), 7ms);
-    EXPECT_EQ(camera.get("register:5").toInt(), 99);
+    EXPECT_EQ(camera.get("parameter:1001").toInt(), 99);
+    EXPECT_EQ(camera.get("register:5").toInt(), 0) << "setting one may do something";
     EXPECT_EQ(*camera.grab().facts().settings.find("gain"), "3");
 }
 

@@ -8,7 +8,12 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <set>
+
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using vxcam::findProperty;
 using vxcam::Snapshot;
 using vxcam::Value;
@@ -18,6 +23,53 @@ namespace {
 void set(SimulatedCamera& camera, const std::string& name, const Value& value)
 {
     vxcam::writeProperty(camera.access(), findProperty(name), value);
+}
+
+// A camera of whose answers some do not come, without the ten seconds that this takes to know.
+class Deaf : public OpenedCamera
+{
+public:
+    Deaf(uint16_t port, std::set<std::string> unanswered)
+        : OpenedCamera(port), unanswered_(std::move(unanswered))
+    {}
+
+    void require(int result, const std::string& what) override
+    {
+        asked_.push_back(what);
+        const bool isLost = unanswered_.count(what) != 0;
+        if (isLost) throw vxcam::Error(vxcam::ErrorKind::Timeout, what + ": no answer");
+        OpenedCamera::require(result, what);
+    }
+    // Since the last time.
+    std::vector<std::string> asked()
+    {
+        std::vector<std::string> names = std::move(asked_);
+        asked_.clear();
+        names.erase(std::remove(names.begin(), names.end(), "round trip"), names.end());
+        return names;
+    }
+
+private:
+    std::set<std::string> unanswered_;
+    std::vector<std::string> asked_;
+};
+
+tsSimOptions smallCamera()
+{
+    tsSimOptions options;
+    options.columns = 64;
+    options.rows = 32;
+    options.heartbeatSeconds = 0;
+    return options;
+}
+
+std::vector<std::string> unaskedIn(const Snapshot& snapshot)
+{
+    std::vector<std::string> names;
+    for (const Snapshot::Entry& entry : snapshot) {
+        if (!entry.isAsked) names.push_back(entry.name);
+    }
+    return names;
 }
 
 std::vector<std::string> namesIn(const Snapshot& snapshot)
@@ -94,6 +146,74 @@ TEST(Snapshot, NotesWhatTheCameraRefuses)
     const uint64_t complaints = camera.complaints();
     EXPECT_EQ(told.again(camera, Snapshot::Again::All), told); // it is not asked again
     EXPECT_EQ(camera.complaints(), complaints);
+}
+
+TEST(Snapshot, OfSettingsHasNoneOfWhatChangesByItselfAndNoBytes)
+{
+    SimulatedCamera camera;
+    const Snapshot settings = Snapshot::of(camera.access(), Snapshot::Scope::Settings);
+    EXPECT_NE(settings.find("gain"), nullptr);
+    EXPECT_NE(settings.find("area-regions"), nullptr);
+    for (const char* const name : {"ccd-temp", "image-intervals", "readout-noise", "bin-table:0",
+                                   "bin-mask", "timing-data", "hardware-info", "trigger", "fan"}) {
+        EXPECT_EQ(settings.find(name), nullptr) << name;
+    }
+}
+
+TEST(Snapshot, WaitsOnceForWhatDoesNotComeAndAsksForTheRestLater)
+{
+    tcSimServer server(smallCamera());
+    Deaf camera(server.Start(), {"mirroring", "pid"});
+    const Snapshot unasked = Snapshot::unasked(Snapshot::Scope::Settings);
+    EXPECT_EQ(unaskedIn(unasked), namesIn(unasked));
+    EXPECT_THAT(unasked.entry("gain")->trouble, HasSubstr("not asked"));
+
+    const Snapshot first = unasked.again(camera, Snapshot::Again::Missing);
+    EXPECT_EQ(camera.asked().back(), "mirroring");
+    EXPECT_THAT(first.entry("mirroring")->trouble, HasSubstr("no answer"));
+    EXPECT_TRUE(first.entry("image-interval")->trouble.empty());
+    EXPECT_FALSE(first.entry("gain")->isAsked);
+
+    const Snapshot second = first.again(camera, Snapshot::Again::Missing);
+    EXPECT_EQ(camera.asked().back(), "pid");
+    const Snapshot third = second.again(camera, Snapshot::Again::Missing);
+    EXPECT_THAT(unaskedIn(third), IsEmpty());
+    EXPECT_EQ(third.value("gain"), Value(0));
+    camera.asked();
+    EXPECT_EQ(third.again(camera, Snapshot::Again::Missing), third);
+    EXPECT_THAT(camera.asked(), IsEmpty());
+}
+
+TEST(Snapshot, ForgottenIsAskedAnewButForWhatNeverCame)
+{
+    tcSimServer server(smallCamera());
+    Deaf camera(server.Start(), {"pid"});
+    Snapshot snapshot = Snapshot::of(camera, Snapshot::Scope::Settings);
+    snapshot.set("filter", "on,off"); // which can only be set
+    const Snapshot forgotten = snapshot.forgotten();
+    EXPECT_FALSE(forgotten.entry("gain")->isAsked);
+    EXPECT_TRUE(forgotten.entry("pid")->isAsked);
+    EXPECT_EQ(*forgotten.find("filter"), "on,off");
+    camera.asked();
+    EXPECT_EQ(forgotten.again(camera, Snapshot::Again::All), snapshot);
+    EXPECT_EQ(camera.asked().size(), snapshot.size() - 2);
+}
+
+TEST(Snapshot, OfOneNameIsTakenAnew)
+{
+    tcSimServer server(smallCamera());
+    Deaf camera(server.Start(), {"pid"});
+    const Snapshot snapshot = Snapshot::of(camera, Snapshot::Scope::Settings);
+    vxcam::writeProperty(camera, findProperty("gain"), 3);
+    vxcam::writeProperty(camera, findProperty("cooling"), "on");
+    camera.asked();
+    const Snapshot again = snapshot.again(camera, "gain");
+    EXPECT_THAT(camera.asked(), ElementsAre("gain"));
+    EXPECT_EQ(again.value("gain"), Value(3));
+    EXPECT_EQ(again.value("cooling"), snapshot.value("cooling"));
+    EXPECT_EQ(snapshot.again(camera, "pid"), snapshot);
+    EXPECT_EQ(snapshot.again(camera, "fan"), snapshot);
+    EXPECT_THAT(camera.asked(), IsEmpty());
 }
 
 TEST(Snapshot, IsWrittenAsTextAndJson)
