@@ -11,6 +11,8 @@ using tpClock = std::chrono::steady_clock;
 
 namespace {
 
+const std::string gsLonely = "no camera answers on lo 127.0.0.1\n";
+
 // The host's network, which the test's thread and the programs it runs are in, and two networks
 // with a simulated camera each.
 class Found : public testing::Test
@@ -46,6 +48,15 @@ protected:
         cameras.push_back(std::move(camera));
     }
 
+    // A line of `vxcam list`.
+    std::string Row(const std::string& front, const std::string& address, size_t camera,
+                    const std::string& back) const
+    {
+        const std::string place = address + ":" + std::to_string(cameras[camera]->Port());
+        return front + std::string(19 - front.size(), ' ') + place +
+               std::string(23 - place.size(), ' ') + back + "\n";
+    }
+
     // The shortest of some runs.
     static double Seconds(const std::vector<std::string>& arguments)
     {
@@ -67,20 +78,16 @@ protected:
 
 } // namespace
 
-TEST_F(Found, CamerasOfTwoNetworksAreListedOnceEachByInterface)
+TEST_F(Found, CamerasOfTwoNetworksAreListedWithTheirInterfaces)
 {
     ConnectBoth();
-    const std::string one = "10.1.0.2:" + std::to_string(cameras[0]->Port());
-    const std::string other = "10.2.0.2:" + std::to_string(cameras[1]->Port());
     tcRun run({"list"});
     EXPECT_EQ(run.Exit(), 0);
     EXPECT_EQ(run.Errors(), "");
-    EXPECT_EQ(run.Output(), "lo 127.0.0.1: no camera\n"
-                            "h1 10.1.0.1\n  serial:11         " +
-                                one + std::string(22 - one.size(), ' ') +
-                                "value 0x00400010\n"
-                                "h2 10.2.0.1\n  serial:4000000022 " +
-                                other + std::string(22 - other.size(), ' ') + "value 0x00200010\n");
+    EXPECT_EQ(run.Output(),
+              Row("serial:11", "10.1.0.2", 0, "value 0x00400010  h1 10.1.0.1") +
+                  Row("serial:4000000022", "10.2.0.2", 1, "value 0x00200010  h2 10.2.0.1") +
+                  "no camera answers on lo 127.0.0.1\n");
 }
 
 TEST_F(Found, DocumentHoldsInterfacesAndCameras)
@@ -90,27 +97,44 @@ TEST_F(Found, DocumentHoldsInterfacesAndCameras)
     EXPECT_EQ(run.Exit(), 0);
     const nlohmann::json document = run.Document();
     EXPECT_EQ(document["found"], 2);
-    ASSERT_EQ(document["interfaces"].size(), 3u);
-    EXPECT_EQ(document["interfaces"][0]["cameras"], nlohmann::json::array());
-    EXPECT_EQ(document["interfaces"][1]["name"], "h1");
-    EXPECT_EQ(document["interfaces"][1]["address"], "10.1.0.1");
-    EXPECT_EQ(document["interfaces"][1]["cameras"],
-              nlohmann::json::array({{{"serial", 11},
-                                      {"address", "10.1.0.2"},
-                                      {"port", cameras[0]->Port()},
-                                      {"value", 0x00400010}}}));
-    EXPECT_EQ(document["interfaces"][2]["cameras"][0]["serial"], 4000000022);
-    EXPECT_EQ(document["elsewhere"], nlohmann::json::array());
+    EXPECT_EQ(document["interfaces"], nlohmann::json::parse(R"([
+        {"name": "lo", "address": "127.0.0.1"}, {"name": "h1", "address": "10.1.0.1"},
+        {"name": "h2", "address": "10.2.0.1"}])"));
+    EXPECT_EQ(document["cameras"][0], nlohmann::json({{"serial", 11},
+                                                      {"port", cameras[0]->Port()},
+                                                      {"value", 0x00400010},
+                                                      {"places", nlohmann::json::parse(R"([
+                                   {"address": "10.1.0.2", "interface": "10.1.0.1"}])")}}));
+    EXPECT_EQ(document["cameras"][1]["serial"], 4000000022);
 }
 
-TEST_F(Found, CameraOnNoNetworkOfTheHostIsListedElsewhere)
+TEST_F(Found, CameraThatAnswersOnTwoInterfacesIsListedOnce)
+{
+    ASSERT_TRUE(host.Connect("h1", "10.1.0.1/24", first, "c1", "10.1.0.2/24"));
+    ASSERT_TRUE(host.Connect("h2", "10.2.0.1/24", first, "c2", "10.2.0.2/24"));
+    Start(first, "0.0.0.0", 11, 64);
+    tcRun run({"list"});
+    EXPECT_EQ(run.Exit(), 0);
+    EXPECT_EQ(run.Output(), Row("serial:11", "10.1.0.2", 0, "value 0x00400010  h1 10.1.0.1") +
+                                Row("", "10.2.0.2", 0, "value 0x00400010  h2 10.2.0.1") + gsLonely);
+    tcRun document({"list", "--json"});
+    EXPECT_EQ(document.Exit(), 0);
+    EXPECT_EQ(document.Document()["found"], 1);
+    EXPECT_EQ(document.Document()["cameras"][0]["places"].size(), 2u);
+}
+
+TEST_F(Found, CameraOnNoNetworkOfTheHostIsListed)
 {
     ASSERT_TRUE(host.Connect("h1", "10.1.0.1/24", first, "c1", "10.1.0.2/24"));
     ASSERT_TRUE(first.Execute("ip addr add 10.9.9.9/32 dev lo"));
     Start(first, "10.9.9.9", 9, 64);
     tcRun run({"list"});
     EXPECT_EQ(run.Exit(), 0);
-    EXPECT_THAT(run.Output(), HasSubstr("h1 10.1.0.1: no camera\nother networks \n  serial:9 "));
+    EXPECT_EQ(run.Output(), Row("serial:9", "10.9.9.9", 0, "value 0x00400010  another network") +
+                                "no camera answers on lo 127.0.0.1, h1 10.1.0.1\n");
+    tcRun document({"list", "--json"});
+    EXPECT_EQ(document.Exit(), 0);
+    EXPECT_EQ(document.Document()["cameras"][0]["places"][0]["interface"], nullptr);
 }
 
 TEST_F(Found, SerialNumberOpensTheRightCamera)

@@ -1,18 +1,26 @@
 // vxcam list: which cameras answer on the network.
-#include "failure.h"
-#include "found.h"
+#include "interrupt.h"
 #include "program.h"
 #include "report.h"
 
+#include <vxcamkit/discover.h>
+
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <set>
+#include <utility>
 
 const char* const gsListExamples =
-    R"(  vxcam list          by interface, with serial numbers and addresses
+    R"(  vxcam list          serial numbers, addresses and the interfaces that lead there
   vxcam list --json   for scripts)";
 
 namespace {
+
+using tpCameras = std::vector<vxcam::FoundCamera>;
+using tpInterfaces = std::vector<vxcam::HostInterface>;
 
 class tcList : public tcVerb
 {
@@ -21,45 +29,99 @@ public:
     void Run() override;
 
 private:
-    void Print(const std::vector<tsInterface>& interfaces,
-               const std::vector<tsFound>& cameras) const;
-
     tsCommonOptions mtCommon;
 };
 
-std::string CameraLine(const tsFound& camera)
+// "h1 10.1.0.1"; nothing for an address that is none of this host's.
+std::string NameOf(const std::string& address, const tpInterfaces& interfaces)
 {
-    char text[96];
-    std::snprintf(text, sizeof text, "  serial:%-10u %-21s value 0x%08x", camera.serial,
-                  (camera.address + ":" + std::to_string(camera.port)).c_str(), camera.value);
-    return text;
+    for (const vxcam::HostInterface& interface : interfaces) {
+        if (interface.address == address) return interface.name + " " + address;
+    }
+    return "";
 }
 
-nlohmann::ordered_json Entry(const std::string& name, const std::string& address,
-                             const std::vector<tsFound>& cameras)
+// A line for each way that leads to the camera.
+std::string CameraText(const vxcam::FoundCamera& camera, const tpInterfaces& interfaces)
 {
-    nlohmann::ordered_json entry{
-        {"name", name}, {"address", address}, {"cameras", nlohmann::ordered_json::array()}};
-    for (const tsFound& camera : cameras) {
-        if (camera.interface != address) continue;
-        entry["cameras"].push_back({{"serial", camera.serial},
-                                    {"address", camera.address},
-                                    {"port", camera.port},
-                                    {"value", camera.value}});
+    std::string all;
+    for (const vxcam::FoundPath& path : camera.paths) {
+        char front[32] = "", text[160];
+        if (all.empty()) std::snprintf(front, sizeof front, "serial:%u", camera.serial);
+        const std::string place = path.address + ":" + std::to_string(camera.port);
+        const std::string way = NameOf(path.interface, interfaces);
+        std::snprintf(text, sizeof text, "%-17s  %-21s  value 0x%08x  %s", front, place.c_str(),
+                      camera.value, way.empty() ? "another network" : way.c_str());
+        all += (all.empty() ? "" : "\n") + std::string(text);
     }
-    return entry;
+    return all;
 }
 
-nlohmann::ordered_json ListDocument(const std::vector<tsInterface>& interfaces,
-                                    const std::vector<tsFound>& cameras)
+nlohmann::ordered_json ListDocument(const tpInterfaces& interfaces, const tpCameras& cameras)
 {
-    nlohmann::ordered_json document{{"found", cameras.size()}};
-    document["interfaces"] = nlohmann::ordered_json::array();
-    for (const tsInterface& interface : interfaces) {
-        document["interfaces"].push_back(Entry(interface.name, interface.address, cameras));
+    nlohmann::ordered_json document{{"found", cameras.size()},
+                                    {"cameras", nlohmann::ordered_json::array()},
+                                    {"interfaces", nlohmann::ordered_json::array()}};
+    for (const vxcam::FoundCamera& camera : cameras) {
+        nlohmann::ordered_json places = nlohmann::ordered_json::array();
+        for (const vxcam::FoundPath& path : camera.paths) {
+            places.push_back({{"address", path.address}, {"interface", nullptr}});
+            if (!path.interface.empty()) places.back()["interface"] = path.interface;
+        }
+        document["cameras"].push_back({{"serial", camera.serial},
+                                       {"port", camera.port},
+                                       {"value", camera.value},
+                                       {"places", places}});
     }
-    document["elsewhere"] = Entry("", "", cameras)["cameras"];
+    for (const vxcam::HostInterface& interface : interfaces) {
+        document["interfaces"].push_back(
+            {{"name", interface.name}, {"address", interface.address}});
+    }
     return document;
+}
+
+// Not as they happened to answer: by serial number, ways by interfaces as the system has them.
+void Sort(const tpInterfaces& interfaces, tpCameras* cameras)
+{
+    const auto rank = [&](const vxcam::FoundPath& path) {
+        return std::find_if(interfaces.begin(), interfaces.end(), [&](const auto& interface) {
+            return interface.address == path.interface;
+        });
+    };
+    for (vxcam::FoundCamera& camera : *cameras) {
+        std::sort(camera.paths.begin(), camera.paths.end(), [&](const auto& a, const auto& b) {
+            return std::make_pair(rank(a), a.address) < std::make_pair(rank(b), b.address);
+        });
+    }
+    std::sort(cameras->begin(), cameras->end(), [](const auto& a, const auto& b) {
+        return std::make_pair(a.serial, a.port) < std::make_pair(b.serial, b.port);
+    });
+}
+
+// The interfaces that lead to none of the cameras.
+tpInterfaces Lonely(const tpInterfaces& interfaces, const tpCameras& cameras)
+{
+    std::set<std::string> leading;
+    for (const vxcam::FoundCamera& camera : cameras) {
+        for (const vxcam::FoundPath& path : camera.paths) {
+            leading.insert(path.interface);
+        }
+    }
+    tpInterfaces lonely;
+    std::copy_if(interfaces.begin(), interfaces.end(), std::back_inserter(lonely),
+                 [&](const auto& interface) { return leading.count(interface.address) == 0; });
+    return lonely;
+}
+
+void Print(const tpInterfaces& interfaces, const tpCameras& cameras)
+{
+    for (const vxcam::FoundCamera& camera : cameras) {
+        PrintLine(CameraText(camera, interfaces));
+    }
+    const tpInterfaces lonely = Lonely(interfaces, cameras);
+    if (cameras.empty() || !lonely.empty()) {
+        PrintLine("no camera answers on " + vxcam::textOf(lonely));
+    }
 }
 
 void tcList::Declare(tcCommandLine& line)
@@ -68,30 +130,16 @@ void tcList::Declare(tcCommandLine& line)
     line.Flag("--json", &mbJson, "print one JSON document");
 }
 
-void tcList::Print(const std::vector<tsInterface>& interfaces,
-                   const std::vector<tsFound>& cameras) const
-{
-    if (cameras.empty()) {
-        PrintLine("no camera answers on " + InterfaceText(interfaces));
-        return;
-    }
-    std::vector<tsInterface> places = interfaces;
-    places.push_back({"other networks", ""}); // behind a router
-    for (const tsInterface& place : places) {
-        std::string lines;
-        for (const tsFound& camera : cameras) {
-            if (camera.interface == place.address) lines += "\n" + CameraLine(camera);
-        }
-        if (place.address.empty() && lines.empty()) continue;
-        PrintLine(place.name + " " + place.address + (lines.empty() ? ": no camera" : lines));
-    }
-}
-
 void tcList::Run()
 {
     HushLibrary(mtCommon);
-    const std::vector<tsInterface> interfaces = Interfaces();
-    const std::vector<tsFound> cameras = Discover(interfaces);
+    const tpInterfaces interfaces = vxcam::hostInterfaces();
+    tpCameras cameras;
+    {
+        const tcQuickExit quickExit;
+        cameras = vxcam::discover();
+    }
+    Sort(interfaces, &cameras);
     if (mbJson) {
         PrintDocument(ListDocument(interfaces, cameras));
     } else if (!mtCommon.quiet) {
