@@ -1,6 +1,7 @@
 // vxcam daemons: who announces a debug daemon.
 #include "announcement.h"
 #include "service_support.h"
+#include "tcNetworkNamespace.h"
 
 using std::string_literals::operator""s;
 using testing::HasSubstr;
@@ -71,6 +72,7 @@ TEST_F(Services, AreFoundByTheirAnnouncements)
     EXPECT_EQ(document["daemons"][0]["address"], "127.0.0.1");
     EXPECT_EQ(document["daemons"][0]["port"], tcDbgd::getItem()->GetPort());
     EXPECT_GT(document["daemons"][0]["announcements"], 1);
+    EXPECT_EQ(document["daemons"][0]["answers"], true);
 }
 
 TEST(Daemons, AreListedOnceEachWhateverElseIsSent)
@@ -86,7 +88,9 @@ TEST(Daemons, AreListedOnceEachWhateverElseIsSent)
         return !run.Output().empty();
     }));
     EXPECT_EQ(run.Exit(), 0);
-    EXPECT_EQ(run.Output(), "127.0.0.1:5  A\n127.0.0.1:65535  A\n127.0.0.1:65535  B\n");
+    EXPECT_EQ(run.Output(), "127.0.0.1:5  A (does not answer)\n"
+                            "127.0.0.1:65535  A (does not answer)\n"
+                            "127.0.0.1:65535  B (does not answer)\n");
 }
 
 TEST(Daemons, AreHeardInTheirGroup)
@@ -98,12 +102,66 @@ TEST(Daemons, AreHeardInTheirGroup)
     const in_addr loopback{htonl(INADDR_LOOPBACK)};
     ::setsockopt(sender.Handle(), IPPROTO_IP, IP_MULTICAST_IF, &loopback, sizeof loopback);
     EXPECT_TRUE(WaitUntil([&] {
-        sender.Send(port, "DBGD DBGD 17020\0"s, 0xEFC06464);
+        sender.Send(port, "DBGD DBGD 1\0"s, 0xEFC06464);
         return !run.Output().empty();
     }));
     EXPECT_EQ(run.Exit(), 0);
-    EXPECT_EQ(run.Output(), "127.0.0.1:17020  DBGD\n");
+    EXPECT_EQ(run.Output(), "127.0.0.1:1  DBGD (does not answer)\n");
 }
+
+// It listens on loopback and is heard from another address of this host.
+TEST(Daemons, AreListedWhereTheyAnswer)
+{
+    std::string reason;
+    tcNetworkNamespace host(reason), other(reason);
+    if (!host.Enter()) GTEST_SKIP() << reason;
+    ASSERT_TRUE(host.Connect("h1", "10.1.0.1/24", other, "o1", "10.1.0.2/24"));
+    const tcFixedService daemon("vxcam\n"), stranger("HTTP/1.0 400 Bad\r\n\r\n");
+    const uint16_t port = FreeUdpPort();
+    tcRun run({"daemons", "--group", "10.1.0.1:" + std::to_string(port), "--count", "2"});
+    tcUdpPort sender("10.1.0.1");
+    EXPECT_TRUE(WaitUntil([&] {
+        for (const tcFixedService* service : {&daemon, &stranger}) {
+            const std::string target = service->Target();
+            sender.Send(port, "DBGD D " + target.substr(target.find(':') + 1), 0x0A010001);
+        }
+        return !run.Output().empty();
+    }));
+    EXPECT_EQ(run.Exit(), 0);
+    const std::string place = stranger.Target().substr(stranger.Target().find(':'));
+    EXPECT_EQ(run.Output(),
+              "10.1.0.1" + place + "  D (does not answer)\n" + daemon.Target() + "  D\n");
+}
+
+// A daemon on all addresses of a host that has no route to the group.
+class DaemonsWithoutARoute : public testing::TestWithParam<const char*>
+{};
+
+TEST_P(DaemonsWithoutARoute, AreFound)
+{
+    std::string reason;
+    tcNetworkNamespace host(reason), other(reason);
+    if (!host.Enter()) GTEST_SKIP() << reason;
+    const std::string address = GetParam();
+    if (address != "127.0.0.1") {
+        ASSERT_TRUE(host.Connect("h1", address + "/24", other, "o1", "10.1.0.2/24"));
+    }
+    for (const char* name : {"DBGD_DISABLE", "DBGD_BIND", "DBGD_ANNOUCE_GROUP"}) {
+        ::unsetenv(name);
+    }
+    ::setenv("DBGD_PORTNUM", "0", 1);
+    tcDbgd::snAnnounceInterval = 20;
+    tcDbgd::getItem()->StartServer();
+    EXPECT_TRUE(WaitUntil([] { return tcDbgd::getItem()->GetPort() != 0; }));
+    tcRun run({"daemons", "--count", "1"});
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    EXPECT_EQ(run.Output(),
+              address + ":" + std::to_string(tcDbgd::getItem()->GetPort()) + "  DBGD\n");
+    tcDbgd::getItem()->StopServer();
+    EXPECT_TRUE(WaitUntil([] { return tcDbgd::getItem()->GetPort() == 0; }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Hosts, DaemonsWithoutARoute, testing::Values("10.1.0.1", "127.0.0.1"));
 
 TEST(Daemons, WithoutOneEndWithTwo)
 {

@@ -10,13 +10,14 @@
 
 #include <gmock/gmock.h>
 
-// A UDP socket on loopback.
+// A UDP socket on loopback, or on another address of this host.
 class tcUdpPort
 {
 public:
-    tcUdpPort() : mhSocket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    explicit tcUdpPort(const char* address = "127.0.0.1")
+        : mhSocket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
-        sockaddr_in own = Loopback(0);
+        sockaddr_in own = Place(0, ntohl(::inet_addr(address)));
         socklen_t size = sizeof own;
         (void)::bind(mhSocket, reinterpret_cast<const sockaddr*>(&own), size);
         ::getsockname(mhSocket, reinterpret_cast<sockaddr*>(&own), &size);
@@ -30,13 +31,13 @@ public:
     int Handle() const { return mhSocket; }
     void Send(uint16_t port, const std::string& bytes, uint32_t address = INADDR_LOOPBACK) const
     {
-        const sockaddr_in there = Loopback(port, address);
+        const sockaddr_in there = Place(port, address);
         ::sendto(mhSocket, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&there),
                  sizeof there);
     }
 
 private:
-    static sockaddr_in Loopback(uint16_t port, uint32_t address = INADDR_LOOPBACK)
+    static sockaddr_in Place(uint16_t port, uint32_t address)
     {
         sockaddr_in place{};
         place.sin_family = AF_INET;

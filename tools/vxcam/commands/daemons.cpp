@@ -6,6 +6,9 @@
 #include "program.h"
 #include "report.h"
 #include "tcDatagrams.h"
+#include "tcService.h"
+
+#include <vxcamkit/discover.h>
 
 #include <nlohmann/json.hpp>
 
@@ -24,12 +27,37 @@ namespace {
 constexpr uint16_t gnGroupPort = 7020;
 constexpr const char* gsGroup = "239.192.100.100";
 constexpr size_t gnMostDaemons = 10000;
+constexpr std::chrono::seconds gtPatience{1}; // for the answer of one
+constexpr std::chrono::seconds gtTries{10};   // for those of all
 
 struct tsDaemon {
     std::string name, address;
     uint16_t port = 0;
     int announcements = 0;
+    std::optional<bool> answers = {}; // nothing when there was no time to try
 };
+
+bool Answers(const std::string& address, uint16_t port)
+{
+    try {
+        tcService daemon({address, port}, "debug daemon", gtPatience);
+        return daemon.Ask("ECHO:vxcam").rfind("vxcam", 0) == 0;
+    } catch (const tcFailure& failure) {
+        if (failure.Code() >= eExitSignal) throw;
+        return false;
+    }
+}
+
+// A daemon of this host may listen on loopback and be heard from elsewhere.
+void FindWhereItAnswers(tsDaemon* daemon, const std::vector<vxcam::HostInterface>& interfaces)
+{
+    daemon->answers = Answers(daemon->address, daemon->port);
+    const bool isOwn = std::any_of(interfaces.begin(), interfaces.end(),
+                                   [&](const auto& one) { return one.address == daemon->address; });
+    if (*daemon->answers || !isOwn || !Answers("127.0.0.1", daemon->port)) return;
+    daemon->address = "127.0.0.1";
+    daemon->answers = true;
+}
 
 // What the processes take, too.
 std::string UsualGroup()
@@ -47,6 +75,7 @@ public:
 private:
     void Listen(tcDatagrams& datagrams, std::chrono::milliseconds duration);
     void Note(const tsDatagram& datagram);
+    void FindWhereTheyAnswer();
     void Print() const;
     nlohmann::ordered_json Document() const override;
 
@@ -96,6 +125,26 @@ void tcDaemons::Listen(tcDatagrams& datagrams, std::chrono::milliseconds duratio
              std::chrono::steady_clock::now() < deadline);
 }
 
+void tcDaemons::FindWhereTheyAnswer()
+{
+    const std::vector<vxcam::HostInterface> interfaces = vxcam::hostInterfaces();
+    const auto deadline = std::chrono::steady_clock::now() + gtTries;
+    std::vector<tsDaemon> found;
+    for (tsDaemon& daemon : maDaemons) {
+        if (std::chrono::steady_clock::now() < deadline) FindWhereItAnswers(&daemon, interfaces);
+        const auto same = std::find_if(found.begin(), found.end(), [&](const tsDaemon& other) {
+            return std::tie(other.address, other.port, other.name) ==
+                   std::tie(daemon.address, daemon.port, daemon.name);
+        });
+        if (same == found.end()) {
+            found.push_back(daemon);
+        } else {
+            same->announcements += daemon.announcements;
+        }
+    }
+    maDaemons = found;
+}
+
 nlohmann::ordered_json tcDaemons::Document() const
 {
     nlohmann::ordered_json document{{"group", msGroup},
@@ -104,7 +153,9 @@ nlohmann::ordered_json tcDaemons::Document() const
         document["daemons"].push_back({{"name", daemon.name},
                                        {"address", daemon.address},
                                        {"port", daemon.port},
-                                       {"announcements", daemon.announcements}});
+                                       {"announcements", daemon.announcements},
+                                       {"answers", nullptr}});
+        if (daemon.answers) document["daemons"].back()["answers"] = *daemon.answers;
     }
     return document;
 }
@@ -115,7 +166,8 @@ void tcDaemons::Print() const
     if (mbQuiet) return;
     for (const tsDaemon& daemon : maDaemons) {
         PrintLine(daemon.address + ":" + std::to_string(daemon.port) + "  " +
-                  Printable(daemon.name));
+                  Printable(daemon.name) +
+                  (daemon.answers.value_or(true) ? "" : " (does not answer)"));
     }
 }
 
@@ -126,6 +178,7 @@ void tcDaemons::Run()
     msGroup = group.host + ":" + std::to_string(group.port);
     tcDatagrams datagrams({"0.0.0.0", group.port, group.host, msInterface});
     Listen(datagrams, duration);
+    FindWhereTheyAnswer();
     std::sort(maDaemons.begin(), maDaemons.end(), [](const tsDaemon& a, const tsDaemon& b) {
         return std::tie(a.address, a.port, a.name) < std::tie(b.address, b.port, b.name);
     });
