@@ -4,6 +4,7 @@
 #include <vxcamkit/duration.h>
 #include <vxcamkit/value.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -20,15 +21,35 @@ std::string hexNumber(double number)
     return text;
 }
 
-std::string timeText(Value::Time time)
+enum class TimeUnit { Second, Millisecond, Microsecond };
+
+// The coarsest one in which all times of a value are whole: side by side they have one unit.
+TimeUnit unitOf(const Value& value)
 {
+    TimeUnit unit = TimeUnit::Second;
+    if (value.kind() == Value::Kind::Time) {
+        const Value::Time time = value.toTime();
+        if (time % std::chrono::seconds(1) != Value::Time(0)) unit = TimeUnit::Millisecond;
+        if (time % std::chrono::milliseconds(1) != Value::Time(0)) unit = TimeUnit::Microsecond;
+    } else if (value.kind() == Value::Kind::List) {
+        for (size_t i = 0; i < value.size(); ++i) {
+            unit = std::max(unit, unitOf(value[i]));
+        }
+    }
+    return unit;
+}
+
+std::string timeText(Value::Time time, TimeUnit unit)
+{
+    if (unit == TimeUnit::Microsecond) {
+        return numberText(std::chrono::duration<double, std::micro>(time).count()) + "us";
+    }
     const auto whole = std::chrono::duration_cast<std::chrono::milliseconds>(time);
-    if (whole == time) return exactText(whole);
-    return numberText(std::chrono::duration<double, std::micro>(time).count()) + "us";
+    return unit == TimeUnit::Second ? exactText(whole) : std::to_string(whole.count()) + "ms";
 }
 
 // One field, or what may be one.
-std::string itemText(const Value& value, const Field* field)
+std::string itemText(const Value& value, const Field* field, TimeUnit unit)
 {
     const bool isHex = field != nullptr && field->kind == FieldKind::Hex;
     switch (value.kind()) {
@@ -37,7 +58,7 @@ std::string itemText(const Value& value, const Field* field)
     case Value::Kind::Switch:
         return value.toBool() ? "on" : "off";
     case Value::Kind::Time:
-        return timeText(value.toTime());
+        return timeText(value.toTime(), unit);
     case Value::Kind::Text:
         return escaped(value.toText());
     case Value::Kind::Bytes:
@@ -49,7 +70,7 @@ std::string itemText(const Value& value, const Field* field)
 }
 
 // Fields, one behind the other. The fields that a shape does not have are of the last one's kind.
-std::string groupText(const Value& value, const Shape* shape)
+std::string groupText(const Value& value, const Shape* shape, TimeUnit unit)
 {
     std::string text;
     for (size_t i = 0; i < value.size(); ++i) {
@@ -59,7 +80,7 @@ std::string groupText(const Value& value, const Shape* shape)
         const size_t times = item.kind() == Value::Kind::List ? item.size() : 1;
         for (size_t time = 0; time < times; ++time) {
             if (!text.empty()) text += kFieldSeparator;
-            text += itemText(item[time], field);
+            text += itemText(item[time], field, unit);
         }
     }
     return text;
@@ -71,11 +92,11 @@ bool hasGroups(const Value& value, const Shape* shape)
     return value.size() > 0 && value[0].kind() == Value::Kind::List;
 }
 
-std::string groupsText(const Value& value, const Shape* shape)
+std::string groupsText(const Value& value, const Shape* shape, TimeUnit unit)
 {
     std::string text;
     for (size_t i = 0; i < value.size(); ++i) {
-        text += (i > 0 ? std::string(1, kGroupSeparator) : "") + groupText(value[i], shape);
+        text += (i > 0 ? std::string(1, kGroupSeparator) : "") + groupText(value[i], shape, unit);
     }
     return text;
 }
@@ -84,9 +105,11 @@ std::string groupsText(const Value& value, const Shape* shape)
 
 std::string Value::text() const
 {
-    if (kind() != Kind::List) return itemText(*this, shape_ ? &shape_->fields[0] : nullptr);
+    const TimeUnit unit = unitOf(*this);
+    if (kind() != Kind::List) return itemText(*this, shape_ ? &shape_->fields[0] : nullptr, unit);
     if (size() == 0) return kNone;
-    return hasGroups(*this, shape_) ? groupsText(*this, shape_) : groupText(*this, shape_);
+    return hasGroups(*this, shape_) ? groupsText(*this, shape_, unit)
+                                    : groupText(*this, shape_, unit);
 }
 
 std::string Value::shown() const

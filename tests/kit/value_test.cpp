@@ -324,6 +324,15 @@ TEST(Values, ThatNoPropertyGaveHaveTextsAllTheSame)
     EXPECT_EQ(Value::list({Value::list({1, 2})}).json(), "[[1,2]]");
 }
 
+TEST(Values, OfSeveralTimesHaveOneUnit)
+{
+    EXPECT_EQ(Value::list({0s, 90s, 2s}).text(), "0s,90s,2s");
+    EXPECT_EQ(Value::list({0s, 1500ms, 2s}).text(), "0ms,1500ms,2000ms");
+    EXPECT_EQ(Value::list({1ms, 1500us}).text(), "1000us,1500us");
+    EXPECT_EQ(Value::list({Value::list({1s}), Value::list({5ms})}).text(), "1000ms/5ms");
+    EXPECT_EQ(Value::list({0s, 4294967295ms}).text(), "0ms,4294967295ms");
+}
+
 TEST(Values, OfManyBytesAreShownShortened)
 {
     const Shape shape{{{"bytes", FieldKind::Bytes, 1, 100}}};
