@@ -67,6 +67,8 @@ TEST(Arguments, DurationTextsAreForPeople)
     EXPECT_EQ(DurationText(milliseconds(1500)), "1.5 s");
     EXPECT_EQ(DurationText(milliseconds(60000)), "60 s");
     EXPECT_EQ(DurationText(milliseconds(600000)), "10 min");
+    EXPECT_EQ(DurationText(milliseconds(5400000)), "90 min");
+    EXPECT_EQ(DurationText(milliseconds(86400000)), "24 h");
 }
 
 TEST(Arguments, AreasAreFourNumbers)

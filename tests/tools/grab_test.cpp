@@ -300,6 +300,17 @@ TEST(Grab, ProgressIsDrawnOnATerminalAndWiped)
     EXPECT_THAT(run.Output(), Not(HasSubstr("\x1b")));
 }
 
+TEST(Grab, DumbTerminalsGetNoEscapes)
+{
+    tcFolder folder;
+    tcRun::tsHow how = In(folder);
+    how.terminal = true;
+    how.environment = {{"TERM", "dumb"}};
+    tcRun run({"grab", "-e", "200ms", "--sim-sensor", "64x64"}, how);
+    EXPECT_EQ(run.Exit(), 0);
+    EXPECT_EQ(run.Terminal(), "");
+}
+
 TEST(Grab, QuietDrawsNoProgress)
 {
     tcFolder folder;

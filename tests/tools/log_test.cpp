@@ -124,6 +124,10 @@ TEST_F(Log, UriRedirectsAndWithoutOneUndoesIt)
     ExpectFailure({"uri", "CAMERA", "http://x"}, 1, "URI 'http://x': it begins with udp");
     ExpectFailure({"uri", "NOBODY", "null"}, 4, "there is no logger NOBODY");
     ExpectFailure({"uri", "CAMERA", "cou"}, 1, "URI 'cou'");
+    for (const char* uri : {"udp:127.0.0.1:0", "udp://127.0.0.1:65536:bin", "udp:127.0.0.1:x",
+                            "udp:127.0.0.1", "udp", "udp:127.0.0.1:-1"}) {
+        ExpectFailure({"uri", "CAMERA", uri}, 1, "the port is 1 to 65535");
+    }
 }
 
 TEST_F(Log, ErrorsShowsTheRing)
@@ -150,6 +154,11 @@ TEST_F(Log, EnableSwitchesAllDebugRecords)
 TEST_F(Log, DumpTellsWhatIsMissing)
 {
     ExpectFailure({"dump", "CAMERA"}, 4, "nothing of CAMERA is being captured");
+    EXPECT_NE(Printed({"uri", "CAMERA", "udp:127.0.0.1:9"}), "");
+    ExpectFailure({"dump", "CAMERA"}, 4, "nothing of CAMERA is being captured");
+    EXPECT_NE(Printed({"set", "CAMERA", "1", "20"}), "");
+    EXPECT_EQ(Printed({"dump", "CAMERA"}), "") << "captured, but nothing came";
+    EXPECT_NE(Printed({"uri", "CAMERA"}), "");
     ExpectFailure({"dump", "NOBODY"}, 4, "there is no logger NOBODY");
     ExpectFailure({"get", "NOBODY"}, 4, "there is no logger NOBODY");
     tcRun run(Arguments({"get", "NOBODY", "--json"}));

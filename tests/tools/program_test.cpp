@@ -75,7 +75,41 @@ TEST(Program, ImpossibleValuesAreUsageErrors)
     ExpectUsageError({"grab", "--sim-sensor", "big"}, "size 'big'");
     ExpectUsageError({"grab", "--sim-time-scale", "0"}, "--sim-time-scale");
     ExpectUsageError({"grab", "--sim-seed", "x"}, "--sim-seed");
+    ExpectUsageError({"ping", "--sim-seed", "-1"},
+                     "--sim-seed: '-1' is no whole number from 0 to 18446744073709551615");
+    ExpectUsageError({"ping", "--sim-seed", "18446744073709551616"}, "no whole number from 0 to");
+    ExpectUsageError({"logsink", "--port", "65536"}, "'65536' is no whole number from 0 to 65535");
+    ExpectUsageError({"ping", "127.0.0.1:0"}, "the port is 1 to 65535");
     ExpectUsageError({"ping", "-n", "0"}, "--count");
+}
+
+TEST(Program, UsageErrorsAreDocumentsWhereDocumentsAreAskedFor)
+{
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"grab", "--json", "--frames", "x"},
+                                               {"grab", "-e", "soon", "--json"},
+                                               {"ping", "nowhere", "--json"},
+                                               {"set", "--json", "sim", "nonsense=1"},
+                                               {"watch", "--json", "--for", "x"},
+                                               {"nonsense", "--json"}}) {
+        tcRun run(arguments);
+        EXPECT_EQ(run.Exit(), 1);
+        const nlohmann::json document = run.Document();
+        EXPECT_EQ(document["error"]["exit_code"], 1) << run.Output();
+        EXPECT_EQ("vxcam: " + document["error"].value("text", "") + "\n", run.Errors());
+        EXPECT_EQ(Lines(run.Output()), 1) << "for those who read line by line";
+    }
+}
+
+// Whatever is wrong with files, what is said first is what no file can mend.
+TEST(Program, ArgumentsAreCheckedBeforeFiles)
+{
+    const std::string nowhere = "/nowhere/file";
+    ExpectUsageError({"grab", "sim:x", "-o", nowhere}, "target 'sim:x'");
+    ExpectUsageError({"grab", "-o", nowhere, "--sim-sensor", "0x5"}, "size '0x5'");
+    ExpectUsageError({"profile", "load", "serial:x", nowhere}, "target 'serial:x'");
+    ExpectUsageError({"set", "sim", "timing-data=@" + nowhere, "gain=high"}, "gain 'high'");
+    ExpectUsageError({"get", "sim", "timing-data@" + nowhere, "gainn"}, "gainn");
 }
 
 TEST(Program, TheLastOfARepeatedOptionHolds)

@@ -35,6 +35,7 @@ struct tsStep {
     std::optional<vxcam::Value> asked; // to set; else to read
     std::string file;                  // where the bytes go that are read
     bool isOneOfAll = false;           // nobody asked for it by name
+    std::string source = {};           // "@FILE" until it is read
 };
 
 class tcGetSet : public tcVerb
@@ -50,6 +51,7 @@ private:
     void AddRead(const std::string& word);
     void AddWrite(const std::string& word);
     void AddAll();
+    void CheckFiles();
     void Check(tcSession& session) const;
     bool IsLeftOut(tcSession& session, const tsStep& step, const vxcam::Value& told) const;
     void DoOneOfAll(tcSession& session, const tsStep& step);
@@ -106,7 +108,6 @@ void tcGetSet::AddRead(const std::string& word)
             throw tcFailure(eExitUsage, "'" + word + "': only blocks of bytes go to a file");
         }
         step.file = word.substr(at + 1);
-        CheckNewFile(step.file, mbForce);
     }
     maSteps.push_back(step);
 }
@@ -123,7 +124,21 @@ void tcGetSet::AddWrite(const std::string& word)
                                         SyntaxText(*named.property) +
                                         ", or get in front of what is read");
     }
-    maSteps.push_back({named, ParseValue(named, word.substr(equals + 1)), ""});
+    const std::string text = word.substr(equals + 1);
+    if (TakesFile(*named.property) && text.rfind(gcFile, 0) == 0) {
+        maSteps.push_back({named, std::nullopt, "", false, text});
+    } else {
+        maSteps.push_back({named, ParseValue(named, text), ""});
+    }
+}
+
+// Behind all words: what is wrong with those no file can mend.
+void tcGetSet::CheckFiles()
+{
+    for (tsStep& step : maSteps) {
+        if (!step.file.empty()) CheckNewFile(step.file, mbForce);
+        if (!step.source.empty()) step.asked = ParseValue(step.named, step.source);
+    }
 }
 
 // A `get` that no name follows stands for all.
@@ -244,6 +259,7 @@ void tcGetSet::Run()
 {
     ParseTarget(mtCommon.target); // what is no target is the likelier mistake
     ParseWords();
+    CheckFiles();
     std::unique_ptr<tcSession> session = OpenSession(&mtCommon);
     mDocument["target"] = session->Name();
     mDocument["values"] = nlohmann::ordered_json::object();

@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -202,6 +203,23 @@ void tcLogVerb::Set()
                                                               : "cannot write " + msWhere));
 }
 
+// The process itself takes any port, none too, and then sends nothing.
+void CheckUdpPort(const std::string& uri)
+{
+    std::vector<std::string> parts;
+    for (size_t at = 0; (at = uri.find_first_not_of(":/", at)) != std::string::npos;) {
+        const size_t end = std::min(uri.find_first_of(":/", at), uri.size());
+        parts.push_back(uri.substr(at, end - at));
+        at = end;
+    }
+    uint16_t port = 0;
+    const std::string text = parts.size() > 2 ? parts[2] : "";
+    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error == std::errc() && rest == text.data() + text.size() && port != 0) return;
+    throw tcFailure(eExitUsage,
+                    "URI '" + uri + "': write udp:ADDRESS:PORT; the port is 1 to 65535");
+}
+
 void tcLogVerb::Uri()
 {
     CheckLogWord("logger", msName);
@@ -216,6 +234,7 @@ void tcLogVerb::Uri()
                                         "': it begins with udp, buff, file, cout or "
                                         "null");
     }
+    if (scheme == "udp") CheckUdpPort(msUri);
     tcLogService service = Open();
     service.Get(msName);
     const tsLogger logger = service.SetUri(msName, msUri);
@@ -242,8 +261,12 @@ void tcLogVerb::PrintRecords(const std::vector<std::string>& records) const
 void tcLogVerb::Dump()
 {
     CheckLogWord("logger", msName);
-    const std::optional<std::string> captured = Open().Dump(msName);
-    if (captured) return PrintRecords(LogLinesInOrder(*captured));
+    tcLogService service = Open();
+    const std::optional<std::string> captured = service.Dump(msName);
+    // What goes to a file or to another host leaves nothing here.
+    const bool isKept =
+        captured && (!captured->empty() || service.Consumer(msName).kind == "BUFFER");
+    if (isKept) return PrintRecords(LogLinesInOrder(*captured));
     throw tcFailure(eExitCamera, "nothing of " + msName + " is being captured (vxcam log " +
                                      msTarget + " set " + msName + " LEVEL LINES begins)");
 }

@@ -17,11 +17,6 @@ namespace {
 constexpr char gcFile = '@';
 constexpr size_t gnNameWidth = 22;
 
-bool TakesFile(const vxcam::Property& property)
-{
-    return property.field().kind == vxcam::FieldKind::Bytes;
-}
-
 vxcam::Value ReadWhole(const std::string& name, const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -34,6 +29,11 @@ vxcam::Value ReadWhole(const std::string& name, const std::string& path)
 }
 
 } // namespace
+
+bool TakesFile(const vxcam::Property& property)
+{
+    return property.field().kind == vxcam::FieldKind::Bytes;
+}
 
 std::string SyntaxText(const vxcam::Property& property)
 {

@@ -14,6 +14,9 @@ std::string SyntaxText(const vxcam::Property& property);
 // The list for the help of get and set.
 std::string PropertyHelp();
 
+// Whether what its value is may also be in a file.
+bool TakesFile(const vxcam::Property& property);
+
 // The value that a word stands for; @FILE stands for what is in a file, where the property takes
 // bytes. Throws vxcam::Error, and tcFailure with eExitFile for a file that cannot be read.
 vxcam::Value ParseValue(const vxcam::PropertyName& named, const std::string& text);

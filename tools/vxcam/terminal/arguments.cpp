@@ -164,14 +164,17 @@ tsEndpoint ParseEndpoint(const std::string& what, const std::string& text, uint1
 
 std::string DurationText(std::chrono::milliseconds duration)
 {
+    constexpr double minute = 60, hour = 3600;
     const double seconds = static_cast<double>(duration.count()) / 1000.0;
     char text[64];
     if (duration.count() < 1000) {
         std::snprintf(text, sizeof text, "%lld ms", static_cast<long long>(duration.count()));
-    } else if (seconds < 120) {
+    } else if (seconds < 2 * minute) {
         std::snprintf(text, sizeof text, "%.4g s", seconds);
+    } else if (seconds < 2 * hour) {
+        std::snprintf(text, sizeof text, "%.4g min", seconds / minute);
     } else {
-        std::snprintf(text, sizeof text, "%.4g min", seconds / 60);
+        std::snprintf(text, sizeof text, "%.4g h", seconds / hour);
     }
     return text;
 }

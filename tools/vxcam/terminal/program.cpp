@@ -79,6 +79,19 @@ void AddError(nlohmann::ordered_json* document, int code, const std::string& tex
     (*document)["error"]["text"] = text;
 }
 
+// Where a document was asked for, one is printed, in a line: who reads lines gets one, too.
+void PrintUsageError(const std::vector<std::string>& arguments, const std::string& text)
+{
+    if (std::find(arguments.begin(), arguments.end(), "--json") == arguments.end()) return;
+    nlohmann::ordered_json document;
+    AddError(&document, eExitUsage, text);
+    try {
+        PrintLine(LineText(document));
+    } catch (const tcFailure&) {
+        // There is a line on standard error.
+    }
+}
+
 int RunVerb(const tsVerb& verb, const std::vector<std::string>& arguments)
 {
     std::unique_ptr<tcVerb> run = verb.make();
@@ -98,7 +111,9 @@ int RunVerb(const tsVerb& verb, const std::vector<std::string>& arguments)
         text = "not enough memory";
     }
     PrintError(text);
-    if (run->WantsJson() && code != eExitUsage) {
+    if (code == eExitUsage) {
+        PrintUsageError(arguments, text);
+    } else if (run->WantsJson()) {
         nlohmann::ordered_json document = run->Document();
         AddError(&document, code, text);
         try {
@@ -172,7 +187,8 @@ void DeclareOutput(tcCommandLine& line, tsCommonOptions* options)
 void DeclareTarget(tcCommandLine& line, tsCommonOptions* options)
 {
     line.Operand("TARGET", &options->target,
-                 "HOST:PORT, serial:NUMBER, or sim for a simulated camera");
+                 "HOST:PORT, serial:NUMBER, or sim for a simulated camera")
+        .Checked([](const std::string& text) { ParseTarget(text); });
 }
 
 void DeclareCommon(tcCommandLine& line, tsCommonOptions* options)
@@ -185,7 +201,9 @@ void DeclareCameraOptions(tcCommandLine& line, tsCommonOptions* options)
 {
     DeclareOutput(line, options);
     const char* const group = "Simulated camera";
-    line.Option("--sim-sensor", &options->simSensor, "SIZE", "columns and rows").Group(group);
+    line.Option("--sim-sensor", &options->simSensor, "SIZE", "columns and rows")
+        .Checked([](const std::string& text) { ParseSize(text); })
+        .Group(group);
     line.Option("--sim-seed", &options->sim.seed, "NUMBER", "another number, another sky")
         .Group(group);
     line.Option("--sim-time-scale", &options->sim.timeScale, "FACTOR",
@@ -213,13 +231,14 @@ std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options)
     return std::make_unique<tcSession>(target, options->sim);
 }
 
-int RunProgram(std::vector<std::string> arguments)
+int RunProgram(const std::vector<std::string>& arguments)
 {
     CatchSignals();
     try {
-        return Dispatch(std::move(arguments));
+        return Dispatch(arguments);
     } catch (const tcFailure& failure) {
         PrintError(failure.what());
+        if (failure.Code() == eExitUsage) PrintUsageError(arguments, failure.what());
         return failure.Code();
     } catch (const std::exception& error) {
         PrintError(error.what());

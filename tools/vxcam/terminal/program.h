@@ -58,7 +58,7 @@ void HushLibrary(const tsCommonOptions& options);
 std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options);
 
 // The arguments without the program's name. Prints, and returns the exit code.
-int RunProgram(std::vector<std::string> arguments);
+int RunProgram(const std::vector<std::string>& arguments);
 
 std::unique_ptr<tcVerb> MakeDaemons();
 std::unique_ptr<tcVerb> MakeDoctor();

@@ -5,10 +5,26 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <charconv>
+#include <limits>
 #include <type_traits>
 #include <utility>
 
 namespace {
+
+// Decimal, or hexadecimal behind 0x; the parser itself takes -1 for the largest number.
+template <class Type>
+std::string WhyNotWhole(const std::string& text)
+{
+    const bool isHex = text.rfind("0x", 0) == 0;
+    const char* const end = text.data() + text.size();
+    Type number = 0;
+    const auto [rest, error] =
+        std::from_chars(text.data() + (isHex ? 2 : 0), end, number, isHex ? 16 : 10);
+    if (error == std::errc() && rest == end) return "";
+    return "'" + text + "' is no whole number from 0 to " +
+           std::to_string(std::numeric_limits<Type>::max());
+}
 
 CLI::Option* Declare(CLI::App& app, const char* names, const tpValue& value, const char* meaning)
 {
@@ -18,6 +34,9 @@ CLI::Option* Declare(CLI::App& app, const char* names, const tpValue& value, con
             CLI::Option* const option = app.add_option(names, *variable, meaning);
             if constexpr (std::is_arithmetic_v<Type> || std::is_same_v<Type, std::string>) {
                 option->capture_default_str();
+            }
+            if constexpr (std::is_unsigned_v<Type>) {
+                option->check(CLI::Validator(WhyNotWhole<Type>, ""));
             }
             // The last one of an option that is repeated holds; of operands, one is enough.
             if (!std::is_same_v<Type, std::vector<std::string>> && !option->get_positional()) {
@@ -70,6 +89,14 @@ tcOption tcOption::OneOf(const std::vector<std::string>& words) const
     return *this;
 }
 
+tcOption tcOption::Checked(void (*check)(const std::string&)) const
+{
+    mpChecks->push_back([option = mpOption, check] {
+        if (option->count() > 0) check(option->as<std::string>());
+    });
+    return *this;
+}
+
 tcOption tcOption::Excludes(const tcOption& other) const
 {
     mpOption->excludes(other.mpOption);
@@ -83,18 +110,18 @@ tcOption tcOption::Group(const char* title) const
 }
 
 tcCommandLine::tcCommandLine(const std::string& name, const std::string& summary)
-    : mpApp(std::make_shared<CLI::App>(summary, name))
+    : tcCommandLine(std::make_shared<CLI::App>(summary, name), std::make_shared<tpChecks>())
 {}
 
 tcOption tcCommandLine::Option(const char* names, tpValue value, const char* type,
                                const char* meaning)
 {
-    return tcOption(Declare(*mpApp, names, value, meaning)->type_name(type));
+    return {Declare(*mpApp, names, value, meaning)->type_name(type), mpChecks};
 }
 
 tcOption tcCommandLine::Flag(const char* names, bool* value, const char* meaning)
 {
-    return tcOption(mpApp->add_flag(names, *value, meaning));
+    return {mpApp->add_flag(names, *value, meaning), mpChecks};
 }
 
 tcOption tcCommandLine::Operand(const char* name, tpValue value, const char* meaning)
@@ -109,7 +136,7 @@ tcCommandLine tcCommandLine::Action(const char* name, const char* meaning,
     CLI::App* const action = mpApp->add_subcommand(name, meaning);
     action->fallthrough();
     action->callback(std::move(chosen));
-    return tcCommandLine(std::shared_ptr<CLI::App>(mpApp, action));
+    return {std::shared_ptr<CLI::App>(mpApp, action), mpChecks};
 }
 
 void tcCommandLine::AddFooter(const std::string& text)
@@ -126,6 +153,9 @@ bool tcCommandLine::Parse(std::vector<std::string> arguments)
         return false;
     } catch (const CLI::ParseError& error) {
         throw tcFailure(eExitUsage, std::string(error.what()) + " (see " + Name() + " --help)");
+    }
+    for (const auto& check : *mpChecks) {
+        check();
     }
     return true;
 }
@@ -162,7 +192,7 @@ std::vector<tcCommandLine> tcCommandLine::Actions() const
 {
     std::vector<tcCommandLine> actions;
     for (CLI::App* action : mpApp->get_subcommands(nullptr)) {
-        actions.push_back(tcCommandLine(std::shared_ptr<CLI::App>(mpApp, action)));
+        actions.push_back({std::shared_ptr<CLI::App>(mpApp, action), mpChecks});
     }
     return actions;
 }

@@ -26,17 +26,24 @@ using tpValue = std::variant<std::string*, int*, uint16_t*, uint64_t*, double*, 
 class tcOption
 {
 public:
-    explicit tcOption(CLI::Option* option) : mpOption(option) {}
+    using tpChecks = std::vector<std::function<void()>>;
+
+    tcOption(CLI::Option* option, std::shared_ptr<tpChecks> checks)
+        : mpOption(option), mpChecks(std::move(checks))
+    {}
 
     tcOption Required() const; // and so without an initial value
     tcOption Within(int least, int most) const;
     tcOption Within(double least, double most) const;
     tcOption OneOf(const std::vector<std::string>& words) const;
+    // When all has been parsed, with what is given. Throws tcFailure when that cannot be.
+    tcOption Checked(void (*check)(const std::string&)) const;
     tcOption Excludes(const tcOption& other) const;
     tcOption Group(const char* title) const; // of the help
 
 private:
     CLI::Option* mpOption;
+    std::shared_ptr<tpChecks> mpChecks; // of the command line
 };
 
 // An option as documents tell of it.
@@ -80,9 +87,14 @@ public:
     bool HasOperand(const std::string& name) const;
 
 private:
-    explicit tcCommandLine(std::shared_ptr<CLI::App> app) : mpApp(std::move(app)) {}
+    using tpChecks = tcOption::tpChecks;
+
+    tcCommandLine(std::shared_ptr<CLI::App> app, std::shared_ptr<tpChecks> checks)
+        : mpApp(std::move(app)), mpChecks(std::move(checks))
+    {}
 
     std::shared_ptr<CLI::App> mpApp;
+    std::shared_ptr<tpChecks> mpChecks; // those of the actions, too
 };
 
 #endif

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -19,6 +20,12 @@ int TerminalWidth()
     struct winsize size {};
     if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return gnUsualWidth;
     return size.ws_col;
+}
+
+bool TakesEscapes()
+{
+    const char* const terminal = std::getenv("TERM");
+    return ::isatty(STDERR_FILENO) == 1 && (terminal == nullptr || terminal != std::string("dumb"));
 }
 
 } // namespace
@@ -38,7 +45,7 @@ std::string ProgressLine(const std::string& label, double fraction, const std::s
     return line.substr(0, static_cast<size_t>(std::max(width, 0)));
 }
 
-tcProgress::tcProgress(bool wanted) : mbDrawn(wanted && ::isatty(STDERR_FILENO) == 1) {}
+tcProgress::tcProgress(bool wanted) : mbDrawn(wanted && TakesEscapes()) {}
 
 void tcProgress::Show(const std::string& label, double fraction, const std::string& text)
 {

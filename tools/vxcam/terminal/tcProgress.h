@@ -9,7 +9,8 @@
 std::string ProgressLine(const std::string& label, double fraction, const std::string& text,
                          int width);
 
-// Draws nothing when standard error is no terminal. Wipes its line when it goes.
+// Draws nothing when standard error is no terminal, or TERM says that it is a dumb one. Wipes its
+// line when it goes.
 //
 // Threads: one.
 class tcProgress
