@@ -31,12 +31,22 @@ std::optional<uint8_t> byteOf(const std::string& text, size_t at)
     return byte;
 }
 
-struct Character {
-    size_t bytes = 0; // 0: what stands there is no character
-    uint32_t code = 0;
-};
+std::string escapedByte(char byte)
+{
+    for (const Escape& escape : kEscapes) {
+        if (byte == escape.character) return {'\\', escape.letter};
+    }
+    return "\\x" + hexDigits(static_cast<uint8_t>(byte));
+}
 
-// The character that begins at `at`, in its shortest form and not half of a pair.
+bool isPlain(const Character& character)
+{
+    if (character.bytes == 0 || character.code < ' ' || character.code == '\\') return false;
+    return character.code < kDelete || character.code > kLastUpperControl;
+}
+
+} // namespace
+
 Character characterAt(const std::string& text, size_t at)
 {
     const auto first = static_cast<uint8_t>(text[at]);
@@ -62,22 +72,6 @@ Character characterAt(const std::string& text, size_t at)
     }
     return {};
 }
-
-std::string escapedByte(char byte)
-{
-    for (const Escape& escape : kEscapes) {
-        if (byte == escape.character) return {'\\', escape.letter};
-    }
-    return "\\x" + hexDigits(static_cast<uint8_t>(byte));
-}
-
-bool isPlain(const Character& character)
-{
-    if (character.bytes == 0 || character.code < ' ' || character.code == '\\') return false;
-    return character.code < kDelete || character.code > kLastUpperControl;
-}
-
-} // namespace
 
 std::string escaped(const std::string& bytes)
 {

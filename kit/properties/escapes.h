@@ -16,6 +16,15 @@ std::string escaped(const std::string& bytes);
 // The other way round; nothing where a backslash is followed by anything else.
 std::optional<std::string> unescaped(const std::string& text);
 
+// A character in UTF-8.
+struct Character {
+    size_t bytes = 0; // 0: what stands there is none
+    uint32_t code = 0;
+};
+
+// The one that begins at `at`, in its shortest form and not half of a pair.
+Character characterAt(const std::string& text, size_t at);
+
 bool isUtf8(const std::string& bytes);
 
 // "0x01ff", of at most so many bytes.
