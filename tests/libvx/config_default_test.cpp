@@ -173,6 +173,20 @@ static void UseConfiguration(std::atomic<int>& waiting, int thread, int items)
     }
 }
 
+TEST_F(Configuration, IsListedWhileOthersAreMade)
+{
+    const tcCapturedOutput output;
+    std::atomic<bool> isOver{false};
+    std::thread maker([&] {
+        for (int i = 0; i < 300; ++i)
+            tcConfigFile(("made" + std::to_string(i)).c_str());
+        isOver = true;
+    });
+    while (!isOver)
+        ListConfigs(false);
+    maker.join();
+}
+
 TEST_F(Configuration, IsAskedAndChangedByManyThreadsAtOnce)
 {
     constexpr int threadCount = 4, items = 1000;

@@ -187,6 +187,14 @@ TEST_F(ConfigLoad, ReportsAnEmptyNameAsAlreadyIncluded)
     }
 }
 
+TEST_F(ConfigLoad, TakesAFileThatCouldNotBeOpenedForOneNotIncluded)
+{
+    std::filesystem::create_directory("folder");
+    const auto file = Load("!include folder\n!include folder\n");
+    EXPECT_EQ(file->Errors(), "Error opening folder : Is a directory\n"
+                              "Error opening folder : Is a directory\n");
+}
+
 TEST_F(ConfigLoad, ReturnsOneOnEveryPath)
 {
     auto file = Load("a=1\n");

@@ -69,6 +69,33 @@ private:
     std::vector<std::unique_ptr<tcClient>> maClients;
 };
 
+// They go on taking a little now and then.
+class tcDrippingReaders
+{
+public:
+    tcDrippingReaders(unsigned short port, const std::string& request, int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            maClients.push_back(std::make_unique<tcClient>(port, "127.0.0.1", "127.0.0.1", 4096));
+            maClients.back()->Send(request);
+            maThreads.emplace_back([&client = *maClients.back()] { client.ReadSlowly(2048, 30); });
+        }
+    }
+    ~tcDrippingReaders()
+    {
+        for (const auto& client : maClients)
+            client->Abandon();
+        for (std::thread& thread : maThreads)
+            thread.join();
+    }
+    tcDrippingReaders(const tcDrippingReaders&) = delete;
+    tcDrippingReaders& operator=(const tcDrippingReaders&) = delete;
+
+private:
+    std::vector<std::unique_ptr<tcClient>> maClients;
+    std::vector<std::thread> maThreads;
+};
+
 // Somebody is answered beside them, also when they come again and again.
 void AskBesideSlowReaders(unsigned short port, const std::string& much)
 {
@@ -83,14 +110,33 @@ void AskBesideSlowReaders(unsigned short port, const std::string& much)
 
 } // namespace
 
-TEST_F(Daemon, AnswersWithinASecondWhileAllPlacesAreTakenByClientsThatDoNotRead)
+// A logger with a buffer whose dump is more than any socket takes.
+class MuchToRead : public Daemon
 {
-    Start();
-    tcLog& log = *Keep(new tcLog("MUCH", 1));
-    EXPECT_EQ("", Ask("LOG:SET MUCH 1 50000"));
-    const std::string text(250, 'x');
-    for (int i = 0; i < 50000; ++i)
-        log.logDebug(1, "%s", text.c_str());
+protected:
+    MuchToRead()
+    {
+        Start();
+        tcLog& log = *Keep(new tcLog("MUCH", 1));
+        EXPECT_EQ("", Ask("LOG:SET MUCH 1 50000"));
+        const std::string text(250, 'x');
+        for (int i = 0; i < 50000; ++i)
+            log.logDebug(1, "%s", text.c_str());
+    }
+};
+
+TEST_F(MuchToRead, HoldsNobodyUpWhenAllPlacesAreTakenByClientsThatReadSlowly)
+{
+    const tcDrippingReaders readers(mnPort, "LOG:DUMP MUCH", 64);
+    EXPECT_TRUE(Eventually([&] { return CountThreads() >= 2 + 64 + 64; }));
+    const auto start = tcClock::now();
+    EXPECT_NE("", Ask("LIST"));
+    EXPECT_LT(ElapsedMs(start), tcDbgd::snReplyPatience + 2 * LimitMs());
+    std::printf("answered after %d ms\n", ElapsedMs(start));
+}
+
+TEST_F(MuchToRead, HoldsNobodyUpWhileAllPlacesAreTakenByClientsThatDoNotRead)
+{
     EXPECT_GT(Ask("LOG:DUMP MUCH").size(), 14000000u); // more than any socket takes
     const long before = ResidentKiB();
     AskBesideSlowReaders(mnPort, "LOG:DUMP MUCH");

@@ -290,6 +290,16 @@ TEST_F(LogCommand, WritesToAFileAndClosesIt)
     mLogger.SetConsumer(nullptr);
 }
 
+TEST_F(LogCommand, ShowsControlCharactersOfFileNames)
+{
+    const std::string name = Path("\x1b[2Jcam.log"), shown = Path("\\x1b[2Jcam.log");
+    Tell("LOG:SET CAM 2 " + name);
+    EXPECT_EQ("CAM = 2 [" + shown + "]\n", Ask("LOG:GET CAM"));
+    EXPECT_THAT(Ask("LOG:DIR"), HasSubstr(shown));
+    EXPECT_THAT(Ask("LOG:DIR"), Not(HasSubstr("\x1b")));
+    Tell("LOG:SET CAM 2");
+}
+
 TEST_F(LogCommand, WritesToStandardOutput)
 {
     Tell("LOG:SET CAM 2 -");

@@ -133,11 +133,13 @@ inline unsigned short FreeHighPort()
 class tcClient
 {
 public:
+    // With a receive buffer of so many bytes; 0: as the system has it.
     explicit tcClient(unsigned short port, const char* from = "127.0.0.1",
-                      const char* to = "127.0.0.1")
+                      const char* to = "127.0.0.1", int buffer = 0)
         : mhDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
         const sockaddr_in local = Address(from, 0), remote = Address(to, port);
+        if (buffer != 0) setsockopt(mhDescriptor, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
         EXPECT_EQ(0, bind(mhDescriptor, Plain(local), sizeof local));
         mbConnected = connect(mhDescriptor, Plain(remote), sizeof remote) == 0;
     }
@@ -160,6 +162,8 @@ public:
         if (mhDescriptor >= 0) close(mhDescriptor);
         mhDescriptor = -1;
     }
+    // Ends both directions, under a thread that reads, too.
+    void Abandon() { shutdown(mhDescriptor, SHUT_RDWR); }
     void Send(const std::string& text)
     {
         size_t done = 0;

@@ -121,6 +121,23 @@ std::string tcConfigFile::FilesUsed() const
     return text;
 }
 
+void tcConfigFile::List(bool dump)
+{
+    const tGuard guard(RegistryLock()); // no object goes meanwhile
+    std::cout << "####      Listing tcConfigFile Objects.... " << std::endl;
+    int number = 0;
+    for (const auto& [name, file] : GetMap()) {
+        std::cout << std::to_string(++number) << " " << name << " @ " << static_cast<void*>(file)
+                  << std::endl;
+        if (!dump) continue;
+        if (file == nullptr) {
+            std::cout << sNoObject << name << std::endl;
+        } else {
+            file->Dump("dump.dat");
+        }
+    }
+}
+
 extern "C" void DumpConfig(const char* name)
 {
     const tcConfigFile* file = FindOrList(name);
@@ -135,16 +152,5 @@ extern "C" int ValidConfig(const char* name)
 
 extern "C" void ListConfigs(bool dump)
 {
-    std::cout << "####      Listing tcConfigFile Objects.... " << std::endl;
-    int number = 0;
-    for (const auto& [name, file] : tcConfigFile::GetMap()) {
-        std::cout << std::to_string(++number) << " " << name << " @ " << static_cast<void*>(file)
-                  << std::endl;
-        if (!dump) continue;
-        if (file == nullptr) {
-            std::cout << sNoObject << name << std::endl;
-        } else {
-            file->Dump("dump.dat");
-        }
-    }
+    tcConfigFile::List(dump);
 }

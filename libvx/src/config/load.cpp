@@ -91,9 +91,9 @@ std::recursive_mutex& tcConfigFile::RegistryLock()
 
 tcConfigFile::tcConfigFile(const char* name) : msFileName(name == nullptr ? "" : name)
 {
-    Register(this);
     mbEnvOverride = std::getenv("CONFIGFILE_ENV_OVERIDE") != nullptr;
     mvFilesUsed.emplace_back();
+    Register(this);
     LoadConfigFile(msFileName.c_str(), true);
     mbErrors = !mssErrors.str().empty();
 }
@@ -140,7 +140,7 @@ int tcConfigFile::LoadConfigFile(const char* name, bool clear)
 void tcConfigFile::LoadFile(const std::string& fileName, bool clear)
 {
     // Kept: the file is read again all the same.
-    if (!mpLoad->AddName(fileName)) {
+    if (mpLoad->Knows(fileName)) {
         mssErrors << fileName << " Already included! skipping to prevent recursion\n"
                   << "Last file read was " << CurrentFile() << "\n";
     }
@@ -151,6 +151,7 @@ void tcConfigFile::LoadFile(const std::string& fileName, bool clear)
         return;
     }
     mvFilesUsed.push_back(fileName);
+    mpLoad->AddName(fileName);
     if (clear) mmItems.clear();
     const bool isNew = mpLoad->AddFile(status);
     std::string section;

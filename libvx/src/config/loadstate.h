@@ -45,8 +45,9 @@ public:
         tcLoadState& mLoad;
     };
 
-    // False when the name is known already.
-    bool AddName(const std::string& name) { return mNames.insert(name).second; }
+    // Whether a file has been read under the name.
+    bool Knows(const std::string& name) const { return mNames.count(name) != 0; }
+    void AddName(const std::string& name) { mNames.insert(name); }
 
     // False when this load has read the file already, under whatever name.
     bool AddFile(const struct stat& status) { return mFiles.insert(Identity(status)).second; }

@@ -61,6 +61,9 @@ public:
     // over it sees to it that no object is made or destroyed meanwhile.
     static tConfigMap& GetMap();
 
+    // What ListConfigs() does, while no object is made or destroyed.
+    static void List(bool dump);
+
     // The registry under its member name.
     static tConfigMap& mmConfigMap;
 

@@ -12,9 +12,9 @@
 // "config.dat" in the working directory. Programs with raised rights, set-user-id ones for example,
 // do not look at the variable.
 //
-// Threads: the static functions may be called from any thread; the object they return is not
-// locked. Locks:   one mutex of the class during creation, naming and destruction. Owns:    the
-// instance.
+// Threads: the static functions may be called from any thread.
+// Locks:   one mutex of the class during creation, naming and destruction.
+// Owns:    the instance.
 class VX_EXPORT tcConfiguration : public tcConfigFile
 {
 public:

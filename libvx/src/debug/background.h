@@ -16,7 +16,7 @@ namespace vx {
 
 constexpr int nRequestSize = 1024;
 
-// Clients that a service has at a time; more wait in the backlog.
+// Connections that may wait for a service to accept them.
 constexpr int nBacklog = 1024;
 
 // How long a client may be silent even if another one waits for its place, in milliseconds.

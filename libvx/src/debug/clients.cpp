@@ -72,16 +72,17 @@ void tcDbgd::tcServer::DropFor(int waiting)
 }
 
 // The one that has been silent longest, else one that has its reply, else one that does not take
-// it.
+// it, else one that takes it too slowly.
 bool tcDbgd::tcServer::DropOne()
 {
-    tsPlace* place = Oldest(eSilent);
-    if (!place) place = Oldest(eLeaving);
+    tsPlace* place = Oldest(eSilent, vx::nLeastPatience);
+    if (!place) place = Oldest(eLeaving, vx::nLeastPatience);
     if (place) {
         // What it has sent meanwhile is still read, and answered.
         place->mpClient->Shutdown(SHUT_RD);
     } else {
         place = Stalled();
+        if (!place) place = Oldest(eServed, snReplyPatience);
         if (!place) return false;
         vx::Cut(*place->mpClient);
     }
@@ -89,10 +90,11 @@ bool tcDbgd::tcServer::DropOne()
     return true;
 }
 
-// The client that has been in a phase longest, but not just entered it; null when there is none.
-tcDbgd::tcServer::tsPlace* tcDbgd::tcServer::Oldest(tePhase phase)
+// The client that has been in a phase longest, and for so many milliseconds; null when there is
+// none.
+tcDbgd::tcServer::tsPlace* tcDbgd::tcServer::Oldest(tePhase phase, int least)
 {
-    auto oldest = tcClock::now() - std::chrono::milliseconds(vx::nLeastPatience);
+    auto oldest = tcClock::now() - std::chrono::milliseconds(least);
     tsPlace* found = nullptr;
     for (tsPlace& place : maPlaces) {
         if (place.mePhase != phase || place.mtSince > oldest) continue;

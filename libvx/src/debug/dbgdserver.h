@@ -111,7 +111,7 @@ private:
     bool MakeRoom(HSocket& listener);
     void DropFor(int waiting);
     bool DropOne();
-    tsPlace* Oldest(tePhase phase);
+    tsPlace* Oldest(tePhase phase, int least);
     tsPlace* Stalled();
 
     const tsServerSettings mSettings;

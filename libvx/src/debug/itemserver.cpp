@@ -251,8 +251,10 @@ bool tcItemServer::Discard(tsClient& client)
 // answer, else one that does not take it; the end when all have come just now.
 tcItemServer::tcClients::iterator tcItemServer::Oldest()
 {
-    const auto latest = tcClock::now() - std::chrono::milliseconds(vx::nLeastPatience);
     for (const auto phase : {tsClient::eSilent, tsClient::eLeaving, tsClient::eTaking}) {
+        const std::chrono::milliseconds patience(
+            phase == tsClient::eTaking ? vx::nLeastTakingPatience : vx::nLeastPatience);
+        const auto latest = tcClock::now() - patience;
         auto found = maClients.end();
         for (auto client = maClients.begin(); client != maClients.end(); ++client) {
             if (client->mePhase != phase || client->mtSince > latest) continue;

@@ -7,6 +7,7 @@
 #include "tcDbgd.h"
 #include "tcLog.h"
 #include "tcLogConsumer.h"
+#include "vxvisible.h"
 
 #include <sys/auxv.h>
 
@@ -31,7 +32,7 @@ std::string LevelAndConsumer(const std::string& name, const tcLog& log)
 {
     std::string text = name + " = " + std::to_string(log.getDbgLevel());
     if (const tcHeldConsumer consumer = log.HeldConsumer())
-        text.append(" [").append(consumer->Description()).append("]");
+        text.append(" [").append(vx::Visible(consumer->Description())).append("]");
     return text;
 }
 
@@ -188,7 +189,8 @@ void tcDbgdWB_log::Dir(HSocket* client)
                   std::string text = name + "," + std::to_string(log.getDbgLevel()) + ",";
                   const tcHeldConsumer consumer = log.HeldConsumer();
                   if (!consumer) return text + "UNK";
-                  return text.append(consumer->TypeName()).append(consumer->Options());
+                  return text.append(vx::Visible(consumer->TypeName()))
+                      .append(vx::Visible(consumer->Options()));
               }));
 }
 

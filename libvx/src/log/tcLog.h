@@ -262,7 +262,7 @@ public:
     // A new consumer, owned by the caller, or mpDefaultConsumer when the URI asks for nothing:
     //   cout                              standard output
     //   file:NAME                         a file, appended to
-    //   buff:LINES                        the last 1 to 1000000 records
+    //   buff:LINES                        the last 1 to tcLogBuffer::nMaximumLines records
     //   udp:ADDRESS:PORT[:bin|txt[:INTERFACE]]  datagrams
     //   null                              nothing
     // ":" and "/" and runs of them separate; a file is therefore always in the working directory.
