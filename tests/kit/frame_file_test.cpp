@@ -1,0 +1,33 @@
+#include "files_support.h"
+
+#include <vxcamkit/frame_file.h>
+
+namespace vxcam {
+
+TEST(FrameFile, IsNamedByAPattern)
+{
+    EXPECT_EQ(fileName("a.fits", 1, 1), "a.fits");
+    EXPECT_EQ(fileName("a.fits", 3, 9), "a-0003.fits");
+    EXPECT_EQ(fileName("a.fits", 3, 0), "a-0003.fits"); // nobody knows how many
+    EXPECT_EQ(fileName("a.b/c", 3, 9), "a.b/c-0003");
+    EXPECT_EQ(fileName("a%d.fits", 3, 9), "a3.fits");
+    EXPECT_EQ(fileName("a%4d%%", 3, 9), "a   3%");
+    EXPECT_EQ(fileName("%04d-x", 12345, 9), "12345-x");
+    for (const char* pattern : {"", "%", "%x", "%d%d", "%0", "%12345678901d"}) {
+        EXPECT_NE(refusalOf([&] { fileName(pattern, 1, 1); }, ErrorKind::Usage), "") << pattern;
+    }
+}
+
+TEST(FrameFile, IsOfTheKindThatItsNameSays)
+{
+    EXPECT_EQ(formatOf("a.fits"), FileFormat::Fits);
+    EXPECT_EQ(formatOf("x.y/a.FIT"), FileFormat::Fits);
+    EXPECT_EQ(formatOf("a.Tiff"), FileFormat::Tiff);
+    EXPECT_EQ(formatOf("a.png"), FileFormat::Preview);
+    for (const char* path : {"a", "a.fits.gz", ".fits", "a.fits/b", ""}) {
+        EXPECT_EQ(formatOf(path), std::nullopt) << path;
+    }
+    EXPECT_TRUE(isAvailable(FileFormat::Fits));
+}
+
+} // namespace vxcam
