@@ -124,6 +124,7 @@ void tcVXCamera::ForgetFrames(teFrameKind frames)
         account.Clear();
         if (mpExtension->held[kind]) mpExtension->held[kind]->isHeld = false;
     }
+    mpExtension->lastPixels = {}; // whose buffer may be gone
 }
 
 // Whether a packet belongs to the frame that an earlier readout was given up in: the packets of

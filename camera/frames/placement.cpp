@@ -43,6 +43,7 @@ void tcVXCamera::CountPacket(const char* operation, const Packet& packet,
 void tcVXCamera::Place(const tsPlacement& place)
 {
     mbPlacedOutside = false;
+    mpExtension->lastPixels = {};
     tsReadoutFacts& readout = mpExtension->readouts[KindOf(place.item)];
     if (place.buffer == nullptr) {
         const bool isKnown = readout.runs && readout.isUnderrun; // and has been told

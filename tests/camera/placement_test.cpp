@@ -4,6 +4,8 @@
 
 #include <random>
 
+#include <sys/mman.h>
+
 class Placement : public Readout
 {};
 
@@ -425,6 +427,34 @@ TEST_F(Placement, OldStridesKeepWithinTheImageToo)
             EXPECT_TRUE(image.GuardsAreWhole());
         }
     }
+}
+
+// A buffer of another readout may lie where one did that is gone, and be smaller.
+TEST_F(Placement, LooksAtNoPixelsOfAnEarlierReadout)
+{
+    constexpr size_t page = 4096;
+    mCamera.TellGeometry(4, page / 2); // a row is a page
+    void* const memory =
+        mmap(nullptr, 4 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto* const pixels = static_cast<unsigned short*>(memory);
+    mCamera.ReadCCDArea(pixels, 1, 0);
+    Feed(mCamera, {e16Bit, 1, 4, 3, 0, 7, true});
+    EXPECT_EQ(pixels[3 * page / 2 + 7], 8U);
+    mCamera.AbortRead();
+    mCamera.SetCCDArea(0, 0, page / 2, 1);
+    ASSERT_EQ(mprotect(static_cast<char*>(memory) + page, 3 * page, PROT_NONE), 0);
+    mCamera.ReadCCDArea(pixels, 1, 0);
+    tsPixels backwards{e16Bit, 1, 3, 0, 7, 0, true};
+    backwards.values.assign(8, 1);
+    const tBytes garbage(20, 0x77);
+    const tBytes bytes = backwards.Message().Bytes();
+    mCamera.FeedParser(bytes, bytes.size());
+    mCamera.FeedParser(garbage, garbage.size());
+    Feed(mCamera, {e16Bit, 2, 3, 0, 0, 7, true}); // read what had been stored last
+    EXPECT_EQ(pixels[7], 8U);
+    mCamera.AbortRead();
+    EXPECT_EQ(munmap(memory, 4 * page), 0);
 }
 
 TEST_F(Placement, AgreesWithANaiveModelOnRandomAndHostilePackets)
