@@ -55,8 +55,9 @@ void tcVXCamera::Place(const tsPlacement& place)
     const uint32_t wanted = std::min(place.lastColumn - place.firstColumn + 1, place.carried);
     const tsImageLimits limits = LimitsOf(item, place.buffer);
     const bool isInTurn = IsInTurn(KindOf(place.item)) && place.buffer == item.result1;
-    const tsSpot spot =
-        isInTurn ? readout.packing.Find(place.row, place.firstColumn) : SpotOf(place, limits);
+    const tsSpot spot = isInTurn
+                            ? readout.packing.Find(place.row, place.firstColumn, place.lastColumn)
+                            : SpotOf(place, limits);
     const uint64_t room = spot.element < limits.pixels ? limits.pixels - spot.element : 0;
     const uint64_t inside =
         limits.known ? std::min({uint64_t{wanted}, uint64_t{spot.columns}, room}) : wanted;

@@ -19,36 +19,38 @@ void tcPacking::BeginFrame()
     mnRow = mnColumn = 0;
 }
 
-bool tcPacking::Holds(size_t region, uint32_t row, uint32_t column) const
+size_t tcPacking::Search(size_t from, uint32_t row, uint32_t first, uint32_t last) const
 {
-    const tsRegion& wanted = maRegions[region];
-    return row >= wanted.row && row - wanted.row < wanted.rows && column >= wanted.column &&
-           column - wanted.column < wanted.columns;
+    for (; from < maRegions.size(); ++from) {
+        const tsRegion& region = maRegions[from];
+        const bool hasRow = row >= region.row && row - region.row < region.rows;
+        if (hasRow && first >= region.column && last - region.column < region.columns) break;
+    }
+    return from;
 }
 
 // From the region of the last packet on, where it must lie behind that one; else, since packets may
-// be repeated, anywhere.
-tsSpot tcPacking::Find(uint32_t row, uint32_t column)
+// be repeated, anywhere. Of a packet that no region holds whole, the first column decides.
+tsSpot tcPacking::Find(uint32_t row, uint32_t first, uint32_t last)
 {
-    const bool isBehind = row > mnRow || (row == mnRow && column >= mnColumn);
-    size_t region = isBehind ? mnRegion : mnRegion + 1;
-    while (region < maRegions.size() && !Holds(region, row, column)) {
-        ++region;
-    }
-    if (region >= maRegions.size()) {
-        region = 0;
-        while (region < maRegions.size() && !Holds(region, row, column)) {
-            ++region;
+    const bool isBehind = row > mnRow || (row == mnRow && first >= mnColumn);
+    const size_t next = isBehind ? mnRegion : mnRegion + 1, none = maRegions.size();
+    size_t region = none;
+    for (const uint32_t end : {last, first}) {
+        region = Search(next, row, first, end);
+        if (region < none) {
+            mnRegion = region;
+            mnRow = row;
+            mnColumn = last + 1;
+            break;
         }
-        if (region == maRegions.size()) return {};
-    } else {
-        mnRegion = region;
-        mnRow = row;
-        mnColumn = column + 1;
+        region = Search(0, row, first, end);
+        if (region < none) break;
     }
+    if (region == none) return {};
     const tsRegion& found = maRegions[region];
     const uint64_t below = maAbove[region] + row - found.row;
-    return {below * mnStride + column - found.column, found.columns - (column - found.column)};
+    return {below * mnStride + first - found.column, found.columns - (first - found.column)};
 }
 
 std::vector<uint32_t> tcPacking::FrameRows(const std::vector<uint32_t>& sensorRows) const

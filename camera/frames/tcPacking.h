@@ -29,15 +29,17 @@ public:
     // The packets that are looked for from now on are those of another frame.
     void BeginFrame();
 
-    // Where the pixels of a packet go, by row and column of the sensor. Regions may overlap;
-    // packets come in order.
-    tsSpot Find(uint32_t row, uint32_t column);
+    // Where the pixels of a packet go, by its row and columns of the sensor, the last one
+    // inclusive. Regions may overlap; packets come in order.
+    tsSpot Find(uint32_t row, uint32_t first, uint32_t last);
 
     // Rows of the sensor, as those of the frame; each may be several, or none.
     std::vector<uint32_t> FrameRows(const std::vector<uint32_t>& sensorRows) const;
 
 private:
-    bool Holds(size_t region, uint32_t row, uint32_t column) const;
+    // The first of the regions, from one on, that holds all these columns of a row; or their
+    // number.
+    size_t Search(size_t from, uint32_t row, uint32_t first, uint32_t last) const;
 
     std::vector<tsRegion> maRegions;
     std::vector<uint32_t> maAbove; // rows above each region

@@ -308,6 +308,45 @@ TEST_F(ImageBuffers, TakeRegionsThatOverlap)
     }
 }
 
+// Their rows are told apart by the columns alone.
+TEST_F(ImageBuffers, TakeRegionsThatOverlapWithinARow)
+{
+    struct tsPiece {
+        unsigned row, first, last, element; // which is the first of the frame that it goes to
+    };
+    struct {
+        int rows[2], columns[2], heights[2], widths[2];
+        std::vector<tsPiece> pieces;
+    } cases[] = {
+        {{5, 7},
+         {4, 8},
+         {3, 1},
+         {8, 3},
+         {{5, 4, 11, 0}, {6, 4, 11, 8}, {7, 4, 11, 16}, {7, 8, 10, 24}}},
+        {{5, 5}, {4, 8}, {1, 1}, {8, 8}, {{5, 4, 11, 0}, {5, 8, 15, 8}}},
+        {{5, 5}, {4, 8}, {1, 1}, {8, 8}, {{5, 8, 15, 8}}}, // it alone
+        {{5, 5}, {0, 2}, {1, 1}, {8, 6}, {{5, 0, 3, 0}, {5, 4, 7, 4}, {5, 2, 4, 8}, {5, 5, 7, 11}}},
+    };
+    for (auto& regions : cases) {
+        mCamera.SetAreaEx(2, regions.rows, regions.columns, regions.heights, regions.widths);
+        Set(1);
+        mCamera.ReadCCDArea(nullptr, 1, 0);
+        tcImage expected = mImages[0];
+        const auto total = static_cast<unsigned>(regions.pieces.size());
+        for (unsigned i = 0; i < total; ++i) {
+            const tsPiece& piece = regions.pieces[i];
+            tsPixels pixels{e16Bit, i + 1, total, piece.row, piece.first, piece.last, true};
+            pixels.values.assign(piece.last - piece.first + 1, 7 + i);
+            Feed(mCamera, pixels);
+            for (unsigned k = 0; k < pixels.values.size(); ++k) {
+                expected.Set(piece.element + k, 7 + i);
+            }
+        }
+        EXPECT_EQ(mTold.back().Outcome, eFrameComplete);
+        EXPECT_TRUE(mImages[0] == expected) << "case " << &regions - cases;
+    }
+}
+
 TEST_F(ImageBuffers, TakeBinnedFramesWithTheStrideOfTheSensor)
 {
     Set(1);
