@@ -82,6 +82,11 @@ Subscription Camera::onEvent(EventHandler handler)
     return core_->onEvent(std::move(handler));
 }
 
+std::string Camera::flight() const
+{
+    return core_->flight();
+}
+
 Cooler& Camera::cooler()
 {
     return core_->cooler();

@@ -49,6 +49,11 @@ enum class Restore {
 
 struct OpenOptions {
     Restore restore = Restore::All;
+    // Where Camera::flight() is written to when something fails: a readout that ends incomplete,
+    // timed out, with the link lost or with an error of the camera, a question that the camera does
+    // not answer, or a link that is lost. The file is replaced each time, at most once a second;
+    // that it cannot be written is told in the record alone. Empty: nowhere.
+    std::string flightFile;
 };
 
 // The embedded simulated camera or one on the network, opened.
@@ -105,6 +110,12 @@ public:
     // Calls the handler with all that the camera tells from now on, on a thread of the kit's, one
     // event at a time. It may use the camera.
     Subscription onEvent(EventHandler handler);
+
+    // The last 10,000 things that happened to the camera, the oldest first: messages, frames with
+    // the packets that are missing, errors, link events, readouts. A JSON object a line; each has
+    // "utc", "t" (s, steady clock) and "event" ("sent", "received", "frame", "error", "link",
+    // "started", "ended" or "note").
+    std::string flight() const;
 
     // Cools the sensor slowly, and warms it up again. Lives as long as the camera.
     Cooler& cooler();

@@ -15,6 +15,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kFirstHeartbeat(1500); // from the opening on
 constexpr milliseconds kLater(50);
+constexpr milliseconds kFlightPause(1000);          // between two files
 constexpr std::chrono::seconds kTemperatureAge(30); // older ones say nothing
 
 } // namespace
@@ -132,7 +133,10 @@ void CameraCore::require(int result, const std::string& what)
         fail(ErrorKind::LinkLost, what + ": the connection is lost" +
                                       (words.empty() ? "" : "; the camera's last words: " + words));
     }
-    if (result == eVXTimeout) fail(ErrorKind::Timeout, what + ": the camera does not answer");
+    if (result == eVXTimeout) {
+        noteFailure(what + ": no answer");
+        fail(ErrorKind::Timeout, what + ": the camera does not answer");
+    }
     fail(ErrorKind::Camera, what + ": the command failed (" + std::to_string(result) + ")");
 }
 
@@ -200,6 +204,12 @@ void CameraCore::abort()
 // Runs on the keeper's thread.
 std::optional<SteadyTime> CameraCore::watch()
 {
+    const std::optional<SteadyTime> save = saveFlight(), next = watchReadout();
+    return save && next ? std::min(*save, *next) : save ? save : next;
+}
+
+std::optional<SteadyTime> CameraCore::watchReadout()
+{
     if (isClosed_) return std::nullopt;
     const std::shared_ptr<StreamCore> stream = present();
     if (!stream || !stream->isRunning()) return lookAfter();
@@ -227,6 +237,32 @@ std::optional<SteadyTime> CameraCore::lookAfter()
     try {
         const Command command(*this);
     } catch (const Error&) { // closed meanwhile
+    }
+    return std::nullopt;
+}
+
+// ---- The flight recorder ----------------------------------------------------------------------
+
+void CameraCore::noteFailure(const std::string& text)
+{
+    if (!text.empty()) flight_.note(FlightEntry::Kind::Note, text);
+    if (options_.flightFile.empty()) return;
+    isFlightDue_ = true;
+    if (keeper_) keeper_->wake();
+}
+
+// Not more often than told. When to try again, if ever.
+std::optional<SteadyTime> CameraCore::saveFlight()
+{
+    if (!isFlightDue_) return std::nullopt;
+    const SteadyTime earliest = flightSaved_ + kFlightPause;
+    if (steady_clock::now() < earliest && !isClosed_) return earliest;
+    isFlightDue_ = false;
+    flightSaved_ = steady_clock::now();
+    try {
+        flight_.save(options_.flightFile);
+    } catch (const Error& error) {
+        flight_.note(FlightEntry::Kind::Note, error.what());
     }
     return std::nullopt;
 }

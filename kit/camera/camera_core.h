@@ -6,6 +6,7 @@
 #include "camera/keeper.h"
 #include "camera/simulator.h"
 #include "readout/stream_core.h"
+#include "record/flight_recorder.h"
 
 #include <vxcamkit/camera.h>
 #include <vxcamkit/cooler.h>
@@ -39,6 +40,8 @@ public:
     std::shared_ptr<StreamCore> stream(const Plan& plan);
     void abort();
     Subscription onEvent(EventHandler handler) { return events_.listen(std::move(handler)); }
+
+    std::string flight() const { return flight_.text(); }
 
     Cooler& cooler() { return cooler_; }
     Value get(const std::string& name);
@@ -112,7 +115,10 @@ private:
     void readoutEnded();
     void clearAway();
     std::optional<SteadyTime> watch();
+    std::optional<SteadyTime> watchReadout();
     std::optional<SteadyTime> lookAfter();
+    void noteFailure(const std::string& text);
+    std::optional<SteadyTime> saveFlight();
     std::shared_ptr<StreamCore> present() const;
     void requireOpen() const;
     [[noreturn]] void fail(ErrorKind kind, const std::string& text) const;
@@ -147,6 +153,10 @@ private:
     SteadyTime temperatureTime_;
     uint64_t complaintCount_ = 0;
     std::vector<Complaint> complaintList_; // the last ones
+
+    FlightRecorder flight_;
+    std::atomic<bool> isFlightDue_{false}; // something failed since it was saved
+    SteadyTime flightSaved_;               // of the keeper's thread
 
     EventQueue events_;
     std::unique_ptr<Keeper> keeper_;

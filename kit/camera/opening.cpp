@@ -70,6 +70,7 @@ struct CameraCore::Callbacks {
     static void frame(int, const tsFrameRecord* record, void* user)
     {
         CameraCore& camera = of(user);
+        camera.flight_.frame(*record);
         const std::shared_ptr<StreamCore> stream = camera.present();
         if (!stream) return;
         Arrival arrival;
@@ -109,6 +110,7 @@ struct CameraCore::Callbacks {
         event.time = momentOf(record->Time);
         event.text = words;
         camera.events_.post(std::move(event));
+        if (!isUp) camera.noteFailure("");
         camera.keeper_->wake();
     }
 
@@ -135,6 +137,7 @@ struct CameraCore::Callbacks {
     static void error(int, const tsCameraErrorRecord* record, void* user)
     {
         CameraCore& camera = of(user);
+        camera.flight_.error(*record);
         Complaint complaint{static_cast<int>(record->Code), static_cast<int>(record->SubCode),
                             record->Text};
         Event event;
@@ -159,6 +162,8 @@ struct CameraCore::Callbacks {
             stream->complain(std::move(complaint), !isOfCommand);
         }
     }
+
+    static void tap(int, const tsTapRecord* record, void* user) { of(user).flight_.tap(*record); }
 
     static void message(int handle, void* message, int length)
     {
@@ -252,6 +257,7 @@ void CameraCore::listen()
     opened_ = steady_clock::now();
     keeper_ = std::make_unique<Keeper>([this] { return watch(); });
     VXOverrideImageTimout(handle_, -1); // the keeper watches
+    VXSetTap(handle_, eTapMessagesReceived | eTapMessagesSent | eTapLink, Callbacks::tap, this);
     VXSetFrameCallback(handle_, Callbacks::frame, this);
     VXSetLinkCallback(handle_, Callbacks::link, this);
     VXSetHeartBeatRecordCallback(handle_, Callbacks::heartbeat, this);
@@ -291,6 +297,7 @@ void CameraCore::close()
     }
     cooler_.close();
     if (keeper_) keeper_->stop();
+    saveFlight();
     events_.stop();
     std::lock_guard<std::recursive_mutex> guard(commands_);
     simulator_.reset();

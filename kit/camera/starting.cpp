@@ -45,6 +45,20 @@ std::string sizeText(const Size& size)
     return std::to_string(size.columns) + " x " + std::to_string(size.rows);
 }
 
+// Of the camera or the way to it, not of the application's will.
+bool isFailure(ReadoutEnd end)
+{
+    return end == ReadoutEnd::Incomplete || end == ReadoutEnd::TimedOut ||
+           end == ReadoutEnd::LinkLost || end == ReadoutEnd::CameraError;
+}
+
+std::string textOf(const Plan& plan)
+{
+    return std::string(nameOf(plan.kind)) + ", " + nameOf(plan.type) + ", frames " +
+           std::to_string(plan.frames) + ", bits " + std::to_string(plan.bits) +
+           (plan.exposure ? ", us " + std::to_string(plan.exposure->count()) : "");
+}
+
 } // namespace
 
 void CameraCore::checkPlan(const Plan& plan) const
@@ -263,6 +277,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
             stream_ = next;
             isCleared_ = false;
         }
+        flight_.note(FlightEntry::Kind::Started, textOf(plan));
         next->begin(SteadyClock::now());
         require(sendReadout(next->setup()), "readout");
     } catch (const Error& error) {
@@ -284,6 +299,8 @@ void CameraCore::readoutEnded()
         event.readout = stream->readout();
         event.text = nameOf(stream->end());
     }
+    flight_.note(FlightEntry::Kind::Ended, event.text);
+    if (stream && isFailure(stream->end())) noteFailure(stream->endText());
     events_.post(std::move(event));
     keeper_->wake();
 }
