@@ -112,7 +112,7 @@ private:
     std::shared_ptr<FramePool> poolFor(const Plan& plan, const FrameFacts& facts);
     int sendReadout(const StreamSetup& setup);
 
-    void readoutEnded();
+    void readoutEnded(const StreamCore& stream);
     void clearAway();
     std::optional<SteadyTime> watch();
     std::optional<SteadyTime> watchReadout();

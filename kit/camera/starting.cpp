@@ -59,6 +59,20 @@ std::string textOf(const Plan& plan)
            (plan.exposure ? ", us " + std::to_string(plan.exposure->count()) : "");
 }
 
+// Of a frame as the library stores it: binned ones with the stride of the sensor, regions below
+// each other.
+size_t bufferBytes(const Plan& plan, const FrameFacts& facts)
+{
+    Size size = plan.kind == ReadoutKind::Area ? facts.area.size() : facts.sensor;
+    if (!facts.regions.empty()) size = {};
+    for (const Area& region : facts.regions) {
+        size.columns = std::max(size.columns, region.columns);
+        size.rows += region.rows;
+    }
+    const int bits = plan.kind == ReadoutKind::Area ? plan.bits : kBinnedBits;
+    return size_t(size.columns) * size_t(size.rows) * size_t(bits) / 8;
+}
+
 } // namespace
 
 void CameraCore::checkPlan(const Plan& plan) const
@@ -219,25 +233,21 @@ StreamSetup CameraCore::setUp(const Plan& plan)
     fillFacts(plan, &setup.facts);
     setup.exposures = exposurePlan(setup.facts.exposure);
     setup.pool = poolFor(plan, setup.facts);
-    setup.onEnd = [weak = weak_from_this()] {
-        if (const auto camera = weak.lock()) camera->readoutEnded();
+    setup.onEnd = [weak = weak_from_this()](const StreamCore& stream) {
+        if (const auto camera = weak.lock()) camera->readoutEnded(stream);
     };
     return setup;
 }
 
 std::shared_ptr<FramePool> CameraCore::poolFor(const Plan& plan, const FrameFacts& facts)
 {
-    const int bits = plan.kind == ReadoutKind::Area ? plan.bits : kBinnedBits;
-    const Size size = facts.regions.empty() ? facts.area.size() : sensor_;
-    const size_t bytes = size_t(size.columns) * size_t(size.rows) * size_t(bits) / 8;
+    const size_t bytes = bufferBytes(plan, facts);
     int count = plan.buffers;
     if (count == 0) {
         count = static_cast<int>(std::clamp<size_t>(kUsualBytes / bytes, 2, kUsualBuffers));
     }
-    if (!pool_ || pool_->bytes() != bytes || pool_->count() != count || pool_.use_count() > 1) {
-        pool_ = std::make_shared<FramePool>(bytes, count);
-    }
-    return pool_;
+    const bool isGood = pool_ && pool_->bytes() == bytes && pool_->count() == count;
+    return isGood && pool_->held() == 0 ? pool_ : std::make_shared<FramePool>(bytes, count);
 }
 
 int CameraCore::sendReadout(const StreamSetup& setup)
@@ -271,7 +281,13 @@ std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
     std::shared_ptr<StreamCore> next;
     try {
         applyPlan(plan);
-        next = std::make_shared<StreamCore>(setUp(plan));
+        const StreamSetup setup = setUp(plan);
+        const auto& buffers = setup.pool->buffers();
+        require(
+            VXSetImageBuffers(handle_, buffers.data(), setup.pool->count(), setup.pool->bytes()),
+            "buffers");
+        pool_ = setup.pool; // the library's, from now on
+        next = std::make_shared<StreamCore>(setup);
         {
             std::lock_guard<std::mutex> guard(state_);
             stream_ = next;
@@ -289,18 +305,15 @@ std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
     return next;
 }
 
-void CameraCore::readoutEnded()
+void CameraCore::readoutEnded(const StreamCore& stream)
 {
-    const std::shared_ptr<StreamCore> stream = present();
     Event event;
     event.kind = EventKind::ReadoutEnded;
     event.time = presentMoment();
-    if (stream) {
-        event.readout = stream->readout();
-        event.text = nameOf(stream->end());
-    }
+    event.readout = stream.readout();
+    event.text = nameOf(stream.end());
     flight_.note(FlightEntry::Kind::Ended, event.text);
-    if (stream && isFailure(stream->end())) noteFailure(stream->endText());
+    if (isFailure(stream.end())) noteFailure(stream.endText());
     events_.post(std::move(event));
     keeper_->wake();
 }

@@ -41,8 +41,10 @@ struct FrameFacts {
     FrameType type = FrameType::Light;
     int bits = 16; // a pixel: 8, 16 or 32, always without a sign
     int rows = 0, columns = 0;
-    Area area;                      // of the sensor, that it shows
-    std::vector<Area> regions;      // where several were read, stacked in the frame; else empty
+    Area area; // of the sensor, that it shows; of several regions, the smallest around them
+    // Where several regions were read: they are stacked in the frame, in this order, each at the
+    // left edge; what is right of a narrower one is 0. Else empty.
+    std::vector<Area> regions;
     int binningX = 1, binningY = 1; // 0 where its pixels are no grid of equal bins
     Size sensor;
     std::string cameraName, serial; // empty where the camera does not tell
@@ -56,7 +58,8 @@ struct FrameFacts {
     uint32_t packetsMisplaced = 0; // with pixels outside the image
     uint32_t packetsDamaged = 0;
     std::vector<int> missingRows;      // not whole, all 0; rows of the frame, from 0, ascending
-    bool missingRowsKnown = true;      // false: something is missing, and which rows is not known
+    bool missingRowsKnown = true;      // false: something is missing, and which rows is not known;
+                                       // these may show what an earlier frame left there
     std::vector<Complaint> complaints; // while its readout ran, up to when it came
     uint64_t dropped = 0; // frames of its stream before it that the consumer was too slow for
     FrameTimes times;

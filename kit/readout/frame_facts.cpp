@@ -1,5 +1,6 @@
 #include "readout/frame_facts.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace vxcam {
@@ -65,19 +66,25 @@ void fillFacts(const tsFrameRecord& record, FrameFacts* facts)
     facts->missingRowsKnown = facts->complete() || record.MissingRows != nullptr;
 }
 
-void copyPixels(const tsFrameRecord& record, void* pixels)
+void arrangePixels(const tsFrameRecord& record, const std::vector<Area>& regions)
 {
-    auto* const to = static_cast<uint8_t*>(pixels);
-    const size_t rowBytes = size_t{record.Columns} * (record.Bits / kBitsInByte);
-    if (record.Stride == record.Columns) {
-        std::memcpy(to, rowIn(record, 0), rowBytes * record.Rows);
-    } else {
-        for (uint32_t row = 0; row < record.Rows; ++row) {
-            std::memcpy(to + row * rowBytes, rowIn(record, row), rowBytes);
-        }
+    auto* const pixels = static_cast<uint8_t*>(record.Buffer);
+    const size_t pixelBytes = record.Bits / kBitsInByte;
+    const size_t rowBytes = record.Columns * pixelBytes;
+    for (uint32_t row = 0; row < record.Rows; ++row) {
+        uint8_t* const place = pixels + row * rowBytes;
+        const uint8_t* const now = rowIn(record, row);
+        if (now != place) std::memmove(place, now, rowBytes);
     }
     for (uint32_t i = 0; record.MissingRows != nullptr && i < record.MissingRowCount; ++i) {
-        std::memset(to + record.MissingRows[i] * rowBytes, 0, rowBytes);
+        std::memset(pixels + record.MissingRows[i] * rowBytes, 0, rowBytes);
+    }
+    size_t row = 0;
+    for (const Area& region : regions) {
+        const size_t used = std::min(static_cast<size_t>(region.columns) * pixelBytes, rowBytes);
+        for (int i = 0; i < region.rows && row < record.Rows; ++i, ++row) {
+            std::memset(pixels + row * rowBytes + used, 0, rowBytes - used);
+        }
     }
 }
 

@@ -17,9 +17,10 @@ size_t frameBytes(const tsFrameRecord& record); // of its pixels, contiguous
 // Fills in what the record tells.
 void fillFacts(const tsFrameRecord& record, FrameFacts* facts);
 
-// Copies the pixels out of the buffer, row after row. Rows that are known not to have come whole
-// are made 0: what an earlier frame left in them is not this frame's.
-void copyPixels(const tsFrameRecord& record, void* pixels);
+// Makes a frame of what lies in its buffer: row follows row without a gap. What an earlier frame
+// left there is not this frame's: rows that are known not to have come whole, and what is right of
+// regions that are narrower than the widest, are made 0.
+void arrangePixels(const tsFrameRecord& record, const std::vector<Area>& regions);
 
 // "the camera reports error 3-54: area outside the sensor"
 std::string complaintText(const Complaint& complaint);

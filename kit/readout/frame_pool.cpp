@@ -1,7 +1,9 @@
 #include "readout/frame_pool.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace vxcam {
 
@@ -22,25 +24,23 @@ std::shared_ptr<void> allocateFrame(size_t bytes)
 FramePool::FramePool(size_t bytes, int count) : bytes_(bytes)
 {
     for (int i = 0; i < count; ++i) {
-        buffers_.push_back(allocateFrame(bytes));
-        free_.push_back(buffers_.back().get());
+        memory_.push_back(allocateFrame(bytes));
+        buffers_.push_back(memory_.back().get());
     }
 }
 
-int FramePool::claimed() const
+int FramePool::held() const
 {
     std::lock_guard<std::mutex> guard(lock_);
-    return static_cast<int>(buffers_.size() - free_.size());
+    return static_cast<int>(held_.size());
 }
 
-std::shared_ptr<void> FramePool::claim()
+std::shared_ptr<void> FramePool::hold(void* buffer)
 {
-    void* buffer = nullptr;
     {
         std::lock_guard<std::mutex> guard(lock_);
-        if (free_.empty()) return nullptr;
-        buffer = free_.back();
-        free_.pop_back();
+        const bool isKnown = std::find(buffers_.begin(), buffers_.end(), buffer) != buffers_.end();
+        if (!isKnown || !held_.insert(buffer).second) return nullptr;
     }
     return {buffer, [pool = shared_from_this()](void* back) { pool->giveBack(back); }};
 }
@@ -49,16 +49,23 @@ void FramePool::giveBack(void* buffer)
 {
     {
         std::lock_guard<std::mutex> guard(lock_);
-        free_.push_back(buffer);
+        held_.erase(buffer);
     }
     std::lock_guard<std::mutex> guard(handlerLock_);
-    if (handler_) handler_();
+    if (handler_) handler_(buffer);
 }
 
-void FramePool::whenReturned(std::function<void()> handler)
+void FramePool::onReturn(const void* owner, std::function<void(void*)> handler)
 {
     std::lock_guard<std::mutex> guard(handlerLock_);
+    owner_ = owner;
     handler_ = std::move(handler);
+}
+
+void FramePool::endReturns(const void* owner)
+{
+    std::lock_guard<std::mutex> guard(handlerLock_);
+    if (owner_ == owner) handler_ = nullptr;
 }
 
 } // namespace vxcam

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <vector>
 
 namespace vxcam {
@@ -13,10 +14,12 @@ namespace vxcam {
 // Memory of a frame, aligned for direct writing to disks. Throws std::bad_alloc.
 std::shared_ptr<void> allocateFrame(size_t bytes);
 
-// A number of buffers of one size. Memory is taken from the system as it is written to.
+// A number of buffers of one size, which frames hold in turn. Memory is taken from the system as it
+// is written to.
 //
-// Threads: any. Locks: its own, never held while calling out.
-// Owns: the buffers; one that is claimed keeps the pool alive.
+// Threads: any. Locks: one for its figures, never held while calling out, and one while a handler
+//   runs.
+// Owns: the buffers; one that is held keeps the pool alive.
 class FramePool : public std::enable_shared_from_this<FramePool>
 {
 public:
@@ -26,25 +29,30 @@ public:
 
     size_t bytes() const { return bytes_; } // of a buffer
     int count() const { return static_cast<int>(buffers_.size()); }
-    int claimed() const;
+    const std::vector<void*>& buffers() const { return buffers_; }
+    int held() const;
 
-    // A buffer, which comes back when nobody holds it any more; the one that came back last, as it
-    // is warm. Null when none is free.
-    std::shared_ptr<void> claim();
+    // Holds one of the buffers, which comes back when nobody holds it any more. Null when it is
+    // none of them, or is held already.
+    std::shared_ptr<void> hold(void* buffer);
 
-    // Called whenever a buffer has come back, on the thread that let it go. Null: nobody. The one
-    // that is replaced does not run any more when this returns.
-    void whenReturned(std::function<void()> handler);
+    // Calls the handler with each buffer that comes back, on the thread that let it go, until the
+    // same owner ends that; of several owners, the last one's. When endReturns() returns, it does
+    // not run any more.
+    void onReturn(const void* owner, std::function<void(void*)> handler);
+    void endReturns(const void* owner);
 
 private:
     void giveBack(void* buffer);
 
     const size_t bytes_;
-    std::vector<std::shared_ptr<void>> buffers_;
+    std::vector<std::shared_ptr<void>> memory_;
+    std::vector<void*> buffers_;
     mutable std::mutex lock_;
-    std::vector<void*> free_;
+    std::set<void*> held_;
     std::mutex handlerLock_; // held while it runs
-    std::function<void()> handler_;
+    const void* owner_ = nullptr;
+    std::function<void(void*)> handler_;
 };
 
 } // namespace vxcam

@@ -32,9 +32,10 @@ struct Plan {
     std::optional<int> binningX, binningY; // of the binned kind: columns and rows in a bin
     int mode = 0; // of the binned kinds: the table's number; of the area kind: more flags
     WhenFull whenFull = WhenFull::Wait;
-    // Frames that are held between camera and consumer, at most. 0: eight, but no more than fit
-    // into 256 MiB, and two at least. Half of them may be outside, with the consumer; one that
-    // keeps more frames gets further ones as copies in memory of their own.
+    // Frames that are held between camera and consumer, at most; the camera's pixels land in these
+    // buffers and are not copied again. 0: eight, but no more than fit into 256 MiB, and two at
+    // least. Half of them may be outside, with the consumer; one that keeps more frames gets
+    // further ones as copies in memory of their own.
     int buffers = 0;
     // Silence allowed beyond the moment when a frame is due: the end of its exposure, image
     // interval included. Not given: 20 s, and none where a trigger is waited for. Given, it also

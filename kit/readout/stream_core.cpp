@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace vxcam {
@@ -38,17 +39,15 @@ std::string secondsText(nanoseconds time)
 
 StreamCore::StreamCore(StreamSetup setup)
     : setup_(std::move(setup)), patience_(setup_.plan.timeout.value_or(kUsualPatience)),
-      leewayUsed_(std::make_shared<std::atomic<size_t>>(0)), clock_(setup_.exposures)
+      leewayUsed_(std::make_shared<std::atomic<size_t>>(0)), clock_(setup_.exposures),
+      free_(setup_.pool->count())
 {
-    setup_.pool->whenReturned([this] {
-        std::lock_guard<std::mutex> guard(lock_);
-        changed_.notify_all();
-    });
+    setup_.pool->onReturn(this, [this](void* buffer) { comeBack(buffer); });
 }
 
 StreamCore::~StreamCore()
 {
-    setup_.pool->whenReturned(nullptr);
+    setup_.pool->endReturns(this);
 }
 
 void StreamCore::begin(SteadyTime commandSent)
@@ -63,46 +62,86 @@ void StreamCore::begin(SteadyTime commandSent)
 void StreamCore::take(const tsFrameRecord& record, const Arrival& arrival)
 {
     readout_ = record.Readout;
-    const bool isStored = record.Buffer != nullptr && record.Rows > 0 && record.Columns > 0;
-    if (isStored && isRunning()) {
-        bool isPooled = false;
-        FrameFacts facts = factsOf(record, arrival);
-        std::shared_ptr<void> pixels = room(frameBytes(record), &isPooled);
-        if (pixels) {
-            copyPixels(record, pixels.get());
-            Frame frame(std::move(facts), std::move(pixels));
-            std::lock_guard<std::mutex> guard(lock_);
-            ++(frame.complete() ? books_.complete : books_.incomplete);
-            queue_.push_back({std::move(frame), isPooled});
-            if (isPooled) ++pooledInQueue_;
-            changed_.notify_all();
-        } else if (isRunning()) {
-            std::lock_guard<std::mutex> guard(lock_);
-            ++books_.dropped;
+    std::shared_ptr<void> pixels = setup_.pool->hold(record.Buffer);
+    if (pixels) {
+        std::lock_guard<std::mutex> guard(lock_);
+        --free_;
+    }
+    std::optional<Frame> frame;
+    if (pixels && record.Rows > 0 && record.Columns > 0 && isRunning()) {
+        arrangePixels(record, setup_.facts.regions);
+        frame.emplace(factsOf(record, arrival), std::move(pixels));
+    }
+    pixels.reset();
+    bool isEnd = false;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (end_ == ReadoutEnd::Running) {
+            if (frame) enqueue(std::move(*frame));
+            if (record.Outcome == eFrameUnderrun) ++books_.dropped;
+            isEnd = endFrame(record, arrival);
         }
     }
-    endFrame(record, arrival);
+    if (isEnd && setup_.onEnd) setup_.onEnd(*this);
+    if (setup_.plan.whenFull == WhenFull::Wait) holdBack();
 }
 
-// Memory for a frame. Null when there is none, and none is waited for.
-std::shared_ptr<void> StreamCore::room(size_t bytes, bool* isPooled)
+void StreamCore::enqueue(Frame frame)
+{
+    ++(frame.complete() ? books_.complete : books_.incomplete);
+    queue_.push_back({std::move(frame), true});
+    ++pooledInQueue_;
+    changed_.notify_all();
+}
+
+// A buffer that nobody holds any more is the library's again.
+void StreamCore::comeBack(void* buffer)
+{
+    VXReturnImageBuffer(setup_.handle, buffer);
+    std::lock_guard<std::mutex> guard(lock_);
+    ++free_;
+    changed_.notify_all();
+}
+
+// Until there is a buffer for the next frame. Where a command waits for an answer that comes behind
+// that, frames make room.
+void StreamCore::holdBack()
 {
     std::unique_lock<std::mutex> guard(lock_);
-    for (;;) {
-        if (end_ != ReadoutEnd::Running) break;
-        std::shared_ptr<void> pixels = setup_.pool->claim();
-        *isPooled = pixels != nullptr;
-        if (pixels || setup_.plan.whenFull == WhenFull::DropNewest) return pixels;
-        if (commands_ > 0 && (*leewayUsed_ == 0 || *leewayUsed_ + bytes <= kLeeway)) {
-            *leewayUsed_ += bytes;
-            const std::shared_ptr<void> memory = allocateFrame(bytes);
-            return {memory.get(), [memory, used = leewayUsed_, bytes](void*) { *used -= bytes; }};
+    while (end_ == ReadoutEnd::Running && free_ == 0) {
+        if (std::unique_ptr<Frame> moved = makeRoom()) {
+            guard.unlock();
+            moved.reset();
+            guard.lock();
+            continue;
         }
         isHeld_ = wasHeld_ = true;
         changed_.wait(guard);
         isHeld_ = false;
         lastActivity_ = now();
     }
+}
+
+// Moves the newest frame that waits for the consumer to memory of its own. Returns what it was in,
+// to be let go of; nothing when that cannot, or need not be done.
+std::unique_ptr<Frame> StreamCore::makeRoom()
+try {
+    const auto newest = std::find_if(queue_.rbegin(), queue_.rend(),
+                                     [](const Queued& queued) { return queued.isPooled; });
+    if (commands_ == 0 || newest == queue_.rend()) return nullptr;
+    const size_t bytes = newest->frame.bytes();
+    if (*leewayUsed_ > 0 && *leewayUsed_ + bytes > kLeeway) return nullptr;
+    const std::shared_ptr<void> memory = allocateFrame(bytes);
+    std::memcpy(memory.get(), newest->frame.data(), bytes);
+    *leewayUsed_ += bytes;
+    Frame copy(newest->frame.facts(),
+               {memory.get(), [memory, used = leewayUsed_, bytes](void*) { *used -= bytes; }});
+    auto moved = std::make_unique<Frame>(std::move(copy));
+    std::swap(*moved, newest->frame);
+    newest->isPooled = false;
+    --pooledInQueue_;
+    return moved;
+} catch (const std::bad_alloc&) {
     return nullptr;
 }
 
@@ -130,10 +169,9 @@ FrameFacts StreamCore::factsOf(const tsFrameRecord& record, const Arrival& arriv
     return facts;
 }
 
-void StreamCore::endFrame(const tsFrameRecord& record, const Arrival& arrival)
+// One more frame has ended; true when the readout has, too.
+bool StreamCore::endFrame(const tsFrameRecord& record, const Arrival& arrival)
 {
-    std::unique_lock<std::mutex> guard(lock_);
-    if (end_ != ReadoutEnd::Running) return;
     ++frames_;
     const SteadyTime arrived = now();
     due_ = dueOfNext(arrived);
@@ -143,7 +181,7 @@ void StreamCore::endFrame(const tsFrameRecord& record, const Arrival& arrival)
     hasPackets_ = false;
     const bool isLast = record.IsLast != 0;
     const auto asked = static_cast<uint64_t>(setup_.plan.frames);
-    if (!isLast && (asked == 0 || frames_ < asked)) return;
+    if (!isLast && (asked == 0 || frames_ < asked)) return false;
     isWhole_ = isLast;
     const uint64_t came = books_.complete + books_.incomplete + books_.dropped;
     if (came < asked) {
@@ -155,8 +193,7 @@ void StreamCore::endFrame(const tsFrameRecord& record, const Arrival& arrival)
         conclude(books_.complete == came ? ReadoutEnd::Complete : ReadoutEnd::Incomplete,
                  std::nullopt);
     }
-    guard.unlock();
-    if (setup_.onEnd) setup_.onEnd();
+    return true;
 }
 
 SteadyTime StreamCore::dueOfNext(SteadyTime now) const
@@ -181,7 +218,7 @@ void StreamCore::finish(ReadoutEnd end, ErrorKind kind, const std::string& text,
         if (end_ != ReadoutEnd::Running) return;
         conclude(end, Error(kind, setup_.facts.target + ": " + text, code, subCode));
     }
-    if (setup_.onEnd) setup_.onEnd();
+    if (setup_.onEnd) setup_.onEnd(*this);
 }
 
 void StreamCore::complain(Complaint complaint, bool mayEnd)
@@ -255,7 +292,7 @@ std::optional<Frame> StreamCore::next(std::optional<SteadyTime> deadline)
     queue_.pop_front();
     ++books_.taken;
     if (queued.isPooled) --pooledInQueue_;
-    const int outside = setup_.pool->claimed() - pooledInQueue_;
+    const int outside = setup_.pool->count() - free_ - pooledInQueue_;
     guard.unlock();
     if (!queued.isPooled || outside <= setup_.pool->count() / 2) return std::move(queued.frame);
     std::shared_ptr<void> pixels = allocateFrame(queued.frame.bytes());

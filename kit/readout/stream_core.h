@@ -19,14 +19,17 @@
 
 namespace vxcam {
 
-// What is known of a readout when it starts.
+class StreamCore;
+
+// What is known of a readout when it starts. The library has the pool's buffers, all of them free.
 struct StreamSetup {
     Plan plan;        // checked, with its number of buffers
     FrameFacts facts; // what all its frames share
     int handle = -1;  // of the camera
     ExposurePlan exposures;
     std::shared_ptr<FramePool> pool;
-    std::function<void()> onEnd; // called once, on whatever thread ends it, with no lock held
+    // Called once, on whatever thread ends it, with no lock held; the consumer may know already.
+    std::function<void(const StreamCore&)> onEnd;
 };
 
 // What a frame's arrival found.
@@ -48,7 +51,8 @@ public:
     StreamCore(const StreamCore&) = delete;
     StreamCore& operator=(const StreamCore&) = delete;
 
-    // The camera's side. take() holds the receive thread while no buffer is free, as the plan says.
+    // The camera's side. take() holds the receive thread while no buffer is free for the next
+    // frame, as the plan says.
     void begin(SteadyTime commandSent);
     void take(const tsFrameRecord& record, const Arrival& arrival);
     void complain(Complaint complaint, bool mayEnd);
@@ -86,9 +90,12 @@ private:
         bool isPooled;
     };
     FrameFacts factsOf(const tsFrameRecord& record, const Arrival& arrival);
-    std::shared_ptr<void> room(size_t bytes, bool* isPooled);
-    void endFrame(const tsFrameRecord& record, const Arrival& arrival);
-    void conclude(ReadoutEnd end, std::optional<Error> failure); // with the lock held
+    void enqueue(Frame frame); // with the lock held
+    void comeBack(void* buffer);
+    void holdBack();
+    std::unique_ptr<Frame> makeRoom();                                  // with the lock held
+    bool endFrame(const tsFrameRecord& record, const Arrival& arrival); // with the lock held
+    void conclude(ReadoutEnd end, std::optional<Error> failure);        // with the lock held
     SteadyTime dueOfNext(SteadyTime now) const;
     bool waitsForTrigger() const;
 
@@ -103,6 +110,7 @@ private:
     std::condition_variable changed_;
     std::deque<Queued> queue_;
     int pooledInQueue_ = 0;
+    int free_; // buffers that the library has
     ReadoutEnd end_ = ReadoutEnd::Running;
     std::optional<Error> failure_;
     bool isStopped_ = false; // by the consumer

@@ -134,6 +134,11 @@ TEST_F(Flight, TellsCommandsAnswersAndFramesInOrder)
     Camera& camera = open();
     camera.set("gain", 3);
     camera.grab(planOf(1, 5ms));
+    const auto isEnded = [&] {
+        const std::vector<json> lines = linesOf(camera.flight());
+        return placeOf(lines, {{"event", "ended"}}) < lines.size();
+    };
+    ASSERT_TRUE(waitUntil(isEnded));
     const std::vector<json> lines = linesOf(camera.flight());
     const size_t set = placeOf(lines, {{"event", "sent"}, {"id", "0x2a"}, {"payload", "03000000"}});
     const size_t answer = placeOf(lines, {{"event", "received"}, {"length", 4}}, set);

@@ -6,43 +6,58 @@
 
 using vxcam::FramePool;
 
-TEST(FramePool, GivesSoManyBuffersAndNoMore)
+TEST(FramePool, HoldsEachOfItsBuffersOnce)
 {
     const auto pool = std::make_shared<FramePool>(1000, 3);
-    std::set<void*> seen;
+    const std::set<void*> buffers(pool->buffers().begin(), pool->buffers().end());
+    EXPECT_EQ(buffers.size(), 3u);
     std::vector<std::shared_ptr<void>> held;
-    for (int i = 0; i < 3; ++i) {
-        held.push_back(pool->claim());
-        ASSERT_TRUE(held.back());
-        seen.insert(held.back().get());
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(held.back().get()) % 4096, 0u);
+    for (void* const buffer : buffers) {
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(buffer) % 4096, 0u);
+        held.push_back(pool->hold(buffer));
+        ASSERT_EQ(held.back().get(), buffer);
+        EXPECT_EQ(pool->hold(buffer), nullptr);
     }
-    EXPECT_EQ(seen.size(), 3u);
-    EXPECT_EQ(pool->claim(), nullptr);
-    EXPECT_EQ(pool->claimed(), 3);
+    EXPECT_EQ(pool->held(), 3);
     void* const freed = held[1].get();
     held[1].reset();
-    EXPECT_EQ(pool->claimed(), 2);
-    EXPECT_EQ(pool->claim().get(), freed);
+    EXPECT_EQ(pool->held(), 2);
+    EXPECT_EQ(pool->hold(freed).get(), freed);
 }
 
-TEST(FramePool, TellsWhenABufferComesBack)
+TEST(FramePool, HoldsNothingOfOthers)
+{
+    const auto pool = std::make_shared<FramePool>(1000, 1);
+    int other = 0;
+    EXPECT_EQ(pool->hold(&other), nullptr);
+    EXPECT_EQ(pool->hold(nullptr), nullptr);
+    EXPECT_EQ(pool->held(), 0);
+}
+
+TEST(FramePool, TellsTheLastOwnerWhichBufferComesBack)
 {
     const auto pool = std::make_shared<FramePool>(10, 1);
-    int returned = 0;
-    pool->whenReturned([&] { ++returned; });
-    pool->claim().reset();
-    EXPECT_EQ(returned, 1);
-    pool->whenReturned(nullptr);
-    pool->claim().reset();
-    EXPECT_EQ(returned, 1);
+    void* const buffer = pool->buffers().front();
+    int first = 0, second = 0;
+    std::vector<void*> returned;
+    pool->onReturn(&first, [&](void* back) { returned.push_back(back); });
+    pool->hold(buffer).reset();
+    EXPECT_EQ(returned, (std::vector<void*>{buffer}));
+    pool->onReturn(&second, [&](void*) { ++second; });
+    pool->endReturns(&first);
+    pool->hold(buffer).reset();
+    EXPECT_EQ(second, 1);
+    pool->endReturns(&second);
+    pool->hold(buffer).reset();
+    EXPECT_EQ(second, 1);
+    EXPECT_EQ(returned.size(), 1u);
 }
 
 TEST(FramePool, LivesAsLongAsABufferIsHeld)
 {
     auto pool = std::make_shared<FramePool>(10, 2);
     const std::weak_ptr<FramePool> weak = pool;
-    std::shared_ptr<void> buffer = pool->claim();
+    std::shared_ptr<void> buffer = pool->hold(pool->buffers().back());
     pool.reset();
     EXPECT_FALSE(weak.expired());
     static_cast<char*>(buffer.get())[9] = 1;

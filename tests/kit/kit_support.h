@@ -96,15 +96,18 @@ protected:
         return plan;
     }
 
-    // The camera's own sum of a frame.
+    // The camera's own sum of a frame, which it may know only when that has arrived.
     std::optional<uint64_t> sumOf(uint32_t readout, uint32_t frame) const
     {
-        for (const tsSimFrame& known : sim_->Frames()) {
-            if (known.readout == readout && known.frame == frame && known.complete) {
-                return known.pixelSum;
+        std::optional<uint64_t> sum;
+        waitUntil([&] {
+            for (const tsSimFrame& known : sim_->Frames()) {
+                const bool isIt = known.readout == readout && known.frame == frame;
+                if (isIt && known.complete) sum = known.pixelSum;
             }
-        }
-        return std::nullopt;
+            return sum.has_value();
+        });
+        return sum;
     }
 
     tsSimOptions options_;

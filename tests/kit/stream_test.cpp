@@ -3,6 +3,7 @@
 #include "vxcamiface.h"
 
 #include <atomic>
+#include <cstring>
 #include <future>
 
 using namespace vxcam;
@@ -82,6 +83,29 @@ TEST_F(Streams, ReadEachKindAndWidth)
 
     const Frame whole = camera.grab(planOf(1));
     EXPECT_EQ(whole.rows(), kRows) << "the area held for its readout only";
+}
+
+TEST_F(Streams, StackRegionsAndLeaveNothingBesideNarrowOnes)
+{
+    Camera& camera = open();
+    camera.set("area-regions", "0,0,96,10/0,20,96,10");
+    const uint64_t sum = camera.grab(planOf(1)).sum();
+    EXPECT_EQ(sum, sumOf(1, 1).value());
+    camera.set("area-regions", "0,0,40,5/0,20,96,15");
+    Plan plan = planOf(20);
+    plan.buffers = 2;
+    Stream stream = camera.stream(plan);
+    for (uint32_t i = 1; i <= 20; ++i) {
+        const Frame frame = *stream.next(kPatience);
+        ASSERT_EQ(frame.rows(), 20);
+        ASSERT_EQ(frame.columns(), 96);
+        ASSERT_EQ(frame.sum(), sumOf(2, i).value()) << i;
+        std::memset(const_cast<void*>(frame.data()), 0xFF, frame.bytes()); // for the next but one
+    }
+    const Frame last = camera.grab(planOf(1));
+    EXPECT_EQ(last.facts().regions, (std::vector<Area>{Area{0, 0, 40, 5}, Area{0, 20, 96, 15}}));
+    EXPECT_EQ(last.facts().area, (Area{0, 0, 96, 35}));
+    EXPECT_EQ(last.pixel(4, 40), 0);
 }
 
 TEST_F(Streams, KeepTheShutterClosedForDarkFrames)
@@ -388,6 +412,16 @@ TEST_F(Streams, EndWithTheFramesThatWereAskedForWhateverTheCameraSays)
     EXPECT_EQ(all(stream).size(), 3u);
     EXPECT_EQ(stream.end(), ReadoutEnd::Complete);
     EXPECT_EQ(camera.grab(planOf(1)).facts().readout, 2u) << "the camera was stopped";
+}
+
+TEST_F(Streams, HaveEndedWhenTheLastFrameIsTaken)
+{
+    Camera& camera = open();
+    for (int i = 0; i < 200; ++i) {
+        Stream stream = camera.stream(planOf(1, 0ms));
+        ASSERT_TRUE(stream.next(kPatience).has_value());
+        ASSERT_EQ(stream.end(), ReadoutEnd::Complete) << i;
+    }
 }
 
 TEST_F(Streams, EndIsToldAsAnEvent)
