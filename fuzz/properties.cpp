@@ -1,8 +1,8 @@
 // Values of properties: as texts, as JSON, as a camera tells them; and profiles.
 //
 // Input: a kind, the number of a property, then the text, or the fields as the camera tells them.
-#include "properties/field_values.h"
 #include "tcFuzzInput.h"
+#include "values/field_values.h"
 
 #include <vxcamkit/error.h>
 #include <vxcamkit/profile.h>

@@ -4,7 +4,7 @@
 #ifndef VXCAMKIT_AREA_MEMORY_H
 #define VXCAMKIT_AREA_MEMORY_H
 
-#include "properties/field_values.h"
+#include "values/field_values.h"
 
 #include <vxcamkit/property_access.h>
 

@@ -1,7 +1,7 @@
 #include <vxcamkit/property.h>
 
-#include "properties/field_values.h"
 #include "properties/rows.h"
+#include "values/field_values.h"
 
 #include <vxcamkit/error.h>
 #include <vxcamkit/property_access.h>

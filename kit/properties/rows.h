@@ -3,7 +3,7 @@
 #ifndef VXCAMKIT_ROWS_H
 #define VXCAMKIT_ROWS_H
 
-#include "properties/field_values.h"
+#include "values/field_values.h"
 
 #include <vxcamkit/property.h>
 #include <vxcamkit/property_access.h>

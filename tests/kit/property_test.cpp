@@ -2,7 +2,7 @@
 #include "opened_camera.h"
 #include "property_samples.h"
 
-#include "properties/field_values.h"
+#include "values/field_values.h"
 
 #include <vxcamkit/property.h>
 

@@ -1,6 +1,6 @@
 // From values to the fields of a shape, and back.
-#include "properties/escapes.h"
-#include "properties/field_values.h"
+#include "values/escapes.h"
+#include "values/field_values.h"
 
 #include <vxcamkit/duration.h>
 #include <vxcamkit/error.h>

@@ -1,6 +1,6 @@
 // From texts to values.
-#include "properties/escapes.h"
-#include "properties/field_values.h"
+#include "values/escapes.h"
+#include "values/field_values.h"
 
 #include <vxcamkit/duration.h>
 #include <vxcamkit/error.h>

@@ -1,4 +1,4 @@
-#include "properties/escapes.h"
+#include "values/escapes.h"
 
 #include <algorithm>
 #include <charconv>

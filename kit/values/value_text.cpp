@@ -1,5 +1,5 @@
 // From values to texts.
-#include "properties/escapes.h"
+#include "values/escapes.h"
 
 #include <vxcamkit/duration.h>
 #include <vxcamkit/value.h>

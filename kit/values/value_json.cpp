@@ -1,6 +1,6 @@
 // Values in JSON.
-#include "properties/escapes.h"
-#include "properties/field_values.h"
+#include "values/escapes.h"
+#include "values/field_values.h"
 
 #include <vxcamkit/error.h>
 
