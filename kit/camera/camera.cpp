@@ -51,6 +51,21 @@ Snapshot Camera::snapshot()
     return core_->snapshot();
 }
 
+Profile Camera::profile(bool withMask)
+{
+    return core_->profile(withMask);
+}
+
+std::vector<Outcome> Camera::apply(const Profile& profile)
+{
+    return core_->apply(profile);
+}
+
+bool Camera::waitForLink(std::chrono::milliseconds most)
+{
+    return core_->waitForLink(most);
+}
+
 std::string Camera::restore()
 {
     return core_->restore();

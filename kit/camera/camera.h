@@ -7,14 +7,17 @@
 #include <vxcamkit/event.h>
 #include <vxcamkit/export.h>
 #include <vxcamkit/plan.h>
+#include <vxcamkit/profile.h>
 #include <vxcamkit/snapshot.h>
 #include <vxcamkit/stream.h>
 #include <vxcamkit/target.h>
 #include <vxcamkit/value.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace vxcam {
 
@@ -89,6 +92,16 @@ public:
     // All settings that the camera tells, asked for now, and those that it does not tell and that
     // were set here. One that it does not answer to says so, and is not asked for again.
     Snapshot snapshot();
+
+    // The same for a file; Profile::of() says more. Putting one into force tells what became of
+    // each setting, and throws Error only when the camera is gone.
+    Profile profile(bool withMask = false);
+    std::vector<Outcome> apply(const Profile& profile);
+
+    // Waits until the connection is there (again); while it is lost, commands throw
+    // Error{LinkLost}, and it is made anew by itself as soon as the camera answers. False when
+    // `most` is over before. Throws Error{Aborted} when the camera is closed.
+    bool waitForLink(std::chrono::milliseconds most);
 
     // Sends the settings that were made with set() again, in the order of the table, and reads them
     // back. What could not be restored, and why; empty if all was.

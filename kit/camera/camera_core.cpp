@@ -118,6 +118,16 @@ void CameraCore::requireOpen() const
     if (isClosed_) fail(ErrorKind::Aborted, "the camera is closed");
 }
 
+bool CameraCore::waitForLink(std::chrono::milliseconds most) const
+{
+    std::unique_lock<std::mutex> guard(state_);
+    const bool isNews =
+        changed_.wait_for(guard, most, [this] { return isClosed_.load() || isLinkUp_; });
+    guard.unlock();
+    requireOpen();
+    return isNews;
+}
+
 void CameraCore::require(int result, const std::string& what)
 {
     if (result == eVXOk) return;

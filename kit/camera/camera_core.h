@@ -47,6 +47,9 @@ public:
     Value get(const std::string& name);
     Value set(const std::string& name, const Value& value);
     Snapshot snapshot();
+    Profile profile(bool withMask);
+    std::vector<Outcome> apply(const Profile& profile);
+    bool waitForLink(std::chrono::milliseconds most) const;
     std::string restore();
 
     const Identity& identity() const { return identity_; }

@@ -120,6 +120,26 @@ Snapshot CameraCore::snapshot()
     return settings_;
 }
 
+Profile CameraCore::profile(bool withMask)
+{
+    const Command command(*this);
+    Profile profile = Profile::of(*this, made_, withMask);
+    profile.setCamera(target_.text());
+    return profile;
+}
+
+// What was put into force counts as made by the application.
+std::vector<Outcome> CameraCore::apply(const Profile& profile)
+{
+    const Command command(*this);
+    std::vector<Outcome> outcomes = profile.applyTo(*this);
+    for (const Outcome& outcome : outcomes) {
+        if (outcome.isRestored()) made_.set(findProperty(outcome.name), outcome.asked);
+    }
+    settings_ = settings_.forgotten();
+    return outcomes;
+}
+
 std::string CameraCore::restore()
 {
     const Command command(*this);

@@ -30,7 +30,7 @@ struct FoundPath {
 };
 
 // A camera, once, however many ways lead to it.
-struct FoundCamera {
+struct VXCAMKIT_EXPORT FoundCamera {
     uint32_t serial = 0;
     uint16_t port = 0;
     uint32_t value = 0;           // as the camera tells it

@@ -98,6 +98,7 @@ struct CameraCore::Callbacks {
             camera.temperatures_.reset();
             if (!isUp) camera.lastWords_ = words;
             camera.isRestoreDue_ = true;
+            camera.changed_.notify_all();
         }
         const std::shared_ptr<StreamCore> stream = camera.present();
         if (!isUp && stream) {

@@ -222,6 +222,32 @@ TEST_F(CameraSettings, CanBeReadWhileASlowConsumerHoldsTheCamera)
     EXPECT_EQ(stream.end(), ReadoutEnd::Complete);
 }
 
+TEST_F(CameraSettings, GoIntoAProfileAndComeBack)
+{
+    Camera& camera = open();
+    camera.set("gain", 3);
+    camera.set("filter", "on,off");
+    EXPECT_EQ(*camera.grab(planOf(1)).facts().settings.find("gain"), "3");
+    const Profile profile = Profile::parse(camera.profile().json());
+    EXPECT_EQ(profile.camera(), place());
+    camera.set("gain", 1);
+    for (const Outcome& outcome : camera.apply(profile)) {
+        EXPECT_TRUE(outcome.isRestored()) << outcome.name << ": " << outcome.why;
+    }
+    const Snapshot settings = camera.grab(planOf(1)).facts().settings;
+    EXPECT_EQ(*settings.find("gain"), "3");
+    EXPECT_EQ(*settings.find("filter"), "on,off");
+}
+
+TEST_F(CameraSettings, OfProfilesAreSentAgainWhenTheCameraIsBack)
+{
+    Camera& camera = openRebooting({});
+    camera.apply(Profile::parse(
+        R"({"format": "vxcam profile", "version": 1, "settings": {"gain": 3, "auto-rearm": false}})"));
+    ASSERT_TRUE(await(EventKind::SettingsRestored));
+    EXPECT_EQ(camera.get("gain").toInt(), 3);
+}
+
 TEST_F(CameraSettings, OfTriggersStartFrames)
 {
     Camera& camera = open();

@@ -268,6 +268,11 @@ TEST_F(Streams, LinkLossEndsThemAtOnce)
     EXPECT_EQ(thrown.kind(), ErrorKind::LinkLost);
     EXPECT_LT(when - start, 2 * kPromptly);
     EXPECT_EQ(stream.end(), ReadoutEnd::LinkLost);
+    EXPECT_FALSE(camera.waitForLink(10ms));
+    auto waiting = std::async(std::launch::async,
+                              [&] { return errorOf([&] { camera.waitForLink(kPatience); }); });
+    camera.close();
+    EXPECT_EQ(waiting.get().kind(), ErrorKind::Aborted);
 }
 
 TEST_F(Streams, GoOnAfterTheLinkIsBack)
@@ -281,9 +286,10 @@ TEST_F(Streams, GoOnAfterTheLinkIsBack)
     Stream stream = camera.stream(planOf(5));
     EXPECT_TRUE(stream.next(kPatience).has_value());
     EXPECT_EQ(errorOf([&] { stream.next(kPatience); }).kind(), ErrorKind::LinkLost);
+    EXPECT_TRUE(camera.waitForLink(kPatience));
+    const Frame frame = camera.grab(planOf(1));
     EXPECT_TRUE(waitUntil([&] { return restored == 1; }));
     EXPECT_EQ(lost, 1);
-    const Frame frame = camera.grab(planOf(1));
     EXPECT_EQ(frame.sum(), sumOf(2, 1).value());
 }
 
