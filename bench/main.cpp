@@ -46,6 +46,7 @@ try {
     MeasureStreams(table, choice, options);
     MeasureLatencies(table, choice, options);
     MeasureParts(table, choice, options);
+    MeasureFiles(table, choice, options);
     table.Print(asJson);
     return 0;
 } catch (const std::exception& error) {

@@ -5,24 +5,33 @@
 
 namespace vxcam {
 
-FileBytes::FileBytes(size_t size)
-    : size_(size), room_((size + kAlignment - 1) / kAlignment * kAlignment)
+FileBytes::FileBytes(size_t size) : size_(size), capacity_(room())
 {
-    if (room_ == 0) return;
-    memory_.reset(static_cast<char*>(std::aligned_alloc(kAlignment, room_)));
+    if (size == 0) return;
+    memory_.reset(static_cast<char*>(std::aligned_alloc(kAlignment, capacity_)));
     if (!memory_) throw std::bad_alloc();
+}
+
+FileBytes::FileBytes(size_t size, FileBytes spare)
+{
+    if (spare.capacity_ < size) {
+        spare = FileBytes();
+        spare = FileBytes(size);
+    }
+    *this = std::move(spare);
+    size_ = size;
 }
 
 FileBytes::FileBytes(FileBytes&& other) noexcept
     : memory_(std::move(other.memory_)), size_(std::exchange(other.size_, 0)),
-      room_(std::exchange(other.room_, 0))
+      capacity_(std::exchange(other.capacity_, 0))
 {}
 
 FileBytes& FileBytes::operator=(FileBytes&& other) noexcept
 {
     memory_ = std::move(other.memory_);
     size_ = std::exchange(other.size_, 0);
-    room_ = std::exchange(other.room_, 0);
+    capacity_ = std::exchange(other.capacity_, 0);
     return *this;
 }
 

@@ -21,21 +21,25 @@ public:
     FileBytes() = default;
     // So many bytes, that are still to be filled in. Throws std::bad_alloc.
     explicit FileBytes(size_t size);
+    // The same in memory that was used before, if it is large enough: the system takes its time to
+    // give fresh memory.
+    FileBytes(size_t size, FileBytes spare);
     FileBytes(FileBytes&& other) noexcept;
     FileBytes& operator=(FileBytes&& other) noexcept;
 
     char* data() { return memory_.get(); }
     const char* data() const { return memory_.get(); }
     size_t size() const { return size_; }
-    size_t room() const { return room_; } // size() and what is left to a whole number of blocks
-    void shrink(size_t size);             // to that size, which is no larger
+    // size(), and what is left to a whole number of blocks.
+    size_t room() const { return (size_ + kAlignment - 1) / kAlignment * kAlignment; }
+    void shrink(size_t size); // to that size, which is no larger
 
 private:
     struct Free {
         void operator()(char* memory) const { std::free(memory); }
     };
     std::unique_ptr<char, Free> memory_;
-    size_t size_ = 0, room_ = 0;
+    size_t size_ = 0, capacity_ = 0;
 };
 
 } // namespace vxcam

@@ -104,7 +104,7 @@ std::string sumText(uint32_t sum)
 } // namespace
 
 FileBytes makeFits(const Frame& frame, const HeaderOptions& options,
-                   std::vector<std::string>* warnings)
+                   std::vector<std::string>* warnings, FileBytes spare)
 {
     const std::vector<HeaderCard> cards = makeHeader(frame, options);
     const FitsPixels pixels = fitsPixelsOf(frame);
@@ -122,7 +122,7 @@ FileBytes makeFits(const Frame& frame, const HeaderOptions& options,
     };
     addSums(kNoSum, 0);
     const size_t start = whole.finish().size();
-    FileBytes file(start + blocks(frame.bytes()));
+    FileBytes file(start + blocks(frame.bytes()), std::move(spare));
     encodePixels(frame, pixels, file.data() + start);
     std::memset(file.data() + start + frame.bytes(), 0, file.room() - start - frame.bytes());
 

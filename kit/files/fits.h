@@ -18,9 +18,11 @@ namespace vxcam {
 // come whole are BLANK, if there is a value that no other pixel has.
 //
 // A file holds ASCII alone: what had to be written otherwise is told in `warnings`, a line each.
-// Throws Error{Usage} as makeHeader() does.
+// Throws Error{Usage} as makeHeader() does. Whoever makes many files gives the memory of one that
+// was written back in `spare`.
 VXCAMKIT_EXPORT FileBytes makeFits(const Frame& frame, const HeaderOptions& options = {},
-                                   std::vector<std::string>* warnings = nullptr);
+                                   std::vector<std::string>* warnings = nullptr,
+                                   FileBytes spare = {});
 
 } // namespace vxcam
 

@@ -140,16 +140,38 @@ uint32_t addFitsSums(uint32_t one, uint32_t other)
     return static_cast<uint32_t>(sum) + static_cast<uint32_t>(sum >> 32U);
 }
 
-// The upper and the lower halves of words are added apart; each half's bytes, too, as they stand.
+// The four bytes of words are added apart, two sums in a number, so that compilers add up several
+// words at once; batches of this size do not overflow.
 uint32_t fitsSum(const void* bytes, size_t count)
 {
-    const auto* const from = static_cast<const char*>(bytes);
-    uint64_t sum = 0;
-    for (size_t at = 0; at < count; at += sizeof(uint32_t)) {
-        uint32_t word = 0;
-        std::memcpy(&word, from + at, sizeof word);
-        sum += __builtin_bswap32(word);
+    constexpr size_t batch = 256; // words
+    constexpr uint32_t mask = 0x00FF00FFU;
+    const auto* from = static_cast<const uint8_t*>(bytes);
+    uint64_t first = 0, second = 0, third = 0, fourth = 0;
+    const auto add = [&](uint32_t firstAndThird, uint32_t secondAndFourth) {
+        first += firstAndThird & 0xFFFFU;
+        third += firstAndThird >> 16U;
+        second += secondAndFourth & 0xFFFFU;
+        fourth += secondAndFourth >> 16U;
+    };
+    for (; count >= batch * sizeof(uint32_t); count -= batch * sizeof(uint32_t)) {
+        uint32_t even = 0, odd = 0; // places of bytes, from 0
+        for (size_t i = 0; i < batch; ++i) {
+            uint32_t word = 0;
+            std::memcpy(&word, from + i * sizeof word, sizeof word);
+            even += word & mask;
+            odd += word >> 8U & mask;
+        }
+        add(even, odd);
+        from += batch * sizeof(uint32_t);
     }
+    for (; count >= sizeof(uint32_t); count -= sizeof(uint32_t)) {
+        uint32_t word = 0;
+        std::memcpy(&word, from, sizeof word);
+        add(word & mask, word >> 8U & mask);
+        from += sizeof word;
+    }
+    uint64_t sum = (first << 24U) + (second << 16U) + (third << 8U) + fourth;
     while (sum >> 32U != 0) {
         sum = (sum & 0xFFFFFFFFU) + (sum >> 32U);
     }

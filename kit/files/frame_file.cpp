@@ -108,7 +108,7 @@ bool isAvailable(FileFormat format)
 }
 
 FileBytes makeFile(FileFormat format, const Frame& frame, const HeaderOptions& options,
-                   std::vector<std::string>* warnings)
+                   std::vector<std::string>* warnings, FileBytes spare)
 {
     switch (format) {
     case FileFormat::Tiff:
@@ -118,7 +118,7 @@ FileBytes makeFile(FileFormat format, const Frame& frame, const HeaderOptions& o
     case FileFormat::Fits:
         break;
     }
-    return makeFits(frame, options, warnings);
+    return makeFits(frame, options, warnings, std::move(spare));
 }
 
 std::string fileName(const std::string& pattern, int number, int count)

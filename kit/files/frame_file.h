@@ -32,7 +32,8 @@ VXCAMKIT_EXPORT bool isAvailable(FileFormat format);
 // As makeFits(), makeTiff() and makePreview() do.
 VXCAMKIT_EXPORT FileBytes makeFile(FileFormat format, const Frame& frame,
                                    const HeaderOptions& options = {},
-                                   std::vector<std::string>* warnings = nullptr);
+                                   std::vector<std::string>* warnings = nullptr,
+                                   FileBytes spare = {});
 
 // The names of `count` files. One %d in the pattern (or %4d, or %04d for zeros in front) stands for
 // the frame's number from 1, %% for a percent sign. Without one, several files get "-0001" and so

@@ -19,9 +19,11 @@ namespace vxcam {
 
 namespace {
 
-constexpr size_t kSyncing = 2; // frames that wait for the disk while the next one is written
+constexpr size_t kWriters = 2; // threads: while one makes a file, the other one's is written
+constexpr size_t kSyncing = 2; // frames that wait for the disk while the next ones are written
 
 struct Job {
+    uint64_t number; // in the order of write()
     Frame frame;
     std::vector<FramePath> files;
 };
@@ -52,21 +54,19 @@ std::exception_ptr errorOf(const std::exception_ptr& why)
 
 } // namespace
 
-// Threads: `writer` makes the files and writes them, `syncer` waits for the disk and gives them
-//   their names; so both go on at the same time.
+// Threads: `writers` make the files and write them, each a frame of its own; `syncer` waits for the
+//   disk and gives them their names, frame by frame. So all go on at the same time.
 // Locks: `lock` guards what is below it.
 struct FrameWriter::Body {
-    explicit Body(WriterOptions writerOptions)
-        : options(std::move(writerOptions)), writer([this] { write(); }), syncer([this] { sync(); })
-    {}
+    explicit Body(WriterOptions writerOptions);
 
     void write();
     std::optional<Job> nextJob();
-    Drafts draft(Job job) const;
+    Drafts draft(Job job, FileBytes* spare) const;
     void sync();
     std::optional<Drafts> nextDrafts();
-    void keep(Drafts drafts);
-    void fail();
+    void keep(Drafts next);
+    void fail(uint64_t number);
     void join();
 
     const WriterOptions options;
@@ -76,21 +76,43 @@ struct FrameWriter::Body {
     mutable std::mutex lock;
     mutable std::condition_variable changed;
     std::deque<Job> jobs;
-    std::deque<Drafts> drafts;
-    bool isStopped = false, isFinishing = false;
-    bool isWritten = false, isDone = false; // the writer has ended, and the syncer
+    std::map<uint64_t, Drafts> drafts; // by the number of their job
+    uint64_t jobCount = 0;             // so far
+    uint64_t nextKept = 0;             // the number of the one that the syncer has next
+    size_t writing = kWriters;         // writers that have not ended
+    bool isStopped = false, isFinishing = false, isDone = false;
     std::exception_ptr failure;
+    uint64_t failedJob = 0; // that it is of
     std::vector<WrittenFrame> written;
 
     std::mutex joining;
-    std::thread writer, syncer;
+    std::vector<std::thread> writers;
+    std::thread syncer;
 };
 
-// On either thread, of the exception that is being handled.
-void FrameWriter::Body::fail()
+FrameWriter::Body::Body(WriterOptions writerOptions) : options(std::move(writerOptions))
 {
+    try {
+        for (size_t i = 0; i < kWriters; ++i) {
+            writers.emplace_back([this] { write(); });
+        }
+        syncer = std::thread([this] { sync(); });
+    } catch (...) {
+        isStopped = true;
+        changed.notify_all();
+        join();
+        throw;
+    }
+}
+
+// The exception that is being handled is that of this job. Of several, the first job's counts.
+void FrameWriter::Body::fail(uint64_t number)
+{
+    const std::exception_ptr why = errorOf(std::current_exception());
     std::lock_guard<std::mutex> guard(lock);
-    if (!failure && !isStopped) failure = errorOf(std::current_exception());
+    if (isStopped || (failure && failedJob < number)) return;
+    failure = why;
+    failedJob = number;
     changed.notify_all();
 }
 
@@ -108,8 +130,9 @@ std::optional<Job> FrameWriter::Body::nextJob()
     return job;
 }
 
-// The frame is let go before the disk is waited for: its buffer may be needed.
-Drafts FrameWriter::Body::draft(Job job) const
+// The frame is let go before the disk is waited for: its buffer may be needed. `spare` is memory of
+// the last FITS file.
+Drafts FrameWriter::Body::draft(Job job, FileBytes* spare) const
 {
     Drafts made;
     std::vector<FileBytes> contents;
@@ -118,13 +141,15 @@ Drafts FrameWriter::Body::draft(Job job) const
         made.written.facts = frame.facts();
         made.written.sum = frame.sum();
         for (const FramePath& file : job.files) {
-            contents.push_back(
-                makeFile(file.format, frame, options.header, &made.written.warnings));
+            const bool isFits = file.format == FileFormat::Fits;
+            contents.push_back(makeFile(file.format, frame, options.header, &made.written.warnings,
+                                        isFits ? std::move(*spare) : FileBytes()));
         }
     }
     for (size_t i = 0; i < contents.size(); ++i) {
         made.files.emplace_back(job.files[i].path, options.force, &isCancelled);
         made.files.back().write(contents[i]);
+        if (job.files[i].format == FileFormat::Fits) *spare = std::move(contents[i]);
     }
     made.written.files = std::move(job.files);
     return made;
@@ -132,32 +157,37 @@ Drafts FrameWriter::Body::draft(Job job) const
 
 void FrameWriter::Body::write()
 {
-    try {
-        while (std::optional<Job> job = nextJob()) {
-            Drafts made = draft(std::move(*job));
+    FileBytes spare;
+    while (std::optional<Job> job = nextJob()) {
+        const uint64_t number = job->number;
+        try {
+            Drafts made = draft(std::move(*job), &spare);
             std::lock_guard<std::mutex> guard(lock);
-            drafts.push_back(std::move(made));
+            drafts.emplace(number, std::move(made));
             changed.notify_all();
+        } catch (...) {
+            fail(number);
         }
-    } catch (...) {
-        fail();
     }
     std::deque<Job> rest; // given back without the lock
     std::lock_guard<std::mutex> guard(lock);
     rest.swap(jobs);
-    isWritten = true;
+    --writing;
     changed.notify_all();
 }
 
+// What comes before a failure is still kept.
 std::optional<Drafts> FrameWriter::Body::nextDrafts()
 {
     std::unique_lock<std::mutex> guard(lock);
-    changed.wait(guard, [this] { return isStopped || !drafts.empty() || isWritten; });
-    if (isStopped || drafts.empty()) return std::nullopt;
-    Drafts next = std::move(drafts.front());
-    drafts.pop_front();
+    changed.wait(guard,
+                 [this] { return isStopped || drafts.count(nextKept) != 0 || writing == 0; });
+    const auto next = drafts.find(nextKept);
+    if (isStopped || next == drafts.end()) return std::nullopt;
+    std::optional<Drafts> found(std::move(next->second));
+    drafts.erase(next);
     changed.notify_all();
-    return next;
+    return found;
 }
 
 void FrameWriter::Body::keep(Drafts next)
@@ -177,24 +207,25 @@ void FrameWriter::Body::keep(Drafts next)
     if (options.whenWritten) options.whenWritten(next.written);
 }
 
-// What the writer has made before it failed is kept; nothing is behind a failure here.
 void FrameWriter::Body::sync()
 {
     try {
         while (std::optional<Drafts> next = nextDrafts()) {
             keep(std::move(*next));
+            std::lock_guard<std::mutex> guard(lock);
+            ++nextKept;
         }
     } catch (...) {
-        fail();
-        isCancelled = true;
+        fail(nextKept);
+        isCancelled = true; // of what lies behind it nothing is kept
     }
     for (auto& [folder, file] : kept) {
         file.syncName();
     }
-    std::deque<Drafts> rest; // removed without the lock
+    std::map<uint64_t, Drafts> rest; // removed without the lock
     {
         std::unique_lock<std::mutex> guard(lock);
-        changed.wait(guard, [this] { return isWritten; });
+        changed.wait(guard, [this] { return writing == 0; });
         rest.swap(drafts);
     }
     rest.clear();
@@ -209,9 +240,10 @@ void FrameWriter::Body::sync()
 void FrameWriter::Body::join()
 {
     std::lock_guard<std::mutex> guard(joining);
-    for (std::thread* const thread : {&writer, &syncer}) {
-        if (thread->joinable()) thread->join();
+    for (std::thread& thread : writers) {
+        if (thread.joinable()) thread.join();
     }
+    if (syncer.joinable()) syncer.join();
 }
 
 FrameWriter::FrameWriter(WriterOptions options) : body_(std::make_unique<Body>(std::move(options)))
@@ -229,7 +261,7 @@ bool FrameWriter::write(Frame frame, std::vector<FramePath> files)
     const size_t most = std::max<size_t>(body_->options.most, 1);
     body_->changed.wait(guard, [&] { return isOver() || body_->jobs.size() < most; });
     if (isOver()) return false;
-    body_->jobs.push_back({std::move(frame), std::move(files)});
+    body_->jobs.push_back({body_->jobCount++, std::move(frame), std::move(files)});
     body_->changed.notify_all();
     return true;
 }

@@ -31,7 +31,7 @@ struct WrittenFrame {
 struct WriterOptions {
     HeaderOptions header;
     bool force = false; // replace files that exist
-    size_t most = 4;    // frames that wait to be written, besides those that are being written
+    size_t most = 2;    // frames that wait to be written, besides those that are being written
     // Called when a frame's files are there, in the order of write(), on a thread of the writer's;
     // it must not call finish() or stop().
     std::function<void(const WrittenFrame&)> whenWritten;
@@ -45,7 +45,7 @@ struct WriterOptions {
 // hold is on the disk when they appear, and their names are when the writer is done. When one
 // cannot be written, the frames before it stay, and nothing behind them comes.
 //
-// Threads: write() on one, the others on any; it has two of its own. Locks: its own, never held
+// Threads: write() on one, the others on any; it has three of its own. Locks: its own, never held
 //   while calling out. Owns: its threads, and the frames that wait.
 class VXCAMKIT_EXPORT FrameWriter
 {
