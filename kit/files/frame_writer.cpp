@@ -19,8 +19,10 @@ namespace vxcam {
 
 namespace {
 
-constexpr size_t kWriters = 2; // threads: while one makes a file, the other one's is written
-constexpr size_t kSyncing = 2; // frames that wait for the disk while the next ones are written
+// Threads: while some wait for the disk, others make files and write them. The disk is busy with
+// four.
+constexpr size_t kWriters = 4;
+constexpr size_t kMostDrafts = 8; // frames that wait for one before them
 
 struct Job {
     uint64_t number; // in the order of write()
@@ -28,7 +30,7 @@ struct Job {
     std::vector<FramePath> files;
 };
 
-// A frame whose files are written, but do not have their names yet.
+// A frame whose files are on the disk, but do not have their names yet.
 struct Drafts {
     WrittenFrame written;
     std::vector<NewFile> files;
@@ -54,8 +56,8 @@ std::exception_ptr errorOf(const std::exception_ptr& why)
 
 } // namespace
 
-// Threads: `writers` make the files and write them, each a frame of its own; `syncer` waits for the
-//   disk and gives them their names, frame by frame. So all go on at the same time.
+// Threads: `writers` make the files and write them, each a frame of its own; `keeper` gives them
+//   their names, frame by frame.
 // Locks: `lock` guards what is below it.
 struct FrameWriter::Body {
     explicit Body(WriterOptions writerOptions);
@@ -63,7 +65,7 @@ struct FrameWriter::Body {
     void write();
     std::optional<Job> nextJob();
     Drafts draft(Job job, FileBytes* spare) const;
-    void sync();
+    void keepAll();
     std::optional<Drafts> nextDrafts();
     void keep(Drafts next);
     void fail(uint64_t number);
@@ -71,14 +73,14 @@ struct FrameWriter::Body {
 
     const WriterOptions options;
     std::atomic<bool> isCancelled{false};
-    std::map<std::string, NewFile> kept; // the last one of each folder; of the syncer
+    std::map<std::string, NewFile> kept; // the last one of each folder; of the keeper
 
     mutable std::mutex lock;
     mutable std::condition_variable changed;
     std::deque<Job> jobs;
     std::map<uint64_t, Drafts> drafts; // by the number of their job
     uint64_t jobCount = 0;             // so far
-    uint64_t nextKept = 0;             // the number of the one that the syncer has next
+    uint64_t nextKept = 0;             // the number of the one that the keeper has next
     size_t writing = kWriters;         // writers that have not ended
     bool isStopped = false, isFinishing = false, isDone = false;
     std::exception_ptr failure;
@@ -87,7 +89,7 @@ struct FrameWriter::Body {
 
     std::mutex joining;
     std::vector<std::thread> writers;
-    std::thread syncer;
+    std::thread keeper;
 };
 
 FrameWriter::Body::Body(WriterOptions writerOptions) : options(std::move(writerOptions))
@@ -96,7 +98,7 @@ FrameWriter::Body::Body(WriterOptions writerOptions) : options(std::move(writerO
         for (size_t i = 0; i < kWriters; ++i) {
             writers.emplace_back([this] { write(); });
         }
-        syncer = std::thread([this] { sync(); });
+        keeper = std::thread([this] { keepAll(); });
     } catch (...) {
         isStopped = true;
         changed.notify_all();
@@ -120,7 +122,7 @@ std::optional<Job> FrameWriter::Body::nextJob()
 {
     std::unique_lock<std::mutex> guard(lock);
     changed.wait(guard, [this] {
-        const bool isRoom = drafts.size() < kSyncing;
+        const bool isRoom = drafts.size() < kMostDrafts;
         return isStopped || failure || (jobs.empty() ? isFinishing : isRoom);
     });
     if (isStopped || failure || jobs.empty()) return std::nullopt;
@@ -149,6 +151,7 @@ Drafts FrameWriter::Body::draft(Job job, FileBytes* spare) const
     for (size_t i = 0; i < contents.size(); ++i) {
         made.files.emplace_back(job.files[i].path, options.force, &isCancelled);
         made.files.back().write(contents[i]);
+        made.files.back().sync();
         if (job.files[i].format == FileFormat::Fits) *spare = std::move(contents[i]);
     }
     made.written.files = std::move(job.files);
@@ -193,9 +196,6 @@ std::optional<Drafts> FrameWriter::Body::nextDrafts()
 void FrameWriter::Body::keep(Drafts next)
 {
     for (NewFile& file : next.files) {
-        file.sync();
-    }
-    for (NewFile& file : next.files) {
         file.keep();
         const std::string folder = folderOf(file.path());
         kept.insert_or_assign(folder, std::move(file));
@@ -207,7 +207,7 @@ void FrameWriter::Body::keep(Drafts next)
     if (options.whenWritten) options.whenWritten(next.written);
 }
 
-void FrameWriter::Body::sync()
+void FrameWriter::Body::keepAll()
 {
     try {
         while (std::optional<Drafts> next = nextDrafts()) {
@@ -243,7 +243,7 @@ void FrameWriter::Body::join()
     for (std::thread& thread : writers) {
         if (thread.joinable()) thread.join();
     }
-    if (syncer.joinable()) syncer.join();
+    if (keeper.joinable()) keeper.join();
 }
 
 FrameWriter::FrameWriter(WriterOptions options) : body_(std::make_unique<Body>(std::move(options)))

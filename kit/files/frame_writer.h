@@ -45,7 +45,7 @@ struct WriterOptions {
 // hold is on the disk when they appear, and their names are when the writer is done. When one
 // cannot be written, the frames before it stay, and nothing behind them comes.
 //
-// Threads: write() on one, the others on any; it has three of its own. Locks: its own, never held
+// Threads: write() on one, the others on any; it has five of its own. Locks: its own, never held
 //   while calling out. Owns: its threads, and the frames that wait.
 class VXCAMKIT_EXPORT FrameWriter
 {
