@@ -24,9 +24,8 @@ VXCAMKIT_EXPORT std::string textOf(const std::vector<HostInterface>& interfaces)
 
 // A way to a camera.
 struct FoundPath {
-    std::string address; // of the camera
-    std::string
-        interface; // address of this host's interface that leads there; empty when none does
+    std::string address;   // of the camera
+    std::string interface; // this host's address on the way; empty when no interface leads there
 };
 
 // A camera, once, however many ways lead to it.

@@ -96,8 +96,7 @@ private:
 //
 // Threads: a value that shares its pixels; different copies may be used on different threads.
 // Owns: its pixels, together with its copies. It may outlive its stream and its camera; its buffer
-// goes
-//   back to the stream with the last copy.
+//   goes back to the stream with the last copy.
 class VXCAMKIT_EXPORT Frame
 {
 public:

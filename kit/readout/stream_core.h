@@ -40,8 +40,7 @@ struct Arrival {
 };
 
 // Threads: take() on the receive thread, next() on the consumer's, watch() on the keeper's, all
-// else
-//   on any.
+//   else on any.
 // Locks: its own, never held while calling out or while a frame is let go.
 class StreamCore
 {

@@ -31,8 +31,7 @@ struct Choice {
 // One part of a value. `least` and `most` bound numbers (of a Time, milliseconds); of Text and
 // Bytes, how many bytes there are.
 struct Field {
-    const char*
-        name; // "degrees": a word in small letters, in JSON, where a value has several fields
+    const char* name; // "degrees": in small letters, for JSON, where a value has several fields
     FieldKind kind;
     double least = 0, most = 0;
     const char* unit = "";             // "C", "ms"

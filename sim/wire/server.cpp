@@ -50,7 +50,8 @@ class tcSimServer::tcImplementation
 {
 public:
     explicit tcImplementation(tsSimOptions options)
-        : mtOptions(CheckedOptions(std::move(options))), mtLedger(mtOptions.events, mtOptions.trace),
+        : mtOptions(CheckedOptions(std::move(options))),
+          mtLedger(mtOptions.events, mtOptions.trace),
           mtIdentity{mtOptions.rows, mtOptions.columns, mtOptions.serial,
                      mtOptions.name, mtOptions.seed,    mtOptions.ambient},
           mtCamera(mtIdentity), mtFaults(mtOptions.faults, mtOptions.faultSeed),

@@ -97,8 +97,8 @@ private:
     }
 
     const pid_t mnProcess = getpid();
-    std::shared_ptr<tcDbgd::tcRegistry>
-        mpRegistry; // where they are, whatever daemon there is later
+    // Where they are, whatever daemon there is later.
+    std::shared_ptr<tcDbgd::tcRegistry> mpRegistry;
 };
 
 static tsBuiltInHandlers gBuiltInHandlers;
