@@ -1,5 +1,5 @@
-# vx_add_pages(<name> <maker>): the manual page and the completion for bash of a program, which another
-# one makes: <maker> MANUAL COMPLETION. Both are installed.
+# vx_add_pages(<name> <maker> <shell>...): the manual page and the completions of a program, for bash,
+# zsh and fish, which another one makes: <maker> MANUAL COMPLETION... All are installed.
 function(vx_add_pages name maker)
   # Thread sanitizer needs its own places in memory.
   set(fixed_layout "")
@@ -7,15 +7,24 @@ function(vx_add_pages name maker)
   if(VX_SANITIZE MATCHES thread AND VX_SETARCH)
     set(fixed_layout ${VX_SETARCH} -R)
   endif()
-  set(pages ${CMAKE_CURRENT_BINARY_DIR}/${name}.1 ${CMAKE_CURRENT_BINARY_DIR}/${name}.bash)
+  set(folder_bash bash-completion/completions)
+  set(file_bash ${name})
+  set(folder_zsh zsh/site-functions)
+  set(file_zsh _${name})
+  set(folder_fish fish/vendor_completions.d)
+  set(file_fish ${name}.fish)
+  set(pages ${CMAKE_CURRENT_BINARY_DIR}/${name}.1)
+  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  foreach(shell ${ARGN})
+    list(APPEND pages ${CMAKE_CURRENT_BINARY_DIR}/${name}.${shell})
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.${shell}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/${folder_${shell}} RENAME ${file_${shell}})
+  endforeach()
   add_custom_command(
     OUTPUT ${pages}
     COMMAND ${CMAKE_COMMAND} -E env DBGD_DISABLE=1 ${fixed_layout} $<TARGET_FILE:${maker}> ${pages}
     DEPENDS ${maker}
-    COMMENT "Writing the manual page and the completion of ${name}"
+    COMMENT "Writing the manual page and the completions of ${name}"
     VERBATIM)
   add_custom_target(${name}_pages ALL DEPENDS ${pages})
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.bash
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${name})
 endfunction()

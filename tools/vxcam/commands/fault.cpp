@@ -1,6 +1,7 @@
 // vxcam fault: what goes wrong with a simulated camera, through its item server.
 #include "arguments.h"
 #include "failure.h"
+#include "faultkinds.h"
 #include "faults.h"
 #include "itemreplies.h"
 #include "logrecord.h"
@@ -64,6 +65,15 @@ std::string KindOfItem(const std::string& name)
     return kind;
 }
 
+std::vector<std::string> Kinds()
+{
+    std::vector<std::string> kinds;
+    for (size_t i = 0; i < gnSimFaultKinds; ++i) {
+        kinds.emplace_back(NameOf(static_cast<teSimFault>(i)));
+    }
+    return kinds;
+}
+
 tsSimFault Parsed(const std::string& text)
 {
     try {
@@ -89,7 +99,8 @@ void tcFault::Declare(tcCommandLine& line)
         .Required();
     line.Operand("KIND", &maKinds,
                  "KIND[:NAME=VALUE[,NAME=VALUE]...], as vxcamsim --help explains them; without "
-                 "one, those that may strike are listed");
+                 "one, those that may strike are listed")
+        .Offers(Kinds());
     line.Flag("--lift", &mbLift, "take the faults of these kinds back; without a kind, all");
     line.Option("--timeout", &msTimeout, "TIME", "how long the camera may be silent");
     line.Flag("--json", &mbJson, "print one JSON document");

@@ -108,7 +108,10 @@ void tcLogVerb::DeclareChanges(tcCommandLine& line)
                 "they went before");
     tcCommandLine enable =
         Action(line, "enable", "switch all debug records on or off", &tcLogVerb::Enable);
-    enable.Operand("SWITCH", &msSwitch, "on or off").OneOf({"on", "off", "1", "0"}).Required();
+    enable.Operand("SWITCH", &msSwitch, "on or off")
+        .OneOf({"on", "off", "1", "0"})
+        .Offers({"on", "off"})
+        .Required();
     for (tcCommandLine action : {set, uri, enable}) {
         action.Flag("--json", &mbJson, "print one JSON document");
     }

@@ -1,16 +1,15 @@
-// Writes what an installation holds beside the program: makepages MANUAL COMPLETION
+// Writes what an installation holds beside the program: makepages MANUAL BASH ZSH FISH
 #include "pages.h"
 
-#include <cstdio>
 #include <fstream>
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) return 1;
-    std::ofstream manual(argv[1]), completion(argv[2]);
-    manual << ManualPage();
-    completion << BashCompletion();
-    manual.close();
-    completion.close();
-    return manual && completion ? 0 : 1;
+    std::string (*const makers[])() = {ManualPage, BashCompletion, ZshCompletion, FishCompletion};
+    if (argc != 5) return 1;
+    bool isWritten = true;
+    for (int i = 1; i < argc; ++i) {
+        isWritten = (std::ofstream(argv[i]) << makers[i - 1]()).flush().good() && isWritten;
+    }
+    return isWritten ? 0 : 1;
 }

@@ -1,5 +1,5 @@
-// The manual page and the shell's completion, made from the verbs, their options and the table of
-// properties.
+// The manual page and the completions of shells, made from the verbs, their options and the table
+// of properties.
 #ifndef PAGES_H
 #define PAGES_H
 
@@ -8,7 +8,8 @@
 // In the form of man(7).
 std::string ManualPage();
 
-// For bash.
 std::string BashCompletion();
+std::string ZshCompletion();
+std::string FishCompletion();
 
 #endif

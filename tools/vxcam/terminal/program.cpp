@@ -188,7 +188,8 @@ void DeclareTarget(tcCommandLine& line, tsCommonOptions* options)
 {
     line.Operand("TARGET", &options->target,
                  "HOST:PORT, serial:NUMBER, or sim for a simulated camera")
-        .Checked([](const std::string& text) { ParseTarget(text); });
+        .Checked([](const std::string& text) { ParseTarget(text); })
+        .Offers({"sim"});
 }
 
 void DeclareCommon(tcCommandLine& line, tsCommonOptions* options)

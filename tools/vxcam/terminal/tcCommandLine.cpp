@@ -91,9 +91,15 @@ tcOption tcOption::OneOf(const std::vector<std::string>& words) const
 
 tcOption tcOption::Checked(void (*check)(const std::string&)) const
 {
-    mpChecks->push_back([option = mpOption, check] {
+    mpNotes->checks.push_back([option = mpOption, check] {
         if (option->count() > 0) check(option->as<std::string>());
     });
+    return *this;
+}
+
+tcOption tcOption::Offers(const std::vector<std::string>& words) const
+{
+    mpNotes->offered.insert(mpNotes->offered.end(), words.begin(), words.end());
     return *this;
 }
 
@@ -110,18 +116,19 @@ tcOption tcOption::Group(const char* title) const
 }
 
 tcCommandLine::tcCommandLine(const std::string& name, const std::string& summary)
-    : tcCommandLine(std::make_shared<CLI::App>(summary, name), std::make_shared<tpChecks>())
+    : tcCommandLine(std::make_shared<CLI::App>(summary, name),
+                    std::make_shared<tcOption::tsNotes>())
 {}
 
 tcOption tcCommandLine::Option(const char* names, tpValue value, const char* type,
                                const char* meaning)
 {
-    return {Declare(*mpApp, names, value, meaning)->type_name(type), mpChecks};
+    return {Declare(*mpApp, names, value, meaning)->type_name(type), mpNotes};
 }
 
 tcOption tcCommandLine::Flag(const char* names, bool* value, const char* meaning)
 {
-    return {mpApp->add_flag(names, *value, meaning), mpChecks};
+    return {mpApp->add_flag(names, *value, meaning), mpNotes};
 }
 
 tcOption tcCommandLine::Operand(const char* name, tpValue value, const char* meaning)
@@ -136,7 +143,7 @@ tcCommandLine tcCommandLine::Action(const char* name, const char* meaning,
     CLI::App* const action = mpApp->add_subcommand(name, meaning);
     action->fallthrough();
     action->callback(std::move(chosen));
-    return {std::shared_ptr<CLI::App>(mpApp, action), mpChecks};
+    return {std::shared_ptr<CLI::App>(mpApp, action), mpNotes};
 }
 
 void tcCommandLine::AddFooter(const std::string& text)
@@ -154,7 +161,7 @@ bool tcCommandLine::Parse(std::vector<std::string> arguments)
     } catch (const CLI::ParseError& error) {
         throw tcFailure(eExitUsage, std::string(error.what()) + " (see " + Name() + " --help)");
     }
-    for (const auto& check : *mpChecks) {
+    for (const auto& check : mpNotes->checks) {
         check();
     }
     return true;
@@ -192,7 +199,7 @@ std::vector<tcCommandLine> tcCommandLine::Actions() const
 {
     std::vector<tcCommandLine> actions;
     for (CLI::App* action : mpApp->get_subcommands(nullptr)) {
-        actions.push_back({std::shared_ptr<CLI::App>(mpApp, action), mpChecks});
+        actions.push_back({std::shared_ptr<CLI::App>(mpApp, action), mpNotes});
     }
     return actions;
 }

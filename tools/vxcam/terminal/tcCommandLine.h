@@ -26,10 +26,14 @@ using tpValue = std::variant<std::string*, int*, uint16_t*, uint64_t*, double*, 
 class tcOption
 {
 public:
-    using tpChecks = std::vector<std::function<void()>>;
+    // What the parser does not know, of a whole command line.
+    struct tsNotes {
+        std::vector<std::function<void()>> checks;
+        std::vector<std::string> offered;
+    };
 
-    tcOption(CLI::Option* option, std::shared_ptr<tpChecks> checks)
-        : mpOption(option), mpChecks(std::move(checks))
+    tcOption(CLI::Option* option, std::shared_ptr<tsNotes> notes)
+        : mpOption(option), mpNotes(std::move(notes))
     {}
 
     tcOption Required() const; // and so without an initial value
@@ -38,12 +42,14 @@ public:
     tcOption OneOf(const std::vector<std::string>& words) const;
     // When all has been parsed, with what is given. Throws tcFailure when that cannot be.
     tcOption Checked(void (*check)(const std::string&)) const;
+    // Words that a completion offers for it.
+    tcOption Offers(const std::vector<std::string>& words) const;
     tcOption Excludes(const tcOption& other) const;
     tcOption Group(const char* title) const; // of the help
 
 private:
     CLI::Option* mpOption;
-    std::shared_ptr<tpChecks> mpChecks; // of the command line
+    std::shared_ptr<tsNotes> mpNotes;
 };
 
 // An option as documents tell of it.
@@ -85,16 +91,16 @@ public:
     std::vector<tsOptionText> Options() const; // in the order of their declaration, --help first
     std::vector<tcCommandLine> Actions() const;
     bool HasOperand(const std::string& name) const;
+    // What may stand for operands, those of actions too.
+    const std::vector<std::string>& Offered() const { return mpNotes->offered; }
 
 private:
-    using tpChecks = tcOption::tpChecks;
-
-    tcCommandLine(std::shared_ptr<CLI::App> app, std::shared_ptr<tpChecks> checks)
-        : mpApp(std::move(app)), mpChecks(std::move(checks))
+    tcCommandLine(std::shared_ptr<CLI::App> app, std::shared_ptr<tcOption::tsNotes> notes)
+        : mpApp(std::move(app)), mpNotes(std::move(notes))
     {}
 
     std::shared_ptr<CLI::App> mpApp;
-    std::shared_ptr<tpChecks> mpChecks; // those of the actions, too
+    std::shared_ptr<tcOption::tsNotes> mpNotes; // shared with actions
 };
 
 #endif

@@ -81,88 +81,6 @@ std::string PropertySection()
     return text;
 }
 
-// ---- bash ------------------------------------------------------------------------------------
-
-void AddOptions(const tcCommandLine& line, std::vector<std::string>* words)
-{
-    for (const tsOptionText& option : line.Options()) {
-        const std::string& word = option.names.back();
-        if (std::find(words->begin(), words->end(), word) == words->end()) words->push_back(word);
-    }
-}
-
-// The words that may follow a verb: options and actions.
-std::string VerbCase(const tsVerb& verb)
-{
-    tcCommandLine line;
-    const std::unique_ptr<tcVerb> run = verb.make();
-    run->Declare(line);
-    std::vector<std::string> options, words;
-    AddOptions(line, &options);
-    for (const tcCommandLine& action : line.Actions()) {
-        words.push_back(action.Name());
-        AddOptions(action, &options);
-    }
-    if (line.HasOperand("TARGET") && words.empty()) words.emplace_back("sim");
-    return "    " + std::string(verb.name) + ") options='" + Joined(options) + "' words='" +
-           Joined(words) + "' ;;\n";
-}
-
-// With a colon behind those that need a key.
-std::string PropertyWords(bool settable)
-{
-    std::vector<std::string> words;
-    for (const vxcam::Property& property : vxcam::properties()) {
-        if (!(settable ? property.isWritable() : property.isReadable())) continue;
-        words.push_back(property.name + std::string(property.key != nullptr ? ":" : "") +
-                        (settable && property.key == nullptr ? "=" : ""));
-    }
-    return Joined(words);
-}
-
-// Words stay whole at colons and equal signs, however bash cuts them; what stands before the last
-// cut is taken off the answers, since bash keeps it.
-constexpr const char* gsFunction = R"(
-    local line=${COMP_LINE:0:COMP_POINT} word verb mode i
-    local -a before
-    read -ra before <<<"$line"
-    word=
-    if [[ $line != *[[:space:]] && ${#before[@]} -gt 0 ]]; then
-        word=${before[-1]}
-        unset 'before[-1]'
-    fi
-    verb=${before[1]:-}
-    mode=$verb
-    for ((i = 2; i < ${#before[@]}; i++)); do
-        [[ $verb == [gs]et && ${before[i]} == [gs]et ]] && mode=${before[i]}
-    done
-    local options='--help --version' words=$verbs
-    case $verb in
-)";
-
-constexpr const char* gsFunctionEnd = R"(    '') ;;
-    help) options= ;;
-    *) return ;;
-    esac
-    if [[ $verb == [gs]et && ${#before[@]} -gt 2 ]]; then
-        words="get set $gettable"
-        [[ $mode == set ]] && words="get set $settable"
-    fi
-    [[ $word == -* ]] && words=$options
-    COMPREPLY=($(compgen -W "$words" -- "$word"))
-    if [[ ${#COMPREPLY[@]} == 0 && $word != -* ]]; then
-        local file=${word##*@}
-        [[ $word == *@* || $verb != [gs]et ]] && COMPREPLY=($(compgen -f -- "$file"))
-        [[ $word == *@* ]] && COMPREPLY=("${COMPREPLY[@]/#/${word%@*}@}")
-    fi
-    [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *[:=] ]] && compopt -o nospace 2>/dev/null
-    local cut=${word%"${word##*[:=]}"}
-    [[ -n $cut ]] && COMPREPLY=("${COMPREPLY[@]#"$cut"}")
-    return 0
-}
-complete -F _vxcam vxcam
-)";
-
 } // namespace
 
 std::string ManualPage()
@@ -192,17 +110,4 @@ std::string ManualPage()
         text += Entry(code, meaning);
     }
     return text;
-}
-
-std::string BashCompletion()
-{
-    std::vector<std::string> verbs{"help"};
-    std::string cases;
-    for (const tsVerb& verb : Verbs()) {
-        verbs.emplace_back(verb.name);
-        cases += VerbCase(verb);
-    }
-    return "# Completion of vxcam for bash.\n_vxcam()\n{\n    local verbs='" + Joined(verbs) +
-           "'\n    local gettable='" + PropertyWords(false) + "'\n    local settable='" +
-           PropertyWords(true) + "'" + gsFunction + cases + gsFunctionEnd;
 }
