@@ -23,13 +23,17 @@ constexpr int gnReceiveTimeout = 100; // ms
 constexpr int gnSendStep = 50;        // ms between two looks at the stop flag
 constexpr milliseconds gShortestDelay{10};
 constexpr milliseconds gLongestDelay{1000};
-constexpr int gnReconnectLimit = 1000; // ms that one attempt may take
+constexpr int gnReconnectLimit = 1000;  // ms that one attempt may take
+constexpr milliseconds gLastWords{500}; // that the end of a failed opening may take to arrive
 
-// A camera that vanished without a word is asked from the third second of silence on, and given up
-// after six. A command that it does not confirm puts that off once, by six seconds from then on.
+// A camera that vanished without a word is asked by the kernel from the third second of silence on,
+// and given up after three questions. While something that was sent is not confirmed, the kernel
+// asks nothing: then its silence is told by when it was heard last.
 constexpr int gnSilentSeconds = 3;
 constexpr int gnQuestionSeconds = 1;
-constexpr unsigned gnVanishedMs = 6000;
+constexpr int gnQuestions = 3;
+constexpr unsigned gnSilentMs = 6000;
+constexpr milliseconds gUnanswered{1500}; // that this must last
 
 template <class Value>
 void SetOption(int descriptor, int level, int name, const Value& value)
@@ -91,8 +95,21 @@ int tcVXCamera_Ethernet::Open()
     EnableNoOps(0, 0);
 
     const int result = tcVXCamera::Initialize();
-    if (result == 0) StopReceiving();
+    if (result == 0) {
+        AwaitLastWords();
+        StopReceiving();
+    }
     return result;
+}
+
+// Has the receive thread read what a camera said before it ended the connection.
+void tcVXCamera_Ethernet::AwaitLastWords()
+{
+    pollfd state{mSocket.GetFD(), POLLRDHUP, 0};
+    if (!mbConnected || poll(&state, 1, 0) <= 0) return;
+    const auto limit = steady_clock::now() + gLastWords;
+    while (mbConnected && steady_clock::now() < limit)
+        PauseUntil(steady_clock::now() + milliseconds(1));
 }
 
 int tcVXCamera_Ethernet::SendMessage(tsMsgHeader* frame)
@@ -192,6 +209,8 @@ void tcVXCamera_Ethernet::MonitorThread()
             for (int at = 0; at < n && !mbStopMonitor; at += gnPieceBytes) {
                 TakePiece(buffer + at, std::min(gnPieceBytes, n - at));
             }
+        } else if (n == -2) {
+            if (HasVanished()) mSocket.Shutdown(SHUT_RDWR);
         } else if (n == -1) {
             // An error that lasts must not take the whole core.
             PauseUntil(steady_clock::now() + gShortestDelay);
@@ -216,6 +235,19 @@ int tcVXCamera_Ethernet::Receive(char* buffer, int size)
     return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) ? -2 : n;
 }
 
+// Whether nothing is heard of the camera although something is to be confirmed. One that reads
+// nothing for a while confirms the kernel's questions whether it may be sent more, and is there.
+bool tcVXCamera_Ethernet::HasVanished()
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (getsockopt(mSocket.GetFD(), IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return false;
+    const bool isUnconfirmed = info.tcpi_unacked > 0 || info.tcpi_probes > 0;
+    const auto now = steady_clock::now();
+    if (!isUnconfirmed || info.tcpi_last_ack_recv < gnSilentMs) mUnansweredSince = now;
+    return now - mUnansweredSince >= gUnanswered;
+}
+
 void tcVXCamera_Ethernet::TakePiece(char* bytes, int length)
 {
     mLog.logDebug(1, "tcVXCamera_Ethernet::MonitorThread received %d bytes", length);
@@ -233,8 +265,8 @@ void tcVXCamera_Ethernet::SetConnected()
     mSocket.SetAsKeepAlive();
     SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_KEEPIDLE, gnSilentSeconds);
     SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_KEEPINTVL, gnQuestionSeconds);
-    SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_USER_TIMEOUT, gnVanishedMs);
-    mConnectedSince = steady_clock::now();
+    SetOption(mSocket.GetFD(), IPPROTO_TCP, TCP_KEEPCNT, gnQuestions);
+    mConnectedSince = mUnansweredSince = steady_clock::now();
     const std::scoped_lock lock(mSendMutex, mSocketMutex);
     mbConnected = true;
     SetLinkState(true);

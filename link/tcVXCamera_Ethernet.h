@@ -27,7 +27,8 @@ VX_EXPORT std::vector<tsNicInfo> enumNics(bool unused);
 // that double from 10 ms to 1 s; an attempt that takes longer than 1 s is given up. The first one
 // goes to the address known, the following ones to where the host's name leads by then. A camera of
 // which nothing is heard, not even by the network's own questions, counts as having closed the
-// connection after 6 s, or 13 s at most while commands are sent to it.
+// connection after 6 s, or 13 s at most while commands are sent to it; one that only reads nothing
+// does not.
 //
 // Threads: one receive thread reads the socket, parses and dispatches; it runs from Initialize to
 //   destruction. SendMessage may be called from any thread.
@@ -71,6 +72,8 @@ protected:
 
 private:
     int Open();
+    void AwaitLastWords();
+    bool HasVanished();
     int Transmit(tsMsgHeader* frame, std::chrono::milliseconds limit, bool endsLink);
     int SendBytes(const char* bytes, int length, std::chrono::milliseconds limit);
     void StopReceiving();
@@ -93,7 +96,7 @@ private:
     std::atomic<bool> mbStopMonitor{false};
     std::mutex mPauseMutex;
     std::condition_variable mPauseCondition;
-    std::chrono::steady_clock::time_point mConnectedSince;
+    std::chrono::steady_clock::time_point mConnectedSince, mUnansweredSince;
     std::chrono::milliseconds mReconnectDelay{0};
 };
 

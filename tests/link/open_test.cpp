@@ -294,12 +294,23 @@ TEST_F(OpenCamera, FailsAtOnceWhenItEndsTheConnection)
         const tsFailedOpening opening = OpenInVain(peer, play);
         EXPECT_EQ(-1, opening.result);
         EXPECT_LT(opening.took, 2000);
-        // None where not even the question could be sent, which has a line of its own.
-        EXPECT_LE(opening.errors.size(), 1u);
+        EXPECT_EQ(opening.errors, std::vector<std::string>{gsEnded});
     }
     const int handle = Open(peer);
     EXPECT_GE(handle, 0) << "free again";
     EXPECT_EQ(0, VXCloseCamera(handle));
+}
+
+TEST_F(OpenCamera, TellsWhatItSaidThoughNothingCouldBeAskedAnyMore)
+{
+    for (int round = 0; round < 100; ++round) {
+        const tsFailedOpening opening = OpenInVain(peer, [this] {
+            peer.Send(MessageBytes(0x75, std::string("\2\2") + "in use"));
+            peer.Close();
+        });
+        EXPECT_EQ(-1, opening.result);
+        ASSERT_EQ(opening.errors, std::vector<std::string>{gsEnded + ": in use"}) << round;
+    }
 }
 
 TEST_F(OpenCamera, SucceedsWhenTheConnectionEndsBehindTheAnswer)

@@ -97,7 +97,7 @@ TEST_F(Reconnect, SetsTheSocketUpAgain)
     const int descriptor = peer.ClientDescriptor();
     EXPECT_NE(0, IntOption(descriptor, IPPROTO_TCP, TCP_NODELAY));
     EXPECT_NE(0, IntOption(descriptor, SOL_SOCKET, SO_KEEPALIVE));
-    EXPECT_NE(0, IntOption(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT));
+    EXPECT_EQ(3, IntOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT));
 }
 
 TEST_F(Reconnect, DoesNotResetTheParser)

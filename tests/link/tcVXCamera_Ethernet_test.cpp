@@ -55,7 +55,7 @@ TEST_F(Link, SetsTheSocketUp)
     ASSERT_GE(descriptor, 0);
     EXPECT_NE(0, IntOption(descriptor, IPPROTO_TCP, TCP_NODELAY));
     EXPECT_NE(0, IntOption(descriptor, SOL_SOCKET, SO_KEEPALIVE));
-    EXPECT_NE(0, IntOption(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT));
+    EXPECT_EQ(3, IntOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT));
     EXPECT_NE(0, fcntl(descriptor, F_GETFD) & FD_CLOEXEC);
 }
 

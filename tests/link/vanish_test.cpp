@@ -102,6 +102,36 @@ TEST_F(Vanish, CountsAsClosedWithin15SecondsWhateverTheHostDoes)
     }
 }
 
+// Its side of the connection answers for it.
+TEST(Busy, IsNotTakenForVanishedThoughItReadsNothing)
+{
+    tcScriptedCamera peer;
+    tcVXCamera_Ethernet camera("127.0.0.1", peer.Port());
+    auto opened = std::async(std::launch::async, [&] { return camera.Initialize(); });
+    ASSERT_TRUE(ShakeHands(peer));
+    ASSERT_NE(0, opened.get());
+    struct {
+        tsMsgHeader header;
+        char bytes[4000];
+    } message{};
+    message.header.Length = sizeof message.bytes;
+    message.header.MsgId = gnUserId;
+    constexpr int count = 200; // more than the camera's side takes unread
+    for (int i = 0; i < count; ++i)
+        ASSERT_EQ(0, camera.SendMessage(&message.header));
+    tsStatistics figures{};
+    EXPECT_FALSE(WaitUntil(
+        [&] {
+            camera.GetStatistics(&figures, sizeof figures);
+            return figures.ConnectionsLost > 0;
+        },
+        milliseconds(12000)));
+    int received = 0;
+    while (IdOf(peer.ReadMessage()) == gnUserId)
+        ++received;
+    EXPECT_EQ(count, received);
+}
+
 TEST_F(Vanish, IsForgivenForThreeSeconds)
 {
     if (!Prepare()) GTEST_SKIP() << reason;
