@@ -79,7 +79,7 @@ int tcVXCamera::SendLinkTestData(tsLinkTestCmd* test)
         if (mpLinkTest != nullptr) return eVXFailed;
         mpLinkTest = test;
     }
-    const tcNoCancel noCancel;
+    const vx::tcNoCancel noCancel;
     const tcLinkTestEnd end(*this);
     return RunLinkTest(*test);
 }

@@ -57,7 +57,7 @@ extern "C" int VXOpenENetCamera(const char* address, unsigned short port)
 
 extern "C" int VXOpenCameraBySerialNumber(int serial)
 {
-    const tcNoCancel noCancel;
+    const vx::tcNoCancel noCancel;
     constexpr int most = 10;
     tsEnetData cameras[most] = {};
     const int found = VXLocateEnetCameras(cameras, most);
@@ -72,7 +72,7 @@ extern "C" int VXOpenCameraBySerialNumber(int serial)
 
 extern "C" int VXLocateEnetCameras(tsEnetData* list, int max)
 {
-    const tcNoCancel noCancel;
+    const vx::tcNoCancel noCancel;
     if (list == nullptr || max < 1) return 0;
     return tcVXCamera_Ethernet::LocateEnetCameras(list, max);
 }

@@ -53,7 +53,7 @@ int tcVXCamera::RefuseOnReceiveThread(const char* operation)
 int tcVXCamera::SendAndWait(tuCameraMessages* msg, int item, long* result1, long* result2,
                             int count)
 {
-    const tcNoCancel noCancel;
+    const vx::tcNoCancel noCancel;
     if (RefuseOnReceiveThread("SendAndWait") != eVXOk || CallerIsClosing()) return eVXFailed;
     tsRequestWaiter waiter;
     {
@@ -211,7 +211,7 @@ int tcVXCamera::numOpsPending()
 
 int tcVXCamera::WaitCompletion(int timeoutMs)
 {
-    const tcNoCancel noCancel;
+    const vx::tcNoCancel noCancel;
     mLog.logDebug(4, "tcVXCamera::WaitCompletion Entered");
     if (RefuseOnReceiveThread("WaitCompletion") != eVXOk) return eVXFailed;
 

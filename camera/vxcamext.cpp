@@ -53,6 +53,8 @@ extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)
 {
     const int refused = tcVXCamera::CheckStatistics(statistics, size);
     if (refused != eVXOk) return refused;
-    const tcVXCamera::tcHold camera(handle);
-    return camera ? camera->GetStatistics(statistics, size) : eVXNoCamera;
+    return Guarded([&] {
+        const tcVXCamera::tcHold camera(handle);
+        return camera ? camera->GetStatistics(statistics, size) : static_cast<int>(eVXNoCamera);
+    });
 }

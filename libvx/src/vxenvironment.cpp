@@ -21,13 +21,25 @@ bool IsFromCaller(const char* value)
 
 } // namespace
 
+std::mutex& vx::EnvironmentLock()
+{
+    static std::mutex& lock = *new std::mutex;
+    return lock;
+}
+
+const char* vx::Variable(const char* name)
+{
+    const std::lock_guard<std::mutex> guard(EnvironmentLock());
+    return std::getenv(name);
+}
+
 const char* vx::PlaceVariable(const char* name)
 {
-    return HasRaisedRights() ? nullptr : std::getenv(name);
+    return HasRaisedRights() ? nullptr : Variable(name);
 }
 
 const char* vx::TrustedVariable(const char* name)
 {
-    const char* const value = std::getenv(name);
+    const char* const value = Variable(name);
     return value != nullptr && HasRaisedRights() && IsFromCaller(value) ? nullptr : value;
 }

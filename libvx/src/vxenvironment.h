@@ -6,7 +6,15 @@
 #ifndef VX_ENVIRONMENT_H
 #define VX_ENVIRONMENT_H
 
+#include <mutex>
+
 namespace vx {
+
+// Held while the library reads or changes the environment: its own threads do either at any time.
+std::mutex& EnvironmentLock();
+
+// The value of a variable, or null. It stays as it is whatever the library sets later.
+const char* Variable(const char* name);
 
 // The value of a variable of the library that names a file, folder, address, port or module. Null
 // when it is not set, and always in a program with raised rights.

@@ -2,8 +2,9 @@
 #ifndef VX_TIMEZONE_H
 #define VX_TIMEZONE_H
 
+#include "vxenvironment.h"
+
 #include <ctime>
-#include <mutex>
 
 namespace vx {
 
@@ -13,8 +14,7 @@ namespace vx {
 // Threads: any, several at once.
 inline void TakeTimeZone()
 {
-    static std::mutex lock; // without a destructor, so never gone
-    const std::lock_guard<std::mutex> guard(lock);
+    const std::lock_guard<std::mutex> guard(EnvironmentLock());
     tzset();
 }
 

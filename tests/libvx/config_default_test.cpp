@@ -1,5 +1,7 @@
 #include "config_fixture.h"
 #include "tcConfiguration.h"
+#include "tcLog.h"
+#include "tcLogConsumer.h"
 
 #include <atomic>
 #include <thread>
@@ -171,6 +173,32 @@ static void UseConfiguration(std::atomic<int>& waiting, int thread, int items)
         tcConfigFile::FindInstance(name.c_str());
         const tcConfigFile another(name.c_str());
     }
+}
+
+TEST_F(Configuration, ChangesTheEnvironmentWhileOthersLog)
+{
+    const tcCapturedOutput output;
+    std::ofstream file("env.cfg");
+    for (int i = 0; i < 3000; ++i)
+        file << "!env VXTEST" << i << "=" << i << "\n";
+    file.close();
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 3; ++i)
+        writers.emplace_back([&] {
+            tcLogFile nothing("/dev/null");
+            tcLog log("WHILE", 1);
+            log.SetConsumer(&nothing);
+            while (!isOver)
+                log.logDebug(1, "a line");
+            log.SetConsumer(nullptr);
+        });
+    for (int i = 0; i < 3; ++i)
+        tcConfigFile("env.cfg");
+    isOver = true;
+    for (std::thread& writer : writers)
+        writer.join();
+    EXPECT_STREQ("2999", getenv("VXTEST2999"));
 }
 
 TEST_F(Configuration, IsListedWhileOthersAreMade)

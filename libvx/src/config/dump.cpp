@@ -2,6 +2,7 @@
 
 #include "StringTokenizer.h"
 #include "vxdescriptors.h"
+#include "vxguarded.h"
 #include "vxtimezone.h"
 
 #include <cstdio>
@@ -140,17 +141,25 @@ void tcConfigFile::List(bool dump)
 
 extern "C" void DumpConfig(const char* name)
 {
-    const tcConfigFile* file = FindOrList(name);
-    if (file != nullptr) file->Dump(nullptr);
+    vx::Guarded(0, [name] {
+        const tcConfigFile* file = FindOrList(name);
+        if (file != nullptr) file->Dump(nullptr);
+        return 0;
+    });
 }
 
 extern "C" int ValidConfig(const char* name)
 {
-    const tcConfigFile* file = FindOrList(name);
-    return file != nullptr && file->Validate() ? 1 : 0;
+    return vx::Guarded(0, [name] {
+        const tcConfigFile* file = FindOrList(name);
+        return file != nullptr && file->Validate() ? 1 : 0;
+    });
 }
 
 extern "C" void ListConfigs(bool dump)
 {
-    tcConfigFile::List(dump);
+    vx::Guarded(0, [dump] {
+        tcConfigFile::List(dump);
+        return 0;
+    });
 }

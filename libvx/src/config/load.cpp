@@ -3,6 +3,7 @@
 #include "StringTokenizer.h"
 #include "loadstate.h"
 #include "vxdescriptors.h"
+#include "vxenvironment.h"
 
 #include <cctype>
 #include <cerrno>
@@ -91,12 +92,30 @@ std::recursive_mutex& tcConfigFile::RegistryLock()
 
 tcConfigFile::tcConfigFile(const char* name) : msFileName(name == nullptr ? "" : name)
 {
-    mbEnvOverride = std::getenv("CONFIGFILE_ENV_OVERIDE") != nullptr;
+    mbEnvOverride = vx::Variable("CONFIGFILE_ENV_OVERIDE") != nullptr;
     mvFilesUsed.emplace_back();
     Register(this);
-    LoadConfigFile(msFileName.c_str(), true);
-    mbErrors = !mssErrors.str().empty();
+    try {
+        LoadConfigFile(msFileName.c_str(), true);
+        mbErrors = !mssErrors.str().empty();
+    } catch (...) {
+        Register(nullptr);
+        throw;
+    }
 }
+
+// The load that runs, as long as it does.
+class tcConfigFile::tcRunning
+{
+public:
+    tcRunning(vx::tcLoadState*& place, vx::tcLoadState& load) : mpPlace(place) { place = &load; }
+    ~tcRunning() { mpPlace = nullptr; }
+    tcRunning(const tcRunning&) = delete;
+    tcRunning& operator=(const tcRunning&) = delete;
+
+private:
+    vx::tcLoadState*& mpPlace;
+};
 
 // Kept: a second object of the same name loses its registration when the first one goes.
 tcConfigFile::~tcConfigFile()
@@ -128,12 +147,11 @@ int tcConfigFile::LoadConfigFile(const char* name, bool clear)
     }
     try {
         vx::tcLoadState load(mvFilesUsed);
-        mpLoad = &load;
+        const tcRunning running(mpLoad, load);
         LoadFile(fileName, clear);
     } catch (const std::bad_alloc&) {
         mssErrors << CurrentFile() << ": Out of memory! the rest is left out\n";
     }
-    mpLoad = nullptr;
     return 1;
 }
 
@@ -216,6 +234,7 @@ void tcConfigFile::ProcessDirective(std::string line, int lineNumber)
         const std::string value = tokens.remainingString();
         if (name.empty()) return;
         if (value.empty()) {
+            const std::lock_guard<std::mutex> environment(vx::EnvironmentLock());
             unsetenv(name.c_str());
         } else {
             PutEnv(name.c_str(), value.c_str());

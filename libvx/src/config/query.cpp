@@ -1,5 +1,7 @@
 #include "tcConfigFile.h"
 
+#include "vxenvironment.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -27,11 +29,10 @@ std::string Format(tNumber value)
 // Hands a text to the environment, which keeps pointing at it: no text is ever freed.
 void Put(const std::string& text)
 {
-    static std::mutex& lock = *new std::mutex;
     static std::vector<char*>& kept = *new std::vector<char*>;
     char* copy = new char[text.size() + 1];
     std::memcpy(copy, text.c_str(), text.size() + 1);
-    const std::lock_guard<std::mutex> guard(lock);
+    const std::lock_guard<std::mutex> guard(vx::EnvironmentLock());
     kept.push_back(copy);
     putenv(copy);
 }
@@ -159,7 +160,7 @@ bool tcConfigFile::Validate() const
 
 const char* tcConfigFile::GetEnv(const char* name, const char* defaultValue)
 {
-    const char* value = std::getenv(name);
+    const char* value = vx::Variable(name);
     return value == nullptr ? defaultValue : value;
 }
 

@@ -165,6 +165,7 @@ protected:
 
 private:
     using tGuard = std::lock_guard<std::recursive_mutex>;
+    class tcRunning;
 
     static std::recursive_mutex& RegistryLock();
     void Register(tcConfigFile* file) const;

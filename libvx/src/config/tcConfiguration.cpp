@@ -1,6 +1,7 @@
 #include "tcConfiguration.h"
 
 #include "vxenvironment.h"
+#include "vxguarded.h"
 
 #include <cstring>
 #include <mutex>
@@ -53,6 +54,8 @@ void tcConfiguration::CleanUpClassScopeAllocation()
 
 extern "C" int TestCfg(void)
 {
-    tcConfiguration::GetInstance()->Dump(nullptr);
-    return 0;
+    return vx::Guarded(0, [] {
+        tcConfiguration::GetInstance()->Dump(nullptr);
+        return 0;
+    });
 }

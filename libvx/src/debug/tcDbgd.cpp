@@ -114,7 +114,7 @@ extern "C" tcDbgd* DbgdPointer()
 
 void tcDbgd::StartServer()
 {
-    if (std::getenv("DBGD_DISABLE") || (sbHeedsOptOut && IsOptedOut())) return;
+    if (vx::Variable("DBGD_DISABLE") || (sbHeedsOptOut && IsOptedOut())) return;
     const std::lock_guard<std::mutex> guard(mhServerLock);
     if (mpServer && !mpServer->HasEnded()) {
         if (!mpServer->IsStopping()) return;

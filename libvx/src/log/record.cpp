@@ -29,7 +29,7 @@ bool IsSameZone(const tsTimeText& text, const char* zone)
 const char* TimeText(int32_t seconds)
 {
     static thread_local tsTimeText cache;
-    const char* zone = std::getenv("TZ");
+    const char* zone = vx::Variable("TZ");
     if (zone == nullptr) zone = "none"; // an empty one is UTC
     if (cache.maText[0] != '\0' && cache.mnSeconds == seconds && IsSameZone(cache, zone))
         return cache.maText;

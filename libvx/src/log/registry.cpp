@@ -152,22 +152,22 @@ void tcLog::InitFromEnvironment()
 {
     const tcLogGuard guard;
     if (!saErrorMsgs) saErrorMsgs = NewRing();
-    if (std::getenv("TCLOG_NO_ERRORLOG")) {
+    if (vx::Variable("TCLOG_NO_ERRORLOG")) {
         std::cout << "tcLog: Disabling Error Logging!!!\n";
         sbErrorEnabled = false;
     }
-    if (char const* level = std::getenv(OwnVariable("%s_DEBUGLEVEL", msName).c_str()))
+    if (char const* level = vx::Variable(OwnVariable("%s_DEBUGLEVEL", msName).c_str()))
         setDbgLevel(static_cast<int>(std::strtol(level, nullptr, 10)));
     if (char const* uri = vx::PlaceVariable(OwnVariable("%s_LOGURI", msName).c_str())) {
         tcLogConsumer* consumer = BuildConsumer(uri);
         AdoptConsumer(consumer);
         vx::RetireOwned(ExchangeConsumer(consumer).get());
     }
-    delete std::exchange(mpErrorConsole, std::getenv("TCLOG_SUPPRESS_ERR_CONSOLE")
+    delete std::exchange(mpErrorConsole, vx::Variable("TCLOG_SUPPRESS_ERR_CONSOLE")
                                              ? nullptr
                                              : new tcLogStream(std::cerr));
     msDescription = "Log object for " + msName;
-    if (!std::getenv("TCLOG_VERBOSE")) return;
+    if (!vx::Variable("TCLOG_VERBOSE")) return;
     tcHeldConsumer consumer = HeldConsumer();
     std::cerr << msDescription << " Level = " << std::to_string(getDbgLevel()) << " ["
               << vx::Visible(consumer ? consumer->Description() : "") << " ]\n";
