@@ -1,6 +1,6 @@
 #include "files/ascii.h"
 
-#include "properties/escapes.h"
+#include "values/escapes.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,7 +1,7 @@
 #include "files/fits_cards.h"
 
 #include "files/ascii.h"
-#include "properties/escapes.h"
+#include "values/escapes.h"
 
 #include <cmath>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // The facts of a frame as cards.
 #include <vxcamkit/header.h>
 
-#include "properties/escapes.h"
+#include "values/escapes.h"
 #include "readout/frame_facts.h"
 
 #include <vxcamkit/error.h>
