@@ -47,6 +47,7 @@ try {
     MeasureLatencies(table, choice, options);
     MeasureParts(table, choice, options);
     MeasureFiles(table, choice, options);
+    MeasureKit(table, choice, options);
     table.Print(asJson);
     return 0;
 } catch (const std::exception& error) {

@@ -135,6 +135,10 @@ private:
             return Reply(ansHardware.id, info);
         }
         if (id == cmdGetTrigger.id) return Reply(ansTrigger.id, tsWordMsg{1});
+        if (id == cmdGetExposureTime.id) return Reply(ansExposure.id, tsWordMsg{0});
+        if (id == cmdGetImageIntervals.id)
+            return Reply(ansImageIntervals.id, tsImageIntervalsMsg{});
+        if (id == cmdGetTriggerMode.id) return Reply(ansTriggerMode.id, tsTriggerModeMsg{});
         if (id == cmdReadCCDArea.id) {
             tsReadAreaMsg read;
             memcpy(&read, message.data() + gnHeaderBytes, sizeof read);

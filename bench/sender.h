@@ -19,8 +19,8 @@ struct tsStream {
 };
 
 // Starts the child; it takes any number of connections, each served by a thread of its own, answers
-// the hardware information and the trigger, and streams on a readout command.
-// Owns: the child process, ended by the destructor.
+// the hardware information, the trigger and what else is asked for before a readout, and streams on
+// a readout command. Owns: the child process, ended by the destructor.
 class tcSender
 {
 public:
