@@ -96,14 +96,8 @@ std::optional<FileFormat> formatOf(const std::string& path)
 
 bool isAvailable(FileFormat format)
 {
-    switch (format) {
-    case FileFormat::Tiff:
-        return VXCAMKIT_HAS_TIFF != 0;
-    case FileFormat::Preview:
-        return VXCAMKIT_HAS_PNG != 0;
-    case FileFormat::Fits:
-        break;
-    }
+    if (format == FileFormat::Tiff) return VXCAMKIT_HAS_TIFF != 0;
+    if (format == FileFormat::Preview) return VXCAMKIT_HAS_PNG != 0;
     return true;
 }
 

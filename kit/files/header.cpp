@@ -335,7 +335,7 @@ std::string headerJson(const std::vector<HeaderCard>& cards)
             card.value);
     }
     // What is no UTF-8 is replaced.
-    return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return document.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 std::string rangesText(const std::vector<int>& numbers)

@@ -47,7 +47,8 @@ VXCAMKIT_EXPORT HeaderCard parseCard(const std::string& text);
 // Whether only files themselves and makeHeader() may use the word.
 VXCAMKIT_EXPORT bool isReserved(const std::string& keyword);
 
-// One object by the words: {"EXPTIME": 1.5, "IMAGETYP": "Light Frame"}; without HIERARCH.
+// One object by the words: {"EXPTIME": 1.5, "IMAGETYP": "Light Frame"}; without HIERARCH. It holds
+// ASCII alone.
 VXCAMKIT_EXPORT std::string headerJson(const std::vector<HeaderCard>& cards);
 
 // "0-3,7": rows or packets that are missing, ascending.

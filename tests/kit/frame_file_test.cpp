@@ -27,7 +27,21 @@ TEST(FrameFile, IsOfTheKindThatItsNameSays)
     for (const char* path : {"a", "a.fits.gz", ".fits", "a.fits/b", ""}) {
         EXPECT_EQ(formatOf(path), std::nullopt) << path;
     }
+}
+
+TEST(FrameFile, IsMadeOfEachKindThatThereIs)
+{
+    const Frame frame(factsOf(2, 2));
     EXPECT_TRUE(isAvailable(FileFormat::Fits));
+    for (const FileFormat format : {FileFormat::Fits, FileFormat::Tiff, FileFormat::Preview}) {
+        if (isAvailable(format)) {
+            EXPECT_GT(makeFile(format, frame).size(), 0u) << nameOf(format);
+        } else {
+            EXPECT_NE(refusalOf([&] { makeFile(format, frame); }, ErrorKind::Usage), "");
+        }
+    }
+    const std::string tiff(makeFile(FileFormat::Tiff, frame).data(), 2);
+    EXPECT_EQ(tiff, "II");
 }
 
 } // namespace vxcam

@@ -311,6 +311,9 @@ TEST(Header, IsJsonWhateverACameraIsCalled)
     FrameFacts facts = factsOf(2, 2);
     facts.cameraName = "\xFF\x01\"";
     EXPECT_EQ(cardOf(facts, "INSTRUME"), "\"\xEF\xBF\xBD\\u0001\\\"\"");
+    for (const char character : headerJson(makeHeader(Frame(facts)))) {
+        EXPECT_TRUE(character >= ' ' && character <= '~');
+    }
 }
 
 TEST(Header, WritesRangesOfRows)
