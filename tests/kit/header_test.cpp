@@ -295,6 +295,18 @@ TEST(Header, ReservesEveryWordThatItUses)
     }
 }
 
+TEST(Header, HasEveryWordInItsDocument)
+{
+    const std::string page = ReadFile(VX_FILES_PAGE);
+    FrameFacts regions = fullFacts();
+    regions.regions = {{0, 0, 1, 1}};
+    for (const FrameFacts& facts : {fullFacts(), regions}) {
+        for (const HeaderCard& card : makeHeader(Frame(facts))) {
+            EXPECT_THAT(page, HasSubstr("`" + card.keyword + "`"));
+        }
+    }
+}
+
 TEST(Header, UsesEachWordOnce)
 {
     FrameFacts facts = fullFacts();
