@@ -1,15 +1,37 @@
-// Writes what an installation holds beside the program: makepages MANUAL BASH ZSH FISH
+// Writes what an installation holds beside the program: makepages DOCUMENT MANUAL BASH ZSH FISH
 #include "pages.h"
 
+#include <cstdio>
+#include <exception>
 #include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+std::string TextOf(const char* path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+void Write(const char* path, const std::string& text)
+{
+    if (!(std::ofstream(path) << text).flush()) throw std::runtime_error(path);
+}
+
+} // namespace
 
 int main(int argc, char** argv)
-{
-    std::string (*const makers[])() = {ManualPage, BashCompletion, ZshCompletion, FishCompletion};
-    if (argc != 5) return 1;
-    bool isWritten = true;
-    for (int i = 1; i < argc; ++i) {
-        isWritten = (std::ofstream(argv[i]) << makers[i - 1]()).flush().good() && isWritten;
-    }
-    return isWritten ? 0 : 1;
+try {
+    if (argc != 6) return 1;
+    Write(argv[2], ManualPage(TextOf(argv[1])));
+    Write(argv[3], BashCompletion());
+    Write(argv[4], ZshCompletion());
+    Write(argv[5], FishCompletion());
+    return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "makepages: %s\n", error.what());
+    return 1;
 }

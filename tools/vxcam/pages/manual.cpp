@@ -1,5 +1,6 @@
 #include "pages.h"
 
+#include "document.h"
 #include "program.h"
 #include "propertytext.h"
 
@@ -31,6 +32,35 @@ std::string Roff(const std::string& text)
 std::string Entry(const std::string& term, const std::string& text)
 {
     return ".TP\n\\fB" + Roff(term) + "\\fR\n" + Roff(text) + "\n";
+}
+
+// Text of a document: what stands in back quotes is bold.
+std::string Marked(const std::string& text)
+{
+    std::string marked;
+    bool isBold = false;
+    for (size_t at = 0; at <= text.size();) {
+        const size_t end = std::min(text.find('`', at), text.size());
+        marked += Roff(text.substr(at, end - at));
+        if (end < text.size()) marked += (isBold = !isBold) ? "\\fB" : "\\fR";
+        at = end + 1;
+    }
+    return marked;
+}
+
+std::string MarkedEntry(const std::string& term, const std::string& text)
+{
+    return ".TP\n" + Marked(term) + "\n" + Marked(text) + "\n";
+}
+
+// What its table of that title says.
+std::string Table(const std::string& section, const std::string& title)
+{
+    std::string text;
+    for (const auto& [term, meaning] : RowsOf(section, title)) {
+        text += MarkedEntry(term, meaning);
+    }
+    return text;
 }
 
 std::string Joined(const std::vector<std::string>& words, const char* separator = " ")
@@ -81,11 +111,47 @@ std::string PropertySection()
     return text;
 }
 
+// What is said of the documents of --json: in the table of the options, under a heading of its own,
+// or in a paragraph.
+std::string JsonEntry(const std::string& document, const std::string& heading,
+                      const std::string& term)
+{
+    const std::string section = SectionOf(document, heading);
+    std::vector<std::string> texts;
+    for (const char* title : {"option", "action"}) {
+        for (const auto& [name, meaning] : RowsOf(section, title)) {
+            const bool isTold = name == "`--json`" && meaning.find('`') != std::string::npos;
+            if (isTold) texts.push_back(meaning + ".");
+        }
+    }
+    if (section.find("\n### JSON\n") != std::string::npos) {
+        for (const std::string& paragraph : ParagraphsOf(SectionOf(section, "### JSON"))) {
+            texts.push_back(paragraph);
+        }
+    }
+    for (const std::string& paragraph : ParagraphsOf(section)) {
+        if (paragraph.rfind("With `--json`", 0) == 0) texts.push_back(paragraph);
+    }
+    return texts.empty() ? "" : MarkedEntry("`" + term + "`", Joined(texts));
+}
+
+std::string JsonSection(const std::string& document)
+{
+    std::string text = ".SH JSON\nWith " + Marked("`--json`") +
+                       " a verb prints one document, or an object a line, on standard output.\n";
+    for (const tsVerb& verb : Verbs()) {
+        const std::string name = std::string("vxcam ") + verb.name;
+        text += JsonEntry(document, "## " + name, name);
+    }
+    return text + JsonEntry(document, "## Properties", "vxcam get, vxcam set");
+}
+
 } // namespace
 
-std::string ManualPage()
+std::string ManualPage(const std::string& document)
 {
     std::string text = ".TH VXCAM 1 \"\" \"vxcam " VXCAM_VERSION "\"\n"
+                       ".ad l\n" // words like paths do not fit into every line
                        ".SH NAME\nvxcam \\- drives cameras from the command line\n"
                        ".SH SYNOPSIS\n\\fBvxcam\\fR \\fIVERB\\fR [\\fIOPTIONS\\fR] "
                        "[\\fITARGET\\fR]\n"
@@ -98,16 +164,11 @@ std::string ManualPage()
         text += VerbSection(verb);
     }
     text += PropertySection();
-    text += ".SH EXIT STATUS\n";
-    for (const auto& [code, meaning] : std::vector<std::pair<const char*, const char*>>{
-             {"0", "done"},
-             {"1", "usage: unknown verb or option, impossible value"},
-             {"2", "no camera: it cannot be reached, does not answer or serves somebody else"},
-             {"3", "time-out: the camera answered first and then fell silent"},
-             {"4", "camera error: the camera reports one, or refuses a command"},
-             {"5", "file error: a file exists already or cannot be written"},
-             {"128 + N", "ended by signal N; 130 after Ctrl-C"}}) {
-        text += Entry(code, meaning);
-    }
-    return text;
+    text += ".SH FITS HEADER\nWhat stands in the files of vxcam grab:\n" +
+            Table(SectionOf(document, "## vxcam grab"), "keyword");
+    text += JsonSection(document);
+    text += ".SH ENVIRONMENT\n" + Table(SectionOf(document, "## Environment"), "variable");
+    text += ".SH FILES\n" + Table(SectionOf(document, "## Files"), "file");
+    text += ".SH EXIT STATUS\n" + Table(SectionOf(document, "## Exit codes"), "code");
+    return text + ".SH SEE ALSO\n.BR vxcamsim (1)\n";
 }

@@ -5,8 +5,9 @@
 
 #include <string>
 
-// In the form of man(7).
-std::string ManualPage();
+// In the form of man(7). What the verbs themselves do not tell comes from docs/vxcam.md. Throws
+// std::runtime_error when that lacks a section.
+std::string ManualPage(const std::string& document);
 
 std::string BashCompletion();
 std::string ZshCompletion();
