@@ -155,8 +155,8 @@ TEST(LogLines, ComeInOrderOfTimeFromABufferThatWentRound)
 
 TEST(LogText, IsPrintedWithoutControlCharacters)
 {
-    EXPECT_EQ(Printable("plain\ttext"), "plain\ttext");
-    EXPECT_EQ(Printable(std::string("a\0b\n\x1b[2J\r\x7f", 10)), "a\\x00b\\n\\x1b[2J\\x0d\\x7f");
+    EXPECT_EQ(Printable("plain\ttext"), "plain\\ttext");
+    EXPECT_EQ(Printable(std::string("a\0b\n\x1b[2J\r\x7f", 10)), "a\\x00b\\n\\x1b[2J\\r\\x7f");
     EXPECT_EQ(Printable("gr\xc3\xbc\xc3\x9f"), "gr\xc3\xbc\xc3\x9f");
     EXPECT_EQ(Printable("\xc2\x9b\xc2"), "\\xc2\\x9b\xc2");
 }

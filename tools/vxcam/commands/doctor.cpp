@@ -90,7 +90,7 @@ void tcDoctor::Tell(const tsFinding& finding)
     if (mbJson || (mtCommon.quiet && finding.level == teLevel::eFine)) return;
     char head[40];
     std::snprintf(head, sizeof head, "%-7s %-15s ", level, finding.check.c_str());
-    PrintLine(head + finding.text +
+    PrintLine(head + Printable(finding.text) +
               (finding.advice.empty() ? "" : "\n" + std::string(24, ' ') + finding.advice));
 }
 

@@ -1,6 +1,7 @@
 // vxcam get and vxcam set: read and change properties, in the order in which they are named.
 #include "failure.h"
 #include "interrupt.h"
+#include "logrecord.h"
 #include "newfile.h"
 #include "program.h"
 #include "propertytext.h"
@@ -229,7 +230,7 @@ void tcGetSet::DoOneOfAll(tcSession& session, const tsStep& step)
     }
     mDocument["steps"].back()["error"] = why;
     mDocument["values"][step.named.text] = mDocument["steps"].back()["value"] = nullptr;
-    if (!mbJson && !mtCommon.quiet) PrintLine(step.named.text + ": " + why);
+    if (!mbJson && !mtCommon.quiet) PrintLine(step.named.text + ": " + Printable(why));
 }
 
 void tcGetSet::Do(tcSession& session, const tsStep& step)

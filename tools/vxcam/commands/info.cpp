@@ -2,6 +2,7 @@
 #include "failure.h"
 #include "hardware.h"
 #include "interrupt.h"
+#include "logrecord.h"
 #include "program.h"
 #include "propertytext.h"
 #include "report.h"
@@ -48,7 +49,7 @@ void tcInfo::Declare(tcCommandLine& line)
 void tcInfo::Tell(const std::string& label, const std::string& text) const
 {
     if (mbJson || mtCommon.quiet) return;
-    PrintLine(label + std::string(gnLabelWidth - label.size(), ' ') + text);
+    PrintLine(label + std::string(gnLabelWidth - label.size(), ' ') + Printable(text));
 }
 
 void tcInfo::TellHardware(tcSession& session)

@@ -1,5 +1,6 @@
 // vxcam profile: the settings of a camera, kept in a file.
 #include "failure.h"
+#include "logrecord.h"
 #include "newfile.h"
 #include "program.h"
 #include "propertytext.h"
@@ -63,7 +64,7 @@ void tcProfileVerb::Describe(tcSession& session)
 
 void tcProfileVerb::Tell(const std::string& line) const
 {
-    if (!mbJson && !mtCommon.quiet) PrintLine(line);
+    if (!mbJson && !mtCommon.quiet) PrintLine(Printable(line));
 }
 
 void tcProfileVerb::Save()

@@ -1,5 +1,7 @@
 #include "logrecord.h"
 
+#include "vxvisible.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -179,24 +181,5 @@ void PutLogInOrder(std::vector<std::string>* records)
 
 std::string Printable(std::string_view text)
 {
-    std::string printable;
-    size_t written = 0; // bytes still to be written out as numbers
-    for (size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
-        if (byte < ' ' || byte == 0x7F) written = 1;
-        // Behind 0xC2 stand the control characters beyond ASCII.
-        if (byte == 0xC2 && next >= 0x80 && next <= 0x9F) written = 2;
-        if (byte == '\n') {
-            printable += "\\n";
-        } else if (byte == '\t' || written == 0) {
-            printable += text[i];
-        } else {
-            char code[8];
-            std::snprintf(code, sizeof code, "\\x%02x", byte);
-            printable += code;
-        }
-        if (written > 0) --written;
-    }
-    return printable;
+    return vx::Visible(text);
 }

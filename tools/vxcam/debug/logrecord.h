@@ -54,7 +54,7 @@ std::vector<std::string> LogLinesInOrder(std::string_view text);
 // The same for records that are apart already.
 void PutLogInOrder(std::vector<std::string>* records);
 
-// The text with control characters written out ("\n", "\x1b"), fit for a terminal.
+// The text with its control characters made visible ("\n", "\x1b"), fit for a terminal.
 std::string Printable(std::string_view text);
 
 #endif

@@ -4,6 +4,7 @@
 #include "interrupt.h"
 #include "report.h"
 #include "vxcamiface.h"
+#include "vxvisible.h"
 
 #include <vxcamkit/error.h>
 
@@ -24,9 +25,7 @@ constexpr double gnLeastTimeScale = 0.001, gnMostTimeScale = 1e6;
 
 void PrintError(const std::string& text)
 {
-    std::string line = "vxcam: " + text;
-    std::replace(line.begin(), line.end(), '\n', ' ');
-    std::fprintf(stderr, "%s\n", line.c_str());
+    std::fprintf(stderr, "vxcam: %s\n", vx::Visible(text).c_str());
 }
 
 std::string VersionText()

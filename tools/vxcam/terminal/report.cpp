@@ -1,10 +1,14 @@
 #include "report.h"
 
+#include "vxvisible.h"
+
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 nlohmann::ordered_json FrameDocument(const tsWrittenFrame& written)
 {
@@ -68,20 +72,60 @@ std::string FrameText(const tsWrittenFrame& written, std::chrono::milliseconds e
     return text;
 }
 
+namespace {
+
+// In lines, whatever words of a camera there are in it.
+std::string VisibleLines(const std::string& text)
+{
+    std::string lines;
+    for (size_t at = 0; at <= text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        lines += vx::Visible(std::string_view(text).substr(at, end - at)) + "\n";
+        at = end + 1;
+    }
+    return lines;
+}
+
+// JSON itself escapes those of ASCII but one, and none beyond.
+std::string WithoutControls(const std::string& json)
+{
+    std::string text;
+    for (std::string_view rest = json; !rest.empty();) {
+        const std::string_view character = vx::FirstCharacter(rest);
+        rest.remove_prefix(character.size());
+        char code[8];
+        std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned char>(character.back()));
+        if (vx::IsControl(character) && character != "\n") {
+            text += code;
+        } else {
+            text += character;
+        }
+    }
+    return text;
+}
+
+// A file name may be any bytes; what is no UTF-8 in it is replaced.
+std::string Dumped(const nlohmann::ordered_json& document, int indent)
+{
+    return WithoutControls(
+        document.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+} // namespace
+
 void PrintLine(const std::string& text)
 {
-    if (std::fputs((text + "\n").c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+    if (std::fputs(VisibleLines(text).c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
         throw tcFailure(eExitFile, std::string("standard output: ") + std::strerror(errno));
     }
 }
 
 std::string LineText(const nlohmann::ordered_json& document)
 {
-    return document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return Dumped(document, -1);
 }
 
 void PrintDocument(const nlohmann::ordered_json& document)
 {
-    // A file name may be any bytes; what is no UTF-8 in it is replaced.
-    PrintLine(document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+    PrintLine(Dumped(document, 2));
 }

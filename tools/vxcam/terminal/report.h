@@ -22,7 +22,9 @@ std::string FrameText(const tsWrittenFrame& written, std::chrono::milliseconds e
 // A document in one line, without a line end.
 std::string LineText(const nlohmann::ordered_json& document);
 
-// Throw tcFailure with eExitFile when standard output takes no more.
+// What is printed has no control characters but line ends: others are made visible ("\x1b"), in
+// documents written as JSON does. Throw tcFailure with eExitFile when standard output takes no
+// more.
 void PrintDocument(const nlohmann::ordered_json& document);
 void PrintLine(const std::string& text);
 
