@@ -44,11 +44,10 @@ struct tsLeftover {
     uint32_t total = 0; // packets it has
 };
 
-// What was stored last.
-struct tsPixelBytes {
-    const void* buffer = nullptr;
-    const uint8_t* bytes = nullptr; // in the buffer
-    size_t length = 0;
+// The pixel packet that came last.
+struct tsLastPacket {
+    teFrameKind kind = eFrame16;
+    bool mayBeCut = false; // its bytes look so; it counts as whole so far
 };
 
 // A packet whose frame is not known yet.
@@ -123,7 +122,7 @@ struct tsExtension {
 
     tsReadoutFacts readouts[eFrameKinds]; // by the frames that they were started for
     tcFrameAccount frames[eFrameKinds];
-    tsPixelBytes lastPixels;
+    tsLastPacket lastPacket;
     tsLeftover leftovers[eFrameKinds];
     tcBufferTurn buffers;
     std::unique_ptr<tsHeldPacket> held[eFrameKinds]; // of readouts into buffers in turn

@@ -492,11 +492,11 @@ private:
     void NoteOutside(const tsPlacement& place, const tsImageLimits& limits, uint64_t pixels);
     template <class Packet>
     bool AcceptPacket(tStackLock& lock, Packet& packet);
-    void CheckLastPacket(const tsRequestItem& item);
+    void CheckLastPacket();
     template <class Packet>
     void StorePacket(Packet& packet, bool isWhole, bool isHeld);
     template <class Packet>
-    bool TakePacket(tStackLock& lock, const Packet& packet, bool isWhole, bool* isHeld);
+    bool TakePacket(tStackLock& lock, const tsPacketFacts& facts, bool* isHeld);
     template <class Packet>
     void HoldPacket(const Packet& packet);
     bool TellCut(tStackLock& lock, tsRequestItem& item, const tsFrameEnd& cut);

@@ -76,7 +76,7 @@ typedef struct tsFrameRecord {
     uint32_t PacketsReceived;  /* whole ones, each number once */
     uint32_t PacketsMissing;   /* never came, or only damaged */
     uint32_t PacketsMisplaced; /* with pixels outside the image; those are not stored */
-    uint32_t PacketsDamaged;   /* with fewer pixels than told, or cut by a lost connection */
+    uint32_t PacketsDamaged;   /* with fewer pixels than told, or cut and finished otherwise */
     uint32_t Extra1, Extra2;   /* of binned frames */
     uint32_t Reserved;
     /* Packet n is missing when bit (n - 1) % 8, from the lowest, of byte (n - 1) / 8 is set. Of
@@ -283,8 +283,8 @@ typedef struct tsStatistics {
 
     /* Parts of figures above. */
     uint64_t FramesUnderrun; /* of FramesFailed: no buffer was free (VXSetImageBuffers) */
-    uint64_t PacketsDamaged; /* of PacketsShort: cut by a lost connection, and finished with bytes
-                                of the next one */
+    uint64_t PacketsDamaged; /* of PacketsShort: cut, by a lost connection or by the camera, and
+                                finished with bytes of the next messages */
 } tsStatistics;
 static_assert(sizeof(tsStatistics) == 38 * 8, "applications pass this size");
 

@@ -124,7 +124,8 @@ void tcVXCamera::ForgetFrames(teFrameKind frames)
         account.Clear();
         if (mpExtension->held[kind]) mpExtension->held[kind]->isHeld = false;
     }
-    mpExtension->lastPixels = {}; // whose buffer may be gone
+    tsLastPacket& last = mpExtension->lastPacket;
+    if ((last.kind == eFrame32) == (frames == eFrame32)) last = {};
 }
 
 // Whether a packet belongs to the frame that an earlier readout was given up in: the packets of

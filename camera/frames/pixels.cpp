@@ -1,4 +1,5 @@
 // Pixels: take the packets of a readout, finish its frames.
+#include "swallowed.h"
 #include "tcExtension.h"
 
 #include <algorithm>
@@ -6,13 +7,13 @@
 
 namespace {
 
-// Whether a packet carries the pixels that it tells.
+// How long a packet is with the pixels that it tells.
 template <class Packet>
-bool IsWhole(const Packet& packet, uint32_t pixelBytes)
+size_t ToldBytes(const Packet& packet, uint32_t pixelBytes)
 {
     const uint32_t first = packet.FirstColumn, last = packet.LastColumn;
-    const uint32_t told = last < first ? 0 : last - first + 1;
-    return PixelsCarried(packet.header, offsetof(Packet, Pixels), pixelBytes) >= told;
+    const size_t told = last < first ? 0 : last - first + 1;
+    return offsetof(Packet, Pixels) + told * pixelBytes;
 }
 
 // The message as a pixel packet: itself, or where it is too short for a packet's fixed fields, a
@@ -26,33 +27,6 @@ Packet& AsPacket(tuCameraMessages& message, uint8_t (&room)[gnPacketHeadBytes])
     memset(room, 0, sizeof room);
     memcpy(room, message.bytes, length);
     return *reinterpret_cast<Packet*>(room);
-}
-
-// Whether there is a message's header in the bytes, or at their end the beginning of one.
-bool HoldsHeader(const uint8_t* bytes, size_t length)
-{
-    constexpr int any = -1;
-    constexpr int header[gnHeaderBytes] = {gnMessageMagic & 0xFF,
-                                           gnMessageMagic >> 8,
-                                           any,
-                                           any,
-                                           any,
-                                           any,
-                                           any,
-                                           any,
-                                           gnInterfaceVersion,
-                                           any,
-                                           0,
-                                           0};
-    for (size_t at = 0; at < length; ++at) {
-        const size_t left = std::min<size_t>(length - at, gnHeaderBytes);
-        size_t equal = 0;
-        while (equal < left && (header[equal] == any || header[equal] == bytes[at + equal])) {
-            ++equal;
-        }
-        if (equal == left) return true;
-    }
-    return false;
 }
 
 int32_t ImageTypeOf(uint8_t code)
@@ -188,28 +162,41 @@ bool tcVXCamera::AcceptPacket(tStackLock& lock, Packet& packet)
     tsRequestItem& item = maItems[index];
     if (IsLeftover(KindOf(index), packet.PacketNumber, packet.TotalPackets)) return false;
     ReArmImage(item);
-    const bool isWhole = IsWhole(packet, tsPixelsOf<Packet>::bytes);
-    CheckLastPacket(item);
+    CheckLastPacket();
+    const size_t told = ToldBytes(packet, tsPixelsOf<Packet>::bytes);
+    const teSwallowed swallowed = FindSwallowed(packet.header, told);
+    const bool isDamaged = MessageSpansConnections() || swallowed == eSwallowedMessages;
+    const bool isWhole = size_t{packet.header.Length} + gnHeaderBytes >= told;
     bool isHeld = false;
-    if (!TakePacket(lock, packet, isWhole, &isHeld)) return false;
+    const tsPacketFacts facts{packet.PacketNumber, packet.TotalPackets, isWhole, isDamaged};
+    if (!TakePacket<Packet>(lock, facts, &isHeld)) return false;
+    const bool isIntact = isWhole && !isDamaged;
+    const bool isCounted = isIntact && packet.PacketNumber != 0;
+    mpExtension->lastPacket = {KindOf(index), isCounted && swallowed == eSwallowedPerhaps};
     if (isHeld && IsInTurn(KindOf(index))) {
         HoldPacket(packet);
         return false;
     }
-    StorePacket(packet, isWhole && !MessageSpansConnections(), isHeld);
+    StorePacket(packet, isIntact, isHeld);
     return packet.PacketNumber == packet.TotalPackets;
 }
 
-// Bytes that belong to no message came in since the last packet. If its pixels hold what looks like
-// the beginning of a message, it was cut short, and they are those of the next one.
-void tcVXCamera::CheckLastPacket(const tsRequestItem& item)
+// Bytes that belong to no message came in since the last packet. If that holds what looks like the
+// beginning of a message, it was cut short, and those are the rest of the next one.
+void tcVXCamera::CheckLastPacket()
 {
     if (mpParser->SkippedBytes == mnSkippedAtPacket) return;
     mnSkippedAtPacket = mpParser->SkippedBytes;
-    tcFrameAccount& account = mpExtension->frames[KindOf(ItemOf(item))];
-    const tsPixelBytes& last = mpExtension->lastPixels;
-    if (!account.IsRunning() || item.result1 == nullptr || last.buffer != item.result1) return;
-    if (HoldsHeader(last.bytes, last.length)) account.SuspectLast();
+    const tsLastPacket last = mpExtension->lastPacket;
+    if (!last.mayBeCut || !mpExtension->frames[last.kind].IsRunning()) return;
+    mpExtension->lastPacket.mayBeCut = false;
+    mpLedger->SuspectLast(last.kind);
+    tsHeldPacket* const held = mpExtension->held[last.kind].get();
+    if (held != nullptr && held->isHeld) {
+        held->isHeld = false;
+    } else {
+        mpExtension->frames[last.kind].SuspectLast();
+    }
 }
 
 // Places a packet in the buffer of its frame, which begins with it or has begun before.
@@ -228,11 +215,10 @@ void tcVXCamera::StorePacket(Packet& packet, bool isWhole, bool isHeld)
 // Enters a packet into the books. Where it shows that the frame before was cut short, that is told
 // first; false when the readout has been ended meanwhile.
 template <class Packet>
-bool tcVXCamera::TakePacket(tStackLock& lock, const Packet& packet, bool isWhole, bool* isHeld)
+bool tcVXCamera::TakePacket(tStackLock& lock, const tsPacketFacts& facts, bool* isHeld)
 {
     const teFrameKind kind = KindOf(tsPixelsOf<Packet>::item);
-    const tsFrameEnd cut = mpLedger->TakePacket(
-        kind, {packet.PacketNumber, packet.TotalPackets, isWhole, MessageSpansConnections()});
+    const tsFrameEnd cut = mpLedger->TakePacket(kind, facts);
     *isHeld = cut.isHeld;
     bool goesOn = true;
     if (cut.packets > 0) {

@@ -43,7 +43,6 @@ void tcVXCamera::CountPacket(const char* operation, const Packet& packet,
 void tcVXCamera::Place(const tsPlacement& place)
 {
     mbPlacedOutside = false;
-    mpExtension->lastPixels = {};
     tsReadoutFacts& readout = mpExtension->readouts[KindOf(place.item)];
     if (place.buffer == nullptr) {
         const bool isKnown = readout.runs && readout.isUnderrun; // and has been told
@@ -63,7 +62,6 @@ void tcVXCamera::Place(const tsPlacement& place)
         limits.known ? std::min({uint64_t{wanted}, uint64_t{spot.columns}, room}) : wanted;
     auto* bytes = static_cast<uint8_t*>(place.buffer) + spot.element * place.pixelBytes;
     memcpy(bytes, place.pixels, inside * place.pixelBytes);
-    mpExtension->lastPixels = {place.buffer, bytes, inside * place.pixelBytes};
     if (inside < wanted) NoteOutside(place, limits, wanted - inside);
 }
 

@@ -55,7 +55,13 @@ void tcFrameAccount::Suspect(uint32_t row)
 
 void tcFrameAccount::SuspectLast()
 {
-    if (IsRunning() && mpNotes) Suspect(mnLastRow);
+    if (!IsRunning()) return;
+    ++mnDamaged;
+    const bool wasHeld = mtHeld.has_value(); // and what came before it under its number counts
+    mtHeld.reset();
+    if (!mpNotes) return;
+    Suspect(mnLastRow);
+    if (!wasHeld) mpNotes->places[mnLast].arrival = eDamaged;
 }
 
 void tcFrameAccount::BeginAgain()

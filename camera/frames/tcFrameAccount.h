@@ -68,8 +68,7 @@ public:
     // follow that any more.
     uint32_t Last() const { return mbInterrupted ? 0 : mnLast; }
     uint32_t Total() const { return mnTotal; }
-    // Bytes that belong to no message followed the packet noted last: it may have been cut short,
-    // and hold some of them.
+    // The packet noted last has turned out to be cut short: it is damaged.
     void SuspectLast();
     // The connection on which the frame arrived is lost.
     void Interrupt() { mbInterrupted = true; }

@@ -30,6 +30,16 @@ void tcFrameTrack::BeginAgain(uint32_t first, uint32_t second)
     Note(second);
 }
 
+bool tcFrameTrack::Withdraw()
+{
+    uint64_t& word = maNoted[mnLast / gnWordBits];
+    const uint64_t bit = uint64_t{1} << mnLast % gnWordBits;
+    if ((word & bit) == 0) return false;
+    word &= ~bit;
+    --mnNoted;
+    return true;
+}
+
 void tcFrameTrack::Clear()
 {
     std::fill_n(maNoted, mnWords, 0);
@@ -198,6 +208,19 @@ void tcLedger::LoseCutFrame(tsAsked& asked)
     } else if (asked.pending > 1) {
         EndAsked(asked, mtFigures.FramesFailed);
     }
+}
+
+void tcLedger::SuspectLast(teFrameKind kind)
+{
+    const tcChange change(*this);
+    tcFrameTrack& track = maTracks[kind];
+    const bool wasHeld = track.Held() != 0;
+    track.Release();
+    if (!wasHeld && !track.Withdraw()) return;
+    Subtract(mtFigures.PacketsRunning);
+    Add(mtFigures.PacketsShort);
+    Add(mtFigures.PacketsDamaged);
+    track.Damage();
 }
 
 void tcLedger::TakeStrayPacket()

@@ -15,7 +15,7 @@ struct tsPacketFacts {
     uint32_t number; // within the frame, from 1
     uint32_t total;  // packets of the frame
     bool isWhole;    // carries the pixels that it tells
-    bool isDamaged;  // has bytes of another connection
+    bool isDamaged;  // has bytes of other messages
 };
 
 // How a frame ended.
@@ -52,6 +52,8 @@ public:
     bool IsDamaged() const { return mbDamaged; }
     uint32_t Held() const { return mnHeld; } // the number of which eHeld was told last, or 0
     void Release() { mnHeld = 0; }           // it was repeated
+    // The packet noted last does not count after all; false when its number was not noted.
+    bool Withdraw();
 
 private:
     static constexpr uint32_t gnWordBits = 64;
@@ -94,6 +96,8 @@ public:
     // A packet came. When it, and one that was held, show that the frame before was cut short,
     // tells how that ended; else an end without packets.
     tsFrameEnd TakePacket(teFrameKind kind, const tsPacketFacts& packet);
+    // The packet taken last, which was whole, has turned out to be damaged; its frame runs still.
+    void SuspectLast(teFrameKind kind);
     // A packet came that belongs to no frame of the readout.
     void TakeStrayPacket();
     // The frame's numbered last packet came, so it is delivered; `isLast` of its readout. An

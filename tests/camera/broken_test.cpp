@@ -168,3 +168,111 @@ TEST_F(Broken, FrameIsNotMadeWholeByARepetition)
     EXPECT_EQ(mTold[0].Outcome, eFrameIncomplete);
     EXPECT_EQ(Figures().FramesIncomplete, 1U);
 }
+
+// ---- Packets that the camera cuts short: what follows them is lost in part ----------------------
+
+// A packet of any row is cut by any number of bytes, and a heartbeat, or none, follows. A frame
+// that is told as complete has the pixels that were sent; where the cut end is shorter than a
+// message's header, that cannot be seen before the frame's end.
+TEST_F(Broken, FramesWithPacketsThatWereCutShortAreNotComplete)
+{
+    const tBytes heartBeat = tcMessage(0x69, tcPayload().Fill(6, 1)).Bytes();
+    const size_t length = Packet(0).size();
+    for (unsigned cut = 0; cut < 4; ++cut) {
+        for (size_t by = 1; by <= 16 + length - 28; ++by) {
+            for (bool beats : {false, true}) {
+                SCOPED_TRACE(testing::Message()
+                             << "packet " << cut + 1 << " cut by " << by
+                             << (beats ? ", with" : ", without") << " a heartbeat");
+                if (cut == 3 && by < 12) continue;
+                tcImage image(e16Bit, 32);
+                mTold.clear();
+                mCamera.ReadCCDArea(image.Shorts(), 1, 0);
+                tBytes stream;
+                for (unsigned row = 0; row < 5; ++row) { // the last one is sent twice
+                    const tBytes packet = Packet(std::min(row, 3U));
+                    const size_t left = packet.size() - (row == cut ? by : 0);
+                    stream.insert(stream.end(), packet.begin(),
+                                  packet.begin() + static_cast<long>(left));
+                    if (row == cut && beats) {
+                        stream.insert(stream.end(), heartBeat.begin(), heartBeat.end());
+                    }
+                }
+                Feed(stream);
+                mCamera.AbortRead();
+                Feed(tBytes(100, 0)); // which ends what has begun
+                for (const tsFrameRecord& record : mTold) {
+                    ASSERT_NE(record.Outcome, eFrameComplete);
+                }
+                ASSERT_TRUE(image.GuardsAreWhole());
+                Figures();
+            }
+        }
+    }
+}
+
+// The rest of the heartbeat that the packet was finished with belongs to nothing.
+TEST_F(Broken, PacketThatWasCutShortIsDamagedAndItsRowTold)
+{
+    const tBytes heartBeat = tcMessage(0x69, tcPayload().Fill(6, 1)).Bytes();
+    for (size_t by : {3, 8, 14, 18, 26}) {
+        SCOPED_TRACE(by);
+        mTold.clear();
+        const tsStatistics before = Figures();
+        mCamera.ReadCCDArea(nullptr, 1, 0);
+        Feed(Packet(0));
+        const tBytes packet = Packet(1);
+        Feed({packet.begin(), packet.end() - static_cast<long>(by)});
+        Feed(heartBeat);
+        Feed(heartBeat);
+        Feed(Packet(2));
+        Feed(Packet(3));
+        ASSERT_EQ(mTold.size(), 1U);
+        EXPECT_EQ(mTold[0].Outcome, eFrameIncomplete);
+        EXPECT_EQ(mTold[0].PacketsDamaged, 1U);
+        EXPECT_EQ(mTold[0].PacketsMissing, 1U);
+        EXPECT_EQ(mTold[0].PacketsReceived, 3U);
+        EXPECT_EQ(mRows, std::vector<uint32_t>{1});
+        EXPECT_EQ(VXReadoutResult(mCamera.GetHandle()), eReadoutIncomplete);
+        const tsStatistics after = Figures();
+        EXPECT_EQ(after.FramesIncomplete, before.FramesIncomplete + 1);
+        EXPECT_EQ(after.PacketsDamaged, before.PacketsDamaged + 1);
+        EXPECT_EQ(after.PacketsShort, before.PacketsShort + 1);
+    }
+}
+
+// The end of a frame's last packet is the beginning of the next frame.
+TEST_F(Broken, LastPacketThatWasCutShortEndsTheFrameAsIncomplete)
+{
+    mCamera.ReadCCDArea(nullptr, 2, 0);
+    for (unsigned row = 0; row < 3; ++row) {
+        Feed(Packet(row));
+    }
+    const tBytes packet = Packet(3);
+    Feed({packet.begin(), packet.end() - 14});
+    Feed(Packet(0));
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(mTold[0].Outcome, eFrameIncomplete);
+    EXPECT_EQ(mTold[0].PacketsDamaged, 1U);
+    EXPECT_EQ(mRows, std::vector<uint32_t>{3});
+}
+
+// Pixels may be anything: as long as their packet is followed by a message, it is whole; and so it
+// is when something is skipped behind a packet that has nothing like a header.
+TEST_F(Broken, PixelsThatLookLikeAHeaderAreNotDamaged)
+{
+    const unsigned header[] = {0xFA50, 2, 0x0001, 0, 0x6903, 0};
+    mCamera.ReadCCDArea(nullptr, 1, 0);
+    for (unsigned row = 0; row < 4; ++row) {
+        tsPixels pixels{e16Bit, row + 1, 4, row, 0, 7, true};
+        pixels.values.assign(8, 0x5050);
+        if (row == 0) std::copy(std::begin(header), std::end(header), pixels.values.begin());
+        if (row == 1) pixels.values[7] = 0xFA50;
+        if (row == 2) pixels.values[7] = 0x7777;
+        Feed(pixels.Message().Bytes());
+        if (row == 2) Feed(tBytes(5, 0x77));
+    }
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(mTold[0].Outcome, eFrameComplete);
+    EXPECT_EQ(Figures().PacketsDamaged, 0U);
+}

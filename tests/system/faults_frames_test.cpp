@@ -55,7 +55,7 @@ TEST_P(FrameFaults, AreToldByTheBooks)
 INSTANTIATE_TEST_SUITE_P(
     All, FrameFaults,
     testing::Values(
-        tsDamage{"Truncated", "truncate:packet=11", {10, 11}, 1, "is incomplete"},
+        tsDamage{"Truncated", "truncate:packet=11", {10, 11}, 2, "is incomplete"},
         tsDamage{"OverLong", "over-long:packet=11", {10}, 1, "is incomplete"},
         tsDamage{"FlippedMagic", "flip-header:packet=11,bit=3", {10}, 1, "is incomplete"},
         tsDamage{"FlippedPixel", "flip-payload:packet=11,bit=200", {10}, 0, ""},

@@ -133,7 +133,7 @@ TEST_P(FrameRecords, TellWhichRowsAreNotWhatTheCameraSent)
 INSTANTIATE_TEST_SUITE_P(
     All, FrameRecords,
     testing::Values(
-        tsCase{"Truncated", "truncate:packet=11", {10, 11}, {12}, 0, 0},
+        tsCase{"Truncated", "truncate:packet=11", {10, 11}, {11, 12}, 0, 1},
         tsCase{"OverLong", "over-long:packet=11", {10}, {11}, 0, 0},
         tsCase{"OverLongByThree", "over-long:packet=11,value=600", {11, 12}, {12, 13}, 0, 0},
         tsCase{"FlippedMagic", "flip-header:packet=11,bit=3", {10}, {11}, 0, 0},
