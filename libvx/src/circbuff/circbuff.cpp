@@ -1,5 +1,7 @@
 #include "circbuff.h"
 
+#include "vxhoststreams.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -29,9 +31,9 @@ private:
 void RequireMagic(const tsCircBuffHeader* header, int line, const char* function)
 {
     if (header->Magic == CIRC_BUFFER_MAGIC_NUMBER) return;
-    std::fprintf(stderr, "%s: ../libvx/src/circbuff:%d: %s: Assertion `%s' failed.\n",
-                 program_invocation_short_name, line, function,
-                 "Buffer_Header->Magic == CIRC_BUFFER_MAGIC_NUMBER");
+    vx::PrintFormatted(stderr, "%s: ../libvx/src/circbuff:%d: %s: Assertion `%s' failed.\n",
+                       program_invocation_short_name, line, function,
+                       "Buffer_Header->Magic == CIRC_BUFFER_MAGIC_NUMBER");
     std::abort();
 }
 

@@ -3,6 +3,7 @@
 #include "StringTokenizer.h"
 #include "vxdescriptors.h"
 #include "vxguarded.h"
+#include "vxhoststreams.h"
 #include "vxtimezone.h"
 
 #include <cstdio>
@@ -41,7 +42,7 @@ tcConfigFile* FindOrList(const char* name)
 {
     tcConfigFile* file = tcConfigFile::FindInstance(name);
     if (file == nullptr) {
-        std::cout << sNoObject << (name == nullptr ? "" : name) << std::endl;
+        vx::Print(std::cout, std::string(sNoObject) + (name == nullptr ? "" : name) + "\n");
         ListConfigs(false);
     }
     return file;
@@ -49,36 +50,44 @@ tcConfigFile* FindOrList(const char* name)
 
 } // namespace
 
-void tcConfigFile::Dump(std::ostream& stream) const
+std::string tcConfigFile::DumpText() const
 {
     const tGuard guard(mLock);
-    stream << "#-- START OF CONFIGURATION DATA --" << std::endl;
-    stream << "# Generated : " << Now() << std::flush;
-    stream << "# Created by: " << Creator() << std::endl;
-    stream << "#-- Config File info from " << msFileName << std::endl;
-    stream << "#-- Included Config Files " << std::endl;
+    std::ostringstream stream;
+    stream << "#-- START OF CONFIGURATION DATA --\n";
+    stream << "# Generated : " << Now();
+    stream << "# Created by: " << Creator() << "\n";
+    stream << "#-- Config File info from " << msFileName << "\n";
+    stream << "#-- Included Config Files \n";
     for (const std::string& file : mvFilesUsed) {
-        stream << "#--    " << file << std::endl;
+        stream << "#--    " << file << "\n";
     }
     if (mbErrors) {
-        stream << "#-- Errors found loading config " << std::endl;
-        stream << "#-- " << mssErrors.str() << std::endl;
+        stream << "#-- Errors found loading config \n";
+        stream << "#-- " << mssErrors.str() << "\n";
     }
     for (const auto& [key, value] : mmItems) {
-        stream << key << " = " << value << std::endl;
+        stream << key << " = " << value << "\n";
     }
-    stream << "#-- END OF CONFIGURATION DATA --" << std::endl;
+    stream << "#-- END OF CONFIGURATION DATA --\n";
+    return stream.str();
+}
+
+// A stream may take its time: nobody who uses the configuration waits meanwhile.
+void tcConfigFile::Dump(std::ostream& stream) const
+{
+    std::istringstream text(DumpText());
+    for (std::string line; std::getline(text, line);)
+        stream << line << std::endl;
 }
 
 void tcConfigFile::Dump(const char* name) const
 {
     if (name == nullptr) {
-        Dump(std::cout);
+        vx::Print(std::cout, DumpText());
         return;
     }
-    std::ostringstream text;
-    Dump(text);
-    Store(name, text.str());
+    Store(name, DumpText());
 }
 
 std::ostream& operator<<(std::ostream& stream, const tcConfigFile& file)
@@ -125,14 +134,16 @@ std::string tcConfigFile::FilesUsed() const
 void tcConfigFile::List(bool dump)
 {
     const tGuard guard(RegistryLock()); // no object goes meanwhile
-    std::cout << "####      Listing tcConfigFile Objects.... " << std::endl;
+    vx::Print(std::cout, "####      Listing tcConfigFile Objects.... \n");
     int number = 0;
     for (const auto& [name, file] : GetMap()) {
-        std::cout << std::to_string(++number) << " " << name << " @ " << static_cast<void*>(file)
-                  << std::endl;
+        std::ostringstream line;
+        line << std::to_string(++number) << " " << name << " @ " << static_cast<void*>(file)
+             << "\n";
+        vx::Print(std::cout, line.str());
         if (!dump) continue;
         if (file == nullptr) {
-            std::cout << sNoObject << name << std::endl;
+            vx::Print(std::cout, sNoObject + name + "\n");
         } else {
             file->Dump("dump.dat");
         }

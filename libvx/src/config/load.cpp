@@ -4,6 +4,7 @@
 #include "loadstate.h"
 #include "vxdescriptors.h"
 #include "vxenvironment.h"
+#include "vxhoststreams.h"
 
 #include <cctype>
 #include <cerrno>
@@ -224,8 +225,8 @@ void tcConfigFile::ProcessDirective(std::string line, int lineNumber)
     const tGuard guard(mLock);
     StringTokenizer tokens(line, " ");
     const int count = tokens.countTokens();
-    std::cout << "line: " << std::to_string(lineNumber) << ":" << line << "  -- contains "
-              << std::to_string(count) << " tokens." << std::endl;
+    vx::Print(std::cout, "line: " + std::to_string(lineNumber) + ":" + line + "  -- contains " +
+                             std::to_string(count) + " tokens.\n");
     const std::string directive = tokens.nextToken();
     if (directive == "!include") {
         if (count == 2) Include(tokens.nextToken(), lineNumber);

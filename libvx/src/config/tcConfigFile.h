@@ -168,6 +168,7 @@ private:
     class tcRunning;
 
     static std::recursive_mutex& RegistryLock();
+    std::string DumpText() const;
     void Register(tcConfigFile* file) const;
     void LoadFile(const std::string& fileName, bool clear);
     void LoadLine(const std::string& file, std::string& line, int lineNumber, std::string& section);

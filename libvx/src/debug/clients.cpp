@@ -3,6 +3,7 @@
 #include "background.h"
 #include "dbgdserver.h"
 #include "tcLog.h"
+#include "vxhoststreams.h"
 
 #include <linux/tcp.h>
 #include <poll.h>
@@ -178,7 +179,7 @@ void tcDbgd::tcServer::ServeClient(const std::shared_ptr<tcRegistry>& registry, 
     char request[vx::nRequestSize + 1];
     const int received = vx::ReadRequest(client, request, snClientPatience);
     if (received <= 0) {
-        std::perror("read");
+        vx::PrintSystemError("read");
         return;
     }
     enter(eServed);

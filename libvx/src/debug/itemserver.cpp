@@ -7,6 +7,7 @@
 #include "tcDbgd.h"
 #include "tcLog.h"
 #include "vxenvironment.h"
+#include "vxhoststreams.h"
 #include "vxvisible.h"
 
 #include <poll.h>
@@ -171,7 +172,7 @@ bool tcItemServer::Accept(bool& isBroken)
     }
     if (!mListener.Accept(client.get())) {
         if (errno == EINTR) return false;
-        std::perror("accept");
+        vx::PrintSystemError("accept");
         isBroken = true;
         return false;
     }
@@ -181,7 +182,7 @@ bool tcItemServer::Accept(bool& isBroken)
         tcDbgd::GetLog().logError("tcDbgItem::Server refused client from %s", peer.GetIPAddr());
         return true;
     }
-    std::cout << "Accepting new connection on socket " << client->GetFD() << std::endl;
+    vx::PrintFormatted(std::cout, "Accepting new connection on socket %d\n", client->GetFD());
     tsClient place;
     place.mpSocket = std::move(client);
     place.Enter(tsClient::eSilent, tcDbgItem::snClientPatience);
@@ -212,10 +213,10 @@ bool tcItemServer::Receive(tsClient& client)
     char request[vx::nRequestSize + 1];
     client.mnReceived = vx::ReadRequest(*client.mpSocket, request, tcDbgItem::snClientPatience);
     if (client.mnReceived <= 0) {
-        std::perror("read");
+        vx::PrintSystemError("read");
         return false;
     }
-    std::cout << "Read msg " << vx::Visible(request) << std::endl;
+    vx::Print(std::cout, "Read msg " + vx::Visible(request) + "\n");
     client.msAnswer = vx::AnswerOfItems(request);
     client.Enter(tsClient::eTaking, tcDbgd::snReplyPatience);
     return Send(client);
@@ -274,7 +275,7 @@ bool tcItemServer::DropOverdue()
     const bool hasEnded = overdue != maClients.end();
     for (auto client = overdue; client != maClients.end(); ++client) {
         errno = ETIMEDOUT;
-        if (client->mePhase == tsClient::eSilent) std::perror("read");
+        if (client->mePhase == tsClient::eSilent) vx::PrintSystemError("read");
         if (client->mePhase == tsClient::eTaking) vx::Cut(*client->mpSocket);
     }
     maClients.erase(overdue, maClients.end());
@@ -285,18 +286,18 @@ bool tcItemServer::DropOverdue()
 bool OpenPort(HSocket& listener, const vx::tcAccess& access, short port)
 {
     if (!listener.Create()) {
-        std::perror("tcDbgItem::Server:Cannot create input socket\n");
+        vx::PrintSystemError("tcDbgItem::Server:Cannot create input socket\n");
         return false;
     }
     if (!access.Bind(listener, static_cast<unsigned short>(port))) {
         // Kept: the socket is left open.
         char text[80];
         std::snprintf(text, sizeof text, "tcDbgItem::Server:Cannot bind input port %d", port);
-        std::perror(text);
+        vx::PrintSystemError(text);
         return false;
     }
     if (listener.Listen(vx::nBacklog)) return true;
-    std::perror("listen");
+    vx::PrintSystemError("listen");
     listener.Close();
     return false;
 }
@@ -316,8 +317,8 @@ void Server(const vx::tcAccess& access, short port)
 {
     static HSocket& listener = *new HSocket; // a process has one server, once
     if (!access.CanListen() || !OpenPort(listener, access, port)) return;
-    std::cout << "tcDbgItem::Server task: listening on port " << port << "... ready for commands!"
-              << std::endl;
+    vx::PrintFormatted(
+        std::cout, "tcDbgItem::Server task: listening on port %d... ready for commands!\n", port);
     Serve(listener, access);
     listener.Close();
 }

@@ -3,6 +3,7 @@
 #include "tcLog.h"
 #include "vxdescriptors.h"
 #include "vxenvironment.h"
+#include "vxhoststreams.h"
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -63,7 +64,7 @@ void tcDbgd::LoadModules()
     GetLog().logDebug(1, "dbgd: scanning directory %s for loadable modules...\n", directory);
     DIR* entries = Open(directory);
     if (!entries) {
-        std::perror(directory);
+        vx::PrintSystemError(directory);
         return;
     }
     errno = 0;
@@ -71,6 +72,6 @@ void tcDbgd::LoadModules()
         LoadModule(directory, entry->d_name);
         errno = 0;
     }
-    if (errno != 0) std::perror(directory);
+    if (errno != 0) vx::PrintSystemError(directory);
     closedir(entries);
 }

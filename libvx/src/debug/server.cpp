@@ -6,6 +6,7 @@
 #include "offconsole.h"
 #include "tcLog.h"
 #include "vxenvironment.h"
+#include "vxhoststreams.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -112,7 +113,7 @@ static teOpening TryToOpen(const vx::tcAccess& access, HSocket& listener, unsign
     if (listener.Listen(vx::nBacklog)) return eOpen;
     // Several sockets may be bound to a port as long as none listens: that one was quicker.
     if (errno == EADDRINUSE) return eAgain;
-    std::perror("s.Listen");
+    vx::PrintSystemError("s.Listen");
     tcDbgd::GetLog().logError("tcDbgd::Server: unable to listen() on socket");
     return eNever;
 }

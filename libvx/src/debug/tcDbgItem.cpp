@@ -2,7 +2,8 @@
 
 #include "background.h"
 #include "items.h"
-#include "undying.h"
+#include "vxhoststreams.h"
+#include "vxundying.h"
 #include "vxvisible.h"
 
 #include <cstdio>
@@ -137,7 +138,7 @@ void tcDbgItem::StoreByName(const std::string& name, tNumber value)
         return;
     }
     // Kept: no blank behind the name.
-    std::cout << "Item " << vx::Visible(name) << "Not found!" << std::endl;
+    vx::Print(std::cout, "Item " + vx::Visible(name) + "Not found!\n");
 }
 
 int* tcDbgItem::AddItem(std::string name, int value, std::string description)
@@ -262,7 +263,7 @@ static void ListItems()
                  << entry.second->Describe() << "\n";
         }
     }
-    std::cout << text.str() << std::flush;
+    vx::Print(std::cout, text.str());
 }
 
 extern "C" void ListDbgItems()

@@ -3,8 +3,8 @@
 #include "background.h"
 #include "dbgdserver.h"
 #include "tcLog.h"
-#include "undying.h"
 #include "vxenvironment.h"
+#include "vxundying.h"
 
 #include <sys/auxv.h>
 

@@ -4,6 +4,7 @@
 #include "vxdescriptors.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,10 +18,13 @@ static int OpenToAppend(char const* path)
     return open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0666);
 }
 
+// A file on a disk that no limit keeps from growing: writing raises no signal.
 static bool IsPlainFile(int file)
 {
     struct stat status;
-    return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+    rlimit limit;
+    return fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+           getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY;
 }
 
 vx::tcAppendBuffer::tcAppendBuffer(char const* path)

@@ -27,7 +27,7 @@ protected:
 
 private:
     int mhFile;
-    bool mbPlain; // a file on a disk, no pipe
+    bool mbPlain; // no signal can come of writing
 };
 
 } // namespace vx

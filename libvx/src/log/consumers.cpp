@@ -4,24 +4,18 @@
 #include "appendstream.h"
 #include "lifetime.h"
 #include "record.h"
+#include "vxhoststreams.h"
 
 #include <arpa/inet.h>
 #include <net/if.h>
 
 #include <algorithm>
 #include <cstring>
-#include <iostream>
-#include <iterator>
-#include <map>
-#include <mutex>
 #include <new>
 
 namespace {
 
 constexpr int nBlockLines = 256; // of a buffer, that memory is taken for at a time
-
-using tStreamLock = std::recursive_mutex;
-using tStreamLocks = std::map<const std::ostream*, std::weak_ptr<tStreamLock>>;
 
 // A name of a network device, which is no local address, picks the device to send through.
 void SendThrough(HSocket& socket, char const* interface)
@@ -29,23 +23,6 @@ void SendThrough(HSocket& socket, char const* interface)
     if (inet_addr(interface) != INADDR_NONE) return;
     const auto size = static_cast<socklen_t>(strnlen(interface, IFNAMSIZ));
     (void)setsockopt(socket.GetFD(), SOL_SOCKET, SO_BINDTODEVICE, interface, size);
-}
-
-// Streams are not made for several threads: the consumers of one share a lock, and only those.
-std::shared_ptr<tStreamLock> LockOf(const std::ostream& stream)
-{
-    static std::mutex& mutex = *new std::mutex;
-    static tStreamLocks& locks = *new tStreamLocks;
-    const std::lock_guard<std::mutex> guard(mutex);
-    const auto known = locks.find(&stream);
-    std::shared_ptr<tStreamLock> lock = known == locks.end() ? nullptr : known->second.lock();
-    if (lock) return lock;
-    for (auto entry = locks.begin(); entry != locks.end();) {
-        entry = entry->second.expired() ? locks.erase(entry) : std::next(entry);
-    }
-    lock = std::make_shared<tStreamLock>();
-    locks[&stream] = lock;
-    return lock;
 }
 
 class tcMutexGuard
@@ -90,7 +67,7 @@ char const* tcLogNull::TypeName() const
     return "NULL";
 }
 
-tcLogStream::tcLogStream(std::ostream& os) : mStream(os), mpLock(LockOf(os))
+tcLogStream::tcLogStream(std::ostream& os) : mStream(os), mpLock(vx::LockOf(os))
 {
     msDescription = "Log to a stream";
     msOptions = ",cout";
@@ -102,9 +79,7 @@ void tcLogStream::Output(tcLogEvent const& event)
 {
     char line[vx::nLineSize];
     const size_t length = vx::FormatRecord(event, line);
-    const std::lock_guard<tStreamLock> guard(*mpLock);
-    mStream.write(line, static_cast<std::streamsize>(length));
-    mStream.flush();
+    vx::Print(mStream, *mpLock, {line, length});
 }
 
 char const* tcLogStream::TypeName() const
@@ -128,6 +103,14 @@ tcLogFile::tcLogFile(char const* path, std::unique_ptr<tcStream> stream)
 }
 
 tcLogFile::~tcLogFile() = default;
+
+// One write, which nobody waits for.
+void tcLogFile::Output(tcLogEvent const& event)
+{
+    char line[vx::nLineSize];
+    const size_t length = vx::FormatRecord(event, line);
+    mpFileStream->rdbuf()->sputn(line, static_cast<std::streamsize>(length));
+}
 
 char const* tcLogFile::TypeName() const
 {

@@ -5,6 +5,7 @@
 #include "record.h"
 #include "ring.h"
 #include "tcLogConsumer.h"
+#include "vxhoststreams.h"
 
 #include <sys/time.h>
 
@@ -89,13 +90,19 @@ void tcLog::log(tcLogEvent::teEventLogType type, int level, int errNum, char con
         if (type == tcLogEvent::eError) vx::KeepError(event);
         Deliver(event);
     } catch (...) {
-        std::cerr << "tcLog::log(...) Error formatting message. unformatted: " << (fmt ? fmt : "")
-                  << "\n";
+        vx::PrintFormatted(std::cerr, "tcLog::log(...) Error formatting message. unformatted: %s\n",
+                           fmt ? fmt : "");
     }
+}
+
+unsigned long tcLog::UnprintedTexts()
+{
+    return vx::UnprintedTexts();
 }
 
 void tcLog::Deliver(tcLogEvent const& event)
 {
+    const vx::tcOneWait wait;
     std::optional<tcLogGuard> guard;
     if (mbSynchronizeLogs) guard.emplace();
     {
@@ -113,7 +120,7 @@ void tcLog::Emit(tcLogEvent::teEventLogType type, int level, int errNum, char co
     try {
         log(type, level, errNum, fmt, args);
     } catch (...) {
-        std::fprintf(stderr, "%s\n              no messages logged\n", failure);
+        vx::PrintFormatted(stderr, "%s\n              no messages logged\n", failure);
     }
     errno = error;
 }

@@ -1,5 +1,6 @@
 #include "record.h"
 
+#include "vxhoststreams.h"
 #include "vxtimezone.h"
 
 #include <cstdio>
@@ -40,7 +41,7 @@ const char* TimeText(int32_t seconds)
     if (localtime_r(&clock, &local) == nullptr ||
         std::strftime(cache.maText, nTimeSize, "%Y%m%d-%H:%M:%S", &local) == 0) {
         cache.maText[0] = '\0';
-        std::cerr << "Time buffer error\n";
+        vx::Print(std::cerr, "Time buffer error\n");
         return cache.maText;
     }
     cache.mnSeconds = seconds;

@@ -3,6 +3,7 @@
 #include "lifetime.h"
 #include "tcLogConsumer.h"
 #include "vxenvironment.h"
+#include "vxhoststreams.h"
 #include "vxvisible.h"
 
 #include <cstdio>
@@ -153,7 +154,7 @@ void tcLog::InitFromEnvironment()
     const tcLogGuard guard;
     if (!saErrorMsgs) saErrorMsgs = NewRing();
     if (vx::Variable("TCLOG_NO_ERRORLOG")) {
-        std::cout << "tcLog: Disabling Error Logging!!!\n";
+        vx::Print(std::cout, "tcLog: Disabling Error Logging!!!\n");
         sbErrorEnabled = false;
     }
     if (char const* level = vx::Variable(OwnVariable("%s_DEBUGLEVEL", msName).c_str()))
@@ -169,8 +170,8 @@ void tcLog::InitFromEnvironment()
     msDescription = "Log object for " + msName;
     if (!vx::Variable("TCLOG_VERBOSE")) return;
     tcHeldConsumer consumer = HeldConsumer();
-    std::cerr << msDescription << " Level = " << std::to_string(getDbgLevel()) << " ["
-              << vx::Visible(consumer ? consumer->Description() : "") << " ]\n";
+    vx::Print(std::cerr, msDescription + " Level = " + std::to_string(getDbgLevel()) + " [" +
+                             vx::Visible(consumer ? consumer->Description() : "") + " ]\n");
 }
 
 tcLogConsumer* tcLog::SetConsumer(tcLogConsumer* consumer)
@@ -268,32 +269,42 @@ tcLogConsumer* tcLog::NullConsumer()
     return &null;
 }
 
-extern "C" int StreamLogs(std::ostream& os)
+static std::string ListOfLogs()
 {
     const tcLogGuard guard;
+    std::string list;
     for (const auto& entry : tcLog::GetMap()) {
         if (!entry.second) continue;
-        os << entry.first << " = " << std::to_string(entry.second->getDbgLevel());
+        list += entry.first + " = " + std::to_string(entry.second->getDbgLevel());
         if (const tcHeldConsumer consumer = entry.second->HeldConsumer())
-            os << " [" << vx::Visible(consumer->Description()) << "]";
-        os << " (" << entry.second->GetDescription() << ")\n";
+            list += " [" + vx::Visible(consumer->Description()) + "]";
+        list += " (" + entry.second->GetDescription() + ")\n";
     }
+    return list;
+}
+
+// A stream may take its time: nobody who logs waits meanwhile.
+extern "C" int StreamLogs(std::ostream& os)
+{
+    os << ListOfLogs();
     return 0;
 }
 
 extern "C" int ListLogs()
 {
-    return StreamLogs(std::cout);
+    vx::Print(std::cout, ListOfLogs());
+    return 0;
 }
 
 extern "C" void SetLogLevel(char const* name, int level)
 {
     if (!name) return;
-    const tcLogGuard guard;
-    if (tcLog* log = tcLog::FindLogPtr(name))
-        log->setDbgLevel(level);
-    else
-        std::cout << "!!! " << name << " doesn't point to a valid log anymore!\n";
+    {
+        const tcLogGuard guard;
+        tcLog* const log = tcLog::FindLogPtr(name);
+        if (log) return log->setDbgLevel(level);
+    }
+    vx::PrintFormatted(std::cout, "!!! %s doesn't point to a valid log anymore!\n", name);
 }
 
 extern "C" int GetLogLevel(char const* name)

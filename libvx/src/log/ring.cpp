@@ -2,6 +2,7 @@
 
 #include "record.h"
 #include "vxdescriptors.h"
+#include "vxhoststreams.h"
 
 #include <cstdio>
 #include <cstring>
@@ -51,8 +52,11 @@ extern "C" int DumpErrorMsgs(char const* path)
 {
     const std::string lines = tcLog::ErrorBuffer();
     FILE* file = path ? vx::OpenFile(path, "we") : nullptr;
-    FILE* out = file ? file : stdout;
-    std::fwrite(lines.data(), 1, lines.size(), out);
-    if (file) std::fclose(file);
+    if (!file) {
+        vx::Print(stdout, lines);
+        return 0;
+    }
+    std::fwrite(lines.data(), 1, lines.size(), file);
+    std::fclose(file);
     return 0;
 }

@@ -292,6 +292,12 @@ public:
 
     static std::string DecodeSysErrCode(int code);
 
+    // ---- The host's output --------------------------------------------------------------------
+
+    // How many texts the library has left out, since the process began, that the host's standard
+    // output or error did not take in time: records, lists, and whatever else it prints there.
+    static unsigned long UnprintedTexts();
+
     // ---- Class scope --------------------------------------------------------------------------
 
     static tcLogMap* spMap;                     // guarded by the lock

@@ -9,11 +9,14 @@
 
 #include <iosfwd>
 #include <memory>
-#include <mutex>
 #include <string>
 
 class HInetAddr;
 class HSocket;
+
+namespace vx {
+class tcStreamLock;
+}
 
 // A sink of records.
 // Threads: Output is called by any thread at any time, by several at once unless
@@ -55,7 +58,10 @@ public:
     char const* TypeName() const override;
 };
 
-// Writes each record as one line and flushes.
+// Writes each record as one line and flushes. On std::cout and std::cerr nobody waits for longer
+// than 0.1 s: what cannot be printed then is left out and counted (tcLog::UnprintedTexts), and no
+// signal is raised. A stream of the application's own may take its time, but others who log to it
+// do not wait for longer either.
 // Threads: lines for the same stream do not mix, whichever consumers write them.
 class VX_EXPORT tcLogStream : public tcLogConsumer
 {
@@ -69,7 +75,7 @@ public:
 
 private:
     std::ostream& mStream;
-    std::shared_ptr<std::recursive_mutex> mpLock; // one for each stream
+    std::shared_ptr<vx::tcStreamLock> mpLock; // one for each stream
 };
 
 // Appends to a file, one write for each line. A file that cannot be opened takes nothing, nor does
@@ -81,6 +87,7 @@ public:
     explicit tcLogFile(char const* path);
     ~tcLogFile() override;
 
+    void Output(tcLogEvent const& event) override;
     char const* TypeName() const override;
 
 private:

@@ -1,6 +1,7 @@
 #include "HSocket.h"
 
 #include "vxdescriptors.h"
+#include "vxhoststreams.h"
 
 #include <arpa/inet.h>
 #include <unistd.h>
@@ -57,7 +58,7 @@ int HSocket::Create(unsigned short port, int type, const char* addr)
 
     if (!addr && port == 0 && kind != SOCK_DGRAM) return 1;
     // Kept: without an address the line shows "(null)".
-    std::printf("Binding to %s : %d\n", addr ? addr : "(null)", port);
+    vx::PrintFormatted(stdout, "Binding to %s : %d\n", addr ? addr : "(null)", port);
     return Bind();
 }
 
@@ -75,13 +76,13 @@ int HSocket::CreateUnix(const char* path, int type, bool unlinkFirst)
 
 int HSocket::Bind()
 {
-    std::printf("Bind: %d\n", mnPort);
+    vx::PrintFormatted(stdout, "Bind: %d\n", mnPort);
     if (bind(mhDescriptor, reinterpret_cast<const sockaddr*>(&mAddress), sizeof mAddress) != 0) {
         const tcKeepErrno keep;
-        std::perror("Bind:");
+        vx::PrintSystemError("Bind:");
         return 0;
     }
-    std::puts("Bind successful");
+    vx::Print(stdout, "Bind successful\n");
     return 1;
 }
 

@@ -8,7 +8,7 @@
 
 namespace vx {
 
-// write() without SIGPIPE, which no flag can suppress on pipes: without a reader it fails with
+// write() without a signal, which no flag can suppress on pipes: without a reader it fails with
 // EPIPE.
 ssize_t WriteQuietly(int descriptor, const void* data, size_t length);
 
