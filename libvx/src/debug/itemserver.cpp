@@ -71,23 +71,30 @@ struct tsClient {
 };
 
 // The server while it runs: clients that are connected, oldest first. All that they do is waited
-// for side by side; what they ask is done one after another.
+// for side by side; what they ask is done one after another. It needs no memory to begin with but
+// what it has from its construction on.
 class tcItemServer
 {
 public:
-    tcItemServer(HSocket& listener, const vx::tcAccess& access)
-        : mListener(listener), mAccess(access)
+    tcItemServer(HSocket& listener, vx::tcAccess access)
+        : mListener(listener), mAccess(std::move(access))
     {
         maClients.reserve(tcDbgd::nMaximumClients);
         maStates.reserve(tcDbgd::nMaximumClients + 1);
     }
 
-    // Waits for something to do and does it. True when a connection has ended; `isBroken` becomes
-    // true when no more clients can be had.
-    bool Step(bool& isBroken);
+    // Opens the port and serves until it is to stop, or there is no port to be had.
+    void Run(short port);
 
 private:
     typedef std::vector<tsClient> tcClients;
+
+    // Prints why not.
+    bool OpenPort(short port);
+
+    // Waits for something to do and does it. True when a connection has ended; `isBroken` becomes
+    // true when no more clients can be had.
+    bool Step(bool& isBroken);
 
     void Wait();
     bool ServeClients();
@@ -101,7 +108,7 @@ private:
     int TimeToWait() const;
 
     HSocket& mListener;
-    const vx::tcAccess& mAccess;
+    const vx::tcAccess mAccess;
     tcClients maClients;
     std::vector<pollfd> maStates; // of the listener and of the clients
 };
@@ -282,45 +289,37 @@ bool tcItemServer::DropOverdue()
     return hasEnded;
 }
 
-// Prints why not.
-bool OpenPort(HSocket& listener, const vx::tcAccess& access, short port)
+bool tcItemServer::OpenPort(short port)
 {
-    if (!listener.Create()) {
+    if (!mListener.Create()) {
         vx::PrintSystemError("tcDbgItem::Server:Cannot create input socket\n");
         return false;
     }
-    if (!access.Bind(listener, static_cast<unsigned short>(port))) {
+    if (!mAccess.Bind(mListener, static_cast<unsigned short>(port))) {
         // Kept: the socket is left open.
         char text[80];
         std::snprintf(text, sizeof text, "tcDbgItem::Server:Cannot bind input port %d", port);
         vx::PrintSystemError(text);
         return false;
     }
-    if (listener.Listen(vx::nBacklog)) return true;
+    if (mListener.Listen(vx::nBacklog)) return true;
     vx::PrintSystemError("listen");
-    listener.Close();
+    mListener.Close();
     return false;
 }
 
-void Serve(HSocket& listener, const vx::tcAccess& access)
+void tcItemServer::Run(short port)
 {
-    tcItemServer server(listener, access);
+    if (!mAccess.CanListen() || !OpenPort(port)) return;
+    vx::PrintFormatted(
+        std::cout, "tcDbgItem::Server task: listening on port %d... ready for commands!\n", port);
     bool isBroken = false;
     while (!tcDbgItem::mbThreadDone && !isBroken) {
         // A stop is seen when a connection has ended.
-        while (!server.Step(isBroken) && !isBroken) {
+        while (!Step(isBroken) && !isBroken) {
         }
     }
-}
-
-void Server(const vx::tcAccess& access, short port)
-{
-    static HSocket& listener = *new HSocket; // a process has one server, once
-    if (!access.CanListen() || !OpenPort(listener, access, port)) return;
-    vx::PrintFormatted(
-        std::cout, "tcDbgItem::Server task: listening on port %d... ready for commands!\n", port);
-    Serve(listener, access);
-    listener.Close();
+    mListener.Close();
 }
 
 } // namespace
@@ -352,8 +351,10 @@ void tcDbgItem::StartServer()
     const auto port =
         static_cast<short>(text ? std::strtol(text, nullptr, 10) : tcDbgItemPort.load());
     try {
-        const vx::tcAccess access("DBGITEM_BIND", "DBGITEM_ALLOW");
-        mhThreadId = vx::StartDetached([access, port] { Server(access, port); });
+        static HSocket& listener = *new HSocket; // a process has one server, once
+        auto server =
+            std::make_unique<tcItemServer>(listener, vx::tcAccess("DBGITEM_BIND", "DBGITEM_ALLOW"));
+        mhThreadId = vx::StartDetached([server = std::move(server), port] { server->Run(port); });
         if (mhThreadId != 0) return;
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
