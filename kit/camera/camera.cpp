@@ -46,6 +46,16 @@ Value Camera::set(const std::string& name, const Value& value)
     return core_->set(name, value);
 }
 
+std::optional<Value> Camera::tryGet(const std::string& name, std::string* why)
+{
+    return core_->tryGet(name, why);
+}
+
+Value Camera::checked(const std::string& name, const Value& value)
+{
+    return core_->checked(name, value);
+}
+
 Snapshot Camera::snapshot()
 {
     return core_->snapshot();
@@ -92,6 +102,11 @@ void Camera::abort()
     core_->abort();
 }
 
+LinkCheck Camera::checkLink(int messages)
+{
+    return core_->checkLink(messages);
+}
+
 Subscription Camera::onEvent(EventHandler handler)
 {
     return core_->onEvent(std::move(handler));
@@ -120,6 +135,11 @@ const Identity& Camera::identity() const
 std::string Camera::target() const
 {
     return core_->target().text();
+}
+
+std::string Camera::address() const
+{
+    return core_->address();
 }
 
 Statistics Camera::statistics() const

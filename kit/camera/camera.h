@@ -6,6 +6,7 @@
 #include <vxcamkit/cooler.h>
 #include <vxcamkit/event.h>
 #include <vxcamkit/export.h>
+#include <vxcamkit/link_check.h>
 #include <vxcamkit/plan.h>
 #include <vxcamkit/profile.h>
 #include <vxcamkit/snapshot.h>
@@ -16,6 +17,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -89,6 +91,14 @@ public:
     Value get(const std::string& name);
     Value set(const std::string& name, const Value& value);
 
+    // As get(), for one of many: nothing, and why in `*why`, when the camera reports an error or
+    // does not answer to this, but goes on answering to other things.
+    std::optional<Value> tryGet(const std::string& name, std::string* why);
+
+    // The value in the form that the property has. Throws Error{Usage} as set() does; nothing is
+    // sent.
+    Value checked(const std::string& name, const Value& value);
+
     // All settings that the camera tells, asked for now, and those that it does not tell and that
     // were set here. One that it does not answer to says so, and is not asked for again.
     Snapshot snapshot();
@@ -130,12 +140,16 @@ public:
     // "started", "ended" or "note").
     std::string flight() const;
 
+    // Has the camera send messages of random bytes back. Throws Error when one is not answered.
+    LinkCheck checkLink(int messages);
+
     // Cools the sensor slowly, and warms it up again. Lives as long as the camera.
     Cooler& cooler();
 
     Size sensor() const;
     const Identity& identity() const;
-    std::string target() const; // as it was opened
+    std::string target() const;  // as it was opened
+    std::string address() const; // where that is: "127.0.0.1:40123"
     Statistics statistics() const;
     // Camera time by wall-clock time: 1, except for the simulated camera.
     double timeScale() const;

@@ -15,7 +15,8 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kFirstHeartbeat(1500); // from the opening on
 constexpr milliseconds kLater(50);
-constexpr milliseconds kFlightPause(1000);          // between two files
+constexpr milliseconds kFlightPause(1000); // between two files
+constexpr milliseconds kClearance(200);
 constexpr std::chrono::seconds kTemperatureAge(30); // older ones say nothing
 
 } // namespace
@@ -175,8 +176,13 @@ CameraCore::Command::Command(CameraCore& core) : core_(core), guard_(core.comman
 CameraCore::Command::~Command()
 {
     if (held_) held_->commandEnds();
+    answered();
+}
+
+void CameraCore::Command::answered()
+{
     std::lock_guard<std::mutex> guard(core_.state_);
-    --core_.commandsUnderWay_;
+    if (!std::exchange(isAnswered_, true)) --core_.commandsUnderWay_;
 }
 
 // ---- Readouts ---------------------------------------------------------------------------------
@@ -201,6 +207,17 @@ void CameraCore::clearAway()
     undoPlan();
     std::lock_guard<std::mutex> guard(state_);
     isCleared_ = true;
+    changed_.notify_all();
+}
+
+// Before the camera is closed: waits until what the last readout left behind is cleared away,
+// which the keeper does. A camera that does not answer is not waited for.
+void CameraCore::awaitClearance()
+{
+    if (!keeper_) return;
+    keeper_->wake();
+    std::unique_lock<std::mutex> guard(state_);
+    changed_.wait_for(guard, kClearance, [this] { return isCleared_ || !isLinkUp_; });
 }
 
 void CameraCore::abort()

@@ -10,6 +10,7 @@
 
 #include <vxcamkit/camera.h>
 #include <vxcamkit/cooler.h>
+#include <vxcamkit/discover.h>
 #include <vxcamkit/property.h>
 #include <vxcamkit/property_access.h>
 #include <vxcamkit/settings.h>
@@ -46,14 +47,18 @@ public:
     Cooler& cooler() { return cooler_; }
     Value get(const std::string& name);
     Value set(const std::string& name, const Value& value);
+    std::optional<Value> tryGet(const std::string& name, std::string* why);
+    Value checked(const std::string& name, const Value& value);
     Snapshot snapshot();
     Profile profile(bool withMask);
     std::vector<Outcome> apply(const Profile& profile);
     bool waitForLink(std::chrono::milliseconds most) const;
     std::string restore();
+    LinkCheck checkLink(int messages);
 
     const Identity& identity() const { return identity_; }
     const Target& target() const { return target_; }
+    const std::string& address() const { return address_; }
     double timeScale() const;
     Statistics statistics() const;
     bool isClosed() const { return isClosed_; }
@@ -78,8 +83,12 @@ public:
         Command(const Command&) = delete;
         Command& operator=(const Command&) = delete;
 
+        // All its questions are answered: errors that come now are not its own any more.
+        void answered();
+
     private:
         CameraCore& core_;
+        bool isAnswered_ = false;
         std::unique_lock<std::recursive_mutex> guard_;
         std::shared_ptr<StreamCore> held_;
     };
@@ -90,6 +99,7 @@ private:
     void connect();
     void openAt(const std::string& host, uint16_t port);
     void openSerial();
+    void openFound(const FoundCamera& camera, const std::string& who);
     void listen();
     void identify();
 
@@ -117,6 +127,7 @@ private:
 
     void readoutEnded(const StreamCore& stream);
     void clearAway();
+    void awaitClearance();
     std::optional<SteadyTime> watch();
     std::optional<SteadyTime> watchReadout();
     std::optional<SteadyTime> lookAfter();
@@ -129,6 +140,7 @@ private:
     const Target target_;
     const OpenOptions options_;
     std::unique_ptr<Simulator> simulator_;
+    std::string address_;
     int handle_ = -1;
     Size sensor_;
     Identity identity_;

@@ -58,6 +58,22 @@ Value CameraCore::set(const std::string& name, const Value& value)
     }
 }
 
+std::optional<Value> CameraCore::tryGet(const std::string& name, std::string* why)
+{
+    const PropertyName property = findProperty(name);
+    const Command command(*this);
+    try {
+        return tryProperty(*this, property, why);
+    } catch (const Error& error) {
+        throw named(error);
+    }
+}
+
+Value CameraCore::checked(const std::string& name, const Value& value)
+{
+    return checkedValue(*this, findProperty(name), value);
+}
+
 // Frames that come of it know by this when they were exposed.
 Value CameraCore::sendTrigger(const PropertyName& name, const Value& value)
 {

@@ -210,7 +210,7 @@ void CameraCore::connect()
 // A camera that was just left by another client may have noticed that only now.
 void CameraCore::openAt(const std::string& host, uint16_t port)
 {
-    const std::string place = host + ":" + std::to_string(port);
+    const std::string place = address_ = host + ":" + std::to_string(port);
     for (int tries = 0; tries < 2; ++tries) {
         const auto start = steady_clock::now();
         handle_ = VXOpenENetCamera(host.c_str(), port);
@@ -237,16 +237,25 @@ void CameraCore::openAt(const std::string& host, uint16_t port)
 
 void CameraCore::openSerial()
 {
-    const std::vector<FoundCamera> cameras = discover();
+    const std::string who = "camera with serial number " + std::to_string(target_.serial);
     std::string others;
-    for (const FoundCamera& camera : cameras) {
-        if (camera.serial == target_.serial)
-            return openAt(camera.paths.front().address, camera.port);
+    for (const FoundCamera& camera : discover()) {
+        if (camera.serial == target_.serial) return openFound(camera, "the " + who);
         others += (others.empty() ? "" : ", ") + std::to_string(camera.serial);
     }
     fail(ErrorKind::NotFound,
-         "no camera with this serial number answers on " + textOf(hostInterfaces()) +
+         "no " + who + " answers on " + textOf(hostInterfaces()) +
              (others.empty() ? "; none answers at all" : "; found: " + others));
+}
+
+void CameraCore::openFound(const FoundCamera& camera, const std::string& who)
+{
+    try {
+        openAt(camera.paths.front().address, camera.port);
+    } catch (const Error& error) {
+        fail(error.kind(), who + " is at " + camera.target() +
+                               ", but does not answer there, or serves somebody else");
+    }
 }
 
 void CameraCore::listen()
@@ -283,10 +292,12 @@ void CameraCore::identify()
 void CameraCore::close()
 {
     std::lock_guard<std::mutex> closing(closing_);
-    if (isClosed_.exchange(true)) return;
+    if (isClosed_) return;
     if (const auto stream = present()) {
         stream->finish(ReadoutEnd::Closed, ErrorKind::Aborted, "the camera was closed");
     }
+    awaitClearance();
+    isClosed_ = true;
     {
         std::lock_guard<std::mutex> guard(state_);
         changed_.notify_all();

@@ -17,6 +17,7 @@ using std::chrono::milliseconds;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr int kMostFrames = 32767;
+constexpr size_t kMostRegions = 16;
 constexpr int kUsualBuffers = 8, kMostBuffers = 1024;
 constexpr size_t kUsualBytes = size_t{256} << 20;
 constexpr int kBinnedBits = 32;
@@ -38,6 +39,15 @@ Area areaOf(const Value& value)
 {
     const auto at = [&](size_t i) { return static_cast<int>(value[i].toInt()); };
     return {at(0), at(1), at(2), at(3)};
+}
+
+Value valueOf(const std::vector<Area>& regions)
+{
+    Value::List groups;
+    for (const Area& region : regions) {
+        groups.push_back(Value::list({region.column, region.row, region.columns, region.rows}));
+    }
+    return Value::list(std::move(groups));
 }
 
 std::string sizeText(const Size& size)
@@ -96,6 +106,15 @@ void CameraCore::checkPlan(const Plan& plan) const
     if (plan.area && !plan.area->fits(sensor_)) {
         refuse("area: no part of the sensor of " + sizeText(sensor_) + " pixels");
     }
+    if (!plan.regions.empty()) {
+        if (plan.area || !isArea) refuse("regions: of the area kind, and instead of an area");
+        if (plan.regions.size() > kMostRegions) refuse("regions: 16 at most");
+        for (const Area& region : plan.regions) {
+            if (!region.fits(sensor_)) {
+                refuse("regions: one is no part of the sensor of " + sizeText(sensor_) + " pixels");
+            }
+        }
+    }
     if ((plan.binningX || plan.binningY) && plan.kind != ReadoutKind::Binned) {
         refuse("binning: of the binned kind only");
     }
@@ -126,12 +145,14 @@ void CameraCore::applyPlan(const Plan& plan)
 {
     const bool isArea = plan.kind == ReadoutKind::Area;
     if (const auto exposure = exposureOf(plan)) apply("exposure", Value(*exposure));
-    if (plan.area) {
+    if (!plan.regions.empty()) {
+        apply("area-regions", valueOf(plan.regions));
+    } else if (plan.area) {
         const Value regions = learn("area-regions").value_or(Value());
         apply("area", Value::list({plan.area->column, plan.area->row, plan.area->columns,
                                    plan.area->rows}));
         if (regions.size() > 0) undo_.emplace_back(findProperty("area-regions"), regions);
-    } else if (isArea && isNoAreaKnown()) {
+    } else if (isArea && isNoAreaKnown() && learn("area-regions").value_or(Value()).size() == 0) {
         sendProperty(*this, findProperty("area"), Value());
     }
     if (plan.binningX || plan.binningY) {
@@ -271,7 +292,7 @@ int CameraCore::sendReadout(const StreamSetup& setup)
 std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
 {
     checkPlan(plan);
-    const Command command(*this);
+    Command command(*this);
     {
         const std::shared_ptr<StreamCore> last = present();
         if (last && last->isRunning())
@@ -294,6 +315,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
             isCleared_ = false;
         }
         flight_.note(FlightEntry::Kind::Started, textOf(plan));
+        command.answered();
         next->begin(SteadyClock::now());
         require(sendReadout(next->setup()), "readout");
     } catch (const Error& error) {

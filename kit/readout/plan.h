@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <optional>
+#include <vector>
 
 namespace vxcam {
 
@@ -28,7 +29,8 @@ struct Plan {
     std::optional<std::chrono::microseconds> exposure; // whole ms; bias frames: 0 unless given
     int frames = 1;                                    // up to 32767; 0: until stopped
     int bits = 16;                                     // 8 or 16; binned kinds have 32
-    std::optional<Area> area; // of the area kind; the whole sensor if the camera knows of none
+    std::optional<Area> area;  // of the area kind; the whole sensor if the camera knows of none
+    std::vector<Area> regions; // instead of the area: up to 16, read as one frame
     std::optional<int> binningX, binningY; // of the binned kind: columns and rows in a bin
     int mode = 0; // of the binned kinds: the table's number; of the area kind: more flags
     WhenFull whenFull = WhenFull::Wait;

@@ -68,7 +68,9 @@ void StreamCore::take(const tsFrameRecord& record, const Arrival& arrival)
         --free_;
     }
     std::optional<Frame> frame;
-    if (pixels && record.Rows > 0 && record.Columns > 0 && isRunning()) {
+    const bool isSensible = record.Rows > 0 && record.Columns > 0;
+    if (!isSensible && record.Outcome != eFrameCut) hasSenseless_ = true;
+    if (pixels && isSensible && isRunning()) {
         arrangePixels(record, setup_.facts.regions);
         frame.emplace(factsOf(record, arrival), std::move(pixels));
     }
@@ -185,10 +187,12 @@ bool StreamCore::endFrame(const tsFrameRecord& record, const Arrival& arrival)
     isWhole_ = isLast;
     const uint64_t came = books_.complete + books_.incomplete + books_.dropped;
     if (came < asked) {
-        conclude(ReadoutEnd::Incomplete,
-                 Error(ErrorKind::Incomplete, setup_.facts.target + ": " +
-                                                  std::to_string(asked - came) + " of " +
-                                                  std::to_string(asked) + " frames never came"));
+        conclude(
+            ReadoutEnd::Incomplete,
+            Error(ErrorKind::Incomplete,
+                  setup_.facts.target + ": " + std::to_string(asked - came) + " of " +
+                      std::to_string(asked) + " frames never came" +
+                      (hasSenseless_ ? ": the camera sent a frame without a usable size" : "")));
     } else {
         conclude(books_.complete == came ? ReadoutEnd::Complete : ReadoutEnd::Incomplete,
                  std::nullopt);

@@ -103,6 +103,7 @@ private:
     const std::shared_ptr<std::atomic<size_t>> leewayUsed_; // bytes of frames beyond the buffers
     std::atomic<uint32_t> readout_{0};
     std::atomic<bool> isWhole_{false};
+    std::atomic<bool> hasSenseless_{false}; // a frame came without a size
     ExposureClock clock_;
 
     mutable std::mutex lock_;

@@ -77,6 +77,44 @@ TEST_F(CameraSettings, RefusedByTheCameraAreItsError)
     EXPECT_EQ(camera.set("target-temp", -20).toDouble(), -20);
 }
 
+TEST_F(CameraSettings, OfManyOneMayBeRefused)
+{
+    Camera& camera = open();
+    std::string why;
+    EXPECT_EQ(camera.tryGet("gain", &why), Value(0));
+    EXPECT_EQ(why, "");
+    EXPECT_FALSE(camera.tryGet("parameter:4000000000", &why).has_value());
+    EXPECT_THAT(why, HasSubstr("has no such parameter"));
+    EXPECT_EQ(errorOf([&] { camera.tryGet("gian", &why); }).kind(), ErrorKind::Usage);
+    camera_->close();
+    EXPECT_EQ(errorOf([&] { camera.tryGet("gain", &why); }).kind(), ErrorKind::Aborted);
+}
+
+TEST_F(CameraSettings, AreCheckedWithoutBeingSent)
+{
+    Camera& camera = open();
+    const uint64_t sent = camera.statistics().messagesSent;
+    EXPECT_EQ(camera.checked("exposure", "250ms"), Value(250ms));
+    EXPECT_EQ(errorOf([&] { camera.checked("area", "0,0,97,1"); }).kind(), ErrorKind::Usage);
+    EXPECT_EQ(camera.statistics().messagesSent, sent);
+}
+
+TEST_F(CameraSettings, AreKeptInAProfileAndRestored)
+{
+    Camera& camera = open();
+    camera.set("gain", 3);
+    camera.set("fan", false); // which cannot be read
+    const Profile profile = camera.profile();
+    EXPECT_EQ(profile.camera(), place());
+    ASSERT_NE(profile.settings().find("fan"), nullptr);
+    camera.set("gain", 1);
+    for (const Outcome& outcome : camera.apply(profile)) {
+        EXPECT_TRUE(outcome.isRestored()) << outcome.name << ": " << outcome.why;
+    }
+    EXPECT_EQ(camera.get("gain"), Value(3));
+    EXPECT_EQ(camera.grab(planOf(1)).facts().settings.value("gain"), Value(3));
+}
+
 TEST_F(CameraSettings, RefusedMeanwhileDoNotEndAReadout)
 {
     Camera& camera = open();

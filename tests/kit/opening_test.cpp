@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <vxcamkit/version.h>
+
 #include <atomic>
 #include <future>
 
@@ -112,6 +114,27 @@ TEST_F(Opening, FindsACameraByItsSerialNumber)
     const Error error = errorOf([] { Camera::open("serial:4712"); });
     EXPECT_EQ(error.kind(), ErrorKind::NotFound);
     EXPECT_THAT(error.what(), HasSubstr("found: 4711"));
+}
+
+TEST_F(Opening, ChecksTheLink)
+{
+    Camera& camera = open();
+    EXPECT_EQ(camera.address(), place());
+    const LinkCheck check = camera.checkLink(8);
+    EXPECT_EQ(check.messages, 8);
+    EXPECT_EQ(check.damaged, 0);
+    EXPECT_GT(check.megabytesPerSecond, 0);
+    const LibraryVersion version = libraryVersion();
+    EXPECT_EQ(version.number, 3);
+    EXPECT_EQ(version.build, 7);
+}
+
+TEST_F(Opening, FindsDamageOnTheLink)
+{
+    open({"flip-payload:message=2,id=0x74"});
+    const LinkCheck check = camera_->checkLink(8);
+    EXPECT_EQ(check.messages, 8);
+    EXPECT_EQ(check.damaged, 1);
 }
 
 TEST_F(Opening, MakesRoomForTheNextAtOnce)

@@ -143,6 +143,77 @@ TEST_F(Streams, LeaveTheCameraSetAsItWas)
     EXPECT_EQ(frame.columns(), 30);
 }
 
+// The program that takes a picture and ends is the usual one.
+TEST_F(Streams, LeaveTheCameraSetAsItWasWhenItIsClosedAtOnce)
+{
+    start();
+    for (int i = 0; i < 20; ++i) {
+        Camera camera = Camera::open(place());
+        EXPECT_EQ(camera.get("exposure"), Value(1s));
+        EXPECT_EQ(camera.grab(planOf(1, 2ms)).facts().exposure, 2ms);
+        EXPECT_LT(timeOf([&] { camera.close(); }), 500ms);
+    }
+    Camera camera = Camera::open(place());
+    Stream stream = camera.stream(planOf(1, 1h));
+    EXPECT_LT(timeOf([&] { camera.close(); }), 500ms);
+    EXPECT_EQ(Camera::open(place()).get("exposure"), Value(1s));
+}
+
+TEST_F(Streams, ReadTheRegionsThatTheCameraHas)
+{
+    start();
+    {
+        Camera camera = Camera::open(place());
+        camera.set("area-regions", "8,4,16,10/8,40,16,20");
+    }
+    Camera camera = Camera::open(place());
+    const Frame frame = camera.grab(planOf(1));
+    EXPECT_EQ(frame.facts().regions, (std::vector<Area>{{8, 4, 16, 10}, {8, 40, 16, 20}}));
+    EXPECT_EQ(frame.columns(), 16);
+    EXPECT_EQ(frame.rows(), 30);
+    EXPECT_EQ(frame.sum(), sumOf(1, 1));
+}
+
+TEST_F(Streams, ReadTheRegionsOfThePlan)
+{
+    Camera& camera = open();
+    Plan plan = planOf(1);
+    plan.regions = {{10, 6, 5, 3}, {40, 50, 7, 4}};
+    const Frame whole = camera.grab(planOf(1)); // of which nothing may be left beside them
+    const Frame frame = camera.grab(plan);
+    EXPECT_EQ(frame.facts().regions, plan.regions);
+    EXPECT_EQ(frame.facts().area, (Area{10, 6, 37, 48}));
+    EXPECT_EQ(frame.columns(), 7);
+    EXPECT_EQ(frame.rows(), 7);
+    EXPECT_GT(frame.pixel(0, 4), 0);
+    EXPECT_EQ(frame.pixel(0, 5), 0);
+    EXPECT_GT(frame.pixel(6, 6), 0);
+    EXPECT_EQ(frame.sum(), sumOf(2, 1));
+    EXPECT_EQ(camera.grab(planOf(1)).rows(), kRows) << "they hold for one readout";
+    EXPECT_EQ(camera.get("area-regions").text(), "none");
+    for (const Area& wrong : {Area{0, 0, 0, 3}, Area{90, 0, 7, 1}}) {
+        plan.regions = {wrong};
+        EXPECT_EQ(errorOf([&] { camera.grab(plan); }).kind(), ErrorKind::Usage);
+    }
+    plan.regions.assign(17, Area{0, 0, 1, 1});
+    EXPECT_EQ(errorOf([&] { camera.grab(plan); }).kind(), ErrorKind::Usage);
+}
+
+// It answers before the command is quite over on this side.
+TEST_F(Streams, RefusedByTheCameraEndAtOnce)
+{
+    Camera& camera = open();
+    Plan plan;
+    plan.kind = ReadoutKind::MaskBinned; // without a mask
+    for (int i = 0; i < 50; ++i) {
+        const auto start = Clock::now();
+        const Error error = errorOf([&] { camera.grab(plan); });
+        EXPECT_EQ(error.kind(), ErrorKind::Camera);
+        EXPECT_THAT(error.what(), HasSubstr("no binning mask is set"));
+        EXPECT_LT(Clock::now() - start, 1s);
+    }
+}
+
 TEST_F(Streams, RefusePlansBeforeAnythingIsSent)
 {
     Camera& camera = open();
