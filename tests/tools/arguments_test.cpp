@@ -100,13 +100,13 @@ TEST(Arguments, SizesAreColumnsAndRows)
 
 TEST(Arguments, TargetsAreTheSimulatorASerialNumberOrHostAndPort)
 {
-    EXPECT_TRUE(ParseTarget("sim").simulated);
-    const tsTarget target = ParseTarget("camera.example:2000");
-    EXPECT_FALSE(target.simulated);
+    using Kind = vxcam::Target::Kind;
+    EXPECT_EQ(ParseTarget("sim").kind, Kind::Simulator);
+    const vxcam::Target target = ParseTarget("camera.example:2000");
+    EXPECT_EQ(target.kind, Kind::Network);
     EXPECT_EQ(target.host, "camera.example");
     EXPECT_EQ(target.port, 2000);
-    EXPECT_FALSE(target.serial.has_value());
-    EXPECT_FALSE(ParseTarget("serial:4294967295").simulated);
+    EXPECT_EQ(ParseTarget("serial:4294967295").kind, Kind::Serial);
     EXPECT_EQ(ParseTarget("serial:4294967295").serial, 4294967295u);
 }
 

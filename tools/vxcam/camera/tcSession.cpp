@@ -40,16 +40,14 @@ tcSession* FindSession(int handle)
 
 } // namespace
 
-tcSession::tcSession(const tsTarget& target, const tsSimChoice& choice)
+tcSession::tcSession(const vxcam::Target& target)
 {
-    tsTarget where = target;
-    if (target.simulated) {
-        StartSimulator(choice, &where);
+    vxcam::Target where = target;
+    if (target.kind == vxcam::Target::Kind::Simulator) {
+        StartSimulator(&where);
         msName = "simulated camera";
-    } else if (target.serial) {
-        msName = "serial:" + std::to_string(*target.serial);
     } else {
-        msName = target.host + ":" + std::to_string(target.port);
+        msName = target.text();
     }
     mnPort = where.port;
     Open(where);
@@ -67,11 +65,12 @@ tcSession::~tcSession()
     Close();
 }
 
-void tcSession::StartSimulator(const tsSimChoice& choice, tsTarget* target)
+void tcSession::StartSimulator(vxcam::Target* target)
 {
+    const vxcam::SimulatorOptions& choice = target->simulator;
     tsSimOptions options;
-    options.columns = choice.sensor.columns;
-    options.rows = choice.sensor.rows;
+    options.columns = static_cast<uint16_t>(choice.sensor.columns);
+    options.rows = static_cast<uint16_t>(choice.sensor.rows);
     options.seed = choice.seed;
     options.timeScale = choice.timeScale;
     options.heartbeatSeconds = gnSimHeartBeat;
@@ -89,13 +88,13 @@ void tcSession::StartSimulator(const tsSimChoice& choice, tsTarget* target)
     target->host = options.bind;
 }
 
-void tcSession::Open(const tsTarget& target)
+void tcSession::Open(const vxcam::Target& target)
 {
     tcQuickExit quickExit;
     mOpened = std::chrono::steady_clock::now();
-    if (target.serial) {
-        mnHandle = VXOpenCameraBySerialNumber(static_cast<int>(*target.serial));
-        if (mnHandle < 0) throw tcFailure(eExitNoCamera, WhyNotFound(*target.serial));
+    if (target.kind == vxcam::Target::Kind::Serial) {
+        mnHandle = VXOpenCameraBySerialNumber(static_cast<int>(target.serial));
+        if (mnHandle < 0) throw tcFailure(eExitNoCamera, WhyNotFound(target.serial));
         return;
     }
     mnHandle = VXOpenENetCamera(target.host.c_str(), target.port);

@@ -34,13 +34,6 @@ struct tsCameraEvent {
     std::vector<uint8_t> bytes = {};
 };
 
-// The embedded simulated camera.
-struct tsSimChoice {
-    tsSize sensor{2048, 2048};
-    uint64_t seed = 1;
-    double timeScale = 1.0;
-};
-
 // An open camera and what it tells unasked. Closes itself.
 //
 // Threads: all on the main one; the callbacks run on the camera's.
@@ -54,7 +47,7 @@ public:
 
     // Opens the camera. Throws tcFailure: eExitNoCamera when that fails, eExitCamera when the
     // camera does not tell its size.
-    tcSession(const tsTarget& target, const tsSimChoice& choice);
+    explicit tcSession(const vxcam::Target& target);
     ~tcSession() override;
     tcSession(const tcSession&) = delete;
     tcSession& operator=(const tcSession&) = delete;
@@ -116,8 +109,8 @@ private:
     void KeepError(const vxcam::Error& error);
     std::optional<vxcam::Temperatures>
     AwaitTemperatures(std::chrono::steady_clock::time_point deadline) const;
-    void StartSimulator(const tsSimChoice& choice, tsTarget* target);
-    void Open(const tsTarget& target);
+    void StartSimulator(vxcam::Target* target);
+    void Open(const vxcam::Target& target);
     void Register();
     void ReadSensor();
 

@@ -1,15 +1,18 @@
 // vxcam doctor: what is wrong between here and the camera.
+#include "arguments.h"
+#include "complaints.h"
 #include "failure.h"
 #include "found.h"
-#include "hardware.h"
 #include "interrupt.h"
-#include "linkcheck.h"
 #include "logrecord.h"
 #include "program.h"
 #include "reach.h"
 #include "report.h"
 #include "tcService.h"
-#include "vxcamiface.h"
+#include "trips.h"
+
+#include <vxcamkit/camera.h>
+#include <vxcamkit/error.h>
 
 #include <nlohmann/json.hpp>
 
@@ -25,7 +28,6 @@ namespace {
 using tpMilliseconds = std::chrono::milliseconds;
 
 constexpr tpMilliseconds gnPatience(3000);      // for a connection
-constexpr tpMilliseconds gnHeartBeatWait(1500); // after opening
 constexpr int gnWantedBuffer = 2 * 1024 * 1024; // what the library asks for
 constexpr int gnKibi = 1024;
 constexpr double gnSlowTrip = 20.0; // ms
@@ -56,18 +58,19 @@ private:
     void CheckNetwork();
     void CheckWay();
     void CheckPort(const std::string& address, uint16_t port);
-    void CheckCamera(tcSession& session);
-    void CheckBuffer(tcSession& session);
-    void CheckLink(tcSession& session);
-    void CheckTrips(tcSession& session);
-    void CheckStatistics(tcSession& session);
+    void CheckCamera(vxcam::Camera& camera);
+    void CheckBuffer(vxcam::Camera& camera);
+    void CheckLink(vxcam::Camera& camera);
+    void CheckTrips(vxcam::Camera& camera);
+    void CheckStatistics(vxcam::Camera& camera);
+    vxcam::Camera OpenChecked();
+    void Examine(vxcam::Camera camera);
     void Summarise();
 
     tsCommonOptions mtCommon;
-    tsTarget mtTarget;
+    vxcam::Target mtTarget;
     std::vector<tsInterface> maInterfaces;
     std::vector<tsFound> maCameras;
-    uint16_t mnPort = 0; // of the camera, unless it is simulated
     int mnAdvice = 0;
     nlohmann::ordered_json mDocument;
 };
@@ -140,10 +143,10 @@ void tcDoctor::CheckNetwork()
 // From the target to an address and a port that takes connections.
 void tcDoctor::CheckWay()
 {
-    if (mtTarget.simulated) return;
-    if (mtTarget.serial) {
+    if (mtTarget.kind == vxcam::Target::Kind::Simulator) return;
+    if (mtTarget.kind == vxcam::Target::Kind::Serial) {
         for (const tsFound& camera : maCameras) {
-            if (camera.serial != *mtTarget.serial) continue;
+            if (camera.serial != mtTarget.serial) continue;
             Fine("serial number",
                  mtCommon.target + " is " + camera.address + ":" + std::to_string(camera.port));
             CheckPort(camera.address, camera.port);
@@ -165,7 +168,6 @@ void tcDoctor::CheckWay()
 
 void tcDoctor::CheckPort(const std::string& address, uint16_t port)
 {
-    mnPort = port;
     const std::string place = address + ":" + std::to_string(port);
     const tsReach reach = TryPort(ResolveHost(address), port, gnPatience);
     switch (reach.outcome) {
@@ -192,21 +194,18 @@ void tcDoctor::CheckPort(const std::string& address, uint16_t port)
     Fault("port", eExitNoCamera, place + ": " + reach.detail, "ask whoever runs this host");
 }
 
-void tcDoctor::CheckCamera(tcSession& session)
+void tcDoctor::CheckCamera(vxcam::Camera& camera)
 {
-    const tsArea sensor = session.Sensor();
-    const tsIdentity identity = ReadIdentity(session);
+    const vxcam::Size sensor = camera.sensor();
+    const vxcam::Identity& identity = camera.identity();
+    const bool isKnown = !identity.name.empty();
     std::string text = "answers; " + std::to_string(sensor.columns) + " x " +
                        std::to_string(sensor.rows) + " pixels";
-    if (identity.isKnown) {
-        text += ", " + identity.name + ", serial number " + std::to_string(identity.serial);
-    }
+    if (isKnown) text += ", " + identity.name + ", serial number " + identity.serial;
     Fine("camera", text);
-    const std::string library = VersionText(static_cast<uint32_t>(VXGetDllVersion()));
-    Fine("versions", "vxcam " VXCAM_VERSION ", library " + library +
-                         (identity.isKnown ? ", camera " + VersionText(identity.version) : ""));
-    const auto deadline = std::chrono::steady_clock::now() + gnHeartBeatWait;
-    if (session.Temperature(deadline)) {
+    Fine("versions", "vxcam " VXCAM_VERSION ", library " + LibraryVersionText() +
+                         (isKnown ? ", camera " + identity.version : ""));
+    if (!camera.get("ccd-temp").isNothing()) {
         Fine("heartbeat", "comes");
     } else {
         Advise("heartbeat", "none comes within 1.5 s",
@@ -214,9 +213,9 @@ void tcDoctor::CheckCamera(tcSession& session)
     }
 }
 
-void tcDoctor::CheckBuffer(tcSession& session)
+void tcDoctor::CheckBuffer(vxcam::Camera& camera)
 {
-    const int granted = GrantedReceiveBuffer(mnPort != 0 ? mnPort : session.Port());
+    const int granted = GrantedReceiveBuffer(ParseTarget(camera.address()).port);
     const int most = MostReceiveBuffer();
     const std::string limit = "net.core.rmem_max is " + std::to_string(most);
     const std::string size = std::to_string(granted / gnKibi) + " KiB";
@@ -229,29 +228,31 @@ void tcDoctor::CheckBuffer(tcSession& session)
     }
 }
 
-void tcDoctor::CheckLink(tcSession& session)
+void tcDoctor::CheckLink(vxcam::Camera& camera)
 {
-    const tsLinkCheck check = TestLink(session, gnLinkMessages);
-    if (check.result != eVXOk) {
-        Fault("link", check.result == eVXTimeout ? eExitTimeout : eExitCamera,
-              "message " + std::to_string(check.done + 1) + " of the link test is not answered",
+    vxcam::LinkCheck check;
+    try {
+        tcQuickExit quickExit;
+        check = camera.checkLink(gnLinkMessages);
+    } catch (const vxcam::Error& error) {
+        Fault("link", error.row().exitCode, Told(error.what()),
               "the connection stalls, or this camera has no link test");
     }
     if (check.damaged > 0) {
         Fault("link", eExitCamera,
-              std::to_string(check.damaged) + " of " + std::to_string(check.done) +
+              std::to_string(check.damaged) + " of " + std::to_string(check.messages) +
                   " messages come back damaged",
               "look for what changes data between here and the camera");
     }
     char text[96];
-    std::snprintf(text, sizeof text, "%d x %d random bytes come back intact, %.1f MB/s", check.done,
-                  gnLinkTestBytes, check.megabytesPerSecond);
+    std::snprintf(text, sizeof text, "%d x %d random bytes come back intact, %.1f MB/s",
+                  check.messages, vxcam::LinkCheck::kMessageBytes, check.megabytesPerSecond);
     Fine("link", text);
 }
 
-void tcDoctor::CheckTrips(tcSession& session)
+void tcDoctor::CheckTrips(vxcam::Camera& camera)
 {
-    const std::vector<double> trips = MeasureTrips(session, gnTrips);
+    const std::vector<double> trips = MeasureTrips(camera, gnTrips);
     const double median = Percentile(trips, 50);
     char text[96];
     std::snprintf(text, sizeof text, "%d round trips, p50 %.3f ms, p99 %.3f ms", gnTrips, median,
@@ -264,18 +265,16 @@ void tcDoctor::CheckTrips(tcSession& session)
 }
 
 // Of this session.
-void tcDoctor::CheckStatistics(tcSession& session)
+void tcDoctor::CheckStatistics(vxcam::Camera& camera)
 {
-    tsStatistics statistics{};
-    session.Require(VXGetStatistics(session.Handle(), &statistics, sizeof statistics),
-                    "statistics");
-    const std::string text = std::to_string(statistics.MessagesSent) + " messages sent, " +
-                             std::to_string(statistics.MessagesReceived) + " received, " +
-                             std::to_string(statistics.MessagesBad) + " bad, " +
-                             std::to_string(statistics.BytesSkipped) +
+    const vxcam::Statistics statistics = camera.statistics();
+    const std::string text = std::to_string(statistics.messagesSent) + " messages sent, " +
+                             std::to_string(statistics.messagesReceived) + " received, " +
+                             std::to_string(statistics.messagesBad) + " bad, " +
+                             std::to_string(statistics.bytesSkipped) +
                              " bytes between them, connection lost " +
-                             std::to_string(statistics.ConnectionsLost) + " times";
-    if (statistics.MessagesBad + statistics.BytesSkipped + statistics.ConnectionsLost == 0) {
+                             std::to_string(statistics.connectionsLost) + " times";
+    if (statistics.messagesBad + statistics.bytesSkipped + statistics.connectionsLost == 0) {
         Fine("traffic", text);
     } else {
         Advise("traffic", text, "the way to the camera is not clean: look at cables and switches");
@@ -292,6 +291,30 @@ void tcDoctor::Summarise()
     }
 }
 
+vxcam::Camera tcDoctor::OpenChecked()
+{
+    try {
+        return OpenCamera(mtCommon);
+    } catch (const tcFailure& failure) {
+        if (failure.Code() == eExitUsage) throw;
+        Fault("camera", failure.Code(), failure.what(),
+              "the port takes connections, but no camera answers: is it the right port?");
+    }
+}
+
+void tcDoctor::Examine(vxcam::Camera camera)
+{
+    const tcComplaints complaints(camera);
+    CheckCamera(camera);
+    CheckBuffer(camera);
+    CheckLink(camera);
+    CheckTrips(camera);
+    CheckStatistics(camera);
+    if (const auto complaint = complaints.First()) {
+        Fault("camera", eExitCamera, *complaint, "see the camera's manual");
+    }
+}
+
 void tcDoctor::Run()
 {
     mtTarget = ParseTarget(mtCommon.target);
@@ -300,27 +323,7 @@ void tcDoctor::Run()
     HushLibrary(mtCommon);
     CheckNetwork();
     CheckWay();
-    std::unique_ptr<tcSession> session;
-    try {
-        session = OpenSession(&mtCommon);
-    } catch (const tcFailure& failure) {
-        if (failure.Code() == eExitUsage) throw;
-        Fault("camera", failure.Code(), failure.what(),
-              "the port takes connections, but no camera answers: is it the right port?");
-    }
-    CheckCamera(*session);
-    CheckBuffer(*session);
-    CheckLink(*session);
-    CheckTrips(*session);
-    CheckStatistics(*session);
-    if (session->HasCameraError()) {
-        try {
-            session->ThrowCameraError();
-        } catch (const tcFailure& failure) {
-            Fault("camera", failure.Code(), failure.what(), "see the camera's manual");
-        }
-    }
-    session->Close();
+    Examine(OpenChecked());
     Summarise();
 }
 

@@ -1,4 +1,5 @@
 // vxcam get and vxcam set: read and change properties, in the order in which they are named.
+#include "arguments.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "logrecord.h"
@@ -7,7 +8,9 @@
 #include "propertytext.h"
 #include "report.h"
 
+#include <vxcamkit/camera.h>
 #include <vxcamkit/error.h>
+#include <vxcamkit/property.h>
 
 #include <nlohmann/json.hpp>
 
@@ -53,10 +56,10 @@ private:
     void AddWrite(const std::string& word);
     void AddAll();
     void CheckFiles();
-    void Check(tcSession& session) const;
-    bool IsLeftOut(tcSession& session, const tsStep& step, const vxcam::Value& told) const;
-    void DoOneOfAll(tcSession& session, const tsStep& step);
-    void Do(tcSession& session, const tsStep& step);
+    void Check(vxcam::Camera& camera) const;
+    bool IsLeftOut(vxcam::Camera& camera, const tsStep& step, const vxcam::Value& told) const;
+    void DoOneOfAll(vxcam::Camera& camera, const tsStep& step);
+    void Do(vxcam::Camera& camera, const tsStep& step);
     void Describe(const tsStep& step, const vxcam::Value& told);
     void Print(const tsStep& step, const vxcam::Value& told) const;
 
@@ -167,10 +170,10 @@ void tcGetSet::ParseWords()
 }
 
 // Before anything is sent.
-void tcGetSet::Check(tcSession& session) const
+void tcGetSet::Check(vxcam::Camera& camera) const
 {
     for (const tsStep& step : maSteps) {
-        if (step.asked) vxcam::checkedValue(session, step.named, *step.asked);
+        if (step.asked) camera.checked(step.named.text, *step.asked);
     }
 }
 
@@ -204,12 +207,12 @@ void tcGetSet::Print(const tsStep& step, const vxcam::Value& told) const
 }
 
 // Of --for-set: what set does not take, since it is only told, not known, or out of its range.
-bool tcGetSet::IsLeftOut(tcSession& session, const tsStep& step, const vxcam::Value& told) const
+bool tcGetSet::IsLeftOut(vxcam::Camera& camera, const tsStep& step, const vxcam::Value& told) const
 {
     if (!mbForSet || step.asked) return false;
     if (told.isNothing()) return true;
     try {
-        vxcam::checkedValue(session, step.named, told);
+        camera.checked(step.named.text, told);
     } catch (const vxcam::Error&) {
         return true;
     }
@@ -217,32 +220,31 @@ bool tcGetSet::IsLeftOut(tcSession& session, const tsStep& step, const vxcam::Va
 }
 
 // A camera need not know all of them.
-void tcGetSet::DoOneOfAll(tcSession& session, const tsStep& step)
+void tcGetSet::DoOneOfAll(vxcam::Camera& camera, const tsStep& step)
 {
     std::string why;
-    const std::optional<vxcam::Value> told = vxcam::tryProperty(session, step.named, &why);
-    if (!told) session.ForgetCameraError();
-    if (IsLeftOut(session, step, told.value_or(vxcam::Value()))) return;
+    const std::optional<vxcam::Value> told = camera.tryGet(step.named.text, &why);
+    if (IsLeftOut(camera, step, told.value_or(vxcam::Value()))) return;
     Describe(step, told.value_or(vxcam::Value()));
     if (told) {
         Print(step, *told);
         return;
     }
+    why = Told(why);
     mDocument["steps"].back()["error"] = why;
     mDocument["values"][step.named.text] = mDocument["steps"].back()["value"] = nullptr;
     if (!mbJson && !mtCommon.quiet) PrintLine(step.named.text + ": " + Printable(why));
 }
 
-void tcGetSet::Do(tcSession& session, const tsStep& step)
+void tcGetSet::Do(vxcam::Camera& camera, const tsStep& step)
 {
     ThrowIfInterrupted();
     if (step.isOneOfAll) {
-        DoOneOfAll(session, step);
+        DoOneOfAll(camera, step);
         return;
     }
-    const vxcam::Value told = step.asked ? vxcam::writeProperty(session, step.named, *step.asked)
-                                         : vxcam::readProperty(session, step.named);
-    session.ThrowCameraError(); // also of what was not asked for
+    const vxcam::Value told =
+        step.asked ? camera.set(step.named.text, *step.asked) : camera.get(step.named.text);
     if (!step.file.empty()) {
         static const std::atomic<bool> never{false};
         const bool isText = told.kind() == vxcam::Value::Kind::Text;
@@ -251,7 +253,7 @@ void tcGetSet::Do(tcSession& session, const tsStep& step)
         WriteNewFile(step.file, bytes, isText ? told.toText().size() : told.toBytes().size(),
                      mbForce, never);
     }
-    if (IsLeftOut(session, step, told)) return;
+    if (IsLeftOut(camera, step, told)) return;
     Describe(step, told);
     Print(step, told);
 }
@@ -261,15 +263,15 @@ void tcGetSet::Run()
     ParseTarget(mtCommon.target); // what is no target is the likelier mistake
     ParseWords();
     CheckFiles();
-    std::unique_ptr<tcSession> session = OpenSession(&mtCommon);
-    mDocument["target"] = session->Name();
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    mDocument["target"] = NameOf(camera);
     mDocument["values"] = nlohmann::ordered_json::object();
     mDocument["steps"] = nlohmann::ordered_json::array();
-    Check(*session);
+    Check(camera);
     for (const tsStep& step : maSteps) {
-        Do(*session, step);
+        Do(camera, step);
     }
-    session->Close();
+    camera.close();
     if (mbJson) PrintDocument(mDocument);
 }
 

@@ -1,12 +1,11 @@
 // vxcam info: what a camera is, and how it is set.
-#include "failure.h"
-#include "hardware.h"
 #include "interrupt.h"
 #include "logrecord.h"
 #include "program.h"
 #include "propertytext.h"
 #include "report.h"
-#include "vxcamiface.h"
+
+#include <vxcamkit/camera.h>
 
 #include <nlohmann/json.hpp>
 
@@ -33,8 +32,8 @@ public:
 
 private:
     void Tell(const std::string& label, const std::string& text) const;
-    void TellHardware(tcSession& session);
-    void TellProperty(tcSession& session, const char* name);
+    void TellHardware(vxcam::Camera& camera);
+    void TellProperty(vxcam::Camera& camera, const char* name);
 
     tsCommonOptions mtCommon;
     nlohmann::ordered_json mDocument;
@@ -52,52 +51,50 @@ void tcInfo::Tell(const std::string& label, const std::string& text) const
     PrintLine(label + std::string(gnLabelWidth - label.size(), ' ') + Printable(text));
 }
 
-void tcInfo::TellHardware(tcSession& session)
+void tcInfo::TellHardware(vxcam::Camera& camera)
 {
-    const tsArea sensor = session.Sensor();
-    const tsIdentity identity = ReadIdentity(session);
-    Tell("target", session.Name());
+    const vxcam::Size sensor = camera.sensor();
+    const vxcam::Identity& identity = camera.identity();
+    Tell("target", NameOf(camera));
     Tell("sensor",
          std::to_string(sensor.columns) + " x " + std::to_string(sensor.rows) + " pixels");
-    mDocument["target"] = session.Name();
+    mDocument["target"] = NameOf(camera);
     mDocument["sensor"] = {{"columns", sensor.columns}, {"rows", sensor.rows}};
-    if (identity.isKnown) {
+    if (!identity.name.empty()) {
         Tell("name", identity.name);
-        Tell("serial number", std::to_string(identity.serial));
-        Tell("version", VersionText(identity.version));
+        Tell("serial number", identity.serial);
+        Tell("version", identity.version);
         Tell("bits a pixel", std::to_string(identity.bits));
         mDocument["name"] = identity.name;
-        mDocument["serial"] = identity.serial;
-        mDocument["version"] = VersionText(identity.version);
+        mDocument["serial"] = std::stoul(identity.serial);
+        mDocument["version"] = identity.version;
         mDocument["bits"] = identity.bits;
     }
-    const auto library = static_cast<uint32_t>(VXGetDllVersion());
-    Tell("library", VersionText(library));
-    mDocument["library"] = VersionText(library);
+    Tell("library", LibraryVersionText());
+    mDocument["library"] = LibraryVersionText();
 }
 
-void tcInfo::TellProperty(tcSession& session, const char* name)
+void tcInfo::TellProperty(vxcam::Camera& camera, const char* name)
 {
     ThrowIfInterrupted();
     std::string text;
-    const std::optional<vxcam::Value> value =
-        vxcam::tryProperty(session, vxcam::findProperty(name), &text);
+    const std::optional<vxcam::Value> value = camera.tryGet(name, &text);
     mDocument["properties"][name] = nullptr;
     if (value) {
         mDocument["properties"][name] = ValueJson(*value);
         text = value->shown();
     }
-    Tell(name, text);
+    Tell(name, Told(text));
 }
 
 void tcInfo::Run()
 {
-    std::unique_ptr<tcSession> session = OpenSession(&mtCommon);
-    TellHardware(*session);
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    TellHardware(camera);
     for (const char* name : gaTold) {
-        TellProperty(*session, name);
+        TellProperty(camera, name);
     }
-    session->Close();
+    camera.close();
     if (mbJson) PrintDocument(mDocument);
 }
 

@@ -1,7 +1,7 @@
 // vxcam ping: how long the camera takes to answer.
-#include "linkcheck.h"
 #include "program.h"
 #include "report.h"
+#include "trips.h"
 
 #include <nlohmann/json.hpp>
 
@@ -35,10 +35,10 @@ void tcPing::Declare(tcCommandLine& line)
 
 void tcPing::Run()
 {
-    std::unique_ptr<tcSession> session = OpenSession(&mtCommon);
-    const std::string name = session->Name();
-    const std::vector<double> trips = MeasureTrips(*session, mnCount);
-    session.reset();
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    const std::string name = NameOf(camera);
+    const std::vector<double> trips = MeasureTrips(camera, mnCount);
+    camera.close();
     if (mbJson) {
         nlohmann::ordered_json document;
         document["target"] = name;

@@ -6,6 +6,7 @@
 #include "propertytext.h"
 #include "report.h"
 
+#include <vxcamkit/camera.h>
 #include <vxcamkit/profile.h>
 
 #include <nlohmann/json.hpp>
@@ -29,7 +30,7 @@ public:
 private:
     void Save();
     void Load();
-    void Describe(tcSession& session);
+    void Describe(const vxcam::Camera& camera);
     void Tell(const std::string& line) const;
     void TellOutcome(const vxcam::Outcome& outcome);
 
@@ -56,9 +57,9 @@ void tcProfileVerb::Declare(tcCommandLine& line)
     save.Flag("--force", &mbForce, "replace a file that exists");
 }
 
-void tcProfileVerb::Describe(tcSession& session)
+void tcProfileVerb::Describe(const vxcam::Camera& camera)
 {
-    mDocument["target"] = session.Name();
+    mDocument["target"] = NameOf(camera);
     mDocument["file"] = msFile;
 }
 
@@ -70,22 +71,22 @@ void tcProfileVerb::Tell(const std::string& line) const
 void tcProfileVerb::Save()
 {
     CheckNewFile(msFile, mbForce);
-    std::unique_ptr<tcSession> session = OpenSession(&mtCommon);
-    Describe(*session);
-    vxcam::Profile profile = vxcam::Profile::of(*session, {}, mbMask);
-    profile.setCamera(session->Name());
-    session->Close();
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    const std::string name = NameOf(camera);
+    Describe(camera);
+    vxcam::Profile profile = camera.profile(mbMask);
+    profile.setCamera(name);
+    camera.close();
     const std::string text = profile.json();
     static const std::atomic<bool> never{false};
     WriteNewFile(msFile, text.data(), text.size(), mbForce, never);
     mDocument["settings"] = nlohmann::ordered_json::parse(text)["settings"];
     mDocument["gaps"] = nlohmann::ordered_json::object();
     for (const vxcam::Profile::Gap& gap : profile.gaps()) {
-        mDocument["gaps"][gap.name] = gap.why;
-        Tell(gap.name + ": left out, " + gap.why);
+        mDocument["gaps"][gap.name] = Told(gap.why);
+        Tell(gap.name + ": left out, " + Told(gap.why));
     }
-    Tell(msFile + ": " + std::to_string(profile.settings().size()) + " settings of " +
-         session->Name());
+    Tell(msFile + ": " + std::to_string(profile.settings().size()) + " settings of " + name);
     if (mbJson) PrintDocument(mDocument);
 }
 
@@ -96,10 +97,10 @@ void tcProfileVerb::TellOutcome(const vxcam::Outcome& outcome)
     entry["outcome"] = vxcam::nameOf(outcome.how);
     entry["asked"] = ValueJson(outcome.asked);
     entry["value"] = ValueJson(outcome.told);
-    if (!outcome.why.empty()) entry["why"] = outcome.why;
+    if (!outcome.why.empty()) entry["why"] = Told(outcome.why);
     mDocument["outcomes"].push_back(entry);
     if (!outcome.isRestored()) {
-        Tell(outcome.name + ": not restored, " + outcome.why);
+        Tell(outcome.name + ": not restored, " + Told(outcome.why));
     } else if (outcome.told.isNothing()) {
         Tell(outcome.name + "=" + outcome.asked.shown() + " (sent; the camera does not tell it)");
     } else {
@@ -110,16 +111,16 @@ void tcProfileVerb::TellOutcome(const vxcam::Outcome& outcome)
 void tcProfileVerb::Load()
 {
     const vxcam::Profile profile = vxcam::Profile::load(msFile);
-    std::unique_ptr<tcSession> session = OpenSession(&mtCommon);
-    Describe(*session);
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    Describe(camera);
     mDocument["outcomes"] = nlohmann::ordered_json::array();
     size_t failed = 0;
-    const std::vector<vxcam::Outcome> outcomes = profile.applyTo(*session);
+    const std::vector<vxcam::Outcome> outcomes = camera.apply(profile);
     for (const vxcam::Outcome& outcome : outcomes) {
         TellOutcome(outcome);
         if (!outcome.isRestored()) ++failed;
     }
-    session->Close();
+    camera.close();
     if (failed > 0) {
         throw tcFailure(eExitCamera, msFile + ": " + std::to_string(failed) + " of " +
                                          std::to_string(outcomes.size()) +

@@ -1,20 +1,23 @@
 // vxcam watch: what a camera tells unasked, as it comes.
+#include "arguments.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "logrecord.h"
 #include "program.h"
 #include "report.h"
-#include "vxcamiface.h"
 
-#include <vxcamkit/value.h>
+#include <vxcamkit/camera.h>
+#include <vxcamkit/error.h>
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
-#include <ctime>
 #include <deque>
+#include <mutex>
+#include <optional>
 
 const char* const gsWatchExamples =
     R"(  vxcam watch 192.168.1.20:2000               until Ctrl-C
@@ -31,52 +34,37 @@ constexpr tpMilliseconds
     gnSilence(1500); // so long without a word, and the camera is asked something
 constexpr size_t gnShownMessageBytes = 32, gnHexPrefix = 2;
 
-std::string TimeText(std::chrono::system_clock::time_point time)
-{
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    const auto whole = std::chrono::system_clock::from_time_t(seconds);
-    const auto milliseconds = std::chrono::duration_cast<tpMilliseconds>(time - whole).count();
-    std::tm utc{};
-    ::gmtime_r(&seconds, &utc);
-    char day[32], text[48];
-    std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &utc);
-    std::snprintf(text, sizeof text, "%s.%03dZ", day, static_cast<int>(milliseconds));
-    return text;
-}
-
 double Seconds(tpClock::duration duration)
 {
     return std::chrono::duration<double>(duration).count();
 }
 
-// What came, and when.
-struct tsArrival {
-    tsCameraEvent event;
-    tpClock::time_point at;
-    std::chrono::system_clock::time_point clock;
-};
-
-// Threads: filled by the camera's, emptied by the main one.
+// What the camera tells.
+//
+// Threads: filled by the kit's, emptied by the main one.
 class tcArrivals
 {
 public:
-    void Add(const tsCameraEvent& event)
+    void Add(const vxcam::Event& event)
     {
         std::lock_guard<std::mutex> lock(mLock);
-        maArrivals.push_back({event, tpClock::now(), std::chrono::system_clock::now()});
+        maEvents.push_back(event);
+        mChanged.notify_all();
     }
-    std::optional<tsArrival> Take()
+    std::optional<vxcam::Event> Take(tpMilliseconds most)
     {
-        std::lock_guard<std::mutex> lock(mLock);
-        if (maArrivals.empty()) return std::nullopt;
-        tsArrival first = maArrivals.front();
-        maArrivals.pop_front();
+        std::unique_lock<std::mutex> lock(mLock);
+        mChanged.wait_for(lock, most, [this] { return !maEvents.empty(); });
+        if (maEvents.empty()) return std::nullopt;
+        vxcam::Event first = std::move(maEvents.front());
+        maEvents.pop_front();
         return first;
     }
 
 private:
     std::mutex mLock;
-    std::deque<tsArrival> maArrivals;
+    std::condition_variable mChanged;
+    std::deque<vxcam::Event> maEvents;
 };
 
 class tcWatch : public tcVerb
@@ -86,13 +74,15 @@ public:
     void Run() override;
 
 private:
-    void Watch(tcSession& session);
-    void Tell(const tsArrival& arrival);
+    void Watch(vxcam::Camera& camera);
+    void Tell(const vxcam::Event& event);
+    void TellHeartBeat(const vxcam::Event& event);
+    void TellMessage(const vxcam::Event& event);
     void TellConnection(bool isUp);
-    bool Answers(tcSession& session);
-    void CheckConnection(tcSession& session);
-    void Print(const char* kind, std::chrono::system_clock::time_point clock,
-               const std::string& text, nlohmann::ordered_json document);
+    bool Answers(vxcam::Camera& camera);
+    void CheckConnection(vxcam::Camera& camera);
+    void Print(const char* kind, vxcam::UtcTime time, const std::string& text,
+               nlohmann::ordered_json document);
     void Summarise();
     bool IsDone() const { return mnCount > 0 && mnEvents >= mnCount; }
 
@@ -103,10 +93,10 @@ private:
 
     tcArrivals mtArrivals;
     tpClock::time_point mBegin, mLastNews, mLastProbe;
-    std::optional<tpClock::time_point> mLastHeartBeat;
+    std::optional<vxcam::SteadyTime> mLastHeartBeat;
     int mnEvents = 0, mnHeartBeats = 0, mnErrors = 0, mnMessages = 0, mnBreaks = 0;
     bool mbUp = true;
-    tsStatistics mtStatistics{};
+    vxcam::Statistics mtStatistics;
     uint64_t mnLost = 0; // connections
 };
 
@@ -119,57 +109,72 @@ void tcWatch::Declare(tcCommandLine& line)
     line.Flag("--json", &mbJsonLines, "one JSON object a line");
 }
 
-void tcWatch::Print(const char* kind, std::chrono::system_clock::time_point clock,
-                    const std::string& text, nlohmann::ordered_json document)
+void tcWatch::Print(const char* kind, vxcam::UtcTime time, const std::string& text,
+                    nlohmann::ordered_json document)
 {
+    const std::string when = vxcam::utcText(time) + "Z";
     ++mnEvents;
     if (mbJsonLines) {
-        nlohmann::ordered_json line{{"time", TimeText(clock)}, {"event", kind}};
+        nlohmann::ordered_json line{{"time", when}, {"event", kind}};
         line.update(document);
         PrintLine(LineText(line));
     } else if (!mtCommon.quiet) {
         char label[16];
         std::snprintf(label, sizeof label, "  %-10s ", kind);
-        PrintLine(TimeText(clock) + label + text);
+        PrintLine(when + label + text);
     }
 }
 
-void tcWatch::Tell(const tsArrival& arrival)
+void tcWatch::TellHeartBeat(const vxcam::Event& event)
 {
-    const tsCameraEvent& event = arrival.event;
     char text[160];
-    mLastNews = arrival.at;
-    if (event.kind == teCameraEvent::eHeartBeat) {
-        ++mnHeartBeats;
-        nlohmann::ordered_json document{{"ccd_c", event.sensor}, {"board_c", event.board}};
-        std::snprintf(text, sizeof text, "sensor %.1f C, board %.1f C", event.sensor, event.board);
-        std::string line = text;
-        if (mLastHeartBeat) {
-            const double interval = Seconds(arrival.at - *mLastHeartBeat);
-            document["interval_s"] = interval;
-            std::snprintf(text, sizeof text, ", after %.3f s", interval);
-            line += text;
-        }
-        mLastHeartBeat = arrival.at;
-        Print("heartbeat", arrival.clock, line, document);
-    } else if (event.kind == teCameraEvent::eError) {
+    ++mnHeartBeats;
+    nlohmann::ordered_json document{{"ccd_c", event.sensorTemperature},
+                                    {"board_c", event.boardTemperature}};
+    std::snprintf(text, sizeof text, "sensor %.1f C, board %.1f C", event.sensorTemperature,
+                  event.boardTemperature);
+    std::string line = text;
+    if (mLastHeartBeat) {
+        const double interval = Seconds(event.time.steady - *mLastHeartBeat);
+        document["interval_s"] = interval;
+        std::snprintf(text, sizeof text, ", after %.3f s", interval);
+        line += text;
+    }
+    mLastHeartBeat = event.time.steady;
+    Print("heartbeat", event.time.utc, line, document);
+}
+
+void tcWatch::TellMessage(const vxcam::Event& event)
+{
+    char text[160];
+    ++mnMessages;
+    std::snprintf(text, sizeof text, "id 0x%02x, %zu bytes", event.code, event.bytes.size());
+    const std::string hex = vxcam::Value(event.bytes).text();
+    Print("message", event.time.utc,
+          text +
+              (event.bytes.empty() ? std::string()
+                                   : ": " + hex.substr(0, gnHexPrefix + 2 * gnShownMessageBytes)) +
+              (event.bytes.size() > gnShownMessageBytes ? "..." : ""),
+          {{"id", event.code}, {"bytes", hex}});
+}
+
+void tcWatch::Tell(const vxcam::Event& event)
+{
+    using vxcam::EventKind;
+    if (event.kind == EventKind::Heartbeat) {
+        TellHeartBeat(event);
+    } else if (event.kind == EventKind::CameraError) {
         ++mnErrors;
-        Print("error", arrival.clock,
+        Print("error", event.time.utc,
               std::to_string(event.code) + "-" + std::to_string(event.subCode) + ": " +
                   Printable(event.text),
               {{"code", event.code}, {"sub_code", event.subCode}, {"text", event.text}});
+    } else if (event.kind == EventKind::Message) {
+        TellMessage(event);
     } else {
-        ++mnMessages;
-        std::snprintf(text, sizeof text, "id 0x%02x, %zu bytes", event.id, event.bytes.size());
-        const std::string hex = vxcam::Value(event.bytes).text();
-        Print("message", arrival.clock,
-              text +
-                  (event.bytes.empty()
-                       ? std::string()
-                       : ": " + hex.substr(0, gnHexPrefix + 2 * gnShownMessageBytes)) +
-                  (event.bytes.size() > gnShownMessageBytes ? "..." : ""),
-              {{"id", event.id}, {"bytes", hex}});
+        return;
     }
+    mLastNews = tpClock::now();
 }
 
 void tcWatch::TellConnection(bool isUp)
@@ -182,41 +187,45 @@ void tcWatch::TellConnection(bool isUp)
 }
 
 // A camera that is silent is asked something.
-bool tcWatch::Answers(tcSession& session)
+bool tcWatch::Answers(vxcam::Camera& camera)
 {
     const auto now = tpClock::now();
     if (now - mLastNews < gnSilence) return true;
     if (now - mLastProbe < gnSilence) return mbUp;
-    long exposure = 0;
     tcQuickExit quickExit; // a camera that is stuck takes 10 s
-    const int result = VXGetExposureTime(session.Handle(), &exposure);
+    bool isAnswered = true;
+    try {
+        camera.get("exposure");
+    } catch (const vxcam::Error&) {
+        isAnswered = false;
+    }
     mLastProbe = tpClock::now();
-    return result == eVXOk;
+    return isAnswered;
 }
 
-void tcWatch::CheckConnection(tcSession& session)
+void tcWatch::CheckConnection(vxcam::Camera& camera)
 {
-    mtStatistics = {};
-    VXGetStatistics(session.Handle(), &mtStatistics, sizeof mtStatistics);
-    const bool isUp = mtStatistics.Reconnects >= mtStatistics.ConnectionsLost && Answers(session);
-    const bool wasLost = mtStatistics.ConnectionsLost > mnLost;
-    mnLost = mtStatistics.ConnectionsLost;
+    mtStatistics = camera.statistics();
+    const bool isUp = mtStatistics.reconnects >= mtStatistics.connectionsLost && Answers(camera);
+    const bool wasLost = mtStatistics.connectionsLost > mnLost;
+    mnLost = mtStatistics.connectionsLost;
     if (mbUp && wasLost && isUp) TellConnection(false); // and back since the last look
     if (mbUp != isUp) TellConnection(isUp);
 }
 
-void tcWatch::Watch(tcSession& session)
+void tcWatch::Watch(vxcam::Camera& camera)
 {
     const auto end = msFor.empty() ? tpClock::time_point::max() : mBegin + ParseDuration(msFor);
     while (!IsDone() && CaughtSignal() == 0 && tpClock::now() < end) {
-        while (std::optional<tsArrival> arrival = IsDone() ? std::nullopt : mtArrivals.Take()) {
-            Tell(*arrival);
-        }
-        if (IsDone()) return;
-        CheckConnection(session);
-        if (IsDone()) return;
         const auto left = std::chrono::duration_cast<tpMilliseconds>(end - tpClock::now());
-        session.WaitForNews(std::max(tpMilliseconds(1), std::min(gnStep, left)));
+        const auto most = std::max(tpMilliseconds(1), std::min(gnStep, left));
+        std::optional<vxcam::Event> event = mtArrivals.Take(most);
+        while (event) {
+            Tell(*event);
+            if (IsDone()) return;
+            event = mtArrivals.Take(tpMilliseconds(0));
+        }
+        CheckConnection(camera);
     }
 }
 
@@ -230,10 +239,10 @@ void tcWatch::Summarise()
                             {"errors", mnErrors},
                             {"messages", mnMessages},
                             {"breaks", mnBreaks},
-                            {"bytes_received", mtStatistics.BytesReceived},
-                            {"messages_received", mtStatistics.MessagesReceived},
-                            {"messages_bad", mtStatistics.MessagesBad},
-                            {"requests_timed_out", mtStatistics.RequestsTimedOut}}));
+                            {"bytes_received", mtStatistics.bytesReceived},
+                            {"messages_received", mtStatistics.messagesReceived},
+                            {"messages_bad", mtStatistics.messagesBad},
+                            {"requests_timed_out", mtStatistics.requestsTimedOut}}));
         return;
     }
     char text[160];
@@ -241,20 +250,21 @@ void tcWatch::Summarise()
                   "%.1f s: %d heartbeats, %d errors, %d messages, connection broken %d times, "
                   "%llu bytes received",
                   seconds, mnHeartBeats, mnErrors, mnMessages, mnBreaks,
-                  static_cast<unsigned long long>(mtStatistics.BytesReceived));
+                  static_cast<unsigned long long>(mtStatistics.bytesReceived));
     if (!mtCommon.quiet) PrintLine(text);
 }
 
 void tcWatch::Run()
 {
     if (!msFor.empty()) ParseDuration(msFor);
-    std::unique_ptr<tcSession> session = OpenSession(&mtCommon);
+    vxcam::Camera camera = OpenCamera(mtCommon);
     mBegin = mLastNews = mLastProbe = tpClock::now();
-    session->OnEvent([this](const tsCameraEvent& event) { mtArrivals.Add(event); });
-    if (!mbJsonLines && !mtCommon.quiet) PrintLine("watching " + session->Name());
-    Watch(*session);
-    VXGetStatistics(session->Handle(), &mtStatistics, sizeof mtStatistics);
-    session->Close();
+    const vxcam::Subscription subscription =
+        camera.onEvent([this](const vxcam::Event& event) { mtArrivals.Add(event); });
+    if (!mbJsonLines && !mtCommon.quiet) PrintLine("watching " + NameOf(camera));
+    Watch(camera);
+    mtStatistics = camera.statistics();
+    camera.close();
     Summarise();
     ThrowIfInterrupted();
 }

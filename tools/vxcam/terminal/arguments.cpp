@@ -8,7 +8,6 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -18,6 +17,17 @@ constexpr int gnMostDigits = 9;
 [[noreturn]] void Refuse(const std::string& what, const std::string& text, const std::string& why)
 {
     throw tcFailure(eExitUsage, what + " '" + text + "': " + why);
+}
+
+// What a call returns; what it throws is a usage error.
+template <class Call>
+auto AsFailure(const Call& call)
+{
+    try {
+        return call();
+    } catch (const vxcam::Error& error) {
+        throw tcFailure(eExitUsage, error.what());
+    }
 }
 
 // The whole of the text as decimal digits.
@@ -78,17 +88,6 @@ std::string Expand(const std::string& pattern, int number, bool* numbered)
     return name;
 }
 
-uint32_t ParseSerial(const std::string& target, const std::string& text)
-{
-    uint32_t serial = 0;
-    const char* const end = text.data() + text.size();
-    auto [rest, error] = std::from_chars(text.data(), end, serial);
-    if (error != std::errc() || rest != end) {
-        Refuse("target", target, "the serial number is 0 to 4294967295");
-    }
-    return serial;
-}
-
 size_t ExtensionStart(const std::string& path)
 {
     const size_t slash = path.rfind('/');
@@ -101,11 +100,7 @@ size_t ExtensionStart(const std::string& path)
 
 std::chrono::milliseconds ParseDuration(const std::string& text)
 {
-    try {
-        return vxcam::parsedDuration(text);
-    } catch (const vxcam::Error& error) {
-        throw tcFailure(eExitUsage, error.what());
-    }
+    return AsFailure([&] { return vxcam::parsedDuration(text); });
 }
 
 tsArea ParseArea(const std::string& text)
@@ -122,7 +117,7 @@ tsArea ParseArea(const std::string& text)
     return {numbers[0], numbers[1], numbers[2], numbers[3]};
 }
 
-tsSize ParseSize(const std::string& text)
+vxcam::Size ParseSize(const std::string& text)
 {
     const std::vector<std::string> parts = Split(text, 'x');
     int columns = 0, rows = 0;
@@ -132,21 +127,12 @@ tsSize ParseSize(const std::string& text)
     if (columns < 1 || rows < 1 || columns > 65534 || rows > 65534) {
         Refuse("size", text, "columns and rows are 1 to 65534");
     }
-    return {static_cast<uint16_t>(columns), static_cast<uint16_t>(rows)};
+    return {columns, rows};
 }
 
-tsTarget ParseTarget(const std::string& text)
+vxcam::Target ParseTarget(const std::string& text)
 {
-    constexpr const char* serial = "serial:";
-    if (text == "sim") return {};
-    if (text.rfind(serial, 0) == 0) {
-        return {false, "", 0, ParseSerial(text, text.substr(std::strlen(serial)))};
-    }
-    if (text.find(':') == std::string::npos) {
-        Refuse("target", text, "write HOST:PORT, serial:NUMBER, or sim for a simulated camera");
-    }
-    const tsEndpoint place = ParseEndpoint("target", text, 0);
-    return {false, place.host, place.port};
+    return AsFailure([&] { return vxcam::Target::parse(text); });
 }
 
 tsEndpoint ParseEndpoint(const std::string& what, const std::string& text, uint16_t defaultPort)

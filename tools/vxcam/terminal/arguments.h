@@ -3,28 +3,17 @@
 #ifndef ARGUMENTS_H
 #define ARGUMENTS_H
 
+#include <vxcamkit/area.h>
+#include <vxcamkit/target.h>
+
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 // Part of the sensor, in sensor pixels.
 struct tsArea {
     int firstColumn = 0, firstRow = 0, columns = 0, rows = 0;
-};
-
-struct tsSize {
-    uint16_t columns = 0, rows = 0;
-};
-
-// Where the camera is: the embedded simulated one, the one with a serial number, or a host and a
-// TCP port.
-struct tsTarget {
-    bool simulated = true;
-    std::string host;
-    uint16_t port = 0;
-    std::optional<uint32_t> serial = {};
 };
 
 // A TCP or UDP port of a host.
@@ -41,10 +30,10 @@ std::chrono::milliseconds ParseDuration(const std::string& text);
 tsArea ParseArea(const std::string& text);
 
 // "2048x1024": columns, rows.
-tsSize ParseSize(const std::string& text);
+vxcam::Size ParseSize(const std::string& text);
 
 // "sim", "serial:NUMBER" or "HOST:PORT", the host a name or a dotted IPv4 address.
-tsTarget ParseTarget(const std::string& text);
+vxcam::Target ParseTarget(const std::string& text);
 
 // "HOST" or "HOST:PORT", the host a name or a dotted IPv4 address. `what` is what it is called:
 // "target".

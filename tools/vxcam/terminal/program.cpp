@@ -1,12 +1,13 @@
 #include "program.h"
 
+#include "arguments.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "report.h"
-#include "vxcamiface.h"
 #include "vxvisible.h"
 
 #include <vxcamkit/error.h>
+#include <vxcamkit/version.h>
 
 #include <nlohmann/json.hpp>
 
@@ -30,9 +31,9 @@ void PrintError(const std::string& text)
 
 std::string VersionText()
 {
-    const int library = VXGetDllVersion();
-    return "vxcam " VXCAM_VERSION " (library " + std::to_string(library >> 16) + ", build " +
-           std::to_string(library & 0xFFFF) + ")";
+    const vxcam::LibraryVersion library = vxcam::libraryVersion();
+    return "vxcam " VXCAM_VERSION " (library " + std::to_string(library.number) + ", build " +
+           std::to_string(library.build) + ")";
 }
 
 std::string OverviewText()
@@ -104,7 +105,7 @@ int RunVerb(const tsVerb& verb, const std::vector<std::string>& arguments)
         text = failure.what();
     } catch (const vxcam::Error& error) {
         code = error.row().exitCode;
-        text = error.what();
+        text = run->Told(error.what());
     } catch (const std::bad_alloc&) {
         code = eExitCamera;
         text = "not enough memory";
@@ -177,6 +178,27 @@ nlohmann::ordered_json tcVerb::Document() const
     return nullptr;
 }
 
+std::string tcVerb::Told(const std::string& text) const
+{
+    const std::string prefix = msOpened + ": ";
+    return text.rfind(prefix, 0) == 0 ? text.substr(prefix.size()) : text;
+}
+
+vxcam::Camera tcVerb::OpenCamera(const tsCommonOptions& options)
+{
+    const vxcam::Target target = TargetOf(options);
+    msOpened = target.text();
+    HushLibrary(options);
+    tcQuickExit quickExit;
+    try {
+        return vxcam::Camera::open(target);
+    } catch (const vxcam::Error& error) {
+        const bool isSilent =
+            error.kind() == vxcam::ErrorKind::Timeout || error.kind() == vxcam::ErrorKind::LinkLost;
+        throw tcFailure(isSilent ? int{eExitNoCamera} : error.row().exitCode, Told(error.what()));
+    }
+}
+
 void DeclareOutput(tcCommandLine& line, tsCommonOptions* options)
 {
     DeclareQuiet(line, &options->quiet);
@@ -204,9 +226,9 @@ void DeclareCameraOptions(tcCommandLine& line, tsCommonOptions* options)
     line.Option("--sim-sensor", &options->simSensor, "SIZE", "columns and rows")
         .Checked([](const std::string& text) { ParseSize(text); })
         .Group(group);
-    line.Option("--sim-seed", &options->sim.seed, "NUMBER", "another number, another sky")
+    line.Option("--sim-seed", &options->simSeed, "NUMBER", "another number, another sky")
         .Group(group);
-    line.Option("--sim-time-scale", &options->sim.timeScale, "FACTOR",
+    line.Option("--sim-time-scale", &options->simTimeScale, "FACTOR",
                 "10 lets its clock run 10 times as fast")
         .Within(gnLeastTimeScale, gnMostTimeScale)
         .Group(group);
@@ -223,12 +245,34 @@ void HushLibrary(const tsCommonOptions& options)
     if (!options.verbose) ::setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 0);
 }
 
+vxcam::Target TargetOf(const tsCommonOptions& options)
+{
+    vxcam::Target target = ParseTarget(options.target);
+    const tsCommonOptions usual;
+    vxcam::SimulatorOptions& simulator = target.simulator;
+    const vxcam::Size sensor = ParseSize(options.simSensor);
+    if (options.simSensor != usual.simSensor) simulator.sensor = sensor;
+    if (options.simSeed != usual.simSeed) simulator.seed = options.simSeed;
+    if (options.simTimeScale != usual.simTimeScale) simulator.timeScale = options.simTimeScale;
+    return target;
+}
+
+std::string NameOf(const vxcam::Camera& camera)
+{
+    const bool isSimulated = ParseTarget(camera.target()).kind == vxcam::Target::Kind::Simulator;
+    return isSimulated ? "simulated camera" : camera.target();
+}
+
+std::string LibraryVersionText()
+{
+    const vxcam::LibraryVersion library = vxcam::libraryVersion();
+    return std::to_string(library.number) + "." + std::to_string(library.build);
+}
+
 std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options)
 {
-    const tsTarget target = ParseTarget(options->target);
-    options->sim.sensor = ParseSize(options->simSensor);
     HushLibrary(*options);
-    return std::make_unique<tcSession>(target, options->sim);
+    return std::make_unique<tcSession>(TargetOf(*options));
 }
 
 int RunProgram(const std::vector<std::string>& arguments)

@@ -5,11 +5,23 @@
 #include "tcCommandLine.h"
 #include "tcSession.h"
 
+#include <vxcamkit/camera.h>
+
 #include <nlohmann/json_fwd.hpp>
 
 #include <memory>
 #include <string>
 #include <vector>
+
+// Options that many verbs share.
+struct tsCommonOptions {
+    std::string target = "sim";
+    std::string simSensor = "2048x2048";
+    uint64_t simSeed = 1;
+    double simTimeScale = 1;
+    bool quiet = false;
+    bool verbose = false;
+};
 
 // One verb: declares its options, then runs. A new verb is a class of its own in a file of its own,
 // and a row of gaVerbs.
@@ -22,9 +34,19 @@ public:
     // With --json, a document about a run that failed; null when the verb has nothing to say.
     virtual nlohmann::ordered_json Document() const;
     bool WantsJson() const { return mbJson; }
+    // What the kit says, without the camera's name in front: a run has one camera.
+    std::string Told(const std::string& text) const;
 
 protected:
+    // Opens the camera that the options name; the library is hushed, see HushLibrary(). A signal
+    // ends the process meanwhile. Throws tcFailure: eExitNoCamera when that fails, eExitCamera when
+    // the camera does not tell its size.
+    vxcam::Camera OpenCamera(const tsCommonOptions& options);
+
     bool mbJson = false;
+
+private:
+    std::string msOpened; // the camera, as the kit calls it
 };
 
 struct tsVerb {
@@ -35,14 +57,6 @@ struct tsVerb {
 };
 extern const std::vector<tsVerb>& Verbs();
 
-// Options that many verbs share.
-struct tsCommonOptions {
-    std::string target = "sim";
-    std::string simSensor = "2048x2048";
-    tsSimChoice sim;
-    bool quiet = false;
-    bool verbose = false;
-};
 // Declares --quiet and --verbose.
 void DeclareOutput(tcCommandLine& line, tsCommonOptions* options);
 // Declares these, the target and the options of the simulated camera.
@@ -54,7 +68,12 @@ void DeclareCameraOptions(tcCommandLine& line, tsCommonOptions* options);
 void DeclareQuiet(tcCommandLine& line, bool* isQuiet);
 // Unless --verbose, keeps the library's error log from standard error. Before its first call.
 void HushLibrary(const tsCommonOptions& options);
-// Opens the camera that the options name, hushed so. Throws tcFailure.
+// The camera that the options name.
+vxcam::Target TargetOf(const tsCommonOptions& options);
+// The camera's name for people: "simulated camera", "192.168.1.20:2000".
+std::string NameOf(const vxcam::Camera& camera);
+// "3.7", of the library.
+std::string LibraryVersionText();
 std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options);
 
 // The arguments without the program's name. Prints, and returns the exit code.
