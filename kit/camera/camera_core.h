@@ -115,6 +115,7 @@ private:
     // starting.cpp
     void checkPlan(const Plan& plan) const;
     void apply(const std::string& name, const Value& value);
+    void applyArea(const Area& area);
     void applyPlan(const Plan& plan);
     void undoPlan();
     void abandonPlan();

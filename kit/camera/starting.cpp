@@ -141,6 +141,16 @@ void CameraCore::apply(const std::string& name, const Value& value)
     sendProperty(*this, property, value);
 }
 
+// An area takes the place of regions, which are all that has to be put back then.
+void CameraCore::applyArea(const Area& area)
+{
+    const Value wanted = Value::list({area.column, area.row, area.columns, area.rows});
+    const Value regions = learn("area-regions").value_or(Value());
+    if (regions.size() == 0) return apply("area", wanted);
+    undo_.emplace_back(findProperty("area-regions"), regions);
+    sendProperty(*this, findProperty("area"), wanted);
+}
+
 void CameraCore::applyPlan(const Plan& plan)
 {
     const bool isArea = plan.kind == ReadoutKind::Area;
@@ -148,10 +158,7 @@ void CameraCore::applyPlan(const Plan& plan)
     if (!plan.regions.empty()) {
         apply("area-regions", valueOf(plan.regions));
     } else if (plan.area) {
-        const Value regions = learn("area-regions").value_or(Value());
-        apply("area", Value::list({plan.area->column, plan.area->row, plan.area->columns,
-                                   plan.area->rows}));
-        if (regions.size() > 0) undo_.emplace_back(findProperty("area-regions"), regions);
+        applyArea(*plan.area);
     } else if (isArea && isNoAreaKnown() && learn("area-regions").value_or(Value()).size() == 0) {
         sendProperty(*this, findProperty("area"), Value());
     }

@@ -220,7 +220,7 @@ void HeaderMaker::addRegions()
 {
     if (facts_.regions.empty()) return;
     whole("NREGIONS", static_cast<int64_t>(facts_.regions.size()),
-          "parts of the sensor, one below the other");
+          "parts of the sensor; between them is 0");
     int number = 0;
     for (const Area& region : facts_.regions) {
         text("REGION" + std::to_string(++number), sectionText(region), "part of the sensor");

@@ -68,7 +68,9 @@ void StreamCore::take(const tsFrameRecord& record, const Arrival& arrival)
         --free_;
     }
     std::optional<Frame> frame;
-    const bool isSensible = record.Rows > 0 && record.Columns > 0;
+    // A packet holds a row or a part of one.
+    const bool isTooFew = record.Outcome == eFrameComplete && record.PacketsExpected < record.Rows;
+    const bool isSensible = record.Rows > 0 && record.Columns > 0 && !isTooFew;
     if (!isSensible && record.Outcome != eFrameCut) hasSenseless_ = true;
     if (pixels && isSensible && isRunning()) {
         arrangePixels(record, setup_.facts.regions);
