@@ -73,11 +73,19 @@ TEST(Arguments, DurationTextsAreForPeople)
 
 TEST(Arguments, AreasAreFourNumbers)
 {
-    const tsArea area = ParseArea("1,20,300,65535");
-    EXPECT_EQ(area.firstColumn, 1);
-    EXPECT_EQ(area.firstRow, 20);
+    const vxcam::Area area = ParseArea("1,20,300,65535");
+    EXPECT_EQ(area.column, 1);
+    EXPECT_EQ(area.row, 20);
     EXPECT_EQ(area.columns, 300);
     EXPECT_EQ(area.rows, 65535);
+}
+
+TEST(Arguments, SeveralAreasHaveSlashesBetweenThem)
+{
+    EXPECT_THAT(ParseAreas("1,2,3,4"), ElementsAre(vxcam::Area{1, 2, 3, 4}));
+    EXPECT_THAT(ParseAreas("1,2,3,4/5,6,7,8"),
+                ElementsAre(vxcam::Area{1, 2, 3, 4}, vxcam::Area{5, 6, 7, 8}));
+    EXPECT_THAT(Refusal([&] { ParseAreas("1,2,3,4/"); }), HasSubstr("area ''"));
 }
 
 TEST(Arguments, ImpossibleAreasAreRefused)

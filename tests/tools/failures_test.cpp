@@ -94,7 +94,7 @@ TEST(ExitNoCamera, TheLibrarySaysMoreOnDemand)
 TEST(ExitTimeout, CameraWithoutAnImage)
 {
     tcFolder folder;
-    tcActor camera;
+    tcActor camera(AnswersWithSettings());
     tcRun run({"grab", camera.Target(), "-e", "5ms", "--timeout", "200ms", "--json"}, In(folder));
     ExpectFailure(run, 3, "no image: the camera was silent for 205 ms");
     EXPECT_TRUE(camera.Saw(gnReadArea));
@@ -107,7 +107,7 @@ TEST(ExitTimeout, CameraWithoutAnImage)
 TEST(ExitTimeout, CameraThatStopsWithinAFrame)
 {
     tcFolder folder;
-    tcActor camera({{gnReadArea, Row(0, 4, true) + Row(1, 4, true)}});
+    tcActor camera(AnswersWithSettings({{gnReadArea, Row(0, 4, true) + Row(1, 4, true)}}));
     tcRun run({"grab", camera.Target(), "--timeout", "200ms"}, In(folder));
     ExpectFailure(run, 3, "no image");
     EXPECT_THAT(folder.Names(), IsEmpty());
@@ -116,7 +116,7 @@ TEST(ExitTimeout, CameraThatStopsWithinAFrame)
 TEST(ExitTimeout, WholeFramesBeforeItStay)
 {
     tcFolder folder;
-    tcActor camera({{gnReadArea, Frame(false) + Row(0, 4, true)}});
+    tcActor camera(AnswersWithSettings({{gnReadArea, Frame(false) + Row(0, 4, true)}}));
     tcRun run({"grab", camera.Target(), "--timeout", "300ms", "--frames", "2", "--json"},
               In(folder));
     ExpectFailure(run, 3, "no image");
@@ -140,7 +140,7 @@ TEST(ExitTimeout, SensorThatDoesNotGetCold)
 TEST(ExitCameraError, ErrorInsteadOfAnImage)
 {
     tcFolder folder;
-    tcActor camera({{gnReadArea, CameraError(7, 3, "shutter stuck")}});
+    tcActor camera(AnswersWithSettings({{gnReadArea, CameraError(7, 3, "shutter stuck")}}));
     tcRun run({"grab", camera.Target(), "--json"}, In(folder));
     ExpectFailure(run, 4, "the camera reports error 7-3: shutter stuck");
     EXPECT_TRUE(WaitUntil([&] { return camera.Saw(0x4C); }));
@@ -151,8 +151,8 @@ TEST(ExitCameraError, ErrorInsteadOfAnImage)
 TEST(ExitCameraError, SettingThatTheCameraRefuses)
 {
     tcFolder folder;
-    tcActor camera({{0x20, CameraError(1, 32, "exposure too long")}});
-    tcRun run({"grab", camera.Target()}, In(folder));
+    tcActor camera(AnswersWithSettings({{0x20, CameraError(1, 32, "exposure too long")}}));
+    tcRun run({"grab", camera.Target(), "-e", "1s"}, In(folder));
     ExpectFailure(run, 4, "exposure too long");
     EXPECT_FALSE(camera.Saw(gnReadArea));
 }
@@ -179,7 +179,7 @@ TEST(ExitCameraError, FrameWithoutASensibleSize)
     std::string row = Row(0, 1, true);
     row[12 + 8] = 7;  // first column
     row[12 + 10] = 6; // last column
-    tcActor camera({{gnReadArea, row}});
+    tcActor camera(AnswersWithSettings({{gnReadArea, row}}));
     tcRun run({"grab", camera.Target()}, In(folder));
     ExpectFailure(run, 4, "without a usable size");
     EXPECT_THAT(folder.Names(), IsEmpty());
@@ -261,7 +261,7 @@ TEST(ExitFileError, FullFileSystemLeavesNothingOfTheFrame)
 TEST(ExitInterrupted, CtrlCEndsAnExposure)
 {
     tcFolder folder;
-    tcActor camera;
+    tcActor camera(AnswersWithSettings());
     tcRun run({"grab", camera.Target(), "-e", "5ms", "--json"}, In(folder));
     ASSERT_TRUE(WaitUntil([&] { return camera.Saw(gnReadArea); }));
     run.Signal(SIGINT);
@@ -274,7 +274,7 @@ TEST(ExitInterrupted, CtrlCEndsAnExposure)
 TEST(ExitInterrupted, TerminationEndsCooling)
 {
     tcFolder folder;
-    tcActor camera;
+    tcActor camera(AnswersWithSettings());
     tcRun run({"grab", camera.Target(), "--target-temp", "-20", "--wait-cool"}, In(folder));
     ASSERT_TRUE(WaitUntil([&] { return camera.Saw(0x30); }));
     run.Signal(SIGTERM);
@@ -297,7 +297,7 @@ TEST(ExitInterrupted, CtrlCEndsOpeningAtOnce)
 TEST(ExitInterrupted, CtrlCBetweenFramesKeepsWholeOnes)
 {
     tcFolder folder;
-    tcActor camera({{gnReadArea, Frame(false) + Row(0, 4, false)}});
+    tcActor camera(AnswersWithSettings({{gnReadArea, Frame(false) + Row(0, 4, false)}}));
     tcRun run({"grab", camera.Target(), "--frames", "2"}, In(folder));
     ASSERT_TRUE(WaitUntil([&] { return !folder.Names().empty() && folder.Names()[0][0] != '.'; }));
     run.Signal(SIGINT);

@@ -1,11 +1,10 @@
-// What the tests of the vxcam program share: a folder, a run of the program, a small frame.
+// What the tests of the vxcam program share: a folder, a run of the program.
 #ifndef TOOL_SUPPORT_H
 #define TOOL_SUPPORT_H
 
 #include "listening.h"
 #include "tcActor.h"
 #include "tcScriptedCamera.h"
-#include "tsFrame.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -229,21 +228,32 @@ private:
     std::string msTerminal;
 };
 
-// A frame of `columns` x `rows` with pixels 100, 101, 102, ...
-inline tsFrame SmallFrame(int columns, int rows, int bits = 16)
+// What a camera answers that knows every setting that goes with a frame, all of them 0, and this.
+inline std::map<uint32_t, std::string>
+AnswersWithSettings(const std::map<uint32_t, std::string>& others = {})
 {
-    tsFrame frame;
-    frame.index = 1;
-    frame.bits = bits;
-    frame.area = frame.sensorArea = {0, 0, columns, rows};
-    for (int i = 0; i < columns * rows; ++i) {
-        if (bits == 16) {
-            frame.pixels16.push_back(static_cast<uint16_t>(100 + i));
-        } else {
-            frame.pixels32.push_back(static_cast<uint32_t>(100 + i));
-        }
+    std::map<uint32_t, std::string> answers = others;
+    for (const auto& [question, answer] : std::map<uint32_t, uint32_t>{{0x11, 0x60},
+                                                                       {0x16, 0x8C},
+                                                                       {0x18, 0x8B},
+                                                                       {0x19, 0x8A},
+                                                                       {0x29, 0x83},
+                                                                       {0x2B, 0x84},
+                                                                       {0x2D, 0x85},
+                                                                       {0x2F, 0x86},
+                                                                       {0x31, 0x61},
+                                                                       {0x3E, 0x73},
+                                                                       {0x41, 0x76},
+                                                                       {0x47, 0x79},
+                                                                       {0x4B, 0x7A},
+                                                                       {0x4E, 0x7B},
+                                                                       {0x52, 0x7C},
+                                                                       {0x57, 0x7E},
+                                                                       {0x59, 0x7F},
+                                                                       {0x5F, 0x87}}) {
+        answers.emplace(question, MessageBytes(answer, std::string(24, '\0')));
     }
-    return frame;
+    return answers;
 }
 
 #endif

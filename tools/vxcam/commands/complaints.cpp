@@ -16,18 +16,32 @@ tcComplaints::tcComplaints(vxcam::Camera& camera)
 void tcComplaints::Add(const vxcam::Event& event)
 {
     if (event.kind != vxcam::EventKind::CameraError) return;
+    const std::string text = "the camera reports error " + std::to_string(event.code) + "-" +
+                             std::to_string(event.subCode) + ": " + Printable(event.text);
     std::lock_guard<std::mutex> lock(mLock);
-    if (mFirst) return;
-    mFirst = "the camera reports error " + std::to_string(event.code) + "-" +
-             std::to_string(event.subCode) + ": " + Printable(event.text);
+    ++mnErrors;
+    if (!mFirst) mFirst = text;
+    if (!mFirstOfReadout && event.readout != 0) mFirstOfReadout = text;
     mChanged.notify_all();
+}
+
+// All that have come to this host by now.
+void tcComplaints::AwaitAll(std::unique_lock<std::mutex>& lock) const
+{
+    const uint64_t errors = mCamera.statistics().cameraErrors - mnBefore;
+    mChanged.wait_for(lock, gnUnderWay, [&] { return mnErrors >= errors; });
 }
 
 std::optional<std::string> tcComplaints::First() const
 {
     std::unique_lock<std::mutex> lock(mLock);
-    if (mCamera.statistics().cameraErrors > mnBefore) {
-        mChanged.wait_for(lock, gnUnderWay, [this] { return mFirst.has_value(); });
-    }
+    AwaitAll(lock);
     return mFirst;
+}
+
+std::optional<std::string> tcComplaints::FirstOfReadout() const
+{
+    std::unique_lock<std::mutex> lock(mLock);
+    AwaitAll(lock);
+    return mFirstOfReadout;
 }

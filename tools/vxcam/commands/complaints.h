@@ -21,15 +21,19 @@ public:
 
     // The first error that the camera reported since then: "the camera reports error 7-3: stuck".
     std::optional<std::string> First() const;
+    // The first one while a readout ran.
+    std::optional<std::string> FirstOfReadout() const;
 
 private:
     void Add(const vxcam::Event& event);
+    void AwaitAll(std::unique_lock<std::mutex>& lock) const;
 
     const vxcam::Camera& mCamera;
     const uint64_t mnBefore; // errors
     mutable std::mutex mLock;
     mutable std::condition_variable mChanged;
-    std::optional<std::string> mFirst;
+    uint64_t mnErrors = 0;
+    std::optional<std::string> mFirst, mFirstOfReadout;
     vxcam::Subscription mSubscription;
 };
 

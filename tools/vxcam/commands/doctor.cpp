@@ -2,7 +2,6 @@
 #include "arguments.h"
 #include "complaints.h"
 #include "failure.h"
-#include "found.h"
 #include "interrupt.h"
 #include "logrecord.h"
 #include "program.h"
@@ -12,6 +11,7 @@
 #include "trips.h"
 
 #include <vxcamkit/camera.h>
+#include <vxcamkit/discover.h>
 #include <vxcamkit/error.h>
 
 #include <nlohmann/json.hpp>
@@ -69,8 +69,8 @@ private:
 
     tsCommonOptions mtCommon;
     vxcam::Target mtTarget;
-    std::vector<tsInterface> maInterfaces;
-    std::vector<tsFound> maCameras;
+    std::vector<vxcam::HostInterface> maInterfaces;
+    std::vector<vxcam::FoundCamera> maCameras;
     int mnAdvice = 0;
     nlohmann::ordered_json mDocument;
 };
@@ -117,25 +117,24 @@ void tcDoctor::Fault(const char* check, int code, const std::string& text,
 
 void tcDoctor::CheckNetwork()
 {
-    maInterfaces = Interfaces();
+    maInterfaces = vxcam::hostInterfaces();
     if (maInterfaces.empty()) {
         Advise("interfaces", "no interface with an IPv4 address is up",
                "bring one up, for example: ip link set lo up");
     } else {
-        Fine("interfaces", InterfaceText(maInterfaces));
+        Fine("interfaces", vxcam::textOf(maInterfaces));
     }
     try {
-        maCameras = Discover(maInterfaces);
-    } catch (const tcFailure& failure) {
-        Advise("discovery", failure.what(),
-               "UDP ports 52112 to 52116 must be free on each of them");
+        tcQuickExit quickExit;
+        maCameras = vxcam::discover();
+    } catch (const vxcam::Error& error) {
+        Advise("discovery", error.what(), "UDP ports 52112 to 52116 must be free on each of them");
         return;
     }
     std::string text;
-    for (const tsFound& camera : maCameras) {
+    for (const vxcam::FoundCamera& camera : maCameras) {
         text += (text.empty() ? "" : ", ") + std::string("serial:") +
-                std::to_string(camera.serial) + " at " + camera.address + ":" +
-                std::to_string(camera.port);
+                std::to_string(camera.serial) + " at " + camera.target();
     }
     Fine("discovery", text.empty() ? "no camera answers" : text);
 }
@@ -145,11 +144,10 @@ void tcDoctor::CheckWay()
 {
     if (mtTarget.kind == vxcam::Target::Kind::Simulator) return;
     if (mtTarget.kind == vxcam::Target::Kind::Serial) {
-        for (const tsFound& camera : maCameras) {
+        for (const vxcam::FoundCamera& camera : maCameras) {
             if (camera.serial != mtTarget.serial) continue;
-            Fine("serial number",
-                 mtCommon.target + " is " + camera.address + ":" + std::to_string(camera.port));
-            CheckPort(camera.address, camera.port);
+            Fine("serial number", mtCommon.target + " is " + camera.target());
+            CheckPort(camera.paths.front().address, camera.port);
             return;
         }
         Fault("serial number", eExitNoCamera, "no camera with it answers",
@@ -180,7 +178,7 @@ void tcDoctor::CheckPort(const std::string& address, uint16_t port)
     case teReach::eUnreachable:
         Fault("port", eExitNoCamera, place + ": unreachable: " + reach.detail,
               "check cable, address and netmask: there is no way to it from " +
-                  InterfaceText(maInterfaces));
+                  vxcam::textOf(maInterfaces));
     case teReach::eTimeout:
         Fault("port", eExitNoCamera, place + ": time-out: nobody answers within 3 s",
               "check that the camera is on, its address, and firewalls between");

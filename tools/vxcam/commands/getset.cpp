@@ -3,13 +3,13 @@
 #include "failure.h"
 #include "interrupt.h"
 #include "logrecord.h"
-#include "newfile.h"
 #include "program.h"
 #include "propertytext.h"
 #include "report.h"
 
 #include <vxcamkit/camera.h>
 #include <vxcamkit/error.h>
+#include <vxcamkit/new_file.h>
 #include <vxcamkit/property.h>
 
 #include <nlohmann/json.hpp>
@@ -140,7 +140,7 @@ void tcGetSet::AddWrite(const std::string& word)
 void tcGetSet::CheckFiles()
 {
     for (tsStep& step : maSteps) {
-        if (!step.file.empty()) CheckNewFile(step.file, mbForce);
+        if (!step.file.empty()) vxcam::checkNewFile(step.file, mbForce);
         if (!step.source.empty()) step.asked = ParseValue(step.named, step.source);
     }
 }
@@ -246,12 +246,11 @@ void tcGetSet::Do(vxcam::Camera& camera, const tsStep& step)
     const vxcam::Value told =
         step.asked ? camera.set(step.named.text, *step.asked) : camera.get(step.named.text);
     if (!step.file.empty()) {
-        static const std::atomic<bool> never{false};
         const bool isText = told.kind() == vxcam::Value::Kind::Text;
         const void* const bytes =
             isText ? static_cast<const void*>(told.toText().data()) : told.toBytes().data();
-        WriteNewFile(step.file, bytes, isText ? told.toText().size() : told.toBytes().size(),
-                     mbForce, never);
+        vxcam::writeNewFile(step.file, bytes, isText ? told.toText().size() : told.toBytes().size(),
+                            mbForce);
     }
     if (IsLeftOut(camera, step, told)) return;
     Describe(step, told);

@@ -1,28 +1,26 @@
 // vxcam grab: expose, read out and save.
+#include "arguments.h"
+#include "complaints.h"
 #include "failure.h"
-#include "fits.h"
 #include "interrupt.h"
-#include "newfile.h"
 #include "program.h"
 #include "readout.h"
 #include "report.h"
-#include "tcFrameWriter.h"
-#include "vxcamiface.h"
 
-#include <vxcamkit/property.h>
+#include <vxcamkit/camera.h>
+#include <vxcamkit/new_file.h>
 
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <set>
 
 const char* const gsGrabExamples =
-    R"(  vxcam grab                                    one frame of 1 s, simulated, to frame.fits
+    R"(  vxcam grab                                    one frame, simulated, to frame.fits
   vxcam grab sim -e 5s --preview frame.png      with a picture to look at
   vxcam grab 192.168.1.20:2000 -e 500ms --frames 10 -o run7-%04d.fits
   vxcam grab --area 512,512,256,256 -o part.fits --force
+  vxcam grab serial:1207 --dark -e 5min --header 'OBSERVER=Anna/who did it'
   vxcam grab --target-temp -20 --wait-cool --sim-time-scale 100 -e 1min)";
 
 namespace {
@@ -31,10 +29,10 @@ using tpClock = std::chrono::steady_clock;
 using tpMilliseconds = std::chrono::milliseconds;
 
 constexpr int gnMostFrames = 32767;
+constexpr int gnFewBits = 8, gnUsualBits = 16;
 constexpr double gnCoolEnough = 0.5; // degrees Celsius
-constexpr double gnToleranceRounding = 1e-6;
-constexpr double gnTenths = 10.0;               // what a camera is told
-constexpr tpMilliseconds gnHeartBeatWait(1500); // after opening, for the first one
+constexpr double gnTenths = 10.0;    // what a camera is told
+constexpr std::chrono::hours gnNoLimit(1000000);
 constexpr tpMilliseconds gnPoll(100);
 
 double Seconds(tpClock::duration duration)
@@ -50,77 +48,143 @@ public:
     nlohmann::ordered_json Document() const override { return mDocument; }
 
 private:
+    void DeclareExposure(tcCommandLine& line);
+    void DeclareReadout(tcCommandLine& line);
+    void DeclareCooling(tcCommandLine& line);
+    void DeclareFiles(tcCommandLine& line);
     void CheckArguments();
+    void MakePlan();
     void CheckFiles() const;
-    void Open();
-    void Cool(tcProgress& progress);
-    void WaitCool(tcProgress& progress);
-    void SetUp();
-    void ReadOut(tcProgress& progress);
-    tsWriterOptions WriterOptions() const;
-    void Describe(const std::vector<tsWrittenFrame>& written);
-    void PrintFrames(const std::vector<tsWrittenFrame>& written) const;
-    void RequireComplete(const std::vector<tsWrittenFrame>& written) const;
+    void CheckAreas(const vxcam::Size& sensor) const;
+    void Cool(vxcam::Camera& camera, tcProgress& progress);
+    void WaitCool(vxcam::Camera& camera, tcProgress& progress);
+    void ReadOut(vxcam::Camera& camera, tcProgress& progress);
+    tsReadoutOptions ReadoutOptions(const vxcam::Camera& camera) const;
+    void Describe(const vxcam::Camera& camera, const tcReadout& readout);
+    void DescribeFrames(const std::vector<tsGrabbed>& written);
+    void PrintFrames(const std::vector<tsGrabbed>& written) const;
+    void RequireComplete(const std::vector<tsGrabbed>& written) const;
 
     tsCommonOptions mtCommon;
-    std::string msExposure = "1s", msTimeout = "20s", msCoolTimeout = "10min";
-    std::string msArea, msOutput = "frame.fits", msPreview, msInstrument;
-    int mnFrames = 1;
+    std::string msExposure, msTimeout, msCoolTimeout = "10min";
+    std::string msAreas, msOutput = "frame.fits", msPreview, msInstrument;
+    std::vector<std::string> maCards;
+    int mnFrames = 1, mnBits = gnUsualBits;
     bool mbBinned = false, mbMaskBinned = false, mbWaitCool = false, mbForce = false;
     bool mbAllowIncomplete = false;
+    bool mbLight = false, mbDark = false, mbBias = false, mbFlat = false;
     std::optional<double> mTarget; // degrees Celsius
 
-    tsReadoutPlan mtPlan;
+    vxcam::Plan mtPlan;
+    vxcam::HeaderOptions mtHeader;
     tpMilliseconds mCoolTimeout{0};
     std::vector<std::string> maFiles, maPreviews;
-    std::unique_ptr<tcSession> mpSession;
     tpClock::time_point mBegin, mOpened, mReading;
     nlohmann::ordered_json mDocument = nlohmann::ordered_json::object();
 };
 
-void tcGrab::Declare(tcCommandLine& line)
+void tcGrab::DeclareExposure(tcCommandLine& line)
 {
-    DeclareCommon(line, &mtCommon);
-    line.Option("-e,--exposure", &msExposure, "TIME", "like 500ms, 2s, 0.5 (seconds) or 1min");
+    line.Option("-e,--exposure", &msExposure, "TIME",
+                "like 500ms, 2s, 0.5 (seconds) or 1min; else as the camera is set");
     line.Option("--frames", &mnFrames, "NUMBER", "frames to take in one readout")
         .Within(1, gnMostFrames);
+    const std::vector<tcOption> types = {
+        line.Flag("--light", &mbLight, "a picture, which is what is taken without these"),
+        line.Flag("--dark", &mbDark, "a dark frame: the shutter stays closed"),
+        line.Flag("--bias", &mbBias, "likewise, with no exposure unless one is given"),
+        line.Flag("--flat", &mbFlat, "a flat field")};
+    for (size_t i = 0; i < types.size(); ++i) {
+        for (size_t k = 0; k < i; ++k) {
+            types[i].Excludes(types[k]);
+        }
+    }
+}
+
+void tcGrab::DeclareReadout(tcCommandLine& line)
+{
     const tcOption area =
-        line.Option("--area", &msArea, "AREA", "part of the sensor to read: x,y,width,height");
+        line.Option("--area", &msAreas, "AREA",
+                    "part of the sensor to read: x,y,width,height; several with / between them; "
+                    "else as the camera is set");
+    const tcOption bits = line.Option("--bits", &mnBits, "NUMBER", "bits a pixel: 8 or 16");
     const tcOption binned = line.Flag("--binned", &mbBinned, "binned readout, 32 bits a pixel");
     const tcOption mask = line.Flag("--mask-binned", &mbMaskBinned,
                                     "readout by the mask that the camera holds, 32 bits a pixel");
     area.Excludes(binned).Excludes(mask);
+    bits.Excludes(binned).Excludes(mask);
     binned.Excludes(mask);
+    line.Option("--timeout", &msTimeout, "TIME",
+                "silence beyond the time when a frame is due that ends the readout; 20s, and any "
+                "while a trigger is waited for");
+    line.Flag("--allow-incomplete", &mbAllowIncomplete,
+              "frames of which packets are missing are no failure");
+}
+
+void tcGrab::DeclareCooling(tcCommandLine& line)
+{
     line.Option("--target-temp", &mTarget, "DEGREES", "cool the sensor to so many degrees Celsius");
     line.Flag("--wait-cool", &mbWaitCool, "wait until the sensor is within 0.5 degrees of it");
     line.Option("--cool-timeout", &msCoolTimeout, "TIME", "wait no longer than this");
+}
+
+void tcGrab::DeclareFiles(tcCommandLine& line)
+{
     line.Option("-o,--output", &msOutput, "FILE",
                 "FITS file; %04d in it stands for the frame's number");
     line.Option("--preview", &msPreview, "FILE", "PNG picture of each frame, named likewise");
     line.Flag("--force", &mbForce, "replace files that exist");
-    line.Flag("--allow-incomplete", &mbAllowIncomplete,
-              "frames of which packets are missing are no failure");
     line.Option("--instrument", &msInstrument, "NAME", "the camera's name in the file");
-    line.Option("--timeout", &msTimeout, "TIME",
-                "silence beyond the exposure that ends the readout");
+    line.Option("--header", &maCards, "CARD",
+                "KEY=VALUE or KEY=VALUE/COMMENT for the file's header; may be repeated");
+}
+
+void tcGrab::Declare(tcCommandLine& line)
+{
+    DeclareCommon(line, &mtCommon);
+    DeclareExposure(line);
+    DeclareReadout(line);
+    DeclareCooling(line);
+    DeclareFiles(line);
     line.Flag("--json", &mbJson, "print one JSON document");
+}
+
+void tcGrab::MakePlan()
+{
+    if (!msExposure.empty()) mtPlan.exposure = ParseDuration(msExposure);
+    if (!msTimeout.empty()) mtPlan.timeout = ParseDuration(msTimeout);
+    mtPlan.frames = mnFrames;
+    mtPlan.bits = mnBits;
+    if (mnBits != gnFewBits && mnBits != gnUsualBits) {
+        throw tcFailure(eExitUsage, "--bits: 8 or 16");
+    }
+    if (mbBinned) mtPlan.kind = vxcam::ReadoutKind::Binned;
+    if (mbMaskBinned) mtPlan.kind = vxcam::ReadoutKind::MaskBinned;
+    if (mbDark) mtPlan.type = vxcam::FrameType::Dark;
+    if (mbBias) mtPlan.type = vxcam::FrameType::Bias;
+    if (mbFlat) mtPlan.type = vxcam::FrameType::Flat;
+    if (msAreas.empty()) return;
+    mtPlan.regions = ParseAreas(msAreas);
+    if (mtPlan.regions.size() > 1) return;
+    mtPlan.area = mtPlan.regions.front();
+    mtPlan.regions.clear();
 }
 
 void tcGrab::CheckArguments()
 {
-    mtPlan.exposure = ParseDuration(msExposure);
-    mtPlan.timeout = ParseDuration(msTimeout);
+    MakePlan();
     mCoolTimeout = ParseDuration(msCoolTimeout);
-    mtPlan.frames = mnFrames;
-    if (mbBinned) mtPlan.kind = teReadout::eBinned;
-    if (mbMaskBinned) mtPlan.kind = teReadout::eMaskBinned;
-    if (!msArea.empty()) mtPlan.area = ParseArea(msArea);
     if (mTarget && !(std::abs(*mTarget) <= 273.0)) {
         throw tcFailure(eExitUsage, "target temperature: -273 to 273 degrees Celsius");
     }
     if (mTarget) mTarget = std::round(*mTarget * gnTenths) / gnTenths;
     maFiles = FileNames(msOutput, mnFrames);
     if (!msPreview.empty()) maPreviews = FileNames(msPreview, mnFrames);
+    mtHeader.software = "vxcam " VXCAM_VERSION;
+    for (const std::string& card : maCards) {
+        mtHeader.cards.push_back(vxcam::parseCard(card));
+    }
+    TargetOf(mtCommon); // before any file is looked at
 }
 
 void tcGrab::CheckFiles() const
@@ -131,162 +195,146 @@ void tcGrab::CheckFiles() const
             if (!names.insert(name).second) {
                 throw tcFailure(eExitUsage, name + ": would be written twice");
             }
-            CheckNewFile(name, mbForce);
+            vxcam::checkNewFile(name, mbForce);
         }
     }
 }
 
-void tcGrab::Open()
+void tcGrab::CheckAreas(const vxcam::Size& sensor) const
 {
-    mpSession = OpenSession(&mtCommon);
-    mOpened = tpClock::now();
-    const tsArea sensor = mpSession->Sensor();
-    if (msArea.empty()) mtPlan.area = sensor;
-    const tsArea& area = mtPlan.area;
-    if (area.firstColumn + area.columns > sensor.columns ||
-        area.firstRow + area.rows > sensor.rows) {
-        throw tcFailure(eExitUsage, "area '" + msArea + "': reaches beyond the sensor of " +
+    std::vector<vxcam::Area> areas = mtPlan.regions;
+    if (mtPlan.area) areas.push_back(*mtPlan.area);
+    for (const vxcam::Area& area : areas) {
+        if (area.fits(sensor)) continue;
+        throw tcFailure(eExitUsage, "area '" + msAreas + "': reaches beyond the sensor of " +
                                         std::to_string(sensor.columns) + " x " +
                                         std::to_string(sensor.rows) + " pixels");
     }
-    if (msInstrument.empty()) msInstrument = mpSession->Name();
 }
 
-void tcGrab::Cool(tcProgress& progress)
+void tcGrab::Cool(vxcam::Camera& camera, tcProgress& progress)
 {
     if (!mTarget && !mbWaitCool) return;
-    const vxcam::PropertyName target = vxcam::findProperty("target-temp");
-    if (mTarget) vxcam::sendProperty(*mpSession, target, *mTarget);
-    mpSession->Require(VXSetCooling(mpSession->Handle(), 1), "cooling");
-    mpSession->RoundTrip();
-    if (!mTarget) mTarget = vxcam::readProperty(*mpSession, target).toDouble();
-    if (mbWaitCool) WaitCool(progress);
+    if (!mTarget) mTarget = camera.get("target-temp").toDouble();
+    camera.set("target-temp", *mTarget);
+    camera.set("cooling", true);
+    if (mbWaitCool) WaitCool(camera, progress);
 }
 
-void tcGrab::WaitCool(tcProgress& progress)
+void tcGrab::WaitCool(vxcam::Camera& camera, tcProgress& progress)
 {
     const auto deadline = tpClock::now() + mCoolTimeout;
-    std::optional<double> first;
+    const tcComplaints complaints(camera);
+    vxcam::Cooling cooling;
+    cooling.target = *mTarget;
+    cooling.tolerance = gnCoolEnough;
+    cooling.settle = tpMilliseconds(0);
+    cooling.patience = gnNoLimit;
+    camera.cooler().cool(cooling);
     while (true) {
         ThrowIfInterrupted();
-        mpSession->ThrowCameraError();
-        const std::optional<double> now = mpSession->Temperature();
-        const double away = now ? std::abs(*now - *mTarget) : INFINITY;
-        if (away <= gnCoolEnough + gnToleranceRounding) break;
-        char text[64] = "no temperature yet";
-        if (now) std::snprintf(text, sizeof text, "%.1f C, target %.1f C", *now, *mTarget);
-        if (tpClock::now() >= deadline) {
-            throw tcFailure(eExitTimeout, std::string("cooling: ") + text + " after " +
-                                              DurationText(mCoolTimeout));
+        if (const auto complaint = complaints.First()) throw tcFailure(eExitCamera, *complaint);
+        const vxcam::CoolingState state = camera.cooler().state();
+        if (state.phase == vxcam::CoolingPhase::Settled) break;
+        if (state.phase == vxcam::CoolingPhase::Failed) {
+            throw tcFailure(eExitTimeout, "cooling: " + Told(state.text));
         }
-        if (!first) first = now;
-        progress.Show("cooling", now ? 1 - away / std::abs(*first - *mTarget) : 0, text);
-        mpSession->WaitForNews(gnPoll);
+        if (tpClock::now() >= deadline) {
+            throw tcFailure(eExitTimeout,
+                            "cooling: " + state.text + " after " + DurationText(mCoolTimeout));
+        }
+        progress.Show("cooling", state.done, state.text);
+        camera.cooler().wait(gnPoll);
     }
+    camera.cooler().stop();
     progress.Clear();
 }
 
-void tcGrab::SetUp()
+tsReadoutOptions tcGrab::ReadoutOptions(const vxcam::Camera& camera) const
 {
-    const int handle = mpSession->Handle();
-    const tsArea& area = mtPlan.area;
-    mpSession->Require(VXSetExposure(handle, static_cast<long>(mtPlan.exposure.count())),
-                       "exposure time");
-    mpSession->Require(
-        VXSetCCDArea(handle, area.firstColumn, area.firstRow, area.columns, area.rows), "area");
-    mtPlan.exposure = mpSession->RoundTrip();
-}
-
-tsWriterOptions tcGrab::WriterOptions() const
-{
-    tsWriterOptions options;
+    tsReadoutOptions options;
     options.files = maFiles;
     options.previews = maPreviews;
     options.force = mbForce;
-    options.facts.exposure = mtPlan.exposure;
-    options.facts.instrument = msInstrument;
-    options.facts.frames = mtPlan.frames;
-    options.facts.sensor = mpSession->Sensor();
-    if (mTarget) options.facts.targetTemperature = *mTarget;
-    options.temperatureDeadline = mOpened + gnHeartBeatWait;
+    options.header = mtHeader;
+    options.header.instrument = msInstrument;
+    const bool isNamed = !msInstrument.empty() || NameOf(camera) == camera.target();
+    if (!isNamed) options.header.instrument = NameOf(camera);
     return options;
 }
 
-// Frames that came whole before a failure are still written, but not after a signal.
-void tcGrab::ReadOut(tcProgress& progress)
+void tcGrab::ReadOut(vxcam::Camera& camera, tcProgress& progress)
 {
-    tcFrameQueue queue(QueueCapacity(mtPlan));
-    tcFrameWriter writer(*mpSession, queue, WriterOptions());
     mReading = tpClock::now();
+    const tcComplaints complaints(camera);
+    tcReadout readout(camera, mtPlan, ReadoutOptions(camera));
     try {
-        RunReadout(*mpSession, mtPlan, queue, progress, [&] { return writer.Failed(); });
-    } catch (const tcFailure& failure) {
+        readout.Run(progress);
+    } catch (...) {
         progress.Clear();
-        if (failure.Code() >= eExitSignal) writer.Stop();
-        queue.Finish();
-        writer.Finish();
-        Describe(writer.Written());
+        Describe(camera, readout);
         throw;
     }
-    progress.Clear();
-    while (!writer.Done()) {
-        if (CaughtSignal() != 0) writer.Stop();
-        mpSession->WaitForNews(gnPoll);
+    Describe(camera, readout);
+    const std::vector<tsGrabbed> written = readout.Written();
+    if (!mbJson) PrintFrames(written);
+    RequireComplete(written);
+    if (const auto complaint = complaints.FirstOfReadout()) {
+        throw tcFailure(eExitCamera, *complaint);
     }
-    writer.Finish();
-    Describe(writer.Written());
-    ThrowIfInterrupted();
-    writer.ThrowFailure();
-    if (!mbJson) PrintFrames(writer.Written());
-    RequireComplete(writer.Written());
-    if (mbJson) PrintDocument(mDocument);
 }
 
-void tcGrab::Describe(const std::vector<tsWrittenFrame>& written)
+void tcGrab::DescribeFrames(const std::vector<tsGrabbed>& written)
 {
     uint64_t sum = 0, simulatorSum = 0;
     bool isSimulated = !written.empty();
     nlohmann::ordered_json files = nlohmann::ordered_json::array();
     nlohmann::ordered_json frames = nlohmann::ordered_json::array();
-    for (const tsWrittenFrame& one : written) {
+    for (const tsGrabbed& one : written) {
         files.push_back(one.file);
         frames.push_back(FrameDocument(one));
         sum += one.figures.sum;
-        isSimulated = isSimulated && one.simulatorSum.has_value();
-        simulatorSum += one.simulatorSum.value_or(0);
+        isSimulated = isSimulated && one.facts.trueSum.has_value();
+        simulatorSum += one.facts.trueSum.value_or(0);
     }
-    const auto now = tpClock::now();
-    mDocument["target"] = mpSession->Name();
-    mDocument["sensor"] = {{"columns", mpSession->Sensor().columns},
-                           {"rows", mpSession->Sensor().rows}};
-    mDocument["exposure_s"] = static_cast<double>(mtPlan.exposure.count()) / 1000.0;
-    mDocument["target_temperature_c"] = nullptr;
-    if (mTarget) mDocument["target_temperature_c"] = *mTarget;
     mDocument["files"] = files;
     mDocument["sum"] = sum;
     if (isSimulated) mDocument["sim_sum"] = simulatorSum;
     mDocument["frames"] = frames;
+}
+
+void tcGrab::Describe(const vxcam::Camera& camera, const tcReadout& readout)
+{
+    const auto now = tpClock::now();
+    mDocument["target"] = NameOf(camera);
+    mDocument["sensor"] = {{"columns", camera.sensor().columns}, {"rows", camera.sensor().rows}};
+    mDocument["exposure_s"] = std::chrono::duration<double>(readout.Exposure()).count();
+    mDocument["target_temperature_c"] = nullptr;
+    if (mTarget) mDocument["target_temperature_c"] = *mTarget;
+    DescribeFrames(readout.Written());
     mDocument["timing_s"] = {{"open", Seconds(mOpened - mBegin)},
                              {"prepare", Seconds(mReading - mOpened)},
                              {"expose_and_read", Seconds(now - mReading)},
                              {"total", Seconds(now - mBegin)}};
 }
 
-void tcGrab::PrintFrames(const std::vector<tsWrittenFrame>& written) const
+void tcGrab::PrintFrames(const std::vector<tsGrabbed>& written) const
 {
-    if (mtCommon.quiet) return;
-    for (const tsWrittenFrame& one : written) {
-        PrintLine(FrameText(one, mtPlan.exposure));
+    for (const tsGrabbed& one : written) {
+        if (!mtCommon.quiet) PrintLine(FrameText(one));
+        for (const std::string& warning : one.warnings) {
+            PrintWarning(one.file + ": " + warning);
+        }
     }
 }
 
-void tcGrab::RequireComplete(const std::vector<tsWrittenFrame>& written) const
+void tcGrab::RequireComplete(const std::vector<tsGrabbed>& written) const
 {
     if (mbAllowIncomplete) return;
-    for (const tsWrittenFrame& one : written) {
-        if (!IsIncomplete(one.frame)) continue;
+    for (const tsGrabbed& one : written) {
+        if (one.facts.complete()) continue;
         throw tcFailure(eExitCamera,
-                        one.file + ": the frame is incomplete: " + MissingText(one.frame));
+                        one.file + ": the frame is incomplete: " + MissingText(one.facts));
     }
 }
 
@@ -295,12 +343,14 @@ void tcGrab::Run()
     mBegin = tpClock::now();
     CheckArguments();
     CheckFiles();
-    Open();
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    mOpened = tpClock::now();
+    CheckAreas(camera.sensor());
     tcProgress progress(!mtCommon.quiet);
-    Cool(progress);
-    SetUp();
-    ReadOut(progress);
-    mpSession->Close();
+    Cool(camera, progress);
+    ReadOut(camera, progress);
+    camera.close();
+    if (mbJson) PrintDocument(mDocument);
 }
 
 } // namespace

@@ -1,17 +1,15 @@
 // vxcam profile: the settings of a camera, kept in a file.
 #include "failure.h"
 #include "logrecord.h"
-#include "newfile.h"
 #include "program.h"
 #include "propertytext.h"
 #include "report.h"
 
 #include <vxcamkit/camera.h>
+#include <vxcamkit/new_file.h>
 #include <vxcamkit/profile.h>
 
 #include <nlohmann/json.hpp>
-
-#include <atomic>
 
 const char* const gsProfileExamples =
     R"(  vxcam profile save 192.168.1.20:2000 night.json
@@ -70,7 +68,7 @@ void tcProfileVerb::Tell(const std::string& line) const
 
 void tcProfileVerb::Save()
 {
-    CheckNewFile(msFile, mbForce);
+    vxcam::checkNewFile(msFile, mbForce);
     vxcam::Camera camera = OpenCamera(mtCommon);
     const std::string name = NameOf(camera);
     Describe(camera);
@@ -78,8 +76,7 @@ void tcProfileVerb::Save()
     profile.setCamera(name);
     camera.close();
     const std::string text = profile.json();
-    static const std::atomic<bool> never{false};
-    WriteNewFile(msFile, text.data(), text.size(), mbForce, never);
+    vxcam::writeNewFile(msFile, text.data(), text.size(), mbForce);
     mDocument["settings"] = nlohmann::ordered_json::parse(text)["settings"];
     mDocument["gaps"] = nlohmann::ordered_json::object();
     for (const vxcam::Profile::Gap& gap : profile.gaps()) {

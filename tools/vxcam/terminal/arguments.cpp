@@ -4,15 +4,13 @@
 
 #include <vxcamkit/duration.h>
 #include <vxcamkit/error.h>
+#include <vxcamkit/frame_file.h>
 
 #include <array>
 #include <charconv>
 #include <cstdio>
 
 namespace {
-
-constexpr int gnUsualDigits = 4;
-constexpr int gnMostDigits = 9;
 
 [[noreturn]] void Refuse(const std::string& what, const std::string& text, const std::string& why)
 {
@@ -51,51 +49,6 @@ std::vector<std::string> Split(const std::string& text, char delimiter)
     return parts;
 }
 
-std::string Numbered(int number, int digits, bool zeros)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, zeros ? "%0*d" : "%*d", digits, number);
-    return text;
-}
-
-// One name: the pattern with the number in place of its conversion, and whether it had one.
-std::string Expand(const std::string& pattern, int number, bool* numbered)
-{
-    std::string name;
-    *numbered = false;
-    for (size_t i = 0; i < pattern.size(); ++i) {
-        if (pattern[i] != '%') {
-            name += pattern[i];
-            continue;
-        }
-        if (++i < pattern.size() && pattern[i] == '%') {
-            name += '%';
-            continue;
-        }
-        const bool zeros = i < pattern.size() && pattern[i] == '0';
-        int digits = 0;
-        while (i < pattern.size() && pattern[i] >= '0' && pattern[i] <= '9') {
-            digits = digits * 10 + (pattern[i++] - '0');
-            if (digits > gnMostDigits) Refuse("file name", pattern, "at most 9 digits");
-        }
-        if (i >= pattern.size() || pattern[i] != 'd') {
-            Refuse("file name", pattern, "write %d or %04d for the frame's number, %% for a %");
-        }
-        if (*numbered) Refuse("file name", pattern, "it has two places for the number");
-        *numbered = true;
-        name += Numbered(number, digits, zeros);
-    }
-    return name;
-}
-
-size_t ExtensionStart(const std::string& path)
-{
-    const size_t slash = path.rfind('/');
-    const size_t start = slash == std::string::npos ? 0 : slash + 1;
-    const size_t dot = path.rfind('.');
-    return dot == std::string::npos || dot <= start ? path.size() : dot;
-}
-
 } // namespace
 
 std::chrono::milliseconds ParseDuration(const std::string& text)
@@ -103,7 +56,7 @@ std::chrono::milliseconds ParseDuration(const std::string& text)
     return AsFailure([&] { return vxcam::parsedDuration(text); });
 }
 
-tsArea ParseArea(const std::string& text)
+vxcam::Area ParseArea(const std::string& text)
 {
     std::array<int, 4> numbers{};
     const std::vector<std::string> parts = Split(text, ',');
@@ -115,6 +68,15 @@ tsArea ParseArea(const std::string& text)
     }
     if (numbers[2] == 0 || numbers[3] == 0) Refuse("area", text, "it is empty");
     return {numbers[0], numbers[1], numbers[2], numbers[3]};
+}
+
+std::vector<vxcam::Area> ParseAreas(const std::string& text)
+{
+    std::vector<vxcam::Area> areas;
+    for (const std::string& part : Split(text, '/')) {
+        areas.push_back(ParseArea(part));
+    }
+    return areas;
 }
 
 vxcam::Size ParseSize(const std::string& text)
@@ -167,15 +129,9 @@ std::string DurationText(std::chrono::milliseconds duration)
 
 std::vector<std::string> FileNames(const std::string& pattern, int count)
 {
-    if (pattern.empty()) Refuse("file name", pattern, "it is empty");
     std::vector<std::string> names;
     for (int number = 1; number <= count; ++number) {
-        bool numbered = false;
-        std::string name = Expand(pattern, number, &numbered);
-        if (!numbered && count > 1) {
-            name.insert(ExtensionStart(name), "-" + Numbered(number, gnUsualDigits, true));
-        }
-        names.push_back(name);
+        names.push_back(AsFailure([&] { return vxcam::fileName(pattern, number, count); }));
     }
     return names;
 }

@@ -11,11 +11,6 @@
 #include <string>
 #include <vector>
 
-// Part of the sensor, in sensor pixels.
-struct tsArea {
-    int firstColumn = 0, firstRow = 0, columns = 0, rows = 0;
-};
-
 // A TCP or UDP port of a host.
 struct tsEndpoint {
     std::string host;
@@ -26,8 +21,9 @@ struct tsEndpoint {
 // milliseconds, at most 4294967295 of them; below 1 ms there is only 0.
 std::chrono::milliseconds ParseDuration(const std::string& text);
 
-// "x,y,w,h", 0 to 65535 each, w and h at least 1.
-tsArea ParseArea(const std::string& text);
+// "x,y,w,h", 0 to 65535 each, w and h at least 1; and several, with slashes between them.
+vxcam::Area ParseArea(const std::string& text);
+std::vector<vxcam::Area> ParseAreas(const std::string& text);
 
 // "2048x1024": columns, rows.
 vxcam::Size ParseSize(const std::string& text);

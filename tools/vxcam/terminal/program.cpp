@@ -191,7 +191,9 @@ vxcam::Camera tcVerb::OpenCamera(const tsCommonOptions& options)
     HushLibrary(options);
     tcQuickExit quickExit;
     try {
-        return vxcam::Camera::open(target);
+        vxcam::OpenOptions open;
+        open.flightFile = options.flight;
+        return vxcam::Camera::open(target, open);
     } catch (const vxcam::Error& error) {
         const bool isSilent =
             error.kind() == vxcam::ErrorKind::Timeout || error.kind() == vxcam::ErrorKind::LinkLost;
@@ -222,6 +224,8 @@ void DeclareCommon(tcCommandLine& line, tsCommonOptions* options)
 void DeclareCameraOptions(tcCommandLine& line, tsCommonOptions* options)
 {
     DeclareOutput(line, options);
+    line.Option("--flight", &options->flight, "FILE",
+                "where to write what happened to the camera, when something fails");
     const char* const group = "Simulated camera";
     line.Option("--sim-sensor", &options->simSensor, "SIZE", "columns and rows")
         .Checked([](const std::string& text) { ParseSize(text); })
@@ -267,12 +271,6 @@ std::string LibraryVersionText()
 {
     const vxcam::LibraryVersion library = vxcam::libraryVersion();
     return std::to_string(library.number) + "." + std::to_string(library.build);
-}
-
-std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options)
-{
-    HushLibrary(*options);
-    return std::make_unique<tcSession>(TargetOf(*options));
 }
 
 int RunProgram(const std::vector<std::string>& arguments)

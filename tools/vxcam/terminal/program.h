@@ -3,7 +3,6 @@
 #define PROGRAM_H
 
 #include "tcCommandLine.h"
-#include "tcSession.h"
 
 #include <vxcamkit/camera.h>
 
@@ -19,6 +18,7 @@ struct tsCommonOptions {
     std::string simSensor = "2048x2048";
     uint64_t simSeed = 1;
     double simTimeScale = 1;
+    std::string flight; // a file
     bool quiet = false;
     bool verbose = false;
 };
@@ -74,7 +74,6 @@ vxcam::Target TargetOf(const tsCommonOptions& options);
 std::string NameOf(const vxcam::Camera& camera);
 // "3.7", of the library.
 std::string LibraryVersionText();
-std::unique_ptr<tcSession> OpenSession(tsCommonOptions* options);
 
 // The arguments without the program's name. Prints, and returns the exit code.
 int RunProgram(const std::vector<std::string>& arguments);

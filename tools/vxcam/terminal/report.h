@@ -2,22 +2,9 @@
 #ifndef REPORT_H
 #define REPORT_H
 
-#include "tcFrameWriter.h"
-
 #include <nlohmann/json_fwd.hpp>
 
-#include <chrono>
 #include <string>
-
-// What is known about a frame on disk.
-nlohmann::ordered_json FrameDocument(const tsWrittenFrame& written);
-
-// Whether packets of a frame are missing, and how many.
-bool IsIncomplete(const tsFrame& frame);
-std::string MissingText(const tsFrame& frame);
-
-// The same for people, in some lines without the last line's end.
-std::string FrameText(const tsWrittenFrame& written, std::chrono::milliseconds exposure);
 
 // A document in one line, without a line end.
 std::string LineText(const nlohmann::ordered_json& document);
@@ -27,5 +14,8 @@ std::string LineText(const nlohmann::ordered_json& document);
 // more.
 void PrintDocument(const nlohmann::ordered_json& document);
 void PrintLine(const std::string& text);
+
+// On standard error.
+void PrintWarning(const std::string& text);
 
 #endif

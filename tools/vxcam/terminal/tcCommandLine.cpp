@@ -38,8 +38,12 @@ CLI::Option* Declare(CLI::App& app, const char* names, const tpValue& value, con
             if constexpr (std::is_unsigned_v<Type>) {
                 option->check(CLI::Validator(WhyNotWhole<Type>, ""));
             }
-            // The last one of an option that is repeated holds; of operands, one is enough.
-            if (!std::is_same_v<Type, std::vector<std::string>> && !option->get_positional()) {
+            // The last one of an option that is repeated holds, unless they are collected; of
+            // operands, one is enough.
+            if (option->get_positional()) return option;
+            if constexpr (std::is_same_v<Type, std::vector<std::string>>) {
+                option->allow_extra_args(false);
+            } else {
                 option->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
             }
             return option;
