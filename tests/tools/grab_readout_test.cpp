@@ -135,7 +135,8 @@ TEST_F(GrabFrom, WhatIsNotGivenIsWhatTheCameraIsSetTo)
     EXPECT_EQ(frame["regions"].size(), 2u);
     EXPECT_THAT(frame["area"], ElementsAre(10, 5, 58, 55));
     EXPECT_EQ(frame["sum"], camera->Frames().back().pixelSum);
-    EXPECT_EQ(Content().rows, 55);
+    EXPECT_EQ(Content().rows, 4 + 10);
+    EXPECT_EQ(Content().columns, 20);
 }
 
 TEST_F(GrabFrom, WhatIsGivenHoldsForOneRun)

@@ -6,6 +6,7 @@
 
 #include <vxcamkit/error.h>
 
+#include <filesystem>
 #include <utility>
 
 namespace {
@@ -85,7 +86,7 @@ bool tcReadout::Step(tcProgress& progress)
 {
     ThrowIfInterrupted();
     if (mWriter.hasFailed()) return false;
-    if (UnderWay() >= gnMostUnderWay) {
+    if (UnderWay() >= MostUnderWay()) {
         WaitForWriter();
         return true;
     }
@@ -145,6 +146,19 @@ void tcReadout::WriteAll()
         WaitForWriter();
     }
     mWriter.finish();
+}
+
+// Where the disk is nearly full, one frame after the other, so that none takes the room of the one
+// before it.
+size_t tcReadout::MostUnderWay() const
+{
+    if (maTaken.empty()) return gnMostUnderWay;
+    const vxcam::FrameFacts& facts = maTaken.back().facts;
+    const auto bytes = size_t(facts.columns) * size_t(facts.rows) * size_t(facts.bits) / 8;
+    const std::filesystem::path folder = std::filesystem::path(maTaken.back().file).parent_path();
+    std::error_code error;
+    const auto space = std::filesystem::space(folder.empty() ? "." : folder, error);
+    return !error && space.available / bytes < 2 * gnMostUnderWay ? 1 : gnMostUnderWay;
 }
 
 void tcReadout::WaitForWriter()

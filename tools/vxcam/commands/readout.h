@@ -49,6 +49,7 @@ private:
     void WriteAll();
     void WaitForWriter();
     size_t UnderWay() const { return maTaken.size() - mnWritten; }
+    size_t MostUnderWay() const;
     void ShowProgress(tcProgress& progress) const;
     std::string SilenceText() const;
     vxcam::WriterOptions WriterOptions();
