@@ -16,6 +16,14 @@ size_t ToldBytes(const Packet& packet, uint32_t pixelBytes)
     return offsetof(Packet, Pixels) + told * pixelBytes;
 }
 
+// Whether it is as long, and all of its pixels have a column.
+template <class Packet>
+bool IsWhole(const Packet& packet, size_t told)
+{
+    const size_t length = size_t{packet.header.Length} + gnHeaderBytes;
+    return packet.LastColumn < packet.FirstColumn ? length <= told : length >= told;
+}
+
 // The message as a pixel packet: itself, or where it is too short for a packet's fixed fields, a
 // copy in `room` that is filled up with zeros.
 constexpr size_t gnPacketHeadBytes = offsetof(tsPixelData32Msg, Pixels);
@@ -166,7 +174,7 @@ bool tcVXCamera::AcceptPacket(tStackLock& lock, Packet& packet)
     const size_t told = ToldBytes(packet, tsPixelsOf<Packet>::bytes);
     const teSwallowed swallowed = FindSwallowed(packet.header, told);
     const bool isDamaged = MessageSpansConnections() || swallowed == eSwallowedMessages;
-    const bool isWhole = size_t{packet.header.Length} + gnHeaderBytes >= told;
+    const bool isWhole = IsWhole(packet, told);
     bool isHeld = false;
     const tsPacketFacts facts{packet.PacketNumber, packet.TotalPackets, isWhole, isDamaged};
     if (!TakePacket<Packet>(lock, facts, &isHeld)) return false;

@@ -401,6 +401,27 @@ TEST_F(FrameRecord, TellsPacketsThatCarryLessThanTheyTell)
     EXPECT_EQ(Rows(), tRows{6});
 }
 
+TEST_F(FrameRecord, TellsPacketsWhosePixelsHaveNoColumns)
+{
+    for (teWidth width : {e16Bit, e32Bit}) {
+        SCOPED_TRACE(NameOf(width));
+        tcImage image(width, 128);
+        mCamera.SetCCDArea(0, 0, 16, 2);
+        Read(width, image);
+        tsPixels backwards{width, 1, 2, 0, 15, 0, true};
+        backwards.values.assign(16, 7);
+        Feed(mCamera, backwards);
+        Feed(mCamera, {width, 2, 2, 1, 0, 15, true});
+        EXPECT_EQ(image.Touched(), 16 * BytesOf(width));
+        EXPECT_EQ(Record().Outcome, eFrameIncomplete);
+        EXPECT_EQ(Record().PacketsDamaged, 1U);
+        EXPECT_EQ(Record().PacketsMissing, 1U);
+        EXPECT_EQ(Rows(), tRows{0});
+        EXPECT_EQ(Result(), eReadoutIncomplete);
+    }
+    EXPECT_EQ(mCamera.Errors().size(), 2U);
+}
+
 TEST_F(FrameRecord, TakesADamagedPacketThatComesOnceMoreForWhole)
 {
     tcImage image(e16Bit, 128);
