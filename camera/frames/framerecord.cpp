@@ -208,7 +208,10 @@ bool tcVXCamera::EndFrame(tsFrameNews& news, tsRequestItem& item, const tsFrameE
     const teFrameKind kind = KindOf(ItemOf(item));
     tsReadoutFacts& facts = ReadoutOf(kind);
     tcFrameAccount& account = mpExtension->frames[kind];
-    const bool isWhole = end.IsComplete() && account.Misplaced() == 0 && account.Damaged() == 0;
+    // Where frames have another width than the readout's buffers, there is none.
+    const bool isStored = !facts.isInTurn || item.result1 != nullptr;
+    const bool isWhole =
+        end.IsComplete() && account.Misplaced() == 0 && account.Damaged() == 0 && isStored;
     const bool isInTurn = IsInTurn(kind);
     const bool isUnderrun = isInTurn && facts.isUnderrun;
     const bool isTold = facts.runs && mpExtension->frameCallback.IsSet();

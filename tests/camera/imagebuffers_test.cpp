@@ -394,6 +394,23 @@ TEST_F(ImageBuffers, TakeFramesOf8Bits)
     EXPECT_EQ(Result(), eReadoutComplete);
 }
 
+// None is made for the pixels of another width.
+TEST_F(ImageBuffers, ThatAreNotFilledLeaveNoFrameComplete)
+{
+    SetArea();
+    Set(1);
+    mCamera.ReadCCDArea(nullptr, 1, 0x0008);
+    for (unsigned i = 0; i < 4; ++i) {
+        Feed(mCamera, {e8Bit, i + 1, 4, 3 + i, 2, 11, true});
+    }
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(mTold[0].Buffer, nullptr);
+    EXPECT_EQ(mTold[0].Outcome, eFrameIncomplete);
+    EXPECT_EQ(mTold[0].PacketsMissing, 0U);
+    EXPECT_EQ(Result(), eReadoutIncomplete);
+    EXPECT_EQ(mImages[0].Touched(), 0U);
+}
+
 TEST_F(ImageBuffers, DoNotServeReadoutsIntoAnotherBuffer)
 {
     SetArea();
