@@ -40,8 +40,9 @@ struct tsReadoutFacts {
 
 // The rest of a frame whose readout was given up, which may arrive in the next one.
 struct tsLeftover {
-    uint32_t last = 0;  // number seen of it; 0: there is none
-    uint32_t total = 0; // packets it has
+    uint32_t last = 0;   // number seen of it; 0: there is none
+    uint32_t total = 0;  // packets it has
+    bool goesOn = false; // some of the rest has come
 };
 
 // The pixel packet that came last.

@@ -120,7 +120,8 @@ void tcVXCamera::ForgetFrames(teFrameKind frames)
     for (const teFrameKind kind : {eFrame16, eFrame8, eFrame32}) {
         if ((kind == eFrame32) != (frames == eFrame32)) continue;
         tcFrameAccount& account = mpExtension->frames[kind];
-        if (account.IsRunning()) mpExtension->leftovers[kind] = {account.Last(), account.Total()};
+        if (account.IsRunning())
+            mpExtension->leftovers[kind] = {account.Last(), account.Total(), false};
         account.Clear();
         if (mpExtension->held[kind]) mpExtension->held[kind]->isHeld = false;
     }
@@ -129,18 +130,20 @@ void tcVXCamera::ForgetFrames(teFrameKind frames)
 }
 
 // Whether a packet belongs to the frame that an earlier readout was given up in: the packets of
-// that one go on where they were, and a frame of this readout would begin with number 1. The packet
-// is booked then, and that is all.
+// that one go on exactly where they were, and a frame of this readout would begin with number 1.
+// The packet is booked then, and that is all.
 bool tcVXCamera::IsLeftover(teFrameKind frames, uint32_t number, uint32_t total)
 {
     tsLeftover& leftover = mpExtension->leftovers[frames];
     if (leftover.last == 0) return false;
-    const bool isRest = number > leftover.last && number <= total && total == leftover.total;
+    const bool isNext = leftover.goesOn ? number > leftover.last : number == leftover.last + 1;
+    const bool isRest = isNext && number <= total && total == leftover.total;
     if (!ReadoutOf(frames).runs || !isRest || mpExtension->frames[frames].IsRunning()) {
         leftover = {};
         return false;
     }
     leftover.last = number < total ? number : 0;
+    leftover.goesOn = true;
     mpLedger->TakeStrayPacket();
     return true;
 }

@@ -602,6 +602,20 @@ TEST_F(FrameRecord, TellsHowAReadoutEnded)
     FeedFrame(e16Bit, true);
     EXPECT_EQ(Result(), eReadoutComplete);
     EXPECT_EQ(VXReadoutResult(mCamera.GetHandle() + 100), -3);
+// The packets of a frame that was given up go on where they were.
+TEST_F(FrameRecord, TakesAFrameWithoutItsBeginningThatDoesNotGoOnWhereOneWasGivenUp)
+{
+    tcImage image(e16Bit, 128);
+    Read(e16Bit, image);
+    Feed(mCamera, {e16Bit, 1, 8, 0, 0, 15, true});
+    mCamera.AbortRead();
+    Read(e16Bit, image);
+    FeedRows(e16Bit, 8, {1, 2}, true);
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(Record().PacketsMissing, 2U);
+    EXPECT_EQ(Result(), eReadoutIncomplete);
+}
+
 }
 
 TEST_F(FrameRecord, TellsTheEndOfTheReadoutThatWasStartedLast)
