@@ -262,12 +262,12 @@ bool tcVXCamera::TellCut(tStackLock& lock, tsRequestItem& item, const tsFrameEnd
     tsFrameNews news;
     if (!EndFrame(news, item, cut, true)) return true;
     const tcDeliveryScope scope(*this);
-    const uint32_t serial = mnReadoutSerial;
     {
         const tcUnlocked unlocked(lock);
         mpExtension->frameCallback.Call(mnHandle, &news.record);
     }
-    return serial == mnReadoutSerial && ReadoutOf(KindOf(ItemOf(item))).runs;
+    const tsReadoutFacts& now = ReadoutOf(KindOf(ItemOf(item)));
+    return now.runs && now.number == news.record.Readout;
 }
 
 // Enters the end of a frame into the books, and that of its readout where it is the last.

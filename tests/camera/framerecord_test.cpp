@@ -463,6 +463,23 @@ TEST_F(FrameRecord, TellsACutFrameWhenTheNextBegins)
     EXPECT_EQ(Result(), eReadoutIncomplete);
 }
 
+// Areas and binned images may be read at the same time.
+TEST_F(FrameRecord, KeepsThePacketWhereTheCallbackStartsAReadoutOfAnotherKind)
+{
+    tcImage image(e16Bit, 128), binned(e32Bit, 128);
+    mCamera.SetCCDArea(0, 0, 16, 8);
+    mDo = [&] {
+        if (mTold.size() == 1) Read(e32Bit, binned);
+    };
+    Read(e16Bit, image, 3);
+    FeedRows(e16Bit, 8, {6, 7, 8}, false);
+    image.Set(16, 0);
+    FeedRows(e16Bit, 8, {}, false);
+    ASSERT_EQ(mTold.size(), 2U);
+    EXPECT_EQ(Record().Outcome, eFrameComplete);
+    EXPECT_EQ(image.At(16), 1U) << "the packet that told the frame's end";
+}
+
 TEST_F(FrameRecord, ForgetsThePacketOfAReadoutThatTheCallbackEnded)
 {
     tcImage image(e16Bit, 128);
