@@ -499,6 +499,7 @@ private:
     bool TakePacket(tStackLock& lock, const tsPacketFacts& facts, bool* isHeld);
     template <class Packet>
     void HoldPacket(const Packet& packet);
+    void ForgetHeld(teFrameKind kind);
     bool TellCut(tStackLock& lock, tsRequestItem& item, const tsFrameEnd& cut);
     tsImageData DescribeFrame(const tsRequestItem& item);
     template <class Packet>

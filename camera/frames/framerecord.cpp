@@ -123,7 +123,7 @@ void tcVXCamera::ForgetFrames(teFrameKind frames)
         if (account.IsRunning())
             mpExtension->leftovers[kind] = {account.Last(), account.Total(), false};
         account.Clear();
-        if (mpExtension->held[kind]) mpExtension->held[kind]->isHeld = false;
+        ForgetHeld(kind);
     }
     tsLastPacket& last = mpExtension->lastPacket;
     if ((last.kind == eFrame32) == (frames == eFrame32)) last = {};

@@ -176,7 +176,8 @@ bool tcVXCamera::AcceptPacket(tStackLock& lock, Packet& packet)
     const bool isDamaged = MessageSpansConnections() || swallowed == eSwallowedMessages;
     const bool isWhole = IsWhole(packet, told);
     bool isHeld = false;
-    const tsPacketFacts facts{packet.PacketNumber, packet.TotalPackets, isWhole, isDamaged};
+    const tsPacketFacts facts{packet.PacketNumber, packet.TotalPackets, isWhole, isDamaged,
+                              packet.LastFrame != 0};
     if (!TakePacket<Packet>(lock, facts, &isHeld)) return false;
     const bool isIntact = isWhole && !isDamaged;
     const bool isCounted = isIntact && packet.PacketNumber != 0;
@@ -199,9 +200,9 @@ void tcVXCamera::CheckLastPacket()
     if (!last.mayBeCut || !mpExtension->frames[last.kind].IsRunning()) return;
     mpExtension->lastPacket.mayBeCut = false;
     mpLedger->SuspectLast(last.kind);
-    tsHeldPacket* const held = mpExtension->held[last.kind].get();
+    const tsHeldPacket* const held = mpExtension->held[last.kind].get();
     if (held != nullptr && held->isHeld) {
-        held->isHeld = false;
+        ForgetHeld(last.kind);
     } else {
         mpExtension->frames[last.kind].SuspectLast();
     }
@@ -229,6 +230,7 @@ bool tcVXCamera::TakePacket(tStackLock& lock, const tsPacketFacts& facts, bool* 
     const tsFrameEnd cut = mpLedger->TakePacket(kind, facts);
     *isHeld = cut.isHeld;
     bool goesOn = true;
+    if (cut.hadHeld) ForgetHeld(kind);
     if (cut.packets > 0) {
         mLog.logError("tcVXCamera::TakePacket a frame was cut short: %u of %u packets are missing",
                       cut.missing, cut.packets);
@@ -254,6 +256,13 @@ void tcVXCamera::HoldPacket(const Packet& packet)
     memcpy(held.bytes, &packet, std::min(length, sizeof held.bytes));
     held.time = ThisMoment();
     held.isHeld = true;
+}
+
+// A packet that was held is not the first of another frame.
+void tcVXCamera::ForgetHeld(teFrameKind kind)
+{
+    if (mpExtension->held[kind]) mpExtension->held[kind]->isHeld = false;
+    mpExtension->frames[kind].ForgetHeld();
 }
 
 // Tells of a frame that was cut short; false when its readout was ended meanwhile.

@@ -58,6 +58,8 @@ public:
     // this frame; BeginAgain() ends what was running and begins the other one with it.
     void Note(uint32_t number, uint32_t total, const tsPacketPlace& place, bool isHeld);
     void BeginAgain();
+    // The one that is held is a repetition, and of no use.
+    void ForgetHeld() { mtHeld.reset(); }
     void Clear();
 
     // When it began, where that was noted late.

@@ -176,9 +176,13 @@ tsFrameEnd tcLedger::TakePacket(teFrameKind kind, const tsPacketFacts& packet)
         Add(isWhole ? mtFigures.PacketsStray : mtFigures.PacketsShort);
         return {};
     }
+    // Cameras that say so in the very last packet only do not tell anything by that.
+    const bool isOfAnother =
+        track.Noted() > 0 && packet.isOfLast != track.IsOfLast() && packet.number < packet.total;
+    tsFrameEnd cut = isOfAnother ? BeginLastFrame(kind) : tsFrameEnd{};
+    track.SetOfLast(packet.isOfLast);
     const uint32_t held = track.Held();
     const tcFrameTrack::tePacket found = track.Note(packet.number);
-    tsFrameEnd cut;
     if (found == tcFrameTrack::eRestart) {
         Subtract(mtFigures.PacketsRunning); // the one held, which the new frame counts
         cut = EndTrack(track, true);
@@ -195,6 +199,17 @@ tsFrameEnd tcLedger::TakePacket(teFrameKind kind, const tsPacketFacts& packet)
     }
     track.Expect(packet.total);
     cut.isHeld = found == tcFrameTrack::eHeld;
+    return cut;
+}
+
+// All packets of a readout's last frame say so, and none of the others: with the first that does,
+// the frame before has ended.
+tsFrameEnd tcLedger::BeginLastFrame(teFrameKind kind)
+{
+    const bool hadHeld = maTracks[kind].Held() != 0;
+    tsFrameEnd cut = EndTrack(maTracks[kind], true);
+    cut.hadHeld = hadHeld;
+    LoseCutFrame(AskedOf(kind));
     return cut;
 }
 

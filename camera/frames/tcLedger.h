@@ -16,6 +16,7 @@ struct tsPacketFacts {
     uint32_t total;  // packets of the frame
     bool isWhole;    // carries the pixels that it tells
     bool isDamaged;  // has bytes of other messages
+    bool isOfLast;   // says that it is of the readout's last frame
 };
 
 // How a frame ended.
@@ -24,6 +25,7 @@ struct tsFrameEnd {
     uint32_t missing = 0;
     bool isDamaged = false; // some packet was
     bool isHeld = false;    // none ended; the packet is of this frame, or the next one's first
+    bool hadHeld = false;   // that one was of this frame
 
     bool IsComplete() const { return packets > 0 && missing == 0 && !isDamaged; }
 };
@@ -50,6 +52,9 @@ public:
     uint32_t NotedWithin(uint32_t total) const;
     void Damage() { mbDamaged = true; }
     bool IsDamaged() const { return mbDamaged; }
+    // Whether the packet noted last said that it is of the readout's last frame.
+    void SetOfLast(bool isOfLast) { mbOfLast = isOfLast; }
+    bool IsOfLast() const { return mbOfLast; }
     uint32_t Held() const { return mnHeld; } // the number of which eHeld was told last, or 0
     void Release() { mnHeld = 0; }           // it was repeated
     // The packet noted last does not count after all; false when its number was not noted.
@@ -65,6 +70,7 @@ private:
     uint32_t mnLast = 0;  // number
     uint32_t mnHeld = 0;
     bool mbDamaged = false;
+    bool mbOfLast = false;
 };
 
 // Threads: one writes at a time, as told below; any may call Read(), which neither waits for a lock
@@ -130,6 +136,7 @@ private:
     tsFrameEnd EndTrack(tcFrameTrack& track, bool wasWanted);
     void EndAsked(tsAsked& asked, uint64_t& figure, uint32_t frames = 1);
     void LoseCutFrame(tsAsked& asked);
+    tsFrameEnd BeginLastFrame(teFrameKind kind);
     void ReleaseHeld(tcFrameTrack& track);
 
     std::atomic<uint32_t> mnChanges{0}; // odd while a change is under way

@@ -508,6 +508,46 @@ TEST_F(FrameRecord, IsRightAgainAfterAnIncompleteFrame)
     EXPECT_EQ(Record().PacketsMisplaced, 0U);
 }
 
+// All packets of the last frame say so; there are no others in it.
+TEST_F(FrameRecord, IsNotMadeOfALastFrameAndTheOneBefore)
+{
+    tcImage image(e16Bit, 128);
+    mCamera.SetCCDArea(0, 0, 16, 8);
+    for (bool isRepeated : {false, true}) {
+        Read(e16Bit, image, 2);
+        FeedRows(e16Bit, 8, {6, 7, 8}, false);
+        if (isRepeated) Feed(mCamera, {e16Bit, 3, 8, 2, 0, 15, false});
+        FeedRows(e16Bit, 8, {1, 2, 3, 4, 5}, true);
+        ASSERT_EQ(mTold.size(), 2U);
+        EXPECT_EQ(mTold[0].record.Outcome, eFrameCut);
+        EXPECT_EQ(mTold[0].bits, tBits{0xE0});
+        EXPECT_EQ(mTold[1].record.Outcome, eFrameIncomplete);
+        EXPECT_EQ(mTold[1].bits, tBits{0x1F});
+        EXPECT_EQ(Rows(), (tRows{0, 1, 2, 3, 4}));
+        EXPECT_EQ(Result(), eReadoutIncomplete);
+        mTold.clear();
+    }
+    tsStatistics figures{};
+    mCamera.GetStatistics(&figures, sizeof figures);
+    ExpectThatTheyAddUp(figures);
+    EXPECT_EQ(figures.FramesFailed, 2U);
+    EXPECT_EQ(figures.FramesIncomplete, 2U);
+    EXPECT_EQ(figures.PacketsDuplicate, 1U);
+}
+
+// Cameras may say it in the very last packet only.
+TEST_F(FrameRecord, IsWholeWhereOnlyItsLastPacketSaysThatItIsTheLast)
+{
+    tcImage image(e16Bit, 128);
+    Read(e16Bit, image);
+    for (unsigned i = 0; i < 8; ++i) {
+        Feed(mCamera, {e16Bit, i + 1, 8, i, 0, 15, i == 7});
+    }
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(Record().Outcome, eFrameComplete);
+    EXPECT_EQ(Result(), eReadoutComplete);
+}
+
 // ---- Leftovers of readouts that were given up
 
 TEST_F(FrameRecord, IsNotMadeOfTheRestOfAFrameThatWasGivenUp)
@@ -560,6 +600,20 @@ TEST_F(FrameRecord, LetsTheRestOfAGivenUpFrameNotProlongTheTime)
     EXPECT_EQ(mCamera.numOpsPending(), 1) << "the exposure and 20 s";
     mCamera.Tick();
     EXPECT_EQ(mCamera.numOpsPending(), 0);
+}
+
+// The packets of a frame that was given up go on where they were.
+TEST_F(FrameRecord, TakesAFrameWithoutItsBeginningThatDoesNotGoOnWhereOneWasGivenUp)
+{
+    tcImage image(e16Bit, 128);
+    Read(e16Bit, image);
+    Feed(mCamera, {e16Bit, 1, 8, 0, 0, 15, true});
+    mCamera.AbortRead();
+    Read(e16Bit, image);
+    FeedRows(e16Bit, 8, {1, 2}, true);
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_EQ(Record().PacketsMissing, 2U);
+    EXPECT_EQ(Result(), eReadoutIncomplete);
 }
 
 TEST_F(FrameRecord, TakesAFrameWithoutItsBeginningThatNoneBeforeExplains)
@@ -619,20 +673,6 @@ TEST_F(FrameRecord, TellsHowAReadoutEnded)
     FeedFrame(e16Bit, true);
     EXPECT_EQ(Result(), eReadoutComplete);
     EXPECT_EQ(VXReadoutResult(mCamera.GetHandle() + 100), -3);
-// The packets of a frame that was given up go on where they were.
-TEST_F(FrameRecord, TakesAFrameWithoutItsBeginningThatDoesNotGoOnWhereOneWasGivenUp)
-{
-    tcImage image(e16Bit, 128);
-    Read(e16Bit, image);
-    Feed(mCamera, {e16Bit, 1, 8, 0, 0, 15, true});
-    mCamera.AbortRead();
-    Read(e16Bit, image);
-    FeedRows(e16Bit, 8, {1, 2}, true);
-    ASSERT_EQ(mTold.size(), 1U);
-    EXPECT_EQ(Record().PacketsMissing, 2U);
-    EXPECT_EQ(Result(), eReadoutIncomplete);
-}
-
 }
 
 TEST_F(FrameRecord, TellsTheEndOfTheReadoutThatWasStartedLast)

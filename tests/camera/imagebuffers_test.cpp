@@ -466,16 +466,43 @@ TEST_F(ImageBuffers, KeepACutFrameApartFromOneWithoutItsBeginning)
     EXPECT_EQ(mImages[1].Touched(), 60U);
 }
 
+TEST_F(ImageBuffers, KeepTheLastFrameApartFromTheOneBefore)
+{
+    SetArea();
+    Set(2);
+    for (bool isRepeated : {false, true}) {
+        mTold.clear();
+        mCamera.ReadCCDArea(nullptr, 2, 0);
+        FeedRow(0, false, 1000);
+        FeedRow(1, false, 1000);
+        if (isRepeated) FeedRow(0, false, 1000);
+        FeedRow(2, true, 2000);
+        FeedRow(3, true, 2000);
+        ASSERT_EQ(mTold.size(), 2U);
+        EXPECT_EQ(mTold[0].Outcome, eFrameCut);
+        EXPECT_EQ(mImages[0].At(10), 1200U);
+        EXPECT_EQ(mImages[0].Touched(), 40U);
+        EXPECT_EQ(mTold[1].Outcome, eFrameIncomplete);
+        EXPECT_EQ(mTold[1].PacketsMissing, 2U);
+        EXPECT_EQ(mRows, (tRows{0, 1}));
+        EXPECT_EQ(mImages[1].At(20), 2300U);
+        EXPECT_EQ(mImages[1].Touched(), 40U);
+        VXReturnImageBuffer(Handle(), maPointers[0]);
+        VXReturnImageBuffer(Handle(), maPointers[1]);
+        Figures();
+    }
+}
+
 TEST_F(ImageBuffers, TellTheRowsOfACutFrameThatCame)
 {
     SetArea();
     Set(2);
-    mCamera.ReadCCDArea(nullptr, 2, 0);
+    mCamera.ReadCCDArea(nullptr, 3, 0);
     FeedRow(0, false);
     FeedRow(1, false);
-    FeedRow(0, true);
+    FeedRow(0, false);
     EXPECT_TRUE(mTold.empty());
-    FeedRow(1, true);
+    FeedRow(1, false);
     EXPECT_EQ(mRows, (tRows{2, 3}));
 }
 
