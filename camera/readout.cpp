@@ -12,9 +12,9 @@ constexpr int gnAbortLimit = 50; // ms that the sending of an abort may take
 } // namespace
 
 // Arms the item of a readout whose command is then to be sent: the readout's number, or 0 when one
-// is running.
+// is running. The area's fields of `command` are what the readout's record tells.
 uint32_t tcVXCamera::StartReadout(int item, teReadoutKind kind, void* buffer,
-                                  unsigned short* maximum, short frames)
+                                  unsigned short* maximum, short frames, tsReadAreaMsg* command)
 {
     std::lock_guard<std::recursive_mutex> lock(mStackMutex);
     LevelAreaItems();
@@ -26,6 +26,10 @@ uint32_t tcVXCamera::StartReadout(int item, teReadoutKind kind, void* buffer,
     if (isBusy || InitReqStackItem(item, 1) != eVXOk) {
         tcLedger::Add(mpLedger->Figures().RequestsBusy);
         return 0;
+    }
+    if (command != nullptr) {
+        const auto& [column, row, columns, rows] = facts.command;
+        *command = {column, row, columns, rows, 0, 0};
     }
     tsRequestItem& request = maItems[item];
     mpLedger->BeginReadout(KindOf(item), static_cast<uint16_t>(frames));
@@ -74,20 +78,16 @@ int tcVXCamera::SendReadout(const char* operation, int item, uint32_t number,
 int tcVXCamera::ReadArea(const char* operation, int item, void* buffer, short frames,
                          unsigned short flags)
 try {
-    const uint32_t number = StartReadout(item, eReadoutArea, buffer, nullptr, frames);
+    tsReadAreaMsg read{};
+    const uint32_t number = StartReadout(item, eReadoutArea, buffer, nullptr, frames, &read);
     if (number == 0) {
         const tsRequestItem& busy = maItems[item];
         mLog.logError("tcVXCamera::%s already in progress! %d,%d", operation,
                       busy.respNeeded.load(), busy.respCount.load());
         return eVXFailed;
     }
-    tsReadAreaMsg read{};
-    {
-        std::lock_guard<std::mutex> lock(mAreaMutex);
-        read = {static_cast<uint16_t>(maArea[0]), static_cast<uint16_t>(maArea[1]),
-                static_cast<uint16_t>(maArea[2]), static_cast<uint16_t>(maArea[3]),
-                static_cast<uint16_t>(frames),    flags};
-    }
+    read.Frames = static_cast<uint16_t>(frames);
+    read.Flags = flags;
     return SendReadout(operation, item, number, cmdReadCCDArea, read);
 } catch (const std::bad_alloc&) { // before anything had begun
     mLog.logError("tcVXCamera::%s no memory", operation);

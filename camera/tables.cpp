@@ -45,16 +45,15 @@ void tcVXCamera::StoreAreaOfRegions(const tsSetAreaExMsg& regions, int count)
     }
 }
 
-// What an area readout asks for; nothing where that is left to the camera.
-std::vector<tsRegion> tcVXCamera::RegionsToRead()
+// What an area readout asks for; nothing where that is left to the camera. `area` is how its
+// command tells it.
+std::vector<tsRegion> tcVXCamera::RegionsToRead(uint16_t (&area)[4])
 {
     std::lock_guard<std::mutex> lock(mAreaMutex);
+    std::transform(std::begin(maArea), std::end(maArea), std::begin(area),
+                   [](int value) { return static_cast<uint16_t>(value); });
     std::vector<tsRegion> read = mpExtension->regions;
-    // As the command tells it.
-    if (read.empty()) {
-        read.push_back({static_cast<uint16_t>(maArea[1]), static_cast<uint16_t>(maArea[0]),
-                        static_cast<uint16_t>(maArea[3]), static_cast<uint16_t>(maArea[2])});
-    }
+    if (read.empty()) read.push_back({area[1], area[0], area[3], area[2]});
     const auto isEmpty = [](const tsRegion& region) {
         return region.rows == 0 || region.columns == 0;
     };

@@ -24,6 +24,7 @@ struct tsReadoutFacts {
     bool runs = false;
     teReadoutKind kind = eReadoutArea;
     int32_t area[4] = {};
+    uint16_t command[4] = {};      // the area, as the readout's command tells it
     std::vector<tsRegion> regions; // what is read, in the order in which it is sent; empty if open
     tsImageLimits sensor;          // as told
     uint32_t exposure = 0;         // ms

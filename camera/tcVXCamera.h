@@ -470,7 +470,7 @@ private:
     using tStackLock = std::unique_lock<std::recursive_mutex>;
     int ItemOf(const tsRequestItem& item) const { return static_cast<int>(&item - maItems); }
     uint32_t StartReadout(int item, teReadoutKind kind, void* buffer, unsigned short* maximum,
-                          short frames);
+                          short frames, tsReadAreaMsg* command = nullptr);
     void LevelAreaItems();
     template <class Payload>
     int SendReadout(const char* operation, int item, uint32_t number,
@@ -539,7 +539,7 @@ private:
     bool IsPacked(teFrameKind frames) const;
 
     // settings.cpp, tables.cpp, linktest.cpp
-    std::vector<tsRegion> RegionsToRead();
+    std::vector<tsRegion> RegionsToRead(uint16_t (&area)[4]);
     void LogEntered(const char* operation);
     template <class Variable>
     int AskWord(const tsCommand<tsNoPayload>& command, Variable* variable);

@@ -85,7 +85,7 @@ tsReadoutFacts tcVXCamera::PlanReadout(teFrameKind frames, teReadoutKind kind, b
     facts.sensor = ToldLimits();
     facts.exposure = static_cast<uint32_t>(mnExposure);
     if (kind == eReadoutArea) {
-        facts.regions = RegionsToRead();
+        facts.regions = RegionsToRead(facts.command);
         const tsRegion around = Around(facts.regions);
         const uint32_t area[] = {around.column, around.row, around.columns, around.rows};
         std::copy(std::begin(area), std::end(area), facts.area);

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
+#include <thread>
 
 namespace {
 
@@ -630,6 +632,32 @@ TEST_F(FrameRecord, TakesAFrameWithoutItsBeginningThatNoneBeforeExplains)
     FeedRows(e16Bit, 4, {1, 2}, true);
     ASSERT_EQ(mTold.size(), 3U);
     EXPECT_EQ(Record().PacketsMissing, 2U);
+}
+
+// ---- Areas that change
+
+// Whatever another thread sets meanwhile.
+TEST_F(FrameRecord, TellsTheAreaThatTheCommandAskedFor)
+{
+    mCamera.Log().setDbgLevel(0);
+    tcImage image(e16Bit, 128);
+    std::atomic<bool> isOver{false};
+    std::thread other([&] {
+        for (int i = 0; !isOver; ++i) {
+            mCamera.SetCCDArea(0, 0, 8 + i % 8, 1 + i % 8);
+        }
+    });
+    std::atomic<int> columns{0};
+    mCamera.SetScript([&](const tsSentMessage& sent) {
+        if (sent.id == 0x36) columns = sent.Short(2);
+    });
+    for (int i = 0; i < 3000 && !HasFailure(); ++i) {
+        EXPECT_EQ(Read(e16Bit, image), 0);
+        FeedFrame(e16Bit, true);
+        EXPECT_EQ(Record().Area[2], columns) << "readout " << i;
+    }
+    isOver = true;
+    other.join();
 }
 
 // ---- How a readout ended
