@@ -76,8 +76,8 @@ struct tsClient {
 class tcItemServer
 {
 public:
-    tcItemServer(HSocket& listener, vx::tcAccess access)
-        : mListener(listener), mAccess(std::move(access))
+    tcItemServer(HSocket& listener, const vx::tcAccess& access)
+        : mListener(listener), mAccess(access)
     {
         maClients.reserve(tcDbgd::nMaximumClients);
         maStates.reserve(tcDbgd::nMaximumClients + 1);
