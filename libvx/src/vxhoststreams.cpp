@@ -48,8 +48,7 @@ private:
     int mnBefore = PTHREAD_CANCEL_ENABLE;
 };
 
-// ---- What the host has put into a stream, and the stream has not printed yet
-// ---------------------
+// ---- What the host has put into a stream that has not printed it yet ----------------------------
 
 // Of a stream of the C library, whose lock the caller holds. The library has no function that
 // prints it without waiting.
@@ -61,10 +60,11 @@ std::string_view Backlog(FILE* file)
 
 void Drop(FILE* file, size_t size)
 {
-    const std::string_view backlog = Backlog(file);
-    std::memmove(file->_IO_write_base, file->_IO_write_base + size, backlog.size() - size);
-    file->_IO_write_ptr -= size;
     file->_offset = -1; // to be asked for
+    if (size == 0) return;
+    const size_t left = Backlog(file).size() - size;
+    std::memmove(file->_IO_write_base, file->_IO_write_base + size, left);
+    file->_IO_write_ptr -= size;
 }
 
 // Of a buffer of C++.
@@ -97,8 +97,7 @@ void Drop(std::streambuf* buffer, size_t size)
     if (size > 0) tcPutArea::DropFrom(*buffer, size);
 }
 
-// ---- The host's streams
-// --------------------------------------------------------------------------
+// ---- The host's streams -------------------------------------------------------------------------
 
 class tcUnlock
 {
@@ -324,7 +323,7 @@ void vx::Print(std::ostream& stream, tcStreamLock& lock, std::string_view text)
         if ((file || buffer) && stream.bad() && !text.empty()) ++gnUnprinted;
         return;
     }
-    if (stream.tie() && stream.tie() != &stream) Print(*stream.tie(), {});
+    if (stream.tie() && !text.empty()) Print(*stream.tie(), {}); // flushes it
     if (file) return Print(file, text);
     if (buffer) return ::Print(*buffer, text);
 

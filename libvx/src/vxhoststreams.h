@@ -12,15 +12,15 @@
 // buffer. A stream that the host has put into a failed state takes nothing.
 //
 // Limits:
-// - A buffer or stream of the application may keep whoever writes to it for as long as it likes;
-// all
-//   others wait for nPatienceMs at most.
+// - A buffer or stream of the application may keep whoever writes to it for as long as it likes,
+//   all others wait for nPatienceMs at most.
 // - A file on a disk is written to as the disk takes it, and so are devices other than terminals.
-// - A pipe or terminal that can not be opened again (without /proc, say) is asked for room before
-//   each piece; another process that takes that room first holds the writer up.
-// - A text that has been begun may end in the middle when a terminal or socket takes no more.
-// - Output that is switched off from std::ios::sync_with_stdio goes in the same way, but the host's
-//   own threads must not print meanwhile, as with any such stream.
+// - Where a terminal, or with an old kernel a pipe, cannot be opened again (without /proc, say), it
+//   is asked for room before each piece; who else takes that room first holds the writer up.
+// - A long text may end in the middle: the rest is left out when the stream stops taking it.
+// - Streams without std::ios::sync_with_stdio have no lock of the C library: the host's own threads
+//   must not print on them meanwhile, as with any such stream.
+// - In a child that is forked while another thread prints, texts for that stream are left out.
 //
 // Threads: any, several at once; texts for one stream do not mix. Keeps errno, and cannot be
 // cancelled.
