@@ -105,10 +105,13 @@ int tcVXCamera_Ethernet::Open()
 // Has the receive thread read what a camera said before it ended the connection.
 void tcVXCamera_Ethernet::AwaitLastWords()
 {
-    pollfd state{mSocket.GetFD(), POLLRDHUP, 0};
-    if (!mbConnected || poll(&state, 1, 0) <= 0) return;
+    const auto isEnding = [this] { // the receive thread closes the socket when it has read all
+        const std::lock_guard<std::mutex> lock(mSocketMutex);
+        pollfd state{mSocket.GetFD(), POLLRDHUP, 0};
+        return mbConnected && poll(&state, 1, 0) > 0;
+    };
     const auto limit = steady_clock::now() + gLastWords;
-    while (mbConnected && steady_clock::now() < limit)
+    while (isEnding() && steady_clock::now() < limit)
         PauseUntil(steady_clock::now() + milliseconds(1));
 }
 

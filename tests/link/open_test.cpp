@@ -246,6 +246,7 @@ TEST_F(ClosedCamera, TakesFirstCallsFromSeveralThreads)
 struct tsFailedOpening {
     int result, took;
     std::vector<std::string> errors;
+    bool wasConnected; // and not reset before that was noticed
 };
 
 // Opens a camera that does so much as a client connects, and ends the connection.
@@ -261,7 +262,8 @@ static tsFailedOpening OpenInVain(tcScriptedCamera& peer, const std::function<vo
     EXPECT_TRUE(peer.Accept());
     play();
     const auto [result, took] = opened.get();
-    return {result, took, Texts(log.Errors("tcVXCamera::Initialize"))};
+    return {result, took, Texts(log.Errors("tcVXCamera::Initialize")),
+            log.Errors("tcVXCamera_Ethernet::Initialize").empty()};
 }
 
 static const std::string gsEnded = "tcVXCamera::Initialize the camera ended the connection";
@@ -294,7 +296,7 @@ TEST_F(OpenCamera, FailsAtOnceWhenItEndsTheConnection)
         const tsFailedOpening opening = OpenInVain(peer, play);
         EXPECT_EQ(-1, opening.result);
         EXPECT_LT(opening.took, 2000);
-        EXPECT_EQ(opening.errors, std::vector<std::string>{gsEnded});
+        EXPECT_EQ(opening.errors, std::vector<std::string>(opening.wasConnected ? 1 : 0, gsEnded));
     }
     const int handle = Open(peer);
     EXPECT_GE(handle, 0) << "free again";
