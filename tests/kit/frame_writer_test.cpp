@@ -43,8 +43,9 @@ TEST(FrameWriter, WritesEveryFrameInOrder)
     };
     FrameWriter writer(options);
     for (int number = 1; number <= 12; ++number) {
-        EXPECT_TRUE(
-            writer.write(numbered(number), {{folder.path(fileName("a%02d.fits", number, 12))}}));
+        // The first one takes long; the next ones are made meanwhile, and wait for it.
+        EXPECT_TRUE(writer.write(numbered(number, number == 1 ? 300000 : 20),
+                                 {{folder.path(fileName("a%02d.fits", number, 12))}}));
     }
     writer.finish();
     EXPECT_THAT(seen, ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12));
@@ -175,6 +176,25 @@ TEST(FrameWriter, LeavesNothingWhenTheDiskIsFull)
     writer.write(numbered(2, 100000), {{folder.path("a2.fits")}}); // 6 MB
     EXPECT_THAT(refusalOf([&] { writer.finish(); }, ErrorKind::File), HasSubstr("File too large"));
     EXPECT_THAT(folder.names(), ElementsAre("a1.fits"));
+}
+
+TEST(FrameWriter, KeepsNothingBehindAFailureThatComesLate)
+{
+    const Folder folder;
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{1 << 20, 1 << 20};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    WriterOptions options;
+    options.most = 20;
+    FrameWriter writer(options);
+    for (int number = 1; number <= 5; ++number) {
+        // The third one takes long, and is too large; those behind it are made meanwhile.
+        writer.write(numbered(number, number == 3 ? 300000 : 20),
+                     {{folder.path(fileName("a%d.fits", number, 5))}});
+    }
+    EXPECT_THAT(refusalOf([&] { writer.finish(); }, ErrorKind::File), HasSubstr("a3.fits"));
+    EXPECT_THAT(folder.names(), ElementsAre("a1.fits", "a2.fits"));
+    EXPECT_EQ(writer.written().size(), 2u);
 }
 
 TEST(FrameWriter, DropsWhatIsNotThereWhenItIsStopped)
