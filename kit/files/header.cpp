@@ -1,8 +1,8 @@
 // The facts of a frame as cards.
 #include <vxcamkit/header.h>
 
-#include "values/escapes.h"
 #include "readout/frame_facts.h"
+#include "values/escapes.h"
 
 #include <vxcamkit/error.h>
 #include <vxcamkit/property.h>
