@@ -78,6 +78,7 @@ std::string LibraryVersionText();
 // The arguments without the program's name. Prints, and returns the exit code.
 int RunProgram(const std::vector<std::string>& arguments);
 
+std::unique_ptr<tcVerb> MakeCool();
 std::unique_ptr<tcVerb> MakeDaemons();
 std::unique_ptr<tcVerb> MakeDoctor();
 std::unique_ptr<tcVerb> MakeFault();
@@ -93,6 +94,7 @@ std::unique_ptr<tcVerb> MakeProfile();
 std::unique_ptr<tcVerb> MakeSet();
 std::unique_ptr<tcVerb> MakeWatch();
 
+extern const char* const gsCoolExamples;
 extern const char* const gsDaemonsExamples;
 extern const char* const gsDoctorExamples;
 extern const char* const gsFaultExamples;
