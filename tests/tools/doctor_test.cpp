@@ -43,7 +43,7 @@ TEST(Doctor, FindsNothingWrongWithTheSimulatedCamera)
     EXPECT_THAT(run.Output(), StartsWith("ok      interfaces      lo 127.0.0.1"));
     EXPECT_THAT(run.Output(), HasSubstr("\nok      discovery       no camera answers\n"));
     EXPECT_THAT(run.Output(), HasSubstr("answers; 64 x 32 pixels, vxcamsim, serial number 1\n"));
-    EXPECT_THAT(run.Output(), HasSubstr("vxcam 3.0.7, library 3.7, camera 1.0\n"));
+    EXPECT_THAT(run.Output(), HasSubstr("vxcam 3.0.7, library 3.0.7, camera 1.0\n"));
     EXPECT_THAT(run.Output(), HasSubstr("64 x 1024 random bytes come back intact, "));
     EXPECT_THAT(run.Output(), HasSubstr("100 round trips, p50 "));
     EXPECT_THAT(run.Output(), HasSubstr("KiB granted (net.core.rmem_max is "));

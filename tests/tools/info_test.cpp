@@ -12,7 +12,7 @@ TEST(Info, TellsWhatTheCameraIs)
     EXPECT_EQ(run.Errors(), "");
     for (const char* line :
          {"target            simulated camera\n", "sensor            64 x 32 pixels\n",
-          "serial number     1\n", "version           1.0\n", "library           3.7\n",
+          "serial number     1\n", "version           1.0\n", "library           3.0.7\n",
           "ccd-temp          20C\n", "gain-config       0,1,7\n", "cooling           off\n",
           "network-config    0x0100007f,0x000000ff,"}) {
         EXPECT_THAT(run.Output(), HasSubstr(line));
@@ -28,7 +28,7 @@ TEST(Info, DocumentHoldsTheSame)
     EXPECT_EQ(document["name"], "vxcamsim");
     EXPECT_EQ(document["serial"], 1);
     EXPECT_EQ(document["bits"], 16);
-    EXPECT_EQ(document["library"], "3.7");
+    EXPECT_EQ(document["library"], "3.0.7");
     EXPECT_EQ(document["properties"]["ccd-temp"], 20.0);
     EXPECT_EQ(document["properties"]["gain-config"]["third"], 7);
 }

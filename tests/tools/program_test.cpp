@@ -149,7 +149,7 @@ TEST(Program, EveryVerbHasAHelpWithExamplesAndExitCodes)
 
 TEST(Program, VersionNamesTheProgramAndTheLibrary)
 {
-    EXPECT_EQ(OutputOf({"--version"}), "vxcam 3.0.7 (library 3, build 7)\n");
+    EXPECT_EQ(OutputOf({"--version"}), "vxcam 3.0.7 (library 3.0.7)\n");
 }
 
 TEST(Program, OutputThatCannotBeWrittenIsAFileError)

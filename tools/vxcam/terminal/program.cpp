@@ -31,9 +31,7 @@ void PrintError(const std::string& text)
 
 std::string VersionText()
 {
-    const vxcam::LibraryVersion library = vxcam::libraryVersion();
-    return "vxcam " VXCAM_VERSION " (library " + std::to_string(library.number) + ", build " +
-           std::to_string(library.build) + ")";
+    return "vxcam " VXCAM_VERSION " (library " + LibraryVersionText() + ")";
 }
 
 std::string OverviewText()
@@ -271,7 +269,11 @@ std::string NameOf(const vxcam::Camera& camera)
 std::string LibraryVersionText()
 {
     const vxcam::LibraryVersion library = vxcam::libraryVersion();
-    return std::to_string(library.number) + "." + std::to_string(library.build);
+    const std::string number = std::to_string(library.number) + ".";
+    const std::string build = "." + std::to_string(library.build);
+    const std::string own = VXCAM_VERSION, end = own.substr(own.rfind('.'));
+    if (own.rfind(number, 0) == 0 && end == build) return own;
+    return number + std::to_string(library.build);
 }
 
 int RunProgram(const std::vector<std::string>& arguments)

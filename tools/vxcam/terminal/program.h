@@ -72,7 +72,8 @@ void HushLibrary(const tsCommonOptions& options);
 vxcam::Target TargetOf(const tsCommonOptions& options);
 // The camera's name for people: "simulated camera", "192.168.1.20:2000".
 std::string NameOf(const vxcam::Camera& camera);
-// "3.7", of the library.
+// The library's: the program's own, "3.0.7", where number and build are the same; else these,
+// "3.8".
 std::string LibraryVersionText();
 
 // The arguments without the program's name. Prints, and returns the exit code.
