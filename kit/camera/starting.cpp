@@ -274,6 +274,7 @@ std::shared_ptr<FramePool> CameraCore::poolFor(const Plan& plan, const FrameFact
     if (count == 0) {
         count = static_cast<int>(std::clamp<size_t>(kUsualBytes / bytes, 2, kUsualBuffers));
     }
+    if (plan.whenFull == WhenFull::DropNewest) ++count; // where frames come in that are dropped
     const bool isGood = pool_ && pool_->bytes() == bytes && pool_->count() == count;
     return isGood && pool_->held() == 0 ? pool_ : std::make_shared<FramePool>(bytes, count);
 }

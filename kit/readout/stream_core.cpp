@@ -62,17 +62,19 @@ void StreamCore::begin(SteadyTime commandSent)
 void StreamCore::take(const tsFrameRecord& record, const Arrival& arrival)
 {
     readout_ = record.Readout;
+    bool isDropped = record.Outcome == eFrameUnderrun;
     std::shared_ptr<void> pixels = setup_.pool->hold(record.Buffer);
     if (pixels) {
         std::lock_guard<std::mutex> guard(lock_);
         --free_;
+        isDropped = free_ == 0 && setup_.plan.whenFull == WhenFull::DropNewest;
     }
     std::optional<Frame> frame;
     // A packet holds a row or a part of one.
     const bool isTooFew = record.Outcome == eFrameComplete && record.PacketsExpected < record.Rows;
     const bool isSensible = record.Rows > 0 && record.Columns > 0 && !isTooFew;
     if (!isSensible && record.Outcome != eFrameCut) hasSenseless_ = true;
-    if (pixels && isSensible && isRunning()) {
+    if (pixels && !isDropped && isSensible && isRunning()) {
         arrangePixels(record, setup_.facts.regions);
         frame.emplace(factsOf(record, arrival), std::move(pixels));
     }
@@ -82,7 +84,7 @@ void StreamCore::take(const tsFrameRecord& record, const Arrival& arrival)
         std::lock_guard<std::mutex> guard(lock_);
         if (end_ == ReadoutEnd::Running) {
             if (frame) enqueue(std::move(*frame));
-            if (record.Outcome == eFrameUnderrun) ++books_.dropped;
+            if (isDropped) ++books_.dropped;
             isEnd = endFrame(record, arrival);
         }
     }
@@ -298,9 +300,11 @@ std::optional<Frame> StreamCore::next(std::optional<SteadyTime> deadline)
     queue_.pop_front();
     ++books_.taken;
     if (queued.isPooled) --pooledInQueue_;
+    const bool isDropping = setup_.plan.whenFull == WhenFull::DropNewest;
     const int outside = setup_.pool->count() - free_ - pooledInQueue_;
     guard.unlock();
-    if (!queued.isPooled || outside <= setup_.pool->count() / 2) return std::move(queued.frame);
+    const int most = (setup_.pool->count() - (isDropping ? 1 : 0)) / 2;
+    if (!queued.isPooled || outside <= most) return std::move(queued.frame);
     std::shared_ptr<void> pixels = allocateFrame(queued.frame.bytes());
     std::memcpy(pixels.get(), queued.frame.data(), queued.frame.bytes());
     return Frame(queued.frame.facts(), std::move(pixels));

@@ -27,7 +27,7 @@ struct StreamSetup {
     FrameFacts facts; // what all its frames share
     int handle = -1;  // of the camera
     ExposurePlan exposures;
-    std::shared_ptr<FramePool> pool;
+    std::shared_ptr<FramePool> pool; // where frames are dropped, with a buffer more for these
     // Called once, on whatever thread ends it, with no lock held; the consumer may know already.
     std::function<void(const StreamCore&)> onEnd;
 };

@@ -562,6 +562,7 @@ TEST_F(Streams, DropNewestCounts)
     ASSERT_TRUE(waitUntil([&] { return stream.end() != ReadoutEnd::Running; }));
     EXPECT_EQ(stream.books().complete, 3u);
     EXPECT_EQ(stream.books().dropped, 97u);
+    EXPECT_EQ(camera.statistics().framesFailed, 0u) << "it was wanted: no error of the library's";
     EXPECT_EQ(stream.end(), ReadoutEnd::Incomplete);
     for (int i = 1; i <= 3; ++i) {
         EXPECT_EQ(stream.next(kPatience)->facts().number, i);
