@@ -1,6 +1,6 @@
 // From a target to an open camera.
 #include "camera/camera_core.h"
-#include "camera/probe.h"
+#include "network/probe.h"
 #include "readout/frame_facts.h"
 #include "readout/host_clock.h"
 

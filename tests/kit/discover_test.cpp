@@ -1,4 +1,4 @@
-#include "camera/answers.h"
+#include "network/answers.h"
 
 #include <gtest/gtest.h>
 

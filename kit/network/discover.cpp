@@ -2,7 +2,7 @@
 
 #include <vxcamkit/error.h>
 
-#include "camera/answers.h"
+#include "network/answers.h"
 #include "vxcamiface.h"
 
 #include <arpa/inet.h>

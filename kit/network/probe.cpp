@@ -1,4 +1,4 @@
-#include "camera/probe.h"
+#include "network/probe.h"
 
 #include <netdb.h>
 #include <netinet/in.h>
