@@ -177,12 +177,25 @@ TEST(ExitCameraError, FrameWithoutASensibleSize)
 {
     tcFolder folder;
     std::string row = Row(0, 1, true);
-    row[12 + 8] = 7;  // first column
-    row[12 + 10] = 6; // last column
+    row[12 + 8] = 7;     // first column
+    row[12 + 10] = 6;    // last column
+    row.resize(12 + 16); // and no pixels
+    row[2] = 16;
     tcActor camera(AnswersWithSettings({{gnReadArea, row}}));
     tcRun run({"grab", camera.Target()}, In(folder));
     ExpectFailure(run, 4, "without a usable size");
     EXPECT_THAT(folder.Names(), IsEmpty());
+}
+
+TEST(ExitCameraError, PixelsWithoutASensiblePlace)
+{
+    tcFolder folder;
+    std::string row = Row(0, 1, true);
+    row[12 + 8] = 7;  // first column
+    row[12 + 10] = 6; // last column
+    tcActor camera(AnswersWithSettings({{gnReadArea, row}}));
+    tcRun run({"grab", camera.Target()}, In(folder));
+    ExpectFailure(run, 4, "1 packet is damaged");
 }
 
 // ---- 5, file error ---------------------------------------------------------------------------

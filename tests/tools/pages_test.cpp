@@ -296,7 +296,8 @@ TEST(Pages, BashCompletesVerbs)
 TEST(Pages, BashCompletesOptionsAndTargets)
 {
     EXPECT_THAT(Offers("vxcam grab --exp"), ElementsAre("--exposure"));
-    EXPECT_THAT(Offers("vxcam grab sim --f"), testing::UnorderedElementsAre("--frames", "--force"));
+    EXPECT_THAT(Offers("vxcam grab sim --f"),
+                testing::UnorderedElementsAre("--frames", "--force", "--flat", "--flight"));
     EXPECT_THAT(Offers("vxcam ping "), ElementsAre("sim"));
     EXPECT_THAT(Offers("vxcam get "), ElementsAre("sim"));
     EXPECT_THAT(Offers("vxcam log "), IsSupersetOf({"list", "tail"}));

@@ -196,8 +196,8 @@ bool tcWatch::Answers(vxcam::Camera& camera)
     bool isAnswered = true;
     try {
         camera.get("exposure");
-    } catch (const vxcam::Error&) {
-        isAnswered = false;
+    } catch (const vxcam::Error& error) {
+        isAnswered = error.kind() == vxcam::ErrorKind::Camera; // a complaint is an answer
     }
     mLastProbe = tpClock::now();
     return isAnswered;
