@@ -1,29 +1,8 @@
 #include <vxcamkit/error.h>
 
+#include "vxvisible.h"
+
 namespace vxcam {
-
-namespace {
-
-constexpr unsigned char kDelete = 0x7F;
-
-std::string inOneLine(const std::string& text)
-{
-    constexpr const char* digits = "0123456789abcdef";
-    std::string line;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte >= ' ' && byte != kDelete) {
-            line += character;
-            continue;
-        }
-        line += "\\x";
-        line += digits[byte >> 4U];
-        line += digits[byte & 0xFU];
-    }
-    return line;
-}
-
-} // namespace
 
 const std::vector<ErrorRow>& errorTable()
 {
@@ -49,7 +28,7 @@ const ErrorRow& rowOf(ErrorKind kind)
 }
 
 Error::Error(ErrorKind kind, const std::string& text, int code, int subCode)
-    : std::runtime_error(inOneLine(text)), kind_(kind), code_(code), subCode_(subCode)
+    : std::runtime_error(vx::Visible(text)), kind_(kind), code_(code), subCode_(subCode)
 {}
 
 Error::~Error() = default;

@@ -59,7 +59,7 @@ TEST(Error, CarriesKindCodesAndText)
 TEST(Error, TellsInOneLineWhateverACameraSent)
 {
     EXPECT_STREQ(Error(ErrorKind::Camera, "one\ntwo\t\x1b[31m\x7f").what(),
-                 "one\\x0atwo\\x09\\x1b[31m\\x7f");
+                 "one\\ntwo\\t\\x1b[31m\\x7f");
     EXPECT_STREQ(Error(ErrorKind::Camera, "-5 \xc2\xb0"
                                           "C")
                      .what(),
