@@ -1,6 +1,7 @@
 // Pixels: take the packets of a readout, finish its frames.
-#include "swallowed.h"
 #include "tcExtension.h"
+
+#include "swallowed.h"
 
 #include <algorithm>
 #include <cstring>

@@ -50,7 +50,7 @@ Value CameraCore::set(const std::string& name, const Value& value)
         const Value asked = isTrigger(property) ? sendTrigger(property, value)
                                                 : sendProperty(*this, property, value);
         const bool isTold = property.property->isReadable();
-        const Value told = isTold ? readProperty(*this, property) : asked;
+        Value told = isTold ? readProperty(*this, property) : asked;
         keep(property, asked, told);
         return told;
     } catch (const Error& error) {
@@ -81,7 +81,7 @@ Value CameraCore::sendTrigger(const PropertyName& name, const Value& value)
     if (!stream) return sendProperty(*this, name, value);
     const bool isActive = checkedValue(*this, name, value).toInt() != 0;
     const uint64_t number = stream->clock().triggerBegins(isActive, presentMoment().steady);
-    const Value asked = sendProperty(*this, name, value);
+    Value asked = sendProperty(*this, name, value);
     stream->clock().triggerEnds(number, presentMoment().steady);
     return asked;
 }

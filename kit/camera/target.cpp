@@ -92,8 +92,10 @@ Target parseSimulator(const std::string& text, const std::string& query)
             isRight = !value.empty();
             options.faults.push_back(value);
         } else {
-            refuse(text, "'" + name +
-                             "' is none of sensor, seed, scale, heartbeat, fault-seed and fault");
+            std::string reason = "'";
+            reason.append(name).append(
+                "' is none of sensor, seed, scale, heartbeat, fault-seed and fault");
+            refuse(text, reason);
         }
         if (!isRight) refuse(text, "'" + value + "' is no possible " + name);
     }
