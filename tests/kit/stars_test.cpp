@@ -40,6 +40,12 @@ double lightOf(const Source& source, double column, double row)
                                     across * across / (2 * narrow * narrow));
 }
 
+size_t indexOf(const Scene& scene, int column, int row)
+{
+    return static_cast<size_t>(row) * static_cast<size_t>(scene.columns) +
+           static_cast<size_t>(column);
+}
+
 template <class Pixel>
 Frame drawn(const Scene& scene)
 {
@@ -51,7 +57,7 @@ Frame drawn(const Scene& scene)
             double value = scene.level + scene.slopeX * column / scene.columns +
                            scene.slopeY * row / scene.rows;
             if (scene.noise > 0) value += noise(random);
-            values[static_cast<size_t>(row * scene.columns + column)] = value;
+            values[indexOf(scene, column, row)] = value;
         }
     }
     for (const Source& source : scene.sources) {
@@ -61,8 +67,7 @@ Frame drawn(const Scene& scene)
             for (int column = std::max(0, static_cast<int>(source.column) - reach);
                  column <= std::min(scene.columns - 1, static_cast<int>(source.column) + reach);
                  ++column) {
-                values[static_cast<size_t>(row * scene.columns + column)] +=
-                    lightOf(source, column, row);
+                values[indexOf(scene, column, row)] += lightOf(source, column, row);
             }
         }
     }
