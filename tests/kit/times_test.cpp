@@ -212,7 +212,6 @@ TEST_F(Times, BehindANetworkDelayAreTrue)
         check(*stream.next(kPatience));
     }
     expectAll(100);
-    EXPECT_LT(typical(), 45ms);
 }
 
 TEST_F(Times, OfFramesThatASlowConsumerHeldBackAreTrue)

@@ -140,7 +140,11 @@ TEST_F(MuchToRead, HoldsNobodyUpWhileAllPlacesAreTakenByClientsThatDoNotRead)
     EXPECT_GT(Ask("LOG:DUMP MUCH").size(), 14000000u); // more than any socket takes
     const long before = ResidentKiB();
     AskBesideSlowReaders(mnPort, "LOG:DUMP MUCH");
+#if !defined(__SANITIZE_ADDRESS__) // which keeps what was freed
     EXPECT_LT(ResidentKiB() - before, 100000);
+#else
+    (void)before;
+#endif
 }
 
 TEST_F(Daemon, AnswersWithinASecondWhileHandlersOfTheApplicationWriteToClientsThatDoNotRead)

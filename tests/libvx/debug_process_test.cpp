@@ -294,6 +294,9 @@ TEST_F(DaemonProcess, TellsOfATakenPortThatNobodyAskedForInItsRecordsOnly)
 
 TEST_F(DaemonProcess, TakesNothingFromTheEnvironmentWithRaisedPrivileges)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the search for leaks fails with raised privileges";
+#endif
     std::string reason;
     tcNetworkNamespace host(reason);
     if (getuid() != 0 || !host.Enter()) GTEST_SKIP() << "needs root " << reason;

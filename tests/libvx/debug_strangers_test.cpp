@@ -303,6 +303,9 @@ TEST_F(Announcements, OfADaemonOnLoopbackAreNotSentToAnotherHost)
     ASSERT_EQ(0, bind(descriptor, Plain(all), sizeof all));
     tcListener loopback(mHere, "127.0.0.1");
     Start();
+    static auto* const first =
+        tcDbgd::getItem(); // which stays, though the next one takes its place
+    EXPECT_NE(nullptr, first);
     auto* second = new tcDbgd; // meanwhile, as a clock
     setenv("DBGD_ANNOUCE_GROUP", "239.192.100.100:7020", 1);
     second->StopServer();

@@ -10,7 +10,8 @@
 // standard error only while nothing is expected here.
 TEST_F(Faults, GoOnWithAFullPipeOnStandardError)
 {
-    tcLog::mpDefaultConsumer = new tcLogStream(std::cerr); // loggers may still refer to it
+    static auto* const stream = new tcLogStream(std::cerr); // loggers may still refer to it
+    tcLog::mpDefaultConsumer = stream;
     OpenWith({"error-storm:id=0x60,times=0,count=100,code=7,subcode=3"});
     tcLog::mpDefaultConsumer = tcLog::NullConsumer();
     int ends[2];

@@ -120,7 +120,7 @@ vxcam::CoolingState tcCool::Wait(vxcam::Camera& camera, tcProgress& progress)
     const tcComplaints complaints(camera);
     Start(camera.cooler());
     while (true) {
-        const vxcam::CoolingState state = camera.cooler().state();
+        vxcam::CoolingState state = camera.cooler().state();
         Describe(state);
         ThrowIfInterrupted();
         if (const auto complaint = complaints.First()) throw tcFailure(eExitCamera, *complaint);

@@ -205,7 +205,9 @@ void tcFault::Print() const
         if (mbJson || mbQuiet) continue;
         const std::string times =
             item.value == "-1" ? "always" : item.value + (item.value == "1" ? " time" : " times");
-        PrintLine(kind + std::string(kind.size() < 20 ? 20 - kind.size() : 1, ' ') + times);
+        std::string line = kind;
+        line.append(kind.size() < 20 ? 20 - kind.size() : 1, ' ').append(times);
+        PrintLine(line);
     }
     if (mbJson) PrintDocument(document);
 }
