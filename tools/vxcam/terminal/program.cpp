@@ -271,7 +271,7 @@ std::string LibraryVersionText()
     const vxcam::LibraryVersion library = vxcam::libraryVersion();
     const std::string number = std::to_string(library.number) + ".";
     const std::string build = "." + std::to_string(library.build);
-    const std::string own = VXCAM_VERSION, end = own.substr(own.rfind('.'));
+    std::string own = VXCAM_VERSION, end = own.substr(own.rfind('.'));
     if (own.rfind(number, 0) == 0 && end == build) return own;
     return number + std::to_string(library.build);
 }
