@@ -334,7 +334,9 @@ TEST_F(LogCommand, BuffersTakeMemoryAsRecordsCome)
     for (int i = 0; i < 100000; ++i)
         mLogger.logDebug(1, "%s", text.c_str());
     EXPECT_GT(ResidentKiB() - before, 25000);
+#if !defined(__SANITIZE_THREAD__) // which takes memory for each byte that is touched
     EXPECT_LT(ResidentKiB() - before, 45000);
+#endif
 }
 
 TEST_F(LogCommand, RefusesBuffersOfNoOrTooManyLines)
