@@ -97,7 +97,8 @@ Target parseSimulator(const std::string& text, const std::string& query)
                 "' is none of sensor, seed, scale, heartbeat, fault-seed and fault");
             refuse(text, reason);
         }
-        if (!isRight) refuse(text, "'" + value + "' is no possible " + name);
+        if (!isRight)
+            refuse(text, std::string("'").append(value).append("' is no possible ").append(name));
     }
     return target;
 }
