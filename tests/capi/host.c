@@ -84,30 +84,36 @@ static void* KeepReading(void* argument)
     return NULL;
 }
 
-/* A stream socket on loopback: bound to a free port, which is stored, or connected to `*port`. */
-static int Socket(unsigned short* port, int isServer)
+/* A stream socket on loopback, bound to the port or connected to it; -1: it cannot be. */
+static int Socket(unsigned short port, int isServer)
 {
     struct sockaddr_in address;
-    socklen_t size = sizeof address;
+    const socklen_t size = sizeof address;
     int descriptor = socket(AF_INET, SOCK_STREAM, 0);
     memset(&address, 0, sizeof address);
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(isServer ? 0 : *port);
+    address.sin_port = htons(port);
     struct sockaddr* any = (struct sockaddr*)&address;
     if ((isServer ? bind(descriptor, any, size) : connect(descriptor, any, size)) != 0) {
         close(descriptor);
         return -1;
     }
-    if (isServer && getsockname(descriptor, any, &size) == 0) *port = ntohs(address.sin_port);
     return descriptor;
 }
 
-static unsigned short FreePort(void)
+/* One that the system gives to nobody by itself, in an order that differs between processes. */
+static unsigned short FreePort(unsigned first)
 {
-    unsigned short port = 0;
-    close(Socket(&port, 1));
-    return port;
+    const unsigned count = 4000;
+    for (unsigned i = 0; i < count; ++i) {
+        const unsigned short port = (unsigned short)(first + ((unsigned)getpid() * 7u + i) % count);
+        const int descriptor = Socket(port, 1);
+        if (descriptor < 0) continue;
+        close(descriptor);
+        return port;
+    }
+    return 0;
 }
 
 /* Asks the daemon, or the item server where the request begins with a small letter. */
@@ -116,7 +122,7 @@ static void* KeepRequesting(void* argument)
     const char* request = argument;
     char reply[4096];
     while (1) {
-        int descriptor = Socket(*request == 'i' ? &snItemPort : &snDaemonPort, 0);
+        int descriptor = Socket(*request == 'i' ? snItemPort : snDaemonPort, 0);
         if (descriptor < 0) {
             usleep(1000);
             continue;
@@ -142,8 +148,8 @@ static void Export(const char* name, unsigned short port)
 /* Where the debug services are to be found. */
 static void ChoosePorts(void)
 {
-    snDaemonPort = FreePort();
-    snItemPort = FreePort();
+    snDaemonPort = FreePort(12000);
+    snItemPort = FreePort(16000);
     Export("DBGD_PORTNUM", snDaemonPort);
     Export("DBGITEM_PORTNUM", snItemPort);
     setenv("DBGITEM_BIND", "127.0.0.1", 1);
