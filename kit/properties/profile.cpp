@@ -1,14 +1,15 @@
 #include <vxcamkit/profile.h>
 
 #include <vxcamkit/error.h>
+#include <vxcamkit/frame_times.h>
 
 #include <nlohmann/json.hpp>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <memory>
 
 namespace vxcam {
@@ -23,12 +24,8 @@ constexpr size_t kMostBytes = size_t{64} << 20; // of a file
 
 std::string utcNow()
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm utc{};
-    ::gmtime_r(&now, &utc);
-    std::array<char, 32> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-    return text.data();
+    return utcText(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()), 0) +
+           "Z";
 }
 
 // The names under which the settings of one row stand in a profile.

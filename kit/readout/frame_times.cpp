@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 
 namespace vxcam {
 
@@ -10,6 +9,30 @@ namespace {
 
 constexpr int64_t kSecond = 1000000000; // ns
 constexpr int kMostDecimals = 9;
+constexpr int64_t kDay = 86400; // s
+
+struct Date {
+    int64_t year;
+    int month, day; // from 1
+};
+
+// Of a day since 1970-01-01. The C library's calendar looks at the variable TZ, which another
+// thread may be setting.
+Date dateOf(int64_t day)
+{
+    constexpr int64_t kDaysOf400Years = 146097, kDaysBefore1970 = 719468; // from 0000-03-01
+    day += kDaysBefore1970;
+    const int64_t cycle = (day >= 0 ? day : day - kDaysOf400Years + 1) / kDaysOf400Years;
+    const int64_t rest = day - cycle * kDaysOf400Years;
+    // Years begin in March, so that a leap day is the last one.
+    const int64_t year = (rest - rest / 1460 + rest / 36524 - rest / 146096) / 365;
+    const int64_t dayOfYear = rest - (365 * year + year / 4 - year / 100);
+    const int month = static_cast<int>((5 * dayOfYear + 2) / 153); // from March
+    const int dayOfMonth = static_cast<int>(dayOfYear) - (153 * month + 2) / 5;
+    const bool isNextYear = month >= 10;
+    return {cycle * 400 + year + (isNextYear ? 1 : 0), isNextYear ? month - 9 : month + 3,
+            dayOfMonth + 1};
+}
 
 } // namespace
 
@@ -41,11 +64,13 @@ std::string utcText(UtcTime time, int decimals)
         rest += kSecond;
         --seconds;
     }
-    const auto whole = static_cast<std::time_t>(seconds);
-    std::tm date{};
-    ::gmtime_r(&whole, &date);
+    const int64_t days = (seconds >= 0 ? seconds : seconds - kDay + 1) / kDay;
+    const Date date = dateOf(days);
+    const int second = static_cast<int>(seconds - days * kDay);
     char text[64];
-    const size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &date);
+    const int length = std::snprintf(text, sizeof text, "%04lld-%02d-%02dT%02d:%02d:%02d",
+                                     static_cast<long long>(date.year), date.month, date.day,
+                                     second / 3600, second / 60 % 60, second % 60);
     if (decimals > 0) {
         std::snprintf(text + length, sizeof text - length, ".%0*lld", decimals,
                       static_cast<long long>(rest / step));

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+
 using namespace std::chrono_literals;
 using vxcam::utcText;
 using vxcam::UtcTime;
@@ -34,6 +36,19 @@ TEST(UtcText, RoundsIntoTheNextSecond)
 TEST(UtcText, WritesTimesBeforeTheEpoch)
 {
     EXPECT_EQ(utcText(at(-1ms)), "1969-12-31T23:59:59.999");
+}
+
+// From 1680 to 2260, with years that are divided by 4, 100 and 400.
+TEST(UtcText, HasTheCalendarOfTheCLibrary)
+{
+    for (int64_t day = -105'000; day < 106'000; ++day) {
+        const std::time_t time = day * 86400 + 45296;
+        std::tm date{};
+        gmtime_r(&time, &date);
+        char text[64];
+        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &date);
+        ASSERT_EQ(utcText(at(std::chrono::seconds(time)), 0), text);
+    }
 }
 
 TEST(FrameTimes, NamesHowTheyWereFound)
