@@ -72,12 +72,14 @@ typedef struct tsFrameRecord {
     uint32_t SensorRows; /* as told when the readout began; 65535 when open */
     uint32_t SensorColumns;
 
-    uint32_t PacketsExpected;  /* = PacketsReceived + PacketsMissing */
-    uint32_t PacketsReceived;  /* whole ones, each number once */
-    uint32_t PacketsMissing;   /* never came, or only damaged */
-    uint32_t PacketsMisplaced; /* with pixels outside the image; those are not stored */
-    uint32_t PacketsDamaged;   /* with fewer pixels than told, or cut and finished otherwise */
-    uint32_t Extra1, Extra2;   /* of binned frames */
+    uint32_t PacketsExpected; /* = PacketsReceived + PacketsMissing */
+    uint32_t PacketsReceived; /* whole ones, each number once */
+    uint32_t PacketsMissing;  /* never came, or only damaged */
+    /* With pixels outside the image, which are not stored, or where none of theirs belong:
+     * elsewhere than asked for, or where other packets have theirs. */
+    uint32_t PacketsMisplaced;
+    uint32_t PacketsDamaged; /* with fewer pixels than told, or cut and finished otherwise */
+    uint32_t Extra1, Extra2; /* of binned frames */
     uint32_t Reserved;
     /* Packet n is missing when bit (n - 1) % 8, from the lowest, of byte (n - 1) / 8 is set. Of
      * (PacketsExpected + 7) / 8 bytes; null when none is missing. */

@@ -213,6 +213,11 @@ bool tcVXCamera::EndFrame(tsFrameNews& news, tsRequestItem& item, const tsFrameE
     tcFrameAccount& account = mpExtension->frames[kind];
     // Where frames have another width than the readout's buffers, there is none.
     const bool isStored = !facts.isInTurn || item.result1 != nullptr;
+    if (end.IsComplete()) account.CheckPlaces(facts.regions, end.packets);
+    if (account.HasMisfits()) {
+        mLog.logError("tcVXCamera::EndFrame %u of %u packets belong elsewhere", account.Misplaced(),
+                      end.packets);
+    }
     const bool isWhole =
         end.IsComplete() && account.Misplaced() == 0 && account.Damaged() == 0 && isStored;
     const bool isInTurn = IsInTurn(kind);
@@ -326,8 +331,8 @@ try {
     }
     const tsReadoutFacts& facts = ReadoutOf(kind);
     auto rows = FindMissingRows(facts.regions, places, record.PacketsExpected, IsPacked(kind));
-    if (!rows) return;
-    news.missingRows = std::move(*rows);
+    if (!rows && !account.HasMisfits()) return;
+    if (rows) news.missingRows = std::move(*rows);
     std::vector<uint32_t> suspect = account.SuspectRows();
     if (IsPacked(kind)) suspect = facts.packing.FrameRows(suspect);
     news.missingRows.insert(news.missingRows.end(), suspect.begin(), suspect.end());

@@ -81,9 +81,95 @@ void tcFrameAccount::Clear()
         if (mbSuspects) memset(mpNotes->suspect, 0, sizeof mpNotes->suspect);
     }
     mnHighest = mnLast = mnTotal = mnMisplaced = mnDamaged = 0;
-    mbInterrupted = mbSuspects = false;
+    mbInterrupted = mbSuspects = mbMisfits = false;
     mtHeld.reset();
     mtFirstPacket = {};
+}
+
+// ---- Places that contradict each other ----------------------------------------------------------
+
+namespace {
+
+bool IsInside(const std::vector<tsRegion>& regions, const tsPacketPlace& place)
+{
+    return std::any_of(regions.begin(), regions.end(),
+                       [&](const tsRegion& region) { return region.Holds(place); });
+}
+
+// The pixels that a row of the sensor has in a frame.
+uint32_t ColumnsOf(const std::vector<tsRegion>& regions, uint32_t row)
+{
+    uint32_t columns = 0;
+    for (const tsRegion& region : regions) {
+        if (row >= region.row && row - region.row < region.rows) columns += region.columns;
+    }
+    return columns;
+}
+
+} // namespace
+
+void tcFrameAccount::CheckPlaces(const std::vector<tsRegion>& regions, uint32_t total)
+{
+    if (!mpNotes || regions.empty()) return;
+    tsRegion around{};
+    const uint32_t outside = Cover(regions, total, &around);
+    // A camera may also show something else than it was asked for.
+    if (outside <= total / 2) {
+        mnMisplaced += outside;
+        mbMisfits = outside > 0;
+        JudgeRows(regions, around);
+        if (mbMisfits) SuspectUneven(regions);
+    }
+    std::fill_n(mpNotes->covered + around.row, around.rows, 0);
+}
+
+// Counts the pixels of each row; how many packets lie elsewhere, which are not counted. `*around`
+// are the rows that have some.
+uint32_t tcFrameAccount::Cover(const std::vector<tsRegion>& regions, uint32_t total,
+                               tsRegion* around)
+{
+    uint32_t outside = 0, top = gnNumbers, bottom = 0; // exclusive
+    for (uint32_t number = 1; number <= total; ++number) {
+        const tsPacketPlace& place = mpNotes->places[number];
+        if (place.arrival != eCame || place.last < place.first) continue;
+        if (!IsInside(regions, place)) {
+            ++outside;
+            continue;
+        }
+        mpNotes->covered[place.row] += place.last - place.first + 1U;
+        top = std::min<uint32_t>(top, place.row);
+        bottom = std::max(bottom, place.row + 1U);
+    }
+    if (bottom > 0) *around = {top, 0, bottom - top, 0};
+    return outside;
+}
+
+// No row can have more pixels than were asked for. Of a single region, all have the same number.
+void tcFrameAccount::JudgeRows(const std::vector<tsRegion>& regions, const tsRegion& around)
+{
+    const auto each = [&](auto judge) {
+        for (uint32_t row = around.row; row < around.row + around.rows; ++row)
+            judge(mpNotes->covered[row], ColumnsOf(regions, row));
+    };
+    uint32_t most = 0, misfits = 0;
+    each([&](uint32_t pixels, uint32_t columns) {
+        if (pixels <= columns) most = std::max(most, pixels);
+    });
+    each([&](uint32_t pixels, uint32_t columns) {
+        const bool isUneven = regions.size() == 1 && pixels > 0 && pixels < most;
+        if (pixels > columns || isUneven) ++misfits;
+    });
+    mnMisplaced += misfits;
+    mbMisfits = mbMisfits || misfits > 0;
+}
+
+void tcFrameAccount::SuspectUneven(const std::vector<tsRegion>& regions)
+{
+    for (const tsRegion& region : regions) {
+        for (uint32_t row = region.row; row < region.row + region.rows; ++row) {
+            if (mpNotes->covered[row] != ColumnsOf(regions, row)) Suspect(row);
+        }
+    }
 }
 
 const tsPacketPlace* tcFrameAccount::Places() const

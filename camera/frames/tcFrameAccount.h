@@ -72,10 +72,16 @@ public:
     uint32_t Total() const { return mnTotal; }
     // The packet noted last has turned out to be cut short: it is damaged.
     void SuspectLast();
+    // Of a frame that has all its packets: those that contradict the others in where their pixels
+    // belong count as misplaced, and their rows, and those that they left open, are suspected. A
+    // header changed on its way does that. `regions` are what was asked for; empty: no judgement.
+    void CheckPlaces(const std::vector<tsRegion>& regions, uint32_t total);
     // The connection on which the frame arrived is lost.
     void Interrupt() { mbInterrupted = true; }
     const tsMoment& FirstPacket() const { return mtFirstPacket; }
     uint32_t Misplaced() const { return mnMisplaced; }
+    // Some of them, though none came from outside.
+    bool HasMisfits() const { return mbMisfits; }
     uint32_t Damaged() const { return mnDamaged; }
 
     // The packets from number 1 on, 65535 of them; null when memory could not be had.
@@ -89,6 +95,7 @@ private:
     struct tsNotes {
         tsPacketPlace places[gnNumbers]; // by number
         uint8_t suspect[gnNumbers];      // by row; 1: not to be relied on
+        uint32_t covered[gnNumbers];     // by row: pixels; all 0 between frames
     };
     struct tsFree {
         void operator()(tsNotes* notes) const { free(notes); }
@@ -101,6 +108,9 @@ private:
 
     void Store(uint32_t number, const tsPacketPlace& place);
     void Suspect(uint32_t row);
+    uint32_t Cover(const std::vector<tsRegion>& regions, uint32_t total, tsRegion* around);
+    void JudgeRows(const std::vector<tsRegion>& regions, const tsRegion& around);
+    void SuspectUneven(const std::vector<tsRegion>& regions);
 
     std::unique_ptr<tsNotes, tsFree> mpNotes;
     uint32_t mnHighest = 0; // number noted
@@ -108,6 +118,7 @@ private:
     uint32_t mnLastRow = 0;
     bool mbInterrupted = false;
     bool mbSuspects = false; // some row
+    bool mbMisfits = false;
     tsMoment mtFirstPacket{};
     uint32_t mnMisplaced = 0, mnDamaged = 0;
     std::optional<tsHeld> mtHeld;

@@ -387,6 +387,66 @@ TEST_F(FrameRecord, TellsMisplacedPackets)
     EXPECT_EQ(Rows(), (tRows{2, 4})) << "part of it was stored in row 2";
 }
 
+// A header that was changed on its way; all numbers are there.
+TEST_F(FrameRecord, TellsPacketsWhosePlacesContradictTheOthers)
+{
+    tcImage image(e16Bit, 128);
+    mCamera.SetCCDArea(0, 0, 16, 8);
+    Read(e16Bit, image);
+    for (unsigned i = 0; i < 8; ++i) {
+        Feed(mCamera, {e16Bit, i + 1, 8, i == 4 ? 6U : i, 0, 15, true});
+    }
+    EXPECT_EQ(Record().Outcome, eFrameIncomplete) << "a row came twice";
+    EXPECT_EQ(Record().PacketsMissing, 0U);
+    EXPECT_EQ(Record().PacketsMisplaced, 1U);
+    EXPECT_EQ(Rows(), (tRows{4, 6}));
+    EXPECT_EQ(Result(), eReadoutIncomplete);
+
+    Read(e16Bit, image);
+    for (unsigned i = 0; i < 8; ++i) {
+        Feed(mCamera, {e16Bit, i + 1, 8, i, i == 7 ? 4U : 0, 15, true});
+    }
+    EXPECT_EQ(Record().Outcome, eFrameIncomplete) << "a row is shorter than the others";
+    EXPECT_EQ(Record().PacketsMisplaced, 1U);
+    EXPECT_EQ(Rows(), tRows{7});
+
+    mCamera.SetCCDArea(4, 2, 8, 4);
+    Read(e16Bit, image);
+    for (unsigned i = 0; i < 4; ++i) {
+        Feed(mCamera, {e16Bit, i + 1, 4, i == 0 ? 7U : 2 + i, 4, 11, true});
+    }
+    EXPECT_EQ(Record().Outcome, eFrameIncomplete) << "a row is none of the area's";
+    EXPECT_EQ(Record().PacketsMisplaced, 1U);
+
+    Read(e16Bit, image);
+    FeedRows(e16Bit, 4, {}, true, 2, 1, 8, 4);
+    EXPECT_EQ(Record().Outcome, eFrameComplete);
+    EXPECT_EQ(Result(), eReadoutComplete);
+}
+
+TEST_F(FrameRecord, OfACameraThatSendsItsRowsInAnotherOrderIsComplete)
+{
+    tcImage image(e16Bit, 128);
+    mCamera.SetCCDArea(0, 0, 16, 8);
+    Read(e16Bit, image);
+    for (unsigned i = 0; i < 16; ++i) { // from both ends, by halves of rows
+        const unsigned row = i / 2 % 2 != 0 ? 7 - i / 4 : i / 4, column = i % 2 * 8;
+        Feed(mCamera, {e16Bit, i + 1, 16, row, column, column + 7, true});
+    }
+    EXPECT_EQ(Record().Outcome, eFrameComplete);
+    EXPECT_EQ(Record().PacketsMisplaced, 0U);
+}
+
+TEST_F(FrameRecord, OfACameraThatShowsSomethingElseIsComplete)
+{
+    tcImage image(e16Bit, 128);
+    mCamera.SetCCDArea(0, 0, 4, 4);
+    Read(e16Bit, image);
+    FeedRows(e16Bit, 8, {});
+    EXPECT_EQ(Record().Outcome, eFrameComplete);
+    EXPECT_EQ(Record().Rows, 8U);
+}
+
 TEST_F(FrameRecord, TellsPacketsThatCarryLessThanTheyTell)
 {
     tcImage image(e16Bit, 128);

@@ -148,6 +148,8 @@ INSTANTIATE_TEST_SUITE_P(
         tsCase{"Duplicate", "duplicate-packet:packet=11,count=3", {}, {}, 0, 0},
         tsCase{"DuplicateFirst", "duplicate-packet:packet=1", {}, {}, 0, 0},
         tsCase{"Reordered", "reorder:packet=11,count=7", {}, {}, 0, 0},
+        // The lowest bit of its row.
+        tsCase{"FlippedRow", "flip-payload:packet=11,bit=48", {10, 11}, {}, 1, 0},
         tsCase{"OutsideByRow", "outside:packet=11,row=64", {10}, {}, 1, 0},
         tsCase{"OutsideByColumn", "outside:packet=11,row=10,column=40", {10}, {}, 1, 0},
         tsCase{"OutsideElsewhere", "outside:packet=11,row=30,column=40", {10, 30}, {}, 1, 0}),
