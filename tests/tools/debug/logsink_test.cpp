@@ -66,6 +66,18 @@ TEST(LogSink, StoresThemInAFile)
     ExpectFailure(Arguments({"-o", folder.Path("none/camera.log")}), 5, "No such file");
 }
 
+TEST(LogSink, ADashIsStandardOutput)
+{
+    tcFolder folder;
+    tcRun::tsHow how;
+    how.folder = folder.Path();
+    tcRun run(Arguments({"--count", "2", "-o", "-"}), how);
+    LogOnce(PortOf(run));
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    EXPECT_THAT(run.Output(), HasSubstr(":SINKTEST:DBG3:as text\n"));
+    EXPECT_THAT(folder.Names(), testing::IsEmpty());
+}
+
 TEST(LogSink, StoresThemAsJsonInAFileThatIsReplaced)
 {
     tcFolder folder;

@@ -12,6 +12,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <unistd.h>
+
 #include <cmath>
 #include <set>
 
@@ -21,7 +23,8 @@ const char* const gsGrabExamples =
   vxcam grab 192.168.1.20:2000 -e 500ms --frames 10 -o run7-%04d.fits
   vxcam grab --area 512,512,256,256 -o part.fits --force
   vxcam grab serial:1207 --dark -e 5min --header 'OBSERVER=Anna/who did it'
-  vxcam grab --target-temp -20 --wait-cool --sim-time-scale 100 -e 1min)";
+  vxcam grab --target-temp -20 --wait-cool --sim-time-scale 100 -e 1min
+  vxcam grab -q -o - | gzip > frame.fits.gz     the file goes to standard output)";
 
 namespace {
 
@@ -54,6 +57,7 @@ private:
     void DeclareFiles(tcCommandLine& line);
     void CheckArguments();
     void MakePlan();
+    void NameFiles();
     void CheckFiles() const;
     void CheckAreas(const vxcam::Size& sensor) const;
     void Cool(vxcam::Camera& camera, tcProgress& progress);
@@ -79,6 +83,7 @@ private:
     vxcam::HeaderOptions mtHeader;
     tpMilliseconds mCoolTimeout{0};
     std::vector<std::string> maFiles, maPreviews;
+    bool mbToOutput = false; // to standard output, instead of a file
     tpClock::time_point mBegin, mOpened, mReading;
     nlohmann::ordered_json mDocument = nlohmann::ordered_json::object();
 };
@@ -131,7 +136,7 @@ void tcGrab::DeclareCooling(tcCommandLine& line)
 void tcGrab::DeclareFiles(tcCommandLine& line)
 {
     line.Option("-o,--output", &msOutput, "FILE",
-                "FITS file; %04d in it stands for the frame's number");
+                "FITS file; %04d in it stands for the frame's number; - is standard output");
     line.Option("--preview", &msPreview, "FILE", "PNG picture of each frame, named likewise");
     line.Flag("--force", &mbForce, "replace files that exist");
     line.Option("--instrument", &msInstrument, "NAME", "the camera's name in the file");
@@ -170,6 +175,25 @@ void tcGrab::MakePlan()
     mtPlan.regions.clear();
 }
 
+void tcGrab::NameFiles()
+{
+    mbToOutput = msOutput == "-";
+    if (mbToOutput && mnFrames != 1) {
+        throw tcFailure(eExitUsage, "--output -: standard output takes one frame");
+    }
+    if (mbToOutput && mbJson) {
+        throw tcFailure(eExitUsage, "--output -: standard output is where --json prints");
+    }
+    if (mbToOutput && ::isatty(STDOUT_FILENO) == 1) {
+        throw tcFailure(eExitUsage, "--output -: standard output is a terminal");
+    }
+    if (msPreview == "-") {
+        throw tcFailure(eExitUsage, "--preview -: standard output takes FITS files alone");
+    }
+    maFiles = FileNames(mbToOutput ? "standard output" : msOutput, mnFrames);
+    if (!msPreview.empty()) maPreviews = FileNames(msPreview, mnFrames);
+}
+
 void tcGrab::CheckArguments()
 {
     MakePlan();
@@ -178,8 +202,7 @@ void tcGrab::CheckArguments()
         throw tcFailure(eExitUsage, "target temperature: -273 to 273 degrees Celsius");
     }
     if (mTarget) mTarget = std::round(*mTarget * gnTenths) / gnTenths;
-    maFiles = FileNames(msOutput, mnFrames);
-    if (!msPreview.empty()) maPreviews = FileNames(msPreview, mnFrames);
+    NameFiles();
     mtHeader.software = "vxcam " VXCAM_VERSION;
     for (const std::string& card : maCards) {
         mtHeader.cards.push_back(vxcam::parseCard(card));
@@ -191,6 +214,7 @@ void tcGrab::CheckFiles() const
 {
     std::set<std::string> names;
     for (const auto* list : {&maFiles, &maPreviews}) {
+        if (list == &maFiles && mbToOutput) continue;
         for (const std::string& name : *list) {
             if (!names.insert(name).second) {
                 throw tcFailure(eExitUsage, name + ": would be written twice");
@@ -256,6 +280,7 @@ tsReadoutOptions tcGrab::ReadoutOptions(const vxcam::Camera& camera) const
     options.files = maFiles;
     options.previews = maPreviews;
     options.force = mbForce;
+    options.toOutput = mbToOutput;
     options.header = mtHeader;
     options.header.instrument = msInstrument;
     const bool isNamed = !msInstrument.empty() || NameOf(camera) == camera.target();
@@ -321,7 +346,7 @@ void tcGrab::Describe(const vxcam::Camera& camera, const tcReadout& readout)
 void tcGrab::PrintFrames(const std::vector<tsGrabbed>& written) const
 {
     for (const tsGrabbed& one : written) {
-        if (!mtCommon.quiet) PrintLine(FrameText(one));
+        if (!mtCommon.quiet && !mbToOutput) PrintLine(FrameText(one));
         for (const std::string& warning : one.warnings) {
             PrintWarning(one.file + ": " + warning);
         }

@@ -3,8 +3,10 @@
 #include "arguments.h"
 #include "failure.h"
 #include "interrupt.h"
+#include "report.h"
 
 #include <vxcamkit/error.h>
+#include <vxcamkit/fits.h>
 
 #include <filesystem>
 #include <utility>
@@ -57,7 +59,8 @@ std::vector<tsGrabbed> tcReadout::Written() const
     std::vector<tsGrabbed> frames;
     for (size_t i = 0; i < written.size(); ++i) {
         frames.push_back(maTaken[i]);
-        frames.back().warnings = written[i].warnings;
+        std::vector<std::string>& warnings = frames.back().warnings;
+        warnings.insert(warnings.end(), written[i].warnings.begin(), written[i].warnings.end());
     }
     return frames;
 }
@@ -79,6 +82,7 @@ void tcReadout::Run(tcProgress& progress)
         if (!failure) throw;
     }
     if (failure) std::rethrow_exception(failure);
+    if (mtOptions.toOutput) PrintBytes(mPrinted.data(), mPrinted.size());
 }
 
 // False when the last frame was taken, or no more can be written.
@@ -117,7 +121,11 @@ void tcReadout::Take(vxcam::Frame frame)
         grabbed.preview = mtOptions.previews.at(number);
         paths.push_back({grabbed.preview, vxcam::FileFormat::Preview});
     }
-    paths.push_back({grabbed.file, vxcam::FileFormat::Fits});
+    if (mtOptions.toOutput) {
+        mPrinted = vxcam::makeFits(frame, mtOptions.header, &grabbed.warnings);
+    } else {
+        paths.push_back({grabbed.file, vxcam::FileFormat::Fits});
+    }
     maTaken.push_back(std::move(grabbed));
     mWriter.write(std::move(frame), std::move(paths));
 }

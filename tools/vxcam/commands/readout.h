@@ -6,6 +6,7 @@
 #include "tcProgress.h"
 
 #include <vxcamkit/camera.h>
+#include <vxcamkit/file_bytes.h>
 #include <vxcamkit/frame_writer.h>
 
 #include <atomic>
@@ -20,6 +21,7 @@ struct tsReadoutOptions {
     std::vector<std::string> files;    // one for each frame
     std::vector<std::string> previews; // the same, or none
     bool force = false;
+    bool toOutput = false; // the file of the one frame is printed
     vxcam::HeaderOptions header;
 };
 
@@ -33,9 +35,9 @@ public:
     tcReadout(const tcReadout&) = delete;
     tcReadout& operator=(const tcReadout&) = delete;
 
-    // Returns when all frames are on disk. Throws vxcam::Error for a readout that failed and a file
-    // that cannot be written, tcFailure after a signal; frames that came before a failure are
-    // written, but not after a signal.
+    // Returns when all frames are on disk, or printed. Throws vxcam::Error for a readout that
+    // failed and a file that cannot be written, tcFailure after a signal; frames that came before a
+    // failure are written, but not after a signal. What cannot be printed is a tcFailure, too.
     void Run(tcProgress& progress);
 
     std::chrono::milliseconds Exposure() const; // by the camera's clock
@@ -58,6 +60,7 @@ private:
     const vxcam::Plan mtPlan;
     const tsReadoutOptions mtOptions;
     std::vector<tsGrabbed> maTaken;
+    vxcam::FileBytes mPrinted; // with toOutput
     std::atomic<size_t> mnWritten{0};
     std::mutex mLock;
     std::condition_variable mChanged;

@@ -43,7 +43,8 @@ void tcLogSink::Declare(tcCommandLine& line)
                 "local address of the interface to join the group on, instead of all");
     line.Option("-n,--count", &mtEnd.count, "NUMBER", "end after so many records; 0: go on");
     line.Option("--for", &msDuration, "TIME", "end after this time");
-    line.Option("-o,--output", &msFile, "FILE", "where the records go, instead of standard output");
+    line.Option("-o,--output", &msFile, "FILE",
+                "where the records go; - is standard output, as it is without");
     line.Flag("--force", &mbForce, "replace a file that exists");
     line.Flag("--json", &mbJsonLines, "one JSON object a line");
     DeclareQuiet(line, &mbQuiet);

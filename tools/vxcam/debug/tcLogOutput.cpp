@@ -23,7 +23,7 @@ using tpFile = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 tpFile OpenFile(const std::string& path, bool force)
 {
-    if (path.empty()) return {nullptr, std::fclose};
+    if (path.empty() || path == "-") return {nullptr, std::fclose};
     const int mode = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (force ? O_TRUNC : O_EXCL);
     const int descriptor = ::open(path.c_str(), mode, 0666);
     if (descriptor < 0) {

@@ -22,8 +22,8 @@ struct tsLogCounts {
 class tcLogOutput
 {
 public:
-    // To standard output when `file` is empty. A file must not exist, unless `force` replaces it.
-    // Throws tcFailure with eExitFile.
+    // To standard output when `file` is empty or "-". A file must not exist, unless `force`
+    // replaces it. Throws tcFailure with eExitFile.
     tcLogOutput(const std::string& file, bool force, bool json);
 
     // Tells binary records and text apart. Throws tcFailure with eExitFile.

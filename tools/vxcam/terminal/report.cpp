@@ -1,17 +1,24 @@
 #include "report.h"
 
 #include "failure.h"
+#include "interrupt.h"
 #include "vxvisible.h"
 
 #include <nlohmann/json.hpp>
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
 namespace {
+
+constexpr int gnPoll = 50; // ms
 
 // In lines, whatever words of a camera there are in it.
 std::string VisibleLines(const std::string& text)
@@ -50,12 +57,32 @@ std::string Dumped(const nlohmann::ordered_json& document, int indent)
         document.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace));
 }
 
+[[noreturn]] void ThrowOutputFailure()
+{
+    throw tcFailure(eExitFile, std::string("standard output: ") + std::strerror(errno));
+}
+
 } // namespace
 
 void PrintLine(const std::string& text)
 {
     if (std::fputs(VisibleLines(text).c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
-        throw tcFailure(eExitFile, std::string("standard output: ") + std::strerror(errno));
+        ThrowOutputFailure();
+    }
+}
+
+void PrintBytes(const char* bytes, size_t count)
+{
+    while (count > 0) {
+        ThrowIfInterrupted();
+        pollfd output{STDOUT_FILENO, POLLOUT, 0};
+        if (::poll(&output, 1, gnPoll) <= 0) continue;
+        // A pipe that is ready takes as much at once.
+        const ssize_t written = ::write(STDOUT_FILENO, bytes, std::min<size_t>(count, PIPE_BUF));
+        if (written < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (written < 0) ThrowOutputFailure();
+        bytes += written;
+        count -= static_cast<size_t>(written);
     }
 }
 

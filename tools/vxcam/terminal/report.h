@@ -4,6 +4,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <cstddef>
 #include <string>
 
 // A document in one line, without a line end.
@@ -14,6 +15,9 @@ std::string LineText(const nlohmann::ordered_json& document);
 // more.
 void PrintDocument(const nlohmann::ordered_json& document);
 void PrintLine(const std::string& text);
+
+// As they are. Does not wait for a reader behind a signal: throws tcFailure then, too.
+void PrintBytes(const char* bytes, size_t count);
 
 // On standard error.
 void PrintWarning(const std::string& text);
