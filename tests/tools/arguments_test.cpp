@@ -71,6 +71,15 @@ TEST(Arguments, DurationTextsAreForPeople)
     EXPECT_EQ(DurationText(milliseconds(86400000)), "24 h");
 }
 
+TEST(Arguments, WhatHasPassedIsToldInTheUnitOfTheWhole)
+{
+    EXPECT_EQ(PassedText(milliseconds(399), milliseconds(500)), "300 of 500 ms");
+    EXPECT_EQ(PassedText(milliseconds(999), milliseconds(5000)), "0.9 of 5 s");
+    EXPECT_EQ(PassedText(milliseconds(3000), milliseconds(5000)), "3.0 of 5 s");
+    EXPECT_EQ(PassedText(milliseconds(90000), milliseconds(600000)), "1.5 of 10 min");
+    EXPECT_EQ(PassedText(milliseconds(5400000), milliseconds(86400000)), "1.5 of 24 h");
+}
+
 TEST(Arguments, AreasAreFourNumbers)
 {
     const vxcam::Area area = ParseArea("1,20,300,65535");

@@ -95,6 +95,16 @@ TEST(Grab, SensorsTooWideForOnePacketARowAreWhole)
     EXPECT_EQ(run.Document()["sim_sum"], content.sum);
 }
 
+TEST(Grab, TargetsSayWhatTheSimulatedCameraIsLike)
+{
+    tcFolder folder;
+    tcRun run({"grab", "-e", "1ms", "sim?sensor=100x80&fault=missing-packet:packet=20"},
+              In(folder));
+    EXPECT_EQ(run.Exit(), 4);
+    EXPECT_THAT(run.Errors(), HasSubstr("1 of 80 packets are missing"));
+    EXPECT_EQ(ReadFits(folder.Path("frame.fits")).columns, 100);
+}
+
 TEST(Grab, BinnedFramesHave32Bits)
 {
     tcFolder folder;
@@ -238,7 +248,7 @@ TEST(Grab, ProgressIsDrawnOnATerminalAndWiped)
     tcRun run({"grab", "-e", "500ms", "--sim-sensor", "64x64"}, how);
     EXPECT_EQ(run.Exit(), 0);
     EXPECT_THAT(run.Terminal(), HasSubstr("exposing ["));
-    EXPECT_THAT(run.Terminal(), HasSubstr("of 500 ms"));
+    EXPECT_THAT(run.Terminal(), HasSubstr(" of 500 ms"));
     EXPECT_THAT(run.Terminal(), testing::EndsWith("\r\x1b[K"));
     EXPECT_THAT(run.Output(), Not(HasSubstr("\x1b")));
 }

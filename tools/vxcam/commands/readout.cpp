@@ -194,8 +194,7 @@ void tcReadout::ShowProgress(tcProgress& progress) const
         progress.Show("waiting" + which, 0, "for a trigger");
         return;
     case Phase::Exposing:
-        progress.Show("exposing" + which, now.done,
-                      DurationText(now.elapsed / 100 * 100) + " of " + DurationText(now.exposure));
+        progress.Show("exposing" + which, now.done, PassedText(now.elapsed, now.exposure));
         return;
     case Phase::Exposed:
         progress.Show("exposed" + which, 1, "waiting for the image");

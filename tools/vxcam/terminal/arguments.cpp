@@ -8,6 +8,7 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -47,6 +48,27 @@ std::vector<std::string> Split(const std::string& text, char delimiter)
         }
     }
     return parts;
+}
+
+struct tsUnit {
+    const char* name;
+    double milliseconds;
+    double end; // from which on the next one is taken, in milliseconds
+    bool isWhole;
+};
+
+const tsUnit& UnitOf(std::chrono::milliseconds duration)
+{
+    constexpr double second = 1000, minute = 60 * second, hour = 60 * minute;
+    static constexpr std::array<tsUnit, 4> units = {{{"ms", 1, second, true},
+                                                     {"s", second, 2 * minute, false},
+                                                     {"min", minute, 2 * hour, false},
+                                                     {"h", hour, 0, false}}};
+    size_t at = 0;
+    while (units[at].end != 0 && static_cast<double>(duration.count()) >= units[at].end) {
+        ++at;
+    }
+    return units[at];
 }
 
 } // namespace
@@ -112,19 +134,22 @@ tsEndpoint ParseEndpoint(const std::string& what, const std::string& text, uint1
 
 std::string DurationText(std::chrono::milliseconds duration)
 {
-    constexpr double minute = 60, hour = 3600;
-    const double seconds = static_cast<double>(duration.count()) / 1000.0;
+    const tsUnit& unit = UnitOf(duration);
     char text[64];
-    if (duration.count() < 1000) {
-        std::snprintf(text, sizeof text, "%lld ms", static_cast<long long>(duration.count()));
-    } else if (seconds < 2 * minute) {
-        std::snprintf(text, sizeof text, "%.4g s", seconds);
-    } else if (seconds < 2 * hour) {
-        std::snprintf(text, sizeof text, "%.4g min", seconds / minute);
-    } else {
-        std::snprintf(text, sizeof text, "%.4g h", seconds / hour);
-    }
+    std::snprintf(text, sizeof text, unit.isWhole ? "%.0f %s" : "%.4g %s",
+                  static_cast<double>(duration.count()) / unit.milliseconds, unit.name);
     return text;
+}
+
+std::string PassedText(std::chrono::milliseconds passed, std::chrono::milliseconds duration)
+{
+    const tsUnit& unit = UnitOf(duration);
+    const double step = unit.isWhole ? 100 : unit.milliseconds / 10; // steadier to look at
+    const double steps = std::floor(static_cast<double>(passed.count()) / step);
+    char text[64];
+    std::snprintf(text, sizeof text, unit.isWhole ? "%.0f of " : "%.1f of ",
+                  steps * step / unit.milliseconds);
+    return text + DurationText(duration);
 }
 
 std::vector<std::string> FileNames(const std::string& pattern, int count)

@@ -38,6 +38,9 @@ tsEndpoint ParseEndpoint(const std::string& what, const std::string& text, uint1
 // "1.5 s", "20 ms", "2 min": for people.
 std::string DurationText(std::chrono::milliseconds duration);
 
+// How much of it has passed, in its own unit: "300 of 500 ms", "0.9 of 5 s", "1.5 of 10 min".
+std::string PassedText(std::chrono::milliseconds passed, std::chrono::milliseconds duration);
+
 // The names of `count` files. One %d in it (or %4d, or %04d for zeros in front)
 // stands for the frame's number from 1, %% for a percent sign. Without one, several files get
 // "-0001" and so on in front of the extension.
