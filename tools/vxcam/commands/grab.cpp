@@ -6,6 +6,7 @@
 #include "program.h"
 #include "readout.h"
 #include "report.h"
+#include "tcTriggerHook.h"
 
 #include <vxcamkit/camera.h>
 #include <vxcamkit/new_file.h>
@@ -294,6 +295,8 @@ void tcGrab::ReadOut(vxcam::Camera& camera, tcProgress& progress)
     const tcComplaints complaints(camera);
     tcReadout readout(camera, mtPlan, ReadoutOptions(camera));
     try {
+        const tcTriggerHook hook(camera.target(),
+                                 [&camera](bool active) { camera.set("trigger", int{active}); });
         readout.Run(progress);
     } catch (...) {
         progress.Clear();

@@ -162,6 +162,8 @@ const std::vector<tsVerb>& Verbs()
          MakeDoctor},
         {"list", "list the cameras on the network", gsListExamples, MakeList},
         {"ping", "measure how fast a camera answers", gsPingExamples, MakePing},
+        {"trigger", "trigger a camera that another vxcam reads out", gsTriggerExamples,
+         MakeTrigger},
         {"watch", "tell what a camera sends unasked", gsWatchExamples, MakeWatch},
         {"daemons", "find processes that can be looked into", gsDaemonsExamples, MakeDaemons},
         {"log", "read, redirect and follow the loggers of a process", gsLogExamples, MakeLog},

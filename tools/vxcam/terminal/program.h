@@ -93,6 +93,7 @@ std::unique_ptr<tcVerb> MakeLogSink();
 std::unique_ptr<tcVerb> MakePing();
 std::unique_ptr<tcVerb> MakeProfile();
 std::unique_ptr<tcVerb> MakeSet();
+std::unique_ptr<tcVerb> MakeTrigger();
 std::unique_ptr<tcVerb> MakeWatch();
 
 extern const char* const gsCoolExamples;
@@ -109,6 +110,7 @@ extern const char* const gsLogSinkExamples;
 extern const char* const gsPingExamples;
 extern const char* const gsProfileExamples;
 extern const char* const gsSetExamples;
+extern const char* const gsTriggerExamples;
 extern const char* const gsWatchExamples;
 
 #endif
