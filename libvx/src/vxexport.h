@@ -9,9 +9,10 @@
 extern "C" {
 #endif
 
-/* For a program, or a module that is loaded, to define: with any value but 0 the library opens no
- * port in it (tcDbgd.h). The library looks for it while it is being loaded, among the names that
- * the program shows to it; this declaration shows it also where names are hidden by default. */
+/* For a program, or a module that is loaded, to define: with any value but 0 there is no debug
+ * daemon in it (tcDbgd.h), and so no port that the program has not asked for. The library looks for
+ * it while it is being loaded, among the names that the program shows to it; this declaration shows
+ * it also where names are hidden by default. */
 extern __attribute__((visibility("default"))) const int VXNoDebugServices;
 
 #ifdef __cplusplus

@@ -138,7 +138,8 @@ public:
     static std::atomic<bool> sbHeedsOptOut;
 
     // Clients at a time; more wait. For one that waits, another gives up its place: the one that
-    // has been silent longest, as long as it has sent nothing, or that takes nothing of its reply.
+    // has been silent longest, has its reply, takes nothing of it for 0.1 s, or has been served
+    // for snReplyPatience, whatever keeps it. The last two are cut.
     static constexpr int nMaximumClients = 64;
 
     // Times in milliseconds, meant for tests: between announcements (5000), how long a client may
