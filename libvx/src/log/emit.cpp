@@ -5,6 +5,7 @@
 #include "record.h"
 #include "ring.h"
 #include "tcLogConsumer.h"
+#include "vxguarded.h"
 #include "vxhoststreams.h"
 
 #include <sys/time.h>
@@ -79,6 +80,7 @@ void tcLog::log(tcLogEvent::teEventLogType type, int level, int errNum, char con
                 va_list args)
 {
     if (type != tcLogEvent::eError && mpConsumer == NullConsumer()) return;
+    const vx::tcNoCancel noCancel;
     tcLogEvent event{};
     FillClock(event);
     event.type = type;
@@ -109,13 +111,16 @@ void tcLog::Deliver(tcLogEvent const& event)
         const vx::tcDelivery delivery(mpConsumer);
         if (delivery.Consumer()) delivery.Consumer()->Output(event);
     }
-    if (event.type == tcLogEvent::eError && mpErrorConsole && !vx::tcOffConsole::IsInForce())
-        mpErrorConsole->Output(event);
+    if (event.type != tcLogEvent::eError || vx::tcOffConsole::IsInForce()) return;
+    tcLogConsumer* const console = __atomic_load_n(&mpErrorConsole, __ATOMIC_ACQUIRE);
+    if (console) console->Output(event);
 }
 
 void tcLog::Emit(tcLogEvent::teEventLogType type, int level, int errNum, char const* fmt,
-                 va_list args, char const* failure) noexcept
+                 va_list args, char const* failure)
 {
+    if (type != tcLogEvent::eError && mpConsumer == NullConsumer()) return;
+    const vx::tcNoCancel noCancel;
     const int error = errno;
     try {
         log(type, level, errNum, fmt, args);
@@ -193,6 +198,7 @@ void tcLog::EmitText(char const* fmt, ...)
 {
     va_list args;
     va_start(args, fmt);
+    const vx::tcNoCancel noCancel;
     try {
         log(tcLogEvent::eDebug, mnStreamLevel, 0, fmt, args);
     } catch (...) {

@@ -1,6 +1,7 @@
 #include "lifetime.h"
 
 #include "tcLogConsumer.h"
+#include "vxguarded.h"
 
 #include <algorithm>
 #include <mutex>
@@ -229,6 +230,7 @@ void vx::RetireOwned(tcLogConsumer* consumer)
 
 void vx::Reclaim()
 {
+    const tcNoCancel noCancel; // closing a file is where threads are cancelled
     while (const tcLogConsumer* unused = TakeUnused())
         delete unused;
 }

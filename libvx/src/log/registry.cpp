@@ -3,7 +3,9 @@
 #include "lifetime.h"
 #include "tcLogConsumer.h"
 #include "vxenvironment.h"
+#include "vxguarded.h"
 #include "vxhoststreams.h"
+#include "vxundying.h"
 #include "vxvisible.h"
 
 #include <cstdio>
@@ -47,6 +49,33 @@ std::string OwnVariable(char const* format, std::string const& name)
     char variable[160];
     std::snprintf(variable, sizeof variable, format, name.c_str());
     return variable;
+}
+
+// Where the error records of all loggers go: standard error.
+class tcErrorConsole : public tcLogStream
+{
+public:
+    tcErrorConsole() : tcLogStream(std::cerr) {}
+};
+
+tcLogConsumer* ErrorConsole()
+{
+    static vx::tcUndying<tcErrorConsole> room;
+    static tcErrorConsole& console = room.Make();
+    return &console;
+}
+
+// A consumer that the library owns.
+tcLogConsumer* BuildOwned(char const* uri)
+{
+    tcLogConsumer* const consumer = tcLog::BuildConsumer(uri);
+    try {
+        tcLog::AdoptConsumer(consumer);
+    } catch (...) {
+        delete consumer; // one that stays needs no memory to be adopted
+        throw;
+    }
+    return consumer;
 }
 
 // All of it or, for want of memory, nothing.
@@ -123,7 +152,6 @@ tcLog::~tcLog()
         if (spMap) spMap->erase(msName);
     }
     vx::RemoveLogger(this, mpConsumer);
-    delete mpErrorConsole;
 }
 
 void tcLog::SetTag(char const* tag)
@@ -133,11 +161,17 @@ void tcLog::SetTag(char const* tag)
     MakeTag(tag, maTag);
     if (maErrorTag[0] == '\0') std::memcpy(maErrorTag, maTag, sizeof maErrorTag);
     if (!isNew) return;
-    const tcLogGuard guard;
-    const auto former = GetMap().find(msName); // a logger may be registered without a name
-    if (former != GetMap().end() && former->second == this) GetMap().erase(former);
-    msName = tag;
-    Register();
+    vx::Guarded(0, [this, tag] {
+        std::string name = tag;
+        const tcLogGuard guard;
+        (void)GetMap()[name];                      // what may fail comes before anything is changed
+        const auto former = GetMap().find(msName); // a logger may be registered without a name
+        const bool isOwn = former != GetMap().end() && former->second == this;
+        if (isOwn && !name.empty()) GetMap().erase(former);
+        msName.swap(name);
+        Register();
+        return 0;
+    });
 }
 
 void tcLog::Register()
@@ -146,10 +180,18 @@ void tcLog::Register()
     const tcLogGuard guard;
     tcLog*& entry = GetMap()[msName];
     if (!entry) entry = this;
-    InitFromEnvironment();
+    SetUp();
 }
 
 void tcLog::InitFromEnvironment()
+{
+    vx::Guarded(0, [this] {
+        SetUp();
+        return 0;
+    });
+}
+
+void tcLog::SetUp()
 {
     const tcLogGuard guard;
     if (!saErrorMsgs) saErrorMsgs = NewRing();
@@ -159,15 +201,12 @@ void tcLog::InitFromEnvironment()
     }
     if (char const* level = vx::Variable(OwnVariable("%s_DEBUGLEVEL", msName).c_str()))
         setDbgLevel(static_cast<int>(std::strtol(level, nullptr, 10)));
-    if (char const* uri = vx::PlaceVariable(OwnVariable("%s_LOGURI", msName).c_str())) {
-        tcLogConsumer* consumer = BuildConsumer(uri);
-        AdoptConsumer(consumer);
-        vx::RetireOwned(ExchangeConsumer(consumer).get());
-    }
-    delete std::exchange(mpErrorConsole, vx::Variable("TCLOG_SUPPRESS_ERR_CONSOLE")
-                                             ? nullptr
-                                             : new tcLogStream(std::cerr));
-    msDescription = "Log object for " + msName;
+    if (char const* uri = vx::PlaceVariable(OwnVariable("%s_LOGURI", msName).c_str()))
+        vx::RetireOwned(ExchangeConsumer(BuildOwned(uri)).get());
+    const bool isSuppressed = vx::Variable("TCLOG_SUPPRESS_ERR_CONSOLE") != nullptr;
+    __atomic_store_n(&mpErrorConsole, isSuppressed ? nullptr : ErrorConsole(), __ATOMIC_RELEASE);
+    std::string description = "Log object for " + msName;
+    if (msDescription != description) msDescription.swap(description);
     if (!vx::Variable("TCLOG_VERBOSE")) return;
     tcHeldConsumer consumer = HeldConsumer();
     vx::Print(std::cerr, msDescription + " Level = " + std::to_string(getDbgLevel()) + " [" +
@@ -209,23 +248,31 @@ tcLog::tcLogMap& tcLog::GetMap()
 
 tcLog::tcLogMap tcLog::CopyOfMap()
 {
-    const tcLogGuard guard;
-    return GetMap();
+    return vx::Guarded(tcLogMap(), [] {
+        const tcLogGuard guard;
+        return GetMap();
+    });
 }
 
 tcLog* tcLog::FindLog(char const* name)
 {
-    const tcLogGuard guard;
-    tcLog* found = FindLogPtr(Text(name));
-    return found ? found : new tcLog(name, 1);
+    constexpr tcLog* none = nullptr;
+    return vx::Guarded(none, [name] {
+        const tcLogGuard guard;
+        tcLog* const found = FindLogPtr(Text(name));
+        return found ? found : new tcLog(name, 1);
+    });
 }
 
 tcLog* tcLog::FindLogPtr(char const* name)
 {
-    if (!name) return nullptr;
-    const tcLogGuard guard;
-    const auto entry = GetMap().find(name);
-    return entry == GetMap().end() ? nullptr : entry->second;
+    constexpr tcLog* none = nullptr;
+    if (!name) return none;
+    return vx::Guarded(none, [name] {
+        const tcLogGuard guard;
+        const auto entry = GetMap().find(name);
+        return entry == GetMap().end() ? nullptr : entry->second;
+    });
 }
 
 void tcLog::DeleteMap()
@@ -247,20 +294,30 @@ void tcLog::CleanupClassScopeAllocation()
     RetireConsumer(previous.get());
 }
 
+static void Redirect(tcHeldConsumer const& consumer)
+{
+    for (const auto& entry : tcLog::GetMap()) {
+        if (!entry.second) continue;
+        tcHeldConsumer replaced = entry.second->ExchangeConsumer(consumer.get());
+        if (replaced.get() != consumer.get()) vx::RetireOwned(replaced.get());
+    }
+    const tcHeldConsumer previous(tcLog::mpRedirectAllConsumer);
+    tcLog::mpRedirectAllConsumer = consumer.get();
+    if (previous.get() != consumer.get()) tcLog::RetireConsumer(previous.get());
+}
+
 void tcLog::RedirectAllLogs(char const* uri)
 {
-    const tcLogGuard guard;
-    tcLogConsumer* consumer = BuildConsumer(uri);
-    AdoptConsumer(consumer);
-    const tcHeldConsumer inUse(consumer);
-    for (const auto& entry : GetMap()) {
-        if (!entry.second) continue;
-        tcHeldConsumer replaced = entry.second->ExchangeConsumer(consumer);
-        if (replaced.get() != consumer) vx::RetireOwned(replaced.get());
-    }
-    const tcHeldConsumer previous(mpRedirectAllConsumer);
-    mpRedirectAllConsumer = consumer;
-    if (previous.get() != consumer) RetireConsumer(previous.get());
+    vx::Guarded(0, [uri] {
+        const tcLogGuard guard;
+        tcLogConsumer* const consumer = BuildOwned(uri);
+        try {
+            Redirect(tcHeldConsumer(consumer));
+        } catch (...) {
+            vx::RetireOwned(consumer); // goes with the loggers that have it by now
+        }
+        return 0;
+    });
 }
 
 tcLogConsumer* tcLog::NullConsumer()
@@ -286,14 +343,16 @@ static std::string ListOfLogs()
 // A stream may take its time: nobody who logs waits meanwhile.
 extern "C" int StreamLogs(std::ostream& os)
 {
-    os << ListOfLogs();
+    os << vx::Guarded(std::string(), ListOfLogs);
     return 0;
 }
 
 extern "C" int ListLogs()
 {
-    vx::Print(std::cout, ListOfLogs());
-    return 0;
+    return vx::Guarded(0, [] {
+        vx::Print(std::cout, ListOfLogs());
+        return 0;
+    });
 }
 
 extern "C" void SetLogLevel(char const* name, int level)
@@ -310,8 +369,10 @@ extern "C" void SetLogLevel(char const* name, int level)
 extern "C" int GetLogLevel(char const* name)
 {
     if (!name) return -1;
-    const tcLogGuard guard;
-    // Kept: asking for an unknown name leaves an entry without a logger.
-    tcLog* log = tcLog::GetMap()[name];
-    return log ? log->getDbgLevel() : -1;
+    return vx::Guarded(-1, [name] {
+        const tcLogGuard guard;
+        // Kept: asking for an unknown name leaves an entry without a logger.
+        tcLog* log = tcLog::GetMap()[name];
+        return log ? log->getDbgLevel() : -1;
+    });
 }

@@ -2,6 +2,7 @@
 
 #include "record.h"
 #include "vxdescriptors.h"
+#include "vxguarded.h"
 #include "vxhoststreams.h"
 
 #include <cstdio>
@@ -32,15 +33,17 @@ char const* tcLog::LastErrorMessage()
 
 std::string tcLog::ErrorBuffer()
 {
-    const tcLogGuard guard;
-    std::string lines;
-    for (int i = 0; saErrorMsgs && i < nErrorMessages && saErrorMsgs[i][0] != '\0'; ++i) {
-        char number[16];
-        std::snprintf(number, sizeof number, "%5d\t", i);
-        // Kept: texts end with a newline of their own, so an empty line follows each.
-        lines.append(number).append(saErrorMsgs[i]).append("\n");
-    }
-    return lines;
+    return vx::Guarded(std::string(), [] {
+        const tcLogGuard guard;
+        std::string lines;
+        for (int i = 0; saErrorMsgs && i < nErrorMessages && saErrorMsgs[i][0] != '\0'; ++i) {
+            char number[16];
+            std::snprintf(number, sizeof number, "%5d\t", i);
+            // Kept: texts end with a newline of their own, so an empty line follows each.
+            lines.append(number).append(saErrorMsgs[i]).append("\n");
+        }
+        return lines;
+    });
 }
 
 std::string tcLog::DecodeSysErrCode(int code)
@@ -50,6 +53,7 @@ std::string tcLog::DecodeSysErrCode(int code)
 
 extern "C" int DumpErrorMsgs(char const* path)
 {
+    const vx::tcNoCancel noCancel;
     const std::string lines = tcLog::ErrorBuffer();
     FILE* file = path ? vx::OpenFile(path, "we") : nullptr;
     if (!file) {

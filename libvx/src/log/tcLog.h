@@ -8,7 +8,10 @@
 // standard error, TCLOG_VERBOSE prints each logger as it is set up. Programs with raised rights,
 // set-user-id ones for example, do not look at NAME_LOGURI.
 //
-// No function here throws, except out of an application's own stream in StreamLogs.
+// Without memory what logs, finds or sets does nothing, and returns null, nothing or a failure;
+// constructors throw std::bad_alloc then, and so does what hands out held consumers or the registry
+// itself. StreamLogs throws what an application's own stream throws. A thread that is cancelled
+// (pthread_cancel) inside a call ends that call first.
 #ifndef TCLOG_H
 #define TCLOG_H
 
@@ -125,9 +128,8 @@ private:
 // Threads: after construction and naming, every operation may be called from any thread;
 // destruction needs all others to have finished with the logger. Locks: shErrorLogIndexLock
 // (recursive) guards the registry, the ring and the setting-up of loggers; emitting a debug,
-// journal or event record takes no lock unless mbSynchronizeLogs is set. Owns: its standard error
-// consumer. The consumer itself belongs to whoever built it, or to the library when that built it
-// from the environment or for RedirectAllLogs.
+// journal or event record takes no lock unless mbSynchronizeLogs is set. Owns: nothing; a consumer
+// belongs to whoever built it, or to the library: from the environment or for RedirectAllLogs.
 class VX_EXPORT tcLog
 {
 public:
@@ -242,7 +244,8 @@ public:
     static tcLogMap& GetMap();
     static tcLogMap CopyOfMap();
 
-    // The logger of that name; FindLog makes one of level 1, never deleted, when there is none.
+    // The logger of that name, or null; FindLog then makes one of level 1, never deleted, if there
+    // is memory.
     static tcLog* FindLog(char const* name);
     static tcLog* FindLogPtr(char const* name);
 
@@ -315,11 +318,12 @@ public:
 
 private:
     void Register();
+    void SetUp();
     void EmitDebug(char const* fmt, ...);
     void EmitDebug(int level, char const* fmt, ...);
     void EmitText(char const* fmt, ...);
     void Emit(tcLogEvent::teEventLogType type, int level, int errNum, char const* fmt, va_list args,
-              char const* failure) noexcept;
+              char const* failure);
     void Deliver(tcLogEvent const& event);
 
     std::atomic<int> mnDbgLevel;
@@ -329,7 +333,7 @@ private:
     char maErrorTag[12];
     int mnStreamLevel;
     tcShared<tcLogConsumer*> mpConsumer;
-    tcLogConsumer* mpErrorConsole;
+    tcLogConsumer* mpErrorConsole; // that of all loggers, or null; atomic
     bool mbShowsControls = false;
 };
 

@@ -483,3 +483,21 @@ TEST(ConsumerLifetime, HoldsWhileAllLogsAreRedirectedByTwoThreads)
     tcLog::RedirectAllLogs("null");
     EXPECT_EQ(tcLog::NullConsumer(), log.GetConsumer());
 }
+
+TEST(LogThreads, LogErrorsWhileTheirLoggerIsSetUpAgain)
+{
+    testing::internal::CaptureStderr();
+    tcLog log("AGAIN", 1);
+    std::atomic<bool> isOver{false};
+    std::thread other([&] {
+        while (!isOver)
+            log.logError("text");
+    });
+    for (int i = 0; i < 2000; ++i) {
+        log.InitFromEnvironment();
+        EXPECT_EQ("Log object for AGAIN", log.GetDescription());
+    }
+    isOver = true;
+    other.join();
+    testing::internal::GetCapturedStderr();
+}
