@@ -324,7 +324,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
         }
         flight_.note(FlightEntry::Kind::Started, textOf(plan));
         command.answered();
-        next->begin(SteadyClock::now());
+        next->begin(SteadyClock::now(), statistics().packetsReceived);
         require(sendReadout(next->setup()), "readout");
     } catch (const Error& error) {
         if (next) next->finish(ReadoutEnd::LinkLost, error.kind(), error.what());

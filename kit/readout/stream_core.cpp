@@ -50,9 +50,11 @@ StreamCore::~StreamCore()
     setup_.pool->endReturns(this);
 }
 
-void StreamCore::begin(SteadyTime commandSent)
+void StreamCore::begin(SteadyTime commandSent, uint64_t packets)
 {
     std::lock_guard<std::mutex> guard(lock_);
+    packets_ = packets;
+    hasPackets_ = false;
     started_ = lastActivity_ = commandSent;
     due_ = commandSent + setup_.exposures.exposure;
 }
@@ -263,7 +265,8 @@ std::optional<SteadyTime> StreamCore::watch(SteadyTime now, uint64_t packets)
 {
     std::unique_lock<std::mutex> guard(lock_);
     if (end_ != ReadoutEnd::Running) return std::nullopt;
-    if (packets != packets_) {
+    // The keeper may have read an older figure than the frame that ended meanwhile.
+    if (packets > packets_) {
         packets_ = packets;
         hasPackets_ = true;
         lastActivity_ = now;
@@ -273,10 +276,12 @@ std::optional<SteadyTime> StreamCore::watch(SteadyTime now, uint64_t packets)
     const SteadyTime deadline =
         (hasPackets_ ? lastActivity_ : std::max(due_, lastActivity_)) + patience_;
     if (now < deadline) return std::min(later, deadline);
+    const std::string where = hasPackets_         ? " within a frame"
+                              : waitsForTrigger() ? " while a trigger was waited for"
+                                                  : " beyond the time when one was due";
     guard.unlock();
     finish(ReadoutEnd::TimedOut, ErrorKind::Timeout,
-           "no image: the camera was silent for " + secondsText(patience_) +
-               (hasPackets_ ? " within a frame" : " beyond the time when one was due"));
+           "no image: the camera was silent for " + secondsText(patience_) + where);
     return std::nullopt;
 }
 

@@ -51,8 +51,8 @@ public:
     StreamCore& operator=(const StreamCore&) = delete;
 
     // The camera's side. take() holds the receive thread while no buffer is free for the next
-    // frame, as the plan says.
-    void begin(SteadyTime commandSent);
+    // frame, as the plan says. `packets` are those that the camera has sent since it was opened.
+    void begin(SteadyTime commandSent, uint64_t packets);
     void take(const tsFrameRecord& record, const Arrival& arrival);
     void complain(Complaint complaint, bool mayEnd);
     ExposureClock& clock() { return clock_; }

@@ -406,6 +406,23 @@ TEST_F(Streams, SilenceBeyondTheDueTimeEndsThem)
     EXPECT_LT(took, 700ms + kPromptly);
 }
 
+TEST_F(Streams, TakeNothingOfAnEarlierReadoutForTheirOwn)
+{
+    Camera& camera = open();
+    EXPECT_TRUE(camera.grab(planOf(1)).complete());
+    Plan plan = planOf(1, 600ms);
+    plan.timeout = 200ms;
+    EXPECT_TRUE(camera.grab(plan).complete()) << "an exposure is no silence";
+    VXSetTriggerMode(camera.handle(), eExtTrigStart, 0, 0);
+    const Error error = errorOf([&] { camera.grab(plan); });
+    EXPECT_EQ(error.kind(), ErrorKind::Timeout);
+    EXPECT_THAT(error.what(), HasSubstr("silent for 0.2 s while a trigger was waited for"));
+    plan.timeout.reset();
+    Stream stream = camera.stream(plan);
+    EXPECT_EQ(errorOf([&] { stream.next(300ms); }).kind(), ErrorKind::Timeout);
+    EXPECT_EQ(stream.progress().phase, Progress::Phase::Waiting);
+}
+
 TEST_F(Streams, SilenceWithinAFrameEndsThem)
 {
     Camera& camera = open({"stall:readout=1,frame=2,packet=30,seconds=3"});
