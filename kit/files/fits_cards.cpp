@@ -3,6 +3,7 @@
 #include "files/ascii.h"
 #include "values/escapes.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -32,10 +33,15 @@ std::vector<std::string> units(const std::string& text)
     return list;
 }
 
+// Behind the column where numbers end, as far as there is room for that.
 void addComment(std::string* line, const std::string& comment)
 {
     if (comment.empty()) return;
-    *line += " / " + comment;
+    const std::string whole = " / " + comment;
+    if (whole.size() < kFitsCard) {
+        *line = padded(*line, std::min(kNumberEnd, kFitsCard - whole.size()));
+    }
+    *line += whole;
     if (line->size() > kFitsCard) line->resize(kFitsCard);
 }
 

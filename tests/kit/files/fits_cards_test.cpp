@@ -35,7 +35,9 @@ TEST(FitsCards, WriteNumbersSoThatTheyAreReadBackAlike)
 TEST(FitsCards, FillTheirLine)
 {
     EXPECT_THAT(fitsCards({"A", std::string("x"), "c"}, nullptr),
-                ElementsAre("A       = 'x       ' / c" + std::string(56, ' ')));
+                ElementsAre("A       = 'x       '           / c" + std::string(46, ' ')));
+    EXPECT_THAT(fitsCards({"A", std::string("x"), std::string(50, 'c')}, nullptr),
+                ElementsAre("A       = 'x       '        / " + std::string(50, 'c')));
     EXPECT_THAT(fitsCards({"A", true, "c"}, nullptr),
                 ElementsAre("A       =                    T / c" + std::string(46, ' ')));
     EXPECT_THAT(fitsCards({"A", std::string(68, 'x'), "c"}, nullptr),

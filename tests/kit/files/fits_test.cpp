@@ -360,8 +360,10 @@ TEST(FitsFile, IsReadByPython)
     makeTextFile(folder.path("hard.fits"), makeFits(hardFrame(), hardOptions()));
     makeTextFile(folder.path("read.py"), R"(import sys, warnings
 warnings.simplefilter('error')
+from astropy.io import fits
 from astropy.nddata import CCDData
 for name in '8', '16', '32', 'u32', 'part', 'hard':
+    fits.open(f'{sys.argv[1]}/{name}.fits', checksum=True).close()
     image = CCDData.read(f'{sys.argv[1]}/{name}.fits')
     header = image.header
     if name != 'hard':
