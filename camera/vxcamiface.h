@@ -97,10 +97,11 @@ VX_EXPORT int VXSetUserDefinedCallback(int handle, tpUserDefinedCallback callbac
 
 /* ---- Readout ----------------------------------------------------------------------------- */
 
-/* Starts reading `frames` frames of the current area, 16 bits a pixel, into uint16_t[sensor rows]
- * [sensor columns]; every frame goes to the same place, so take a frame in the image callback. A
- * null buffer stands for one that the camera owns. The readout times out when nothing comes for
- * the exposure + 20 s, then 20 s between packets (see VXOverrideImageTimout) [-1 while one runs].
+/* Starts reading `frames` frames (0: until VXAbortRead) of the current area, 16 bits a pixel, into
+ * uint16_t[sensor rows] [sensor columns]; every frame goes to the same place, so take a frame in
+ * the image callback. A null buffer stands for one that the camera owns. The readout times out when
+ * nothing comes for the exposure + 20 s, then 20 s between packets (see VXOverrideImageTimout) [-1
+ * while one runs].
  */
 VX_EXPORT int VXReadCCDArea(int handle, unsigned short* buffer, short frames, unsigned short flags);
 

@@ -65,7 +65,8 @@ struct OpenOptions {
 //
 // Errors: what fails throws Error. Threads: any; commands of several threads go one after another.
 // Owns: the connection, the simulated camera if there is one, and a thread for events and one that
-//   watches over readouts.
+//   watches over readouts. One that was moved from takes a new value or is destroyed, nothing else;
+//   so do streams and frames.
 class VXCAMKIT_EXPORT Camera
 {
 public:
@@ -123,8 +124,8 @@ public:
     // this.
     Stream stream(const Plan& plan = {});
 
-    // Takes one frame, of a plan for one. Throws IncompleteFrame, which has the frame, and what
-    // Stream::next() throws.
+    // Takes one frame, however many the plan asks for. Throws IncompleteFrame, which has the frame,
+    // and what Stream::next() throws.
     Frame grab(const Plan& plan = {});
 
     // Ends the readout that runs, if one does: its consumer gets Error{Aborted}.

@@ -60,7 +60,9 @@ public:
     void stop();
 
     ReadoutEnd end() const;
-    std::string endText() const; // as an Error would say it; empty while it runs and when complete
+    // As an Error would say it; empty while it runs, when complete, and where frames came
+    // incomplete or were dropped, which is no failure.
+    std::string endText() const;
     StreamBooks books() const;
     Progress progress() const;
 
