@@ -65,6 +65,25 @@ TEST(ExitUsage, AreaBeyondTheSensor)
     EXPECT_THAT(folder.Names(), IsEmpty());
 }
 
+TEST(ExitUsage, NamesThatSayWhatIsNotInTheFile)
+{
+    tcFolder folder;
+    for (const auto& [name, text] : std::vector<std::pair<const char*, const char*>>{
+             {"a.png", "a.png: it would be a FITS file, and no PNG; --preview makes a PNG"},
+             {"a.tif", "a.tif: it would be a FITS file, and no TIFF"},
+             {"a-%04d.TIFF", "a-%04d.TIFF: it would be a FITS file"},
+             {"a.fits.gz", "a.fits.gz: files are not compressed here"},
+             {"a.fits.fz", "a.fits.fz: files are not compressed here"}}) {
+        tcRun run({"grab", "-o", name, "--sim-sensor", "8x8", "-e", "0"}, In(folder));
+        ExpectFailure(run, 1, text);
+    }
+    tcRun preview({"grab", "--preview", "a.fits", "-o", "b.fits"}, In(folder));
+    ExpectFailure(preview, 1, "a.fits: it would be a PNG, and no FITS file");
+    EXPECT_THAT(folder.Names(), ElementsAre());
+    tcRun other({"grab", "-o", "a.new", "--sim-sensor", "8x8", "-e", "0"}, In(folder));
+    EXPECT_EQ(other.Exit(), 0) << "an ending that says nothing";
+}
+
 // ---- 2, no camera ----------------------------------------------------------------------------
 
 TEST(ExitNoCamera, ClosedPort)

@@ -26,7 +26,7 @@ const char* const gsSetExamples =
     R"(  vxcam set 192.168.1.20:2000 exposure=250ms gain=2 target-temp=-20
   vxcam set sim exposure=250ms gain=2 target-temp=-20 get         and then read all
   vxcam set sim cooling=on get ccd-temp set cooling=off           in this order
-  vxcam set 192.168.1.20:2000 trigger-mode=frame area=0,0,512,512
+  vxcam set 192.168.1.20:2000 trigger-mode=frame area-regions=0,0,512,512
   vxcam set 192.168.1.20:2000 timing-data=@timing.bin             bytes out of a file)";
 
 namespace {

@@ -9,6 +9,7 @@
 #include "tcTriggerHook.h"
 
 #include <vxcamkit/camera.h>
+#include <vxcamkit/frame_file.h>
 #include <vxcamkit/new_file.h>
 
 #include <nlohmann/json.hpp>
@@ -60,6 +61,7 @@ private:
     void MakePlan();
     void NameFiles();
     void CheckFiles() const;
+    void CheckEndings() const;
     void CheckAreas(const vxcam::Size& sensor) const;
     void Cool(vxcam::Camera& camera, tcProgress& progress);
     void WaitCool(vxcam::Camera& camera, tcProgress& progress);
@@ -112,7 +114,7 @@ void tcGrab::DeclareReadout(tcCommandLine& line)
     const tcOption area =
         line.Option("--area", &msAreas, "AREA",
                     "part of the sensor to read: x,y,width,height; several with / between them; "
-                    "else as the camera is set");
+                    "else the regions that the camera is set to, or the whole");
     const tcOption bits = line.Option("--bits", &mnBits, "NUMBER", "bits a pixel: 8 or 16");
     const tcOption binned = line.Flag("--binned", &mbBinned, "binned readout, 32 bits a pixel");
     const tcOption mask = line.Flag("--mask-binned", &mbMaskBinned,
@@ -209,6 +211,28 @@ void tcGrab::CheckArguments()
         mtHeader.cards.push_back(vxcam::parseCard(card));
     }
     TargetOf(mtCommon); // before any file is looked at
+    CheckEndings();
+}
+
+// A name that says what is not in the file misleads programs that go by it.
+void tcGrab::CheckEndings() const
+{
+    using vxcam::FileFormat;
+    const FileFormat output = vxcam::formatOf(msOutput).value_or(FileFormat::Fits);
+    if (output != FileFormat::Fits) {
+        throw tcFailure(eExitUsage, msOutput + ": it would be a FITS file, and no " +
+                                        vxcam::nameOf(output) + "; --preview makes a PNG");
+    }
+    for (const char* packed : {".gz", ".fz"}) {
+        if (msOutput.size() > 3 && msOutput.compare(msOutput.size() - 3, 3, packed) == 0) {
+            throw tcFailure(eExitUsage, msOutput + ": files are not compressed here");
+        }
+    }
+    const FileFormat preview = vxcam::formatOf(msPreview).value_or(FileFormat::Preview);
+    if (preview != FileFormat::Preview) {
+        throw tcFailure(eExitUsage, msPreview + ": it would be a PNG, and no " +
+                                        vxcam::nameOf(preview) + " file");
+    }
 }
 
 void tcGrab::CheckFiles() const
