@@ -1,6 +1,7 @@
 // vxcam log: the loggers of another process, through its debug daemon.
 #include "service_support.h"
 #include "tcNetworkNamespace.h"
+#include "tcSimServer.h"
 
 using testing::AllOf;
 using testing::EndsWith;
@@ -233,6 +234,20 @@ TEST(LogVerb, EndsWithTwoWhenSomethingElseAnswers)
     }
 }
 
+// Whose heartbeats come for ever, so that it is never silent.
+TEST(LogVerb, EndsAtThePortOfACamera)
+{
+    tsSimOptions options;
+    options.columns = options.rows = 64;
+    options.heartbeatSeconds = 0.02;
+    tcSimServer camera(options);
+    const std::string target = "127.0.0.1:" + std::to_string(camera.Start());
+    ExpectFailure({"log", target, "list", "--timeout", "1s"}, 2,
+                  "debug daemon " + target + ": that is the port of a camera itself");
+    ExpectFailure({"items", target, "list", "--timeout", "1s"}, 2,
+                  target + ": that is the port of a camera itself");
+}
+
 TEST(LogVerb, SaysHowItIsUsed)
 {
     ExpectFailure({"log"}, 1, "TARGET");
@@ -246,6 +261,8 @@ TEST(LogVerb, SaysHowItIsUsed)
 
 TEST_F(Log, TailShowsRecordsAndPutsBackLevelAndDestination)
 {
+    ExpectFailure({"log", "127.0.0.1", "set", "CAMERA", "3", "0"}, 1,
+                  "WHERE '0': keep 1 line or more, or write a file's name that is no number");
     tcLogBuffer own(10);
     mtCamera.SetConsumer(&own);
     tcTail tail(msTarget, mtCamera, {"--level", "7", "--count", "2"});

@@ -196,6 +196,12 @@ void tcLogVerb::Set()
 {
     CheckLogWord("logger", msName);
     if (!msWhere.empty()) CheckLogWord("file", msWhere);
+    // The process would take it for the name of a file.
+    if (!msWhere.empty() && msWhere.find_first_not_of('0') == std::string::npos) {
+        throw tcFailure(eExitUsage,
+                        "WHERE '" + msWhere +
+                            "': keep 1 line or more, or write a file's name that is no number");
+    }
     const tsLogger logger = Open().Set(msName, mnLevel, msWhere);
     const long lines = std::strtol(msWhere.c_str(), nullptr, 10);
     const bool isCaptured = !msWhere.empty() && msWhere != "." && msWhere != "-";

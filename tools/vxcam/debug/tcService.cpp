@@ -21,6 +21,12 @@ using tpClock = std::chrono::steady_clock;
 constexpr size_t gnLongestAnswer = size_t{1} << 30;
 constexpr std::chrono::milliseconds gtSignalStep{100};
 
+// Cameras send binary messages, without end and without being asked.
+bool IsOfCamera(const std::string& answer)
+{
+    return answer.rfind("\x50\xFA", 0) == 0;
+}
+
 } // namespace
 
 // Owns: the socket.
@@ -66,6 +72,9 @@ public:
             if (count < 0) mtService.Fail(eExitNoCamera, std::strerror(errno));
             if (count == 0) return text;
             text.append(bytes, static_cast<size_t>(count));
+            if (IsOfCamera(text)) {
+                mtService.Fail(eExitNoCamera, "that is the port of a camera itself");
+            }
             if (text.size() > gnLongestAnswer) {
                 mtService.Fail(eExitNoCamera, "the answer does not end");
             }
