@@ -124,7 +124,7 @@ TEST(ItemsVerb, EndsWithTwoWithoutAnItemServer)
     const tcFixedService silent("", false);
     ExpectFailure({"items", silent.Target(), "list", "--timeout", "50ms"}, 2,
                   "no answer within 50 ms");
-    ExpectFailure({"items", "127.0.0.1"}, 1, "subcommand");
+    ExpectFailure({"items", "127.0.0.1"}, 1, "an action is missing: list, get or set");
 }
 
 TEST(ItemReplies, AreLinesWithAZeroByteEach)

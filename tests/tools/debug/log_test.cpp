@@ -251,18 +251,23 @@ TEST(LogVerb, EndsAtThePortOfACamera)
 TEST(LogVerb, SaysHowItIsUsed)
 {
     ExpectFailure({"log"}, 1, "TARGET");
-    ExpectFailure({"log", "127.0.0.1"}, 1, "subcommand");
-    ExpectFailure({"log", "127.0.0.1", "lost"}, 1, "subcommand");
+    const std::string actions = "list, get, dump, errors, set, uri, enable or tail (see ";
+    ExpectFailure({"log", "127.0.0.1"}, 1, "an action is missing: " + actions);
+    ExpectFailure({"log", "127.0.0.1", "lost"}, 1, "'lost' is none of " + actions);
+    ExpectFailure({"log", "127.0.0.1", "list", "lost"}, 1, "'lost' is one word too many (see ");
+    ExpectFailure({"log", "127.0.0.1", "list", "--lost"}, 1, "unknown option '--lost' (see ");
+    ExpectFailure({"log", "127.0.0.1", "set", "X", "high"}, 1, "LEVEL: it does not take 'high'");
+    ExpectFailure({"log", "127.0.0.1", "list", "--timeout"}, 1, "--timeout: its value is missing");
     ExpectFailure({"log", "127.0.0.1:0", "list"}, 1, "the port is 1 to 65535");
     ExpectFailure({"log", "127.0.0.1:1:1", "list"}, 1, "target '127.0.0.1:1:1'");
     ExpectFailure({"log", "127.0.0.1", "list", "--timeout", "x"}, 1, "time 'x'");
+    ExpectFailure({"log", "127.0.0.1", "set", "CAMERA", "3", "0"}, 1,
+                  "WHERE '0': keep 1 line or more, or write a file's name that is no number");
     EXPECT_THAT(Printed({"log", "127.0.0.1", "tail", "--help"}), HasSubstr("--binary"));
 }
 
 TEST_F(Log, TailShowsRecordsAndPutsBackLevelAndDestination)
 {
-    ExpectFailure({"log", "127.0.0.1", "set", "CAMERA", "3", "0"}, 1,
-                  "WHERE '0': keep 1 line or more, or write a file's name that is no number");
     tcLogBuffer own(10);
     mtCamera.SetConsumer(&own);
     tcTail tail(msTarget, mtCamera, {"--level", "7", "--count", "2"});

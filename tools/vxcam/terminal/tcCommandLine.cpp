@@ -67,6 +67,38 @@ tsOptionText Told(const CLI::Option& option)
     return text;
 }
 
+// The actions, "list, get or dump"; empty where there are none.
+std::string Actions(const CLI::App& app)
+{
+    const auto actions = app.get_subcommands([](const CLI::App*) { return true; });
+    std::string text;
+    for (size_t i = 0; i < actions.size(); ++i) {
+        if (i > 0) text += i + 1 < actions.size() ? ", " : " or ";
+        text += actions[i]->get_name();
+    }
+    return text;
+}
+
+// What is wrong with the words.
+std::string Reason(const CLI::App& app, const CLI::ParseError& error)
+{
+    const std::string text = error.what(), name = text.substr(0, text.find(": "));
+    const std::vector<std::string> rest = app.remaining(true);
+    const std::string first = rest.empty() ? "" : rest.front();
+    if (!first.empty() && first.front() == '-') return "unknown option '" + first + "'";
+    if (text == "A subcommand is required") {
+        return first.empty() ? "an action is missing: " + Actions(app)
+                             : "'" + first + "' is none of " + Actions(app);
+    }
+    if (!first.empty()) return "'" + first + "' is one word too many";
+    if (text.rfind(name + ": 1 required ", 0) == 0) return name + ": its value is missing";
+    const size_t sign = text.find(" = ");
+    if (name != "Could not convert" || sign == std::string::npos) return text;
+    const size_t option = name.size() + 2;
+    return text.substr(option, sign - option) + ": it does not take '" + text.substr(sign + 3) +
+           "'";
+}
+
 } // namespace
 
 tcOption tcOption::Required() const
@@ -163,7 +195,7 @@ bool tcCommandLine::Parse(std::vector<std::string> arguments)
     } catch (const CLI::CallForHelp&) {
         return false;
     } catch (const CLI::ParseError& error) {
-        throw tcFailure(eExitUsage, std::string(error.what()) + " (see " + Name() + " --help)");
+        throw tcFailure(eExitUsage, Reason(*mpApp, error) + " (see " + Name() + " --help)");
     }
     for (const auto& check : mpNotes->checks) {
         check();
