@@ -1,0 +1,140 @@
+// How a station comes by its camera, loses it, and hears of it.
+#include "station.h"
+
+namespace vxcam {
+
+Station::Station(StationOptions options, Settings settings, StationListener listener)
+    : options_(std::move(options)), listener_(std::move(listener)),
+      ring_(options_.ringFrames, options_.ringBytes), pending_(std::move(settings))
+{
+    made_ = pending_;
+    if (!options_.target.empty()) opener_ = std::thread([this] { open(); });
+}
+
+Station::~Station()
+{
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        isEnding_ = true;
+    }
+    wake_.notify_all();
+    if (opener_.joinable()) opener_.join();
+    subscription_.end();
+    if (camera_) camera_->close();
+    acquisition_.reset();
+}
+
+void Station::open()
+{
+    std::unique_lock<std::mutex> guard(lock_);
+    while (!isEnding_) {
+        guard.unlock();
+        std::optional<Error> obstacle;
+        try {
+            take(std::make_shared<Camera>(Camera::open(options_.target)));
+        } catch (const Error& error) {
+            obstacle = error;
+            complain(error);
+        }
+        guard.lock();
+        obstacle_ = obstacle;
+        if (!obstacle) return;
+        guard.unlock();
+        changed();
+        guard.lock();
+        wake_.wait_for(guard, options_.retry, [this] { return isEnding_; });
+    }
+}
+
+// The settings go first; what the camera does not take is told, and keeps nothing from working.
+void Station::take(std::shared_ptr<Camera> camera)
+{
+    std::string missed;
+    std::unique_lock<std::mutex> guard(lock_);
+    while (!pending_.empty() && !isEnding_) {
+        const Settings settings = std::exchange(pending_, {});
+        guard.unlock();
+        for (const Setting& setting : settings) {
+            try {
+                camera->set(setting.name.text, setting.value);
+            } catch (const Error& error) {
+                complain(error);
+                if (error.kind() == ErrorKind::LinkLost || error.kind() == ErrorKind::Timeout) {
+                    putBack(settings);
+                    throw;
+                }
+                missed += (missed.empty() ? "" : "; ") + std::string(error.what());
+            }
+        }
+        guard.lock();
+    }
+    AcquisitionListener listener;
+    listener.frame = [this](const Frame& frame) { hearFrame(frame); };
+    listener.end = [this](auto end, const auto& error) { hearEnd(end, error); };
+    listener.idle = [this] { changed(); };
+    acquisition_ = std::make_unique<Acquisition>(camera, ring_, std::move(listener));
+    if (!missed.empty()) trouble_ = Error(ErrorKind::Camera, "not set as before: " + missed);
+    camera_ = std::move(camera);
+    guard.unlock();
+    subscription_ = camera_->onEvent([this](const Event& event) { hear(event); });
+    changed();
+}
+
+// What was set meanwhile counts more.
+void Station::putBack(Settings settings)
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    for (const Setting& setting : pending_) {
+        settings.set(setting.name, setting.value);
+    }
+    pending_ = std::move(settings);
+}
+
+// ---- What the camera tells -----------------------------------------------------------------
+
+void Station::hear(const Event& event)
+{
+    switch (event.kind) {
+    case EventKind::CameraError:
+        complain(Error(ErrorKind::Camera, "the camera reports: " + event.text, event.code,
+                       event.subCode));
+        break;
+    case EventKind::LinkLost:
+        complain(Error(ErrorKind::LinkLost, "the connection to " + options_.target + " is lost" +
+                                                (event.text.empty() ? "" : ": " + event.text)));
+        break;
+    case EventKind::LinkRestored:
+        break;
+    case EventKind::SettingsRestored: {
+        if (event.text.empty()) return;
+        const Error error(ErrorKind::Camera, "not set as before: " + event.text);
+        complain(error);
+        const std::lock_guard<std::mutex> guard(lock_);
+        trouble_ = error;
+        break;
+    }
+    default:
+        return;
+    }
+    changed();
+}
+
+void Station::hearFrame(const Frame& frame)
+{
+    if (!frame.complete()) complain(IncompleteFrame(frame));
+    if (listener_.frame) listener_.frame(frame.facts().number - 1);
+    if (!frame.complete()) changed();
+}
+
+void Station::hearEnd(std::optional<ReadoutEnd> end, const std::optional<Error>& error)
+{
+    // What was asked for wrongly, or ended by whoever asked, is no fault of the camera.
+    const bool isTrouble =
+        error && error->kind() != ErrorKind::Usage && error->kind() != ErrorKind::Aborted;
+    if (error && error->kind() != ErrorKind::Usage) complain(*error);
+    const std::lock_guard<std::mutex> guard(lock_);
+    lastEnd_ = end;
+    if (isTrouble) trouble_ = error;
+}
+
+} // namespace vxcam

@@ -1,0 +1,228 @@
+#include "station.h"
+
+namespace vxcam {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// Enough for a camera that answers; a client waits three seconds by itself.
+constexpr milliseconds kPatience(1000);
+constexpr milliseconds kLongPatience(20000); // of what takes many questions
+
+milliseconds patienceFor(const PropertyName& name)
+{
+    return name.property->cost == Cost::Many ? kLongPatience : kPatience;
+}
+
+} // namespace
+
+// ---- State ----------------------------------------------------------------------------------
+
+StationState Station::state() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    if (options_.target.empty()) return StationState::Off;
+    if (!camera_) {
+        if (!obstacle_) return StationState::Opening;
+        return obstacle_->kind() == ErrorKind::NotFound ? StationState::Off : StationState::Fault;
+    }
+    if (acquisition_->isRunning()) return StationState::Running;
+    return isLinkUp() && !trouble_ ? StationState::On : StationState::Fault;
+}
+
+// With the lock held.
+bool Station::isLinkUp() const
+{
+    return camera_->waitForLink(milliseconds(0));
+}
+
+std::string Station::status() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    if (options_.target.empty()) {
+        return "No camera is named: set the device property Target to HOST:PORT, serial:NUMBER or "
+               "sim, then call Init.";
+    }
+    if (!camera_) {
+        if (!obstacle_) return "Opening " + options_.target + ".";
+        return std::string(obstacle_->what()) + ". It is tried again every " +
+               std::to_string(options_.retry.count() / 1000) + " s.";
+    }
+    if (acquisition_->isRunning()) {
+        return "An acquisition of " + options_.target + " runs.";
+    }
+    if (!isLinkUp()) {
+        return "The connection to " + options_.target +
+               " is lost; it is made anew as soon as the camera answers.";
+    }
+    if (trouble_) return trouble_->what();
+    return options_.target + " is ready.";
+}
+
+LastError Station::lastError() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return lastError_;
+}
+
+std::optional<ReadoutEnd> Station::lastEnd() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return lastEnd_;
+}
+
+void Station::complain(const Error& error)
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    lastError_.kind = error.kind();
+    lastError_.text = error.what();
+    lastError_.time = std::chrono::system_clock::now();
+}
+
+void Station::changed() const
+{
+    if (listener_.change) listener_.change();
+}
+
+void Station::reset()
+{
+    abort();
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        trouble_.reset();
+        lastError_ = {};
+    }
+    changed();
+}
+
+// ---- Properties -----------------------------------------------------------------------------
+
+std::shared_ptr<Camera> Station::camera() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return camera_;
+}
+
+std::shared_ptr<Camera> Station::requireCamera() const
+{
+    if (std::shared_ptr<Camera> open = camera()) return open;
+    throw Error(ErrorKind::NotFound, "the camera is not open: " + status());
+}
+
+// What the camera does not do is the last error; what was asked for wrongly is not.
+void Station::ask(std::function<void()> work, milliseconds patience)
+{
+    try {
+        if (!camera()->waitForLink(milliseconds(0))) {
+            throw Error(ErrorKind::LinkLost, status());
+        }
+        asker_.run(std::move(work), patience);
+    } catch (const Error& error) {
+        if (error.kind() != ErrorKind::Usage) {
+            complain(error);
+            changed();
+        }
+        throw;
+    }
+}
+
+Value Station::get(const std::string& name)
+{
+    const PropertyName property = findProperty(name);
+    const auto open = requireCamera();
+    const auto told = std::make_shared<Value>();
+    ask([open, name, told] { *told = open->get(name); }, patienceFor(property));
+    return *told;
+}
+
+Value Station::set(const std::string& name, const Value& value)
+{
+    const PropertyName property = findProperty(name);
+    Value fittedValue = fitted(name, property.property->shape, value);
+    if (keepForLater(property, fittedValue)) return fittedValue;
+    const auto open = requireCamera();
+    const auto told = std::make_shared<Value>();
+    ask([open, name, value, told] { *told = open->set(name, value); }, patienceFor(property));
+    const std::lock_guard<std::mutex> guard(lock_);
+    made_.set(property, fittedValue);
+    return *told;
+}
+
+bool Station::keepForLater(const PropertyName& name, const Value& fittedValue)
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    if (camera_ || options_.target.empty() || !pending_.set(name, fittedValue)) return false;
+    made_.set(name, fittedValue);
+    return true;
+}
+
+Settings Station::made() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return made_;
+}
+
+// ---- Acquisitions ---------------------------------------------------------------------------
+
+void Station::start(const Plan& plan)
+{
+    requireCamera();
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        if (!acquisition_->isRunning()) trouble_.reset();
+    }
+    acquisition_->start(plan);
+    changed();
+}
+
+void Station::prepare()
+{
+    requireCamera();
+    if (acquisition_->isRunning()) {
+        throw Error(ErrorKind::Usage, "an acquisition runs: Stop or Abort ends it");
+    }
+    ring_.clear();
+}
+
+void Station::stop()
+{
+    if (camera()) acquisition_->stop();
+}
+
+void Station::abort()
+{
+    if (camera()) acquisition_->abort();
+}
+
+StreamBooks Station::books() const
+{
+    return camera() ? acquisition_->books() : StreamBooks{};
+}
+
+Progress Station::progress() const
+{
+    return camera() ? acquisition_->progress() : Progress{};
+}
+
+// ---- Cooling --------------------------------------------------------------------------------
+
+void Station::cool(const Cooling& cooling)
+{
+    const auto open = requireCamera();
+    ask([open, cooling] { open->cooler().cool(cooling); }, kPatience);
+}
+
+void Station::warmUp(const Warming& warming)
+{
+    const auto open = requireCamera();
+    ask([open, warming] { open->cooler().warmUp(warming); }, kPatience);
+}
+
+CoolingState Station::cooling() const
+{
+    const auto open = camera();
+    return open ? open->cooler().state() : CoolingState{};
+}
+
+} // namespace vxcam
