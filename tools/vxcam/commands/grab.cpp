@@ -3,6 +3,7 @@
 #include "complaints.h"
 #include "failure.h"
 #include "interrupt.h"
+#include "planoptions.h"
 #include "program.h"
 #include "readout.h"
 #include "report.h"
@@ -34,7 +35,6 @@ using tpClock = std::chrono::steady_clock;
 using tpMilliseconds = std::chrono::milliseconds;
 
 constexpr int gnMostFrames = 32767;
-constexpr int gnFewBits = 8, gnUsualBits = 16;
 constexpr double gnCoolEnough = 0.5; // degrees Celsius
 constexpr double gnTenths = 10.0;    // what a camera is told
 constexpr std::chrono::hours gnNoLimit(1000000);
@@ -53,16 +53,12 @@ public:
     nlohmann::ordered_json Document() const override { return mDocument; }
 
 private:
-    void DeclareExposure(tcCommandLine& line);
-    void DeclareReadout(tcCommandLine& line);
     void DeclareCooling(tcCommandLine& line);
     void DeclareFiles(tcCommandLine& line);
     void CheckArguments();
-    void MakePlan();
     void NameFiles();
     void CheckFiles() const;
     void CheckEndings() const;
-    void CheckAreas(const vxcam::Size& sensor) const;
     void Cool(vxcam::Camera& camera, tcProgress& progress);
     void WaitCool(vxcam::Camera& camera, tcProgress& progress);
     void ReadOut(vxcam::Camera& camera, tcProgress& progress);
@@ -73,13 +69,12 @@ private:
     void RequireComplete(const std::vector<tsGrabbed>& written) const;
 
     tsCommonOptions mtCommon;
-    std::string msExposure, msTimeout, msCoolTimeout = "10min";
-    std::string msAreas, msOutput = "frame.fits", msPreview, msInstrument;
+    tcPlanOptions mPlanOptions;
+    std::string msCoolTimeout = "10min";
+    std::string msOutput = "frame.fits", msPreview, msInstrument;
     std::vector<std::string> maCards;
-    int mnFrames = 1, mnBits = gnUsualBits;
-    bool mbBinned = false, mbMaskBinned = false, mbWaitCool = false, mbForce = false;
-    bool mbAllowIncomplete = false;
-    bool mbLight = false, mbDark = false, mbBias = false, mbFlat = false;
+    int mnFrames = 1;
+    bool mbWaitCool = false, mbForce = false, mbAllowIncomplete = false;
     std::optional<double> mTarget; // degrees Celsius
 
     vxcam::Plan mtPlan;
@@ -90,44 +85,6 @@ private:
     tpClock::time_point mBegin, mOpened, mReading;
     nlohmann::ordered_json mDocument = nlohmann::ordered_json::object();
 };
-
-void tcGrab::DeclareExposure(tcCommandLine& line)
-{
-    line.Option("-e,--exposure", &msExposure, "TIME",
-                "like 500ms, 2s, 0.5 (seconds) or 1min; else as the camera is set");
-    line.Option("--frames", &mnFrames, "NUMBER", "frames to take in one readout")
-        .Within(1, gnMostFrames);
-    const std::vector<tcOption> types = {
-        line.Flag("--light", &mbLight, "a picture, which is what is taken without these"),
-        line.Flag("--dark", &mbDark, "a dark frame: the shutter stays closed"),
-        line.Flag("--bias", &mbBias, "likewise, with no exposure unless one is given"),
-        line.Flag("--flat", &mbFlat, "a flat field")};
-    for (size_t i = 0; i < types.size(); ++i) {
-        for (size_t k = 0; k < i; ++k) {
-            types[i].Excludes(types[k]);
-        }
-    }
-}
-
-void tcGrab::DeclareReadout(tcCommandLine& line)
-{
-    const tcOption area =
-        line.Option("--area", &msAreas, "AREA",
-                    "part of the sensor to read: x,y,width,height; several with / between them; "
-                    "else the regions that the camera is set to, or the whole");
-    const tcOption bits = line.Option("--bits", &mnBits, "NUMBER", "bits a pixel: 8 or 16");
-    const tcOption binned = line.Flag("--binned", &mbBinned, "binned readout, 32 bits a pixel");
-    const tcOption mask = line.Flag("--mask-binned", &mbMaskBinned,
-                                    "readout by the mask that the camera holds, 32 bits a pixel");
-    area.Excludes(binned).Excludes(mask);
-    bits.Excludes(binned).Excludes(mask);
-    binned.Excludes(mask);
-    line.Option("--timeout", &msTimeout, "TIME",
-                "silence beyond the time when a frame is due that ends the readout; 20s, and any "
-                "while a trigger is waited for");
-    line.Flag("--allow-incomplete", &mbAllowIncomplete,
-              "frames of which packets are missing are no failure");
-}
 
 void tcGrab::DeclareCooling(tcCommandLine& line)
 {
@@ -150,32 +107,15 @@ void tcGrab::DeclareFiles(tcCommandLine& line)
 void tcGrab::Declare(tcCommandLine& line)
 {
     DeclareCommon(line, &mtCommon);
-    DeclareExposure(line);
-    DeclareReadout(line);
+    mPlanOptions.DeclareExposure(line);
+    line.Option("--frames", &mnFrames, "NUMBER", "frames to take in one readout")
+        .Within(1, gnMostFrames);
+    mPlanOptions.DeclareReadout(line);
+    line.Flag("--allow-incomplete", &mbAllowIncomplete,
+              "frames of which packets are missing are no failure");
     DeclareCooling(line);
     DeclareFiles(line);
     line.Flag("--json", &mbJson, "print one JSON document");
-}
-
-void tcGrab::MakePlan()
-{
-    if (!msExposure.empty()) mtPlan.exposure = ParseDuration(msExposure);
-    if (!msTimeout.empty()) mtPlan.timeout = ParseDuration(msTimeout);
-    mtPlan.frames = mnFrames;
-    mtPlan.bits = mnBits;
-    if (mnBits != gnFewBits && mnBits != gnUsualBits) {
-        throw tcFailure(eExitUsage, "--bits: 8 or 16");
-    }
-    if (mbBinned) mtPlan.kind = vxcam::ReadoutKind::Binned;
-    if (mbMaskBinned) mtPlan.kind = vxcam::ReadoutKind::MaskBinned;
-    if (mbDark) mtPlan.type = vxcam::FrameType::Dark;
-    if (mbBias) mtPlan.type = vxcam::FrameType::Bias;
-    if (mbFlat) mtPlan.type = vxcam::FrameType::Flat;
-    if (msAreas.empty()) return;
-    mtPlan.regions = ParseAreas(msAreas);
-    if (mtPlan.regions.size() > 1) return;
-    mtPlan.area = mtPlan.regions.front();
-    mtPlan.regions.clear();
 }
 
 void tcGrab::NameFiles()
@@ -199,7 +139,8 @@ void tcGrab::NameFiles()
 
 void tcGrab::CheckArguments()
 {
-    MakePlan();
+    mtPlan = mPlanOptions.Plan();
+    mtPlan.frames = mnFrames;
     mCoolTimeout = ParseDuration(msCoolTimeout);
     if (mTarget && !(std::abs(*mTarget) <= 273.0)) {
         throw tcFailure(eExitUsage, "target temperature: -273 to 273 degrees Celsius");
@@ -246,18 +187,6 @@ void tcGrab::CheckFiles() const
             }
             vxcam::checkNewFile(name, mbForce);
         }
-    }
-}
-
-void tcGrab::CheckAreas(const vxcam::Size& sensor) const
-{
-    std::vector<vxcam::Area> areas = mtPlan.regions;
-    if (mtPlan.area) areas.push_back(*mtPlan.area);
-    for (const vxcam::Area& area : areas) {
-        if (area.fits(sensor)) continue;
-        throw tcFailure(eExitUsage, "area '" + msAreas + "': reaches beyond the sensor of " +
-                                        std::to_string(sensor.columns) + " x " +
-                                        std::to_string(sensor.rows) + " pixels");
     }
 }
 
@@ -397,7 +326,7 @@ void tcGrab::Run()
     CheckFiles();
     vxcam::Camera camera = OpenCamera(mtCommon);
     mOpened = tpClock::now();
-    CheckAreas(camera.sensor());
+    mPlanOptions.CheckAreas(mtPlan, camera.sensor());
     tcProgress progress(!mtCommon.quiet);
     Cool(camera, progress);
     ReadOut(camera, progress);

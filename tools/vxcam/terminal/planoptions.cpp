@@ -1,0 +1,72 @@
+#include "planoptions.h"
+
+#include "arguments.h"
+#include "failure.h"
+
+void tcPlanOptions::DeclareExposure(tcCommandLine& line)
+{
+    line.Option("-e,--exposure", &msExposure, "TIME",
+                "like 500ms, 2s, 0.5 (seconds) or 1min; else as the camera is set");
+    const std::vector<tcOption> types = {
+        line.Flag("--light", &mbLight, "a picture, which is what is taken without these"),
+        line.Flag("--dark", &mbDark, "a dark frame: the shutter stays closed"),
+        line.Flag("--bias", &mbBias, "likewise, with no exposure unless one is given"),
+        line.Flag("--flat", &mbFlat, "a flat field")};
+    for (size_t i = 0; i < types.size(); ++i) {
+        for (size_t k = 0; k < i; ++k) {
+            types[i].Excludes(types[k]);
+        }
+    }
+}
+
+void tcPlanOptions::DeclareReadout(tcCommandLine& line)
+{
+    const tcOption area =
+        line.Option("--area", &msAreas, "AREA",
+                    "part of the sensor to read: x,y,width,height; several with / between them; "
+                    "else the regions that the camera is set to, or the whole");
+    const tcOption bits = line.Option("--bits", &mnBits, "NUMBER", "bits a pixel: 8 or 16");
+    const tcOption binned = line.Flag("--binned", &mbBinned, "binned readout, 32 bits a pixel");
+    const tcOption mask = line.Flag("--mask-binned", &mbMaskBinned,
+                                    "readout by the mask that the camera holds, 32 bits a pixel");
+    area.Excludes(binned).Excludes(mask);
+    bits.Excludes(binned).Excludes(mask);
+    binned.Excludes(mask);
+    line.Option("--timeout", &msTimeout, "TIME",
+                "silence beyond the time when a frame is due that ends the readout; 20s, and any "
+                "while a trigger is waited for");
+}
+
+vxcam::Plan tcPlanOptions::Plan() const
+{
+    vxcam::Plan plan;
+    if (!msExposure.empty()) plan.exposure = ParseDuration(msExposure);
+    if (!msTimeout.empty()) plan.timeout = ParseDuration(msTimeout);
+    plan.bits = mnBits;
+    if (mnBits != gnFewBits && mnBits != gnUsualBits) {
+        throw tcFailure(eExitUsage, "--bits: 8 or 16");
+    }
+    if (mbBinned) plan.kind = vxcam::ReadoutKind::Binned;
+    if (mbMaskBinned) plan.kind = vxcam::ReadoutKind::MaskBinned;
+    if (mbDark) plan.type = vxcam::FrameType::Dark;
+    if (mbBias) plan.type = vxcam::FrameType::Bias;
+    if (mbFlat) plan.type = vxcam::FrameType::Flat;
+    if (msAreas.empty()) return plan;
+    plan.regions = ParseAreas(msAreas);
+    if (plan.regions.size() > 1) return plan;
+    plan.area = plan.regions.front();
+    plan.regions.clear();
+    return plan;
+}
+
+void tcPlanOptions::CheckAreas(const vxcam::Plan& plan, const vxcam::Size& sensor) const
+{
+    std::vector<vxcam::Area> areas = plan.regions;
+    if (plan.area) areas.push_back(*plan.area);
+    for (const vxcam::Area& area : areas) {
+        if (area.fits(sensor)) continue;
+        throw tcFailure(eExitUsage, "area '" + msAreas + "': reaches beyond the sensor of " +
+                                        std::to_string(sensor.columns) + " x " +
+                                        std::to_string(sensor.rows) + " pixels");
+    }
+}

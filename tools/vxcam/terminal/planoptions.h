@@ -1,0 +1,35 @@
+// What to read out, as it stands on the command line.
+#ifndef PLANOPTIONS_H
+#define PLANOPTIONS_H
+
+#include "tcCommandLine.h"
+
+#include <vxcamkit/plan.h>
+
+#include <string>
+
+// Declares these in two groups, between which a verb has its own; the plan is made of what was
+// parsed.
+class tcPlanOptions
+{
+public:
+    // Exposure and kind of frame.
+    void DeclareExposure(tcCommandLine& line);
+    // Area, bits, binning, time-out.
+    void DeclareReadout(tcCommandLine& line);
+
+    // But for the number of frames. Throws tcFailure with eExitUsage.
+    vxcam::Plan Plan() const;
+    // Throws tcFailure with eExitUsage when a part of the sensor lies beyond it.
+    void CheckAreas(const vxcam::Plan& plan, const vxcam::Size& sensor) const;
+
+private:
+    static constexpr int gnFewBits = 8, gnUsualBits = 16;
+
+    std::string msExposure, msTimeout, msAreas;
+    int mnBits = gnUsualBits;
+    bool mbBinned = false, mbMaskBinned = false;
+    bool mbLight = false, mbDark = false, mbBias = false, mbFlat = false;
+};
+
+#endif
