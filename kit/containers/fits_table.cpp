@@ -1,0 +1,127 @@
+#include "containers/fits_table.h"
+
+#include "files/ascii.h"
+#include "files/fits_header.h"
+#include "files/fits_pixels.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vxcam {
+
+namespace {
+
+constexpr size_t kRowsText = 256; // characters of the rows that are missing
+constexpr size_t kKindText = 20, kEventText = 200;
+
+void addNumber(uint64_t bits, std::string* row)
+{
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        row->push_back(static_cast<char>(bits >> static_cast<unsigned>(shift) & 0xFFU));
+    }
+}
+
+void addText(const std::string& text, size_t width, std::string* row)
+{
+    std::string field = asciiOf(text);
+    if (field.size() > width) field = field.substr(0, width - 3) + "...";
+    field.resize(width, '\0');
+    *row += field;
+}
+
+// The lines of a table, column by column.
+class TableHeader
+{
+public:
+    TableHeader(const std::string& name, size_t rowBytes, uint64_t rows, int columns)
+    {
+        header_.text("XTENSION", "BINTABLE", "a table");
+        header_.whole("BITPIX", 8, "of bytes");
+        header_.whole("NAXIS", 2, "rows of columns");
+        header_.whole("NAXIS1", static_cast<int64_t>(rowBytes), "bytes of a row");
+        header_.whole("NAXIS2", static_cast<int64_t>(rows), "rows");
+        header_.whole("PCOUNT", 0, "nothing behind it");
+        header_.whole("GCOUNT", 1, "one table");
+        header_.whole("TFIELDS", columns, "columns");
+        header_.text("EXTNAME", name, "what it is");
+    }
+    void column(const std::string& name, const std::string& form, const std::string& unit,
+                const std::string& meaning)
+    {
+        const std::string number = std::to_string(++columns_);
+        header_.text("TTYPE" + number, name, meaning.size() > 40 ? "" : meaning);
+        header_.text("TFORM" + number, form, "");
+        if (!unit.empty()) header_.text("TUNIT" + number, unit, "");
+    }
+    std::string finish(uint32_t dataSum) const { return header_.finish(dataSum); }
+
+private:
+    FitsHeader header_;
+    int columns_ = 0;
+};
+
+std::string textForm(size_t width)
+{
+    return std::to_string(width) + "A";
+}
+
+} // namespace
+
+size_t frameTableRowBytes()
+{
+    return recordColumns().size() * sizeof(uint64_t) + kRowsText;
+}
+
+std::string frameTableHeader(uint64_t rows, uint32_t dataSum)
+{
+    const std::vector<RecordColumn>& columns = recordColumns();
+    TableHeader header("FRAMES", frameTableRowBytes(), rows, static_cast<int>(columns.size()) + 1);
+    for (const RecordColumn& column : columns) {
+        header.column(column.name, column.isWhole() ? "1K" : "1D", column.unit, column.meaning);
+    }
+    header.column("missing_rows", textForm(kRowsText), "", "rows that are not whole");
+    return header.finish(dataSum);
+}
+
+std::string frameTableRow(const RecordedFrame& frame)
+{
+    std::string row;
+    for (const RecordColumn& column : recordColumns()) {
+        uint64_t bits = 0;
+        std::visit(
+            [&](auto valueOf) {
+                const auto value = valueOf(frame);
+                static_assert(sizeof value == sizeof bits);
+                std::memcpy(&bits, &value, sizeof bits);
+            },
+            column.value);
+        addNumber(bits, &row);
+    }
+    addText(rangesText(frame.frame.facts().missingRows), kRowsText, &row);
+    return row;
+}
+
+std::string eventTable(const std::vector<Event>& events)
+{
+    constexpr size_t rowBytes = 4 * sizeof(uint64_t) + kKindText + kEventText;
+    std::string rows;
+    for (const Event& event : events) {
+        addNumber(static_cast<uint64_t>(nanosecondsOf(event.time.utc)), &rows);
+        addNumber(static_cast<uint64_t>(int64_t{event.code}), &rows);
+        addNumber(static_cast<uint64_t>(int64_t{event.subCode}), &rows);
+        addNumber(event.readout, &rows);
+        addText(nameOf(event.kind), kKindText, &rows);
+        addText(event.text, kEventText, &rows);
+    }
+    rows.resize(fitsBlocks(rows.size()), '\0');
+    TableHeader header("EVENTS", rowBytes, events.size(), 6);
+    header.column("time_ns", "1K", "ns", "UTC since 1970");
+    header.column("code", "1K", "", "of an error");
+    header.column("sub_code", "1K", "", "");
+    header.column("readout", "1K", "", "that ran");
+    header.column("event", textForm(kKindText), "", "what it was");
+    header.column("text", textForm(kEventText), "", "");
+    return header.finish(fitsSum(rows.data(), rows.size())) + rows;
+}
+
+} // namespace vxcam

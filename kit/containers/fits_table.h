@@ -1,0 +1,22 @@
+// Tables of FITS files.
+#ifndef VXCAMKIT_FITS_TABLE_H
+#define VXCAMKIT_FITS_TABLE_H
+
+#include "containers/record_columns.h"
+
+#include <cstdint>
+#include <string>
+
+namespace vxcam {
+
+// The table FRAMES: a row for each frame, with the columns of records.
+std::string frameTableHeader(uint64_t rows, uint32_t dataSum);
+size_t frameTableRowBytes();
+std::string frameTableRow(const RecordedFrame& frame);
+
+// The table EVENTS, whole: what the camera told.
+std::string eventTable(const std::vector<Event>& events);
+
+} // namespace vxcam
+
+#endif

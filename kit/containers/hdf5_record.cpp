@@ -1,0 +1,294 @@
+// All frames in one dataset of an HDF5 file, a chunk each, and what is known of them beside it. The
+// layout is that of NeXus; others may read it while it grows.
+#include "containers/hdf5_objects.h"
+#include "containers/record_columns.h"
+
+#include <vxcamkit/error.h>
+#include <vxcamkit/new_file.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace vxcam {
+
+namespace {
+
+constexpr const char* kDetector = "/entry/instrument/detector";
+constexpr unsigned kLevel = 1;     // of gzip
+constexpr hsize_t kRowChunk = 512; // numbers of a column that lie together
+constexpr size_t kHowText = 128;   // room for how the record ended
+constexpr size_t kKindText = 24, kEventText = 240;
+constexpr uint64_t kClosing = 1U << 20U;
+
+std::string inDetector(const std::string& name)
+{
+    return std::string(kDetector) + "/" + name;
+}
+
+hid_t pixelType(int bits)
+{
+    if (bits == 8) return H5T_STD_U8LE;
+    return bits == 16 ? H5T_STD_U16LE : H5T_STD_U32LE;
+}
+
+class Hdf5Record : public RecordFile
+{
+public:
+    Hdf5Record(const std::string& path, const RecordOptions& options, const Frame& first);
+    ~Hdf5Record() override = default;
+
+    void add(const RecordedFrame& frame) override;
+    void note(const Event& event) override;
+    void flush() override;
+    void close(const RecordEnd& end) override;
+    uint64_t frames() const override { return flushed_; }
+    uint64_t bytes() const override { return bytes_; }
+    uint64_t closingBytes() const override { return kClosing; }
+
+private:
+    int64_t require(int64_t result) const { return requireHdf5(result, path_); }
+    void create();
+    void makeGroups(Hdf5Maker& maker, const Frame& first, const RecordOptions& options);
+    void makeSettings(Hdf5Maker& maker, const Snapshot& settings);
+    void makeColumns(Hdf5Maker& maker);
+    Hdf5Column column(Hdf5Maker& maker, const std::string& name, hid_t type);
+    void setText(const std::string& name, const std::string& value);
+    void setWhole(const std::string& name, int64_t value);
+
+    const std::string path_;
+    const hsize_t rows_, frameColumns_;
+    Hdf5Id file_, pixels_;
+    Hdf5Id kindType_ = hdf5Text(kKindText), textType_ = hdf5Text(kEventText);
+    std::vector<Hdf5Column> columns_; // as recordColumns()
+    Hdf5Column missingFrame_, missingRow_;
+    Hdf5Column eventTime_, eventKind_, eventCode_, eventSubCode_, eventText_;
+    uint64_t added_ = 0, flushed_ = 0, bytes_ = 0;
+};
+
+Hdf5Record::Hdf5Record(const std::string& path, const RecordOptions& options, const Frame& first)
+    : path_(path), rows_(static_cast<hsize_t>(first.rows())),
+      frameColumns_(static_cast<hsize_t>(first.columns()))
+{
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // errors are told by what is thrown
+    checkNewFile(path, options.force);
+    if (options.force && ::unlink(path.c_str()) != 0 && errno != ENOENT) {
+        throw Error(ErrorKind::File, path + ": " + std::strerror(errno), errno);
+    }
+    create();
+    Hdf5Maker maker(file_, path_);
+    makeGroups(maker, first, options);
+    makeSettings(maker, first.facts().settings);
+    pixels_ = maker.growing(inDetector("data"), pixelType(first.bits()), {rows_, frameColumns_}, 1,
+                            options.compression == Compression::Gzip ? kLevel : 0);
+    maker.attribute(inDetector("data"), "units", "adu");
+    maker.attribute(inDetector("data"), "interpretation", "image");
+    maker.link(inDetector("data"), "/entry/data/data");
+    makeColumns(maker);
+    require(H5Fstart_swmr_write(file_));
+}
+
+void Hdf5Record::create()
+{
+    const Hdf5Id access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
+    require(H5Pset_libver_bounds(access, H5F_LIBVER_LATEST, H5F_LIBVER_LATEST));
+    require(H5Pset_fclose_degree(access, H5F_CLOSE_STRONG));
+    file_ = Hdf5Id(H5Fcreate(path_.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, access), H5Fclose);
+    require(file_);
+}
+
+void Hdf5Record::makeGroups(Hdf5Maker& maker, const Frame& first, const RecordOptions& options)
+{
+    const FrameFacts& facts = first.facts();
+    maker.attribute("/", "NX_class", "NXroot");
+    maker.attribute("/", "default", "entry");
+    maker.attribute("/", "creator", options.header.software);
+    maker.group("/entry", "NXentry");
+    maker.attribute("/entry", "default", "data");
+    maker.text("/entry/start_time", utcText(facts.times.begin, 9) + "Z");
+    maker.text("/entry/program_name", options.header.software);
+    maker.group("/entry/instrument", "NXinstrument");
+    maker.group(kDetector, "NXdetector");
+    const std::string& name =
+        options.header.instrument.empty() ? facts.cameraName : options.header.instrument;
+    maker.text(inDetector("description"), name);
+    maker.text(inDetector("serial_number"), facts.serial);
+    maker.text(inDetector("local_name"), facts.target);
+    maker.group("/entry/data", "NXdata");
+    maker.attribute("/entry/data", "signal", "data");
+    maker.group("/entry/record", "NXcollection");
+    maker.whole("/entry/record/version", 1);
+    maker.text("/entry/record/header", headerJson(recordHeader(first, options.header)));
+    maker.text("/entry/record/ended", "running", kHowText);
+    maker.whole("/entry/record/dropped", 0);
+    maker.group("/entry/record/missing_rows", "NXcollection");
+    maker.group("/entry/record/events", "NXcollection");
+}
+
+void Hdf5Record::makeSettings(Hdf5Maker& maker, const Snapshot& settings)
+{
+    maker.group(inDetector("settings"), "NXcollection");
+    for (const Snapshot::Entry& entry : settings) {
+        const std::string name = inDetector("settings/" + entry.name);
+        const Value::Kind kind = entry.value.kind();
+        if (entry.value.isNothing()) continue;
+        if (kind == Value::Kind::Whole || kind == Value::Kind::Switch) {
+            maker.whole(name, entry.value.toInt());
+        } else if (kind == Value::Kind::Real) {
+            maker.real(name, entry.value.toDouble());
+        } else {
+            maker.text(name, entry.text);
+        }
+    }
+}
+
+Hdf5Column Hdf5Record::column(Hdf5Maker& maker, const std::string& name, hid_t type)
+{
+    return {maker.growing(name, type, {}, kRowChunk), type, H5Tget_size(type), path_};
+}
+
+void Hdf5Record::makeColumns(Hdf5Maker& maker)
+{
+    for (const RecordColumn& row : recordColumns()) {
+        const std::string name = inDetector(row.name);
+        columns_.push_back(
+            column(maker, name, row.isWhole() ? H5T_NATIVE_INT64 : H5T_NATIVE_DOUBLE));
+        if (*row.unit != '\0') maker.attribute(name, "units", row.unit);
+        maker.attribute(name, "long_name", row.meaning);
+    }
+    const std::string missing = "/entry/record/missing_rows/", events = "/entry/record/events/";
+    missingFrame_ = column(maker, missing + "index", H5T_NATIVE_INT64);
+    missingRow_ = column(maker, missing + "row", H5T_NATIVE_INT64);
+    eventTime_ = column(maker, events + "time_ns", H5T_NATIVE_INT64);
+    eventKind_ = column(maker, events + "event", kindType_);
+    eventCode_ = column(maker, events + "code", H5T_NATIVE_INT64);
+    eventSubCode_ = column(maker, events + "sub_code", H5T_NATIVE_INT64);
+    eventText_ = column(maker, events + "text", textType_);
+}
+
+void Hdf5Record::add(const RecordedFrame& frame)
+{
+    const void* const pixels = frame.encoded.size() > 0 ? frame.encoded.data() : frame.frame.data();
+    const size_t count = frame.encoded.size() > 0 ? frame.encoded.size() : frame.frame.bytes();
+    const hsize_t size[] = {added_ + 1, rows_, frameColumns_};
+    const hsize_t offset[] = {added_, 0, 0};
+    require(H5Dset_extent(pixels_, size));
+    require(H5Dwrite_chunk(pixels_, H5P_DEFAULT, 0, offset, count, pixels));
+    for (size_t i = 0; i < columns_.size(); ++i) {
+        std::visit(
+            [&](auto valueOf) {
+                const auto value = valueOf(frame);
+                columns_[i].add(&value);
+            },
+            recordColumns()[i].value);
+    }
+    for (const int row : frame.frame.facts().missingRows) {
+        const auto index = static_cast<int64_t>(frame.index);
+        const int64_t number = row;
+        missingFrame_.add(&index);
+        missingRow_.add(&number);
+    }
+    ++added_;
+    bytes_ += count;
+}
+
+void Hdf5Record::note(const Event& event)
+{
+    const int64_t time = nanosecondsOf(event.time.utc), code = event.code, subCode = event.subCode;
+    std::string kind = nameOf(event.kind), text = event.text;
+    kind.resize(kKindText, '\0');
+    text.resize(kEventText, '\0');
+    eventTime_.add(&time);
+    eventKind_.add(kind.data());
+    eventCode_.add(&code);
+    eventSubCode_.add(&subCode);
+    eventText_.add(text.data());
+}
+
+// Readers see the pixels first: what they find in a column has its pixels.
+void Hdf5Record::flush()
+{
+    require(H5Dflush(pixels_));
+    missingFrame_.write();
+    missingRow_.write();
+    for (Hdf5Column& one : columns_) {
+        one.write();
+    }
+    for (Hdf5Column* one : {&eventTime_, &eventKind_, &eventCode_, &eventSubCode_, &eventText_}) {
+        one->write();
+    }
+    flushed_ = added_;
+}
+
+void Hdf5Record::setText(const std::string& name, const std::string& value)
+{
+    std::string bytes = value;
+    bytes.resize(kHowText, '\0');
+    const Hdf5Id dataset(H5Dopen2(file_, name.c_str(), H5P_DEFAULT), H5Dclose);
+    require(dataset);
+    require(H5Dwrite(dataset, hdf5Text(kHowText), H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes.data()));
+}
+
+void Hdf5Record::setWhole(const std::string& name, int64_t value)
+{
+    const Hdf5Id dataset(H5Dopen2(file_, name.c_str(), H5P_DEFAULT), H5Dclose);
+    require(dataset);
+    require(H5Dwrite(dataset, H5T_NATIVE_INT64, H5S_ALL, H5S_ALL, H5P_DEFAULT, &value));
+}
+
+void Hdf5Record::close(const RecordEnd& end)
+{
+    flush();
+    setWhole("/entry/record/dropped", static_cast<int64_t>(end.dropped));
+    setText("/entry/record/ended", end.how);
+    columns_.clear();
+    missingFrame_ = Hdf5Column();
+    missingRow_ = Hdf5Column();
+    for (Hdf5Column* one : {&eventTime_, &eventKind_, &eventCode_, &eventSubCode_, &eventText_}) {
+        *one = Hdf5Column();
+    }
+    pixels_ = Hdf5Id();
+    require(file_.reset());
+    const int descriptor = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return;
+    ::fdatasync(descriptor);
+    ::close(descriptor);
+}
+
+// The bytes of the pixels by their place in these, which compresses better.
+void shuffle(const char* from, size_t count, size_t width, char* to)
+{
+    const size_t pixels = count / width;
+    for (size_t byte = 0; byte < width; ++byte) {
+        for (size_t i = 0; i < pixels; ++i) {
+            *to++ = from[i * width + byte];
+        }
+    }
+}
+
+} // namespace
+
+std::unique_ptr<RecordFile> makeHdf5Record(const std::string& path, const RecordOptions& options,
+                                           const RecordedFrame& first)
+{
+    return std::make_unique<Hdf5Record>(path, options, first.frame);
+}
+
+FileBytes encodeForHdf5(const Frame& frame, const RecordOptions& options, FileBytes spare)
+{
+    if (options.compression != Compression::Gzip) return {};
+    FileBytes shuffled(frame.bytes());
+    shuffle(static_cast<const char*>(frame.data()), frame.bytes(),
+            static_cast<size_t>(frame.bits() / 8), shuffled.data());
+    uLongf size = compressBound(frame.bytes());
+    FileBytes encoded(size, std::move(spare));
+    compress2(reinterpret_cast<Bytef*>(encoded.data()), &size,
+              reinterpret_cast<const Bytef*>(shuffled.data()), frame.bytes(), kLevel);
+    encoded.shrink(size);
+    return encoded;
+}
+
+} // namespace vxcam

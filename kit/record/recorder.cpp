@@ -1,0 +1,91 @@
+#include <vxcamkit/recorder.h>
+
+#include "record/recorder_body.h"
+
+#include <vxcamkit/frame_file.h>
+#include <vxcamkit/new_file.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace vxcam {
+
+void checkRecord(const std::string& path, const RecordOptions& options)
+{
+    recordKindOf(path, options);
+    checkNewFile(fileName(path, 1, options.split == 0 ? 1 : 0), options.force);
+}
+
+uint64_t recordRoom(const std::string& path)
+{
+    return diskRoom(path, 0);
+}
+
+Recorder::Recorder(const std::string& path, RecordOptions options)
+    : body_(std::make_unique<Body>(path, std::move(options)))
+{}
+
+Recorder::~Recorder()
+{
+    try {
+        finish("stopped");
+    } catch (...) {
+        // Whoever wants to know calls finish().
+    }
+}
+
+bool Recorder::write(Frame frame)
+{
+    std::unique_lock<std::mutex> guard(body_->lock);
+    const auto isOver = [this] { return body_->failure || body_->isFinishing; };
+    const size_t most = std::max<size_t>(body_->options.most, 1);
+    body_->changed.wait(guard, [&] { return isOver() || body_->books.held < most; });
+    if (isOver()) return false;
+    body_->jobs.push_back({body_->given++, std::move(frame)});
+    ++body_->books.held;
+    body_->changed.notify_all();
+    return true;
+}
+
+void Recorder::note(const Event& event)
+{
+    std::lock_guard<std::mutex> guard(body_->lock);
+    if (body_->failure || body_->isFinishing) return;
+    body_->notes.push_back(event);
+    body_->changed.notify_all();
+}
+
+void Recorder::finish(const std::string& how, std::optional<uint64_t> dropped)
+{
+    {
+        std::lock_guard<std::mutex> guard(body_->lock);
+        if (!body_->isFinishing) body_->ending = {how, dropped.value_or(0)};
+        body_->isFinishing = true;
+        if (dropped) body_->books.dropped = std::max(body_->books.dropped, *dropped);
+        body_->changed.notify_all();
+    }
+    body_->join();
+    throwFailure();
+}
+
+bool Recorder::hasFailed() const
+{
+    std::lock_guard<std::mutex> guard(body_->lock);
+    return body_->failure != nullptr;
+}
+
+void Recorder::throwFailure() const
+{
+    std::unique_lock<std::mutex> guard(body_->lock);
+    const std::exception_ptr failure = body_->failure;
+    guard.unlock();
+    if (failure) std::rethrow_exception(failure);
+}
+
+RecordBooks Recorder::books() const
+{
+    std::lock_guard<std::mutex> guard(body_->lock);
+    return body_->books;
+}
+
+} // namespace vxcam
