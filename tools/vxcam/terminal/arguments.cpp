@@ -101,6 +101,29 @@ std::vector<vxcam::Area> ParseAreas(const std::string& text)
     return areas;
 }
 
+uint64_t ParseBytes(const std::string& text)
+{
+    constexpr double most = 1e18;
+    const std::string units = "kMGT";
+    double bytes = 0;
+    const char* const end = text.data() + text.size();
+    auto [rest, error] = std::from_chars(text.data(), end, bytes, std::chars_format::fixed);
+    std::string unit(rest, end);
+    if (!unit.empty() && unit.back() == 'B') unit.pop_back();
+    const size_t power =
+        unit.empty() ? std::string::npos : units.find(unit[0] == 'K' ? 'k' : unit[0]);
+    const bool isBinary = unit.size() == 2 && unit[1] == 'i';
+    const bool isUnit =
+        unit.empty() || (power != std::string::npos && (unit.size() == 1 || isBinary));
+    for (size_t i = 0; !unit.empty() && isUnit && i <= power; ++i) {
+        bytes *= isBinary ? 1024 : 1000;
+    }
+    if (error != std::errc() || !isUnit || !(bytes >= 1) || bytes > most) {
+        Refuse("size", text, "write bytes, like 500MB, 2GB or 1GiB");
+    }
+    return static_cast<uint64_t>(bytes);
+}
+
 vxcam::Size ParseSize(const std::string& text)
 {
     const std::vector<std::string> parts = Split(text, 'x');
@@ -150,6 +173,21 @@ std::string PassedText(std::chrono::milliseconds passed, std::chrono::millisecon
     std::snprintf(text, sizeof text, unit.isWhole ? "%.0f of " : "%.1f of ",
                   steps * step / unit.milliseconds);
     return text + DurationText(duration);
+}
+
+std::string BytesText(uint64_t bytes)
+{
+    constexpr std::array<const char*, 5> units = {"B", "kB", "MB", "GB", "TB"};
+    auto number = static_cast<double>(bytes);
+    size_t unit = 0;
+    while (number >= 1000 && unit + 1 < units.size()) {
+        number /= 1000;
+        ++unit;
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, number < 10 && unit > 0 ? "%.1f %s" : "%.0f %s", number,
+                  units[unit]);
+    return text;
 }
 
 std::vector<std::string> FileNames(const std::string& pattern, int count)

@@ -21,6 +21,10 @@ struct tsEndpoint {
 // milliseconds, at most 4294967295 of them; below 1 ms there is only 0.
 std::chrono::milliseconds ParseDuration(const std::string& text);
 
+// "2GB", "256MiB", "1000000": a number of bytes, at least 1; k, M, G, T are thousands, Ki, Mi, Gi,
+// Ti multiples of 1024.
+uint64_t ParseBytes(const std::string& text);
+
 // "x,y,w,h", 0 to 65535 each, w and h at least 1; and several, with slashes between them.
 vxcam::Area ParseArea(const std::string& text);
 std::vector<vxcam::Area> ParseAreas(const std::string& text);
@@ -40,6 +44,9 @@ std::string DurationText(std::chrono::milliseconds duration);
 
 // How much of it has passed, in its own unit: "300 of 500 ms", "0.9 of 5 s", "1.5 of 10 min".
 std::string PassedText(std::chrono::milliseconds passed, std::chrono::milliseconds duration);
+
+// "512 MB", "2.1 GB": for people.
+std::string BytesText(uint64_t bytes);
 
 // The names of `count` files. One %d in it (or %4d, or %04d for zeros in front)
 // stands for the frame's number from 1, %% for a percent sign. Without one, several files get

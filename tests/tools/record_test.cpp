@@ -1,0 +1,203 @@
+// Frames kept by the program, from end to end.
+#include "grab_support.h"
+#include "shell.h"
+#include "tcSimServer.h"
+
+#include <gmock/gmock.h>
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+// The lines of a record's index that tell of frames.
+std::vector<nlohmann::json> FramesOf(const std::string& index)
+{
+    std::vector<nlohmann::json> frames;
+    std::istringstream lines(FileText(index));
+    for (std::string line; std::getline(lines, line);) {
+        const nlohmann::json object = nlohmann::json::parse(line, nullptr, false);
+        if (object.contains("index")) frames.push_back(object);
+    }
+    return frames;
+}
+
+nlohmann::json LastLine(const std::string& path)
+{
+    std::string text = FileText(path), last;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        last = line;
+    }
+    return nlohmann::json::parse(last, nullptr, false);
+}
+
+class tcRecordTest : public testing::Test
+{
+protected:
+    std::string Start(const std::vector<std::string>& faults = {})
+    {
+        tsSimOptions options;
+        options.columns = 96;
+        options.rows = 64;
+        options.heartbeatSeconds = 0.05;
+        options.faults = ParseSimFaults(faults);
+        mpCamera = std::make_unique<tcSimServer>(options);
+        return "127.0.0.1:" + std::to_string(mpCamera->Start());
+    }
+
+    std::unique_ptr<tcSimServer> mpCamera;
+    tcFolder mFolder;
+};
+
+} // namespace
+
+using Record = tcRecordTest;
+
+TEST_F(Record, KeepsWhatTheCameraSent)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "1ms", "-n", "20", "-o", "a.raw", "--json"}, In(mFolder));
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    const nlohmann::json document = run.Document();
+    EXPECT_EQ(document["frames"], 20);
+    EXPECT_EQ(document["dropped"], 0);
+    EXPECT_EQ(document["files"][0]["file"], "a.raw");
+    EXPECT_EQ(document["files"][0]["frames"], 20);
+    const std::vector<nlohmann::json> frames = FramesOf(mFolder.Path("a.raw.jsonl"));
+    const std::vector<tsSimFrame> sent = mpCamera->Frames();
+    ASSERT_EQ(frames.size(), 20u);
+    ASSERT_EQ(sent.size(), 20u);
+    for (size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(frames[i]["sum"], sent[i].pixelSum);
+        EXPECT_EQ(frames[i]["crc32"], sent[i].crc);
+    }
+    EXPECT_EQ(LastLine(mFolder.Path("a.raw.jsonl"))["ended"], "complete");
+}
+
+TEST_F(Record, WritesACubeThatOthersVerify)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "1ms", "-n", "12", "--bits", "8", "-o", "a.fits", "--header",
+               "OBSERVER=Anna"},
+              In(mFolder));
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    EXPECT_THAT(run.Output(), HasSubstr("a.fits: 12 frames"));
+    ExpectVerified(mFolder.Path("a.fits"));
+    fitsfile* file = nullptr;
+    int status = 0;
+    long axes[3] = {0, 0, 0};
+    char observer[FLEN_VALUE] = "";
+    fits_open_diskfile(&file, mFolder.Path("a.fits").c_str(), READONLY, &status);
+    fits_get_img_size(file, 3, axes, &status);
+    fits_read_key(file, TSTRING, "OBSERVER", observer, nullptr, &status);
+    fits_close_file(file, &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(std::vector<long>(axes, axes + 3), (std::vector<long>{96, 64, 12}));
+    EXPECT_STREQ(observer, "Anna");
+}
+
+TEST_F(Record, EndsWithTheTimeAsked)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "5ms", "--for", "300ms", "-o", "a.h5", "--json"},
+              In(mFolder));
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    EXPECT_GE(run.Document()["frames"], 1);
+    EXPECT_GE(run.Document()["seconds"], 0.3);
+    EXPECT_THAT(Output("h5dump -d /entry/record/ended " + mFolder.Path("a.h5")),
+                HasSubstr("\"complete"));
+}
+
+TEST_F(Record, EndsCleanlyWithCtrlC)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "2ms", "-o", "a.raw", "--json"}, In(mFolder));
+    ASSERT_TRUE(
+        WaitUntil([&] { return FramesOf(mFolder.Path("a.raw.jsonl")).size() > 3; }, gnRunPatience));
+    run.Signal(SIGINT);
+    EXPECT_EQ(run.Exit(), 130);
+    const size_t frames = FramesOf(mFolder.Path("a.raw.jsonl")).size();
+    EXPECT_EQ(run.Document()["frames"], frames);
+    EXPECT_EQ(std::filesystem::file_size(mFolder.Path("a.raw")), frames * 96 * 64 * 2);
+    EXPECT_EQ(LastLine(mFolder.Path("a.raw.jsonl"))["ended"], "stopped");
+}
+
+TEST_F(Record, TellsOfFramesThatAreIncomplete)
+{
+    const std::string target = Start({"missing-packet:packet=7"});
+    tcRun run({"record", target, "-e", "1ms", "-n", "5", "-o", "a.raw", "--json"}, In(mFolder));
+    EXPECT_EQ(run.Exit(), 4);
+    EXPECT_THAT(run.Errors(), HasSubstr("1 of 5 frames are incomplete"));
+    const std::vector<nlohmann::json> frames = FramesOf(mFolder.Path("a.raw.jsonl"));
+    ASSERT_EQ(frames.size(), 5u);
+    EXPECT_EQ(frames[0]["complete"], 0);
+    EXPECT_EQ(frames[0]["missing_rows_count"], 1);
+    EXPECT_EQ(frames[1]["complete"], 1);
+}
+
+TEST_F(Record, SaysWhenTheLinkIsLost)
+{
+    const std::string target = Start({"reset:readout=1,frame=4,packet=9"});
+    tcRun run({"record", target, "-e", "1ms", "-n", "50", "-o", "a.raw", "--timeout", "1s"},
+              In(mFolder));
+    EXPECT_EQ(run.Exit(), 3) << run.Errors();
+    EXPECT_EQ(LastLine(mFolder.Path("a.raw.jsonl"))["ended"], "failed");
+}
+
+TEST_F(Record, EndsWithCodeFiveWhenTheDiskIsFull)
+{
+    const std::string target = Start();
+    tcRun::tsHow how = In(mFolder);
+    how.fileLimit = 6'000'000;
+    tcRun run({"record", target, "-e", "1ms", "-o", "a.raw"}, how);
+    EXPECT_EQ(run.Exit(), 5);
+    EXPECT_THAT(run.Errors(), HasSubstr("a.raw: the disk is nearly full"));
+    const size_t frames = FramesOf(mFolder.Path("a.raw.jsonl")).size();
+    EXPECT_GT(frames, 5u);
+    EXPECT_EQ(std::filesystem::file_size(mFolder.Path("a.raw")), frames * 96 * 64 * 2);
+}
+
+TEST_F(Record, SaysBeforeTheExposureThatTheDiskIsTooSmall)
+{
+    const std::string target = Start();
+    tcRun::tsHow how = In(mFolder);
+    how.fileLimit = 100'000;
+    tcRun run({"record", target, "-e", "1ms", "-n", "9", "--area", "0,0,96,64", "-o", "a.raw"},
+              how);
+    EXPECT_EQ(run.Exit(), 5);
+    EXPECT_THAT(run.Errors(), HasSubstr("111 kB are needed, and the disk has 100 kB left"));
+    EXPECT_TRUE(mpCamera->Frames().empty());
+    EXPECT_TRUE(mFolder.Names().empty());
+}
+
+TEST_F(Record, CountsFramesThatAreDropped)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "0", "-n", "3000", "-o", "a.h5", "--compress", "gzip",
+               "--buffer", "100kB", "--when-full", "drop", "--json"},
+              In(mFolder));
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    const nlohmann::json document = run.Document();
+    EXPECT_EQ(document["frames"].get<int>() + document["dropped"].get<int>(), 3000);
+    EXPECT_THAT(Output("h5dump -d /entry/record/dropped " + mFolder.Path("a.h5")),
+                HasSubstr("(0): " + document["dropped"].dump()));
+}
+
+TEST(RecordArguments, ThatCannotBeEndWithCodeOne)
+{
+    const tcFolder folder;
+    const auto errors = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "record");
+        tcRun run(arguments, In(folder));
+        EXPECT_EQ(run.Exit(), 1);
+        return run.Errors();
+    };
+    EXPECT_THAT(errors({"sim"}), HasSubstr("--output is required"));
+    EXPECT_THAT(errors({"-o", "a.gif"}), HasSubstr("the name says no format"));
+    EXPECT_THAT(errors({"-o", "a.raw", "--split", "2 apples"}),
+                HasSubstr("write bytes, like 500MB"));
+    EXPECT_THAT(errors({"-o", "a.raw", "--buffer", "1MB"}), HasSubstr("at least 4 frames"));
+    EXPECT_THAT(errors({"-o", "a.raw", "--compress", "gzip"}), HasSubstr("not compressed by gzip"));
+    EXPECT_TRUE(folder.Names().empty());
+}

@@ -1,0 +1,308 @@
+// vxcam record: keeps frames in one file, at the rate at which they come.
+#include "arguments.h"
+#include "complaints.h"
+#include "failure.h"
+#include "interrupt.h"
+#include "planoptions.h"
+#include "program.h"
+#include "report.h"
+#include "tcProgress.h"
+
+#include <vxcamkit/camera.h>
+#include <vxcamkit/recorder.h>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdio>
+
+const char* const gsRecordExamples =
+    R"(  vxcam record 192.168.1.20:2000 -o night.h5              until Ctrl-C
+  vxcam record 192.168.1.20:2000 -o night.fits --for 10min a FITS cube
+  vxcam record serial:1207 -o run.raw --frames 5000 --split 2GB
+  vxcam record sim -e 10ms --frames 100 -o sim.h5 --compress gzip
+  vxcam record sim -o fast.h5 --when-full drop --buffer 1GiB --json)";
+
+namespace {
+
+using tpClock = std::chrono::steady_clock;
+using tpMilliseconds = std::chrono::milliseconds;
+
+constexpr int gnMostOfReadout = 32767;
+constexpr int gnMostFrames = 2000000000;
+constexpr tpMilliseconds gnPoll(50);
+constexpr uint64_t gnUsualBuffer = uint64_t{256} << 20U;
+constexpr uint64_t gnFewestBuffers = 4, gnMostBuffers = 1000; // of a frame each
+constexpr double gnMega = 1e6;
+
+class tcRecord : public tcVerb
+{
+public:
+    void Declare(tcCommandLine& line) override;
+    void Run() override;
+    nlohmann::ordered_json Document() const override { return mDocument; }
+
+private:
+    void CheckArguments();
+    uint64_t FrameBytes(const vxcam::Size& sensor) const; // at most
+    void DivideBuffer(uint64_t frameBytes);
+    void RequireRoom(uint64_t frameBytes) const;
+    void Record(vxcam::Camera& camera, tcProgress& progress);
+    bool Step(vxcam::Stream& stream, vxcam::Recorder& recorder, tcProgress& progress);
+    bool IsOver() const;
+    void TakeRest(vxcam::Stream& stream, vxcam::Recorder& recorder);
+    void Show(const vxcam::Stream& stream, const vxcam::Recorder& recorder, tcProgress& progress);
+    void Describe(const vxcam::Camera& camera, const vxcam::RecordBooks& books);
+    void Print(const vxcam::RecordBooks& books) const;
+
+    tsCommonOptions mtCommon;
+    tcPlanOptions mPlanOptions;
+    std::string msOutput, msFor, msSplit, msBuffer, msCompress = "none", msWhenFull = "wait";
+    std::string msInstrument;
+    std::vector<std::string> maCards;
+    int mnFrames = 0;
+    bool mbForce = false, mbAllowIncomplete = false;
+
+    vxcam::Plan mtPlan;
+    vxcam::RecordOptions mtOptions;
+    std::optional<tpMilliseconds> mFor;
+    uint64_t mnTaken = 0;
+    tpClock::time_point mStart, mEnd;
+    nlohmann::ordered_json mDocument = nlohmann::ordered_json::object();
+};
+
+void tcRecord::Declare(tcCommandLine& line)
+{
+    DeclareCommon(line, &mtCommon);
+    mPlanOptions.DeclareExposure(line);
+    line.Option("-n,--frames", &mnFrames, "NUMBER", "ends after so many frames; 0: with Ctrl-C")
+        .Within(0, gnMostFrames);
+    line.Option("--for", &msFor, "TIME", "ends after this time");
+    mPlanOptions.DeclareReadout(line);
+    line.Flag("--allow-incomplete", &mbAllowIncomplete,
+              "frames of which packets are missing are no failure");
+    line.Option("-o,--output", &msOutput, "FILE",
+                "where the frames go; its ending says how: .h5, .fits, .raw")
+        .Required();
+    line.Option("--compress", &msCompress, "HOW", "none, gzip or rice")
+        .OneOf({"none", "gzip", "rice"});
+    line.Option("--split", &msSplit, "SIZE", "begins another file when one is so large: 2GB");
+    line.Option("--buffer", &msBuffer, "SIZE", "memory for frames that wait; 256MiB");
+    line.Option("--when-full", &msWhenFull, "HOW",
+                "when it is full: wait holds the camera back, drop loses frames")
+        .OneOf({"wait", "drop"});
+    line.Flag("--force", &mbForce, "replace files that exist");
+    line.Option("--instrument", &msInstrument, "NAME", "the camera's name in the file");
+    line.Option("--header", &maCards, "CARD",
+                "KEY=VALUE or KEY=VALUE/COMMENT for the file's header; may be repeated");
+    line.Flag("--json", &mbJson, "print one JSON document");
+}
+
+void tcRecord::CheckArguments()
+{
+    mtPlan = mPlanOptions.Plan();
+    mtPlan.frames = mnFrames > gnMostOfReadout ? 0 : mnFrames;
+    if (msWhenFull == "drop") mtPlan.whenFull = vxcam::WhenFull::DropNewest;
+    if (!msFor.empty()) mFor = ParseDuration(msFor);
+    if (!msSplit.empty()) mtOptions.split = ParseBytes(msSplit);
+    if (!msBuffer.empty()) ParseBytes(msBuffer);
+    if (msCompress == "gzip") mtOptions.compression = vxcam::Compression::Gzip;
+    if (msCompress == "rice") mtOptions.compression = vxcam::Compression::Rice;
+    mtOptions.force = mbForce;
+    mtOptions.header.software = "vxcam " VXCAM_VERSION;
+    for (const std::string& card : maCards) {
+        mtOptions.header.cards.push_back(vxcam::parseCard(card));
+    }
+    TargetOf(mtCommon);
+    vxcam::checkRecord(msOutput, mtOptions);
+}
+
+uint64_t tcRecord::FrameBytes(const vxcam::Size& sensor) const
+{
+    uint64_t pixels = uint64_t(sensor.columns) * uint64_t(sensor.rows);
+    if (mtPlan.area) pixels = uint64_t(mtPlan.area->columns) * uint64_t(mtPlan.area->rows);
+    const bool isArea = mtPlan.kind == vxcam::ReadoutKind::Area;
+    return pixels * static_cast<uint64_t>(isArea ? mtPlan.bits : 32) / 8;
+}
+
+// Half of the buffers are the readout's, half hold what waits for the disk.
+void tcRecord::DivideBuffer(uint64_t frameBytes)
+{
+    const uint64_t copies = vxcam::recordCopies(msOutput, mtOptions);
+    const uint64_t least = gnFewestBuffers + copies;
+    const uint64_t wanted =
+        msBuffer.empty() ? std::max(gnUsualBuffer, least * frameBytes) : ParseBytes(msBuffer);
+    if (wanted / frameBytes < least) {
+        throw tcFailure(eExitUsage, "--buffer " + msBuffer + ": at least " + std::to_string(least) +
+                                        " frames of " + BytesText(frameBytes) +
+                                        " must fit into it");
+    }
+    const uint64_t count = std::min(wanted / frameBytes - copies, gnMostBuffers);
+    mtPlan.buffers = static_cast<int>(count);
+    mtOptions.most = static_cast<size_t>(count / 2);
+}
+
+void tcRecord::RequireRoom(uint64_t frameBytes) const
+{
+    const uint64_t room = vxcam::recordRoom(msOutput);
+    const bool isKnown = mnFrames > 0 && mtPlan.area && msCompress == "none";
+    const uint64_t wanted = frameBytes * static_cast<uint64_t>(isKnown ? mnFrames : 1);
+    if (room >= wanted) return;
+    throw tcFailure(eExitFile, msOutput + ": " + BytesText(wanted) +
+                                   " are needed, and the disk has " + BytesText(room) + " left");
+}
+
+bool tcRecord::IsOver() const
+{
+    const bool isLast = mnFrames > 0 && mnTaken >= static_cast<uint64_t>(mnFrames);
+    return isLast || (mFor && tpClock::now() >= mStart + *mFor) || CaughtSignal() != 0;
+}
+
+// False at the end.
+bool tcRecord::Step(vxcam::Stream& stream, vxcam::Recorder& recorder, tcProgress& progress)
+{
+    if (IsOver() || recorder.hasFailed()) return false;
+    Show(stream, recorder, progress);
+    const bool isRunning = stream.end() == vxcam::ReadoutEnd::Running;
+    try {
+        std::optional<vxcam::Frame> frame = stream.next(isRunning ? gnPoll : tpMilliseconds(0));
+        if (!frame) return false;
+        ++mnTaken;
+        return recorder.write(std::move(*frame));
+    } catch (const vxcam::Error& error) {
+        if (error.kind() != vxcam::ErrorKind::Timeout || !isRunning) throw;
+    }
+    return true;
+}
+
+// What had come before the end belongs to the record.
+void tcRecord::TakeRest(vxcam::Stream& stream, vxcam::Recorder& recorder)
+{
+    stream.stop();
+    while (mnFrames == 0 || mnTaken < static_cast<uint64_t>(mnFrames)) {
+        std::optional<vxcam::Frame> frame = stream.next(tpMilliseconds(0));
+        if (!frame || !recorder.write(std::move(*frame))) return;
+        ++mnTaken;
+    }
+}
+
+void tcRecord::Show(const vxcam::Stream& stream, const vxcam::Recorder& recorder,
+                    tcProgress& progress)
+{
+    const vxcam::RecordBooks books = recorder.books();
+    const vxcam::StreamBooks readout = stream.books();
+    const double seconds = std::chrono::duration<double>(tpClock::now() - mStart).count();
+    const double rate = static_cast<double>(books.pixelBytes) / std::max(seconds, 1e-3);
+    const uint64_t waiting = readout.complete + readout.incomplete - readout.taken + books.held;
+    const double filled = static_cast<double>(waiting) / mtPlan.buffers;
+    char figures[96];
+    std::snprintf(figures, sizeof figures, "%.0f MB/s, buffer %.0f %%, %llu dropped", rate / gnMega,
+                  std::min(filled, 1.0) * 100, static_cast<unsigned long long>(readout.dropped));
+    std::string text = std::to_string(books.frames) + " frames, " + figures;
+    if (books.diskLeft != ~uint64_t{0}) {
+        text += ", " + BytesText(books.diskLeft) + " left";
+        const double left = static_cast<double>(books.diskLeft) / std::max(rate, 1.0);
+        constexpr double most = 1e6; // seconds
+        if (rate > 0 && left < most) {
+            text += " (" + DurationText(tpMilliseconds(static_cast<int64_t>(left) * 1000)) + ")";
+        }
+    }
+    progress.Show("recording", filled, text);
+}
+
+void tcRecord::Describe(const vxcam::Camera& camera, const vxcam::RecordBooks& books)
+{
+    const double seconds = std::chrono::duration<double>(mEnd - mStart).count();
+    mDocument["target"] = NameOf(camera);
+    mDocument["files"] = nlohmann::ordered_json::array();
+    for (const vxcam::RecordedFile& file : books.files) {
+        mDocument["files"].push_back(
+            {{"file", file.path}, {"frames", file.frames}, {"bytes", file.bytes}});
+    }
+    mDocument["frames"] = books.frames;
+    mDocument["incomplete"] = books.incomplete;
+    mDocument["dropped"] = books.dropped;
+    mDocument["pixel_bytes"] = books.pixelBytes;
+    mDocument["seconds"] = seconds;
+    mDocument["mb_per_s"] = static_cast<double>(books.pixelBytes) / gnMega / seconds;
+}
+
+void tcRecord::Print(const vxcam::RecordBooks& books) const
+{
+    for (const vxcam::RecordedFile& file : books.files) {
+        PrintLine(file.path + ": " + std::to_string(file.frames) + " frames, " +
+                  BytesText(file.bytes));
+    }
+    const double seconds = std::chrono::duration<double>(mEnd - mStart).count();
+    char text[128];
+    std::snprintf(text, sizeof text,
+                  "%llu frames in %.1f s, %.0f MB/s; %llu dropped, %llu incomplete",
+                  static_cast<unsigned long long>(books.frames), seconds,
+                  static_cast<double>(books.pixelBytes) / gnMega / seconds,
+                  static_cast<unsigned long long>(books.dropped),
+                  static_cast<unsigned long long>(books.incomplete));
+    PrintLine(text);
+}
+
+void tcRecord::Record(vxcam::Camera& camera, tcProgress& progress)
+{
+    const tcComplaints complaints(camera);
+    vxcam::Recorder recorder(msOutput, mtOptions);
+    const vxcam::Subscription listening = camera.onEvent([&](const vxcam::Event& event) {
+        if (event.kind != vxcam::EventKind::Heartbeat) recorder.note(event);
+    });
+    mStart = tpClock::now();
+    vxcam::Stream stream = camera.stream(mtPlan);
+    std::exception_ptr failure;
+    try {
+        while (Step(stream, recorder, progress)) {
+        }
+        TakeRest(stream, recorder);
+    } catch (const vxcam::Error&) {
+        failure = std::current_exception();
+    }
+    progress.Clear();
+    const bool isWhole = !failure && (mFor || (mnFrames > 0 && CaughtSignal() == 0));
+    const char* const how = failure ? "failed" : isWhole ? "complete" : "stopped";
+    try {
+        recorder.finish(how, stream.books().dropped);
+    } catch (const vxcam::Error&) {
+        if (!failure) failure = std::current_exception();
+    }
+    mEnd = tpClock::now();
+    Describe(camera, recorder.books());
+    if (!mbJson && !mtCommon.quiet) Print(recorder.books());
+    if (failure) std::rethrow_exception(failure);
+    ThrowIfInterrupted();
+    if (recorder.books().incomplete > 0 && !mbAllowIncomplete) {
+        throw tcFailure(eExitCamera, std::to_string(recorder.books().incomplete) + " of " +
+                                         std::to_string(recorder.books().frames) +
+                                         " frames are incomplete");
+    }
+    if (const auto complaint = complaints.FirstOfReadout()) {
+        throw tcFailure(eExitCamera, *complaint);
+    }
+}
+
+void tcRecord::Run()
+{
+    CheckArguments();
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    mPlanOptions.CheckAreas(mtPlan, camera.sensor());
+    const uint64_t frameBytes = FrameBytes(camera.sensor());
+    DivideBuffer(frameBytes);
+    RequireRoom(frameBytes);
+    const bool isNamed = !msInstrument.empty() || NameOf(camera) == camera.target();
+    mtOptions.header.instrument = isNamed ? msInstrument : NameOf(camera);
+    tcProgress progress(!mtCommon.quiet);
+    Record(camera, progress);
+    camera.close();
+    if (mbJson) PrintDocument(mDocument);
+}
+
+} // namespace
+
+std::unique_ptr<tcVerb> MakeRecord()
+{
+    return std::make_unique<tcRecord>();
+}
