@@ -9,6 +9,7 @@
  *     same thing. What may be called there is told in convention 5 of vxcamiface.h. A null callback
  *     switches off. When a VXSet...Callback (or VXSetTap) returns, the callback that it replaced
  *     does not run and will not run again; only in a callback it returns without waiting for that.
+ *     The tap of what is sent differs in thread and lock: see VXSetTap.
  */
 #ifndef VXCAMEXT_H
 #define VXCAMEXT_H
@@ -122,7 +123,7 @@ typedef enum teReadoutResult {
     eReadoutAborted,
     eReadoutLinkLost, /* the connection that it was started on broke */
     eReadoutNotSent,  /* its command could not be sent */
-    eReadoutClosed    /* the camera is being closed */
+    eReadoutClosed    /* never told: the handle of a camera that is being closed has gone (-3) */
 } teReadoutResult;
 
 /* Tells how the readout that was started last ended, or that it runs: a teReadoutResult. After
@@ -136,10 +137,11 @@ VX_EXPORT int VXReadoutResult(int handle);
  * are read one after another, the greatest number of columns, and their rows lie below each other.
  * A binned readout's frame has the stride of the sensor. A buffer belongs to the application from
  * its frame's callbacks on until VXReturnImageBuffer. With none free at a frame's first packet the
- * frame is an underrun. A count of 0 ends this. Then, and after VXAbortRead, a time-out or
- * VXCloseCamera, all buffers are the application's; those that are to be used again in later
- * readouts are given back with VXReturnImageBuffer, or all set anew [-1 while a readout runs; -5
- * for null pointers, the same one twice, a count outside 0 to 4096, or no bytes]. */
+ * frame is an underrun. A count of 0 ends this. Then, after VXCloseCamera, and after a VXAbortRead
+ * or a time-out that gave a readout into them up, all buffers are the application's; those that are
+ * to be used again in later readouts are given back with VXReturnImageBuffer, or all set anew [-1
+ * while a readout runs; -5 for null pointers, buffers that overlap, a count outside 0 to 4096, or
+ * no bytes]. */
 VX_EXPORT int VXSetImageBuffers(int handle, void* const* buffers, int count, size_t bytes);
 
 /* Gives one back, on any thread [-5 when it is none of them or is free already]. */
@@ -217,8 +219,8 @@ typedef struct tsTapRecord {
 static_assert(sizeof(tsTapRecord) == 40, "record");
 
 /* Called for all that `what`, a sum of the above, names: sent bytes and messages on the sending
- * thread, one after another, everything else on the receive thread. It must be quick, and may not
- * call the camera. */
+ * thread, one after another and with the lock that orders what is sent, everything else on the
+ * receive thread. It must be quick, and may not call the camera [-5 for other bits in `what`]. */
 typedef void (*tpTapCallback)(int handle, const tsTapRecord* record, void* user);
 VX_EXPORT int VXSetTap(int handle, unsigned what, tpTapCallback callback, void* user);
 

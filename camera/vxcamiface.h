@@ -184,7 +184,9 @@ VX_EXPORT int VXGetCCDArea(int handle, int* firstColumn, int* firstRow, int* col
 VX_EXPORT int VXSetAreaEx(int handle, int count, int* rows, int* columns, int* heights,
                           int* widths);
 
-/* Asks for them; the arrays are int[16]; at worst 10 s. */
+/* Asks for them; the arrays are int[16], `count` is as the camera tells it, and may be more;
+ * `first` is a byte of the answer beside it. The remembered area follows the answer, and is empty
+ * without one; at worst 10 s. */
 VX_EXPORT int VXGetAreaEx(int handle, int* first, int* count, int* rows, int* columns, int* heights,
                           int* widths);
 
@@ -204,7 +206,8 @@ VX_EXPORT int VXGetBinParam(int handle, int index, unsigned char* table, int* si
 VX_EXPORT int VXGetHorBinParam(int handle, int index, unsigned char* table, int* size);
 
 /* Sends the mask, unsigned char[sensor rows][sensor columns], in halves of at most 512 bytes a row;
- * takes 2 ms a row. */
+ * takes 2 ms a row. What could not be sent is not told [-1 when the camera is closed meanwhile, -5
+ * null pointer]. */
 VX_EXPORT int VXSetBinMaskParam(int handle, unsigned char* mask, int argument);
 
 /* Asks for the mask, two requests a row, each at worst 10 s. `mask` needs room for 512 bytes from
@@ -273,7 +276,8 @@ VX_EXPORT int VXGetAutoTriggerReArm(int handle, int* on);
 /* Sends the level of an output pin [-1]. */
 VX_EXPORT int VXSetGPIO(int handle, int pin, tePinState state);
 
-/* Asks for the pins: the pin word itself, or -2 on failure; at worst 10 s. */
+/* Asks for the pins: the pin word itself, as a signed number, or -2 for a failure of any kind (-3
+ * without such a camera); at worst 10 s. */
 VX_EXPORT int VXGetGPIO(int handle);
 
 /* Sends the gain [-1]. */

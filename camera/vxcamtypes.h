@@ -63,12 +63,13 @@ typedef struct tsImageData {
     int32_t ImageType;       /* kind of frame: 0 to 5; 1 for every 32-bit frame */
     int32_t Rows;            /* rows of the frame */
     int32_t Columns;         /* columns of the frame's last packet */
-    int32_t AreaFirstColumn; /* current area; 0 for 32-bit frames */
-    int32_t AreaFirstRow;    /* current area; 0 for 32-bit frames */
+    int32_t AreaFirstColumn; /* current area; 0 for 32-bit frames, and in buffers in turn */
+    int32_t AreaFirstRow;    /* likewise */
     int32_t Extra1;          /* two words of 32-bit frames, else 0 */
     int32_t Extra2;
-    int32_t SensorColumns;    /* columns of the whole sensor: the stride of ImageBuffer */
-    int32_t SensorRows;       /* rows of the whole sensor */
+    int32_t SensorColumns;    /* columns of ImageBuffer, its stride: those of the whole sensor; of
+                                 an area in buffers in turn (VXSetImageBuffers), the area's */
+    int32_t SensorRows;       /* rows, likewise */
     int32_t FrameIndex;       /* frame within the readout, from 1 */
     uint32_t FramesDelivered; /* frames since the camera was opened, this one included */
     void* ImageBuffer;  /* the buffer given to the readout (or the camera's own); may be null */
