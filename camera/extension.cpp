@@ -3,6 +3,7 @@
 #include "tcLedger.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 template <class Callback>
@@ -68,11 +69,14 @@ bool tcVXCamera::IsReading() const
 }
 
 int tcVXCamera::SetImageBuffers(void* const* buffers, int count, size_t bytes)
-{
+try {
     const tStackLock lock(mStackMutex);
     LevelAreaItems();
     if (IsReading()) return eVXFailed;
     return mpExtension->buffers.Set(buffers, count, bytes) ? eVXOk : eVXArgument;
+} catch (const std::bad_alloc&) { // the buffers stay as they were
+    mLog.logError("tcVXCamera::SetImageBuffers no memory");
+    return eVXFailed;
 }
 
 int tcVXCamera::ReturnImageBuffer(void* buffer)

@@ -107,20 +107,26 @@ int tcVXCamera::ReadCCDArea8(unsigned char* buffer, short frames, unsigned short
 
 int tcVXCamera::ReadCCDBinned(long* buffer, unsigned short* maximum, short frames,
                               unsigned short mode)
-{
+try {
     const uint32_t number = StartReadout(eItemImage32, eReadoutBinned, buffer, maximum, frames);
     if (number == 0) return eVXFailed;
     return SendReadout("ReadCCDBinned", eItemImage32, number, cmdReadCCDBinned,
                        {static_cast<uint16_t>(frames), mode, {}});
+} catch (const std::bad_alloc&) { // before anything had begun
+    mLog.logError("tcVXCamera::ReadCCDBinned no memory");
+    return eVXFailed;
 }
 
 int tcVXCamera::ReadCCDMaskBinned(long* buffer, unsigned short* maximum, short frames,
                                   unsigned short mode)
-{
+try {
     const uint32_t number = StartReadout(eItemImage32, eReadoutMaskBinned, buffer, maximum, frames);
     if (number == 0) return eVXFailed;
     return SendReadout("ReadCCDMaskBinned", eItemImage32, number, cmdReadCCDMaskBinned,
                        {static_cast<uint16_t>(frames), mode});
+} catch (const std::bad_alloc&) { // before anything had begun
+    mLog.logError("tcVXCamera::ReadCCDMaskBinned no memory");
+    return eVXFailed;
 }
 
 int tcVXCamera::AbortRead()

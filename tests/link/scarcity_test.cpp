@@ -209,6 +209,34 @@ TEST_P(Scarcity, WhileACameraIsUsedIsAFailureOfTheCall)
     EXPECT_EQ(0, VXCloseCamera(handle));
 }
 
+TEST_P(Scarcity, WhileTheClassIsUsedIsAFailureOfTheCall)
+{
+    const int handle = Open();
+    ASSERT_GE(handle, 0);
+    {
+        const tcVXCamera::tcHold camera(handle);
+        int32_t room[2][16 * 32] = {};
+        void* buffers[] = {room[0], room[1]};
+        auto* image = reinterpret_cast<long*>(room[0]);
+        const std::vector<std::function<int()>> calls = {
+            [&] { return camera->SetImageBuffers(buffers, 2, sizeof room[0]); },
+            [&] { return camera->ReadCCDBinned(image, nullptr, 1, 0); },
+            [&] { return camera->ReadCCDMaskBinned(image, nullptr, 1, 0); }};
+        for (const auto& call : calls) {
+            ForEach(GetParam(), [&](long nth, teExtent extent) {
+                scarcity::Begin(nth, extent);
+                const int result = call();
+                const bool refused = scarcity::End();
+                EXPECT_TRUE(result == 0 || result == -1) << result << ", request " << nth;
+                EXPECT_EQ(0, camera->AbortRead());
+                return refused && !HasFailure();
+            });
+        }
+    }
+    ExpectToWork(handle);
+    EXPECT_EQ(0, VXCloseCamera(handle));
+}
+
 TEST_P(Scarcity, DoesNotKeepACameraFromBeingClosed)
 {
     VXCloseCamera(Open());
