@@ -64,9 +64,9 @@ struct OpenOptions {
 // The embedded simulated camera or one on the network, opened.
 //
 // Errors: what fails throws Error. Threads: any; commands of several threads go one after another.
-// Owns: the connection, the simulated camera if there is one, and a thread for events and one that
-//   watches over readouts. One that was moved from takes a new value or is destroyed, nothing else;
-//   so do streams and frames.
+// Owns: the connection, the simulated camera if there is one, and threads for events, for watching
+//   over readouts and, where there is one, for the flight file. One that was moved from takes a new
+//   value or is destroyed, nothing else; so do streams and frames.
 class VXCAMKIT_EXPORT Camera
 {
 public:

@@ -231,12 +231,6 @@ void CameraCore::abort()
 // Runs on the keeper's thread.
 std::optional<SteadyTime> CameraCore::watch()
 {
-    const std::optional<SteadyTime> save = saveFlight(), next = watchReadout();
-    return save && next ? std::min(*save, *next) : save ? save : next;
-}
-
-std::optional<SteadyTime> CameraCore::watchReadout()
-{
     if (isClosed_) return std::nullopt;
     const std::shared_ptr<StreamCore> stream = present();
     if (!stream || !stream->isRunning()) return lookAfter();
@@ -273,15 +267,15 @@ std::optional<SteadyTime> CameraCore::lookAfter()
 void CameraCore::noteFailure(const std::string& text)
 {
     if (!text.empty()) flight_.note(FlightEntry::Kind::Note, text);
-    if (options_.flightFile.empty()) return;
     isFlightDue_ = true;
-    if (keeper_) keeper_->wake();
+    if (flightKeeper_) flightKeeper_->wake();
 }
 
-// Not more often than told. When to try again, if ever.
+// Not more often than told. When to try again, if ever. The disk may take its time: runs on a
+// thread that nobody waits for but close().
 std::optional<SteadyTime> CameraCore::saveFlight()
 {
-    if (!isFlightDue_) return std::nullopt;
+    if (!isFlightDue_ || options_.flightFile.empty()) return std::nullopt;
     const SteadyTime earliest = flightSaved_ + kFlightPause;
     if (steady_clock::now() < earliest && !isClosed_) return earliest;
     isFlightDue_ = false;

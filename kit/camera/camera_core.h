@@ -130,7 +130,6 @@ private:
     void clearAway();
     void awaitClearance();
     std::optional<SteadyTime> watch();
-    std::optional<SteadyTime> watchReadout();
     std::optional<SteadyTime> lookAfter();
     void noteFailure(const std::string& text);
     std::optional<SteadyTime> saveFlight();
@@ -172,10 +171,11 @@ private:
 
     FlightRecorder flight_;
     std::atomic<bool> isFlightDue_{false}; // something failed since it was saved
-    SteadyTime flightSaved_;               // of the keeper's thread
+    SteadyTime flightSaved_;               // of the thread that saves
 
     EventQueue events_;
     std::unique_ptr<Keeper> keeper_;
+    std::unique_ptr<Keeper> flightKeeper_; // where there is a file
     Cooler cooler_;
 };
 

@@ -265,6 +265,9 @@ void CameraCore::listen()
         registry().cameras[handle_] = weak_from_this();
     }
     opened_ = steady_clock::now();
+    if (!options_.flightFile.empty()) {
+        flightKeeper_ = std::make_unique<Keeper>([this] { return saveFlight(); });
+    }
     keeper_ = std::make_unique<Keeper>([this] { return watch(); });
     VXOverrideImageTimout(handle_, -1); // the keeper watches
     VXSetTap(handle_, eTapMessagesReceived | eTapMessagesSent | eTapLink, Callbacks::tap, this);
@@ -309,6 +312,7 @@ void CameraCore::close()
     }
     cooler_.close();
     if (keeper_) keeper_->stop();
+    if (flightKeeper_) flightKeeper_->stop();
     saveFlight();
     events_.stop();
     std::lock_guard<std::recursive_mutex> guard(commands_);

@@ -5,9 +5,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <sstream>
 
 using namespace vxcam;
@@ -193,6 +196,28 @@ TEST_F(Flight, OfAFailureJustBeforeTheEndIsWritten)
     camera.close();
     const std::vector<json> lines = written();
     EXPECT_LT(placeOf(lines, {{"event", "frame"}, {"missing_packets", "5"}}), lines.size());
+}
+
+TEST_F(Flight, ADiskThatTakesItsTimeDelaysNoFailure)
+{
+    // Opening it for writing waits for a reader.
+    const std::string disk = file_.string() + ".part";
+    ASSERT_EQ(::mkfifo(disk.c_str(), 0600), 0);
+    Camera& camera = openRecorded({"missing-packet:readout=1,frame=1,packet=3",
+                                   "stall:readout=2,frame=1,packet=30,seconds=60"});
+    EXPECT_THROW(camera.grab(planOf(1)), IncompleteFrame);
+    auto second = std::async(std::launch::async, [&] {
+        Plan plan = planOf(1);
+        plan.timeout = 100ms;
+        return errorOf([&] { camera.grab(plan); }).kind();
+    });
+    const bool isTold = second.wait_for(10s) == std::future_status::ready;
+    EXPECT_TRUE(isTold);
+    std::ifstream reader(disk); // the disk goes on
+    std::ostringstream text;
+    text << reader.rdbuf();
+    EXPECT_EQ(second.get(), ErrorKind::Timeout);
+    EXPECT_THAT(text.str(), HasSubstr("incomplete"));
 }
 
 TEST_F(Flight, IsNotWrittenWhereNothingFailedOrItIsNotWanted)
