@@ -105,14 +105,11 @@ void Station::hear(const Event& event)
         break;
     case EventKind::LinkRestored:
         break;
-    case EventKind::SettingsRestored: {
-        if (event.text.empty()) return;
-        const Error error(ErrorKind::Camera, "not set as before: " + event.text);
-        complain(error);
-        const std::lock_guard<std::mutex> guard(lock_);
-        trouble_ = error;
-        break;
-    }
+    case EventKind::SettingsRestored:
+        if (!event.text.empty()) {
+            trouble(Error(ErrorKind::Camera, "not set as before: " + event.text));
+        }
+        return;
     default:
         return;
     }
@@ -128,13 +125,13 @@ void Station::hearFrame(const Frame& frame)
 
 void Station::hearEnd(std::optional<ReadoutEnd> end, const std::optional<Error>& error)
 {
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        lastEnd_ = end;
+    }
     // What was asked for wrongly, or ended by whoever asked, is no fault of the camera.
-    const bool isTrouble =
-        error && error->kind() != ErrorKind::Usage && error->kind() != ErrorKind::Aborted;
-    if (error && error->kind() != ErrorKind::Usage) complain(*error);
-    const std::lock_guard<std::mutex> guard(lock_);
-    lastEnd_ = end;
-    if (isTrouble) trouble_ = error;
+    if (!error || error->kind() == ErrorKind::Usage) return;
+    error->kind() == ErrorKind::Aborted ? complain(*error) : trouble(*error);
 }
 
 } // namespace vxcam

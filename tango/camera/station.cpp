@@ -80,6 +80,16 @@ void Station::complain(const Error& error)
     lastError_.time = std::chrono::system_clock::now();
 }
 
+void Station::trouble(const Error& error)
+{
+    complain(error);
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        trouble_ = error;
+    }
+    changed();
+}
+
 void Station::changed() const
 {
     if (listener_.change) listener_.change();
@@ -165,14 +175,21 @@ Settings Station::made() const
 
 // ---- Acquisitions ---------------------------------------------------------------------------
 
+// A camera that answers a question begins to read out without delay.
 void Station::start(const Plan& plan)
 {
-    requireCamera();
+    const auto open = requireCamera();
     {
         const std::lock_guard<std::mutex> guard(lock_);
         if (!acquisition_->isRunning()) trouble_.reset();
     }
-    acquisition_->start(plan);
+    try {
+        ask([open] { open->get("exposure"); }, kPatience);
+        acquisition_->start(plan);
+    } catch (const Error& error) {
+        if (error.kind() != ErrorKind::Usage) trouble(error);
+        throw;
+    }
     changed();
 }
 

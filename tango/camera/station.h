@@ -90,6 +90,7 @@ private:
     void hear(const Event& event);
     void hearFrame(const Frame& frame);
     void hearEnd(std::optional<ReadoutEnd> end, const std::optional<Error>& error);
+    void trouble(const Error& error); // likewise, and the state is Fault
     void changed() const;
     bool isLinkUp() const;
     std::shared_ptr<Camera> requireCamera() const;

@@ -192,8 +192,10 @@ About aboutProperty(const Property& property, Form form, const std::string& name
     const bool isSpecial = property.group == Group::Service || property.group == Group::Cis ||
                            property.cost == Cost::Many || property.key != nullptr;
     about.level = isSpecial ? Tango::EXPERT : Tango::OPERATOR;
-    about.isMemorised =
-        property.isWritable() && property.nature == Nature::Setting && form != Form::Bytes;
+    // Of what sets the same thing one is enough: the database cannot tell which was written last.
+    const bool isSecond = property.sameAs != nullptr && property.key == nullptr;
+    about.isMemorised = property.isWritable() && property.nature == Nature::Setting &&
+                        form != Form::Bytes && !isSecond;
     return about;
 }
 

@@ -260,8 +260,10 @@ class Silence(WithCamera):
         before = time.monotonic()
         self.refused("VxCamera_Timeout", self.device.read_attribute, "Gain")
         self.device.state()
-        self.assertLess(time.monotonic() - before, 1)
         self.assertEqual("timed-out", self.device.AcquisitionEnd)
+        self.refused("VxCamera_Timeout", self.device.Start)
+        self.assertEqual(tango.DevState.FAULT, self.device.state())
+        self.assertLess(time.monotonic() - before, 1)
         self.assertEqual(tango.AttrQuality.ATTR_INVALID,
                          self.device.read_attribute("image").quality)
 
