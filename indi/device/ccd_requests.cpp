@@ -1,0 +1,198 @@
+// What clients set. It is checked as a whole before anything of it counts: elements that there are
+// not, numbers that are none, and ranges.
+#include "ccd_device.h"
+
+#include <vxcamkit/error.h>
+
+#include <cmath>
+
+namespace vxcam {
+
+namespace {
+
+std::string quoted(const std::string& name)
+{
+    return "'" + name + "'";
+}
+
+template <class Elements>
+void requireElements(const Elements& property, char* const* names, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        if (property.findWidgetByName(names[i]) != nullptr) continue;
+        throw Error(ErrorKind::Usage,
+                    std::string(property.getName()) + " has no element " + quoted(names[i]));
+    }
+}
+
+void requireNumber(const INDI::WidgetView<INumber>& element, double value)
+{
+    const std::string name = quoted(element.getName());
+    if (!std::isfinite(value)) throw Error(ErrorKind::Usage, name + ": that is no number");
+    const double least = element.getMin(), most = element.getMax();
+    if (least >= most || (value >= least && value <= most)) return;
+    throw Error(ErrorKind::Usage, name + ": " + numberText(value) + " is not within " +
+                                      numberText(least) + " and " + numberText(most));
+}
+
+} // namespace
+
+void CcdDevice::refuse(INDI::Property property, const std::string& why)
+{
+    property.setState(IPS_ALERT);
+    property.apply("%s", why.c_str());
+}
+
+bool CcdDevice::ISNewNumber(const char* device, const char* name, double values[], char* names[],
+                            int count)
+{
+    if (device == nullptr || std::string(device) != getDeviceName()) return false;
+    INDI::PropertyNumber property = getNumber(name);
+    if (!property.isValid()) return false;
+    try {
+        requireElements(property, names, count);
+        Numbers numbers;
+        Given given;
+        for (const auto& element : property) {
+            numbers[element.getName()] = element.getValue();
+        }
+        for (int i = 0; i < count; ++i) {
+            requireNumber(*property.findWidgetByName(names[i]), values[i]);
+            numbers[names[i]] = values[i];
+            given[names[i]] = Value(values[i]);
+        }
+        if (TabProperty* const tabbed = tab_.find(name)) return setFromTab(*tabbed, given);
+        if (numbersGiven(name, numbers)) return true;
+    } catch (const Error& error) {
+        refuse(property, error.what());
+        return false;
+    }
+    return INDI::CCD::ISNewNumber(device, name, values, names, count);
+}
+
+// False for what the base class deals with.
+bool CcdDevice::numbersGiven(const std::string& name, const Numbers& numbers)
+{
+    const auto number = [&](const char* element) { return numbers.at(element); };
+    if (name == "CCD_EXPOSURE") {
+        expose(number("CCD_EXPOSURE_VALUE"));
+    } else if (name == "CCD_FRAME") {
+        frameGiven(numbers);
+    } else if (name == "CCD_BINNING") {
+        binningGiven(numbers);
+    } else if (name == "CCD_INFO") {
+        infoGiven(numbers);
+    } else if (name == "CCD_TEMPERATURE") {
+        temperatureGiven(number("CCD_TEMPERATURE_VALUE"));
+    } else if (name == "CCD_GAIN") {
+        askFor(gainNP_, "gain", number("GAIN"),
+               [this](const Value& told) { gainNP_[0].setValue(told.toDouble()); });
+    } else if (name == "CCD_OFFSET") {
+        askFor(offsetNP_, "offset", number("OFFSET"),
+               [this](const Value& told) { offsetNP_[0].setValue(told[0].toDouble()); });
+    } else if (name == "READOUT_FLAGS") {
+        flagsNP_[0].setValue(number("FLAGS"));
+        flagsNP_.setState(IPS_OK);
+        flagsNP_.apply();
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool CcdDevice::ISNewSwitch(const char* device, const char* name, ISState* states, char* names[],
+                            int count)
+{
+    if (device == nullptr || std::string(device) != getDeviceName()) return false;
+    INDI::PropertySwitch property = getSwitch(name);
+    if (!property.isValid()) return false;
+    try {
+        requireElements(property, names, count);
+        Given given;
+        for (int i = 0; i < count; ++i) {
+            given[names[i]] = Value(states[i] == ISS_ON);
+        }
+        if (TabProperty* const tabbed = tab_.find(name)) return setFromTab(*tabbed, given);
+        if (switchesGiven(name, given)) return true;
+    } catch (const Error& error) {
+        refuse(property, error.what());
+        return false;
+    }
+    return INDI::CCD::ISNewSwitch(device, name, states, names, count);
+}
+
+bool CcdDevice::switchesGiven(const std::string& name, const Given& given)
+{
+    const auto isOn = [&](const char* element) {
+        const auto found = given.find(element);
+        return found != given.end() && found->second.toBool();
+    };
+    if (name == "CONNECTION") {
+        if (isOn("CONNECT") != isOn("DISCONNECT")) connectionAsked(isOn("CONNECT"));
+    } else if (name == "CCD_COOLER") {
+        coolerGiven(isOn("COOLER_ON"));
+    } else if (name == "READOUT_MODE") {
+        for (auto& element : modeSP_) {
+            if (!isOn(element.getName())) continue;
+            modeSP_.reset();
+            element.setState(ISS_ON);
+        }
+        modeSP_.setState(IPS_OK);
+        modeSP_.apply();
+        if (session_.camera()) showBits();
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool CcdDevice::ISNewText(const char* device, const char* name, char* texts[], char* names[],
+                          int count)
+{
+    if (device == nullptr || std::string(device) != getDeviceName()) return false;
+    INDI::PropertyText property = getText(name);
+    if (!property.isValid()) return false;
+    try {
+        requireElements(property, names, count);
+        Given given;
+        for (int i = 0; i < count; ++i) {
+            given[names[i]] = Value(texts[i]);
+        }
+        if (TabProperty* const tabbed = tab_.find(name)) return setFromTab(*tabbed, given);
+        if (addressTP_.isNameMatch(name)) {
+            addressGiven(given);
+            return true;
+        }
+    } catch (const Error& error) {
+        refuse(property, error.what());
+        return false;
+    }
+    return INDI::CCD::ISNewText(device, name, texts, names, count);
+}
+
+bool CcdDevice::setFromTab(TabProperty& property, const Given& given)
+{
+    const Wish wish = property.wishOf(given);
+    if (wish.value) session_.camera()->checked(wish.name, *wish.value);
+    property.indi().setState(IPS_BUSY);
+    property.indi().apply();
+    session_.ask(
+        [wish](Camera& camera) {
+            return wish.value ? camera.set(wish.name, *wish.value) : camera.get(wish.name);
+        },
+        [this, wish, &property](const Value& told) {
+            property.show(wish.name, told);
+            if (property.row().nature == Nature::Action) askStates();
+        },
+        [this, &property](const Error& error) { refuse(property.indi(), error.what()); });
+    return true;
+}
+
+bool CcdDevice::ISSnoopDevice(XMLEle* root)
+{
+    const bool isKnown = INDI::CCD::ISSnoopDevice(root);
+    if (runner_.isRunning()) publishCards();
+    return isKnown;
+}
+
+} // namespace vxcam

@@ -1,0 +1,115 @@
+#include "image_sender.h"
+
+#include "fits_compression.h"
+
+#include <vxcamkit/error.h>
+#include <vxcamkit/fits.h>
+#include <vxcamkit/frame_times.h>
+#include <vxcamkit/new_file.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <utility>
+
+namespace vxcam {
+
+namespace {
+
+constexpr int kMostNumber = 99999;
+
+// What is sent: memory of the frame, or of the file that was made of it.
+struct Content {
+    FileBytes file;
+    PackedFile packed;
+    const void* bytes = nullptr;
+    size_t size = 0;
+    std::string ending; // ".fits"
+};
+
+Content contentOf(const Frame& frame, const SendOptions& options, std::vector<HeaderCard> cards)
+{
+    Content content;
+    if (!options.isFits) {
+        content.bytes = frame.data();
+        content.size = frame.bytes();
+        content.ending = ".raw";
+        return content;
+    }
+    HeaderOptions header;
+    header.software = std::string("indi_vxcam_ccd ") + VXCAM_VERSION;
+    header.settings = true;
+    header.cards = std::move(cards);
+    content.file = makeFits(frame, header);
+    content.bytes = content.file.data();
+    content.size = content.file.size();
+    content.ending = ".fits";
+    if (options.isPacked) {
+        content.packed = packFits(content.bytes, content.size);
+        content.bytes = content.packed.bytes.get();
+        content.size = content.packed.size;
+        content.ending = ".fits.fz";
+    }
+    return content;
+}
+
+std::string replaced(std::string text, const std::string& what, const std::string& by)
+{
+    const size_t at = text.find(what);
+    return at == std::string::npos ? text : text.replace(at, what.size(), by);
+}
+
+// The name with the first number that no file has yet.
+std::string newPath(const SendOptions& options, const std::string& ending)
+{
+    std::string time = utcText(std::chrono::system_clock::now());
+    std::replace(time.begin(), time.end(), ':', '-');
+    const std::string prefix = replaced(options.prefix, "ISO8601", time);
+    for (int number = 1; number <= kMostNumber; ++number) {
+        char digits[16];
+        std::snprintf(digits, sizeof digits, "%03d", number);
+        std::string path = options.folder + "/" + replaced(prefix, "XXX", digits) + ending;
+        if (!std::filesystem::exists(path) || prefix.find("XXX") == std::string::npos) return path;
+    }
+    throw Error(ErrorKind::File, options.folder + ": there are too many images already");
+}
+
+} // namespace
+
+void ImageSender::setCards(std::vector<HeaderCard> cards)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    cards_ = std::move(cards);
+}
+
+std::string ImageSender::send(const Frame& frame, const SendOptions& options,
+                              INDI::PropertyBlob image)
+{
+    std::vector<HeaderCard> cards;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        cards = cards_;
+    }
+    const Content content = contentOf(frame, options, std::move(cards));
+    std::string path;
+    if (options.toFile) {
+        std::error_code ignored; // writing says it better
+        std::filesystem::create_directories(options.folder, ignored);
+        path = newPath(options, content.ending);
+        writeNewFile(path, content.bytes, content.size);
+    }
+    if (options.toClient) {
+        image[0].setBlob(const_cast<void*>(content.bytes)); // it is only read
+        image[0].setBlobLen(static_cast<int>(content.size));
+        image[0].setSize(static_cast<int>(content.size));
+        image[0].setFormat(content.ending.c_str());
+        image.setState(IPS_OK);
+        image.apply();
+        image[0].setBlob(nullptr);
+        image[0].setBlobLen(0);
+    }
+    return path;
+}
+
+} // namespace vxcam

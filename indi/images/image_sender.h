@@ -1,0 +1,43 @@
+// Frames on their way to clients and to files of this host.
+#ifndef VXINDI_IMAGE_SENDER_H
+#define VXINDI_IMAGE_SENDER_H
+
+#include <vxcamkit/frame.h>
+#include <vxcamkit/header.h>
+
+#include <indipropertyblob.h>
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace vxcam {
+
+// As the properties say when an exposure starts.
+struct SendOptions {
+    bool toClient = true, toFile = false;
+    bool isFits = true;         // else the pixels alone, as they are in memory
+    bool isPacked = false;      // FITS only
+    std::string folder, prefix; // XXX in it stands for a number, ISO8601 for the time
+};
+
+// Threads: send() on the thread of the exposures, the others on any.
+class ImageSender
+{
+public:
+    // Of the observatory, for the frames that follow.
+    void setCards(std::vector<HeaderCard> cards);
+
+    // Hands on a frame as the BLOB of `image`; the path of the file that was written, if one was.
+    // Throws Error{File}, Error{Usage}.
+    std::string send(const Frame& frame, const SendOptions& options, INDI::PropertyBlob image);
+
+private:
+    std::mutex lock_;
+    std::vector<HeaderCard> cards_;
+};
+
+} // namespace vxcam
+
+#endif
