@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <system_error>
 
@@ -225,6 +226,11 @@ std::string FlightRecorder::text() const
 
 void FlightRecorder::save(const std::string& path) const
 {
+    std::error_code unknown;
+    const std::filesystem::file_status there = std::filesystem::status(path, unknown);
+    if (std::filesystem::exists(there) && !std::filesystem::is_regular_file(there)) {
+        throw Error(ErrorKind::File, path + ": is no regular file"); // a device would be replaced
+    }
     const std::string part = path + ".part";
     errno = 0;
     std::ofstream file(part, std::ios::trunc);

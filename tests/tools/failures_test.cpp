@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -237,6 +239,27 @@ TEST(ExitFileError, ExistingPreviewsAreFound)
     MakeFile(folder.Path("p.png"), "mine");
     tcRun run({"grab", "--preview", "p.png"}, In(folder));
     ExpectFailure(run, 5, "p.png: exists already");
+}
+
+TEST(ExitFileError, FlightFilesThatCannotBeWritten)
+{
+    tcFolder folder;
+    ASSERT_EQ(::mkfifo(folder.Path("pipe").c_str(), 0600), 0);
+    tcActor camera;
+    for (const std::vector<std::string>& verb :
+         std::vector<std::vector<std::string>>{{"info"}, {"doctor"}, {"grab", "-o", "a.fits"}}) {
+        std::vector<std::string> words = verb;
+        words.insert(words.end(), {camera.Target(), "--flight", "no/flight.json"});
+        tcRun missing(words, In(folder));
+        EXPECT_EQ(missing.Exit(), 5);
+        EXPECT_THAT(missing.Errors(), HasSubstr("no/flight.json: there is no folder no"));
+        words.back() = "pipe";
+        tcRun pipe(words, In(folder));
+        EXPECT_EQ(pipe.Exit(), 5);
+        EXPECT_THAT(pipe.Errors(), HasSubstr("pipe: is no regular file"));
+    }
+    EXPECT_FALSE(camera.Saw(0x34)) << "it was not opened";
+    EXPECT_THAT(folder.Names(), ElementsAre("pipe"));
 }
 
 TEST(ExitFileError, FoldersThatAreMissingOrClosed)

@@ -132,6 +132,23 @@ TEST(FlightRecorder, LeavesNoFileThatIsNotWhole)
     EXPECT_EQ(errorOf([&] { recorder.save("/dev/null/flight"); }).kind(), ErrorKind::File);
 }
 
+// A rename would put a file in the place of a device.
+TEST(FlightRecorder, ReplacesFilesAlone)
+{
+    std::string folder = (std::filesystem::temp_directory_path() / "vxcamXXXXXX").string();
+    ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+    const std::string pipe = folder + "/pipe", file = folder + "/file";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    std::ofstream(file) << "before";
+    FlightRecorder recorder;
+    recorder.note(Kind::Note, "something");
+    EXPECT_THAT(errorOf([&] { recorder.save(pipe); }).what(), HasSubstr("is no regular file"));
+    EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+    recorder.save(file);
+    EXPECT_GT(std::filesystem::file_size(file), 20u);
+    std::filesystem::remove_all(folder);
+}
+
 TEST_F(Flight, TellsCommandsAnswersAndFramesInOrder)
 {
     Camera& camera = open();

@@ -7,6 +7,7 @@
 #include "vxvisible.h"
 
 #include <vxcamkit/error.h>
+#include <vxcamkit/new_file.h>
 #include <vxcamkit/version.h>
 
 #include <nlohmann/json.hpp>
@@ -191,6 +192,7 @@ vxcam::Camera tcVerb::OpenCamera(const tsCommonOptions& options)
     const vxcam::Target target = TargetOf(options);
     msOpened = target.text();
     HushLibrary(options);
+    if (!options.flight.empty()) vxcam::checkNewFile(options.flight, true);
     tcQuickExit quickExit;
     try {
         vxcam::OpenOptions open;
