@@ -140,17 +140,18 @@ tcConfigFile* tcConfigFile::FindInstance(const char* name)
 int tcConfigFile::LoadConfigFile(const char* name, bool clear)
 {
     const tGuard guard(mLock);
-    const std::string fileName = name == nullptr ? "" : name;
+    if (name == nullptr) name = "";
     if (mpLoad != nullptr) {
         const vx::tcLoadState::tcNested nested(*mpLoad);
-        LoadFile(fileName, clear);
+        LoadFile(name, clear);
         return 1;
     }
     try {
         vx::tcLoadState load(mvFilesUsed);
         const tcRunning running(mpLoad, load);
-        LoadFile(fileName, clear);
+        LoadFile(name, clear);
     } catch (const std::bad_alloc&) {
+        mssErrors.clear(); // which may have been the one
         mssErrors << CurrentFile() << ": Out of memory! the rest is left out\n";
     }
     return 1;
