@@ -20,9 +20,10 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 const std::string gsOfEnvironment = "level 7\nconsumer placed.log\nvalue chosen\nhome there\n"
-                                    "set set\nown own\nitem replaced\nmodule loaded\n";
-const std::string gsOfProgram = "level 7\nconsumer NULL Log Device\nvalue default\n"
-                                "home $(VXHOME)\nset set\nown own\nitem file\nmodule none\n";
+                                    "set set\nown own\nitem replaced\nmodule loaded\ntrusts yes\n";
+const std::string gsOfProgram =
+    "level 7\nconsumer NULL Log Device\nvalue default\n"
+    "home $(VXHOME)\nset set\nown own\nitem file\nmodule none\ntrusts no\n";
 
 // Runs the host program in a folder of its own, where every variable of the library is set.
 class Environment : public ::testing::Test

@@ -75,7 +75,8 @@ int main()
               << configuration->ExpandVars("$(VXSET)") << "\nown "
               << configuration->ExpandVars("$(VXOWN)") << "\nitem "
               << configuration->GetItemInSection("", "vxitem", "") << "\nmodule "
-              << (tcDbgd::getItem()->GetWB("PROC") != nullptr ? "loaded" : "none") << std::endl;
+              << (tcDbgd::getItem()->GetWB("PROC") != nullptr ? "loaded" : "none") << "\ntrusts "
+              << (tcDbgd::getItem()->Trusts(nullptr) ? "yes" : "no") << std::endl;
     if (getenv("DBGD_DISABLE") == nullptr) ServeAndTellWhere();
     return 0;
 }

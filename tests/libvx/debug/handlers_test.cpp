@@ -36,6 +36,8 @@ public:
         return packets;
     }
 
+    HSocket& Client() { return mClient; }
+
 private:
     HSocket mClient;
     int mhPeer = -1;
@@ -130,4 +132,23 @@ TEST_F(Daemon, ListsTheTokensWhateverTheArguments)
     EXPECT_EQ("helps\n", Ask("HELP:GO"));
     mpDaemon->RemoveWB(&own);
     EXPECT_EQ("GO: unknown command token\n", Ask("HELP:GO"));
+}
+
+TEST(DbgdTrust, IsForWhatIsNoConnectionOfTheNetwork)
+{
+    tcDbgd& daemon = *tcDbgd::getItem();
+    EXPECT_TRUE(daemon.Trusts(nullptr)) << "the process itself";
+    tcPackets pair;
+    EXPECT_TRUE(daemon.Trusts(&pair.Client())) << "a pair of sockets";
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    HSocket end;
+    end.Create();
+    ASSERT_EQ(end.GetFD(), dup3(ends[0], end.GetFD(), O_CLOEXEC));
+    EXPECT_TRUE(daemon.Trusts(&end)) << "a pipe";
+    HSocket unconnected;
+    unconnected.Create();
+    EXPECT_FALSE(daemon.Trusts(&unconnected)) << "of the network, from nobody knows where";
+    close(ends[0]);
+    close(ends[1]);
 }

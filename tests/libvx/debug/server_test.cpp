@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <csignal>
+#include <set>
 
 namespace {
 
@@ -63,6 +65,40 @@ std::string Announcement(unsigned short port)
 }
 
 } // namespace
+
+// The threads of this process.
+static std::set<std::string> Threads()
+{
+    std::set<std::string> threads;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))
+        threads.insert(entry.path());
+    return threads;
+}
+
+// The signals that a thread blocks, the lowest bit being that of signal 1.
+static uint64_t BlockedBy(const std::string& thread)
+{
+    std::ifstream status(thread + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("SigBlk:", 0) == 0) return std::stoull(line.substr(7), nullptr, 16);
+    }
+    return 0;
+}
+
+TEST_F(Daemon, LeavesSignalsToTheThreadsOfTheHost)
+{
+    const std::set<std::string> before = Threads();
+    Start();
+    size_t own = 0;
+    for (const std::string& thread : Threads()) {
+        if (before.count(thread) != 0) continue;
+        ++own;
+        const uint64_t blocked = BlockedBy(thread);
+        for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGCHLD, SIGUSR1})
+            EXPECT_NE(0u, blocked & (uint64_t{1} << (signal - 1))) << thread << ", " << signal;
+    }
+    EXPECT_GE(own, 1u);
+}
 
 TEST_F(Daemon, AnswersAndClosesTheConnection)
 {

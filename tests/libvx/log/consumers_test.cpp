@@ -15,6 +15,7 @@
 #include <fstream>
 #include <future>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <thread>
@@ -90,6 +91,19 @@ TEST(LogLine, HasTimeMillisecondsTagLabelAndMessage)
     strcpy(event.tag, "   Debug");
     strcpy(event.message, "open failed");
     EXPECT_EQ("20240115-13:45:02.123:   Debug: ERR:open failed\n", LineOf(event));
+}
+
+TEST(LogLine, HasATagOfEightColumnsAtLeast)
+{
+    tcLogEvent event = RecordOf(tcLogEvent::eDebug, 1, "x");
+    for (const auto& [tag, shown] :
+         std::map<std::string, std::string>{{"", "        "},
+                                            {"CAM", "     CAM"},
+                                            {"SEVENTH", " SEVENTH"},
+                                            {"ONE TO TEN", "ONE TO TEN"}}) {
+        strcpy(event.tag, tag.c_str());
+        EXPECT_THAT(LineOf(event), testing::EndsWith(":" + shown + ":DBG1:x\n"));
+    }
 }
 
 TEST(LogLine, HasLocalTime)
