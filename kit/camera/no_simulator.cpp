@@ -25,4 +25,11 @@ std::optional<uint64_t> Simulator::sumOf(uint32_t) const
     return std::nullopt;
 }
 
+std::vector<SentFrame> Simulator::frames() const
+{
+    return {};
+}
+
+void Simulator::inject(const std::string&) {}
+
 } // namespace vxcam

@@ -2,10 +2,13 @@
 #ifndef VXCAMKIT_SIMULATOR_H
 #define VXCAMKIT_SIMULATOR_H
 
+#include <vxcamkit/simulated_camera.h>
 #include <vxcamkit/target.h>
 
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 class tcSimServer;
 
@@ -24,6 +27,10 @@ public:
     // The camera's own sum of the pixels of a frame of its last readout; nothing if it is not
     // known.
     std::optional<uint64_t> sumOf(uint32_t frame) const;
+
+    // As SimulatedCamera has them.
+    std::vector<SentFrame> frames() const;
+    void inject(const std::string& fault);
 
 private:
     std::unique_ptr<tcSimServer> server_;
