@@ -1,0 +1,76 @@
+// A camera and its readouts as the Python layer wraps them.
+#ifndef VXCAM_PY_CAMERA_H
+#define VXCAM_PY_CAMERA_H
+
+#include "py_frame.h"
+#include "py_process.h"
+
+#include <vxcamkit/camera.h>
+
+#include <pybind11/pybind11.h>
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace vxcam::py {
+
+// Threads: any; waits are without the interpreter lock.
+class CoreCamera
+{
+public:
+    explicit CoreCamera(const std::shared_ptr<Camera>& camera)
+        : camera_(camera), target_(camera->target())
+    {}
+
+    // Throws Error{Usage} in a forked child.
+    const std::shared_ptr<Camera>& use() const { return camera_.use("the camera " + target_); }
+    const std::string& target() const { return target_; }
+
+private:
+    Owned<Camera> camera_;
+    std::string target_;
+};
+
+// Threads: one consumer; the rest on any.
+class CoreStream
+{
+public:
+    // The camera stays open for as long as it is there.
+    CoreStream(std::shared_ptr<Camera> camera, Stream stream);
+    ~CoreStream(); // stops it; without the interpreter lock
+    CoreStream(const CoreStream&) = delete;
+    CoreStream& operator=(const CoreStream&) = delete;
+
+    // The next frame; none at the end. Not given, `patience` is that of a camera that has nothing
+    // to wait for but says nothing. Stops the readout when it is over, or a signal ends the wait.
+    std::optional<CoreFrame> next(std::optional<std::chrono::milliseconds> patience);
+    void stop();
+    Stream& stream() const { return held_.use("the readout")->stream; }
+
+private:
+    struct Held {
+        std::shared_ptr<Camera> camera;
+        Stream stream;
+        std::atomic<bool> isTaken{false};
+
+        Held(std::shared_ptr<Camera> ofCamera, Stream ofStream)
+            : camera(std::move(ofCamera)), stream(std::move(ofStream))
+        {}
+    };
+    Owned<Held> held_;
+};
+
+using CameraClass = pybind11::class_<CoreCamera, std::unique_ptr<CoreCamera, LetGo>>;
+
+void addCamera(pybind11::module_& module);
+void addStream(pybind11::module_& module);
+// What of a camera stands in files of their own.
+void addCooler(CameraClass& camera);
+void addEvents(pybind11::module_& module, CameraClass& camera);
+void addSettings(CameraClass& camera);
+
+} // namespace vxcam::py
+
+#endif

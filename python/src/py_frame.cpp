@@ -1,0 +1,180 @@
+#include "py_frame.h"
+
+#include "py_values.h"
+
+#include <vxcamkit/figures.h>
+#include <vxcamkit/stars.h>
+
+#include <pybind11/stl.h>
+
+namespace vxcam::py {
+
+namespace python = pybind11;
+
+namespace {
+
+python::dtype typeOfPixels(int bits)
+{
+    if (bits == 8) return python::dtype::of<uint8_t>();
+    if (bits == 16) return python::dtype::of<uint16_t>();
+    return python::dtype::of<int32_t>();
+}
+
+python::tuple areaOf(const Area& area)
+{
+    return python::make_tuple(area.column, area.row, area.columns, area.rows);
+}
+
+python::object momentOf(const Moment& moment)
+{
+    if (!moment.known) return python::none();
+    return nanoseconds(moment.utc);
+}
+
+python::dict timesOf(const FrameFacts& facts)
+{
+    const FrameTimes& times = facts.times;
+    python::dict result;
+    result["begin_ns"] = nanoseconds(times.begin);
+    result["middle_ns"] = nanoseconds(times.middle);
+    result["end_ns"] = nanoseconds(times.end);
+    result["uncertainty_ns"] = times.uncertainty.count();
+    result["how"] = nameOf(times.how);
+    result["command_sent_ns"] = momentOf(times.commandSent);
+    result["first_packet_ns"] = momentOf(times.firstPacket);
+    result["last_packet_ns"] = momentOf(times.lastPacket);
+    result["clock_synchronised"] = times.clock.synchronised;
+    result["clock_maximum_error_us"] = times.clock.maximumError.count();
+    return result;
+}
+
+python::tuple settingsOf(const FrameFacts& facts)
+{
+    python::list settings;
+    for (const Snapshot::Entry& entry : facts.settings) {
+        settings.append(
+            python::make_tuple(entry.name, valueToPython(entry.value), textToPython(entry.text)));
+    }
+    return python::tuple(settings);
+}
+
+python::tuple complaintsOf(const FrameFacts& facts)
+{
+    python::list complaints;
+    for (const Complaint& complaint : facts.complaints) {
+        complaints.append(
+            python::make_tuple(complaint.code, complaint.subCode, textToPython(complaint.text)));
+    }
+    return python::tuple(complaints);
+}
+
+python::tuple regionsOf(const FrameFacts& facts)
+{
+    python::tuple regions(facts.regions.size());
+    for (size_t i = 0; i < facts.regions.size(); ++i) {
+        regions[i] = areaOf(facts.regions[i]);
+    }
+    return regions;
+}
+
+python::dict factsOf(const FrameFacts& facts)
+{
+    python::dict result;
+    result["number"] = facts.number;
+    result["readout"] = facts.readout;
+    result["frames"] = facts.frames;
+    result["kind"] = nameOf(facts.kind);
+    result["type"] = nameOf(facts.type);
+    result["area"] = areaOf(facts.area);
+    result["regions"] = regionsOf(facts);
+    result["binning"] = python::make_tuple(facts.binningX, facts.binningY);
+    result["sensor"] = python::make_tuple(facts.sensor.columns, facts.sensor.rows);
+    result["camera_name"] = textToPython(facts.cameraName);
+    result["serial"] = textToPython(facts.serial);
+    result["target"] = facts.target;
+    result["exposure"] = std::chrono::duration<double>(facts.exposure).count();
+    result["ccd_temp"] = facts.sensorTemperature;
+    result["board_temp"] = facts.boardTemperature;
+    result["target_temp"] = facts.targetTemperature;
+    result["image_type"] = facts.imageType;
+    result["packets_expected"] = facts.packetsExpected;
+    result["packets_missing"] = facts.packetsMissing;
+    result["packets_misplaced"] = facts.packetsMisplaced;
+    result["packets_damaged"] = facts.packetsDamaged;
+    result["missing_rows"] = python::tuple(python::cast(facts.missingRows));
+    result["missing_rows_known"] = facts.missingRowsKnown;
+    result["complaints"] = complaintsOf(facts);
+    result["dropped"] = facts.dropped;
+    result["true_sum"] = facts.trueSum;
+    return result;
+}
+
+python::tuple figuresOfFrame(const CoreFrame& self)
+{
+    const Frame& frame = self.frame();
+    FrameFigures figures;
+    {
+        const python::gil_scoped_release released;
+        figures = figuresOf(frame);
+    }
+    return python::make_tuple(figures.mean, figures.deviation, figures.least, figures.most,
+                              figures.saturated);
+}
+
+python::tuple starsOfFrame(const CoreFrame& self)
+{
+    const Frame& frame = self.frame();
+    StarField field;
+    {
+        const python::gil_scoped_release released;
+        field = findStars(frame);
+    }
+    python::list stars;
+    for (const Star& star : field.stars) {
+        stars.append(python::make_tuple(star.column, star.row, star.flux, star.hfd, star.fwhm,
+                                        star.isSaturated));
+    }
+    return python::tuple(stars);
+}
+
+uint64_t sumOfFrame(const CoreFrame& self)
+{
+    const Frame& frame = self.frame();
+    const python::gil_scoped_release released;
+    return frame.sum();
+}
+
+} // namespace
+
+python::array CoreFrame::array() const
+{
+    const Frame& pixels = frame();
+    const auto letGo = [](void* held) { delete static_cast<CoreFrame*>(held); };
+    const python::capsule owner(new CoreFrame(*this), letGo);
+    python::array array(typeOfPixels(pixels.bits()), {pixels.rows(), pixels.columns()},
+                        pixels.data(), owner);
+    python::detail::array_proxy(array.ptr())->flags &=
+        ~python::detail::npy_api::NPY_ARRAY_WRITEABLE_;
+    return array;
+}
+
+void addFrame(python::module_& module)
+{
+    python::class_<CoreFrame> frame(module, "Frame");
+    frame.def("array", &CoreFrame::array)
+        .def("facts", [](const CoreFrame& self) { return factsOf(self.facts()); })
+        .def("times", [](const CoreFrame& self) { return timesOf(self.facts()); })
+        .def("settings", [](const CoreFrame& self) { return settingsOf(self.facts()); })
+        .def("sum", &sumOfFrame)
+        .def("figures", &figuresOfFrame)
+        .def("stars", &starsOfFrame)
+        .def_property_readonly("rows", [](const CoreFrame& self) { return self.facts().rows; })
+        .def_property_readonly("columns",
+                               [](const CoreFrame& self) { return self.facts().columns; })
+        .def_property_readonly("bits", [](const CoreFrame& self) { return self.facts().bits; })
+        .def_property_readonly("complete",
+                               [](const CoreFrame& self) { return self.facts().complete(); });
+    addFiles(frame);
+}
+
+} // namespace vxcam::py

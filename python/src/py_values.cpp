@@ -1,0 +1,158 @@
+#include "py_values.h"
+
+#include <vxcamkit/error.h>
+
+#include <cmath>
+
+namespace vxcam::py {
+
+namespace python = pybind11;
+
+namespace {
+
+constexpr double kNanoseconds = 1e9;   // in a second
+constexpr double kMostSeconds = 4.0e9; // of a wait or an exposure: more than a century
+
+[[noreturn]] void refuse(const std::string& name, const python::handle& value,
+                         const std::string& wanted)
+{
+    const auto text = python::repr(value).cast<std::string>();
+    throw Error(ErrorKind::Usage, name + ": " + text + " is not possible, give " + wanted);
+}
+
+bool isTimedelta(const python::handle& value)
+{
+    static const python::object& type = // not let go when the interpreter has gone
+        *new python::object(python::module_::import("datetime").attr("timedelta"));
+    return python::isinstance(value, type);
+}
+
+double secondsOf(const python::handle& timedelta)
+{
+    return timedelta.attr("total_seconds")().cast<double>();
+}
+
+Value bytesOf(const python::handle& buffer)
+{
+    const python::bytes bytes = python::reinterpret_steal<python::bytes>(
+        PyBytes_FromObject(python::reinterpret_borrow<python::object>(buffer).ptr()));
+    if (!bytes) throw python::error_already_set();
+    const std::string_view view(bytes);
+    return Value::Bytes(view.begin(), view.end());
+}
+
+Value wholeOf(const std::string& name, const python::handle& number)
+{
+    int overflow = 0;
+    const long long whole = PyLong_AsLongLongAndOverflow(number.ptr(), &overflow);
+    if (overflow != 0) refuse(name, number, "a smaller number");
+    return static_cast<int64_t>(whole);
+}
+
+} // namespace
+
+python::str textToPython(const std::string& text)
+{
+    PyObject* const made =
+        PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogateescape");
+    if (made == nullptr) throw python::error_already_set();
+    return python::reinterpret_steal<python::str>(made);
+}
+
+std::string textFromPython(const python::handle& text)
+{
+    const auto bytes = python::reinterpret_steal<python::bytes>(
+        PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogateescape"));
+    if (!bytes) throw python::error_already_set();
+    return bytes;
+}
+
+python::object valueToPython(const Value& value)
+{
+    switch (value.kind()) {
+    case Value::Kind::Nothing:
+        break;
+    case Value::Kind::Switch:
+        return python::bool_(value.toBool());
+    case Value::Kind::Whole:
+        return python::int_(value.toInt());
+    case Value::Kind::Real:
+    case Value::Kind::Time:
+        return python::float_(value.toDouble());
+    case Value::Kind::Text:
+        return textToPython(value.toText());
+    case Value::Kind::Bytes: {
+        const Value::Bytes& bytes = value.toBytes();
+        return python::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    }
+    case Value::Kind::List: {
+        python::tuple items(value.size());
+        for (size_t i = 0; i < value.size(); ++i) {
+            items[i] = valueToPython(value[i]);
+        }
+        return std::move(items);
+    }
+    }
+    return python::none();
+}
+
+Value valueFromPython(const std::string& name, const python::handle& value)
+{
+    PyObject* const object = value.ptr();
+    if (value.is_none()) return {};
+    if (PyBool_Check(object)) return object == Py_True;
+    if (PyUnicode_Check(object)) return textFromPython(value);
+    if (isTimedelta(value)) return std::chrono::duration<double>(secondsOf(value));
+    if (PyFloat_Check(object)) return PyFloat_AsDouble(object);
+    if (PyIndex_Check(object) && !PySequence_Check(object)) {
+        return wholeOf(name, python::reinterpret_steal<python::object>(PyNumber_Index(object)));
+    }
+    if (PyObject_CheckBuffer(object) && !PyNumber_Check(object)) return bytesOf(value);
+    if (PySequence_Check(object)) {
+        if (python::hasattr(value, "dtype") &&
+            value.attr("dtype").attr("str").cast<std::string>() == "|u1") {
+            return bytesOf(value.attr("tobytes")());
+        }
+        if (python::hasattr(value, "tolist")) { // also numbers of NumPy
+            const python::object plain = value.attr("tolist")();
+            return valueFromPython(name, plain);
+        }
+        Value::List items;
+        for (const python::handle item : python::reinterpret_borrow<python::sequence>(value)) {
+            items.push_back(valueFromPython(name, item));
+        }
+        return Value::list(std::move(items));
+    }
+    const double number = PyNumber_Check(object) != 0 ? PyFloat_AsDouble(object) : NAN;
+    if (PyErr_Occurred() != nullptr) PyErr_Clear();
+    if (!std::isfinite(number)) refuse(name, value, "a number, a text, bytes, or a tuple of such");
+    return number;
+}
+
+std::chrono::nanoseconds timeFromPython(const std::string& name, const python::handle& value)
+{
+    const char* const wanted = "seconds as a number, or a timedelta";
+    double seconds = NAN;
+    if (isTimedelta(value)) {
+        seconds = secondsOf(value);
+    } else if (!PyBool_Check(value.ptr()) && !PyUnicode_Check(value.ptr())) {
+        seconds = PyFloat_AsDouble(value.ptr());
+        if (PyErr_Occurred() != nullptr) PyErr_Clear();
+    }
+    if (!(seconds >= 0 && seconds <= kMostSeconds)) refuse(name, value, wanted);
+    return std::chrono::nanoseconds(std::llround(seconds * kNanoseconds));
+}
+
+std::optional<std::chrono::milliseconds> patienceFromPython(const std::string& name,
+                                                            const python::handle& value)
+{
+    if (value.is_none()) return std::nullopt;
+    return std::chrono::ceil<std::chrono::milliseconds>(timeFromPython(name, value));
+}
+
+python::int_ nanoseconds(UtcTime time)
+{
+    return python::int_(time.time_since_epoch().count());
+}
+
+} // namespace vxcam::py

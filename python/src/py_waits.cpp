@@ -1,0 +1,133 @@
+#include "py_waits.h"
+
+#include <vxcamkit/error.h>
+
+#include <semaphore.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <thread>
+
+namespace vxcam::py {
+
+namespace {
+
+// Where a thread gets its work. The last of both who leave clears it away.
+struct Desk {
+    Desk()
+    {
+        sem_init(&begin, 0, 0);
+        sem_init(&done, 0, 0);
+    }
+    ~Desk()
+    {
+        sem_destroy(&begin);
+        sem_destroy(&done);
+    }
+    Desk(const Desk&) = delete;
+    Desk& operator=(const Desk&) = delete;
+
+    sem_t begin{}, done{};
+    std::function<void()> work;
+    std::atomic<bool> isLeft{false};
+    const int forks = forksSoFar();
+};
+
+void serve(const std::shared_ptr<Desk>& desk)
+{
+    for (;;) {
+        while (sem_wait(&desk->begin) != 0) {
+        }
+        if (desk->isLeft) return;
+        desk->work();
+        desk->work = nullptr;
+        sem_post(&desk->done);
+    }
+}
+
+std::shared_ptr<Desk> newDesk()
+{
+    auto desk = std::make_shared<Desk>();
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    try {
+        std::thread([desk] { serve(desk); }).detach();
+    } catch (...) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        throw;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return desk;
+}
+
+// The thread that serves it ends behind its work.
+void leave(const std::shared_ptr<Desk>& desk)
+{
+    desk->isLeft = true;
+    sem_post(&desk->begin);
+}
+
+// Whether the work was done; not when the time was over or a signal came.
+bool waitASlice(Desk* desk)
+{
+    const pybind11::gil_scoped_release released;
+    timespec until{};
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_nsec += std::chrono::nanoseconds(kSlice).count();
+    if (until.tv_nsec >= 1'000'000'000) {
+        until.tv_nsec -= 1'000'000'000;
+        ++until.tv_sec;
+    }
+    return sem_clockwait(&desk->done, CLOCK_MONOTONIC, &until) == 0;
+}
+
+// That of the calling thread, which is kept from wait to wait; none while it is in use.
+struct KeptDesk {
+    std::shared_ptr<Desk> desk;
+
+    KeptDesk() = default;
+    ~KeptDesk()
+    {
+        if (desk) leave(desk);
+    }
+    KeptDesk(const KeptDesk&) = delete;
+    KeptDesk& operator=(const KeptDesk&) = delete;
+};
+
+thread_local KeptDesk kept;
+
+} // namespace
+
+void runAside(std::function<void()> work, const Limit& limit)
+{
+    const auto start = std::chrono::steady_clock::now();
+    std::shared_ptr<Desk> desk = std::exchange(kept.desk, nullptr);
+    if (desk && desk->forks != forksSoFar()) {
+        new std::shared_ptr<Desk>(std::exchange(desk, nullptr)); // its thread stayed behind
+    }
+    if (!desk) desk = newDesk();
+    desk->work = std::move(work);
+    sem_post(&desk->begin);
+    try {
+        while (!waitASlice(desk.get())) {
+            checkSignals();
+            if (limit.most && std::chrono::steady_clock::now() - start >= *limit.most) {
+                throw Error(ErrorKind::Timeout, limit.text);
+            }
+        }
+    } catch (...) {
+        leave(desk);
+        throw;
+    }
+    if (std::shared_ptr<Desk> other = std::exchange(kept.desk, std::move(desk))) leave(other);
+}
+
+void checkSignals()
+{
+    if (PyErr_CheckSignals() != 0) throw pybind11::error_already_set();
+}
+
+} // namespace vxcam::py

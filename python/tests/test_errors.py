@@ -1,0 +1,127 @@
+"""Failures: which class they are, and what they say."""
+
+import socket
+import threading
+
+import pytest
+
+import vxcam
+from conftest import SMALL, wait_until
+from vxcam import _vxcam
+
+
+def free_port():
+    with socket.socket() as unused:
+        unused.bind(("127.0.0.1", 0))
+        return unused.getsockname()[1]
+
+
+def test_each_kind_of_the_table_has_its_class():
+    for kind, name in _vxcam.error_classes.items():
+        if kind == "file":
+            assert name == "OSError"
+        else:
+            assert issubclass(getattr(vxcam, name), vxcam.Error)
+
+
+def test_classes_are_those_of_python_too():
+    assert issubclass(vxcam.UsageError, ValueError)
+    assert issubclass(vxcam.NotFoundError, ConnectionError)
+    assert issubclass(vxcam.CameraTimeout, TimeoutError)
+    assert issubclass(vxcam.LinkLost, ConnectionError)
+    assert issubclass(vxcam.AccessError, AttributeError)
+
+
+def test_no_camera_is_told_with_the_place():
+    place = f"127.0.0.1:{free_port()}"
+    with pytest.raises(vxcam.NotFoundError, match=place):
+        vxcam.Camera(place)
+
+
+@pytest.mark.parametrize("target", ["", "nowhere", "host:99999", "sim?color=red", "sim?fault=nonsense"])
+def test_a_target_that_is_none_is_refused(target):
+    with pytest.raises(vxcam.UsageError):
+        vxcam.Camera(target)
+
+
+def test_a_camera_that_serves_somebody_else_is_busy(simulator):
+    with vxcam.Camera(simulator.target):
+        with pytest.raises(vxcam.BusyError, match="somebody else"):
+            vxcam.Camera(simulator.target)
+
+
+def test_an_error_of_the_camera_has_its_numbers(camera):
+    with pytest.raises(vxcam.CameraError, match="gain 9 is above 7") as caught:
+        camera.gain = 9
+    assert caught.value.code > 0 and caught.value.sub_code > 0
+
+
+def test_a_lost_link_ends_a_readout_and_comes_back():
+    with vxcam.Simulator((64, 48), ["reset:readout=1,packet=20"]) as simulator:
+        with vxcam.Camera(simulator.target) as camera:
+            camera.gain = 2
+            with pytest.raises(vxcam.LinkLost):
+                camera.grab(exposure=0.01)
+            assert camera.wait_for_link(10)
+            assert camera.grab(exposure=0.01).settings["gain"] == 2
+            assert camera.statistics.connections_lost == 1
+
+
+def test_a_closed_camera_says_so(camera):
+    camera.close()
+    for use in (camera.grab, camera.stream, lambda: camera.gain):
+        with pytest.raises(vxcam.Error, match="closed"):
+            use()
+    assert camera.closed and camera.statistics.bytes_received > 0
+
+
+def test_a_file_that_is_there_is_no_error_of_the_camera(camera, tmp_path):
+    frame = camera.grab()
+    frame.to_fits(tmp_path / "a.fits")
+    with pytest.raises(FileExistsError):
+        frame.to_fits(tmp_path / "a.fits")
+    with pytest.raises(FileNotFoundError):
+        frame.to_fits(tmp_path / "none" / "a.fits")
+
+
+def test_a_closed_simulator_refuses_faults(simulator):
+    simulator.close()
+    simulator.close()
+    with pytest.raises(vxcam.UsageError):
+        simulator.inject("half-open")
+    assert simulator.frames == ()
+
+
+@pytest.mark.parametrize("sensor", [(0, 5), (-1, 5), (16385, 5), (65537, 1), (1 << 40, 1)])
+def test_a_sensor_that_cannot_be_is_refused(sensor):
+    with pytest.raises(vxcam.UsageError):
+        vxcam.Simulator(sensor=sensor)
+
+
+def test_a_timeout_ends_the_readout(camera):
+    with pytest.raises(vxcam.CameraTimeout):
+        camera.grab(exposure=500, timeout=0.2)
+    assert camera.grab(exposure=0.01).complete
+    stream = camera.stream(exposure=500, timeout=0.2)
+    with pytest.raises(vxcam.CameraTimeout, match="0.2 s"):
+        next(stream)
+    assert stream.end == "aborted"
+
+
+def test_a_trigger_is_waited_for_as_long_as_it_takes(camera):
+    camera.trigger_mode = "frame"
+    stream = camera.stream(frames=1, exposure=0.01)
+    assert stream.progress.phase == "waiting"
+    threading.Timer(0.2, lambda: camera.set("trigger", 1)).start()
+    assert next(stream).times.how == "triggered"
+
+
+def test_events_reach_the_log(caplog):
+    with caplog.at_level("INFO", logger="vxcam"):
+        with vxcam.Camera(SMALL + "&fault=missing-packet:packet=3") as camera:
+            with pytest.raises(vxcam.IncompleteFrame):
+                camera.grab(exposure=0.01)
+            with pytest.raises(vxcam.CameraError):
+                camera.gain = 9
+            assert wait_until(lambda: {"vxcam.readout", "vxcam.camera"} <= {r.name for r in caplog.records})
+    assert "ended: incomplete" in caplog.text and "gain 9 is above 7" in caplog.text

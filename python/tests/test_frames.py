@@ -1,0 +1,160 @@
+"""What a frame knows of itself."""
+
+import gc
+from datetime import datetime, timedelta, timezone
+
+import numpy
+import pytest
+
+import vxcam
+from conftest import SMALL
+
+
+def test_a_frame_of_16_bits_is_an_array_of_its_rows_and_columns(camera):
+    frame = camera.grab()
+    assert frame.array.shape == (48, 64) == frame.shape
+    assert frame.array.dtype == numpy.uint16
+    assert frame.complete and frame.missing_rows == ()
+    assert frame.sum == frame.true_sum == int(frame.array.sum(dtype="uint64"))
+
+
+def test_a_frame_of_8_bits_has_the_upper_halves(camera):
+    camera.test_pattern = (2, 255)  # the column, and 255
+    frame = camera.grab(bits=8)
+    assert frame.array.dtype == numpy.uint8
+    assert frame.array[0, 0] == 0 and frame.array[5, 1] == 1 and frame.bits == 8
+
+
+def test_a_binned_frame_has_sums_of_32_bits(camera):
+    camera.test_pattern = (1, 1000)
+    frame = camera.grab(binning=(2, 3))
+    assert frame.array.dtype == numpy.int32
+    assert frame.array.shape == (16, 32) and frame.binning == (2, 3)
+    assert (frame.array == 6000).all() and frame.sum == 6000 * 16 * 32
+
+
+def test_pixels_stand_where_the_camera_read_them(camera):
+    camera.test_pattern = (4, 7)  # row + column + 7
+    rows, columns = numpy.mgrid[0:48, 0:64]
+    assert (camera.grab().array == rows + columns + 7).all()
+    part = camera.grab(area=(10, 20, 30, 8))
+    assert part.area == (10, 20, 30, 8) == vxcam.Area(column=10, row=20, columns=30, rows=8)
+    assert (part.array == (rows + columns + 7)[20:28, 10:40]).all()
+
+
+def test_the_array_is_the_frames_own_memory_and_read_only(camera):
+    frame = camera.grab()
+    assert frame.array is frame.array
+    assert numpy.asarray(frame) is frame.array
+    assert not frame.array.flags.writeable
+    with pytest.raises(ValueError):
+        frame.array[0, 0] = 1
+    again = frame._core.array()
+    assert again.__array_interface__["data"][0] == frame.array.__array_interface__["data"][0]
+
+
+def test_frames_and_arrays_outlive_the_camera():
+    with vxcam.Camera(SMALL) as camera:
+        frames = list(camera.stream(frames=12, buffers=4, exposure=0.01))
+        array = camera.grab().array
+    del camera
+    gc.collect()
+    assert int(array.sum()) > 0
+    assert [frame.sum for frame in frames] == [frame.true_sum for frame in frames]
+    assert [int(frame.array.sum()) for frame in frames] == [frame.true_sum for frame in frames]
+
+
+def test_no_held_frame_is_overwritten(camera):
+    held = []
+    for frame in camera.stream(frames=60, buffers=3, exposure=0):
+        held.append(frame)
+    assert len({frame.array.__array_interface__["data"][0] for frame in held}) == 60
+    assert all(int(frame.array.sum()) == frame.true_sum for frame in held)
+    assert len({frame.true_sum for frame in held}) > 30
+
+
+def test_times_lie_around_the_exposure():
+    with vxcam.Simulator(sensor=(64, 48)) as simulator, vxcam.Camera(simulator) as camera:
+        before = datetime.now(timezone.utc)
+        frame = camera.grab(exposure=0.1)
+        after = datetime.now(timezone.utc)
+        truth = simulator.frames[-1]
+    times = frame.times
+    assert before <= times.begin <= times.middle <= times.end <= after
+    assert times.middle.utcoffset() == timedelta(0)
+    assert times.how == "commanded"
+    assert timedelta(0) < times.uncertainty < timedelta(seconds=1)
+    assert abs(times.middle_ns / 1e9 - times.middle.timestamp()) < 1e-5
+    assert abs(times.begin - truth.begin) <= times.uncertainty + timedelta(microseconds=1)
+
+
+def test_a_frame_carries_the_settings_in_force(camera):
+    camera.gain = 3
+    camera.target_temp = -20
+    frame = camera.grab()
+    assert frame.settings["gain"] == 3
+    assert frame.settings["target_temp"] == frame.settings["target-temp"] == -20
+    assert frame.settings["mirroring"].horizontal is False
+    assert "gain" in list(frame.settings) and len(frame.settings) > 10
+    camera.gain = 1
+    assert frame.settings["gain"] == 3
+    with pytest.raises(KeyError):
+        frame.settings["gian"]
+
+
+def test_facts_are_read_only(camera):
+    frame = camera.grab()
+    for name in ("sum", "rows", "array", "times", "complete", "anything"):
+        with pytest.raises(AttributeError):
+            setattr(frame, name, 0)
+    with pytest.raises(AttributeError):
+        frame.times.middle = None
+    with pytest.raises(AttributeError):
+        frame.statistics.mean = 0
+    with pytest.raises(TypeError):
+        frame.settings["gain"] = 0
+
+
+def test_statistics_are_those_of_numpy(camera):
+    frame = camera.grab(exposure=1)
+    figures = frame.statistics
+    assert figures.mean == pytest.approx(frame.array.mean())
+    assert figures.std == pytest.approx(frame.array.std())
+    assert (figures.min, figures.max) == (frame.array.min(), frame.array.max())
+    assert figures.saturated == int((frame.array == 65535).sum())
+
+
+def test_a_dark_frame_keeps_the_shutter_closed(camera):
+    dark, light = camera.grab(exposure=5, type="dark"), camera.grab(exposure=5)
+    assert dark.type == "dark" and light.type == "light"
+    assert dark.statistics.mean < light.statistics.mean
+
+
+def test_what_is_missing_is_told_and_is_zero():
+    fault = "missing-packet:readout=1,packet=20"
+    with vxcam.Simulator(sensor=(64, 48), faults=[fault]) as simulator:
+        with vxcam.Camera(simulator.target) as camera:
+            with pytest.raises(vxcam.IncompleteFrame) as caught:
+                camera.grab(exposure=0.01)
+            frame = caught.value.frame
+            assert not frame.complete
+            assert frame.missing_rows == (19,)
+            assert (frame.packets_missing, frame.packets_expected) == (1, 48)
+            assert (frame.array[19] == 0).all() and (frame.array[18] > 0).all()
+            assert frame.sum == simulator.frames[0].sent_sum != simulator.frames[0].sum
+            assert camera.grab().complete
+
+
+def test_a_stream_hands_out_incomplete_frames_and_says_so():
+    with vxcam.Simulator((64, 48), ["missing-packet:frame=2,packet=1"], scale=50) as simulator:
+        with vxcam.Camera(simulator.target) as camera:
+            stream = camera.stream(frames=3, exposure=0.01)
+            assert [frame.missing_rows for frame in stream] == [(), (0,), ()]
+            assert (stream.complete, stream.incomplete, stream.end) == (2, 1, "incomplete")
+
+
+def test_stars_are_found_in_a_frame():
+    with vxcam.Camera("sim?sensor=256x256&scale=50") as camera:
+        stars = camera.grab(exposure=2).stars()
+    assert stars and stars[0].flux >= stars[-1].flux
+    assert all(0 <= star.row < 256 and 0 < star.hfd < 50 for star in stars)

@@ -1,0 +1,250 @@
+"""Waits: what ends them, and what goes on meanwhile."""
+
+import signal
+import socket
+import threading
+import time
+
+import pytest
+
+import vxcam
+from conftest import SMALL, wait_until
+
+# So much later than the signal the wait has to be over: what is promised.
+PROMISED = 0.2
+
+
+class Silent:
+    """Something that takes connections and never says a word."""
+
+    def __init__(self):
+        self._socket = socket.socket()
+        self._socket.bind(("127.0.0.1", 0))
+        self._socket.listen(8)
+        self.target = f"127.0.0.1:{self._socket.getsockname()[1]}"
+
+    def close(self):
+        self._socket.close()
+
+
+@pytest.fixture
+def silent():
+    peer = Silent()
+    yield peer
+    peer.close()
+
+
+def interrupted(wait, after=0.3):
+    """How long the wait took beyond the moment when Ctrl-C was pressed."""
+    pressed = []
+
+    def press():
+        pressed.append(time.monotonic())
+        signal.pthread_kill(threading.main_thread().ident, signal.SIGINT)
+
+    timer = threading.Timer(after, press)
+    timer.start()
+    with pytest.raises(KeyboardInterrupt):
+        wait()
+    ended = time.monotonic()
+    timer.join()
+    return ended - pressed[0]
+
+
+def test_ctrl_c_ends_a_grab_and_aborts_the_readout(camera):
+    assert interrupted(lambda: camera.grab(exposure=1000)) < PROMISED
+    assert camera.grab(exposure=0.01).complete
+    assert camera.statistics.frames_aborted == 1
+
+
+def test_ctrl_c_ends_a_stream(camera):
+    stream = camera.stream(exposure=1000)
+    assert interrupted(lambda: next(stream)) < PROMISED
+    assert stream.end == "aborted"
+    assert camera.grab(exposure=0.01).complete
+
+
+def test_ctrl_c_ends_the_opening_of_a_silent_peer(silent):
+    assert interrupted(lambda: vxcam.Camera(silent.target)) < PROMISED
+
+
+def test_ctrl_c_ends_a_question_that_is_not_answered(simulator):
+    camera = vxcam.Camera(simulator.target)
+    simulator.inject("half-open")
+    assert interrupted(lambda: camera.gain) < PROMISED
+    assert interrupted(lambda: camera.grab()) < PROMISED
+    camera.close()
+
+
+def test_ctrl_c_ends_the_wait_for_the_cooler(camera):
+    camera.cooler.ramp_to(-20, rate=0.01)
+    assert interrupted(camera.cooler.wait) < PROMISED
+    camera.cooler.stop()
+
+
+def test_ctrl_c_ends_a_search(camera):
+    assert interrupted(vxcam.discover, after=0.1) < PROMISED
+
+
+def test_a_handler_that_does_not_raise_goes_on(camera):
+    pressed = []
+    before = signal.signal(signal.SIGUSR1, lambda *_: pressed.append(camera.gain))
+    try:
+        threading.Timer(
+            0.1, lambda: signal.pthread_kill(threading.main_thread().ident, signal.SIGUSR1)).start()
+        frame = camera.grab(exposure=15)  # 0.3 s
+    finally:
+        signal.signal(signal.SIGUSR1, before)
+    assert frame.complete and pressed == [0]
+
+
+def test_a_silent_peer_is_told_within_15_seconds(silent):
+    outcomes = {}
+
+    def tried(name, wait):
+        start = time.monotonic()
+        try:
+            wait()
+        except vxcam.Error as error:
+            outcomes[name] = (type(error), time.monotonic() - start)
+
+    with vxcam.Simulator((64, 48)) as first, vxcam.Simulator((64, 48)) as second, \
+            vxcam.Simulator((64, 48)) as third, vxcam.Simulator((64, 48)) as fourth:
+        cameras = [vxcam.Camera(one) for one in (first, second, third, fourth)]
+        cameras[2].grab(exposure=0)
+        stream = cameras[3].stream(exposure=0.5)
+        next(stream)
+        for one in (first, second, third, fourth):
+            one.inject("half-open")
+        threads = [threading.Thread(target=tried, args=given, daemon=True) for given in (
+            ("open", lambda: vxcam.Camera(silent.target)),
+            ("read", lambda: cameras[0].gain),
+            ("read twice", lambda: cameras[0].target_temp),
+            ("first grab", lambda: cameras[1].grab(exposure=0)),
+            ("second grab", lambda: cameras[2].grab(exposure=0)),
+            ("stream", lambda: [frame for frame in stream]),
+        )]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        for camera in cameras:
+            camera.close()
+    assert {name: kind for name, (kind, _) in outcomes.items()} == dict.fromkeys(
+        ["open", "read", "read twice", "first grab", "second grab", "stream"], vxcam.CameraTimeout), outcomes
+    assert max(seconds for _, seconds in outcomes.values()) < 15, outcomes
+
+
+def test_other_threads_run_while_one_waits(camera):
+    counted, waiting = [0], threading.Event()
+
+    def count():
+        waiting.wait()
+        while waiting.is_set():
+            counted[0] += 1
+
+    def rate(wait):
+        counted[0] = 0
+        start = time.process_time()
+        waiting.set()
+        wait()
+        done, spent = counted[0], time.process_time() - start
+        return done / max(spent, 1e-9)
+
+    thread = threading.Thread(target=count, daemon=True)
+    thread.start()
+    alone = rate(lambda: time.sleep(0.3))
+    meanwhile = rate(lambda: camera.grab(exposure=15))
+    waiting.clear()
+    thread.join()
+    assert meanwhile > alone / 3
+
+
+def test_many_threads_use_a_camera_at_once(camera):
+    failures = []
+
+    def use(number):
+        try:
+            for value in range(20):
+                camera.register[number] = value
+                assert camera.register[number] == value
+        except BaseException as error:
+            failures.append(error)
+
+    threads = [threading.Thread(target=use, args=(number,), daemon=True) for number in range(6)]
+    for thread in threads:
+        thread.start()
+    frames = [frame.complete for frame in camera.stream(frames=10, exposure=1)]
+    for thread in threads:
+        thread.join()
+    assert not failures and frames == [True] * 10
+
+
+def test_handlers_run_on_a_thread_of_python_and_may_use_the_camera(camera):
+    seen = []
+
+    def handle(event):
+        if event.kind == "heartbeat" and len(seen) < 3:
+            seen.append((threading.current_thread().name, camera.gain, event.ccd_temp, event.time.tzinfo))
+
+    with camera.on_event(handle) as subscription:
+        assert wait_until(lambda: len(seen) == 3)
+    assert subscription.ended
+    assert {name for name, *_ in seen} == {"vxcam-events"}
+    assert all(gain == 0 and temperature > -273 and zone for _, gain, temperature, zone in seen)
+
+
+def test_an_ended_subscription_is_not_called(camera):
+    calls = []
+    subscription = camera.on_event(calls.append)
+    assert wait_until(lambda: calls)
+    subscription.end()
+    before = len(calls)
+    later = []
+    camera.on_event(later.append)
+    assert wait_until(lambda: len(later) > 2)
+    assert len(calls) == before
+
+
+def test_a_handler_that_fails_is_told_to_the_log(camera, caplog):
+    def fail(event):
+        raise RuntimeError("of the handler")
+
+    with camera.on_event(fail):
+        assert wait_until(lambda: "of the handler" in caplog.text)
+    assert camera.grab().complete
+
+
+def test_events_that_came_before_the_close_are_delivered():
+    seen = []
+    with vxcam.Camera(SMALL) as camera:
+        camera.on_event(seen.append)
+        camera.grab(exposure=0.01)
+    assert wait_until(lambda: [e.text for e in seen if e.kind == "readout-ended"] == ["complete"])
+
+
+def test_the_cooler_settles_and_warms_up():
+    with vxcam.Camera("sim?sensor=8x8&scale=300&heartbeat=0.01") as camera:
+        camera.cooler.ramp_to(10, rate=60, tolerance=1, settle=1)
+        state = camera.cooler.wait(timeout=30)
+        assert state.phase == "settled" and abs(state.temperature - 10) < 1.5
+        camera.cooler.warm_up()
+        assert camera.cooler.wait(timeout=30).phase == "warm"
+        camera.cooler.ramp_to(-20, rate=0.01)
+        with pytest.raises(vxcam.CameraTimeout):
+            camera.cooler.wait(timeout=0.1)
+        with pytest.raises(vxcam.UsageError):
+            camera.cooler.ramp_to(-20, rate=-1)
+
+
+def test_a_temperature_out_of_reach_is_told():
+    with vxcam.Camera("sim?sensor=8x8&scale=300&heartbeat=0.01") as camera:
+        camera.cooler.ramp_to(-110, patience=20)
+        with pytest.raises(vxcam.CameraError):
+            camera.cooler.wait(timeout=30)
+
+
+def test_frames_that_come_at_the_end_of_a_slice_are_no_timeouts():
+    with vxcam.Camera("sim?sensor=16x16") as camera:
+        for milliseconds in (49, 50, 51, 99, 100, 101) * 3:
+            assert camera.grab(exposure=milliseconds / 1000).complete

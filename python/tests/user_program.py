@@ -1,0 +1,65 @@
+"""A program of a user, which type checkers have to be content with."""
+
+from __future__ import annotations
+
+import asyncio
+from datetime import datetime, timedelta
+from typing import Optional
+
+import vxcam
+
+
+def told(event: vxcam.Event) -> None:
+    print(event.kind, event.time, event.ccd_temp)
+
+
+def take(target: str) -> float:
+    with vxcam.Camera(target) as camera:
+        camera.exposure = 0.02
+        camera.exposure = timedelta(milliseconds=20)
+        camera.target_temp = -20
+        camera.mirroring = (False, True)
+        camera.register[16] = 5
+        camera.gpio[3] = "high"
+        exposure: float = camera.exposure
+        gain: int = camera.gain
+        mirrored: bool = camera.mirroring.vertical
+        area: Optional[vxcam.Area] = camera.area
+        word: int = camera.register[16]
+        print(exposure, gain, mirrored, area, word, camera.gpio & 8)
+        print(camera.properties["gain"].range, camera.statistics.bytes_received, vxcam.statistics.reconnects)
+        with camera.on_event(told):
+            frame: vxcam.Frame = camera.grab(exposure=0.01, bits=16, area=(0, 0, 8, 8), timeout=10)
+        middle: datetime = frame.times.middle
+        uncertainty: timedelta = frame.times.uncertainty
+        rows: tuple[int, ...] = frame.missing_rows
+        print(middle, uncertainty, rows, frame.settings["gain"])
+        total = 0
+        for one in camera.stream(frames=3, buffers=4, when_full="drop"):
+            total += one.sum
+        camera.cooler.ramp_to(-20, rate=2)
+        return total / frame.statistics.mean
+
+
+async def watch(camera: vxcam.Camera) -> int:
+    count = 0
+    async for frame in camera.astream(frames=2):
+        count += frame.number
+    return count
+
+
+def main() -> None:
+    with vxcam.Simulator(sensor=(64, 48), faults=["missing-packet:frame=9"]) as simulator:
+        try:
+            print(take(simulator.target))
+            with vxcam.Camera(simulator) as camera:
+                print(asyncio.run(watch(camera)))
+        except vxcam.IncompleteFrame as error:
+            print(error.frame.missing_rows)
+        except vxcam.CameraError as error:
+            print(error.code, error.sub_code)
+    print([found.target for found in vxcam.discover()])
+
+
+if __name__ == "__main__":
+    main()

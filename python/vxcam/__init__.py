@@ -1,0 +1,77 @@
+"""Scientific cameras over TCP: take frames, set properties, cool, and know what came and when.
+
+    import vxcam
+    with vxcam.Camera("sim") as camera:       # or "192.168.1.20:2000", "serial:17"
+        camera.exposure = 0.5
+        frame = camera.grab()
+        print(frame.array.mean(), frame.times.middle)
+
+help(vxcam.Camera), help(vxcam.Camera.grab) and print(camera.properties["gain"]) say more.
+"""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING
+
+from . import _vxcam
+from ._camera import (
+    Camera,
+    Identity,
+    LinkCheck,
+    Outcome,
+    Setting,
+    Statistics,
+    process_statistics as _process_statistics,
+)
+from ._cooler import Cooler, CoolingState
+from ._errors import (
+    Aborted,
+    AccessError,
+    BusyError,
+    CameraError,
+    CameraTimeout,
+    Error,
+    IncompleteFrame,
+    LinkLost,
+    NotFoundError,
+    UsageError,
+)
+from ._events import Event, Subscription, log
+from ._frame import Complaint, Frame, FrameStatistics, FrameTimes, Settings, Star
+from ._simulator import Found, SentFrame, Simulator, discover
+from ._stream import AsyncStream, Progress, Stream
+from ._table import Area, Properties, Property, properties
+
+__version__: str = _vxcam.kit_version
+"""Version of this package and of the kit."""
+library_version: str = _vxcam.library_version
+"""Version of the library that both stand on."""
+
+if TYPE_CHECKING:
+    statistics: Statistics
+    """What all cameras of this process have done together; camera.statistics is of one."""
+
+
+def __getattr__(name: str) -> Statistics:
+    if name == "statistics":
+        return _process_statistics()
+    raise AttributeError(f"module 'vxcam' has no attribute '{name}'")
+
+
+def __dir__() -> list[str]:
+    return sorted(__all__)
+
+
+__all__ = [
+    "Aborted", "AccessError", "Area", "AsyncStream", "BusyError", "Camera", "CameraError",
+    "CameraTimeout", "Complaint", "Cooler", "CoolingState", "Error", "Event", "Found", "Frame",
+    "FrameStatistics", "FrameTimes", "Identity", "IncompleteFrame", "LinkCheck", "LinkLost",
+    "NotFoundError", "Outcome", "Progress", "Properties", "Property", "SentFrame", "Setting",
+    "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "UsageError",
+    "__version__", "discover", "library_version", "log", "properties", "statistics",
+]
+
+for _name in __all__:
+    _thing = globals().get(_name)
+    if isinstance(_thing, type):
+        _thing.__module__ = "vxcam"

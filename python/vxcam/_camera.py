@@ -1,0 +1,439 @@
+"""One open camera."""
+
+from __future__ import annotations
+
+import operator
+import threading
+from collections.abc import Iterable, Sequence
+from types import TracebackType
+from typing import Any, NamedTuple, Optional, Protocol, Union
+
+from . import _events, _vxcam
+from ._cooler import Cooler, Seconds
+from ._errors import IncompleteFrame, UsageError
+from ._events import Handler, Subscription
+from ._frame import Frame
+from ._properties import CameraProperties
+from ._stream import AsyncStream, Stream
+from ._table import Properties, properties, shown, table_name
+
+
+class HasTarget(Protocol):
+    """What can be opened: a Simulator, or a camera that was found."""
+
+    @property
+    def target(self) -> str: ...
+
+
+class Statistics(NamedTuple):
+    """What a camera has done since it was opened. Figures only grow."""
+
+    bytes_received: int = 0
+    bytes_sent: int = 0
+    messages_received: int = 0
+    messages_bad: int = 0
+    messages_sent: int = 0
+    bytes_skipped: int = 0
+    connections_lost: int = 0
+    reconnects: int = 0
+    heartbeats: int = 0
+    camera_errors: int = 0
+    requests_sent: int = 0
+    requests_answered: int = 0
+    requests_timed_out: int = 0
+    frames_complete: int = 0
+    frames_incomplete: int = 0
+    frames_failed: int = 0
+    frames_aborted: int = 0
+    packets_received: int = 0
+    packets_missing: int = 0
+    packets_duplicate: int = 0
+
+
+class Identity(NamedTuple):
+    """Who a camera says it is; empty, and 0 bits a pixel, for what it does not tell."""
+
+    name: str
+    serial: str
+    version: str
+    bits: int
+
+
+class Setting(NamedTuple):
+    """A property with its value; `trouble` says why the camera did not tell it, and is mostly empty."""
+
+    name: str
+    value: Any
+    text: str
+    trouble: str
+
+
+class Outcome(NamedTuple):
+    """What became of a setting of a profile; `how` is "confirmed", "sent", "different", "refused" or
+    "unanswered"."""
+
+    name: str
+    how: str
+    asked: Any
+    told: Any
+    why: str
+    restored: bool
+
+
+class LinkCheck(NamedTuple):
+    """What became of messages of random bytes that the camera sent back."""
+
+    messages: int
+    damaged: int
+    megabytes_per_second: float
+
+
+_RESTORE = ("all", "none", "ask")
+_WHEN_FULL = ("wait", "drop")
+
+_totals = Statistics()  # of the cameras that were closed
+_totals_lock = threading.Lock()
+
+
+def _added(first: Statistics, second: Statistics) -> Statistics:
+    return Statistics(*map(operator.add, first, second))
+
+
+def process_statistics() -> Statistics:
+    """What all cameras of this process have done together, those that were closed included."""
+    with _totals_lock:
+        total = _totals
+        cameras = [camera for camera in list(_events._open) if camera._final is None]
+    for camera in cameras:
+        total = _added(total, camera.statistics)
+    return total
+
+
+def _area(area: Optional[Sequence[int]]) -> Optional[tuple[int, ...]]:
+    if area is None:
+        return None
+    numbers = tuple(operator.index(number) for number in area)
+    if len(numbers) != 4:
+        raise UsageError(f"area: {area!r} is not possible, give column, row, columns, rows")
+    return numbers
+
+
+def _pair(binning: Union[int, Sequence[int], None]) -> Optional[tuple[int, int]]:
+    if binning is None:
+        return None
+    if not isinstance(binning, Sequence):
+        return (operator.index(binning), operator.index(binning))
+    if len(binning) != 2:
+        raise UsageError(f"binning: {binning!r} is not possible, give columns, rows")
+    return (operator.index(binning[0]), operator.index(binning[1]))
+
+
+def _plan(
+    kind: Optional[str],
+    binning: Union[int, Sequence[int], None],
+    area: Optional[Sequence[int]],
+    regions: Optional[Iterable[Sequence[int]]],
+    **given: Any,
+) -> dict[str, Any]:
+    pair = _pair(binning)
+    return {
+        "kind": kind if kind is not None or pair is None else "binned",
+        "binning": pair,
+        "area": _area(area),
+        "regions": None if regions is None else [_area(region) for region in regions],
+        **given,
+    }
+
+
+class Camera(CameraProperties):
+    """An open camera.
+
+    `target` is "192.168.1.20:2000", "serial:17" for the camera with that serial number on the local
+    networks, "sim" for a simulated one in this process ("sim?sensor=1024x1024&seed=3&scale=10"), or
+    a Simulator or Found. Every property of the table is an attribute: `camera.exposure = 0.5`.
+
+    `restore` is what becomes of the settings when the connection was lost and made anew: they are
+    sent again ("all"), or not ("none"), or restore() does it ("ask"). `flight_file` is where the
+    last 10,000 things that happened are written to when something fails.
+
+    Raises NotFoundError when nothing listens there, BusyError when the camera serves somebody else,
+    CameraTimeout when something is there that does not answer like a camera, UsageError for a target
+    that is none. Any thread may use a camera. Use it in a with block, or close() it.
+    """
+
+    __slots__ = ("_core", "_target", "_line", "_number", "_listener", "_final", "_closing", "__weakref__")
+
+    def __init__(
+        self,
+        target: Union[str, HasTarget] = "sim",
+        *,
+        restore: str = "all",
+        flight_file: Union[str, None] = None,
+    ) -> None:
+        self._final: Optional[Statistics] = None
+        self._closing = threading.Lock()
+        if restore not in _RESTORE:
+            raise UsageError(f"restore: {restore!r} is none of {', '.join(_RESTORE)}")
+        text = target if isinstance(target, str) else target.target
+        self._core = _vxcam.Camera(text, restore, flight_file or "")
+        self._target = text
+        self._line = _events.line()
+        self._number, self._listener = self._line.attach(self._core, self._target)
+        _events.opened(self)
+
+    # ---- Properties
+
+    def get(self, name: str) -> Any:
+        """What the camera says of a property: get("gain"), get("register:0x10").
+
+        The same as the attribute, which is called `target_temp` where the property is "target-temp".
+        """
+        name = table_name(name)
+        return shown(name, self._core.get(name))
+
+    def set(self, name: str, value: Any) -> Any:
+        """Has the camera take a value of a property, waits until it has, and returns what it says.
+
+        Raises UsageError for a name or a value that there is not, before anything is sent.
+        """
+        name = table_name(name)
+        return shown(name, self._core.set(name, value))
+
+    def check(self, name: str, value: Any) -> Any:
+        """The value in the form that the property has. Raises UsageError as set() does; sends nothing."""
+        name = table_name(name)
+        return shown(name, self._core.checked(name, value))
+
+    @property
+    def properties(self) -> Properties:
+        """The table of properties: properties["gain"].range, .unit, .help."""
+        return properties
+
+    def snapshot(self) -> dict[str, Setting]:
+        """All properties that the camera tells, asked for now."""
+        entries = (Setting(name, shown(name, value), text, trouble)
+                   for name, value, text, trouble in self._core.snapshot())
+        return {entry.name: entry for entry in entries}
+
+    def profile(self, with_mask: bool = False) -> str:
+        """All settings as JSON, for a file; the mask of the bins, some seconds of questions, on demand."""
+        return str(self._core.profile(with_mask))
+
+    def apply(self, profile: str) -> tuple[Outcome, ...]:
+        """Sets what a profile says, and tells what became of each setting."""
+        return tuple(Outcome(name, how, shown(name, asked), shown(name, told), why, restored)
+                     for name, how, asked, told, why, restored in self._core.apply(profile))
+
+    # ---- Frames
+
+    def grab(
+        self,
+        exposure: Optional[Seconds] = None,
+        bits: int = 16,
+        area: Optional[Sequence[int]] = None,
+        timeout: Optional[Seconds] = None,
+        *,
+        type: str = "light",
+        kind: Optional[str] = None,
+        binning: Union[int, Sequence[int], None] = None,
+        regions: Optional[Iterable[Sequence[int]]] = None,
+        mode: int = 0,
+        settings: bool = True,
+    ) -> Frame:
+        """Takes one frame.
+
+        exposure: seconds or a timedelta; what the camera is set to if it is not given.
+        bits: 8 or 16; binned frames have 32.
+        area: (column, row, columns, rows) of the sensor; what the camera is set to if not given.
+        timeout: seconds until the frame has to be there; not given, ten seconds of silence beyond
+            the moment when something is due, and any time while a trigger is waited for.
+        type: "light", "dark", "bias" (shutter closed, no exposure) or "flat".
+        binning: columns and rows in a bin, or one number for both; kind: "area", "binned" or
+            "mask-binned"; regions: several areas; mode: the number of the binning table.
+        settings: whether the frame carries the properties in force.
+
+        What is given holds for this frame. Raises IncompleteFrame, which has the frame, when some of
+        it is missing, CameraTimeout, LinkLost, CameraError, Aborted, and UsageError for what this
+        camera cannot take. Ctrl-C ends it at once and aborts the readout.
+        """
+        plan = _plan(kind, binning, area, regions, exposure=exposure, bits=bits, type=type, mode=mode,
+                     settings=settings, frames=1)
+        return Frame(self._core.grab(plan, timeout))
+
+    def stream(
+        self,
+        frames: Optional[int] = None,
+        buffers: Optional[int] = None,
+        when_full: str = "wait",
+        *,
+        exposure: Optional[Seconds] = None,
+        bits: int = 16,
+        area: Optional[Sequence[int]] = None,
+        timeout: Optional[Seconds] = None,
+        type: str = "light",
+        kind: Optional[str] = None,
+        binning: Union[int, Sequence[int], None] = None,
+        regions: Optional[Iterable[Sequence[int]]] = None,
+        mode: int = 0,
+        settings: bool = True,
+    ) -> Stream:
+        """Starts a readout of many frames: `for frame in camera.stream(frames=100): ...`.
+
+        frames: how many, up to 32767; None or 0: until it is stopped.
+        buffers: that hold frames between camera and program; 8 unless they are too large.
+        when_full: what happens when the program is too slow: "wait" holds the camera back, "drop"
+            drops frames, counts them in `stream.dropped` and tells it in `frame.dropped`.
+        timeout: seconds until the next frame has to be there; else as in grab(), like the rest.
+
+        Frames may be kept as long as one likes: no frame is overwritten while it is held.
+        """
+        if when_full not in _WHEN_FULL:
+            raise UsageError(f"when_full: {when_full!r} is none of {', '.join(_WHEN_FULL)}")
+        plan = _plan(kind, binning, area, regions, exposure=exposure, bits=bits, type=type, mode=mode,
+                     settings=settings, frames=0 if frames is None else operator.index(frames),
+                     buffers=0 if buffers is None else operator.index(buffers), when_full=when_full)
+        return Stream(self, self._core.start(plan, timeout), timeout)
+
+    def astream(
+        self,
+        frames: Optional[int] = None,
+        buffers: Optional[int] = None,
+        when_full: str = "wait",
+        *,
+        exposure: Optional[Seconds] = None,
+        bits: int = 16,
+        area: Optional[Sequence[int]] = None,
+        timeout: Optional[Seconds] = None,
+        type: str = "light",
+        kind: Optional[str] = None,
+        binning: Union[int, Sequence[int], None] = None,
+        regions: Optional[Iterable[Sequence[int]]] = None,
+        mode: int = 0,
+        settings: bool = True,
+    ) -> AsyncStream:
+        """As stream(), for asyncio: `async for frame in camera.astream(frames=100): ...`."""
+        return AsyncStream(lambda: self.stream(
+            frames, buffers, when_full, exposure=exposure, bits=bits, area=area, timeout=timeout, type=type,
+            kind=kind, binning=binning, regions=regions, mode=mode, settings=settings))
+
+    def abort(self) -> None:
+        """Ends the readout that runs, if one does; whoever waits for its frames gets Aborted."""
+        self._core.abort()
+
+    # ---- The rest
+
+    @property
+    def cooler(self) -> Cooler:
+        """Cools the sensor slowly: camera.cooler.ramp_to(-20, rate=2)."""
+        return Cooler(self)
+
+    def on_event(self, handler: Handler) -> Subscription:
+        """Calls the handler with all that the camera tells from now on, until the subscription ends.
+
+        It is called on a thread of Python's, one event at a time, and may use the camera. What it
+        raises goes to the log.
+        """
+        if not callable(handler):
+            raise TypeError(f"{handler!r} cannot be called")
+        self._core.own()
+        return self._line.add(self._number, handler)
+
+    @property
+    def statistics(self) -> Statistics:
+        """What the camera has done since it was opened."""
+        final = self._final
+        return final if final is not None else Statistics(**self._core.statistics())
+
+    @property
+    def target(self) -> str:
+        """As it was opened."""
+        return self._target
+
+    @property
+    def address(self) -> str:
+        """Where that is: "127.0.0.1:40123"."""
+        return str(self._core.address())
+
+    @property
+    def sensor(self) -> tuple[int, int]:
+        """Columns and rows of the sensor."""
+        columns, rows = self._core.sensor()
+        return (int(columns), int(rows))
+
+    @property
+    def identity(self) -> Identity:
+        """Who the camera says it is: name, serial, version, bits."""
+        return Identity(*self._core.identity())
+
+    @property
+    def time_scale(self) -> float:
+        """Camera time by wall-clock time: 1, except for a simulated camera."""
+        return float(self._core.time_scale())
+
+    @property
+    def handle(self) -> int:
+        """Of the C interface, for what that offers beyond; -1 when closed."""
+        return int(self._core.handle())
+
+    def wait_for_link(self, timeout: float = 10) -> bool:
+        """Waits until a connection that was lost is there again; False after `timeout` seconds."""
+        return bool(self._core.wait_for_link(float(timeout)))
+
+    def restore(self) -> str:
+        """Sends the settings that were made here again; what could not be restored, empty if all was."""
+        return str(self._core.restore())
+
+    def check_link(self, messages: int = 100) -> LinkCheck:
+        """Has the camera send messages of random bytes back, and compares them."""
+        return LinkCheck(*self._core.check_link(operator.index(messages)))
+
+    def flight(self) -> str:
+        """The last 10,000 things that happened to the camera: a JSON object a line."""
+        return str(self._core.flight())
+
+    # ---- Its end
+
+    @property
+    def closed(self) -> bool:
+        """Whether it was closed."""
+        return self._final is not None
+
+    def close(self) -> None:
+        """Closes the camera; a readout, and waits of other threads, end with Aborted. Frames stay."""
+        global _totals
+        self._core.own()  # of a forked child the lock may be held by a thread that is not there
+        with self._closing:
+            if self._final is not None:
+                return
+            figures = Statistics(**self._core.statistics())
+            try:
+                self._core.close()
+            finally:
+                with _totals_lock:
+                    self._final = figures
+                    _totals = _added(_totals, figures)
+                self._line.detach(self._number)
+
+    def __enter__(self) -> Camera:
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        if getattr(self, "_listener", None) is not None and not self.closed:
+            try:
+                self.close()
+            except Exception:
+                pass  # of a forked child
+
+    def __repr__(self) -> str:
+        if self.closed:
+            return f"<vxcam.Camera {self._target}, closed>"
+        columns, rows = self.sensor
+        return f"<vxcam.Camera {self._target}, {columns} x {rows} pixels>"

@@ -1,0 +1,83 @@
+"""Cooling a sensor, and warming it up again, slowly."""
+
+from __future__ import annotations
+
+from datetime import timedelta
+from typing import Any, NamedTuple, Optional, Union
+
+from ._errors import CameraError, CameraTimeout
+
+Seconds = Union[float, timedelta]
+
+
+class CoolingState(NamedTuple):
+    """How far the cooler is."""
+
+    phase: str
+    temperature: Optional[float]
+    set_point: float
+    target: float
+    done: float
+    text: str
+    is_over: bool
+
+
+class Cooler:
+    """The cooler of a camera. Temperatures are degrees Celsius, rates degrees a minute.
+
+    It goes on in the background; wait() waits until it is there.
+    """
+
+    __slots__ = ("_camera",)
+
+    def __init__(self, camera: Any) -> None:
+        self._camera = camera
+
+    def ramp_to(
+        self,
+        target: float,
+        rate: float = 0,
+        *,
+        tolerance: float = 0.5,
+        settle: Seconds = 10,
+        patience: Seconds = 120,
+    ) -> None:
+        """Cools the sensor to `target`, by `rate` degrees a minute (0: at once), and returns.
+
+        It is settled when it was within `tolerance` degrees for `settle` seconds; it has failed
+        when it came no nearer for `patience` seconds. What was under way before ends.
+        """
+        self._camera._core.cool(float(target), float(rate), float(tolerance), settle, patience)
+
+    def warm_up(self, target: float = 20, rate: float = 0, *, patience: Seconds = 120) -> None:
+        """Warms the sensor up by `rate` degrees a minute (0: at once), switches cooling off, and returns."""
+        self._camera._core.warm_up(float(target), float(rate), patience)
+
+    def stop(self) -> None:
+        """Leaves everything as it is, and no longer watches."""
+        self._camera._core.stop_cooler()
+
+    @property
+    def state(self) -> CoolingState:
+        """How far it is: phase, temperature, set_point, target, done (0 to 1), text."""
+        return CoolingState(*self._camera._core.cooling_state())
+
+    def wait(self, timeout: Optional[float] = None) -> CoolingState:
+        """Waits until the sensor has settled, or is warm, and returns the state.
+
+        Raises CameraTimeout after `timeout` seconds (it goes on then), and CameraError when the
+        temperature is out of reach.
+        """
+        told = self._camera._core.wait_for_cooler(None if timeout is None else float(timeout))
+        if told is None:
+            raise CameraTimeout(
+                f"{self._camera.target}: the sensor is not there after {timeout} s: {self.state.text}"
+            )
+        state = CoolingState(*told)
+        if state.phase == "failed":
+            raise CameraError(f"{self._camera.target}: cooling failed: {state.text}")
+        return state
+
+    def __repr__(self) -> str:
+        state = self.state
+        return f"<vxcam.Cooler of {self._camera.target}: {state.phase}, {state.text}>"

@@ -1,0 +1,560 @@
+"""Frames, and everything that is known of them."""
+
+from __future__ import annotations
+
+import base64
+import html
+import json
+import os
+from collections.abc import Iterator, Mapping
+from datetime import datetime, timedelta, timezone
+from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
+
+from . import _vxcam
+from ._table import Area, shown, table_name
+
+if TYPE_CHECKING:
+    from numpy.typing import NDArray
+
+_EPOCH = datetime(1970, 1, 1, tzinfo=timezone.utc)
+
+Header = Mapping[str, Union[bool, int, float, str, tuple[Union[bool, int, float, str], str]]]
+"""Cards of a header: {"OBJECT": "M31", "AIRMASS": (1.2, "at the middle")}."""
+
+
+def utc(nanoseconds: int) -> datetime:
+    """A moment as an aware datetime; it has microseconds, the rest is cut."""
+    return _EPOCH + timedelta(microseconds=nanoseconds // 1000)
+
+
+def _moment(nanoseconds: Optional[int]) -> Optional[datetime]:
+    return None if nanoseconds is None else utc(nanoseconds)
+
+
+class Complaint(NamedTuple):
+    """Something that the camera complained of while the frame's readout ran."""
+
+    code: int
+    sub_code: int
+    text: str
+
+
+class Star(NamedTuple):
+    """A star in a frame: its centre, its flux above the background, and how large it is, in pixels."""
+
+    column: float
+    row: float
+    flux: float
+    hfd: float
+    fwhm: float
+    saturated: bool
+
+
+class FrameStatistics(NamedTuple):
+    """Figures of all pixels of a frame."""
+
+    mean: float
+    std: float
+    min: int
+    max: int
+    saturated: int
+
+
+class FrameTimes:
+    """When a frame was exposed, and how well that is known.
+
+    Each moment is an aware datetime in UTC; with `_ns` behind its name, nanoseconds since 1970.
+    """
+
+    __slots__ = ("_facts",)
+    _facts: dict[str, Any]
+
+    def __init__(self, facts: dict[str, Any]) -> None:
+        object.__setattr__(self, "_facts", facts)
+
+    def __setattr__(self, name: str, value: object) -> None:
+        raise AttributeError("the times of a frame are read-only")
+
+    @property
+    def begin(self) -> datetime:
+        """When the exposure began."""
+        return utc(self.begin_ns)
+
+    @property
+    def middle(self) -> datetime:
+        """The middle of the exposure."""
+        return utc(self.middle_ns)
+
+    @property
+    def end(self) -> datetime:
+        """When the exposure ended."""
+        return utc(self.end_ns)
+
+    @property
+    def begin_ns(self) -> int:
+        """The same in nanoseconds since 1970, UTC."""
+        return int(self._facts["begin_ns"])
+
+    @property
+    def middle_ns(self) -> int:
+        """The same in nanoseconds since 1970, UTC."""
+        return int(self._facts["middle_ns"])
+
+    @property
+    def end_ns(self) -> int:
+        """The same in nanoseconds since 1970, UTC."""
+        return int(self._facts["end_ns"])
+
+    @property
+    def uncertainty(self) -> timedelta:
+        """The true begin lies within begin +/- uncertainty; rounded up to a microsecond."""
+        return timedelta(microseconds=-(-self.uncertainty_ns // 1000))
+
+    @property
+    def uncertainty_ns(self) -> int:
+        """The same in nanoseconds."""
+        return int(self._facts["uncertainty_ns"])
+
+    @property
+    def how(self) -> str:
+        """How they were found: "commanded", "interval", "triggered", or only "bounded"."""
+        return str(self._facts["how"])
+
+    @property
+    def command_sent(self) -> Optional[datetime]:
+        """When the readout's command had been sent; None when that was not seen."""
+        return _moment(self._facts["command_sent_ns"])
+
+    @property
+    def first_packet(self) -> Optional[datetime]:
+        """When the first packet of the frame came; None when it did not."""
+        return _moment(self._facts["first_packet_ns"])
+
+    @property
+    def last_packet(self) -> Optional[datetime]:
+        """When the last packet of the frame came; None when it did not."""
+        return _moment(self._facts["last_packet_ns"])
+
+    @property
+    def clock_synchronised(self) -> bool:
+        """Whether the clock of this host was synchronised when the frame came."""
+        return bool(self._facts["clock_synchronised"])
+
+    @property
+    def clock_maximum_error(self) -> timedelta:
+        """How wrong that clock can be, beyond the uncertainty, as the system tells it."""
+        return timedelta(microseconds=self._facts["clock_maximum_error_us"])
+
+    def __repr__(self) -> str:
+        return (
+            f"<vxcam.FrameTimes middle {self.middle.isoformat(timespec='milliseconds')}"
+            f" +/- {self.uncertainty.total_seconds():g} s, {self.how}>"
+        )
+
+
+class Settings(Mapping[str, Any]):
+    """The properties in force when a frame was taken: settings["gain"], settings["target_temp"].
+
+    A value is None when the camera did not tell it.
+    """
+
+    def __init__(self, entries: tuple[tuple[str, Any, str], ...]) -> None:
+        self._values = {name: shown(name, value) for name, value, _ in entries}
+        self._texts = {name: text for name, _, text in entries}
+
+    def __getitem__(self, name: str) -> Any:
+        return self._values[table_name(name)]
+
+    def __iter__(self) -> Iterator[str]:
+        return iter(self._values)
+
+    def __len__(self) -> int:
+        return len(self._values)
+
+    def text(self, name: str) -> str:
+        """The value as it is written to set it: "250ms"."""
+        return self._texts[table_name(name)]
+
+    def __repr__(self) -> str:
+        return "<vxcam.Settings " + ", ".join(f"{name}={text}" for name, text in self._texts.items()) + ">"
+
+
+def _card(keyword: str, value: Any) -> str:
+    comment = ""
+    if isinstance(value, tuple):
+        value, comment = value
+    if isinstance(value, bool):
+        text = "T" if value else "F"
+    elif isinstance(value, str):
+        text = "'" + value.replace("'", "''") + "'"
+    elif hasattr(value, "__index__"):
+        text = str(int(value))
+    else:
+        text = repr(float(value))
+    return f"{keyword}={text}" + (f"/{comment}" if comment else "")
+
+
+def _cards(header: Optional[Header]) -> list[str]:
+    return [_card(keyword, value) for keyword, value in (header or {}).items()]
+
+
+def _software() -> str:
+    return f"vxcam.py {_vxcam.kit_version}"
+
+
+class Frame:
+    """One frame. It owns its pixels, knows what is missing of it, and may outlive its camera.
+
+    All facts are read-only. `numpy.asarray(frame)` is the same as `frame.array`.
+    """
+
+    __slots__ = ("_core", "_array", "_known", "_settings", "_statistics", "_times", "__weakref__")
+    _core: Any
+    _array: Optional[NDArray[Any]]
+    _known: Optional[dict[str, Any]]
+    _settings: Optional[Settings]
+    _statistics: Optional[FrameStatistics]
+    _times: Optional[FrameTimes]
+
+    def __init__(self, core: Any) -> None:
+        keep = object.__setattr__
+        keep(self, "_core", core)
+        for name in ("_array", "_known", "_settings", "_statistics", "_times"):
+            keep(self, name, None)
+
+    def __setattr__(self, name: str, value: object) -> None:
+        raise AttributeError(f"a frame is read-only: '{name}' cannot be set")
+
+    def __delattr__(self, name: str) -> None:
+        raise AttributeError(f"a frame is read-only: '{name}' cannot be deleted")
+
+    def _keep(self, name: str, value: Any) -> Any:
+        object.__setattr__(self, name, value)
+        return value
+
+    @property
+    def _facts(self) -> dict[str, Any]:
+        facts: dict[str, Any] = self._known or self._keep("_known", self._core.facts())
+        return facts
+
+    # ---- Pixels
+
+    @property
+    def array(self) -> NDArray[Any]:
+        """The pixels: a read-only numpy array of shape (rows, columns).
+
+        Of 8 bits it is uint8, of 16 bits uint16, of binned frames int32. Nothing is copied: the
+        array has the very memory that the pixels came to, and that lives as long as it does. A
+        sum of bins above 2147483647 shows in `array.view("uint32")`.
+        """
+        if self._array is None:
+            self._keep("_array", self._core.array())
+        assert self._array is not None
+        return self._array
+
+    def __array__(self, dtype: Any = None) -> NDArray[Any]:
+        return self.array if dtype is None else self.array.astype(dtype)
+
+    @property
+    def rows(self) -> int:
+        """Rows of pixels."""
+        return int(self._core.rows)
+
+    @property
+    def columns(self) -> int:
+        """Columns of pixels."""
+        return int(self._core.columns)
+
+    @property
+    def shape(self) -> tuple[int, int]:
+        """(rows, columns), as that of the array."""
+        return (self.rows, self.columns)
+
+    @property
+    def bits(self) -> int:
+        """Bits a pixel: 8, 16 or 32."""
+        return int(self._core.bits)
+
+    @property
+    def sum(self) -> int:
+        """The sum of all pixels."""
+        return int(self._core.sum())
+
+    @property
+    def statistics(self) -> FrameStatistics:
+        """Mean, std, min and max of all pixels, and how many have the highest value that there is."""
+        if self._statistics is None:
+            self._keep("_statistics", FrameStatistics(*self._core.figures()))
+        assert self._statistics is not None
+        return self._statistics
+
+    def stars(self) -> tuple[Star, ...]:
+        """The stars in the frame, the brightest one first."""
+        return tuple(Star(*star) for star in self._core.stars())
+
+    # ---- What is missing
+
+    @property
+    def complete(self) -> bool:
+        """Whether nothing is missing, damaged or misplaced."""
+        return bool(self._core.complete)
+
+    @property
+    def missing_rows(self) -> tuple[int, ...]:
+        """The rows that did not come whole, from 0, ascending; all their pixels are 0."""
+        return tuple(self._facts["missing_rows"])
+
+    @property
+    def missing_rows_known(self) -> bool:
+        """False: something is missing, and it is not known which rows."""
+        return bool(self._facts["missing_rows_known"])
+
+    @property
+    def packets_expected(self) -> int:
+        """Packets that the frame consists of."""
+        return int(self._facts["packets_expected"])
+
+    @property
+    def packets_missing(self) -> int:
+        """Packets of these that did not come."""
+        return int(self._facts["packets_missing"])
+
+    @property
+    def packets_misplaced(self) -> int:
+        """Packets with pixels outside the image."""
+        return int(self._facts["packets_misplaced"])
+
+    @property
+    def packets_damaged(self) -> int:
+        """Packets that came, but not whole."""
+        return int(self._facts["packets_damaged"])
+
+    @property
+    def dropped(self) -> int:
+        """Frames of its stream before it that were dropped, since nobody took them in time."""
+        return int(self._facts["dropped"])
+
+    @property
+    def complaints(self) -> tuple[Complaint, ...]:
+        """What the camera complained of while the frame's readout ran."""
+        return tuple(Complaint(*complaint) for complaint in self._facts["complaints"])
+
+    @property
+    def true_sum(self) -> Optional[int]:
+        """The sum of the pixels that were sent, as a simulated camera in this process knows it."""
+        return _optional_int(self._facts["true_sum"])
+
+    # ---- What it shows, and how it was taken
+
+    @property
+    def times(self) -> FrameTimes:
+        """When it was exposed: times.begin, .middle, .end, .uncertainty, .how."""
+        if self._times is None:
+            self._keep("_times", FrameTimes(self._core.times()))
+        assert self._times is not None
+        return self._times
+
+    @property
+    def settings(self) -> Settings:
+        """The properties in force: settings["gain"]."""
+        if self._settings is None:
+            self._keep("_settings", Settings(self._core.settings()))
+        assert self._settings is not None
+        return self._settings
+
+    @property
+    def number(self) -> int:
+        """Within its readout, from 1."""
+        return int(self._facts["number"])
+
+    @property
+    def readout(self) -> int:
+        """Which readout of the camera it belongs to, from 1."""
+        return int(self._facts["readout"])
+
+    @property
+    def kind(self) -> str:
+        """"area", "binned" or "mask-binned"."""
+        return str(self._facts["kind"])
+
+    @property
+    def type(self) -> str:
+        """"light", "dark", "bias" or "flat"."""
+        return str(self._facts["type"])
+
+    @property
+    def exposure(self) -> float:
+        """Exposure time in seconds."""
+        return float(self._facts["exposure"])
+
+    @property
+    def area(self) -> Area:
+        """The part of the sensor that it shows."""
+        return Area(*self._facts["area"])
+
+    @property
+    def regions(self) -> tuple[Area, ...]:
+        """Where several parts were read, these, one below the other; else empty."""
+        return tuple(Area(*region) for region in self._facts["regions"])
+
+    @property
+    def binning(self) -> tuple[int, int]:
+        """Columns and rows of the sensor in a pixel; (0, 0) where these are not all alike."""
+        x, y = self._facts["binning"]
+        return (int(x), int(y))
+
+    @property
+    def sensor(self) -> tuple[int, int]:
+        """Columns and rows of the sensor."""
+        columns, rows = self._facts["sensor"]
+        return (int(columns), int(rows))
+
+    @property
+    def ccd_temp(self) -> Optional[float]:
+        """Temperature of the sensor when it came, in degrees Celsius; None when nobody told it."""
+        return _optional_float(self._facts["ccd_temp"])
+
+    @property
+    def board_temp(self) -> Optional[float]:
+        """Temperature of the board, likewise."""
+        return _optional_float(self._facts["board_temp"])
+
+    @property
+    def target_temp(self) -> Optional[float]:
+        """The temperature that the sensor was to be cooled to, likewise."""
+        return _optional_float(self._facts["target_temp"])
+
+    @property
+    def camera_name(self) -> str:
+        """What the camera is called; empty when it does not tell."""
+        return str(self._facts["camera_name"])
+
+    @property
+    def serial(self) -> str:
+        """The camera's serial number; empty when it does not tell."""
+        return str(self._facts["serial"])
+
+    @property
+    def target(self) -> str:
+        """The camera, as it was opened."""
+        return str(self._facts["target"])
+
+    # ---- Files and other forms
+
+    @property
+    def header(self) -> dict[str, Any]:
+        """What is written down of the frame: {"EXPTIME": 0.5, ...}."""
+        header: dict[str, Any] = json.loads(self._core.header_json(_software(), []))
+        return header
+
+    def to_fits(
+        self,
+        path: Union[str, os.PathLike[str]],
+        overwrite: bool = False,
+        header: Optional[Header] = None,
+    ) -> None:
+        """Writes a FITS file with all that is known of the frame.
+
+        `header` has further cards: {"OBJECT": "M31", "AIRMASS": (1.2, "at the middle")}. The file
+        appears under its name when it is whole. Raises FileExistsError for one that is there,
+        unless `overwrite`, and other OSErrors as they come.
+        """
+        self._core.write("FITS", os.fspath(path), overwrite, _software(), _cards(header))
+
+    def to_tiff(
+        self,
+        path: Union[str, os.PathLike[str]],
+        overwrite: bool = False,
+        header: Optional[Header] = None,
+    ) -> None:
+        """Writes a TIFF file, with the header as JSON in its description; as to_fits()."""
+        self._core.write("TIFF", os.fspath(path), overwrite, _software(), _cards(header))
+
+    def to_png(self, path: Union[str, os.PathLike[str]], overwrite: bool = False) -> None:
+        """Writes a picture to look at, stretched to 8 bits; as to_fits()."""
+        self._core.write("PNG", os.fspath(path), overwrite, _software(), [])
+
+    def to_hdu(self, header: Optional[Header] = None) -> Any:
+        """An astropy.io.fits.PrimaryHDU with pixels and header, as to_fits() writes them."""
+        fits = _astropy("astropy.io.fits")
+        hdus = fits.HDUList.fromstring(self._core.fits(_software(), _cards(header)))
+        hdus[0].data  # is read now, while its bytes are there
+        return hdus[0]
+
+    def to_ccddata(self, header: Optional[Header] = None) -> Any:
+        """An astropy.nddata.CCDData in adu, with the header as `meta` and the missing rows masked."""
+        import numpy
+
+        nddata = _astropy("astropy.nddata")
+        mask = None
+        if not self.complete:
+            mask = numpy.zeros(self.shape, dtype=bool)
+            mask[list(self.missing_rows)] = True
+            if not self.missing_rows_known:
+                mask[:] = True
+        meta = self.to_hdu(header).header
+        for keyword in ("BZERO", "BSCALE", "BLANK", "CHECKSUM", "DATASUM"):
+            meta.remove(keyword, ignore_missing=True)
+        pixels = self.array.view("uint32") if self.bits == 32 else self.array
+        return nddata.CCDData(pixels.copy(), unit="adu", mask=mask, meta=meta)
+
+    def _repr_png_(self) -> bytes:
+        picture: bytes = self._core.png(1024)
+        return picture
+
+    def _repr_html_(self) -> str:
+        picture = base64.b64encode(self._repr_png_()).decode()
+        facts = "".join(
+            f"<tr><th style='text-align:left'>{html.escape(name)}</th>"
+            f"<td style='text-align:left'>{html.escape(text)}</td></tr>"
+            for name, text in self._told()
+        )
+        return (
+            f"<div><img style='max-width:100%' src='data:image/png;base64,{picture}'/>"
+            f"<table>{facts}</table></div>"
+        )
+
+    def _told(self) -> list[tuple[str, str]]:
+        times, figures = self.times, self.statistics
+        facts = [
+            ("frame", f"{self.number} of readout {self.readout}, {self.kind}, {self.type}"),
+            ("size", f"{self.columns} x {self.rows} pixels of {self.bits} bits"),
+            ("exposure", f"{self.exposure:g} s"),
+            ("middle", f"{times.middle.isoformat(sep=' ', timespec='milliseconds')}"
+                       f" \N{PLUS-MINUS SIGN} {times.uncertainty.total_seconds():g} s, {times.how}"),
+            ("pixels", f"mean {figures.mean:.1f}, std {figures.std:.1f}, {figures.min} to {figures.max},"
+                       f" {figures.saturated} saturated"),
+            ("camera", f"{self.camera_name} {self.serial} at {self.target}".strip()),
+        ]
+        if self.ccd_temp is not None:
+            facts.append(("sensor", f"{self.ccd_temp:.1f} \N{DEGREE SIGN}C"))
+        if not self.complete:
+            facts.append(("incomplete", self._gap()))
+        return facts
+
+    def _gap(self) -> str:
+        text = f"{self.packets_missing} of {self.packets_expected} packets missing"
+        if self.missing_rows:
+            text += f", {len(self.missing_rows)} rows not whole"
+        return text
+
+    def __repr__(self) -> str:
+        text = f"<vxcam.Frame {self.number}: {self.columns} x {self.rows}, {self.bits} bits, {self.exposure:g} s"
+        return text + (">" if self.complete else f", incomplete: {self._gap()}>")
+
+
+def _optional_int(value: Optional[int]) -> Optional[int]:
+    return None if value is None else int(value)
+
+
+def _optional_float(value: Optional[float]) -> Optional[float]:
+    return None if value is None else float(value)
+
+
+def _astropy(name: str) -> Any:
+    import importlib
+
+    try:
+        return importlib.import_module(name)
+    except ImportError as error:
+        raise ImportError(f"this needs astropy (Debian: python3-astropy): {error}") from error

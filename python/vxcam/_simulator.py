@@ -1,0 +1,127 @@
+"""The simulated camera, and cameras of the local networks."""
+
+from __future__ import annotations
+
+import operator
+from collections.abc import Iterable
+from datetime import datetime
+from types import TracebackType
+from typing import NamedTuple, Optional
+
+from . import _vxcam
+from ._errors import UsageError
+from ._frame import utc
+
+
+class SentFrame(NamedTuple):
+    """What the simulated camera knows of a frame that it sent.
+
+    `sum` and `crc` (that of zlib.crc32) are of the pixels that it meant to send, `sent_sum` and
+    `sent_crc` of those that went out, where a fault made them others.
+    """
+
+    readout: int
+    frame: int
+    rows: int
+    columns: int
+    bits: int
+    sum: int
+    crc: int
+    sent_sum: int
+    sent_crc: int
+    complete: bool
+    intact: bool
+    begin_ns: int
+    end_ns: int
+
+    @property
+    def begin(self) -> datetime:
+        """When its exposure began."""
+        return utc(self.begin_ns)
+
+    @property
+    def end(self) -> datetime:
+        """When its exposure ended."""
+        return utc(self.end_ns)
+
+
+class Simulator:
+    """A simulated camera in this process, to open again and again: Camera(simulator.target).
+
+    `sensor` is (columns, rows). `faults` are what goes wrong, as docs/simulator.md has them:
+    "missing-packet:readout=1,packet=20". `scale` is how much faster than the clock camera time
+    goes by, `heartbeat` the seconds between heartbeats. The same `seed` makes the same pixels.
+    """
+
+    __slots__ = ("_core", "__weakref__")
+
+    def __init__(
+        self,
+        sensor: tuple[int, int] = (2048, 2048),
+        faults: Iterable[str] = (),
+        *,
+        seed: int = 1,
+        scale: float = 1.0,
+        heartbeat: float = 0.2,
+        fault_seed: int = 1,
+    ) -> None:
+        if isinstance(faults, str):
+            faults = (faults,)
+        columns, rows = (operator.index(side) for side in sensor)
+        seeds = (operator.index(seed), operator.index(fault_seed))
+        if not (0 <= min(seeds) and max(seeds) < 1 << 64 and max(abs(columns), abs(rows)) < 1 << 31):
+            raise UsageError(f"simulated camera: sensor {columns} x {rows}, seeds {seeds}: out of range")
+        self._core = _vxcam.Simulator(
+            (columns, rows), list(faults), seeds[0], float(scale), float(heartbeat), seeds[1]
+        )
+
+    @property
+    def target(self) -> str:
+        """Where it is: "127.0.0.1:40123"."""
+        return str(self._core.target())
+
+    def inject(self, fault: str) -> None:
+        """One more fault, for what it sends from now on."""
+        self._core.inject(fault)
+
+    @property
+    def frames(self) -> tuple[SentFrame, ...]:
+        """The last 64 frames that it sent, the oldest first."""
+        return tuple(SentFrame(*frame) for frame in self._core.frames())
+
+    def close(self) -> None:
+        """Ends it; who is connected loses the connection."""
+        self._core.close()
+
+    def __enter__(self) -> Simulator:
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        self.close()
+
+    def __repr__(self) -> str:
+        return f"<vxcam.Simulator at {self.target}>"
+
+
+class Found(NamedTuple):
+    """A camera that answered on the local networks. `interfaces` are this host's addresses on the way."""
+
+    address: str
+    port: int
+    serial: int
+    interfaces: tuple[str, ...]
+
+    @property
+    def target(self) -> str:
+        """To open it: Camera(found.target)."""
+        return f"{self.address}:{self.port}"
+
+
+def discover() -> list[Found]:
+    """Looks for cameras on the local networks, for a little over half a second."""
+    return [Found(*camera) for camera in _vxcam.discover()]
