@@ -4,9 +4,9 @@
 
 #include "camera/event_queue.h"
 #include "camera/keeper.h"
-#include "camera/simulator.h"
 #include "readout/stream_core.h"
 #include "record/flight_recorder.h"
+#include "simulation/simulator.h"
 
 #include <vxcamkit/camera.h>
 #include <vxcamkit/cooler.h>

@@ -1,6 +1,6 @@
 #include <vxcamkit/simulated_camera.h>
 
-#include "camera/simulator.h"
+#include "simulation/simulator.h"
 
 #include <vxcamkit/error.h>
 

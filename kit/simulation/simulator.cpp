@@ -1,4 +1,4 @@
-#include "camera/simulator.h"
+#include "simulation/simulator.h"
 
 #include <vxcamkit/error.h>
 

@@ -1,5 +1,5 @@
 // In place of simulator.cpp, where the kit is built without the simulated camera.
-#include "camera/simulator.h"
+#include "simulation/simulator.h"
 
 #include <vxcamkit/error.h>
 
