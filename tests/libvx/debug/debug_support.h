@@ -175,6 +175,17 @@ public:
         }
     }
 
+    // Sends byte after byte. True when the server does not take them any more within the time.
+    bool IsCutWhileItSends(int withinMs)
+    {
+        const auto start = tcClock::now();
+        while (send(mhDescriptor, "x", 1, MSG_NOSIGNAL) == 1) {
+            if (ElapsedMs(start) > withinMs) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return true;
+    }
+
     // True when something, or the end, can be read within the time.
     bool HasAnswer(int withinMs)
     {

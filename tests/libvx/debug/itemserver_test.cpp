@@ -240,6 +240,14 @@ TEST_F(ItemServer, AnswersOthersWhileAClientDoesNotReadItsReply)
     EXPECT_EQ("(reset)", rest.substr(rest.size() - 7));
 }
 
+TEST_F(ItemServer, CutsClientsThatHaveTheirAnswerAndGoOnSending)
+{
+    Start();
+    tcClient client(mnPort);
+    client.Send(std::string(1024, 'x'));         // as much as is read of a request
+    EXPECT_TRUE(client.IsCutWhileItSends(5000)); // after half a second
+}
+
 TEST_F(ItemServer, LetsAClientTakeItsTimeAsLongAsItTakesSomething)
 {
     size_t size = 0;

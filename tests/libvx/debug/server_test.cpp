@@ -100,6 +100,14 @@ TEST_F(Daemon, LeavesSignalsToTheThreadsOfTheHost)
     EXPECT_GE(own, 1u);
 }
 
+TEST_F(Daemon, CutsClientsThatHaveTheirAnswerAndGoOnSending)
+{
+    Start();
+    tcClient client(mnPort);
+    client.Send("ECHO:" + std::string(1019, 'x')); // as much as is read of a request
+    EXPECT_TRUE(client.IsCutWhileItSends(5000));   // after half a second
+}
+
 TEST_F(Daemon, AnswersAndClosesTheConnection)
 {
     Start();
