@@ -1,9 +1,11 @@
 #include "HSocket.h"
 #include "log_support.h"
+#include "tcNetworkNamespace.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -555,6 +557,31 @@ TEST(LogUdp, SaysWhereItsSocketIsBound)
     EXPECT_EQ("Binding to (null) : 0\nBind: 0\nBind successful\n"
               "Binding to 127.0.0.1 : 0\nBind: 0\nBind successful\n",
               GetCapturedStdout());
+}
+
+TEST(LogUdp, SendsThroughTheGivenDeviceWhereThereIsNoRoute)
+{
+    std::string reason;
+    const tcNetworkNamespace network(reason);
+    if (!network.Usable()) GTEST_SKIP() << reason;
+    const tcLogEvent event = RecordOf(tcLogEvent::eError, 0, "x");
+    char data[400] = "";
+    ssize_t size = -1;
+    network.Run([&] {
+        HSocket member;
+        member.Create(0, SOCK_DGRAM, nullptr);
+        const ip_mreq group{{inet_addr("239.1.2.3")}, {inet_addr("127.0.0.1")}};
+        EXPECT_EQ(0,
+                  setsockopt(member.GetFD(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group));
+        CaptureStdout();
+        tcLogUdp through("239.1.2.3", member.GetLocalPort(), false, "lo");
+        GetCapturedStdout();
+        through.Output(event);
+        HInetAddr from;
+        size = member.ReceiveFrom(data, sizeof data, from, 5000);
+    });
+    ASSERT_GT(size, 0);
+    EXPECT_EQ(LineOf(event), std::string(data, static_cast<size_t>(size)));
 }
 
 TEST(LogUdp, SendsFromTheGivenAddressOrDevice)
