@@ -108,6 +108,7 @@ void Acquisition::readOut(std::unique_lock<std::mutex>& guard)
     if (stream) phase_ = Phase::Running;
     if (stream) changed_.notify_all();
     guard.unlock();
+    if (stream && listener_.begin) listener_.begin();
     if (wish == Wish::Stop && stream) stream->stop();
     if (wish == Wish::Abort && stream) camera_->abort();
 

@@ -18,6 +18,7 @@ namespace vxcam {
 
 // Told on the thread of the acquisition, with no lock held.
 struct AcquisitionListener {
+    std::function<void()> begin;             // it runs
     std::function<void(const Frame&)> frame; // it is in the ring
     // It is over: how (nothing: it never began), and why when that is neither complete nor what was
     // asked for.

@@ -71,7 +71,7 @@ void Station::take(std::shared_ptr<Camera> camera)
     AcquisitionListener listener;
     listener.frame = [this](const Frame& frame) { hearFrame(frame); };
     listener.end = [this](auto end, const auto& error) { hearEnd(end, error); };
-    listener.idle = [this] { changed(); };
+    listener.begin = listener.idle = [this] { changed(); };
     acquisition_ = std::make_unique<Acquisition>(camera, ring_, std::move(listener));
     if (!missed.empty()) trouble_ = Error(ErrorKind::Camera, "not set as before: " + missed);
     camera_ = std::move(camera);

@@ -90,9 +90,13 @@ void Station::trouble(const Error& error)
     changed();
 }
 
-void Station::changed() const
+void Station::changed()
 {
-    if (listener_.change) listener_.change();
+    const std::lock_guard<std::mutex> guard(changeLock_);
+    std::pair<StationState, std::string> change{state(), status()};
+    if (change == toldChange_) return;
+    toldChange_ = change;
+    if (listener_.change) listener_.change(change.first, change.second);
 }
 
 void Station::reset()
@@ -190,7 +194,6 @@ void Station::start(const Plan& plan)
         if (error.kind() != ErrorKind::Usage) trouble(error);
         throw;
     }
-    changed();
 }
 
 void Station::prepare()

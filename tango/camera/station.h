@@ -38,10 +38,11 @@ struct LastError {
     UtcTime time;
 };
 
-// Told on threads of the station and the kit, with no lock held: be brief.
+// Told on threads of the station and the kit: be brief, and do not call the station.
 struct StationListener {
     std::function<void(int index)> frame; // one came; 0 is the first of its acquisition
-    std::function<void()> change;         // state, status or last error may be others
+    // State or status are others: each state that there was, in order.
+    std::function<void(StationState, const std::string& status)> change;
 };
 
 // Threads: any. Owns: the camera and three threads. The destructor closes the camera; it waits for
@@ -91,7 +92,7 @@ private:
     void hearFrame(const Frame& frame);
     void hearEnd(std::optional<ReadoutEnd> end, const std::optional<Error>& error);
     void trouble(const Error& error); // likewise, and the state is Fault
-    void changed() const;
+    void changed();
     bool isLinkUp() const;
     std::shared_ptr<Camera> requireCamera() const;
     void ask(std::function<void()> work, std::chrono::milliseconds patience);
@@ -112,6 +113,8 @@ private:
     std::optional<ReadoutEnd> lastEnd_;
     Settings pending_, made_;
     std::unique_ptr<Acquisition> acquisition_;
+    std::mutex changeLock_; // before lock_
+    std::pair<StationState, std::string> toldChange_;
     Subscription subscription_;
     std::thread opener_;
 };

@@ -6,7 +6,7 @@ namespace vxcam {
 
 namespace {
 
-constexpr size_t kMostFrames = 10000; // that wait to be told; the oldest are dropped
+constexpr size_t kMostNews = 10000; // that wait to be told; the oldest are dropped
 constexpr std::chrono::milliseconds kLater(50);
 
 } // namespace
@@ -25,19 +25,20 @@ Announcer::~Announcer()
 
 void Announcer::frame(int index)
 {
-    {
-        const std::lock_guard<std::mutex> guard(lock_);
-        frames_.push_back(index);
-        if (frames_.size() > kMostFrames) frames_.pop_front();
-    }
-    changed_.notify_all();
+    add({index, Tango::UNKNOWN, ""});
 }
 
-void Announcer::change()
+void Announcer::change(Tango::DevState state, const std::string& status)
+{
+    add({-1, state, status});
+}
+
+void Announcer::add(News news)
 {
     {
         const std::lock_guard<std::mutex> guard(lock_);
-        isChanged_ = true;
+        news_.push_back(std::move(news));
+        if (news_.size() > kMostNews) news_.pop_front();
     }
     changed_.notify_all();
 }
@@ -52,43 +53,49 @@ void Announcer::loop()
             changed_.wait_for(guard, kLater, [this] { return isEnding_; });
             continue;
         }
-        changed_.wait(guard, [this] { return isEnding_ || isChanged_ || !frames_.empty(); });
+        changed_.wait(guard, [this] { return isEnding_ || !news_.empty(); });
         if (isEnding_) return;
-        const std::deque<int> frames = std::exchange(frames_, {});
-        isChanged_ = false;
+        const std::deque<News> news = std::exchange(news_, {});
         guard.unlock();
-        bool isPushed = true;
-        try {
-            push(frames);
-        } catch (const Tango::DevFailed&) { // a client held the device for too long
-            isPushed = false;
-        }
+        const bool isTold = tell(news);
         guard.lock();
-        if (isPushed) continue;
-        frames_.insert(frames_.begin(), frames.begin(), frames.end());
-        isChanged_ = true;
+        if (!isTold) news_.insert(news_.begin(), news.begin(), news.end());
     }
 }
 
-void Announcer::push(const std::deque<int>& frames)
+// False: a client has held the device for too long.
+bool Announcer::tell(const std::deque<News>& news)
 {
-    const auto lock = std::make_unique<Tango::AutoTangoMonitor>(&device_);
-    for (const int index : frames) {
-        Tango::DevLong last = index, number = index + 1;
-        device_.push_change_event("last_image_ready", &last);
+    std::unique_ptr<Tango::AutoTangoMonitor> lock;
+    try {
+        lock = std::make_unique<Tango::AutoTangoMonitor>(&device_);
+    } catch (const Tango::DevFailed&) {
+        return false;
+    }
+    for (const News& item : news) {
+        try {
+            push(item);
+        } catch (const Tango::DevFailed&) { // the next one may come through
+        }
+    }
+    return true;
+}
+
+void Announcer::push(const News& item)
+{
+    if (item.index >= 0) {
+        Tango::DevLong index = item.index, number = item.index + 1;
+        device_.push_change_event("last_image_ready", &index);
         device_.push_change_event("FrameNumber", &number);
+        return;
     }
-    Tango::DevState state = device_.dev_state();
-    const std::string status = device_.dev_status();
-    if (status != status_) {
-        status_ = status;
-        Tango::DevString text = status_.data();
-        device_.push_change_event("Status", &text);
-    }
-    if (state != state_) {
-        state_ = state;
-        device_.push_change_event("State", &state);
-    }
+    Tango::DevState state = item.state;
+    std::string text = item.status;
+    Tango::DevString status = text.data();
+    device_.set_status(item.status); // which is what Tango sends, whatever it is given
+    device_.set_state(item.state);
+    device_.push_change_event("Status", &status);
+    device_.push_change_event("State", &state);
 }
 
 } // namespace vxcam

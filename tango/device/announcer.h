@@ -2,6 +2,8 @@
 #ifndef VXCAMERA_ANNOUNCER_H
 #define VXCAMERA_ANNOUNCER_H
 
+#include <tango.h>
+
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -24,21 +26,26 @@ public:
     Announcer(const Announcer&) = delete;
     Announcer& operator=(const Announcer&) = delete;
 
-    void frame(int index); // each is pushed, in order
-    void change();         // of state and status, which are pushed when they are others
+    // Each is pushed, in order.
+    void frame(int index);
+    void change(Tango::DevState state, const std::string& status);
 
 private:
     void loop();
-    void push(const std::deque<int>& frames);
+    struct News {
+        int index = -1; // of a frame; -1: state and status changed
+        Tango::DevState state = Tango::UNKNOWN;
+        std::string status;
+    };
+    void add(News news);
+    bool tell(const std::deque<News>& news);
+    void push(const News& item);
 
     VxCamera& device_;
     std::mutex lock_;
     std::condition_variable changed_;
-    std::deque<int> frames_;
-    bool isChanged_ = true;
+    std::deque<News> news_;
     bool isEnding_ = false;
-    int state_ = -1; // as pushed last
-    std::string status_;
     std::thread thread_;
 };
 

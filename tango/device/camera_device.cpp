@@ -41,6 +41,13 @@ private:
     Tango::DbData data_;
 };
 
+Tango::DevState tangoState(StationState state)
+{
+    static const Tango::DevState states[] = {Tango::OFF, Tango::INIT, Tango::ON, Tango::RUNNING,
+                                             Tango::FAULT};
+    return states[static_cast<size_t>(state)];
+}
+
 } // namespace
 
 void throwFailed(const Error& error, const std::string& origin)
@@ -76,7 +83,9 @@ void VxCamera::init_device()
     delete_device();
     StationListener listener;
     listener.frame = [this](int index) { announcer_->frame(index); };
-    listener.change = [this] { announcer_->change(); };
+    listener.change = [this](StationState state, const std::string& status) {
+        announcer_->change(tangoState(state), status);
+    };
     station_ =
         std::make_unique<Station>(std::move(options), std::move(settings), std::move(listener));
     addKeyed(keyed);
@@ -119,9 +128,7 @@ std::string VxCamera::targetWithoutDatabase() const
 
 Tango::DevState VxCamera::dev_state()
 {
-    static const Tango::DevState states[] = {Tango::OFF, Tango::INIT, Tango::ON, Tango::RUNNING,
-                                             Tango::FAULT};
-    set_state(station_ ? states[static_cast<size_t>(station_->state())] : Tango::INIT);
+    set_state(station_ ? tangoState(station_->state()) : Tango::INIT);
     return get_state();
 }
 

@@ -113,6 +113,12 @@ class Acquisitions(WithCamera):
         self.assertEqual([-1] + list(range(20)), without_repeats(numbers))
         self.assertEqual([tango.DevState.ON, tango.DevState.RUNNING, tango.DevState.ON],
                          without_repeats(states))
+        # However short it is, each acquisition is told.
+        before = len(states)
+        for _ in range(5):
+            self.take(exposure=0)
+        wait_for(lambda: len(states) == before + 10, "a begin and an end each")
+        self.assertEqual([tango.DevState.RUNNING, tango.DevState.ON] * 5, states[before:])
         for number in ids:
             self.device.unsubscribe_event(number)
 
