@@ -6,5 +6,5 @@ cd "$(dirname "$0")"
 export DBGD_DISABLE=1 DBGD_ANNOUCE_GROUP=127.0.0.1:7020
 [ $# -gt 0 ] || set -- whole_test faults_test
 for tests in "$@"; do # a client of Tango knows one database as long as it lives
-    timeout 300 /usr/bin/python3 -B -m unittest -v "$tests"
+    timeout 600 /usr/bin/python3 -B -m unittest -v "$tests"
 done

@@ -1,5 +1,7 @@
 """The device server with its database: what is memorised, what a restart leaves, 100 frames."""
 
+import contextlib
+import io
 import os
 import re
 import signal
@@ -241,6 +243,33 @@ class HundredFrames(WithServer):
             return self.device.state() == tango.DevState.ON
         except tango.DevFailed:
             return False
+
+
+class Page(unittest.TestCase):
+    def test_does_what_it_says(self):
+        camera = Camera()
+        self.addCleanup(camera.end)
+        with open(os.path.join(DOCS, "tango.md")) as page:
+            register, frames, picture, events = re.findall(r"```python\n(.*?)```", page.read(),
+                                                           re.DOTALL)
+        names = {}
+        exec(register.replace("192.168.1.20:2000", camera.target()), names)
+        server = Registered({}, "dome")
+        self.addCleanup(server.end)
+        device = tango.DeviceProxy("dome/camera/1")
+        wait_state(device, tango.DevState.ON)
+        printed = io.StringIO()
+        with contextlib.redirect_stdout(printed):
+            exec(frames, names)
+            sums = ["%d %d" % (i, camera.truth(1, i + 1)["sum"]) for i in range(10)]
+            self.assertEqual(sums, printed.getvalue().splitlines())
+            wait_state(device, tango.DevState.ON)
+            exec(picture, names)
+            self.assertEqual(camera.truth(2, 1)["sum"], int(names["image"].sum(dtype="u8")))
+            self.assertLess(abs(names["begin"] - camera.truth(2, 1)["beginRealtime"] / 1e9),
+                            names["uncertainty"] + 1e-6)
+            exec(events, names)
+            wait_for(lambda: "image 0" in printed.getvalue(), "what the event prints")
 
 
 if __name__ == "__main__":
