@@ -66,9 +66,6 @@ void CcdDevice::disconnectCamera()
 void CcdDevice::opened()
 {
     Camera& camera = *session_.camera();
-    const Size size = camera.sensor();
-    SetCCDParams(size.columns, size.rows, 16, PrimaryCCD.getPixelSizeX(),
-                 PrimaryCCD.getPixelSizeY());
     const Identity& identity = camera.identity();
     identityTP_[0].setText(identity.name);
     identityTP_[1].setText(identity.serial);
@@ -77,13 +74,12 @@ void CcdDevice::opened()
     isLinkLost_ = false;
     setConnected(true, IPS_OK, ("Connected to " + camera.address()).c_str());
     updateProperties();
-    UpdateCCDBin(1, 1);
-    UpdateCCDFrame(0, 0, size.columns, size.rows);
+    showSensor();
     const auto ask = [](Camera& asked) {
         Snapshot told = asked.snapshot();
         for (const Property& row : properties()) {
             const bool isCheap = row.isReadable() && row.key == nullptr && row.cost != Cost::Many;
-            if (row.isListed || !isCheap) continue;
+            if (!isCheap || told.entry(row.name) != nullptr) continue;
             std::string why;
             if (const auto value = asked.tryGet(row.name, &why)) told.set(row.name, *value);
         }
@@ -134,6 +130,7 @@ void CcdDevice::handle(const Event& event)
         } else {
             setConnected(true, IPS_OK, ("Not restored: " + event.text).c_str());
         }
+        if (sensor() != Size{PrimaryCCD.getXRes(), PrimaryCCD.getYRes()}) showSensor();
         askStates();
         break;
     default:

@@ -102,6 +102,16 @@ Size CcdDevice::sensor() const
     return session_.camera() ? session_.camera()->sensor() : Size();
 }
 
+// All of it is the frame, and it is not binned.
+void CcdDevice::showSensor()
+{
+    const Size size = sensor();
+    SetCCDParams(size.columns, size.rows, 16, PrimaryCCD.getPixelSizeX(),
+                 PrimaryCCD.getPixelSizeY());
+    UpdateCCDBin(1, 1);
+    UpdateCCDFrame(0, 0, size.columns, size.rows);
+}
+
 void CcdDevice::frameGiven(const Numbers& numbers)
 {
     const auto at = [&](const char* element) { return static_cast<int>(numbers.at(element)); };

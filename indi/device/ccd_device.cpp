@@ -55,7 +55,7 @@ bool CcdDevice::initProperties()
     makeControls();
     makeCooling();
     tab_.make(getDeviceName());
-    addAuxControls();
+    addDebugControl();
     return true;
 }
 

@@ -89,6 +89,7 @@ private:
     void frameGiven(const Numbers& numbers);
     void binningGiven(const Numbers& numbers);
     void showBits();
+    void showSensor();
     ReadoutMode readoutMode() const;
     Size sensor() const;
 

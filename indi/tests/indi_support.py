@@ -20,6 +20,12 @@ DEVICE = "VX CCD"
 PATIENCE = 20  # s, for what has to happen
 
 
+def page(name):
+    """A page of the documentation."""
+    folder = os.path.dirname(os.path.abspath(__file__))
+    return os.path.join(folder, "..", "..", "docs", name)
+
+
 def free_port():
     """One that the system gives to nobody by itself."""
     for port in range(12000 + os.getpid() % 7000, 20000):
@@ -77,6 +83,17 @@ class Camera:
         """All that it sent so far."""
         told = [json.loads(line) for line in list(self.lines.all) if line.startswith("{")]
         return [event for event in told if event["event"] == "frame"]
+
+    def sent(self, total, name="sum"):
+        """The frame that had this sum; it is told about when the client may have it already."""
+        deadline = time.monotonic() + PATIENCE
+        while time.monotonic() < deadline:
+            for frame in reversed(self.frames()):
+                if frame[name] == total:
+                    return frame
+            time.sleep(0.01)
+        sums = [frame[name] for frame in self.frames()]
+        raise AssertionError(f"no frame of {sums} has the {name} {total}")
 
     def close(self):
         self.process.kill()
@@ -169,19 +186,21 @@ class Client:
         self.device = device
         self.vectors, self.deleted, self.blobs, self.messages = {}, [], [], []
         self.log = []  # (time, device, name, state, message)
-        deadline = time.monotonic() + PATIENCE
-        while True:
-            try:
-                self.socket = socket.create_connection(("127.0.0.1", port), timeout=PATIENCE)
-                break
-            except OSError:
-                if time.monotonic() > deadline:
-                    raise
-                time.sleep(0.05)
+        self.socket = self.open(port)
         self.parser = ElementTree.XMLPullParser(["start", "end"])
         self.parser.feed("<stream>")
         self.depth, self.root = 0, None
         self.send("<getProperties version='1.7'/>")
+
+    def open(self, port):
+        deadline = time.monotonic() + PATIENCE
+        while True:
+            try:
+                return socket.create_connection(("127.0.0.1", port), timeout=PATIENCE)
+            except OSError:
+                if time.monotonic() > deadline:
+                    raise
+                time.sleep(0.05)
 
     def close(self):
         self.socket.close()
@@ -330,11 +349,10 @@ class DriverTest(unittest.TestCase):
     def assert_true_frame(self, blob, camera, exposure=None):
         """The pixels are those that the camera sent last."""
         total, check, header = blob.truth()
-        frames = camera.frames()
-        sent = [frame for frame in frames if frame["sum"] == total and frame["crc"] == check]
-        self.assertTrue(sent, f"no frame of {[f['sum'] for f in frames]} has the sum {total}")
+        sent = camera.sent(total)
+        self.assertEqual(sent["crc"], check)
         self.assertEqual(header["PIXSUM"], total)
         self.assertIs(header["COMPLETE"], True)
         if exposure is not None:
             self.assertAlmostEqual(header["EXPTIME"], exposure, 6)
-        return sent[-1], header
+        return sent, header
