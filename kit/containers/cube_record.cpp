@@ -2,23 +2,13 @@
 // it, and is put behind the cube when that is whole.
 #include "containers/append_file.h"
 #include "containers/fits_table.h"
-#include "files/ascii.h"
+#include "containers/frame_table.h"
 #include "files/fits_header.h"
 #include "files/fits_pixels.h"
-
-#include <unistd.h>
-
-#include <cstring>
-#include <fstream>
 
 namespace vxcam {
 
 namespace {
-
-constexpr size_t kMostEvents = 10000; // that are kept
-constexpr uint64_t kEventBytes = 256; // of one in the table, at most
-constexpr size_t kMostHow = 30;       // characters, which one card has room for
-constexpr size_t kPiece = size_t{1} << 20U;
 
 // All planes have the same numbers for the same pixels.
 FitsPixels cubePixels(int bits)
@@ -29,84 +19,6 @@ FitsPixels cubePixels(int bits)
     return how;
 }
 
-// The sum of bytes that come in pieces of any length.
-class RunningSum
-{
-public:
-    void add(const void* bytes, size_t count)
-    {
-        const size_t whole = count / 4 * 4;
-        uint32_t sum = fitsSum(bytes, whole);
-        if (whole < count) {
-            unsigned char last[4] = {0, 0, 0, 0};
-            std::memcpy(last, static_cast<const char*>(bytes) + whole, count - whole);
-            sum = addFitsSums(sum, fitsSum(last, sizeof last));
-        }
-        // What begins within a word has its bytes at other places there.
-        const auto shift = static_cast<unsigned>(count_ % 4 * 8);
-        if (shift > 0) sum = sum >> shift | sum << (32 - shift);
-        sum_ = addFitsSums(sum_, sum);
-        count_ += count;
-    }
-    uint32_t sum() const { return sum_; }
-
-private:
-    uint32_t sum_ = 0;
-    uint64_t count_ = 0;
-};
-
-// What is written of the frames beside the cube: a FITS file with the table alone.
-class FrameTable
-{
-public:
-    FrameTable(const std::string& path, bool force) : file_(path, force)
-    {
-        FitsHeader primary;
-        primary.logical("SIMPLE", true, "a FITS file");
-        primary.whole("BITPIX", 8, "without an image");
-        primary.whole("NAXIS", 0, "");
-        primary.logical("EXTEND", true, "a table follows");
-        const std::string start = primary.finish(0);
-        start_ = start.size();
-        const std::string header = frameTableHeader(0, 0);
-        data_ = start_ + header.size();
-        file_.append(start + header);
-        file_.flush();
-    }
-    void add(const RecordedFrame& frame)
-    {
-        const std::string row = frameTableRow(frame);
-        sum_.add(row.data(), row.size());
-        file_.append(row);
-        ++rows_;
-    }
-    void flush()
-    {
-        file_.flush(kFitsBlock);
-        const std::string header = frameTableHeader(rows_, sum_.sum());
-        file_.rewrite(start_, header.data(), header.size());
-    }
-    void appendTo(AppendFile* cube)
-    {
-        flush();
-        std::ifstream in(file_.path(), std::ios::binary);
-        in.seekg(static_cast<std::streamoff>(start_));
-        std::string piece(kPiece, '\0');
-        while (in.read(piece.data(), static_cast<std::streamsize>(piece.size())) ||
-               in.gcount() > 0) {
-            cube->append(piece.data(), static_cast<size_t>(in.gcount()));
-        }
-    }
-    void remove() { ::unlink(file_.path().c_str()); }
-    uint64_t bytes() const { return file_.size(); }
-
-private:
-    AppendFile file_;
-    uint64_t start_ = 0, data_ = 0; // where the table and its rows begin
-    uint64_t rows_ = 0;
-    RunningSum sum_;
-};
-
 class CubeRecord : public RecordFile
 {
 public:
@@ -114,7 +26,7 @@ public:
         : cards_(recordHeader(first, options.header)), rows_(first.rows()),
           columns_(first.columns()), pixels_(cubePixels(first.bits())),
           date_(utcText(std::chrono::system_clock::now(), 0)), cube_(path, options.force),
-          table_(path + ".frames", options.force)
+          table_(path, options.force)
     {
         const std::string header = headerText({"running", 0});
         start_ = header.size();
@@ -130,10 +42,7 @@ public:
         dropped_ = frame.frame.facts().dropped;
         ++added_;
     }
-    void note(const Event& event) override
-    {
-        if (events_.size() < kMostEvents) events_.push_back(event);
-    }
+    void note(const Event& event) override { table_.note(event); }
     void flush() override
     {
         cube_.flush(kFitsBlock);
@@ -147,7 +56,6 @@ public:
         const uint64_t data = cube_.size() - start_;
         cube_.append(std::string(fitsBlocks(data) - data, '\0'));
         table_.appendTo(&cube_);
-        if (!events_.empty()) cube_.append(eventTable(events_));
         cube_.flush(kFitsBlock);
         writeHeader(end);
         cube_.sync();
@@ -160,10 +68,7 @@ public:
     }
     uint64_t frames() const override { return flushed_; }
     uint64_t bytes() const override { return cube_.size(); }
-    uint64_t closingBytes() const override
-    {
-        return table_.bytes() + events_.size() * kEventBytes + 8 * kFitsBlock;
-    }
+    uint64_t closingBytes() const override { return table_.closingBytes(); }
 
 private:
     std::string headerText(const RecordEnd& end) const;
@@ -182,7 +87,6 @@ private:
     uint64_t start_ = 0; // of the pixels
     uint64_t added_ = 0, flushed_ = 0, dropped_ = 0;
     RunningSum sum_;
-    std::vector<Event> events_;
 };
 
 // As long whatever the numbers are: the pixels lie behind it.
@@ -204,8 +108,7 @@ std::string CubeRecord::headerText(const RecordEnd& end) const
     for (const HeaderCard& card : cards_) {
         header.add(card);
     }
-    header.text("RECEND", asciiOf(end.how).substr(0, kMostHow), "how the record ended");
-    header.whole("RECDROP", static_cast<int64_t>(end.dropped), "frames that were dropped");
+    addRecordCards(end, added_, &header);
     return header.finish(sum_.sum());
 }
 
@@ -217,8 +120,10 @@ std::unique_ptr<RecordFile> makeCubeRecord(const std::string& path, const Record
     return std::make_unique<CubeRecord>(path, options, first.frame);
 }
 
-FileBytes encodeForCube(const Frame& frame, const RecordOptions& /*options*/, FileBytes spare)
+FileBytes encodeForCube(const RecordedFrame& recorded, const RecordOptions& /*options*/,
+                        FileBytes spare)
 {
+    const Frame& frame = recorded.frame;
     FileBytes encoded(frame.bytes(), std::move(spare));
     encodePixels(frame, cubePixels(frame.bits()), encoded.data());
     return encoded;

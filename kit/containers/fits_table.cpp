@@ -1,7 +1,6 @@
 #include "containers/fits_table.h"
 
 #include "files/ascii.h"
-#include "files/fits_header.h"
 #include "files/fits_pixels.h"
 
 #include <algorithm>
@@ -12,6 +11,7 @@ namespace vxcam {
 namespace {
 
 constexpr size_t kRowsText = 256; // characters of the rows that are missing
+constexpr size_t kMostHow = 30;   // characters, which one card has room for
 constexpr size_t kKindText = 20, kEventText = 200;
 
 void addNumber(uint64_t bits, std::string* row)
@@ -99,6 +99,13 @@ std::string frameTableRow(const RecordedFrame& frame)
     }
     addText(rangesText(frame.frame.facts().missingRows), kRowsText, &row);
     return row;
+}
+
+void addRecordCards(const RecordEnd& end, uint64_t frames, FitsHeader* header)
+{
+    header->text("RECEND", asciiOf(end.how).substr(0, kMostHow), "how the record ended");
+    header->whole("RECFRAME", static_cast<int64_t>(frames), "frames that it has");
+    header->whole("RECDROP", static_cast<int64_t>(end.dropped), "frames that were dropped");
 }
 
 std::string eventTable(const std::vector<Event>& events)

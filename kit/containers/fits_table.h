@@ -3,6 +3,7 @@
 #define VXCAMKIT_FITS_TABLE_H
 
 #include "containers/record_columns.h"
+#include "files/fits_header.h"
 
 #include <cstdint>
 #include <string>
@@ -16,6 +17,9 @@ std::string frameTableRow(const RecordedFrame& frame);
 
 // The table EVENTS, whole: what the camera told.
 std::string eventTable(const std::vector<Event>& events);
+
+// The cards of a whole record: how it ended, and how many frames it has. As many whatever they say.
+void addRecordCards(const RecordEnd& end, uint64_t frames, FitsHeader* header);
 
 } // namespace vxcam
 

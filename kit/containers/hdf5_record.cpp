@@ -277,8 +277,10 @@ std::unique_ptr<RecordFile> makeHdf5Record(const std::string& path, const Record
     return std::make_unique<Hdf5Record>(path, options, first.frame);
 }
 
-FileBytes encodeForHdf5(const Frame& frame, const RecordOptions& options, FileBytes spare)
+FileBytes encodeForHdf5(const RecordedFrame& recorded, const RecordOptions& options,
+                        FileBytes spare)
 {
+    const Frame& frame = recorded.frame;
     if (options.compression != Compression::Gzip) return {};
     FileBytes shuffled(frame.bytes());
     shuffle(static_cast<const char*>(frame.data()), frame.bytes(),

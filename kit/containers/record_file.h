@@ -56,8 +56,9 @@ struct RecordKind {
                                         const RecordedFrame& first);
     // The pixels as the file has them, in the memory of `spare`; nothing: as they lie in memory.
     // Runs on several threads.
-    FileBytes (*encode)(const Frame& frame, const RecordOptions& options, FileBytes spare);
+    FileBytes (*encode)(const RecordedFrame& frame, const RecordOptions& options, FileBytes spare);
     int mostBits; // of a pixel
+    bool isMany;  // the name is a pattern, for a file for each frame
 };
 
 inline constexpr size_t kRecordDrafts = 4; // frames that are encoded before their turn, at most
@@ -69,10 +70,22 @@ std::unique_ptr<RecordFile> makeRawRecord(const std::string& path, const RecordO
                                           const RecordedFrame& first);
 std::unique_ptr<RecordFile> makeCubeRecord(const std::string& path, const RecordOptions& options,
                                            const RecordedFrame& first);
-FileBytes encodeForCube(const Frame& frame, const RecordOptions& options, FileBytes spare);
+FileBytes encodeForCube(const RecordedFrame& frame, const RecordOptions& options, FileBytes spare);
 std::unique_ptr<RecordFile> makeHdf5Record(const std::string& path, const RecordOptions& options,
                                            const RecordedFrame& first);
-FileBytes encodeForHdf5(const Frame& frame, const RecordOptions& options, FileBytes spare);
+FileBytes encodeForHdf5(const RecordedFrame& frame, const RecordOptions& options, FileBytes spare);
+std::unique_ptr<RecordFile> makeTilesRecord(const std::string& path, const RecordOptions& options,
+                                            const RecordedFrame& first);
+FileBytes encodeForTiles(const RecordedFrame& frame, const RecordOptions& options, FileBytes spare);
+std::unique_ptr<RecordFile> makeFitsFilesRecord(const std::string& path,
+                                                const RecordOptions& options,
+                                                const RecordedFrame& first);
+FileBytes encodeForFitsFiles(const RecordedFrame& frame, const RecordOptions& options,
+                             FileBytes spare);
+std::unique_ptr<RecordFile> makeTiffRecord(const std::string& path, const RecordOptions& options,
+                                           const RecordedFrame& first);
+std::unique_ptr<RecordFile> makeSerRecord(const std::string& path, const RecordOptions& options,
+                                          const RecordedFrame& first);
 
 } // namespace vxcam
 

@@ -2,6 +2,7 @@
 #include "containers/record_file.h"
 
 #include <vxcamkit/error.h>
+#include <vxcamkit/frame_file.h>
 
 #include <algorithm>
 #include <iterator>
@@ -10,19 +11,29 @@ namespace vxcam {
 
 namespace {
 
-FileBytes asItIs(const Frame& /*frame*/, const RecordOptions& /*options*/, FileBytes /*spare*/)
+FileBytes asItIs(const RecordedFrame& /*frame*/, const RecordOptions& /*options*/,
+                 FileBytes /*spare*/)
 {
     return {};
 }
 
+// clang-format off
 constexpr RecordKind kKinds[] = {
 #if VXCAMKIT_HAS_HDF5
-    {RecordFormat::Hdf5, Compression::None, makeHdf5Record, asItIs, 32},
-    {RecordFormat::Hdf5, Compression::Gzip, makeHdf5Record, encodeForHdf5, 32},
+    {RecordFormat::Hdf5, Compression::None, makeHdf5Record, asItIs, 32, false},
+    {RecordFormat::Hdf5, Compression::Gzip, makeHdf5Record, encodeForHdf5, 32, false},
 #endif
-    {RecordFormat::Fits, Compression::None, makeCubeRecord, encodeForCube, 32},
-    {RecordFormat::Raw, Compression::None, makeRawRecord, asItIs, 32},
+    {RecordFormat::Fits, Compression::None, makeCubeRecord, encodeForCube, 32, false},
+    {RecordFormat::Fits, Compression::None, makeFitsFilesRecord, encodeForFitsFiles, 32, true},
+#if VXCAMKIT_HAS_CFITSIO
+    {RecordFormat::Fits, Compression::Gzip, makeTilesRecord, encodeForTiles, 32, false},
+    {RecordFormat::Fits, Compression::Rice, makeTilesRecord, encodeForTiles, 32, false},
+#endif
+    {RecordFormat::Tiff, Compression::None, makeTiffRecord, asItIs, 32, false},
+    {RecordFormat::Ser, Compression::None, makeSerRecord, asItIs, 16, false},
+    {RecordFormat::Raw, Compression::None, makeRawRecord, asItIs, 32, false},
 };
+// clang-format on
 
 struct Ending {
     const char* text;
@@ -31,7 +42,8 @@ struct Ending {
 constexpr Ending kEndings[] = {{".h5", RecordFormat::Hdf5},  {".hdf5", RecordFormat::Hdf5},
                                {".nxs", RecordFormat::Hdf5}, {".fits", RecordFormat::Fits},
                                {".fit", RecordFormat::Fits}, {".fts", RecordFormat::Fits},
-                               {".raw", RecordFormat::Raw}};
+                               {".tif", RecordFormat::Tiff}, {".tiff", RecordFormat::Tiff},
+                               {".ser", RecordFormat::Ser},  {".raw", RecordFormat::Raw}};
 
 std::string endingOf(const std::string& path)
 {
@@ -53,6 +65,10 @@ const char* nameOf(RecordFormat format)
         return "HDF5";
     case RecordFormat::Fits:
         return "FITS";
+    case RecordFormat::Tiff:
+        return "TIFF";
+    case RecordFormat::Ser:
+        return "SER";
     case RecordFormat::Raw:
         break;
     }
@@ -92,11 +108,16 @@ const RecordKind& recordKindOf(const std::string& path, const RecordOptions& opt
         throw Error(ErrorKind::Usage, "record '" + path + "': " + why);
     };
     const std::optional<RecordFormat> format = recordFormatOf(path);
-    if (!format) refuse("the name says no format: .h5, .fits or .raw");
+    if (!format) refuse("the name says no format: .h5, .fits, .tif, .ser or .raw");
     if (!isAvailable(*format)) refuse(std::string("this kit was built without ") + nameOf(*format));
+    const bool isMany = *format == RecordFormat::Fits && options.split == 0 &&
+                        options.compression == Compression::None &&
+                        path.find('%') != std::string::npos &&
+                        fileName(path, 1, 1) != fileName(path, 2, 1);
     const auto* const kind =
         std::find_if(std::begin(kKinds), std::end(kKinds), [&](const RecordKind& one) {
-            return one.format == *format && one.compression == options.compression;
+            return one.format == *format && one.compression == options.compression &&
+                   one.isMany == isMany;
         });
     if (kind == std::end(kKinds)) {
         refuse(std::string(nameOf(*format)) + " files are not compressed by " +

@@ -19,15 +19,17 @@ namespace vxcam {
 enum class RecordFormat {
     Hdf5, // all frames in one dataset, which others may read while it grows
     Fits, // a cube; compressed, an extension for each frame; with %d in the name, a file for each
+    Tiff, // a BigTIFF with a page for each frame
+    Ser,  // for planetary work; 8 and 16 bits
     Raw   // the pixels, and an index beside them
 };
 enum class Compression { None, Gzip, Rice };
 
-// "HDF5", "FITS", "raw"
+// "HDF5", "FITS", "TIFF", "SER", "raw"
 VXCAMKIT_EXPORT const char* nameOf(RecordFormat format);
 VXCAMKIT_EXPORT const char* nameOf(Compression compression); // "none", "gzip", "rice"
-// By the ending of a name, in small letters or capitals: .h5 .hdf5 .nxs, .fits .fit .fts, .raw.
-// Nothing for another one.
+// By the ending of a name, in small letters or capitals: .h5 .hdf5 .nxs, .fits .fit .fts, .tif
+// .tiff, .ser, .raw. Nothing for another one.
 VXCAMKIT_EXPORT std::optional<RecordFormat> recordFormatOf(const std::string& path);
 // Whether this kit was built with it.
 VXCAMKIT_EXPORT bool isAvailable(RecordFormat format);

@@ -98,7 +98,7 @@ void Recorder::Body::encode()
             RecordedFrame frame{std::move(job->frame), job->index, 0, {}};
             frame.crc = pixelCrc(frame.frame.data(), frame.frame.bytes());
             frame.frame.sum();
-            frame.encoded = kind.encode(frame.frame, options, std::move(spare));
+            frame.encoded = kind.encode(frame, options, std::move(spare));
             std::lock_guard<std::mutex> guard(lock);
             --encoding;
             if (!failure) drafts.emplace(job->index, std::move(frame));
@@ -167,12 +167,16 @@ void Recorder::Body::writeNotes()
 void Recorder::Body::begin(const RecordedFrame& first)
 {
     const FrameFacts& facts = first.frame.facts();
+    if (facts.bits > kind.mostBits) {
+        throw Error(ErrorKind::Usage, path + ": " + nameOf(kind.format) + " files take pixels of " +
+                                          std::to_string(kind.mostBits) + " bits at most");
+    }
     if (!shape) shape = facts;
     std::string name;
     {
         std::lock_guard<std::mutex> guard(lock);
         const int number = static_cast<int>(books.files.size()) + 1;
-        name = fileName(path, number, options.split == 0 ? 1 : 0);
+        name = kind.isMany ? path : fileName(path, number, options.split == 0 ? 1 : 0);
     }
     lastLook = {};
     file = kind.make(name, options, first);

@@ -1,163 +1,18 @@
 // Records of frames, read by others: h5py, h5dump, astropy, fitsverify.
-#include "files_support.h"
-
-#include <vxcamkit/recorder.h>
-
-#include <gmock/gmock.h>
+#include "record_support.h"
 
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
-#include <functional>
 #include <random>
 #include <thread>
 
 using testing::HasSubstr;
 
 namespace vxcam {
-
-namespace {
-
-constexpr std::chrono::seconds kPatience(30);
-
-bool waitUntil(const std::function<bool()>& condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
-// Pixel i of frame n is (n * 31 + i * 7) mod 65536, and of 8 and 32 bits likewise.
-template <class Pixel>
-Frame numbered(int number, int rows, int columns, FrameFacts facts = {})
-{
-    std::vector<Pixel> pixels(static_cast<size_t>(rows) * static_cast<size_t>(columns));
-    for (size_t i = 0; i < pixels.size(); ++i) {
-        pixels[i] = static_cast<Pixel>(static_cast<size_t>(number) * 31 + i * 7);
-    }
-    facts.rows = rows;
-    facts.columns = columns;
-    facts.number = number;
-    facts.times.begin = UtcTime(std::chrono::seconds(1'700'000'000 + number));
-    facts.times.middle = facts.times.begin + std::chrono::milliseconds(5);
-    facts.times.end = facts.times.begin + std::chrono::milliseconds(10);
-    facts.times.uncertainty = std::chrono::microseconds(20);
-    facts.sensorTemperature = -10.5;
-    return frameOf(facts, pixels);
-}
-
-constexpr const char* kReader = R"(
-import sys, json, zlib, warnings
-import numpy as np, h5py
-from astropy.io import fits
-warnings.simplefilter('ignore')
-def pixels(frames, columns):
-    bits = frames[0].dtype.itemsize * 8
-    for n, frame in enumerate(frames):
-        want = ((n + 1) * 31 + np.arange(frame.size, dtype='u8') * 7) % (1 << bits)
-        assert (frame.ravel() == want).all(), ('pixels', n)
-        assert columns['index'][n] == n and columns['number'][n] == n + 1
-        assert columns['crc32'][n] == zlib.crc32(frame.tobytes())
-        assert columns['sum'][n] == want.sum()
-        assert columns['begin_ns'][n] == (1700000001 + n) * 10**9
-        assert columns['end_ns'][n] - columns['begin_ns'][n] == 10**7
-        assert columns['sensor_temperature'][n] == -10.5
-def h5(path):
-    with h5py.File(path, 'r', swmr=True) as file:
-        detector = file['entry/instrument/detector']
-        count = min(detector[name].shape[0] for name in
-                    ('index', 'number', 'crc32', 'sum', 'begin_ns', 'end_ns', 'sensor_temperature'))
-        if count: pixels(detector['data'][:count], {name: detector[name][:count] for name in detector
-            if isinstance(detector[name], h5py.Dataset) and detector[name].ndim == 1})
-        return count, file['entry/record/ended'][()].decode()
-def cube(path):
-    with fits.open(path, memmap=False) as file:
-        data, ended = file[0].data, file[0].header['RECEND']
-        table = file['FRAMES'].data if ended != 'running' else fits.open(path + '.frames')[1].data
-        if data is None: return 0, ended
-        kind = {8: '<u1', 16: '<u2', 32: '<u4'}[file[0].header['BITPIX']]
-        pixels([frame.astype(kind) for frame in data], table)
-        return len(data), ended
-def raw(path):
-    lines = [json.loads(line) for line in open(path + '.jsonl').read().split('\n')[:-1]]
-    first, ended = lines[0], lines[-1].get('ended', 'running')
-    rows = [line for line in lines if 'index' in line]
-    kind = {8: '<u1', 16: '<u2', 32: '<u4'}[first['bits']]
-    size = first['rows'] * first['columns']
-    if rows: pixels([np.fromfile(path, kind, size, offset=row['offset']) for row in rows],
-                    {name: [row[name] for row in rows] for name in rows[0]})
-    return len(rows), ended
-for path in sys.argv[1:]:
-    print(*{'h5': h5, 'fits': cube, 'raw': raw}[path.split('.')[-1]](path))
-)";
-
-// For each file: frames that it has, which are as they should be, and how the record ended.
-std::string readBack(const Folder& folder, const std::vector<std::string>& names)
-{
-    makeTextFile(folder.path("read.py"), kReader);
-    std::string command = "timeout 50 /usr/bin/python3 " + folder.path("read.py");
-    for (const std::string& name : names) {
-        command += " " + folder.path(name);
-    }
-    return Output(command + " 2>&1");
-}
-
-template <class Pixel>
-void record(const std::string& path, int frames, int rows, int columns,
-            const RecordOptions& options = {})
-{
-    Recorder recorder(path, options);
-    for (int i = 1; i <= frames; ++i) {
-        ASSERT_TRUE(recorder.write(numbered<Pixel>(i, rows, columns)));
-    }
-    recorder.finish();
-    EXPECT_EQ(recorder.books().frames, static_cast<uint64_t>(frames));
-    EXPECT_EQ(recorder.books().held, 0u);
-}
-
-std::string verified(const std::string& path)
-{
-    return Output("fitsverify -q " + path + " 2>&1");
-}
-
-} // namespace
-
-TEST(Recorder, KeepsFramesOfAllWidths)
-{
-    const Folder folder;
-    std::vector<std::string> names;
-    std::string expected;
-    for (const std::string name : {"a.h5", "a.fits", "a.raw"}) {
-        record<uint16_t>(folder.path(name), 20, 33, 57);
-        record<uint8_t>(folder.path("8" + name), 7, 5, 3);
-        record<uint32_t>(folder.path("32" + name), 9, 64, 64);
-        names.insert(names.end(), {name, "8" + name, "32" + name});
-        expected += "20 complete\n7 complete\n9 complete\n";
-    }
-    EXPECT_EQ(readBack(folder, names), expected);
-    for (const std::string name : {"a.fits", "8a.fits", "32a.fits"}) {
-        EXPECT_THAT(verified(folder.path(name)), HasSubstr("verification OK"));
-    }
-    EXPECT_FALSE(std::filesystem::exists(folder.path("a.fits.frames")));
-}
-
-TEST(Recorder, CompressesHdf5)
-{
-    const Folder folder;
-    RecordOptions options;
-    options.compression = Compression::Gzip;
-    record<uint16_t>(folder.path("a.h5"), 12, 64, 64, options);
-    EXPECT_EQ(readBack(folder, {"a.h5"}), "12 complete\n");
-    EXPECT_THAT(Output("h5dump -pH -d /entry/data/data " + folder.path("a.h5")),
-                HasSubstr("COMPRESSION DEFLATE"));
-}
 
 TEST(Recorder, RefusesWhatCannotBe)
 {
@@ -180,7 +35,7 @@ TEST(Recorder, ReplacesWithForce)
     const Folder folder;
     RecordOptions force;
     force.force = true;
-    for (const std::string name : {"a.h5", "a.fits", "a.raw"}) {
+    for (const std::string name : {"a.h5", "a.fits", "a.raw", "a.tif", "a.ser"}) {
         record<uint16_t>(folder.path(name), 5, 8, 8);
         record<uint16_t>(folder.path(name), 3, 16, 8, force);
     }
@@ -313,6 +168,8 @@ struct Shared {
 {
     RecordOptions options;
     options.most = 4;
+    const bool isRice = path.find("rice") != std::string::npos;
+    if (isRice) options.compression = Compression::Rice;
     Recorder recorder(path, options);
     for (int i = 1;; ++i) {
         if (!recorder.write(numbered<uint16_t>(i, 24, 40))) ::_exit(1);
@@ -325,7 +182,7 @@ struct Shared {
 
 TEST(Recorder, LeavesAllThatWasFlushedWhenItIsKilled)
 {
-    constexpr int kills = 51;
+    constexpr int kills = 54;
     const Folder folder;
     std::mt19937 random(22);
     std::vector<std::string> names;
@@ -334,7 +191,8 @@ TEST(Recorder, LeavesAllThatWasFlushedWhenItIsKilled)
         ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     ASSERT_NE(shared, MAP_FAILED);
     for (int i = 0; i < kills; ++i) {
-        names.push_back(std::to_string(i) + (i % 3 == 0 ? ".h5" : i % 3 == 1 ? ".fits" : ".raw"));
+        constexpr const char* endings[] = {".h5", ".fits", ".raw", ".tif", ".ser", "rice.fits"};
+        names.push_back(std::to_string(i) + endings[i % 6]);
         shared->flushed = 0;
         const pid_t child = ::fork();
         if (child == 0) recordOn(folder.path(names.back()), shared);
@@ -363,7 +221,7 @@ TEST(Recorder, EndsCleanlyBeforeTheDiskIsFull)
 {
     const Folder folder;
     std::vector<std::string> names;
-    for (const std::string name : {"a.h5", "a.fits", "a.raw"}) {
+    for (const std::string name : {"a.h5", "a.fits", "a.raw", "a.tif", "a.ser"}) {
         const pid_t child = ::fork();
         if (child == 0) {
             const rlimit limit{12'000'000, 12'000'000};

@@ -82,7 +82,7 @@ void tcRecord::Declare(tcCommandLine& line)
     line.Flag("--allow-incomplete", &mbAllowIncomplete,
               "frames of which packets are missing are no failure");
     line.Option("-o,--output", &msOutput, "FILE",
-                "where the frames go; its ending says how: .h5, .fits, .raw")
+                "where the frames go; its ending says how: .h5, .fits, .tif, .ser, .raw")
         .Required();
     line.Option("--compress", &msCompress, "HOW", "none, gzip or rice")
         .OneOf({"none", "gzip", "rice"});

@@ -1,0 +1,93 @@
+#include "containers/frame_table.h"
+
+#include "containers/fits_table.h"
+#include "files/fits_header.h"
+#include "files/fits_pixels.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+
+namespace vxcam {
+
+namespace {
+
+constexpr size_t kMostEvents = 10000; // that are kept
+constexpr uint64_t kEventBytes = 256; // of one in the table, at most
+constexpr size_t kPiece = size_t{1} << 20U;
+
+} // namespace
+
+void RunningSum::add(const void* bytes, size_t count)
+{
+    const size_t whole = count / 4 * 4;
+    uint32_t sum = fitsSum(bytes, whole);
+    if (whole < count) {
+        unsigned char last[4] = {0, 0, 0, 0};
+        std::memcpy(last, static_cast<const char*>(bytes) + whole, count - whole);
+        sum = addFitsSums(sum, fitsSum(last, sizeof last));
+    }
+    // What begins within a word has its bytes at other places there.
+    const auto shift = static_cast<unsigned>(count_ % 4 * 8);
+    if (shift > 0) sum = sum >> shift | sum << (32 - shift);
+    sum_ = addFitsSums(sum_, sum);
+    count_ += count;
+}
+
+FrameTable::FrameTable(const std::string& path, bool force) : file_(path + ".frames", force)
+{
+    FitsHeader primary;
+    primary.logical("SIMPLE", true, "a FITS file");
+    primary.whole("BITPIX", 8, "without an image");
+    primary.whole("NAXIS", 0, "");
+    primary.logical("EXTEND", true, "a table follows");
+    const std::string start = primary.finish(0);
+    start_ = start.size();
+    file_.append(start + frameTableHeader(0, 0));
+    file_.flush();
+}
+
+void FrameTable::add(const RecordedFrame& frame)
+{
+    const std::string row = frameTableRow(frame);
+    sum_.add(row.data(), row.size());
+    file_.append(row);
+    ++rows_;
+}
+
+void FrameTable::note(const Event& event)
+{
+    if (events_.size() < kMostEvents) events_.push_back(event);
+}
+
+void FrameTable::flush()
+{
+    file_.flush(kFitsBlock);
+    const std::string header = frameTableHeader(rows_, sum_.sum());
+    file_.rewrite(start_, header.data(), header.size());
+}
+
+void FrameTable::appendTo(AppendFile* record)
+{
+    flush();
+    std::ifstream in(file_.path(), std::ios::binary);
+    in.seekg(static_cast<std::streamoff>(start_));
+    std::string piece(kPiece, '\0');
+    while (in.read(piece.data(), static_cast<std::streamsize>(piece.size())) || in.gcount() > 0) {
+        record->append(piece.data(), static_cast<size_t>(in.gcount()));
+    }
+    if (!events_.empty()) record->append(eventTable(events_));
+}
+
+void FrameTable::remove()
+{
+    ::unlink(file_.path().c_str());
+}
+
+uint64_t FrameTable::closingBytes() const
+{
+    return file_.size() + events_.size() * kEventBytes + 8 * kFitsBlock;
+}
+
+} // namespace vxcam
