@@ -1,0 +1,95 @@
+#include "cameras/lease.h"
+
+#include "http/http_message.h"
+
+#include <vxcamkit/frame_times.h>
+
+#include <random>
+
+namespace vxcam {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+std::string makeKey()
+{
+    static const char* const digits = "0123456789abcdef";
+    std::random_device chance;
+    std::string key;
+    for (int i = 0; i < 32; ++i) {
+        key += digits[chance() % 16];
+    }
+    return key;
+}
+
+} // namespace
+
+bool Lease::isHeld() const
+{
+    return !key_.empty() && SteadyClock::now() - used_ < time_;
+}
+
+void Lease::refuse() const
+{
+    throw Refusal(423, "lease-held",
+                  "'" + holder_ + "' controls this camera; take the lease over to do so yourself");
+}
+
+std::string Lease::take(const std::string& holder, const std::string& key, bool fromOthers)
+{
+    std::string before;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (isHeld()) {
+            if (key == key_) {
+                used_ = SteadyClock::now();
+                return key_;
+            }
+            if (!fromOthers) refuse();
+            before = holder_;
+        }
+        key_ = makeKey();
+        holder_ = holder;
+        since_ = utcText(std::chrono::system_clock::now());
+        used_ = SteadyClock::now();
+        Json facts;
+        facts["holder"] = holder;
+        if (!before.empty()) facts["from"] = before;
+        events_.post("lease", facts);
+        return key_;
+    }
+}
+
+void Lease::giveBack(const std::string& key)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!isHeld()) return;
+    if (key != key_) refuse();
+    key_.clear();
+    events_.post("lease", {{"holder", nullptr}});
+}
+
+void Lease::require(const std::string& key)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!isHeld()) return;
+    if (key != key_) refuse();
+    used_ = SteadyClock::now();
+}
+
+void Lease::renew(const std::string& key)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (isHeld() && key == key_) used_ = SteadyClock::now();
+}
+
+Lease::State Lease::state() const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!isHeld()) return {};
+    const auto left = time_ - (SteadyClock::now() - used_);
+    return {true, holder_, since_, std::chrono::duration_cast<std::chrono::milliseconds>(left)};
+}
+
+} // namespace vxcam

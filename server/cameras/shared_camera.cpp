@@ -1,0 +1,188 @@
+#include "cameras/shared_camera.h"
+
+#include <vxcamkit/property.h>
+
+#include <iterator>
+#include <utility>
+
+namespace vxcam {
+
+namespace {
+
+constexpr std::chrono::seconds kBetweenAttempts{2};
+
+} // namespace
+
+SharedCamera::SharedCamera(int number, const Target& target, const SharingOptions& options)
+    : number_(number), target_(target), lease_(events_, options.leaseTime),
+      trouble_(Error(ErrorKind::NotFound, target.text() + ": not opened yet")),
+      exposures_([this] { return camera(); }, events_, feed_, options.keptBytes),
+      opener_([this] { keepOpen(); })
+{}
+
+SharedCamera::~SharedCamera()
+{
+    end();
+}
+
+void SharedCamera::keepOpen()
+{
+    std::unique_lock<std::mutex> guard(mutex_);
+    while (!isEnding_ && !camera_) {
+        guard.unlock();
+        std::shared_ptr<Camera> opened;
+        std::optional<Error> trouble;
+        try {
+            opened = std::make_shared<Camera>(Camera::open(target_));
+        } catch (const Error& error) {
+            trouble = error;
+        }
+        Subscription subscription;
+        if (opened) subscription = opened->onEvent([this](const Event& event) { heard(event); });
+        guard.lock();
+        if (opened) {
+            camera_ = opened;
+            subscription_ = std::move(subscription);
+            isLinkUp_ = true;
+            trouble_.reset();
+            guard.unlock();
+            changed_.notify_all();
+            events_.post("opened", {{"address", opened->address()}});
+            return;
+        }
+        const bool isNews = !trouble_ || std::string(trouble_->what()) != trouble->what();
+        trouble_ = trouble;
+        if (isNews) events_.post("not-open", {{"text", trouble->what()}});
+        changed_.notify_all();
+        changed_.wait_for(guard, kBetweenAttempts, [this] { return isEnding_; });
+    }
+}
+
+void SharedCamera::heard(const Event& event)
+{
+    Json facts = Json::object();
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        switch (event.kind) {
+        case EventKind::Heartbeat:
+            temperatures_ = ToldTemperatures{event.sensorTemperature, event.boardTemperature};
+            facts = {{"sensor_temperature", event.sensorTemperature},
+                     {"board_temperature", event.boardTemperature}};
+            break;
+        case EventKind::LinkLost:
+            isLinkUp_ = false;
+            temperatures_.reset();
+            forgetTold();
+            break;
+        case EventKind::LinkRestored:
+            isLinkUp_ = true;
+            break;
+        case EventKind::SettingsRestored:
+        case EventKind::CameraError:
+            forgetTold();
+            break;
+        case EventKind::RestoreAsked:
+        case EventKind::ReadoutEnded:
+        case EventKind::Message:
+            break;
+        }
+    }
+    if (event.code != 0) facts["code"] = event.code;
+    if (event.subCode != 0) facts["sub_code"] = event.subCode;
+    if (event.readout != 0) facts["readout"] = event.readout;
+    if (!event.text.empty()) facts["text"] = event.text;
+    events_.post(nameOf(event.kind), facts);
+}
+
+std::shared_ptr<Camera> SharedCamera::camera() const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (isEnding_) throw Error(ErrorKind::Aborted, target_.text() + ": the server ends");
+    if (!camera_) throw Error(*trouble_);
+    return camera_;
+}
+
+bool SharedCamera::waitUntilOpen(std::chrono::milliseconds most) const
+{
+    std::unique_lock<std::mutex> guard(mutex_);
+    return changed_.wait_for(guard, most, [this] { return camera_ != nullptr; });
+}
+
+bool SharedCamera::isLinkUp() const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    return isLinkUp_;
+}
+
+std::optional<ToldTemperatures> SharedCamera::temperatures() const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    return temperatures_;
+}
+
+void SharedCamera::tell(const std::string& name, const Value& value)
+{
+    const Property& property = *findProperty(name).property;
+    if (property.nature != Nature::Setting) return;
+    std::lock_guard<std::mutex> guard(mutex_);
+    told_[name] = value;
+}
+
+Value SharedCamera::get(const std::string& name)
+{
+    Value value = camera()->get(name);
+    tell(name, value);
+    return value;
+}
+
+std::optional<Value> SharedCamera::told(const std::string& name) const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = told_.find(name);
+    if (found == told_.end()) return {};
+    return found->second;
+}
+
+Value SharedCamera::known(const std::string& name)
+{
+    const std::optional<Value> value = told(name);
+    return value ? *value : get(name);
+}
+
+Value SharedCamera::set(const std::string& name, const Value& value)
+{
+    Value taken = camera()->set(name, value);
+    tell(name, taken);
+    events_.post("property", {{"name", name}, {"value", Json::parse(taken.json())}});
+    return taken;
+}
+
+// What can be asked for is asked for again; the rest is what was set last, which the kit sends
+// again by itself.
+void SharedCamera::forgetTold()
+{
+    for (auto entry = told_.begin(); entry != told_.end();) {
+        const bool isAsked = findProperty(entry->first).property->isReadable();
+        entry = isAsked ? told_.erase(entry) : std::next(entry);
+    }
+}
+
+void SharedCamera::end()
+{
+    exposures_.end();
+    std::shared_ptr<Camera> open;
+    Subscription subscription;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        isEnding_ = true;
+        open = camera_;
+        std::swap(subscription, subscription_);
+    }
+    changed_.notify_all();
+    events_.end();
+    if (opener_.joinable()) opener_.join();
+    subscription.end();
+    if (open) open->close();
+}
+
+} // namespace vxcam

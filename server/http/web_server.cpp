@@ -1,0 +1,315 @@
+#include "http/web_server.h"
+
+#include "http/crew.h"
+
+#include <vxcamkit/error.h>
+
+#include <civetweb.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <utility>
+
+namespace vxcam {
+
+namespace {
+
+constexpr size_t kMostCrew = 128;
+constexpr const char* kRequestMilliseconds =
+    "10000"; // to send a request, or to take some of an answer
+constexpr const char* kIdleMilliseconds = "30000";
+constexpr const char* kMostHead = "16384"; // bytes of request line and headers
+constexpr const char* kQueue = "4096";     // connections that wait for a thread
+constexpr size_t kErrorText = 256;
+
+bool writeAll(mg_connection* connection, const char* data, size_t size)
+{
+    constexpr size_t kMostPiece = size_t{1} << 30; // its own counts are ints
+    while (size > 0) {
+        const size_t piece = std::min(size, kMostPiece);
+        const int sent = mg_write(connection, data, piece);
+        if (sent <= 0) return false;
+        data += sent;
+        size -= static_cast<size_t>(sent);
+    }
+    return true;
+}
+
+bool writeAll(mg_connection* connection, const std::string& text)
+{
+    return writeAll(connection, text.data(), text.size());
+}
+
+HttpRequest requestOf(const mg_connection* connection)
+{
+    const mg_request_info* const info = mg_get_request_info(connection);
+    const auto text = [](const char* part) { return std::string(part != nullptr ? part : ""); };
+    HttpRequest request;
+    request.method = text(info->request_method);
+    request.path = text(info->local_uri);
+    request.query = text(info->query_string);
+    request.remote = info->remote_addr;
+    for (int i = 0; i < info->num_headers; ++i) {
+        request.headers.emplace_back(text(info->http_headers[i].name),
+                                     text(info->http_headers[i].value));
+    }
+    return request;
+}
+
+class MessageWriter : public SocketWriter
+{
+public:
+    explicit MessageWriter(mg_connection* connection) : connection_(connection) {}
+
+    bool text(const std::string& message) override
+    {
+        return write(MG_WEBSOCKET_OPCODE_TEXT, message.data(), message.size());
+    }
+    bool binary(const void* data, size_t size) override
+    {
+        return write(MG_WEBSOCKET_OPCODE_BINARY, static_cast<const char*>(data), size);
+    }
+    void end() override
+    {
+        constexpr std::array<char, 2> kGoingAway{0x03, static_cast<char>(0xE9)};
+        write(MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE, kGoingAway.data(), kGoingAway.size());
+    }
+
+private:
+    bool write(int opcode, const char* data, size_t size)
+    {
+        return mg_websocket_write(connection_, opcode, data, size) > 0;
+    }
+
+    mg_connection* connection_;
+};
+
+struct OpenSocket {
+    explicit OpenSocket(mg_connection* connection) : writer(connection) {}
+
+    MessageWriter writer;
+    std::unique_ptr<Socket> socket;
+};
+
+} // namespace
+
+struct WebServer::Body {
+    explicit Body(WebHandlers served) : handlers(std::move(served)), crew(kMostCrew) {}
+
+    int serve(mg_connection* connection);
+    HttpResponse answer(mg_connection* connection, HttpRequest* request);
+    bool readBody(mg_connection* connection, std::string* body) const;
+    void send(mg_connection* connection, const HttpRequest& request, const HttpResponse& response,
+              bool withBody);
+    void open(mg_connection* connection);
+
+    const WebHandlers handlers;
+    Crew crew;
+    std::atomic<bool> isEnding{false};
+    mg_context* context = nullptr;
+    int port = 0;
+};
+
+// False when it is too long.
+bool WebServer::Body::readBody(mg_connection* connection, std::string* body) const
+{
+    std::string piece(4096, '\0');
+    for (;;) {
+        const int count = mg_read(connection, piece.data(), piece.size());
+        if (count <= 0) return true;
+        if (body->size() + static_cast<size_t>(count) > kMostBody) return false;
+        body->append(piece, 0, static_cast<size_t>(count));
+    }
+}
+
+HttpResponse WebServer::Body::answer(mg_connection* connection, HttpRequest* request)
+{
+    const auto refusal = [](int status, const std::string& text) {
+        HttpResponse response;
+        response.status = status;
+        response.body = text + "\n";
+        response.endsConnection = true;
+        return response;
+    };
+    const long long length = mg_get_request_info(connection)->content_length;
+    const std::string* const coding = request->header("Transfer-Encoding");
+    if (coding != nullptr) return refusal(411, "a body needs a Content-Length here");
+    if (length > static_cast<long long>(kMostBody)) {
+        return refusal(413, "a body has at most 65536 bytes here");
+    }
+    if (length > 0) {
+        const std::string* const expected = request->header("Expect");
+        if (expected != nullptr && equalsIgnoringCase(*expected, "100-continue")) {
+            writeAll(connection, "HTTP/1.1 100 Continue\r\n\r\n");
+        }
+        if (!readBody(connection, &request->body)) return refusal(413, "the body is too long");
+        if (request->body.size() != static_cast<size_t>(length)) {
+            return refusal(408, "the body did not come in time");
+        }
+    }
+    HttpResponse response;
+    crew.run([&] { response = handlers.request(*request); });
+    return response;
+}
+
+void WebServer::Body::send(mg_connection* connection, const HttpRequest& request,
+                           const HttpResponse& response, bool withBody)
+{
+    const char* const body = response.held ? response.data : response.body.data();
+    const size_t size = response.held ? response.size : response.body.size();
+    const bool isEndless = static_cast<bool>(response.stream);
+    const std::string* const wish = request.header("Connection");
+    const bool isLast = response.endsConnection || isEndless || isEnding ||
+                        (wish != nullptr && equalsIgnoringCase(*wish, "close"));
+    if (isLast) mg_disable_connection_keep_alive(connection);
+    std::string head = "HTTP/1.1 " + std::to_string(response.status) + " " +
+                       mg_get_response_code_text(connection, response.status) + "\r\n";
+    const auto add = [&head](const std::string& name, const std::string& value) {
+        head.append(name).append(": ").append(value).append("\r\n");
+    };
+    add("Content-Type", response.type);
+    if (!isEndless) add("Content-Length", std::to_string(size));
+    add("Connection", isLast ? "close" : "keep-alive");
+    add("Cache-Control", "no-store");
+    add("X-Content-Type-Options", "nosniff");
+    for (const auto& [name, value] : response.headers) {
+        add(name, value);
+    }
+    head += "\r\n";
+    if (size < 4096 && withBody && !isEndless) { // together, so that no client waits twice
+        writeAll(connection, head.append(body, size));
+        return;
+    }
+    if (!writeAll(connection, head) || !withBody) return;
+    if (isEndless) {
+        response.stream([&](const std::string& text) {
+            return !isEnding && (text.empty() || writeAll(connection, text));
+        });
+    } else {
+        writeAll(connection, body, size);
+    }
+}
+
+// The status, or 0 where a WebSocket shall be opened.
+int WebServer::Body::serve(mg_connection* connection)
+{
+    HttpRequest request = requestOf(connection);
+    const std::string* const upgrade = request.header("Upgrade");
+    if (upgrade != nullptr && equalsIgnoringCase(*upgrade, "websocket")) {
+        HttpResponse response;
+        crew.run([&] { response = handlers.upgrade(request); });
+        if (response.status < 400 && !isEnding) return 0;
+        response.endsConnection = true;
+        send(connection, request, response, true);
+        return response.status;
+    }
+    const bool isHead = request.method == "HEAD";
+    if (isHead) request.method = "GET";
+    const HttpResponse response = answer(connection, &request);
+    send(connection, request, response, !isHead);
+    return response.status;
+}
+
+void WebServer::Body::open(mg_connection* connection)
+{
+    auto opened = std::make_unique<OpenSocket>(connection);
+    const HttpRequest request = requestOf(connection);
+    crew.run([&] { opened->socket = handlers.open(request, opened->writer); });
+    mg_set_user_connection_data(connection, opened.release());
+}
+
+WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
+    : body_(std::make_unique<Body>(std::move(handlers)))
+{
+    const bool isSecret = !options.certificate.empty();
+    // What it needs of OpenSSL is looked for now: a library that lacks it must not lead to plain
+    // HTTP.
+    const unsigned wanted = isSecret ? MG_FEATURES_TLS : MG_FEATURES_DEFAULT;
+    if ((mg_init_library(wanted) & wanted) != wanted) {
+        throw Error(ErrorKind::Usage, "--tls: the web library here finds no OpenSSL that fits it");
+    }
+    const std::string listen =
+        options.address + ":" + std::to_string(options.port) + (isSecret ? "s" : "");
+    const std::string threads = std::to_string(options.connections);
+    std::vector<const char*> settings{"listening_ports",
+                                      listen.c_str(),
+                                      "num_threads",
+                                      threads.c_str(),
+                                      "enable_keep_alive",
+                                      "yes",
+                                      "keep_alive_timeout_ms",
+                                      kIdleMilliseconds,
+                                      "request_timeout_ms",
+                                      kRequestMilliseconds,
+                                      "tcp_nodelay",
+                                      "1",
+                                      "max_request_size",
+                                      kMostHead,
+                                      "connection_queue",
+                                      kQueue,
+                                      "listen_backlog",
+                                      kQueue,
+                                      "websocket_timeout_ms",
+                                      kIdleMilliseconds,
+                                      "enable_websocket_ping_pong",
+                                      "yes"};
+    if (isSecret) {
+        settings.insert(settings.end(), {"ssl_certificate", options.certificate.c_str(),
+                                         "ssl_protocol_version", "4"});
+    }
+    settings.push_back(nullptr);
+    mg_callbacks callbacks{};
+    callbacks.begin_request = [](mg_connection* connection) {
+        return static_cast<Body*>(mg_get_user_data(mg_get_context(connection)))->serve(connection);
+    };
+    callbacks.log_message = [](const mg_connection*, const char*) { return 1; }; // may tell secrets
+    mg_init_data start{&callbacks, body_.get(), settings.data()};
+    std::array<char, kErrorText> text{};
+    mg_error_data error{};
+    error.text = text.data();
+    error.text_buffer_size = text.size();
+    body_->context = mg_start2(&start, &error);
+    if (body_->context == nullptr) {
+        throw Error(ErrorKind::Usage, "cannot listen on " + options.address + ":" +
+                                          std::to_string(options.port) + ": " + text.data());
+    }
+    mg_set_websocket_handler(
+        body_->context, "/**", [](const mg_connection*, void*) { return 0; },
+        [](mg_connection* connection, void* body) { static_cast<Body*>(body)->open(connection); },
+        [](mg_connection* connection, int bits, char* data, size_t size, void*) {
+            auto* const opened = static_cast<OpenSocket*>(mg_get_user_connection_data(connection));
+            const int opcode = bits & 0xF;
+            if (opened == nullptr || size > kMostBody) return 0;
+            if (opcode == MG_WEBSOCKET_OPCODE_TEXT) opened->socket->message({data, size});
+            return opcode == MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE ? 0 : 1;
+        },
+        [](const mg_connection* connection, void*) {
+            delete static_cast<OpenSocket*>(mg_get_user_connection_data(connection));
+        },
+        body_.get());
+    std::array<mg_server_port, 2> ports{};
+    mg_get_server_ports(body_->context, static_cast<int>(ports.size()), ports.data());
+    body_->port = ports[0].port;
+}
+
+WebServer::~WebServer()
+{
+    stop();
+}
+
+int WebServer::port() const
+{
+    return body_->port;
+}
+
+void WebServer::stop()
+{
+    body_->isEnding = true;
+    if (body_->context == nullptr) return;
+    mg_stop(body_->context);
+    body_->context = nullptr;
+    mg_exit_library();
+}
+
+} // namespace vxcam

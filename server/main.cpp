@@ -1,0 +1,9 @@
+#include "server_program.h"
+
+// The program opens no port but its own.
+extern "C" const int VXNoDebugServices = 1;
+
+int main(int argc, char** argv)
+{
+    return vxcam::runServer(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+}

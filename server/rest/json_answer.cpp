@@ -1,0 +1,119 @@
+#include "rest/json_answer.h"
+
+#include <limits>
+#include <utility>
+
+namespace vxcam {
+
+namespace {
+
+constexpr int kMostDepth = 16;
+
+Json errorOf(const std::string& kind, const std::string& text)
+{
+    return {{"kind", kind}, {"text", text}};
+}
+
+} // namespace
+
+HttpResponse jsonAnswer(const Json& json, int status)
+{
+    HttpResponse response;
+    response.status = status;
+    response.type = "application/json";
+    response.body = textOf(json) + "\n";
+    return response;
+}
+
+Json errorJson(const Error& error)
+{
+    Json json = errorOf(error.row().name, error.what());
+    json["code"] = error.code();
+    json["sub_code"] = error.subCode();
+    return json;
+}
+
+HttpResponse errorAnswer(const Error& error)
+{
+    return jsonAnswer({{"error", errorJson(error)}}, error.row().http);
+}
+
+HttpResponse errorAnswer(const Refusal& refusal)
+{
+    HttpResponse response =
+        jsonAnswer({{"error", errorOf(refusal.kind(), refusal.what())}}, refusal.status());
+    response.headers = refusal.headers();
+    return response;
+}
+
+Json bodyObject(const HttpRequest& request)
+{
+    if (request.body.empty()) return Json::object();
+    const std::string* const type = request.header("Content-Type");
+    if (type != nullptr && type->rfind("application/json", 0) != 0) {
+        throw Refusal(415, "media-type", "the body must be application/json");
+    }
+    const auto limit = [](int depth, Json::parse_event_t, Json&) {
+        if (depth > kMostDepth) throw Refusal(400, "usage", "the body is nested too deeply");
+        return true;
+    };
+    try {
+        Json json = Json::parse(request.body, limit);
+        if (json.is_object()) return json;
+    } catch (const Json::exception&) {
+        // Told below.
+    }
+    throw Refusal(400, "usage", "the body is no JSON object");
+}
+
+int intOf(const std::string& name, const Json& json)
+{
+    if (json.is_number_integer()) {
+        const auto number = json.get<int64_t>();
+        const bool isHuge = json.is_number_unsigned() && number < 0;
+        if (!isHuge && number >= std::numeric_limits<int>::min() &&
+            number <= std::numeric_limits<int>::max()) {
+            return static_cast<int>(number);
+        }
+    }
+    throw Error(ErrorKind::Usage, name + ": a whole number is needed");
+}
+
+Json Members::take(const std::string& name)
+{
+    const auto found = left_.find(name);
+    if (found == left_.end()) return nullptr;
+    Json value = std::move(*found);
+    left_.erase(found);
+    return value;
+}
+
+std::string Members::takeText(const std::string& name, const std::string& otherwise)
+{
+    const Json value = take(name);
+    if (value.is_null()) return otherwise;
+    if (!value.is_string()) throw Error(ErrorKind::Usage, name + ": a text is needed");
+    return value.get<std::string>();
+}
+
+int Members::takeInt(const std::string& name, int otherwise)
+{
+    const Json value = take(name);
+    return value.is_null() ? otherwise : intOf(name, value);
+}
+
+bool Members::takeBool(const std::string& name, bool otherwise)
+{
+    const Json value = take(name);
+    if (value.is_null()) return otherwise;
+    if (!value.is_boolean()) throw Error(ErrorKind::Usage, name + ": true or false is needed");
+    return value.get<bool>();
+}
+
+void Members::requireEmpty() const
+{
+    if (left_.empty()) return;
+    throw Error(ErrorKind::Usage, "'" + left_.begin().key() + "' is unknown here");
+}
+
+} // namespace vxcam

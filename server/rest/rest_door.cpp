@@ -1,0 +1,254 @@
+#include "rest/rest_door.h"
+
+#include "rest/json_answer.h"
+#include "rest/openapi.h"
+#include "rest/property_json.h"
+#include "rest/rest_exposures.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace vxcam {
+
+namespace {
+
+constexpr std::chrono::seconds kBetweenSigns{15};
+constexpr std::chrono::milliseconds kLook{250};
+
+Json leaseJson(const Lease::State& lease)
+{
+    if (!lease.isHeld) return {{"held", false}};
+    return {{"held", true},
+            {"holder", lease.holder},
+            {"since", lease.since},
+            {"left", std::chrono::duration<double>(lease.left).count()}};
+}
+
+Json cameraJson(SharedCamera& camera)
+{
+    Json json;
+    json["id"] = camera.number();
+    json["target"] = camera.target();
+    json["link"] = camera.isLinkUp();
+    try {
+        const std::shared_ptr<Camera> open = camera.camera();
+        json["open"] = true;
+        json["address"] = open->address();
+        json["name"] = open->identity().name;
+        json["serial"] = open->identity().serial;
+        json["version"] = open->identity().version;
+        json["columns"] = open->sensor().columns;
+        json["rows"] = open->sensor().rows;
+    } catch (const Error& error) {
+        json["open"] = false;
+        json["trouble"] = errorJson(error);
+    }
+    const auto temperatures = camera.temperatures();
+    json["sensor_temperature"] = temperatures ? Json(temperatures->sensor) : Json();
+    json["board_temperature"] = temperatures ? Json(temperatures->board) : Json();
+    json["lease"] = leaseJson(camera.lease().state());
+    const auto running = camera.exposures().running();
+    json["exposure"] = running ? Json(running->id) : Json();
+    return json;
+}
+
+// All that is listed and can be read, asked for now.
+HttpResponse answerProperties(const HttpRequest& request, SharedCamera& camera)
+{
+    requireMethod(request, "GET");
+    const std::shared_ptr<Camera> open = camera.camera();
+    Json json = Json::object();
+    for (const Property& property : properties()) {
+        if (!property.isReadable() || !property.isListed || property.key != nullptr) continue;
+        std::string why;
+        const std::optional<Value> value = open->tryGet(property.name, &why);
+        if (value) {
+            json[property.name] = {{"value", Json::parse(value->json())}, {"text", value->text()}};
+        } else {
+            json[property.name] = {{"trouble", why}};
+        }
+    }
+    return jsonAnswer(json);
+}
+
+HttpResponse answerProperty(const HttpRequest& request, SharedCamera& camera,
+                            const std::string& text)
+{
+    requireMethod(request, "GET, PUT");
+    const PropertyName name = [&] {
+        try {
+            return findProperty(text);
+        } catch (const Error& error) {
+            throw Refusal(404, error.row().name, error.what());
+        }
+    }();
+    if (request.method == "GET") return jsonAnswer(valueJson(text, camera.get(text)));
+    camera.lease().require(leaseKeyOf(request));
+    Members members(bodyObject(request));
+    const Json value = members.take("value");
+    members.requireEmpty();
+    if (value.is_null() && !name.property->shape.mayBeNone) {
+        throw Error(ErrorKind::Usage, "the body needs a \"value\"");
+    }
+    const Shape& shape = name.property->shape;
+    return jsonAnswer(valueJson(text, camera.set(text, parsedJson(text, shape, textOf(value)))));
+}
+
+HttpResponse answerLease(const HttpRequest& request, SharedCamera& camera)
+{
+    requireMethod(request, "GET, POST, DELETE");
+    Lease& lease = camera.lease();
+    const std::string key = leaseKeyOf(request);
+    if (request.method == "DELETE") lease.giveBack(key);
+    if (request.method != "POST") return jsonAnswer(leaseJson(lease.state()));
+    Members members(bodyObject(request));
+    const std::string holder = members.takeText("holder", request.remote);
+    const bool fromOthers = members.takeBool("take", false);
+    members.requireEmpty();
+    constexpr size_t kMostName = 100;
+    if (holder.empty() || holder.size() > kMostName) {
+        throw Error(ErrorKind::Usage, "holder: 1 to 100 bytes");
+    }
+    const std::string taken = lease.take(holder, key, fromOthers);
+    Json json = leaseJson(lease.state());
+    json["key"] = taken;
+    return jsonAnswer(json);
+}
+
+// Server-sent events.
+HttpResponse answerEvents(const HttpRequest& request, SharedCamera& camera)
+{
+    requireMethod(request, "GET");
+    uint64_t last = camera.events().last();
+    const std::string* const header = request.header("Last-Event-ID");
+    const std::string since = header != nullptr ? *header : queryValue(request, "since");
+    if (!since.empty()) {
+        const auto [end, error] = std::from_chars(since.data(), since.data() + since.size(), last);
+        if (error != std::errc() || end != since.data() + since.size()) {
+            throw Error(ErrorKind::Usage, "since: the number of an event is needed");
+        }
+    }
+    HttpResponse response;
+    response.type = "text/event-stream";
+    response.stream = [&camera, last](const Outlet& outlet) {
+        uint64_t seen = last;
+        auto told = std::chrono::steady_clock::now();
+        if (!outlet(": events of camera " + std::to_string(camera.number()) + "\n\n")) return;
+        for (;;) {
+            std::string text;
+            for (const LoggedEvent& event : camera.events().after(seen, kLook)) {
+                text += "id: " + std::to_string(event.id) + "\nevent: " + event.kind +
+                        "\ndata: " + event.text + "\n\n";
+                seen = event.id;
+            }
+            const auto now = std::chrono::steady_clock::now();
+            if (text.empty() && now - told >= kBetweenSigns) text = ": still here\n\n";
+            if (!text.empty()) told = now;
+            if (!outlet(text)) return;
+        }
+    };
+    return response;
+}
+
+} // namespace
+
+void requireMethod(const HttpRequest& request, const std::string& allowed)
+{
+    for (size_t begin = 0; begin < allowed.size(); begin += 2) {
+        const size_t end = std::min(allowed.find(", ", begin), allowed.size());
+        if (request.method == allowed.substr(begin, end - begin)) return;
+        begin = end;
+    }
+    throw Refusal(405, "wrong-method", "here are only " + allowed, {{"Allow", allowed}});
+}
+
+void refusePath(const std::string& path)
+{
+    throw Refusal(404, "unknown-path", "there is nothing at " + path);
+}
+
+std::string leaseKeyOf(const HttpRequest& request)
+{
+    const std::string* const key = request.header("X-Lease");
+    return key != nullptr ? *key : "";
+}
+
+std::string queryValue(const HttpRequest& request, const std::string& name)
+{
+    for (const auto& [key, value] : parsedForm(request.query)) {
+        if (key == name) return value;
+    }
+    return "";
+}
+
+SharedCamera& RestDoor::cameraOf(const std::vector<std::string>& parts) const
+{
+    constexpr size_t kPlace = 3;
+    const std::string text = parts.size() > kPlace ? parts[kPlace] : "";
+    for (const auto& camera : cameras_) {
+        if (text == std::to_string(camera->number())) return *camera;
+    }
+    throw Refusal(404, "unknown-camera", "there is no camera '" + text + "'");
+}
+
+HttpResponse RestDoor::answerCamera(const HttpRequest& request, SharedCamera& camera,
+                                    const std::vector<std::string>& rest) const
+{
+    camera.lease().renew(leaseKeyOf(request));
+    if (rest.empty()) {
+        requireMethod(request, "GET");
+        return jsonAnswer(cameraJson(camera));
+    }
+    const bool isAlone = rest.size() == 1;
+    if (rest[0] == "properties" && isAlone) return answerProperties(request, camera);
+    if (rest[0] == "properties" && rest.size() == 2) {
+        return answerProperty(request, camera, rest[1]);
+    }
+    if (rest[0] == "exposures") {
+        return answerExposures(request, camera, {rest.begin() + 1, rest.end()}, version_);
+    }
+    if (rest[0] == "lease" && isAlone) return answerLease(request, camera);
+    if (rest[0] == "events" && isAlone) return answerEvents(request, camera);
+    refusePath(request.path);
+}
+
+bool RestDoor::isMine(const std::string& path)
+{
+    const std::vector<std::string> parts = pathParts(path);
+    if (parts.size() < 3 || parts[0] != "api" || parts[1] != "v1") return false;
+    return parts[2] == "cameras" || parts[2] == "properties" || parts[2] == "openapi.json";
+}
+
+HttpResponse RestDoor::answer(const HttpRequest& request) const
+{
+    const std::vector<std::string> parts = pathParts(request.path); // api, v1, ...
+    const std::string what = parts.size() > 2 ? parts[2] : "";
+    constexpr size_t kCameraParts = 4;
+    if (what == "cameras" && parts.size() >= kCameraParts) {
+        return answerCamera(request, cameraOf(parts), {parts.begin() + kCameraParts, parts.end()});
+    }
+    if (parts.size() != 3) refusePath(request.path);
+    if (what == "cameras") {
+        requireMethod(request, "GET");
+        Json json = Json::array();
+        for (const auto& camera : cameras_) {
+            json.push_back(cameraJson(*camera));
+        }
+        return jsonAnswer({{"cameras", json}, {"server", version_}});
+    }
+    if (what == "properties") {
+        requireMethod(request, "GET");
+        Json json = Json::array();
+        for (const Property& property : properties()) {
+            json.push_back(propertyJson(property));
+        }
+        return jsonAnswer({{"properties", json}});
+    }
+    if (what == "openapi.json") {
+        requireMethod(request, "GET");
+        return jsonAnswer(openApiDocument(version_));
+    }
+    refusePath(request.path);
+}
+
+} // namespace vxcam

@@ -1,0 +1,152 @@
+#include "server_options.h"
+
+#include "http/guard.h"
+
+#include <vxcamkit/error.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <set>
+
+namespace vxcam {
+
+namespace {
+
+constexpr const char* kExamples =
+    "Examples:\n"
+    "  vxcamd sim                          a simulated camera, at http://127.0.0.1:8080\n"
+    "  vxcamd 192.168.1.20:2000 serial:17  two cameras\n"
+    "  vxcamd serial:17 --listen 0.0.0.0:8080 --token-file /etc/vxcamd.token\n";
+
+int portOf(const std::string& text)
+{
+    constexpr int kMost = 65535;
+    int port = -1;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error != std::errc() || end != text.data() + text.size() || port < 0 || port > kMost) {
+        throw Error(ErrorKind::Usage, "--listen: '" + text + "' is no port");
+    }
+    return port;
+}
+
+// "127.0.0.1:8080", "[::1]:8080", "8080"
+void parseListen(const std::string& text, WebOptions* web)
+{
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos) {
+        web->port = portOf(text);
+        return;
+    }
+    web->address = text.substr(0, colon);
+    web->port = portOf(text.substr(colon + 1));
+    if (web->address == "localhost") web->address = "127.0.0.1";
+    if (web->address.empty()) throw Error(ErrorKind::Usage, "--listen: ADDRESS:PORT is needed");
+}
+
+void parseTls(const std::string& text, ServerOptions* options)
+{
+    const size_t comma = text.find(',');
+    if (comma == std::string::npos) throw Error(ErrorKind::Usage, "--tls: CERT,KEY are needed");
+    options->certificate = text.substr(0, comma);
+    options->key = text.substr(comma + 1);
+}
+
+struct Words {
+    std::vector<std::string> targets;
+    std::string listen = "127.0.0.1:8080", tokenFile, tls, atEnd = "abort";
+    double leaseSeconds = 60, keptMegabytes = 256, pixelSize = 0;
+};
+
+void declare(CLI::App* app, Words* words, ServerOptions* options)
+{
+    app->add_option("TARGET", words->targets, "HOST:PORT, serial:NUMBER or sim; several are served")
+        ->required();
+    app->add_option("--listen", words->listen, "ADDRESS:PORT to listen on; port 0 takes a free one")
+        ->capture_default_str();
+    app->add_option(
+        "--token-file", words->tokenFile,
+        "file with the token that clients need; required unless loopback is listened on");
+    app->add_option("--tls", words->tls, "CERT,KEY: PEM files, for https and wss");
+    app->add_option("--lease", words->leaseSeconds, "seconds after which an unused lease is free")
+        ->check(CLI::Range(1.0, 86400.0))
+        ->capture_default_str();
+    app->add_option("--keep", words->keptMegabytes, "MB of frames kept for each camera")
+        ->check(CLI::Range(1.0, 1048576.0))
+        ->capture_default_str();
+    app->add_option("--connections", options->web.connections, "that are served at once")
+        ->check(CLI::Range(4, 20000))
+        ->capture_default_str();
+    app->add_option("--at-end", words->atEnd, "what becomes of exposures that run when it ends")
+        ->check(CLI::IsMember({"abort", "finish"}))
+        ->capture_default_str();
+    app->add_flag("--alpaca", options->hasAlpaca,
+                  "serve Alpaca clients, and let them find the server");
+    app->add_flag("--alpaca-without-token", options->isAlpacaOpen,
+                  "whoever reaches the server may control cameras by Alpaca");
+    app->add_option("--alpaca-interface", options->alpaca.interfaceVersion,
+                    "version of the camera interface")
+        ->check(CLI::IsMember({3, 4}))
+        ->capture_default_str();
+    app->add_option("--discovery-port", options->discoveryPort,
+                    "UDP port where Alpaca clients look for servers; 0: none")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    app->add_option("--pixel-size", words->pixelSize, "micrometres, for Alpaca clients")
+        ->check(CLI::Range(0.01, 1000.0));
+    app->set_version_flag("--version", "vxcamd " VXCAM_VERSION);
+    app->footer(kExamples);
+}
+
+void requireSafe(const ServerOptions& options)
+{
+    if (options.isLoopback() || !options.token.empty()) return;
+    throw Error(ErrorKind::Usage, "--listen " + options.web.address +
+                                      " is reached from other hosts: that needs --token-file");
+}
+
+} // namespace
+
+bool ServerOptions::isLoopback() const
+{
+    return web.address.rfind("127.", 0) == 0 || web.address == "[::1]";
+}
+
+std::optional<ServerOptions> parsedOptions(std::vector<std::string> arguments)
+{
+    ServerOptions options;
+    Words words;
+    CLI::App app("vxcamd - shares cameras: REST, live frames, Alpaca, metrics", "vxcamd");
+    declare(&app, &words, &options);
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        app.parse(arguments);
+    } catch (const CLI::Success& asked) {
+        app.exit(asked);
+        return {};
+    } catch (const CLI::ParseError& error) {
+        throw Error(ErrorKind::Usage, error.what());
+    }
+    std::set<std::string> seen;
+    for (const std::string& text : words.targets) {
+        const Target target = Target::parse(text);
+        if (target.kind != Target::Kind::Simulator && !seen.insert(target.text()).second) {
+            throw Error(ErrorKind::Usage, target.text() + " is there twice");
+        }
+        options.targets.push_back(target);
+    }
+    parseListen(words.listen, &options.web);
+    if (!words.tokenFile.empty()) options.token = Guard::load(words.tokenFile);
+    if (!words.tls.empty()) parseTls(words.tls, &options);
+    if (words.pixelSize > 0) options.alpaca.pixelSize = words.pixelSize;
+    options.finishes = words.atEnd == "finish";
+    options.sharing.leaseTime =
+        std::chrono::milliseconds(static_cast<int64_t>(words.leaseSeconds * 1000));
+    options.sharing.keptBytes = static_cast<size_t>(words.keptMegabytes * 1024 * 1024);
+    requireSafe(options);
+    return options;
+}
+
+} // namespace vxcam

@@ -1,0 +1,38 @@
+// What the server is told on its command line.
+#ifndef VXCAMD_SERVER_OPTIONS_H
+#define VXCAMD_SERVER_OPTIONS_H
+
+#include "alpaca/alpaca_camera.h"
+#include "alpaca/discovery_answer.h"
+#include "cameras/shared_camera.h"
+#include "http/web_server.h"
+
+#include <vxcamkit/target.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vxcam {
+
+struct ServerOptions {
+    std::vector<Target> targets;
+    WebOptions web;
+    SharingOptions sharing;
+    std::string token;            // empty: none is needed
+    std::string certificate, key; // files; empty: no TLS
+    bool finishes = false;        // exposures that run at the end, instead of aborting them
+    bool hasAlpaca = false, isAlpacaOpen = false; // open: without the token
+    AlpacaOptions alpaca;
+    int discoveryPort = DiscoveryAnswer::kUsualPort; // 0: no discovery
+
+    bool isLoopback() const; // of the address
+};
+
+// Nothing when only help or the version was asked for, which is printed then. Throws Error{Usage}.
+std::optional<ServerOptions> parsedOptions(std::vector<std::string> arguments);
+
+} // namespace vxcam
+
+#endif

@@ -1,0 +1,134 @@
+#include "server_program.h"
+
+#include "alpaca/discovery_answer.h"
+#include "http/certificate.h"
+#include "server_options.h"
+#include "service.h"
+
+#include <vxcamkit/error.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace vxcam {
+
+namespace {
+
+constexpr std::chrono::milliseconds kLook{100};
+
+// SIGINT and SIGTERM, as something to wait for. Made before any thread is, so that all have them
+// blocked.
+class Signals
+{
+public:
+    Signals()
+    {
+        sigset_t wanted;
+        sigemptyset(&wanted);
+        sigaddset(&wanted, SIGINT);
+        sigaddset(&wanted, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &wanted, nullptr);
+        std::signal(SIGPIPE, SIG_IGN);
+        descriptor_ = signalfd(-1, &wanted, SFD_CLOEXEC);
+    }
+    ~Signals() { ::close(descriptor_); }
+    Signals(const Signals&) = delete;
+    Signals& operator=(const Signals&) = delete;
+
+    bool came(int milliseconds) const
+    {
+        pollfd wait{descriptor_, POLLIN, 0};
+        while (::poll(&wait, 1, milliseconds) < 0 && errno == EINTR) {
+        }
+        signalfd_siginfo signal{};
+        return (wait.revents & POLLIN) != 0 && ::read(descriptor_, &signal, sizeof signal) > 0;
+    }
+
+private:
+    int descriptor_ = -1;
+};
+
+std::string addressText(const ServerOptions& options, int port)
+{
+    return std::string(options.certificate.empty() ? "http" : "https") + "://" +
+           options.web.address + ":" + std::to_string(port) + "/";
+}
+
+// Lets exposures that have an end come to it, unless a second signal comes.
+void finish(const Cameras& cameras, const Signals& signals)
+{
+    for (const auto& camera : cameras) {
+        const auto running = camera->exposures().running();
+        if (!running || running->plan.frames == 0) continue;
+        while (!camera->exposures().waitUntilIdle(kLook)) {
+            if (signals.came(0)) return;
+        }
+    }
+}
+
+void serve(ServerOptions options, const Signals& signals)
+{
+    Certificate certificate(options.certificate, options.key);
+    options.web.certificate = certificate.path();
+    Cameras cameras;
+    for (const Target& target : options.targets) {
+        cameras.push_back(std::make_unique<SharedCamera>(static_cast<int>(cameras.size()), target,
+                                                         options.sharing));
+    }
+    ServiceOptions facts;
+    facts.version = "vxcamd " VXCAM_VERSION;
+    facts.token = options.token;
+    facts.isSecret = !options.certificate.empty();
+    if (options.hasAlpaca) facts.alpaca = options.alpaca;
+    facts.isAlpacaOpen = options.isAlpacaOpen;
+    Service service(cameras, facts);
+    WebServer server(options.web, service.handlers());
+    std::unique_ptr<DiscoveryAnswer> discovery;
+    if (options.hasAlpaca && options.discoveryPort != 0) {
+        discovery = std::make_unique<DiscoveryAnswer>(options.discoveryPort, server.port(),
+                                                      options.isLoopback());
+    }
+    std::printf("serving %zu camera%s at %s\n", cameras.size(), cameras.size() == 1 ? "" : "s",
+                addressText(options, server.port()).c_str());
+    std::printf(options.token.empty() ? "listening on loopback alone: no token is needed\n"
+                                      : "clients need the token\n");
+    std::fflush(stdout);
+    signals.came(-1);
+    std::printf("ending\n");
+    std::fflush(stdout);
+    for (const auto& camera : cameras) {
+        camera->exposures().close();
+    }
+    if (options.finishes) finish(cameras, signals);
+    for (const auto& camera : cameras) {
+        camera->exposures().end();
+    }
+    server.stop();
+    for (const auto& camera : cameras) {
+        camera->end();
+    }
+}
+
+} // namespace
+
+int runServer(std::vector<std::string> arguments)
+{
+    try {
+        const auto options = parsedOptions(std::move(arguments));
+        if (!options) return 0;
+        const Signals signals;
+        serve(*options, signals);
+        return 0;
+    } catch (const Error& error) {
+        std::fprintf(stderr, "vxcamd: %s\n", error.what());
+        return error.row().exitCode;
+    }
+}
+
+} // namespace vxcam

@@ -1,0 +1,130 @@
+#include "service.h"
+
+#include "live/watcher.h"
+#include "metrics/metrics_text.h"
+#include "rest/json_answer.h"
+
+#include <exception>
+
+namespace vxcam {
+
+namespace {
+
+constexpr size_t kLivePart = 4; // of /api/v1/cameras/0/live
+
+HttpResponse textAnswer(const std::string& text, int status = 200)
+{
+    HttpResponse response;
+    response.status = status;
+    response.body = text;
+    return response;
+}
+
+bool isBelow(const std::string& path, const std::string& folder)
+{
+    return path.rfind(folder, 0) == 0 &&
+           (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+} // namespace
+
+Service::Service(const Cameras& cameras, const ServiceOptions& options)
+    : cameras_(cameras), options_(options), guard_(options.token), rest_(cameras, options.version)
+{
+    if (options.alpaca) alpaca_ = std::make_unique<AlpacaDoor>(cameras, *options.alpaca);
+}
+
+HttpResponse Service::answerSession(const HttpRequest& request) const
+{
+    requireMethod(request, "POST");
+    guard_.requireSite(request, true);
+    Members members(bodyObject(request));
+    const std::string token = members.takeText("token", "");
+    members.requireEmpty();
+    if (!guard_.isRight(token)) throw Refusal(401, "token", "that is not the server's token");
+    HttpResponse response = jsonAnswer(Json::object());
+    response.headers = {{"Set-Cookie", guard_.cookie(options_.isSecret)}};
+    return response;
+}
+
+HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* door)
+{
+    const std::string& path = request.path;
+    if (path == "/healthz") {
+        requireMethod(request, "GET");
+        return textAnswer("ok\n");
+    }
+    if (path == "/api/v1/session") return answerSession(request);
+    const bool isAlpaca = alpaca_ && !RestDoor::isMine(path) && AlpacaDoor::isMine(path);
+    const bool changes = request.method != "GET";
+    if (isAlpaca && options_.isAlpacaOpen) {
+        guard_.requireSite(request, changes);
+    } else {
+        guard_.require(request, changes);
+    }
+    if (isAlpaca) {
+        *door = "alpaca";
+        return alpaca_->answer(request);
+    }
+    if (path == "/metrics") {
+        *door = "metrics";
+        requireMethod(request, "GET");
+        HttpResponse response = textAnswer(metricsText(cameras_, meters_, options_.version));
+        response.type = kMetricsType;
+        return response;
+    }
+    if (isBelow(path, "/api/v1")) {
+        *door = "rest";
+        return rest_.answer(request);
+    }
+    refusePath(path);
+}
+
+HttpResponse Service::answer(const HttpRequest& request)
+{
+    const auto begun = std::chrono::steady_clock::now();
+    std::string door = "other";
+    HttpResponse response;
+    try {
+        response = answerThrowing(request, &door);
+    } catch (const Refusal& refusal) {
+        response = errorAnswer(refusal);
+    } catch (const Error& error) {
+        response = errorAnswer(error);
+    } catch (const std::exception& failure) {
+        response = errorAnswer(Refusal(500, "server", failure.what()));
+    }
+    meters_.answered(door, response.status, std::chrono::steady_clock::now() - begun);
+    return response;
+}
+
+HttpResponse Service::mayOpen(const HttpRequest& request) const
+{
+    try {
+        guard_.require(request, true);
+        const std::vector<std::string> parts = pathParts(request.path);
+        const bool isLive = isBelow(request.path, "/api/v1/cameras") &&
+                            parts.size() == kLivePart + 1 && parts[kLivePart] == "live";
+        if (!isLive) refusePath(request.path);
+        rest_.cameraOf(parts);
+        if (meters_.watchers >= Watcher::kMost) {
+            throw Refusal(503, "watchers", "there are too many watchers already");
+        }
+        return {};
+    } catch (const Refusal& refusal) {
+        return errorAnswer(refusal);
+    }
+}
+
+WebHandlers Service::handlers()
+{
+    WebHandlers handlers;
+    handlers.request = [this](const HttpRequest& request) { return answer(request); };
+    handlers.upgrade = [this](const HttpRequest& request) { return mayOpen(request); };
+    handlers.open = [this](const HttpRequest& request, SocketWriter& writer) {
+        return std::make_unique<Watcher>(rest_.cameraOf(pathParts(request.path)), writer, meters_);
+    };
+    return handlers;
+}
+
+} // namespace vxcam
