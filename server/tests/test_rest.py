@@ -1,0 +1,399 @@
+"""Exposures and properties through REST, against the simulated camera's own account."""
+
+import hashlib
+import io
+import json
+import struct
+import unittest
+import zlib
+
+import numpy
+from astropy.io import fits
+
+from server_support import PATIENCE, Server, Simulator, WebSocket, reap, until
+
+CAMERA = "/api/v1/cameras/0"
+
+
+def tearDownModule():
+    reap()
+
+
+class Rest(unittest.TestCase):
+    options = ()
+    camera_options = ()
+
+    def setUp(self):
+        self.camera = Simulator(*self.camera_options)
+        self.addCleanup(self.camera.retire)
+        self.server = Server(self.camera.target, *self.options)
+        self.addCleanup(self.server.retire)
+        self.server.open()
+
+    def assertRefused(self, answer, status, kind):
+        self.assertEqual((answer.status, answer.kind), (status, kind), answer.body)
+        self.assertTrue(answer.json["error"]["text"])
+
+
+class Exposures(Rest):
+    def test_a_raw_frame_is_what_the_camera_sent(self):
+        exposure = self.server.expose(exposure=0.005)
+        self.assertEqual(exposure["state"], "complete")
+        answer = self.server.get(CAMERA + "/exposures/1/frame.raw")
+        truth = self.camera.frame(1)
+        self.assertEqual(zlib.crc32(answer.body), truth["crc"])
+        self.assertEqual(int(answer.headers["x-frame-sum"]), truth["sum"])
+        self.assertEqual((answer.headers["x-frame-columns"], answer.headers["x-frame-rows"]),
+                         ("128", "96"))
+        self.assertEqual(answer.headers["x-frame-complete"], "yes")
+
+    def test_a_fits_file_holds_the_pixels_and_the_exposure(self):
+        self.server.expose(exposure=0.25)
+        answer = self.server.get(CAMERA + "/exposures/1/frame.fits")
+        self.assertEqual(answer.headers["content-type"], "application/fits")
+        with fits.open(io.BytesIO(answer.body)) as file:
+            pixels = file[0].data
+            self.assertEqual(file[0].header["EXPTIME"], 0.25)
+        self.assertEqual(pixels.shape, (96, 128))
+        truth = self.camera.frame(1)
+        self.assertEqual(zlib.crc32(pixels.astype("<u2").tobytes()), truth["crc"])
+
+    def test_a_preview_is_a_png_of_that_size(self):
+        self.server.expose(exposure=0.005)
+        body = self.server.get(CAMERA + "/exposures/1/frame.png").body
+        self.assertEqual(body[:8], b"\x89PNG\r\n\x1a\n")
+        self.assertEqual(struct.unpack(">II", body[16:24]), (128, 96))
+
+    def test_an_area_is_the_part_of_the_sensor(self):
+        self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "2,1000"})
+        exposure = self.server.expose(
+            exposure=0, area={"column": 10, "row": 20, "columns": 30, "rows": 4})
+        self.assertEqual(exposure["state"], "complete")
+        body = self.server.get(CAMERA + "/exposures/1/frame.raw").body
+        pixels = numpy.frombuffer(body, "<u2").reshape(4, 30)
+        self.assertEqual(pixels.tolist(), [[1000 + column for column in range(10, 40)]] * 4)
+
+    def test_bins_are_sums(self):
+        self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "1,7"})
+        self.server.expose(exposure=0, binning=[4, 2])
+        body = self.server.get(CAMERA + "/exposures/1/frame.raw").body
+        pixels = numpy.frombuffer(body, "<u4")
+        self.assertEqual((pixels.size, set(pixels.tolist())), (32 * 48, {56}))
+
+    def test_every_frame_of_an_exposure_can_be_had(self):
+        exposure = self.server.expose(exposure=0.001, frames=3)
+        self.assertEqual([frame["number"] for frame in exposure["frames"]], [1, 2, 3])
+        for number in (1, 2, 3):
+            body = self.server.get(CAMERA + "/exposures/1/frames/%d.raw" % number).body
+            self.assertEqual(zlib.crc32(body), self.camera.frame(1, number)["crc"])
+        self.assertRefused(self.server.get(CAMERA + "/exposures/1/frames/4.raw"), 404,
+                           "unknown-frame")
+
+    def test_what_is_not_there_yet_is_said_to_be(self):
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 30})
+        self.assertRefused(self.server.get(CAMERA + "/exposures/1/frame.fits"), 409, "not-ready")
+        self.assertRefused(self.server.ask("POST", CAMERA + "/exposures", {}), 409, "exposing")
+        progress = until(lambda: (lambda e: e if e["progress"]["phase"] == "exposing" else None)(
+            self.server.get(CAMERA + "/exposures/1").json), "exposing")["progress"]
+        self.assertLess(progress["done"], 0.9)
+
+    def test_an_abort_ends_an_exposure_at_once(self):
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 60})
+        answer = self.server.ask("DELETE", CAMERA + "/exposures/1")
+        self.assertEqual((answer.status, answer.json["state"]), (200, "aborted"))
+        self.assertRefused(self.server.get(CAMERA + "/exposures/1/frame.fits"), 409, "aborted")
+        self.assertEqual(self.server.expose(exposure=0.001)["state"], "complete")
+
+    def test_a_plan_that_cannot_be_is_refused(self):
+        bad = [{"bits": 12}, {"exposure": -1}, {"exposure": "long"}, {"frames": 40000},
+               {"area": {"column": 100, "row": 0, "columns": 29, "rows": 1}}, {"area": [1]},
+               {"type": "odd"}, {"kind": "odd"}, {"binning": [0, 1]}, {"binning": 2},
+               {"exposur": 1}, {"frames": 1.5}, {"frames": "2"}, {"when_full": "odd"},
+               {"exposure": 0.0001}]
+        for plan in bad:
+            with self.subTest(plan):
+                self.assertRefused(self.server.ask("POST", CAMERA + "/exposures", plan), 400,
+                                   "usage")
+
+    def test_only_the_last_frames_are_kept(self):
+        server = Server("sim?sensor=512x512&heartbeat=0", "--keep", "2")
+        self.addCleanup(server.retire)
+        server.open()
+        exposure = server.expose(exposure=0.001, frames=8)
+        self.assertEqual([frame["number"] for frame in exposure["frames"]], [5, 6, 7, 8])
+        self.assertRefused(server.get(CAMERA + "/exposures/1/frames/2.raw"), 410, "gone")
+
+
+class Faults(Rest):
+    def start(self, *faults):
+        options = [word for fault in faults for word in ("--fault", fault)]
+        camera = Simulator(*options)
+        self.addCleanup(camera.retire)
+        server = Server(camera.target)
+        self.addCleanup(server.retire)
+        server.open()
+        return server
+
+    def test_an_incomplete_frame_is_never_served_as_good(self):
+        server = self.start("missing-packet:packet=7")
+        exposure = server.expose(exposure=0.001)
+        self.assertEqual((exposure["state"], exposure["error"]["kind"]),
+                         ("incomplete", "incomplete"))
+        for ending in ("fits", "png", "raw"):
+            answer = server.get(CAMERA + "/exposures/1/frame." + ending)
+            self.assertRefused(answer, 502, "incomplete")
+            self.assertEqual(answer.json["error"]["frame"]["missing_rows"], [6])
+        answer = server.get(CAMERA + "/exposures/1/frame.raw?incomplete=yes")
+        self.assertEqual((answer.status, answer.headers["x-frame-complete"]), (200, "no"))
+        row = numpy.frombuffer(answer.body, "<u2").reshape(96, 128)[6]
+        self.assertEqual(int(row.sum()), 0)
+
+    def test_a_link_that_is_lost_ends_the_exposure_and_comes_back(self):
+        server = self.start("reset:readout=1,packet=20")
+        exposure = server.expose(exposure=0.001)
+        self.assertEqual((exposure["state"], exposure["error"]["kind"]), ("failed", "link-lost"))
+        self.assertRefused(server.get(CAMERA + "/exposures/1/frame.fits"), 503, "link-lost")
+        until(lambda: server.get(CAMERA).json["link"], "the link is made anew")
+        self.assertEqual(server.expose(exposure=0.001)["state"], "complete")
+        self.assertEqual(server.metric('vxcamd_links_lost_total{camera="0"}'), 1)
+
+    def test_a_camera_that_refuses_is_told_with_its_code(self):
+        answer = self.server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -250})
+        self.assertRefused(answer, 502, "camera-error")
+        self.assertEqual(answer.json["error"]["code"], 3)
+
+    def test_a_camera_that_is_not_there_is_opened_when_it_comes(self):
+        port = 18300
+        server = Server("127.0.0.1:%d" % port)
+        self.addCleanup(server.retire)
+        answer = until(lambda: (lambda a: a if a.status == 503 and "opened yet" not in str(a.body)
+                                else None)(server.get(CAMERA + "/properties/gain")), "no camera")
+        self.assertRefused(answer, 503, "not-found")
+        self.assertRefused(server.ask("POST", CAMERA + "/exposures", {}), 503, "not-found")
+        camera = Simulator(port=port)
+        self.addCleanup(camera.retire)
+        server.open()
+        self.assertEqual(server.expose(exposure=0.001)["state"], "complete")
+
+
+class Properties(Rest):
+    def test_a_property_is_set_and_read_back(self):
+        answer = self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 3})
+        self.assertEqual(answer.json, {"name": "gain", "value": 3, "text": "3"})
+        self.assertEqual(self.server.get(CAMERA + "/properties/gain").json["value"], 3)
+        self.assertEqual(self.server.get(CAMERA + "/properties").json["gain"],
+                         {"value": 3, "text": "3"})
+
+    def test_values_of_several_fields_are_objects_or_texts(self):
+        path = CAMERA + "/properties/mirroring"
+        told = self.server.ask("PUT", path, {"value": {"horizontal": True, "vertical": False}})
+        self.assertEqual(told.json["text"], "on,off")
+        told = self.server.ask("PUT", path, {"value": "off,on"})
+        self.assertEqual(told.json["value"], {"horizontal": False, "vertical": True})
+
+    def test_every_readable_property_of_the_table_answers(self):
+        table = self.server.get("/api/v1/properties").json["properties"]
+        self.assertGreater(len(table), 30)
+        values = self.server.get(CAMERA + "/properties").json
+        for entry in table:
+            if "key" in entry or not entry["listed"]:
+                continue
+            with self.subTest(entry["name"]):
+                self.assertEqual(entry["name"] in values, entry["readable"])
+                answer = self.server.get(CAMERA + "/properties/" + entry["name"])
+                self.assertEqual(answer.status, 200 if entry["readable"] else 400, answer.body)
+
+    def test_what_is_no_property_or_no_value_is_refused(self):
+        put = lambda name, body: self.server.ask("PUT", CAMERA + "/properties/" + name, body)
+        self.assertRefused(self.server.get(CAMERA + "/properties/gian"), 404, "usage")
+        self.assertIn("gain", self.server.get(CAMERA + "/properties/gian").json["error"]["text"])
+        for body in ({"value": "much"}, {"value": -1}, {"value": [1, 2, 3]}, {}, {"valu": 1},
+                     {"value": 1, "more": 2}):
+            with self.subTest(body):
+                self.assertRefused(put("gain", body), 400, "usage")
+        self.assertRefused(put("ccd-temp", {"value": 1}), 400, "usage")
+
+    def test_a_body_that_is_no_json_object_is_refused(self):
+        for body in ("", "{", "[1]", "{\"value\": NaN}", "[" * 20000, "{\"a\":" * 60, "\xff\xfe"):
+            with self.subTest(body[:20]):
+                answer = self.server.ask("PUT", CAMERA + "/properties/gain", body.encode("latin1"))
+                self.assertRefused(answer, 400, "usage")
+        answer = self.server.ask("PUT", CAMERA + "/properties/gain", b"value=1",
+                                 {"Content-Type": "application/x-www-form-urlencoded"})
+        self.assertRefused(answer, 415, "media-type")
+
+    def test_the_document_has_every_path_and_every_property(self):
+        document = self.server.get("/api/v1/openapi.json").json
+        self.assertTrue(document["openapi"].startswith("3.1"))
+        table = self.server.get("/api/v1/properties").json["properties"]
+        for entry in table:
+            name = entry["name"].split(":")[0] + (":{number}" if "key" in entry else "")
+            methods = document["paths"]["/api/v1/cameras/{camera}/properties/" + name]
+            self.assertEqual(set(methods), set(["get"] * entry["readable"] +
+                                               ["put"] * entry["writable"]))
+        schema = document["components"]["schemas"]["target-temp"]["anyOf"][0]
+        self.assertEqual((schema["type"], schema["minimum"], schema["maximum"]),
+                         ("number", -273, 273))
+        references = set()
+
+        def walk(node):
+            for key, value in (node.items() if isinstance(node, dict) else enumerate(node)):
+                if key == "$ref":
+                    references.add(value)
+                elif isinstance(value, (dict, list)):
+                    walk(value)
+        walk(document)
+        for reference in references:
+            self.assertIn(reference.split("/")[-1], document["components"]["schemas"])
+        for path, methods in document["paths"].items():
+            if "get" not in methods or "properties/" in path or "live" in path or "events" in path:
+                continue
+            answer = self.server.get(path.format(camera=0, exposure=1, number=1))
+            self.assertNotIn(answer.status, (405, 500), path)
+
+
+class Leases(Rest):
+    options = ("--lease", "2")
+
+    def test_one_client_controls_and_others_watch(self):
+        mine = self.server.ask("POST", CAMERA + "/lease", {"holder": "me"}).json
+        self.assertEqual((mine["held"], mine["holder"]), (True, "me"))
+        changes = [("PUT", "/properties/gain", {"value": 1}), ("POST", "/exposures", {}),
+                   ("DELETE", "/lease", None), ("POST", "/lease", {"holder": "you"})]
+        for method, path, body in changes:
+            with self.subTest(path):
+                self.assertRefused(self.server.ask(method, CAMERA + path, body), 423, "lease-held")
+        self.assertNotIn("key", self.server.get(CAMERA + "/lease").json)
+        self.assertEqual(self.server.get(CAMERA + "/properties/gain").status, 200)
+        key = {"X-Lease": mine["key"]}
+        put = lambda: self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 1}, key).status
+        self.assertEqual(put(), 200)
+        yours = self.server.ask("POST", CAMERA + "/lease", {"holder": "you", "take": True}).json
+        self.assertEqual((put(), yours["holder"]), (423, "you"))
+        self.assertEqual(self.server.get(CAMERA).json["lease"]["holder"], "you")
+
+    def test_a_lease_that_nobody_uses_is_free(self):
+        self.server.ask("POST", CAMERA + "/lease", {"holder": "me"})
+        until(lambda: not self.server.get(CAMERA + "/lease").json["held"], "free")
+        self.assertEqual(
+            self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 1}).status, 200)
+
+    def test_an_abort_needs_the_lease(self):
+        key = self.server.ask("POST", CAMERA + "/lease", {"holder": "me"}).json["key"]
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 30}, {"X-Lease": key})
+        self.assertRefused(self.server.ask("DELETE", CAMERA + "/exposures/1"), 423, "lease-held")
+        answer = self.server.ask("DELETE", CAMERA + "/exposures/1", headers={"X-Lease": key})
+        self.assertEqual(answer.json["state"], "aborted")
+
+
+class Watching(Rest):
+    def test_watchers_get_the_pixels_that_were_sent(self):
+        watchers = [WebSocket(self.server.port, CAMERA + "/live") for _ in range(3)]
+        self.server.expose(exposure=0.001, frames=1)
+        truth = self.camera.frame(1)
+        for watcher in watchers:
+            facts, pixels = watcher.frame()
+            self.assertEqual((zlib.crc32(pixels), facts["sum"], facts["complete"]),
+                             (truth["crc"], truth["sum"], True))
+            watcher.close()
+
+    def test_a_live_view_goes_on_until_it_is_ended(self):
+        watcher = WebSocket(self.server.port, CAMERA + "/live")
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
+        for _ in range(5):
+            facts, pixels = watcher.frame()
+            truth = self.camera.frame(facts["readout"], facts["number"])
+            self.assertEqual(zlib.crc32(pixels), truth["crc"])
+        self.server.ask("DELETE", CAMERA + "/exposures/1")
+        self.assertEqual(self.server.get(CAMERA + "/exposures/1").json["state"], "aborted")
+        watcher.close()
+
+    def test_a_watcher_is_told_what_is_missing(self):
+        self.camera.end()
+        camera = Simulator("--fault", "missing-packet:packet=3", port=self.camera.port)
+        self.addCleanup(camera.retire)
+        until(lambda: self.server.get(CAMERA).json["link"], "the link")
+        watcher = WebSocket(self.server.port, CAMERA + "/live")
+        self.server.expose(exposure=0.001)
+        facts, pixels = watcher.frame()
+        self.assertEqual((facts["complete"], facts["missing_rows"]), (False, [2]))
+        watcher.close()
+
+    def test_a_slow_watcher_gets_fewer_frames_and_holds_up_nobody(self):
+        server = Server("sim?sensor=512x512")
+        self.addCleanup(server.retire)
+        server.open()
+        slow = WebSocket(server.port, CAMERA + "/live", receive=4096)
+        quick = WebSocket(server.port, CAMERA + "/live")
+        server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
+        numbers = [quick.frame()[0]["number"] for _ in range(60)]
+        self.assertEqual(numbers, sorted(numbers))
+        seen = [slow.frame()[0] for _ in range(8)]
+        self.assertGreater(sum(frame["missed"] for frame in seen), 0)
+        slow.close()
+        quick.close()
+        until(lambda: server.metric("vxcamd_watchers") == 0, "no watcher")
+
+    def test_a_watcher_may_ask_for_fewer_frames(self):
+        watcher = WebSocket(self.server.port, CAMERA + "/live")
+        watcher.send('{"rate": 10}')
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
+        watcher.frame()
+        begins = [watcher.frame()[0]["times"]["begin"] for _ in range(4)]
+        seconds = [float(begin.split(":")[-1]) for begin in begins]
+        apart = [(later - sooner) % 60 for sooner, later in zip(seconds, seconds[1:])]
+        self.assertGreater(min(apart), 0.05)
+        watcher.close()
+
+    def test_events_tell_what_happens(self):
+        import http.client
+        connection = http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=PATIENCE)
+        connection.request("GET", CAMERA + "/events?since=0")
+        response = connection.getresponse()
+        self.assertEqual(response.getheader("Content-Type"), "text/event-stream")
+        self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 2})
+        self.server.expose(exposure=0.001)
+        seen = []
+        while ("exposure", "complete") not in seen:
+            line = response.readline().decode()
+            if line.startswith("data: "):
+                event = json.loads(line[6:])
+                seen.append((event["event"], event.get("state", event.get("name"))))
+        self.assertLess(seen.index(("property", "gain")), seen.index(("exposure", "running")))
+        self.assertIn(("frame", None), seen)
+        connection.close()
+
+
+class Figures(Rest):
+    def test_metrics_count_what_happened(self):
+        self.server.expose(exposure=0.001, frames=2)
+        self.assertEqual(self.server.metric('vxcamd_frames_total{camera="0",end="complete"}'), 2)
+        self.assertEqual(self.server.metric('vxcamd_exposures_total{camera="0",end="complete"}'), 1)
+        self.assertEqual(self.server.metric('vxcamd_camera_up{camera="0"}'), 1)
+        self.assertGreater(self.server.metric('vxcamd_received_bytes_total{camera="0"}'),
+                           2 * 128 * 96 * 2)
+        until(lambda: 'place="sensor"' in self.server.get("/metrics").body.decode(), "temperature")
+
+    def test_metrics_are_in_prometheus_format(self):
+        answer = self.server.get("/metrics")
+        self.assertTrue(answer.headers["content-type"].startswith("text/plain; version=0.0.4"))
+        kinds, families = {}, []
+        for line in answer.body.decode().splitlines():
+            if line.startswith("# TYPE "):
+                _, _, name, kind = line.split(" ")
+                self.assertNotIn(name, kinds)
+                kinds[name] = kind
+            elif not line.startswith("#"):
+                self.assertRegex(line, r'^[a-z_]+(\{[a-z]+="[^"]*"(,[a-z]+="[^"]*")*\})? [-+.0-9e]+$')
+                name = line.split("{")[0].split(" ")[0]
+                for ending in ("_bucket", "_sum", "_count"):
+                    if kinds.get(name.removesuffix(ending)) == "histogram":
+                        name = name.removesuffix(ending)
+                self.assertIn(name, kinds)
+                if not families or families[-1] != name:
+                    families.append(name)
+        self.assertEqual(len(families), len(set(families)), "a family stands in two places")
+
+
+if __name__ == "__main__":
+    unittest.main()

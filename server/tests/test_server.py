@@ -1,0 +1,323 @@
+"""The server itself: who may ask, how it ends, and clients that mean harm."""
+
+import base64
+import os
+import signal
+import socket
+import ssl
+import subprocess
+import tempfile
+import time
+import unittest
+
+from server_support import (PATIENCE, SERVER, Server, WebSocket, raw_exchange, reap, until)
+
+CAMERA = "/api/v1/cameras/0"
+TOKEN = "correct-horse-battery-staple"
+SIM = "sim?sensor=64x48"
+
+
+def tearDownModule():
+    reap()
+
+
+def run(*options):
+    return subprocess.run([SERVER, *options], capture_output=True, text=True, timeout=PATIENCE,
+                          env=dict(os.environ, DBGD_DISABLE="1"))
+
+
+class WithServer(unittest.TestCase):
+    def start(self, *options, targets=(SIM,)):
+        server = Server(*targets, *options)
+        self.addCleanup(server.retire)
+        return server
+
+    def token_file(self, text=TOKEN, mode=0o600):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        path = os.path.join(folder.name, "token")
+        with open(path, "w", encoding="ascii") as file:
+            file.write(text + "\n")
+        os.chmod(path, mode)
+        return path
+
+
+class CommandLine(WithServer):
+    def assertRefused(self, code, text, *options):
+        result = run(*options)
+        self.assertEqual(result.returncode, code, result)
+        self.assertIn(text, result.stderr)
+
+    def test_other_hosts_need_a_token(self):
+        self.assertRefused(1, "--token-file", SIM, "--listen", "0.0.0.0:0")
+        server = self.start("--listen", "0.0.0.0:0", "--token-file", self.token_file())
+        self.assertEqual(server.get("/api/v1/cameras").status, 401)
+
+    def test_a_token_that_others_can_read_or_guess_is_refused(self):
+        self.assertRefused(1, "chmod", SIM, "--token-file", self.token_file(mode=0o644))
+        self.assertRefused(1, "16", SIM, "--token-file", self.token_file("short"))
+        self.assertRefused(5, "/nowhere", SIM, "--token-file", "/nowhere")
+
+    def test_what_makes_no_sense_is_refused(self):
+        self.assertRefused(1, "TARGET")
+        self.assertRefused(1, "twice", "127.0.0.1:9", "127.0.0.1:9")
+        self.assertRefused(1, "port", SIM, "--listen", "127.0.0.1:99999")
+        self.assertRefused(1, "listen", SIM, "--listen", "198.51.100.1:0", "--token-file",
+                           self.token_file())
+
+    def test_help_and_version_are_printed(self):
+        self.assertIn("--token-file", run("--help").stdout)
+        self.assertRegex(run("--version").stdout, r"^vxcamd \d+\.\d+\.\d+\n$")
+
+
+class Ending(WithServer):
+    def test_it_ends_in_order_and_aborts_what_runs(self):
+        server = self.start()
+        server.open()
+        server.ask("POST", CAMERA + "/exposures", {"exposure": 600})
+        watcher = WebSocket(server.port, CAMERA + "/live")
+        begun = time.monotonic()
+        self.assertEqual(server.end(), 0)
+        self.assertLess(time.monotonic() - begun, 10)
+        watcher.close()
+
+    def test_it_finishes_what_runs_where_it_is_told_to(self):
+        server = self.start("--at-end", "finish")
+        server.open()
+        server.ask("POST", CAMERA + "/exposures", {"exposure": 1.5})
+        server.process.send_signal(signal.SIGTERM)
+        server.line("ending")
+        answer = server.ask("POST", CAMERA + "/exposures", {})
+        self.assertEqual(answer.status, 503 if answer.kind == "ending" else 409)
+        self.assertEqual(server.get("/healthz").body, b"ok\n")
+        exposure = server.get(CAMERA + "/exposures/1?wait=10").json
+        self.assertEqual(exposure["state"], "complete")
+        self.assertEqual(server.end(), 0)
+
+    def test_a_second_signal_ends_it_at_once(self):
+        server = self.start("--at-end", "finish")
+        server.open()
+        server.ask("POST", CAMERA + "/exposures", {"exposure": 600})
+        server.process.send_signal(signal.SIGTERM)
+        server.line("ending")
+        self.assertEqual(server.end(signal.SIGINT), 0)
+
+
+class Tokens(WithServer):
+    def setUp(self):
+        self.server = self.start("--token-file", self.token_file())
+
+    def status(self, headers, path="/api/v1/cameras"):
+        return self.server.get(path, headers=headers).status
+
+    def socket_status(self, headers):
+        socket_ = WebSocket(self.server.port, CAMERA + "/live", headers)
+        socket_.close()
+        return socket_.status
+
+    def test_only_the_right_token_opens(self):
+        basic = lambda pair: {"Authorization": "Basic " + base64.b64encode(pair).decode()}
+        token = TOKEN.encode()
+        for headers in ({"Authorization": "Bearer " + TOKEN}, {"Authorization": "bearer " + TOKEN},
+                        basic(b"me:" + token), {"Cookie": "a=b; vxcamd=" + TOKEN}):
+            self.assertEqual(self.status(headers), 200, headers)
+        for headers in ({}, {"Authorization": TOKEN}, {"Authorization": "Bearer"},
+                        {"Authorization": "Bearer " + TOKEN[:-1]}, {"Cookie": "vxcamd="},
+                        {"Authorization": "Bearer " + TOKEN + "x"}, basic(token), basic(b"\xff"),
+                        {"Authorization": "Bearer " + TOKEN.upper()}, basic(token + b":"),
+                        {"Cookie": "xvxcamd=" + TOKEN}, {"Authorization": "Basic %%%"}):
+            self.assertEqual(self.status(headers), 401, headers)
+            self.assertEqual(self.status(headers, "/metrics"), 401)
+        self.assertEqual(self.status({}, "/healthz"), 200)
+        self.assertEqual(self.socket_status({}), 401)
+
+    def test_the_token_is_traded_for_a_cookie(self):
+        answer = self.server.ask("POST", "/api/v1/session", {"token": TOKEN})
+        cookie = answer.headers["set-cookie"]
+        for part in ("HttpOnly", "SameSite=Strict"):
+            self.assertIn(part, cookie)
+        headers = {"Cookie": cookie.split(";")[0]}
+        self.assertEqual(self.status(headers), 200)
+        self.assertEqual(self.socket_status(headers), 101)
+        self.assertEqual(self.server.ask("POST", "/api/v1/session", {"token": "x"}).status, 401)
+
+    def test_no_secret_is_printed(self):
+        key = {"Authorization": "Bearer " + TOKEN}
+        self.server.get("/api/v1/cameras?token=" + TOKEN, headers=key)
+        self.server.get("/" + TOKEN, headers={"Authorization": "Bearer x" + TOKEN})
+        raw_exchange(self.server.port, b"GARBAGE " + TOKEN.encode() + b"\r\n\r\n")
+        lease = self.server.ask("POST", CAMERA + "/lease", {}, key).json["key"]
+        self.server.end()
+        printed = "\n".join(self.server.lines + self.server.errors)
+        self.assertNotIn(TOKEN, printed)
+        self.assertNotIn(lease, printed)
+
+
+class Sites(WithServer):
+    def test_pages_of_other_sites_change_nothing(self):
+        server = self.start()
+        server.open()
+        here = "http://127.0.0.1:%d" % server.port
+        for origin, status in ((here, 200), ("http://evil.example", 403), ("null", 403),
+                               ("http://127.0.0.1:1", 403), (here + ".evil.example", 403)):
+            with self.subTest(origin):
+                headers = {"Origin": origin}
+                put = server.ask("PUT", CAMERA + "/properties/gain", {"value": 1}, headers)
+                self.assertEqual(put.status, status)
+                socket_ = WebSocket(server.port, CAMERA + "/live", headers)
+                self.assertEqual(socket_.status, 101 if status == 200 else 403)
+                socket_.close()
+
+    def test_names_that_others_answer_for_are_refused(self):
+        server = self.start()
+        for host, status in (("localhost:1", 200), ("127.0.0.1", 200), ("[::1]:80", 200),
+                             ("evil.example", 403), ("127.0.0.1.evil.example:80", 403)):
+            answer = server.get("/api/v1/cameras", headers={"Host": host})
+            self.assertEqual(answer.status, status, host)
+
+
+class Paths(WithServer):
+    def test_no_path_leads_out_of_the_server(self):
+        server = self.start()
+        for path in ("/../../etc/passwd", "/..%2f..%2fetc/passwd", "/%2e%2e/etc/passwd", "//etc/passwd",
+                     "/api/v1/../../etc/passwd", "/api/v1/cameras/0/../../../../etc/passwd",
+                     "/.git/config", "/api/v1/cameras/%00", "/setup/../etc/passwd", "/%c0%ae/"):
+            data = raw_exchange(server.port, b"GET " + path.encode() +
+                                b" HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n")
+            self.assertIn(data.split(b" ")[1], (b"404", b"400", b"403"), path)
+            self.assertNotIn(b"root:", data)
+
+    def test_what_is_not_there_is_404_and_a_wrong_verb_405(self):
+        server = self.start()
+        for path in ("/", "/api", "/api/v1", "/api/v1/cameras/1", "/api/v1/cameras/00",
+                     "/api/v1/cameras/-1", CAMERA + "/odd", CAMERA + "/exposures/x",
+                     CAMERA + "/exposures/1/frame.exe", CAMERA + "/exposures/1/frames/0.fits"):
+            self.assertEqual(server.get(path).status, 404, path)
+        for path, allowed in (("/api/v1/cameras", "GET"), (CAMERA + "/lease", "GET, POST, DELETE"),
+                              (CAMERA + "/properties/gain", "GET, PUT"), ("/healthz", "GET")):
+            answer = server.ask("PATCH", path)
+            self.assertEqual((answer.status, answer.headers.get("allow")), (405, allowed))
+        for path in ("/api/v1/cameras/7/live", "/metrics"):
+            watcher = WebSocket(server.port, path)
+            self.assertEqual(watcher.status, 404)
+            watcher.close()
+
+
+class Hostile(WithServer):
+    def alive(self, server, within=5):
+        begun = time.monotonic()
+        self.assertEqual(server.get("/healthz").body, b"ok\n")
+        self.assertLess(time.monotonic() - begun, within)
+
+    def test_long_bodies_are_refused_and_not_held(self):
+        server = self.start()
+        head = (b"PUT " + CAMERA.encode() + b"/properties/gain HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                b"Content-Type: application/json\r\n")
+        for length in (65537, 100 * 1024 * 1024, 2**40):
+            data = raw_exchange(server.port, head + b"Content-Length: %d\r\n\r\n" % length, 3)
+            self.assertIn(b" 413 ", data.split(b"\r\n")[0])
+        data = raw_exchange(server.port, head + b"Transfer-Encoding: chunked\r\n\r\n5\r\nabcde\r\n")
+        self.assertIn(b" 411 ", data.split(b"\r\n")[0])
+        with socket.create_connection(("127.0.0.1", server.port), PATIENCE) as connection:
+            connection.sendall(head + b"Content-Length: 104857600\r\n\r\n")
+            try:
+                for _ in range(1600):
+                    connection.sendall(b"x" * 65536)
+            except OSError:
+                pass
+        self.alive(server)
+        with open("/proc/%d/status" % server.process.pid, encoding="ascii") as file:
+            held = next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
+        self.assertLess(held, 100 * 1024)
+
+    def test_a_client_that_expects_to_be_asked_is_asked(self):
+        server = self.start()
+        server.open()
+        with socket.create_connection(("127.0.0.1", server.port), PATIENCE) as connection:
+            connection.sendall(b"PUT " + CAMERA.encode() + b"/properties/gain HTTP/1.1\r\n"
+                               b"Host: 127.0.0.1\r\nContent-Length: 11\r\nConnection: close\r\n"
+                               b"Content-Type: application/json\r\nExpect: 100-continue\r\n\r\n")
+            self.assertEqual(connection.recv(100), b"HTTP/1.1 100 Continue\r\n\r\n")
+            connection.sendall(b'{"value":1}')
+            self.assertIn(b" 200 ", connection.makefile("rb").readline())
+
+    def test_requests_that_are_none_do_no_harm(self):
+        server = self.start()
+        for data in (b"\r\n\r\n", b"GET\r\n\r\n", b"\x16\x03\x01" + b"\x00" * 60, b"GET / HTTP/9\r\n\r\n",
+                     b"GET " + b"/" * 20000 + b" HTTP/1.1\r\n\r\n", b"GET / HTTP/1.1\r\n" +
+                     b"X: y\r\n" * 200 + b"\r\n", b"PUT / HTTP/1.1\r\nContent-Length: -1\r\n\r\n",
+                     b"GET /?" + b"%" * 100 + b" HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n",
+                     b"PUT / HTTP/1.1\r\nContent-Length: x\r\n\r\n", os.urandom(4000)):
+            raw_exchange(server.port, data, 0.3)
+        self.alive(server)
+
+    def test_clients_that_dawdle_hold_up_nobody(self):
+        server = self.start("--connections", "1100")
+        server.open()
+        clients = []
+        for number in range(1000):
+            client = socket.create_connection(("127.0.0.1", server.port), PATIENCE)
+            client.sendall(b"GET / HTTP/1.1\r\nX-%d: " % number)
+            clients.append(client)
+        self.alive(server, within=2)
+        self.assertEqual(server.expose(exposure=0.001)["state"], "complete")
+        for client in clients:
+            client.close()
+        self.alive(server, within=2)
+
+    def test_a_client_that_reads_nothing_holds_up_nobody(self):
+        server = self.start(targets=("sim?sensor=1024x1024",))
+        server.open()
+        server.expose(exposure=0.001)
+        lazy = socket.socket()
+        lazy.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+        lazy.connect(("127.0.0.1", server.port))
+        lazy.sendall(b"GET " + CAMERA.encode() + b"/exposures/1/frame.raw HTTP/1.1\r\n"
+                     b"Host: 127.0.0.1\r\n\r\n")
+        self.alive(server, within=2)
+        self.assertEqual(server.expose(exposure=0.001)["state"], "complete")
+        lazy.close()
+
+    def test_websockets_that_send_garbage_are_closed(self):
+        server = self.start()
+        watcher = WebSocket(server.port, CAMERA + "/live")
+        self.assertEqual(watcher.status, 101)
+        for text in ("", "{", "[]", '{"rate": "x"}', '{"rate": 1e99}', '{"rate": -1}'):
+            watcher.send(text)
+        watcher.socket.sendall(os.urandom(3000))
+        watcher.close()
+        until(lambda: server.metric("vxcamd_watchers") == 0, "the watcher is gone")
+        self.alive(server)
+
+
+class Secret(WithServer):
+    def test_it_speaks_tls_or_nothing(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        certificate, key = (os.path.join(folder.name, name) for name in ("cert.pem", "key.pem"))
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1",
+                        "-subj", "/CN=localhost", "-keyout", key, "-out", certificate], check=True,
+                       capture_output=True)
+        try:
+            server = self.start("--tls", certificate + "," + key)
+        except AssertionError as failure:  # never plain HTTP instead
+            self.assertIn("finds no OpenSSL that fits", str(failure))
+            result = run(SIM, "--tls", certificate + "," + key)
+            self.assertEqual((result.returncode, result.stdout), (1, ""))
+            self.skipTest("the system's web library has no TLS")
+        context = ssl.create_default_context(cafile=certificate)
+        context.check_hostname = False
+        with socket.create_connection(("127.0.0.1", server.port), PATIENCE) as plain:
+            with context.wrap_socket(plain) as connection:
+                connection.sendall(b"GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                                   b"Connection: close\r\n\r\n")
+                received = b""
+                while not received.endswith(b"ok\n"):
+                    piece = connection.recv(4096)
+                    self.assertTrue(piece, received)
+                    received += piece
+        self.assertIn(b" 200 ", received)
+
+
+if __name__ == "__main__":
+    unittest.main()
