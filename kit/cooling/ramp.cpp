@@ -1,8 +1,9 @@
 #include "cooling/ramp.h"
 
+#include "values/decimals.h"
+
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace vxcam {
 
@@ -21,9 +22,7 @@ double inSteps(double degrees)
 
 std::string degreesText(double degrees)
 {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f C", degrees);
-    return text;
+    return fixedText(degrees, 1) + " C";
 }
 
 } // namespace

@@ -1,12 +1,11 @@
 #include "files/fits_cards.h"
 
 #include "files/ascii.h"
+#include "values/decimals.h"
 #include "values/escapes.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 
 namespace vxcam {
 
@@ -83,16 +82,13 @@ std::string scalarText(const HeaderCard& card)
 std::string fitsNumber(double value, int decimals)
 {
     if (!std::isfinite(value)) return "";
-    char text[400];
-    if (decimals != HeaderCard::kAsNeeded) {
-        std::snprintf(text, sizeof text, "%.*f", decimals, value);
-        return text;
-    }
+    if (decimals != HeaderCard::kAsNeeded) return fixedText(value, decimals);
+    std::string number;
     for (const int digits : {15, 17}) {
-        std::snprintf(text, sizeof text, "%.*G", digits, value);
-        if (std::strtod(text, nullptr) == value) break;
+        number = roundedText(value, digits);
+        if (numberIn(number) == value) break;
     }
-    std::string number = text;
+    std::replace(number.begin(), number.end(), 'e', 'E');
     if (number.find('.') == std::string::npos) {
         number.insert(std::min(number.find('E'), number.size()), ".0");
     }

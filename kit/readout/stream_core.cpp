@@ -2,11 +2,11 @@
 
 #include "readout/frame_facts.h"
 #include "readout/host_clock.h"
+#include "values/decimals.h"
 
 #include "vxcamiface.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -30,9 +30,7 @@ SteadyTime now()
 
 std::string secondsText(nanoseconds time)
 {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.4g s", std::chrono::duration<double>(time).count());
-    return text;
+    return roundedText(std::chrono::duration<double>(time).count(), 4) + " s";
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // From values to the fields of a shape, and back.
+#include "values/decimals.h"
 #include "values/escapes.h"
 #include "values/field_values.h"
 
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 namespace vxcam {
 
@@ -36,7 +36,7 @@ Value fieldValue(const Field& field, double number)
         if (const char* word = wordOf(field, number)) return word;
         return static_cast<int64_t>(number);
     case FieldKind::Real:
-        return std::strtod(numberText(number).c_str(), nullptr); // 0.1, not 0.1000000015
+        return numberIn(numberText(number)); // 0.1, not 0.1000000015
     default:
         return static_cast<int64_t>(number);
     }

@@ -2,22 +2,28 @@
 #include "faultkinds.h"
 
 #include <algorithm>
-#include <cctype>
+#include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <stdexcept>
 
 namespace {
 
 double ToNumber(const std::string& name, const std::string& text)
 {
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end); // hexadecimal numbers, too
-    const bool begins = !text.empty() && !std::isspace(static_cast<unsigned char>(text[0]));
-    if (!begins || *end != '\0' || !std::isfinite(value)) {
+    // With a point whatever the locale of the application; hexadecimal numbers, too.
+    const bool isNegative = text.rfind('-', 0) == 0;
+    const std::string digits = text.substr(isNegative || text.rfind('+', 0) == 0 ? 1 : 0);
+    const bool isHex = digits.rfind("0x", 0) == 0 || digits.rfind("0X", 0) == 0;
+    const char* const begin = digits.data() + (isHex ? 2 : 0);
+    const char* const end = digits.data() + digits.size();
+    double value = 0;
+    const auto [rest, error] = std::from_chars(
+        begin, end, value, isHex ? std::chars_format::hex : std::chars_format::general);
+    const bool begins = begin != end && *begin != '-';
+    if (!begins || error != std::errc() || rest != end || !std::isfinite(value)) {
         throw std::runtime_error("'" + text + "' for " + name + " is no number");
     }
-    return value;
+    return isNegative ? -value : value;
 }
 
 } // namespace
