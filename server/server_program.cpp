@@ -60,16 +60,21 @@ std::string addressText(const ServerOptions& options, int port)
            options.web.address + ":" + std::to_string(port) + "/";
 }
 
-// Lets exposures that have an end come to it, unless a second signal comes.
+// Lets exposures that have an end come to it, and those who wait for them fetch what came, unless a
+// second signal comes.
 void finish(const Cameras& cameras, const Signals& signals)
 {
+    constexpr int kToFetch = 5000; // ms
+    bool isAnyFinished = false;
     for (const auto& camera : cameras) {
         const auto running = camera->exposures().running();
         if (!running || running->plan.frames == 0) continue;
         while (!camera->exposures().waitUntilIdle(kLook)) {
             if (signals.came(0)) return;
         }
+        isAnyFinished = true;
     }
+    if (isAnyFinished) signals.came(kToFetch);
 }
 
 void serve(ServerOptions options, const Signals& signals)

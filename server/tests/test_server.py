@@ -92,6 +92,7 @@ class Ending(WithServer):
         self.assertEqual(server.get("/healthz").body, b"ok\n")
         exposure = server.get(CAMERA + "/exposures/1?wait=10").json
         self.assertEqual(exposure["state"], "complete")
+        self.assertEqual(server.get(CAMERA + "/exposures/1/frame.fits").status, 200)
         self.assertEqual(server.end(), 0)
 
     def test_a_second_signal_ends_it_at_once(self):
@@ -189,7 +190,7 @@ class Paths(WithServer):
 
     def test_what_is_not_there_is_404_and_a_wrong_verb_405(self):
         server = self.start()
-        for path in ("/", "/api", "/api/v1", "/api/v1/cameras/1", "/api/v1/cameras/00",
+        for path in ("/odd", "/api", "/api/v1", "/api/v1/cameras/1", "/api/v1/cameras/00",
                      "/api/v1/cameras/-1", CAMERA + "/odd", CAMERA + "/exposures/x",
                      CAMERA + "/exposures/1/frame.exe", CAMERA + "/exposures/1/frames/0.fits"):
             self.assertEqual(server.get(path).status, 404, path)
