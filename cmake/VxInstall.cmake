@@ -55,7 +55,8 @@ file(GLOB _pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
               ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/SECURITY.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES ${_pages} ${PROJECT_SOURCE_DIR}/docs/frame.png DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(FILES ${_pages} ${PROJECT_SOURCE_DIR}/docs/frame.png
+              ${PROJECT_SOURCE_DIR}/docs/page.png DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 
 # `cmake --build DIR --target uninstall` removes what the last installation from DIR left.
 if(PROJECT_IS_TOP_LEVEL)

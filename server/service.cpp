@@ -2,6 +2,7 @@
 
 #include "live/watcher.h"
 #include "metrics/metrics_text.h"
+#include "page/page_files.h"
 #include "rest/json_answer.h"
 
 #include <exception>
@@ -55,6 +56,12 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
         return textAnswer("ok\n");
     }
     if (path == "/api/v1/session") return answerSession(request);
+    if (const std::optional<HttpResponse> file = pageFile(path)) { // has no secrets
+        *door = "page";
+        requireMethod(request, "GET");
+        guard_.requireSite(request, false);
+        return *file;
+    }
     const bool isAlpaca = alpaca_ && !RestDoor::isMine(path) && AlpacaDoor::isMine(path);
     const bool changes = request.method != "GET";
     if (isAlpaca && options_.isAlpacaOpen) {

@@ -42,7 +42,7 @@ bool Watcher::sendFrame(const FedFrame& fed)
     const uint64_t missed = seenFrame_ == 0 ? 0 : fed.number - seenFrame_ - 1;
     seenFrame_ = fed.number;
     meters_.watcherMissed += missed;
-    Json json{{"message", "frame"}, {"exposure", fed.exposure}, {"missed", missed}};
+    Json json{{"message", "frame"}, {"exposure_id", fed.exposure}, {"missed", missed}};
     json.update(frameJson(frame));
     const SteadyTime last = frame.times().lastPacket.steady;
     json["age"] = std::chrono::duration<double>(SteadyClock::now() - last).count();

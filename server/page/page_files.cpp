@@ -1,0 +1,63 @@
+#include "page/page_files.h"
+
+// The bytes of a file of server/web, behind a name of the linker's.
+#define VX_PAGE_FILE(name, file)                                                                   \
+    asm(".section .rodata\n.hidden " #name "Begin\n.global " #name "Begin\n" #name "Begin:\n"      \
+        ".incbin \"" VXCAMD_WEB "/" file "\"\n.hidden " #name "End\n.global " #name "End\n" #name  \
+        "End:\n.byte 0\n.previous\n");                                                             \
+    extern "C" const char name##Begin[];                                                           \
+    extern "C" const char name##End[];
+
+VX_PAGE_FILE(pageIndex, "index.html")
+VX_PAGE_FILE(pageStyle, "style.css")
+VX_PAGE_FILE(pageMain, "page.js")
+VX_PAGE_FILE(pageServer, "server.js")
+VX_PAGE_FILE(pageFigures, "figures.js")
+VX_PAGE_FILE(pageProperties, "properties.js")
+VX_PAGE_FILE(pageView, "view.js")
+
+#undef VX_PAGE_FILE
+
+namespace vxcam {
+
+namespace {
+
+struct PageFile {
+    const char* path;
+    const char* type;
+    const char* begin;
+    const char* end;
+};
+
+constexpr const char* kScript = "text/javascript; charset=utf-8";
+// Nothing comes from elsewhere, and nobody frames the page.
+constexpr const char* kPolicy = "default-src 'self'; img-src 'self' data:; connect-src 'self' ws: "
+                                "wss:; frame-ancestors 'none'; base-uri 'none'";
+
+const PageFile kFiles[] = {
+    {"/", "text/html; charset=utf-8", pageIndexBegin, pageIndexEnd},
+    {"/style.css", "text/css; charset=utf-8", pageStyleBegin, pageStyleEnd},
+    {"/page.js", kScript, pageMainBegin, pageMainEnd},
+    {"/server.js", kScript, pageServerBegin, pageServerEnd},
+    {"/figures.js", kScript, pageFiguresBegin, pageFiguresEnd},
+    {"/properties.js", kScript, pagePropertiesBegin, pagePropertiesEnd},
+    {"/view.js", kScript, pageViewBegin, pageViewEnd},
+};
+
+} // namespace
+
+std::optional<HttpResponse> pageFile(const std::string& path)
+{
+    for (const PageFile& file : kFiles) {
+        if (path != file.path) continue;
+        HttpResponse response;
+        response.type = file.type;
+        response.body.assign(file.begin, file.end);
+        response.headers = {{"Content-Security-Policy", kPolicy},
+                            {"Referrer-Policy", "no-referrer"}};
+        return response;
+    }
+    return {};
+}
+
+} // namespace vxcam

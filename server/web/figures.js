@@ -1,0 +1,91 @@
+// Figures of a frame: histogram, and a stretch that shows a sky and its stars.
+
+const kSamples = 1 << 20;
+
+// Counts of bins from the least to the most value, of at most a million pixels evenly spread.
+export function figuresOf(pixels, bits) {
+  const step = Math.max(1, Math.floor(pixels.length / kSamples));
+  let least = Infinity, most = 0;
+  for (let i = 0; i < pixels.length; i += step) {
+    const value = pixels[i];
+    if (value < least) least = value;
+    if (value > most) most = value;
+  }
+  const counts = new Uint32Array(Math.min(65536, most - least + 1));
+  const scale = counts.length / (most - least + 1);
+  let samples = 0;
+  for (let i = 0; i < pixels.length; i += step, ++samples) {
+    counts[Math.floor((pixels[i] - least) * scale)]++;
+  }
+  const percentile = part => {
+    let wanted = part * samples;
+    for (let bin = 0; bin < counts.length; ++bin) {
+      wanted -= counts[bin];
+      if (wanted <= 0) return least + (bin + 0.5) / scale;
+    }
+    return most;
+  };
+  return {least, most, counts, percentile, full: bits === 32 ? most : 2 ** bits - 1};
+}
+
+export function stretchOf(kind, figures) {
+  if (kind === 'full') return {black: 0, white: figures.full, bend: 0};
+  const {percentile} = figures;
+  if (kind === 'linear') return {black: percentile(0.005), white: percentile(0.995), bend: 0};
+  const sky = percentile(0.5);
+  const black = Math.max(0, sky - 2 * Math.max(1, sky - percentile(0.16)));
+  return {black, white: Math.max(percentile(0.9995), black + 1), bend: 30};
+}
+
+// The part of it where most pixels lie, with the limits of the stretch.
+export function drawHistogram(canvas, figures, stretch, colours) {
+  const context = canvas.getContext('2d');
+  const width = canvas.width = canvas.clientWidth * devicePixelRatio;
+  const height = canvas.height;
+  const {counts, least, most, percentile} = figures;
+  const last = Math.min(most, Math.max(percentile(0.999), stretch.white) * 1.1);
+  const span = Math.max(1, last - least);
+  const scale = counts.length / (most - least + 1); // bins for a value
+  const bars = new Float64Array(width);
+  for (let bin = 0; bin < counts.length; ++bin) {
+    const x = Math.floor(bin / scale / span * width);
+    if (x < width) bars[x] += counts[bin];
+  }
+  const top = Math.log1p(Math.max(...bars));
+  context.fillStyle = colours.soft;
+  bars.forEach((count, x) => {
+    const bar = Math.log1p(count) / top * (height - 16);
+    context.fillRect(x, height - bar, 1, bar);
+  });
+  context.fillStyle = colours.accent;
+  for (const limit of [stretch.black, stretch.white]) {
+    context.fillRect((limit - least) / span * width, 0, 2, height);
+  }
+  context.fillStyle = colours.ink;
+  context.font = `${11 * devicePixelRatio}px system-ui`;
+  context.fillText(String(least), 3, 12);
+  context.textAlign = 'right';
+  context.fillText(String(Math.round(last)), width - 3, 12);
+}
+
+// Points of [seconds, value].
+export function drawGraph(canvas, points, colours, unit) {
+  const context = canvas.getContext('2d');
+  const width = canvas.width = canvas.clientWidth * devicePixelRatio;
+  const height = canvas.height;
+  if (points.length < 2) return;
+  const values = points.map(point => point[1]);
+  const least = Math.min(...values) - 0.5, most = Math.max(...values) + 0.5;
+  const begin = points[0][0], span = points.at(-1)[0] - begin;
+  context.strokeStyle = colours.accent;
+  context.lineWidth = 2;
+  context.beginPath();
+  for (const [time, value] of points) {
+    context.lineTo((time - begin) / span * width, (most - value) / (most - least) * height);
+  }
+  context.stroke();
+  context.fillStyle = colours.ink;
+  context.font = `${11 * devicePixelRatio}px system-ui`;
+  context.fillText(`${most.toFixed(1)} ${unit}`, 3, 12);
+  context.fillText(`${least.toFixed(1)} ${unit}, last ${Math.round(span)} s`, 3, height - 4);
+}

@@ -1,0 +1,308 @@
+import {ask, camera, cameraPath, giveLease, hasLease, takeLease, watch} from './server.js';
+import {drawGraph, drawHistogram, figuresOf, stretchOf} from './figures.js';
+import {showProperties} from './properties.js';
+import {View} from './view.js';
+
+const at = id => document.getElementById(id);
+const view = new View(at('image'));
+const arrays = {8: Uint8Array, 16: Uint16Array, 32: Uint32Array};
+const temperatures = [];
+const recent = [];      // [time, bytes] of the last seconds' frames
+const totals = {complete: 0, incomplete: 0, missed: 0};
+let figures = null, newest = null, cameraFacts = null, exposure = null, area = null;
+let isServerThere = false, shownAt = 0;
+
+const colours = () => {
+  const style = getComputedStyle(document.documentElement);
+  return Object.fromEntries(['ink', 'soft', 'accent'].map(
+      name => [name, style.getPropertyValue(`--${name}`).trim()]));
+};
+
+function tell(text) {
+  const line = document.createElement('li');
+  line.textContent = `${new Date().toLocaleTimeString()} ${text}`;
+  at('events').prepend(line);
+  while (at('events').children.length > 100) at('events').lastChild.remove();
+}
+
+const doing = work => work().catch(error => {
+  at('state').textContent = error.message;
+  at('state').className = 'wrong';
+  tell(error.message);
+  refresh();
+});
+
+// ---- Frames
+
+function showFacts(facts) {
+  const rows = [
+    ['size', `${facts.columns} x ${facts.rows}, ${facts.bits} bits`],
+    ['exposure', `${facts.exposure} s, ${facts.type}`],
+    ['middle', `${facts.times.middle.slice(11, 23)} +/- ${(facts.times.uncertainty * 1000).toFixed(1)} ms`],
+    ['values', `${figures.least} to ${figures.most}`],
+    ['sum', String(facts.sum)],
+    ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packets missing`],
+  ];
+  at('facts').replaceChildren(...rows.flatMap(([name, text]) => {
+    const [title, value] = [document.createElement('dt'), document.createElement('dd')];
+    title.textContent = name;
+    value.textContent = text;
+    if (name === 'pixels' && !facts.complete) value.className = 'wrong';
+    return [title, value];
+  }));
+}
+
+function showFrame() {
+  const {facts, pixels} = newest;
+  figures = figuresOf(pixels, facts.bits);
+  const stretch = stretchOf(at('stretch').value, figures);
+  view.show({columns: facts.columns, rows: facts.rows, bits: facts.bits, pixels,
+             missingRows: facts.missing_rows, stretch,
+             full: facts.bits === 32 ? Infinity : figures.full});
+  drawHistogram(at('histogram'), figures, stretch, colours());
+  showFacts(facts);
+  at('image').dataset.frame = `${facts.readout}.${facts.number}`;
+}
+
+let isDue = false;
+function onFrame(facts, buffer) {
+  newest = {facts, pixels: new arrays[facts.bits](buffer)};
+  shownAt = performance.now() - facts.age * 1000;
+  recent.push([performance.now(), buffer.byteLength]);
+  totals[facts.complete ? 'complete' : 'incomplete']++;
+  totals.missed += facts.missed;
+  at('save').hidden = false;
+  at('save').href = `${cameraPath}/exposures/${facts.exposure_id}/frame.fits`;
+  if (isDue) return; // no more of them than the screen shows
+  isDue = true;
+  requestAnimationFrame(() => {
+    isDue = false;
+    showFrame();
+    showTruth();
+  });
+}
+
+// Says of every frame that is not current that it is not.
+function showTruth() {
+  const now = performance.now();
+  while (recent.length && now - recent[0][0] > 3000) recent.shift();
+  const seconds = recent.length > 1 ? (now - recent[0][0]) / 1000 : 1;
+  const bytes = recent.reduce((sum, each) => sum + each[1], 0);
+  at('truth').textContent = `${(recent.length > 1 ? recent.length / seconds : 0).toFixed(1)} frames/s, ` +
+      `${(recent.length > 1 ? bytes / seconds / 1e6 : 0).toFixed(1)} MB/s; ${totals.complete} complete, ` +
+      `${totals.incomplete} incomplete, ${totals.missed} missed here`;
+  const age = newest ? (now - shownAt) / 1000 : 0;
+  const isCut = !isServerThere || (cameraFacts && !cameraFacts.link);
+  const notes = [];
+  if (isCut) notes.push(`no connection to the ${isServerThere ? 'camera' : 'server'}`);
+  if (!newest) notes.push('no frame yet');
+  if (newest && !newest.facts.complete) notes.push('incomplete: rows are missing');
+  const isBad = notes.length > 0;
+  if (age > 2) notes.push(`this frame is ${age < 120 ? Math.round(age) + ' s' : Math.round(age / 60) + ' min'} old`);
+  const text = notes.join('; ');
+  at('stale').className = isBad ? 'bad' : '';
+  at('stage').classList.toggle('old', Boolean(newest) && isCut);
+  if (at('stale').textContent !== text) at('stale').textContent = text;
+}
+
+// ---- State
+
+function showCamera() {
+  const facts = cameraFacts;
+  at('camera').textContent = facts.name || facts.target;
+  at('link').textContent = facts.link ? 'connected' : facts.open ? 'link lost' : 'not there';
+  at('link').className = `lamp ${facts.link ? 'good' : 'bad'}`;
+  const {lease} = facts;
+  at('lease').textContent = !lease.held ? 'free for all' : hasLease() ? 'you control' : `${lease.holder} controls`;
+  at('control').textContent = hasLease() ? 'Give back' : lease.held ? 'Take over' : 'Take control';
+  const told = facts.sensor_temperature;
+  at('temperature').textContent = told === null ? 'no temperature' :
+      `${told.toFixed(1)} \u00b0C, board ${facts.board_temperature.toFixed(1)} \u00b0C`;
+  document.title = `${at('camera').textContent} - vxcamd`;
+}
+
+function showExposure() {
+  const isOver = !exposure || exposure.over;
+  at('start').disabled = at('live').disabled = !isOver;
+  at('stop').disabled = isOver;
+  if (!exposure) return;
+  const {progress, plan, error} = exposure;
+  at('progress').value = isOver ? (exposure.state === 'complete' ? 1 : 0) : progress.phase === 'exposing' ? progress.done : 1;
+  const running = () => `${plan.frames === 0 ? 'live' : `frame ${progress.frame} of ${plan.frames}`}, ${progress.phase}`;
+  at('state').textContent = isOver ? exposure.state + (error ? `: ${error.text}` : '') : running();
+  at('state').className = isOver && error && exposure.state !== 'aborted' ? 'wrong' : '';
+}
+
+async function refresh() {
+  try {
+    cameraFacts = await camera('GET');
+    isServerThere = true;
+    showCamera();
+    const id = cameraFacts.exposure ?? exposure?.id;
+    if (id) exposure = await camera('GET', `/exposures/${id}`).catch(() => null);
+    showExposure();
+  } catch (error) {
+    if (error.kind === 'token') at('login').open || at('login').showModal();
+    else isServerThere = false;
+  }
+  showTruth();
+}
+
+function onEvent(event) {
+  if (event.event === 'heartbeat') {
+    temperatures.push([performance.now() / 1000, event.sensor_temperature]);
+    if (temperatures.length > 1200) temperatures.shift();
+    drawGraph(at('temperatures'), temperatures, colours(), '\u00b0C');
+    if (cameraFacts) {
+      Object.assign(cameraFacts, event.sensor_temperature !== undefined && {
+        sensor_temperature: event.sensor_temperature, board_temperature: event.board_temperature});
+      showCamera();
+    }
+    return;
+  }
+  if (event.event === 'property') showCooler().catch(() => {});
+  if (event.event !== 'frame') {
+    tell([event.event, event.name, event.state, event.holder, event.text].filter(Boolean).join(' '));
+  }
+  refresh();
+}
+
+// ---- Commands
+
+async function expose(frames) {
+  const plan = {exposure: Number(at('seconds').value), frames, type: at('type').value,
+                bits: Number(at('bits').value)};
+  if (!(plan.exposure >= 0)) throw new Error('Seconds: a number is needed');
+  exposure = await camera('POST', '/exposures', plan);
+  showExposure();
+}
+
+async function stop() {
+  if (exposure && !exposure.over) exposure = await camera('DELETE', `/exposures/${exposure.id}`);
+  showExposure();
+}
+
+async function setArea(wanted) {
+  const value = wanted ? [wanted.column, wanted.row, wanted.columns, wanted.rows].join(',') : 'none';
+  await camera('PUT', '/properties/area', {value});
+  area = wanted;
+  at('area').textContent = area ? `area ${value}; Shift-click for the whole sensor` :
+      'whole sensor; drag with Shift to draw a region';
+}
+
+async function showCooler() {
+  at('target').value = (await camera('GET', '/properties/target-temp')).value;
+  at('cooling').checked = (await camera('GET', '/properties/cooling')).value;
+}
+
+at('expose').addEventListener('submit', event => {
+  event.preventDefault();
+  doing(() => expose(Number(at('frames').value)));
+});
+at('live').onclick = () => doing(() => expose(0));
+at('stop').onclick = () => doing(stop);
+at('control').onclick = () => doing(async () => {
+  await (hasLease() ? giveLease() : takeLease());
+  await refresh();
+});
+at('stretch').onchange = () => newest && showFrame();
+at('fit').onclick = () => view.setZoom(0);
+at('one').onclick = () => view.setZoom(1);
+at('target').onchange = () => doing(async () => {
+  await camera('PUT', '/properties/target-temp', {value: Number(at('target').value)});
+  await showCooler();
+});
+at('cooling').onchange = () => doing(async () => {
+  await camera('PUT', '/properties/cooling', {value: at('cooling').checked});
+  await showCooler();
+});
+at('table').ontoggle = () => at('table').open && doing(() => showProperties(at('properties'), tell));
+at('mode').onclick = () => {
+  const isDome = document.documentElement.classList.toggle('dome');
+  localStorage.setItem('dome', isDome ? '1' : '');
+  if (newest) showFrame();
+};
+if (localStorage.getItem('dome')) document.documentElement.classList.add('dome');
+at('login').onclose = () => doing(async () => {
+  await ask('POST', '/api/v1/session', {token: at('token').value});
+  location.reload();
+});
+
+document.addEventListener('keydown', event => {
+  if (event.target.matches('input, select') || event.ctrlKey || event.metaKey) return;
+  const keys = {l: 'live', Escape: 'stop', f: 'fit', 1: 'one', n: 'mode'};
+  if (keys[event.key]) at(keys[event.key]).click();
+  const moves = {ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1]};
+  if (newest && moves[event.key]) view.move(...moves[event.key].map(part => part * 40 / (view.placing()[0])));
+  if (newest && (event.key === '+' || event.key === '-')) {
+    view.setZoom(view.placing()[0] * (event.key === '+' ? 2 : 0.5));
+  }
+});
+
+// ---- Mouse
+
+let drag = null;
+const clamp = (value, most) => Math.min(Math.max(Math.floor(value), 0), most);
+
+// From pixels of the frame to those of the sensor.
+function sensorArea([x0, y0], [x1, y1]) {
+  const {facts} = newest;
+  const [left, right] = [Math.min(x0, x1), Math.max(x0, x1)].map(x => clamp(x, facts.columns - 1));
+  const [top, bottom] = [Math.min(y0, y1), Math.max(y0, y1)].map(y => clamp(y, facts.rows - 1));
+  const [binX, binY] = facts.binning.map(bin => bin || 1);
+  return {column: facts.area.column + left * binX, row: facts.area.row + top * binY,
+          columns: (right - left + 1) * binX, rows: (bottom - top + 1) * binY};
+}
+
+function drawRegion() {
+  const box = at('image').getBoundingClientRect();
+  const region = at('region');
+  region.setAttribute('visibility', drag?.isRegion ? 'visible' : 'hidden');
+  if (!drag?.isRegion) return;
+  const [a, b] = [drag.from, drag.to];
+  region.setAttribute('x', Math.min(a.clientX, b.clientX) - box.left);
+  region.setAttribute('y', Math.min(a.clientY, b.clientY) - box.top);
+  region.setAttribute('width', Math.abs(a.clientX - b.clientX));
+  region.setAttribute('height', Math.abs(a.clientY - b.clientY));
+}
+
+at('image').onpointerdown = event => {
+  if (!newest) return;
+  drag = {from: event, to: event, isRegion: event.shiftKey};
+  at('image').setPointerCapture(event.pointerId);
+};
+at('image').onpointermove = event => {
+  if (!newest) return;
+  const {facts, pixels} = newest;
+  const [x, y] = view.pixelAt(event).map(Math.floor);
+  const isIn = x >= 0 && y >= 0 && x < facts.columns && y < facts.rows;
+  at('pixel').textContent = isIn ? `${x}, ${y}: ${pixels[y * facts.columns + x]}` : '';
+  if (!drag) return;
+  const [before, now] = [view.pixelAt(drag.to), view.pixelAt(event)];
+  if (!drag.isRegion) view.move(before[0] - now[0], before[1] - now[1]);
+  drag.to = event;
+  drawRegion();
+};
+at('image').onpointerup = event => {
+  if (drag?.isRegion) {
+    const isClick = Math.hypot(event.clientX - drag.from.clientX, event.clientY - drag.from.clientY) < 4;
+    const region = isClick ? null : sensorArea(view.pixelAt(drag.from), view.pixelAt(event));
+    doing(() => setArea(region));
+  }
+  drag = null;
+  drawRegion();
+};
+at('image').onwheel = event => {
+  event.preventDefault();
+  if (newest) view.setZoom(view.placing()[0] * (event.deltaY < 0 ? 1.25 : 0.8), event);
+};
+
+// ---- Start
+
+watch({onFrame, onEvent, onLink: isThere => {
+  isServerThere = isThere;
+  refresh();
+  if (isThere) showCooler().catch(() => {});
+}});
+setInterval(() => exposure && !exposure.over ? refresh() : showTruth(), 250);
+setInterval(refresh, 2000);

@@ -1,0 +1,56 @@
+// What the server offers: requests, the lease, and frames as they come.
+
+const number = new URLSearchParams(location.search).get('camera') ?? '0';
+export const cameraPath = `/api/v1/cameras/${number}`;
+let leaseKey = sessionStorage.getItem('lease') ?? '';
+
+export const hasLease = () => leaseKey !== '';
+
+function keep(key) {
+  leaseKey = key;
+  sessionStorage.setItem('lease', key);
+}
+
+// Throws an Error with the server's sentence; its `kind` is the server's word for it.
+export async function ask(method, path, body) {
+  const headers = leaseKey ? {'X-Lease': leaseKey} : {};
+  if (body !== undefined) headers['Content-Type'] = 'application/json';
+  const answer = await fetch(path, {method, headers, body: body && JSON.stringify(body)});
+  const json = await answer.json();
+  if (answer.ok) return json;
+  if (answer.status === 423) keep('');
+  throw Object.assign(new Error(json.error.text), {kind: json.error.kind});
+}
+
+export const camera = (method, path = '', body) => ask(method, cameraPath + path, body);
+
+export async function takeLease() {
+  keep((await camera('POST', '/lease', {holder: 'page', take: true})).key);
+}
+
+export async function giveLease() {
+  await camera('DELETE', '/lease').catch(() => {});
+  keep('');
+}
+
+// Calls with every frame (facts, ArrayBuffer), event, and change of the connection, for ever.
+export function watch({onFrame, onEvent, onLink}) {
+  const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
+  const socket = new WebSocket(`${scheme}//${location.host}${cameraPath}/live`);
+  socket.binaryType = 'arraybuffer';
+  let facts = null;
+  socket.onopen = () => onLink(true);
+  socket.onmessage = ({data}) => {
+    if (typeof data !== 'string') {
+      onFrame(facts, data);
+      return;
+    }
+    const message = JSON.parse(data);
+    if (message.message === 'frame') facts = message;
+    if (message.message === 'event') onEvent(message.event);
+  };
+  socket.onclose = () => {
+    onLink(false);
+    setTimeout(() => watch({onFrame, onEvent, onLink}), 1000);
+  };
+}
