@@ -7,6 +7,7 @@
 #include <indidriver.h>
 #include <lilxml.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
@@ -15,7 +16,6 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <sys/eventfd.h>
 #include <thread>
@@ -26,13 +26,15 @@ namespace vxcam {
 
 namespace {
 
+constexpr size_t kMostAnswers = 1000; // that are remembered: several may wait for the same one
+
 // What the threads share. Never destroyed: they may run when the process ends.
 struct Loop {
     int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     std::mutex lock;
     std::condition_variable answered;
     std::deque<std::function<void()>> queue;
-    std::set<std::string> answers; // of indiserver to pings, that nobody has asked for yet
+    std::deque<std::string> answers; // of indiserver to pings, the last ones
 };
 
 Loop& loop()
@@ -60,7 +62,8 @@ void serveQueue(int wake, void*)
 void noteAnswer(XMLEle* message)
 {
     std::lock_guard<std::mutex> guard(loop().lock);
-    loop().answers.insert(findXMLAttValu(message, "uid"));
+    loop().answers.emplace_back(findXMLAttValu(message, "uid"));
+    if (loop().answers.size() > kMostAnswers) loop().answers.pop_front();
     loop().answered.notify_all();
 }
 
@@ -121,6 +124,8 @@ void runMainLoop(std::function<void()> atEnd)
 
 } // namespace vxcam
 
+// Several devices may wait for the same answer, since INDI counts the BLOBs of a process.
+//
 // INDI's own waits for the answer to a ping in whatever thread sends a BLOB, by reading standard
 // input beside the event loop: both may take what the other waits for. This one takes its place.
 extern "C" VXCAMKIT_EXPORT void waitPingReply(const char* uid);
@@ -128,5 +133,7 @@ extern "C" void waitPingReply(const char* uid)
 {
     vxcam::Loop& loop = vxcam::loop();
     std::unique_lock<std::mutex> guard(loop.lock);
-    loop.answered.wait(guard, [&] { return loop.answers.erase(uid) > 0; });
+    loop.answered.wait(guard, [&] {
+        return std::find(loop.answers.begin(), loop.answers.end(), uid) != loop.answers.end();
+    });
 }

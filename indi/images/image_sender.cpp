@@ -28,7 +28,8 @@ struct Content {
     std::string ending; // ".fits"
 };
 
-Content contentOf(const Frame& frame, const SendOptions& options, std::vector<HeaderCard> cards)
+Content contentOf(const Frame& frame, const SendOptions& options, std::vector<HeaderCard> cards,
+                  FileBytes spare)
 {
     Content content;
     if (!options.isFits) {
@@ -41,7 +42,7 @@ Content contentOf(const Frame& frame, const SendOptions& options, std::vector<He
     header.software = std::string("indi_vxcam_ccd ") + VXCAM_VERSION;
     header.settings = true;
     header.cards = std::move(cards);
-    content.file = makeFits(frame, header);
+    content.file = makeFits(frame, header, nullptr, std::move(spare));
     content.bytes = content.file.data();
     content.size = content.file.size();
     content.ending = ".fits";
@@ -91,7 +92,7 @@ std::string ImageSender::send(const Frame& frame, const SendOptions& options,
         std::lock_guard<std::mutex> guard(lock_);
         cards = cards_;
     }
-    const Content content = contentOf(frame, options, std::move(cards));
+    Content content = contentOf(frame, options, std::move(cards), std::move(spare_));
     std::string path;
     if (options.toFile) {
         std::error_code ignored; // writing says it better
@@ -100,6 +101,9 @@ std::string ImageSender::send(const Frame& frame, const SendOptions& options,
         writeNewFile(path, content.bytes, content.size);
     }
     if (options.toClient) {
+        // INDI counts the BLOBs of all devices, without a lock.
+        static std::mutex& sending = *new std::mutex;
+        std::lock_guard<std::mutex> guard(sending);
         image[0].setBlob(const_cast<void*>(content.bytes)); // it is only read
         image[0].setBlobLen(static_cast<int>(content.size));
         image[0].setSize(static_cast<int>(content.size));
@@ -109,6 +113,7 @@ std::string ImageSender::send(const Frame& frame, const SendOptions& options,
         image[0].setBlob(nullptr);
         image[0].setBlobLen(0);
     }
+    spare_ = std::move(content.file);
     return path;
 }
 

@@ -2,6 +2,7 @@
 #ifndef VXINDI_IMAGE_SENDER_H
 #define VXINDI_IMAGE_SENDER_H
 
+#include <vxcamkit/file_bytes.h>
 #include <vxcamkit/frame.h>
 #include <vxcamkit/header.h>
 
@@ -36,6 +37,7 @@ public:
 private:
     std::mutex lock_;
     std::vector<HeaderCard> cards_;
+    FileBytes spare_; // of the file before, for send() alone
 };
 
 } // namespace vxcam

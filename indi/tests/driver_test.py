@@ -53,6 +53,23 @@ class Connecting(DriverTest):
         clients["VX CCD 3"].change("CCD_FRAME", {"WIDTH": 64, "HEIGHT": 32})
         self.assertEqual(clients["VX CCD 3"].expose().fits()[0].shape, (32, 64))
 
+    def test_devices_send_images_at_the_same_time(self):
+        cameras = [self.camera("--seed", str(number)) for number in range(4)]
+        server = self.server(VXCAM_TARGETS=",".join(f"127.0.0.1:{c.port}" for c in cameras))
+        clients = [self.client(server, "VX CCD" + (f" {number}" if number > 1 else ""))
+                   for number in range(1, 5)]
+        for client in clients:
+            client.connect()
+            client.change("CCD_FAST_TOGGLE", {"INDI_ENABLED": True})
+            client.change("CCD_FAST_COUNT", {"FRAMES": 30})
+        for client in clients:
+            client.set("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 0.001})
+        for client, camera in zip(clients, cameras):
+            client.wait(lambda: len(client.blobs) == 30 and
+                        client.vector("CCD_EXPOSURE").state == "Ok", "30 frames")
+            for blob in client.blobs:
+                self.assert_true_frame(blob, camera)
+
     def test_it_listens_on_no_port(self):
         del os.environ["DBGD_DISABLE"]  # that alone would keep it from it
         camera = self.camera()

@@ -117,7 +117,7 @@ class Law(DriverTest):
             self.assertEqual(how, expected, why)
         if how == "frame":
             total, check, header = client.blobs[-1].truth()
-            self.assertEqual(camera.sent(total, "sentSum")["sentCrc"], check)
+            self.assertEqual(camera.sent(check, "sentCrc")["sentSum"], total)
             self.assertIs(header["COMPLETE"], True)
         if kind in AT_ONCE:
             self.assertLess(ended - began, 1.2)  # 0.2 s of them are the exposure
@@ -131,7 +131,7 @@ class Law(DriverTest):
             self.assertLess(time.monotonic(), deadline, "no frame any more")
             client.pump(0.5)
         total, check, _ = client.blobs[-1].truth()
-        self.assertEqual(camera.sent(total)["crc"], check)
+        self.assertEqual(camera.sent(check, "crc")["sum"], total)
 
     def test_the_table_has_every_kind_of_fault(self):
         with open(indi_support.page("simulator.md")) as file:

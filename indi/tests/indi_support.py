@@ -349,8 +349,8 @@ class DriverTest(unittest.TestCase):
     def assert_true_frame(self, blob, camera, exposure=None):
         """The pixels are those that the camera sent last."""
         total, check, header = blob.truth()
-        sent = camera.sent(total)
-        self.assertEqual(sent["crc"], check)
+        sent = camera.sent(check, "crc")
+        self.assertEqual(sent["sum"], total)
         self.assertEqual(header["PIXSUM"], total)
         self.assertIs(header["COMPLETE"], True)
         if exposure is not None:
