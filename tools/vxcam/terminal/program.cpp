@@ -155,6 +155,7 @@ const std::vector<tsVerb>& Verbs()
     static const std::vector<tsVerb>& verbs = *new std::vector<tsVerb>{
         {"grab", "expose, read out and save images", gsGrabExamples, MakeGrab},
         {"record", "keep frames in one file, at full rate", gsRecordExamples, MakeRecord},
+        {"verify", "find what is wrong with records", gsVerifyExamples, MakeVerify},
         {"cool", "cool the sensor slowly, and warm it up again", gsCoolExamples, MakeCool},
         {"get", "read properties of a camera", gsGetExamples, MakeGet},
         {"set", "change properties of a camera", gsSetExamples, MakeSet},

@@ -95,6 +95,7 @@ std::unique_ptr<tcVerb> MakeProfile();
 std::unique_ptr<tcVerb> MakeRecord();
 std::unique_ptr<tcVerb> MakeSet();
 std::unique_ptr<tcVerb> MakeTrigger();
+std::unique_ptr<tcVerb> MakeVerify();
 std::unique_ptr<tcVerb> MakeWatch();
 
 extern const char* const gsCoolExamples;
@@ -113,6 +114,7 @@ extern const char* const gsProfileExamples;
 extern const char* const gsRecordExamples;
 extern const char* const gsSetExamples;
 extern const char* const gsTriggerExamples;
+extern const char* const gsVerifyExamples;
 extern const char* const gsWatchExamples;
 
 #endif

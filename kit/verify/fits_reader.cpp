@@ -1,0 +1,187 @@
+// FITS records: cubes, compressed ones, and files of one frame.
+#include "containers/record_columns.h"
+#include "files/fits_header.h"
+#include "verify/fits_parts.h"
+#include "verify/record_reader.h"
+#include "verify/tile_reader.h"
+
+#include <vxcamkit/error.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace vxcam {
+
+namespace {
+
+// Of planes that lie one behind the other in one part.
+class PlanePixels : public PixelReader
+{
+public:
+    PlanePixels(FitsParts parts, const ReadRecord& record)
+        : parts_(std::move(parts)), record_(record)
+    {}
+    bool read(size_t frame, std::vector<char>* pixels) override
+    {
+        const FitsPart& part = parts_.parts().front();
+        pixels->resize(record_.frameBytes());
+        if (!parts_.read(part.data + frame * pixels->size(), pixels->data(), pixels->size())) {
+            return false;
+        }
+        const auto width = static_cast<size_t>(record_.bits / 8);
+        const bool isFlipped = width > 1 && part.number("BZERO") != 0;
+        for (size_t i = 0; i < pixels->size(); i += width) {
+            if (isFlipped) (*pixels)[i] = static_cast<char>((*pixels)[i] ^ '\x80');
+            std::reverse(pixels->begin() + static_cast<std::ptrdiff_t>(i),
+                         pixels->begin() + static_cast<std::ptrdiff_t>(i + width));
+        }
+        return true;
+    }
+
+private:
+    FitsParts parts_;
+    const ReadRecord& record_;
+};
+
+int64_t highFirst(const char* bytes)
+{
+    uint64_t value = 0;
+    for (size_t i = 0; i < sizeof value; ++i) {
+        value = value << 8U | static_cast<unsigned char>(bytes[i]);
+    }
+    return static_cast<int64_t>(value);
+}
+
+void readTable(FitsParts* parts, const FitsPart& table, ReadRecord* record)
+{
+    const std::vector<RecordColumn>& columns = recordColumns();
+    const auto width = static_cast<size_t>(table.number("NAXIS1"));
+    const size_t numbers = columns.size() * sizeof(int64_t);
+    if (width < numbers || width > numbers + 4096) {
+        record->find("file", "the table FRAMES is laid out in another way");
+        return;
+    }
+    std::string row(width, '\0');
+    for (int64_t i = 0; i < table.number("NAXIS2"); ++i) {
+        if (!parts->read(table.data + static_cast<uint64_t>(i) * width, row.data(), width)) {
+            record->find("file", "the table FRAMES is not whole");
+            return;
+        }
+        ReadRow read;
+        for (size_t k = 0; k < columns.size(); ++k) {
+            if (!columns[k].isWhole()) continue;
+            read.numbers[columns[k].name] = highFirst(row.data() + k * sizeof(int64_t));
+        }
+        std::string text = row.substr(numbers);
+        text = text.substr(0, text.find('\0'));
+        read.areRowsCut = text.size() > 3 && text.compare(text.size() - 3, 3, "...") == 0;
+        if (!read.areRowsCut && !parseRanges(text, &read.missingRows)) {
+            record->find("rows", "its list of missing rows is none", i);
+        }
+        record->frames.push_back(std::move(read));
+    }
+}
+
+// Cards that are compared with other things.
+void readCards(const FitsPart& part, ReadRecord* record)
+{
+    record->header = nlohmann::json::object();
+    for (const char* word : {"EXPTIME", "XPOSURE", "SET-TEMP", "GAIN"}) {
+        if (part.has(word)) record->header[word] = part.real(word);
+    }
+}
+
+// The table of a record that still runs, or whose process was killed, lies beside it.
+void readFrames(const std::string& path, FitsParts* parts, ReadRecord* record)
+{
+    const FitsPart& first = parts->parts().front();
+    record->ended = first.text("RECEND");
+    record->dropped = first.number("RECDROP", -1);
+    if (const FitsPart* table = parts->find("FRAMES")) {
+        readTable(parts, *table, record);
+    } else if (record->ended == "running") {
+        FitsParts beside(path + ".frames");
+        if (const FitsPart* waiting = beside.find("FRAMES")) {
+            readTable(&beside, *waiting, record);
+        }
+    } else {
+        record->find("file", "the table FRAMES is not there");
+    }
+}
+
+void checkCount(int64_t frames, ReadRecord* record)
+{
+    const auto rows = static_cast<int64_t>(record->frames.size());
+    const bool isEven = rows == frames || (record->ended == "running" && rows > frames);
+    if (!isEven) {
+        record->find("file", "has " + std::to_string(frames) + " frames, and " +
+                                 std::to_string(rows) + " rows in the table FRAMES");
+    }
+    if (rows > frames) record->frames.resize(static_cast<size_t>(frames));
+}
+
+// A file of one frame says of itself what a table would.
+void readOneFrame(const FitsPart& part, ReadRecord* record)
+{
+    ReadRow row;
+    const auto take = [&](const char* word, const char* name) {
+        if (part.has(word)) row.numbers[name] = part.number(word);
+    };
+    take("FRAMENO", "number");
+    take("READOUT", "readout");
+    take("PIXSUM", "sum");
+    take("SIMSUM", "sim_sum");
+    take("NPACKETS", "packets");
+    take("NMISSING", "packets_missing");
+    take("NMISPLAC", "packets_misplaced");
+    take("NDAMAGED", "packets_damaged");
+    take("NDROPPED", "dropped");
+    take("NMISSROW", "missing_rows_count");
+    row.numbers["complete"] = part.text("COMPLETE") == "T" ? 1 : 0;
+    if (!part.has("BLANK") && !parseRanges(part.text("MISSROWS"), &row.missingRows)) {
+        row.areRowsCut = true;
+    }
+    if (part.has("BLANK")) row.areRowsCut = true;
+    record->ended = "complete";
+    record->frames.push_back(std::move(row));
+}
+
+} // namespace
+
+std::unique_ptr<PixelReader> readFits(const std::string& path, ReadRecord* record)
+{
+    FitsParts parts(path);
+    const FitsPart first = parts.parts().front();
+    readCards(first, record);
+    for (size_t i = 0; i < parts.parts().size(); ++i) {
+        const FitsPart part = parts.parts()[i];
+        if (part.has("CHECKSUM") && !parts.isSumRight(part)) {
+            record->find("file", "the sum of part " + std::to_string(i) + " is not right");
+        }
+    }
+    if (first.has("RECEND")) readFrames(path, &parts, record);
+    const bool isRunning = record->ended == "running" && first.has("RECEND");
+    if (parts.rest() != 0 && !isRunning) {
+        record->find("file", std::to_string(parts.rest()) + " bytes at its end belong to nothing");
+    }
+    if (first.number("NAXIS") == 0 && first.has("RECFRAME")) {
+        checkCount(first.number("RECFRAME"), record);
+        return readTiles(path, record);
+    }
+    record->columns = static_cast<int>(first.number("NAXIS1"));
+    record->rows = static_cast<int>(first.number("NAXIS2"));
+    record->bits = static_cast<int>(first.number("BITPIX"));
+    if (record->columns < 1 || record->rows < 1 ||
+        (record->bits != 8 && record->bits != 16 && record->bits != 32)) {
+        throw Error(ErrorKind::File, path + ": holds no frames", EINVAL);
+    }
+    if (first.number("NAXIS") == 3) {
+        checkCount(first.number("NAXIS3"), record);
+    } else {
+        readOneFrame(first, record);
+    }
+    return std::make_unique<PlanePixels>(std::move(parts), *record);
+}
+
+} // namespace vxcam

@@ -1,0 +1,164 @@
+// HDF5 records.
+#include "containers/hdf5_objects.h"
+#include "containers/record_columns.h"
+#include "verify/record_reader.h"
+
+#include <vxcamkit/error.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace vxcam {
+
+namespace {
+
+const std::string kDetector = "/entry/instrument/detector/";
+const std::string kRecord = "/entry/record/";
+
+class Hdf5Pixels : public PixelReader
+{
+public:
+    Hdf5Pixels(const std::string& path, const ReadRecord& record) : path_(path), record_(record)
+    {
+        H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+        // A file whose writer was killed is still marked as being written.
+        file_ = Hdf5Id(H5Fopen(path.c_str(), H5F_ACC_RDONLY | H5F_ACC_SWMR_READ, H5P_DEFAULT),
+                       H5Fclose);
+        if (file_ < 0) {
+            file_ = Hdf5Id(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT), H5Fclose);
+        }
+        requireHdf5(file_, path_);
+        pixels_ = open(kDetector + "data");
+    }
+
+    Hdf5Id open(const std::string& name) const
+    {
+        Hdf5Id dataset(H5Dopen2(file_, name.c_str(), H5P_DEFAULT), H5Dclose);
+        requireHdf5(dataset, path_);
+        return dataset;
+    }
+    std::vector<hsize_t> shape(const Hdf5Id& dataset) const
+    {
+        const Hdf5Id space(H5Dget_space(dataset), H5Sclose);
+        std::vector<hsize_t> size(
+            static_cast<size_t>(requireHdf5(H5Sget_simple_extent_ndims(space), path_)));
+        H5Sget_simple_extent_dims(space, size.data(), nullptr);
+        return size;
+    }
+    size_t pixelBytes() const
+    {
+        const Hdf5Id type(H5Dget_type(pixels_), H5Tclose);
+        return H5Tget_size(type);
+    }
+    std::vector<int64_t> numbers(const std::string& name) const
+    {
+        const Hdf5Id dataset = open(name);
+        const std::vector<hsize_t> size = shape(dataset);
+        std::vector<int64_t> list(size.empty() ? 1 : size[0]);
+        if (list.empty()) return list;
+        requireHdf5(H5Dread(dataset, H5T_NATIVE_INT64, H5S_ALL, H5S_ALL, H5P_DEFAULT, list.data()),
+                    path_);
+        return list;
+    }
+    std::string text(const std::string& name) const
+    {
+        const Hdf5Id dataset = open(name);
+        const Hdf5Id type(H5Dget_type(dataset), H5Tclose);
+        std::string value(H5Tget_size(type), '\0');
+        requireHdf5(H5Dread(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, value.data()), path_);
+        return value.substr(0, value.find('\0'));
+    }
+    // A whole number of the settings; nothing when it is not there.
+    std::optional<int64_t> setting(const std::string& name) const
+    {
+        const std::string path = kDetector + "settings/" + name;
+        if (H5Lexists(file_, path.c_str(), H5P_DEFAULT) <= 0) return std::nullopt;
+        const Hdf5Id dataset = open(path);
+        const Hdf5Id type(H5Dget_type(dataset), H5Tclose);
+        if (H5Tget_class(type) != H5T_INTEGER) return std::nullopt;
+        return numbers(path).at(0);
+    }
+    std::vector<hsize_t> pixelShape() const { return shape(pixels_); }
+
+    bool read(size_t frame, std::vector<char>* pixels) override
+    {
+        pixels->resize(record_.frameBytes());
+        const hsize_t start[] = {frame, 0, 0};
+        const hsize_t count[] = {1, static_cast<hsize_t>(record_.rows),
+                                 static_cast<hsize_t>(record_.columns)};
+        const Hdf5Id space(H5Dget_space(pixels_), H5Sclose);
+        const Hdf5Id memory(H5Screate_simple(3, count, nullptr), H5Sclose);
+        const Hdf5Id type(H5Dget_type(pixels_), H5Tclose);
+        return H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr) >= 0 &&
+               H5Dread(pixels_, type, memory, space, H5P_DEFAULT, pixels->data()) >= 0;
+    }
+
+private:
+    const std::string path_;
+    const ReadRecord& record_;
+    Hdf5Id file_, pixels_;
+};
+
+void readColumns(const Hdf5Pixels& file, ReadRecord* record)
+{
+    size_t least = std::numeric_limits<size_t>::max(), most = 0;
+    for (const RecordColumn& column : recordColumns()) {
+        if (!column.isWhole()) continue;
+        const std::vector<int64_t> values = file.numbers(kDetector + column.name);
+        least = std::min(least, values.size());
+        most = std::max(most, values.size());
+        record->frames.resize(std::max(record->frames.size(), values.size()));
+        for (size_t i = 0; i < values.size(); ++i) {
+            record->frames[i].numbers[column.name] = values[i];
+        }
+    }
+    const hsize_t pixels = file.pixelShape()[0];
+    const bool isEven = least == most && pixels == most;
+    if (!isEven && (record->ended != "running" || pixels < least)) {
+        record->find("file", "its datasets tell of " + std::to_string(least) + " to " +
+                                 std::to_string(std::max<size_t>(most, pixels)) + " frames");
+    }
+    record->frames.resize(std::min<size_t>(least, pixels));
+}
+
+void readMissing(const Hdf5Pixels& file, ReadRecord* record)
+{
+    const std::vector<int64_t> frames = file.numbers(kRecord + "missing_rows/index");
+    const std::vector<int64_t> rows = file.numbers(kRecord + "missing_rows/row");
+    if (record->frames.empty()) return;
+    const int64_t first = record->frames[0]["index"];
+    for (size_t i = 0; i < std::min(frames.size(), rows.size()); ++i) {
+        const auto at = static_cast<size_t>(frames[i] - first);
+        if (frames[i] >= first && at < record->frames.size()) {
+            record->frames[at].missingRows.push_back(static_cast<int>(rows[i]));
+        } else if (record->ended != "running") {
+            record->find("rows", "rows are missing of a frame that is not there");
+        }
+    }
+}
+
+} // namespace
+
+std::unique_ptr<PixelReader> readHdf5(const std::string& path, ReadRecord* record)
+{
+    auto file = std::make_unique<Hdf5Pixels>(path, *record);
+    const std::vector<hsize_t> shape = file->pixelShape();
+    if (shape.size() != 3) throw Error(ErrorKind::File, path + ": holds no frames", EINVAL);
+    record->rows = static_cast<int>(shape[1]);
+    record->columns = static_cast<int>(shape[2]);
+    record->bits = static_cast<int>(file->pixelBytes() * 8);
+    record->ended = file->text(kRecord + "ended");
+    record->dropped = file->numbers(kRecord + "dropped").at(0);
+    record->header = nlohmann::json::parse(file->text(kRecord + "header"), nullptr, false);
+    for (const char* name : {"exposure", "gain"}) {
+        if (const std::optional<int64_t> value = file->setting(name)) {
+            record->settings[name] = *value;
+        }
+    }
+    readColumns(*file, record);
+    readMissing(*file, record);
+    return file;
+}
+
+} // namespace vxcam
