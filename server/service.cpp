@@ -120,6 +120,8 @@ HttpResponse Service::mayOpen(const HttpRequest& request) const
         return {};
     } catch (const Refusal& refusal) {
         return errorAnswer(refusal);
+    } catch (const std::exception& failure) {
+        return errorAnswer(Refusal(500, "server", failure.what()));
     }
 }
 

@@ -1,5 +1,7 @@
 #include "http/crew.h"
 
+#include <system_error>
+
 namespace vxcam {
 
 struct Crew::Job {
@@ -19,14 +21,29 @@ Crew::~Crew()
     }
 }
 
+Crew::Crew(size_t most) : most_(most)
+{
+    threads_.emplace_back([this] { serve(); });
+}
+
 void Crew::run(const std::function<void()>& work)
 {
     Job job{&work};
     std::unique_lock<std::mutex> guard(mutex_);
     jobs_.push_back(&job);
-    if (jobs_.size() > idle_ && threads_.size() < most_) threads_.emplace_back([this] { serve(); });
+    if (jobs_.size() > idle_ && threads_.size() < most_) grow();
     changed_.notify_one();
     done_.wait(guard, [&] { return job.isDone; });
+}
+
+// Where the system gives no more threads, those that are there have to do.
+void Crew::grow()
+{
+    try {
+        threads_.emplace_back([this] { serve(); });
+    } catch (const std::system_error&) {
+        return;
+    }
 }
 
 void Crew::serve()

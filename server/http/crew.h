@@ -18,7 +18,7 @@ namespace vxcam {
 class Crew
 {
 public:
-    explicit Crew(size_t most) : most_(most) {}
+    explicit Crew(size_t most); // throws std::system_error when not even one thread can be had
     ~Crew();
     Crew(const Crew&) = delete;
     Crew& operator=(const Crew&) = delete;
@@ -29,6 +29,7 @@ public:
 private:
     struct Job;
     void serve();
+    void grow();
 
     const size_t most_;
     std::mutex mutex_;

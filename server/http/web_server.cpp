@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <exception>
 #include <utility>
 
 namespace vxcam {
@@ -16,6 +18,8 @@ namespace vxcam {
 namespace {
 
 constexpr size_t kMostCrew = 128;
+constexpr std::chrono::seconds kMostBodyTime{10};
+constexpr size_t kPiece = 4; // a read waits until it is full, however slowly bytes drip
 constexpr const char* kRequestMilliseconds =
     "10000"; // to send a request, or to take some of an answer
 constexpr const char* kIdleMilliseconds = "30000";
@@ -111,16 +115,18 @@ struct WebServer::Body {
     int port = 0;
 };
 
-// False when it is too long.
+// False when it is too long. What did not come in time is missing.
 bool WebServer::Body::readBody(mg_connection* connection, std::string* body) const
 {
-    std::string piece(4096, '\0');
-    for (;;) {
+    const auto end = std::chrono::steady_clock::now() + kMostBodyTime;
+    std::string piece(kPiece, '\0');
+    while (std::chrono::steady_clock::now() < end) {
         const int count = mg_read(connection, piece.data(), piece.size());
         if (count <= 0) return true;
         if (body->size() + static_cast<size_t>(count) > kMostBody) return false;
         body->append(piece, 0, static_cast<size_t>(count));
     }
+    return true;
 }
 
 HttpResponse WebServer::Body::answer(mg_connection* connection, HttpRequest* request)
@@ -215,7 +221,13 @@ void WebServer::Body::open(mg_connection* connection)
 {
     auto opened = std::make_unique<OpenSocket>(connection);
     const HttpRequest request = requestOf(connection);
-    crew.run([&] { opened->socket = handlers.open(request, opened->writer); });
+    crew.run([&] {
+        try {
+            opened->socket = handlers.open(request, opened->writer);
+        } catch (const std::exception&) {
+            opened->writer.end(); // no thread, or no memory, for one more
+        }
+    });
     mg_set_user_connection_data(connection, opened.release());
 }
 
@@ -280,7 +292,7 @@ WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
         [](mg_connection* connection, int bits, char* data, size_t size, void*) {
             auto* const opened = static_cast<OpenSocket*>(mg_get_user_connection_data(connection));
             const int opcode = bits & 0xF;
-            if (opened == nullptr || size > kMostBody) return 0;
+            if (opened == nullptr || !opened->socket || size > kMostBody) return 0;
             if (opcode == MG_WEBSOCKET_OPCODE_TEXT) opened->socket->message({data, size});
             return opcode == MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE ? 0 : 1;
         },

@@ -2,6 +2,7 @@
 
 import base64
 import os
+import select
 import signal
 import socket
 import ssl
@@ -241,6 +242,17 @@ class Hostile(WithServer):
             self.assertEqual(connection.recv(100), b"HTTP/1.1 100 Continue\r\n\r\n")
             connection.sendall(b'{"value":1}')
             self.assertIn(b" 200 ", connection.makefile("rb").readline())
+
+    def test_a_body_that_drips_is_given_up(self):
+        server = self.start()
+        begun = time.monotonic()
+        with socket.create_connection(("127.0.0.1", server.port), PATIENCE) as connection:
+            connection.sendall(b"PUT " + CAMERA.encode() + b"/properties/gain HTTP/1.1\r\n"
+                               b"Host: 127.0.0.1\r\nContent-Length: 60000\r\n\r\n")
+            while not select.select([connection], [], [], 0.5)[0]:
+                connection.sendall(b"x")
+                self.assertLess(time.monotonic() - begun, PATIENCE)
+            self.assertIn(b" 408 ", connection.recv(1000).split(b"\r\n")[0])
 
     def test_requests_that_are_none_do_no_harm(self):
         server = self.start()
