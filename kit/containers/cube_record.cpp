@@ -3,8 +3,8 @@
 #include "containers/append_file.h"
 #include "containers/fits_table.h"
 #include "containers/frame_table.h"
-#include "files/fits_header.h"
-#include "files/fits_pixels.h"
+#include "fits/fits_header.h"
+#include "fits/fits_pixels.h"
 
 namespace vxcam {
 

@@ -1,7 +1,7 @@
 #include "containers/fits_table.h"
 
 #include "files/ascii.h"
-#include "files/fits_pixels.h"
+#include "fits/fits_pixels.h"
 
 #include <algorithm>
 #include <cstring>

@@ -3,7 +3,7 @@
 #define VXCAMKIT_FITS_TABLE_H
 
 #include "containers/record_columns.h"
-#include "files/fits_header.h"
+#include "fits/fits_header.h"
 
 #include <cstdint>
 #include <string>

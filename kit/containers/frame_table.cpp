@@ -1,8 +1,8 @@
 #include "containers/frame_table.h"
 
 #include "containers/fits_table.h"
-#include "files/fits_header.h"
-#include "files/fits_pixels.h"
+#include "fits/fits_header.h"
+#include "fits/fits_pixels.h"
 
 #include <unistd.h>
 

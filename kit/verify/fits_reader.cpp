@@ -1,6 +1,6 @@
 // FITS records: cubes, compressed ones, and files of one frame.
 #include "containers/record_columns.h"
-#include "files/fits_header.h"
+#include "fits/fits_header.h"
 #include "verify/fits_parts.h"
 #include "verify/record_reader.h"
 #include "verify/tile_reader.h"

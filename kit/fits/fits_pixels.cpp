@@ -1,4 +1,4 @@
-#include "files/fits_pixels.h"
+#include "fits/fits_pixels.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 #include <vxcamkit/fits.h>
 
-#include "files/fits_header.h"
-#include "files/fits_pixels.h"
+#include "fits/fits_header.h"
+#include "fits/fits_pixels.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "files/fits_cards.h"
+#include "fits/fits_cards.h"
 
 #include "files/ascii.h"
 #include "values/decimals.h"

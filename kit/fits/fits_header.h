@@ -2,7 +2,7 @@
 #ifndef VXCAMKIT_FITS_HEADER_H
 #define VXCAMKIT_FITS_HEADER_H
 
-#include "files/fits_cards.h"
+#include "fits/fits_cards.h"
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
-#include "files/fits_header.h"
+#include "fits/fits_header.h"
 
-#include "files/fits_pixels.h"
+#include "fits/fits_pixels.h"
 
 #include <algorithm>
 #include <array>
