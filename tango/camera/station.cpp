@@ -9,6 +9,7 @@ using std::chrono::milliseconds;
 // Enough for a camera that answers; a client waits three seconds by itself.
 constexpr milliseconds kPatience(1000);
 constexpr milliseconds kLongPatience(20000); // of what takes many questions
+constexpr size_t kMostBuffers = 1024;
 
 milliseconds patienceFor(const PropertyName& name)
 {
@@ -179,6 +180,18 @@ Settings Station::made() const
 
 // ---- Acquisitions ---------------------------------------------------------------------------
 
+// As many buffers as it takes that no frame in the ring is a copy: of these the kit lends out half.
+Plan Station::withBuffers(Plan plan, const Camera& camera) const
+{
+    const size_t bytes = 4 * static_cast<size_t>(camera.sensor().columns) *
+                         static_cast<size_t>(camera.sensor().rows); // of a frame, at most
+    const size_t buffers = 2 * (options_.ringFrames + 1);
+    if (buffers <= kMostBuffers && buffers * bytes <= 4 * options_.ringBytes) {
+        plan.buffers = static_cast<int>(buffers);
+    }
+    return plan;
+}
+
 // A camera that answers a question begins to read out without delay.
 void Station::start(const Plan& plan)
 {
@@ -189,7 +202,7 @@ void Station::start(const Plan& plan)
     }
     try {
         ask([open] { open->get("exposure"); }, kPatience);
-        acquisition_->start(plan);
+        acquisition_->start(withBuffers(plan, *open));
     } catch (const Error& error) {
         if (error.kind() != ErrorKind::Usage) trouble(error);
         throw;

@@ -94,6 +94,7 @@ private:
     void trouble(const Error& error); // likewise, and the state is Fault
     void changed();
     bool isLinkUp() const;
+    Plan withBuffers(Plan plan, const Camera& camera) const;
     std::shared_ptr<Camera> requireCamera() const;
     void ask(std::function<void()> work, std::chrono::milliseconds patience);
     bool keepForLater(const PropertyName& name, const Value& fittedValue);
