@@ -16,7 +16,7 @@ SMALL = "sim?sensor=64x48&scale=50&heartbeat=0.05"
 
 @pytest.fixture(autouse=True)
 def no_test_hangs():
-    faulthandler.dump_traceback_later(110, exit=True)
+    faulthandler.dump_traceback_later(170, exit=True)
     yield
     faulthandler.cancel_dump_traceback_later()
 

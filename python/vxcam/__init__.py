@@ -14,15 +14,7 @@ from __future__ import annotations
 from typing import TYPE_CHECKING
 
 from . import _vxcam
-from ._camera import (
-    Camera,
-    Identity,
-    LinkCheck,
-    Outcome,
-    Setting,
-    Statistics,
-    process_statistics as _process_statistics,
-)
+from ._camera import Camera, process_statistics as _process_statistics
 from ._cooler import Cooler, CoolingState
 from ._errors import (
     Aborted,
@@ -37,7 +29,9 @@ from ._errors import (
     UsageError,
 )
 from ._events import Event, Subscription, log
-from ._frame import Complaint, Frame, FrameStatistics, FrameTimes, Settings, Star
+from ._facts import Complaint, FrameStatistics, FrameTimes, Settings, Star
+from ._frame import Frame
+from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
 from ._simulator import Found, SentFrame, Simulator, discover
 from ._stream import AsyncStream, Progress, Stream
 from ._table import Area, Properties, Property, properties

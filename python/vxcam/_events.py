@@ -13,7 +13,7 @@ from types import TracebackType
 from typing import Any, NamedTuple, Optional
 
 from . import _vxcam
-from ._frame import utc
+from ._facts import utc
 
 log = logging.getLogger("vxcam")
 """What cameras tell: below it are the loggers vxcam.link, vxcam.readout, vxcam.camera and vxcam.events."""

@@ -10,7 +10,7 @@ from typing import NamedTuple, Optional
 
 from . import _vxcam
 from ._errors import UsageError
-from ._frame import utc
+from ._facts import utc
 
 
 class SentFrame(NamedTuple):
