@@ -136,7 +136,9 @@ const char* nameOf(FlightEntry::Kind kind)
 
 FlightRecorder::FlightRecorder()
 {
-    ring_.reserve(kMostEntries); // the system gives memory as it is written to
+    // Written to at once, so that a process that takes frames for hours does not grow by it.
+    ring_.resize(kMostEntries);
+    ring_.clear();
 }
 
 void FlightRecorder::add(const FlightEntry& entry)
