@@ -128,6 +128,13 @@ public:
     }
     fitsfile* file() const { return file_; }
     int* status() { return &status_; }
+    // Also here one thread at a time: what it writes about the time goes through a buffer of the
+    // process.
+    void writeChecksum()
+    {
+        const std::lock_guard<std::mutex> guard(tableLock());
+        check(fits_write_chksum(file_, &status_));
+    }
     // The extension that is current, whole.
     FileBytes extension(FileBytes spare)
     {
@@ -192,7 +199,7 @@ FileBytes encodeForTiles(const RecordedFrame& frame, const RecordOptions& option
     void* const pixels = const_cast<void*>(image.data());
     long first[] = {1, 1};
     fits.check(fits_write_subset(fits.file(), kind.pixel, first, axes, pixels, status));
-    fits.check(fits_write_chksum(fits.file(), status));
+    fits.writeChecksum();
     return fits.extension(std::move(spare));
 }
 
