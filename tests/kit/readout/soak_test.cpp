@@ -76,13 +76,16 @@ struct Totals {
     }
 };
 
-// The frames that the camera sent with all of their pixels, by check value.
+// The frames that the camera meant to send, and those that went out with all of their pixels, changed
+// ones included, by check value. A packet whose header was changed on its way may still bring its
+// pixels to their place.
 class SentFrames
 {
 public:
     void add(const tsSimFrame& frame)
     {
         const std::lock_guard<std::mutex> guard(lock_);
+        if (frame.complete) checks_.insert(frame.crc);
         if (frame.sent.lost == 0) checks_.insert(frame.sent.crc);
     }
     void forget()
