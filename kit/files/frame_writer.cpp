@@ -28,6 +28,7 @@ struct Job {
     uint64_t number; // in the order of write()
     Frame frame;
     std::vector<FramePath> files;
+    std::vector<HeaderCard> cards;
 };
 
 // A frame whose files are on the disk, but do not have their names yet.
@@ -138,13 +139,15 @@ Drafts FrameWriter::Body::draft(Job job, FileBytes* spare) const
 {
     Drafts made;
     std::vector<FileBytes> contents;
+    HeaderOptions header = options.header;
+    header.cards.insert(header.cards.end(), job.cards.begin(), job.cards.end());
     {
         const Frame frame = std::move(job.frame);
         made.written.facts = frame.facts();
         made.written.sum = frame.sum();
         for (const FramePath& file : job.files) {
             const bool isFits = file.format == FileFormat::Fits;
-            contents.push_back(makeFile(file.format, frame, options.header, &made.written.warnings,
+            contents.push_back(makeFile(file.format, frame, header, &made.written.warnings,
                                         isFits ? std::move(*spare) : FileBytes()));
         }
     }
@@ -256,12 +259,18 @@ FrameWriter::~FrameWriter()
 
 bool FrameWriter::write(Frame frame, std::vector<FramePath> files)
 {
+    return write(std::move(frame), std::move(files), {});
+}
+
+bool FrameWriter::write(Frame frame, std::vector<FramePath> files, std::vector<HeaderCard> cards)
+{
     std::unique_lock<std::mutex> guard(body_->lock);
     const auto isOver = [this] { return body_->isStopped || body_->failure || body_->isFinishing; };
     const size_t most = std::max<size_t>(body_->options.most, 1);
     body_->changed.wait(guard, [&] { return isOver() || body_->jobs.size() < most; });
     if (isOver()) return false;
-    body_->jobs.push_back({body_->jobCount++, std::move(frame), std::move(files)});
+    body_->jobs.push_back(
+        {body_->jobCount++, std::move(frame), std::move(files), std::move(cards)});
     body_->changed.notify_all();
     return true;
 }

@@ -58,6 +58,8 @@ public:
     // Takes a frame; waits while too many wait. False, and the frame is not taken, when writing has
     // failed or was stopped.
     bool write(Frame frame, std::vector<FramePath> files);
+    // The same with cards of this frame, behind those of the options.
+    bool write(Frame frame, std::vector<FramePath> files, std::vector<HeaderCard> cards);
 
     void finish(); // takes no more, waits until all is written; throws as throwFailure() does
     void stop();   // gives up what is not there yet, also of a file that is being written

@@ -305,7 +305,8 @@ void HeaderMaker::addSettings()
 void HeaderMaker::addUserCards()
 {
     for (const HeaderCard& card : options_.cards) {
-        if (isReserved(card.keyword) || !keywords_.insert(card.keyword).second) {
+        const bool isMeasured = card.keyword == "DATAMIN" || card.keyword == "DATAMAX";
+        if ((isReserved(card.keyword) && !isMeasured) || !keywords_.insert(card.keyword).second) {
             throw Error(ErrorKind::Usage,
                         "header: the word " + card.keyword +
                             (isReserved(card.keyword) ? " is one that files have of their own"

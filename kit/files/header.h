@@ -28,12 +28,12 @@ struct HeaderOptions {
     std::string software;          // that writes the file: "vxcam 3.0.7"; empty: the kit
     std::string instrument;        // empty: what the camera is called, or its address
     bool settings = false;         // all properties in force, too
-    std::vector<HeaderCard> cards; // of the user, behind the others; as parseCard() makes them
+    std::vector<HeaderCard> cards; // behind the others; as parseCard() and cardsOf() make them
 };
 
 // The facts of a frame, in the order in which they are written. What is not known is left out. Not
-// among them is how a file holds the pixels. Throws Error{Usage} when a card of the user has a word
-// that is reserved or is there twice.
+// among them is how a file holds the pixels. Throws Error{Usage} when a card of the options has a
+// word that is reserved (DATAMIN and DATAMAX are theirs) or is there twice.
 VXCAMKIT_EXPORT std::vector<HeaderCard> makeHeader(const Frame& frame,
                                                    const HeaderOptions& options = {});
 

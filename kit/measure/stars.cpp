@@ -121,6 +121,11 @@ double StarField::fwhm() const
     return medianOf(stars, &Star::fwhm);
 }
 
+double StarField::elongation() const
+{
+    return medianOf(stars, &Star::elongation);
+}
+
 StarField findStars(const Frame& frame, const StarOptions& options)
 {
     check(options);

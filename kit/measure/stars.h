@@ -40,6 +40,7 @@ struct StarField {
     // Medians over the stars that are not saturated; 0 without any.
     VXCAMKIT_EXPORT double hfd() const;
     VXCAMKIT_EXPORT double fwhm() const;
+    VXCAMKIT_EXPORT double elongation() const;
 };
 
 // Stars whose light reaches beyond the frame, or into rows that did not come, are left out. Two
