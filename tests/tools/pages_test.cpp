@@ -204,8 +204,8 @@ TEST(Pages, ManualNamesEveryKeywordOfAFile)
 {
     if (IsMissing("groff")) GTEST_SKIP() << "no groff here";
     tcFolder folder;
-    tcRun run({"grab", "--sim-sensor", "16x8", "-e", "1ms", "--target-temp", "-5", "-o",
-               folder.Path("a.fits")});
+    tcRun run({"grab", "--sim-sensor", "16x8", "-e", "1ms", "--target-temp", "-5", "--measure",
+               "-o", folder.Path("a.fits")});
     ASSERT_EQ(run.Exit(), 0) << run.Errors();
     const std::string section = Printed("FITS HEADER");
     const std::set<std::string> keywords = KeywordsOf(FileText(folder.Path("a.fits")));
@@ -222,7 +222,7 @@ TEST(Pages, ManualNamesWhatIsInDocuments)
     const std::string section = Printed("JSON");
     for (std::vector<std::string> arguments : std::vector<std::vector<std::string>>{
              {"grab", "--sim-sensor", "16x8", "-e", "1ms", "-o", folder.Path("a.fits"), "--preview",
-              folder.Path("a.png")},
+              folder.Path("a.png"), "--measure"},
              {"get", "sim", "exposure", "gpio", "set", "gain=2"},
              {"info"},
              {"ping", "-n", "2"},

@@ -27,6 +27,7 @@ const char* const gsGrabExamples =
   vxcam grab --area 512,512,256,256 -o part.fits --force
   vxcam grab serial:1207 --dark -e 5min --header 'OBSERVER=Anna/who did it'
   vxcam grab --target-temp -20 --wait-cool --sim-time-scale 100 -e 1min
+  vxcam grab --measure --json                   noise, stars and their width, too
   vxcam grab -q -o - | gzip > frame.fits.gz     the file goes to standard output)";
 
 namespace {
@@ -59,6 +60,7 @@ private:
     void NameFiles();
     void CheckFiles() const;
     void CheckEndings() const;
+    void CheckCards() const;
     void Cool(vxcam::Camera& camera, tcProgress& progress);
     void WaitCool(vxcam::Camera& camera, tcProgress& progress);
     void ReadOut(vxcam::Camera& camera, tcProgress& progress);
@@ -74,7 +76,7 @@ private:
     std::string msOutput = "frame.fits", msPreview, msInstrument;
     std::vector<std::string> maCards;
     int mnFrames = 1;
-    bool mbWaitCool = false, mbForce = false, mbAllowIncomplete = false;
+    bool mbWaitCool = false, mbForce = false, mbAllowIncomplete = false, mbMeasure = false;
     std::optional<double> mTarget; // degrees Celsius
 
     vxcam::Plan mtPlan;
@@ -115,6 +117,7 @@ void tcGrab::Declare(tcCommandLine& line)
               "frames of which packets are missing are no failure");
     DeclareCooling(line);
     DeclareFiles(line);
+    line.Flag("--measure", &mbMeasure, "tell level, noise and stars of each frame");
     line.Flag("--json", &mbJson, "print one JSON document");
 }
 
@@ -151,8 +154,22 @@ void tcGrab::CheckArguments()
     for (const std::string& card : maCards) {
         mtHeader.cards.push_back(vxcam::parseCard(card));
     }
+    if (mbMeasure) CheckCards();
     TargetOf(mtCommon); // before any file is looked at
     CheckEndings();
+}
+
+void tcGrab::CheckCards() const
+{
+    vxcam::Measures some;
+    some.hfd = some.fwhm = 1;
+    for (const vxcam::HeaderCard& own : vxcam::cardsOf(some)) {
+        for (const vxcam::HeaderCard& card : mtHeader.cards) {
+            if (card.keyword != own.keyword) continue;
+            throw tcFailure(eExitUsage,
+                            "--header " + card.keyword + ": --measure writes this word itself");
+        }
+    }
 }
 
 // A name that says what is not in the file misleads programs that go by it.
@@ -235,6 +252,7 @@ tsReadoutOptions tcGrab::ReadoutOptions(const vxcam::Camera& camera) const
     options.previews = maPreviews;
     options.force = mbForce;
     options.toOutput = mbToOutput;
+    options.measure = mbMeasure;
     options.header = mtHeader;
     options.header.instrument = msInstrument;
     const bool isNamed = !msInstrument.empty() || NameOf(camera) == camera.target();

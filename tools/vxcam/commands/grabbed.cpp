@@ -51,6 +51,38 @@ void AddTrouble(const vxcam::FrameFacts& facts, nlohmann::ordered_json* document
     }
 }
 
+// What stars alone have is null without any.
+nlohmann::ordered_json MeasuresDocument(const vxcam::Measures& measures)
+{
+    nlohmann::ordered_json document{
+        {"mean", measures.mean},   {"median", measures.median},
+        {"noise", measures.noise}, {"min", measures.least},
+        {"max", measures.most},    {"saturated_pixels", measures.saturated},
+        {"stars", measures.stars}, {"hfd", nullptr},
+        {"fwhm", nullptr},         {"elongation", nullptr}};
+    if (measures.hfd > 0) {
+        document["hfd"] = measures.hfd;
+        document["fwhm"] = measures.fwhm;
+        document["elongation"] = measures.elongation;
+    }
+    return document;
+}
+
+std::string MeasuresText(const vxcam::Measures& measures)
+{
+    char text[240];
+    std::snprintf(text, sizeof text, "median %.1f, noise %.2f, %llu pixels saturated, %zu stars",
+                  measures.median, measures.noise,
+                  static_cast<unsigned long long>(measures.saturated), measures.stars);
+    std::string line = text;
+    if (measures.hfd > 0) {
+        std::snprintf(text, sizeof text, ": HFD %.2f, FWHM %.2f, elongation %.2f", measures.hfd,
+                      measures.fwhm, measures.elongation);
+        line += text;
+    }
+    return line;
+}
+
 } // namespace
 
 nlohmann::ordered_json FrameDocument(const tsGrabbed& grabbed)
@@ -73,6 +105,7 @@ nlohmann::ordered_json FrameDocument(const tsGrabbed& grabbed)
     document["min"] = grabbed.figures.least;
     document["max"] = grabbed.figures.most;
     document["camera_statistic"] = facts.statistic;
+    if (grabbed.measures) document["measures"] = MeasuresDocument(*grabbed.measures);
     AddTrouble(facts, &document);
     document["temperature_c"] = nullptr;
     if (facts.sensorTemperature) document["temperature_c"] = *facts.sensorTemperature;
@@ -125,6 +158,7 @@ std::string FrameText(const tsGrabbed& grabbed)
                     ? " (the camera's own sum is the same)"
                     : " (the camera's own sum is " + std::to_string(*facts.trueSum) + ")";
     }
+    if (grabbed.measures) text += "\n  " + MeasuresText(*grabbed.measures);
     if (!facts.complete()) text += "\n  incomplete: " + MissingText(facts);
     if (!grabbed.preview.empty()) text += "\n  preview in " + grabbed.preview;
     return text;

@@ -4,9 +4,11 @@
 
 #include <vxcamkit/figures.h>
 #include <vxcamkit/frame.h>
+#include <vxcamkit/measures.h>
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,8 +16,9 @@
 struct tsGrabbed {
     vxcam::FrameFacts facts;
     vxcam::FrameFigures figures;
-    std::string file, preview;         // preview may be empty
-    std::vector<std::string> warnings; // of its files
+    std::optional<vxcam::Measures> measures; // where they are asked for
+    std::string file, preview;               // preview may be empty
+    std::vector<std::string> warnings;       // of its files
 };
 
 // What is known about it.

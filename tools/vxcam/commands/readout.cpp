@@ -115,6 +115,11 @@ void tcReadout::Take(vxcam::Frame frame)
     tsGrabbed grabbed;
     grabbed.facts = frame.facts();
     grabbed.figures = vxcam::figuresOf(frame);
+    std::vector<vxcam::HeaderCard> cards;
+    if (mtOptions.measure) {
+        grabbed.measures = vxcam::measuresOf(frame);
+        cards = vxcam::cardsOf(*grabbed.measures);
+    }
     grabbed.file = mtOptions.files.at(number);
     std::vector<vxcam::FramePath> paths;
     if (!mtOptions.previews.empty()) {
@@ -122,12 +127,14 @@ void tcReadout::Take(vxcam::Frame frame)
         paths.push_back({grabbed.preview, vxcam::FileFormat::Preview});
     }
     if (mtOptions.toOutput) {
-        mPrinted = vxcam::makeFits(frame, mtOptions.header, &grabbed.warnings);
+        vxcam::HeaderOptions header = mtOptions.header;
+        header.cards.insert(header.cards.end(), cards.begin(), cards.end());
+        mPrinted = vxcam::makeFits(frame, header, &grabbed.warnings);
     } else {
         paths.push_back({grabbed.file, vxcam::FileFormat::Fits});
     }
     maTaken.push_back(std::move(grabbed));
-    mWriter.write(std::move(frame), std::move(paths));
+    mWriter.write(std::move(frame), std::move(paths), std::move(cards));
 }
 
 // A frame that came before the first heartbeat has its temperature as soon as that is known.

@@ -22,6 +22,7 @@ struct tsReadoutOptions {
     std::vector<std::string> previews; // the same, or none
     bool force = false;
     bool toOutput = false; // the file of the one frame is printed
+    bool measure = false;
     vxcam::HeaderOptions header;
 };
 
