@@ -76,9 +76,8 @@ struct Totals {
     }
 };
 
-// The frames that the camera meant to send, and those that went out with all of their pixels, changed
-// ones included, by check value. A packet whose header was changed on its way may still bring its
-// pixels to their place.
+// The frames that the camera meant to send, and those that went out with all of their pixels, by
+// check value. A packet whose header was changed may still bring its pixels to their place.
 class SentFrames
 {
 public:
