@@ -179,7 +179,8 @@ TEST_F(CloseRace, IsQuickOnABusyMachine)
             }
         });
     }
-    const auto closes = [this](const std::function<void()>& prepare) {
+    using tpStep = std::function<void()>;
+    const auto closes = [this](const tpStep& prepare, const tpStep& restore) {
         int shortest = 60000;
         for (int round = 0; round < 3; ++round) {
             Open();
@@ -187,31 +188,30 @@ TEST_F(CloseRace, IsQuickOnABusyMachine)
             const auto start = steady_clock::now();
             EXPECT_EQ(0, VXCloseCamera(handle));
             shortest = std::min(shortest, ElapsedMs(start));
+            restore();
         }
         handle = -1;
         return shortest;
     };
-    EXPECT_LT(closes([] {}), gnCloseLimit) << "idle";
+    const auto nothing = [] {};
+    EXPECT_LT(closes(nothing, nothing), gnCloseLimit) << "idle";
     std::vector<std::future<int>> asking;
-    EXPECT_LT(closes([&] {
-                  asking.push_back(Meanwhile([camera = handle] {
-                      int on = 0;
-                      return VXGetCooling(camera, &on);
-                  }));
-                  asking.push_back(
-                      Meanwhile([camera = handle] { return VXWaitCompletion(camera, 20000); }));
-                  ASSERT_TRUE(WaitUntil([&] { return Figures().RequestsPending == 1; }));
-              }),
-              gnCloseLimit)
-        << "with callers that wait";
-    EXPECT_LT(closes([&] {
-                  const uint64_t lost = Figures().ConnectionsLost;
-                  peer.SwitchOff();
-                  peer.Close();
-                  ASSERT_TRUE(WaitUntil([&] { return Figures().ConnectionsLost > lost; }));
-                  peer.SwitchOn();
-              }),
-              gnCloseLimit)
+    const auto ask = [&] {
+        asking.push_back(Meanwhile([camera = handle] {
+            int on = 0;
+            return VXGetCooling(camera, &on);
+        }));
+        asking.push_back(Meanwhile([camera = handle] { return VXWaitCompletion(camera, 20000); }));
+        ASSERT_TRUE(WaitUntil([&] { return Figures().RequestsPending == 1; }));
+    };
+    EXPECT_LT(closes(ask, nothing), gnCloseLimit) << "with callers that wait";
+    const auto loseLink = [&] {
+        const uint64_t lost = Figures().ConnectionsLost;
+        peer.SwitchOff();
+        peer.Close();
+        ASSERT_TRUE(WaitUntil([&] { return Figures().ConnectionsLost > lost; }));
+    };
+    EXPECT_LT(closes(loseLink, [&] { peer.SwitchOn(); }), gnCloseLimit)
         << "on the way to a new connection";
     stop = true;
     for (std::thread& burner : burners) {

@@ -1,5 +1,5 @@
-// Helpers of the debug services' tests. The test program runs with DBGD_DISABLE set (debug_main.cpp
-// sees to it); servers are started on loopback by the tests that want one.
+// Helpers of the debug services' tests, which run with DBGD_DISABLE set; servers are started on
+// loopback by the tests that want one.
 #ifndef DEBUG_SUPPORT_H
 #define DEBUG_SUPPORT_H
 
@@ -25,6 +25,13 @@
 #include <vector>
 
 using tcClock = std::chrono::steady_clock;
+
+// Milliseconds within which a client has its answer, whatever else goes on.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr int gnAtOnce = 3000;
+#else
+inline constexpr int gnAtOnce = 1000;
+#endif
 
 inline int ElapsedMs(tcClock::time_point start)
 {

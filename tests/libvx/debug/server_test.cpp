@@ -343,7 +343,7 @@ TEST_F(Daemon, StopsAtOnceWhileItWaitsForThePort)
     const auto start = tcClock::now();
     mpDaemon->StopServer();
     EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_LT(ElapsedMs(start), gnAtOnce);
 }
 
 TEST_F(Daemon, DropsClientsThatSendNothing)
@@ -474,7 +474,7 @@ TEST_F(Daemon, IsTheSameAfterThousandsOfBadClients)
         visit(std::string(100000, 'x'));
     const auto start = tcClock::now();
     EXPECT_THAT(Ask("LIST"), StartsWith("Available"));
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_LT(ElapsedMs(start), gnAtOnce);
     EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
     EXPECT_LT(ResidentKiB() - before, 50000);
