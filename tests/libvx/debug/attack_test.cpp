@@ -62,7 +62,7 @@ public:
             maClients.back()->Send(request);
         }
         for (const auto& client : maClients)
-            EXPECT_TRUE(client->HasAnswer(10000)); // it is being sent
+            EXPECT_TRUE(client->HasAnswer(60000)); // it is being sent
     }
 
 private:

@@ -40,7 +40,7 @@ inline int ElapsedMs(tcClock::time_point start)
 }
 
 // Waits for a condition, 10 s at most.
-inline bool Eventually(const std::function<bool()>& condition, int deadlineMs = 10000)
+inline bool Eventually(const std::function<bool()>& condition, int deadlineMs = 30000)
 {
     const auto start = tcClock::now();
     while (!condition()) {
