@@ -12,6 +12,9 @@ namespace {
 
 constexpr double kNanoseconds = 1e9;   // in a second
 constexpr double kMostSeconds = 4.0e9; // of a wait or an exposure: more than a century
+constexpr int kDeepest = 8;            // lists within lists; a property has two
+
+const char* const kWantedValue = "a number, a text, bytes, or a tuple of such";
 
 [[noreturn]] void refuse(const std::string& name, const python::handle& value,
                          const std::string& wanted)
@@ -43,10 +46,56 @@ Value bytesOf(const python::handle& buffer)
 
 Value wholeOf(const std::string& name, const python::handle& number)
 {
+    const auto index = python::reinterpret_steal<python::object>(PyNumber_Index(number.ptr()));
+    if (!index) throw python::error_already_set();
     int overflow = 0;
-    const long long whole = PyLong_AsLongLongAndOverflow(number.ptr(), &overflow);
+    const long long whole = PyLong_AsLongLongAndOverflow(index.ptr(), &overflow);
     if (overflow != 0) refuse(name, number, "a smaller number");
     return static_cast<int64_t>(whole);
+}
+
+Value realOf(const std::string& name, const python::handle& value)
+{
+    double number = PyNumber_Check(value.ptr()) != 0 ? PyFloat_AsDouble(value.ptr()) : NAN;
+    if (PyErr_Occurred() != nullptr) {
+        PyErr_Clear();
+        number = NAN;
+    }
+    if (!std::isfinite(number)) refuse(name, value, kWantedValue);
+    return number;
+}
+
+Value nestedFromPython(const std::string& name, const python::handle& value, int depth);
+
+Value sequenceOf(const std::string& name, const python::handle& value, int depth)
+{
+    if (depth >= kDeepest) refuse(name, value, kWantedValue);
+    if (python::hasattr(value, "dtype") &&
+        value.attr("dtype").attr("str").cast<std::string>() == "|u1") {
+        return bytesOf(value.attr("tobytes")());
+    }
+    if (python::hasattr(value, "tolist")) { // also numbers of NumPy
+        return nestedFromPython(name, value.attr("tolist")(), depth + 1);
+    }
+    Value::List items;
+    for (const python::handle item : python::reinterpret_borrow<python::sequence>(value)) {
+        items.push_back(nestedFromPython(name, item, depth + 1));
+    }
+    return Value::list(std::move(items));
+}
+
+Value nestedFromPython(const std::string& name, const python::handle& value, int depth)
+{
+    PyObject* const object = value.ptr();
+    if (value.is_none()) return {};
+    if (PyBool_Check(object)) return object == Py_True;
+    if (PyUnicode_Check(object)) return textFromPython(value);
+    if (isTimedelta(value)) return std::chrono::duration<double>(secondsOf(value));
+    if (PyFloat_Check(object)) return PyFloat_AsDouble(object);
+    if (PyIndex_Check(object) && !PySequence_Check(object)) return wholeOf(name, value);
+    if (PyObject_CheckBuffer(object) && !PyNumber_Check(object)) return bytesOf(value);
+    if (PySequence_Check(object)) return sequenceOf(name, value, depth);
+    return realOf(name, value);
 }
 
 } // namespace
@@ -98,35 +147,7 @@ python::object valueToPython(const Value& value)
 
 Value valueFromPython(const std::string& name, const python::handle& value)
 {
-    PyObject* const object = value.ptr();
-    if (value.is_none()) return {};
-    if (PyBool_Check(object)) return object == Py_True;
-    if (PyUnicode_Check(object)) return textFromPython(value);
-    if (isTimedelta(value)) return std::chrono::duration<double>(secondsOf(value));
-    if (PyFloat_Check(object)) return PyFloat_AsDouble(object);
-    if (PyIndex_Check(object) && !PySequence_Check(object)) {
-        return wholeOf(name, python::reinterpret_steal<python::object>(PyNumber_Index(object)));
-    }
-    if (PyObject_CheckBuffer(object) && !PyNumber_Check(object)) return bytesOf(value);
-    if (PySequence_Check(object)) {
-        if (python::hasattr(value, "dtype") &&
-            value.attr("dtype").attr("str").cast<std::string>() == "|u1") {
-            return bytesOf(value.attr("tobytes")());
-        }
-        if (python::hasattr(value, "tolist")) { // also numbers of NumPy
-            const python::object plain = value.attr("tolist")();
-            return valueFromPython(name, plain);
-        }
-        Value::List items;
-        for (const python::handle item : python::reinterpret_borrow<python::sequence>(value)) {
-            items.push_back(valueFromPython(name, item));
-        }
-        return Value::list(std::move(items));
-    }
-    const double number = PyNumber_Check(object) != 0 ? PyFloat_AsDouble(object) : NAN;
-    if (PyErr_Occurred() != nullptr) PyErr_Clear();
-    if (!std::isfinite(number)) refuse(name, value, "a number, a text, bytes, or a tuple of such");
-    return number;
+    return nestedFromPython(name, value, 0);
 }
 
 std::chrono::nanoseconds timeFromPython(const std::string& name, const python::handle& value)

@@ -44,6 +44,12 @@ def test_a_target_that_is_none_is_refused(target):
         vxcam.Camera(target)
 
 
+@pytest.mark.parametrize("target", [None, 5, b"sim"])
+def test_what_cannot_be_a_target_is_refused(target):
+    with pytest.raises(vxcam.UsageError, match="target"):
+        vxcam.Camera(target)
+
+
 def test_a_camera_that_serves_somebody_else_is_busy(simulator):
     with vxcam.Camera(simulator.target):
         with pytest.raises(vxcam.BusyError, match="somebody else"):

@@ -9,7 +9,7 @@ from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 
 import vxcam
-from conftest import SMALL
+from conftest import SMALL, run_python
 
 ROWS = [row for row in vxcam.properties.values()]
 IDS = [row.name + (":" if row.key else "") for row in ROWS]
@@ -182,6 +182,48 @@ def test_numbers_of_numpy_are_numbers(shared):
     assert shared.area == (1, 2, 30, 20)
     shared.bin_table[1] = numpy.array([0, 1] * 24, dtype="uint8")
     assert shared.bin_table[1][:4] == b"\x00\x01\x00\x01"
+
+
+def test_a_number_that_is_no_real_one_is_refused(shared):
+    shared.target_temp = 5
+    with pytest.raises(vxcam.UsageError, match="target-temp"):
+        shared.target_temp = 1 + 2j
+    assert shared.target_temp == 5
+
+
+def test_what_a_number_raises_when_it_is_asked_comes_through(shared):
+    class Broken:
+        def __index__(self):
+            raise KeyError("no number today")
+
+    with pytest.raises(KeyError, match="no number today"):
+        shared.gain = Broken()
+
+
+def test_a_list_within_itself_is_refused():
+    assert run_python("""
+        import vxcam
+        with vxcam.Camera("sim?sensor=64x48") as camera:
+            endless = []
+            endless.append(endless)
+            try:
+                camera.gain = endless
+            except vxcam.UsageError:
+                print("refused")
+    """) == "refused"
+
+
+@pytest.mark.parametrize("name", [None, 5, "", b"gain"])
+def test_what_is_no_name_of_a_property_is_refused(shared, name):
+    for use in (shared.get, lambda name: shared.set(name, 1)):
+        with pytest.raises(vxcam.UsageError, match="is not the name of a property"):
+            use(name)
+
+
+@pytest.mark.parametrize("key", ["0x10", None, 1.5, slice(0, 3)])
+def test_what_is_no_number_of_a_register_is_told_as_a_wrong_type(shared, key):
+    with pytest.raises(TypeError, match="integer"):
+        shared.register[key]
 
 
 @pytest.mark.parametrize("value", [object(), 10**30, [], {}, math.nan, "seven", -1, 2.5, None])

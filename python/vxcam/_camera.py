@@ -112,7 +112,9 @@ class Camera(CameraProperties):
         self._closing = threading.Lock()
         if restore not in _RESTORE:
             raise UsageError(f"restore: {restore!r} is none of {', '.join(_RESTORE)}")
-        text = target if isinstance(target, str) else target.target
+        text = getattr(target, "target", target)
+        if not isinstance(text, str):
+            raise UsageError(f"target {target!r}: give a text, a Simulator or what discover() found")
         self._core = _vxcam.Camera(text, restore, flight_file or "")
         self._target = text
         self._line = _events.line()

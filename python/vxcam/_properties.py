@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import operator
 from typing import Any, Generic, NoReturn, TypeVar
 
 from ._errors import AccessError
@@ -47,7 +48,7 @@ class Keyed(Generic[Told, Taken]):
         self._row = row
 
     def _name(self, key: int) -> str:
-        return f"{self._row.name}:{key.__index__()}"
+        return f"{self._row.name}:{operator.index(key)}"
 
     def __getitem__(self, key: int) -> Any:
         if not self._row.readable:

@@ -194,7 +194,7 @@ def shown(name: str, value: Any) -> Any:
 
 def table_name(name: str) -> str:
     """The name as the table has it: "target-temp" of "target_temp"."""
-    base, colon, key = name.partition(":")
-    if not isinstance(name, str) or not base:
+    base, colon, key = name.partition(":") if isinstance(name, str) else ("", "", "")
+    if not base:
         raise UsageError(f"{name!r} is not the name of a property")
     return base.replace("_", "-") + colon + key
