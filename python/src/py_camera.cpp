@@ -218,6 +218,7 @@ void addCamera(python::module_& module)
         .def("address", [](const CoreCamera& self) { return self.use()->address(); })
         .def("handle", [](const CoreCamera& self) { return self.use()->handle(); })
         .def("own", [](const CoreCamera& self) { self.use(); })
+        .def("is_foreign", &CoreCamera::isForeign)
         .def("target", &CoreCamera::target);
     addSettings(camera);
     addCooler(camera);

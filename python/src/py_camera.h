@@ -27,6 +27,7 @@ public:
     // Throws Error{Usage} in a forked child.
     const std::shared_ptr<Camera>& use() const { return camera_.use("the camera " + target_); }
     const std::string& target() const { return target_; }
+    bool isForeign() const { return camera_.isForeign(); }
 
 private:
     Owned<Camera> camera_;

@@ -28,6 +28,7 @@ public:
     {
         return camera_.use("the simulated camera " + camera_.look().target());
     }
+    bool isForeign() const { return camera_.isForeign(); }
 
 private:
     static std::shared_ptr<SimulatedCamera> make(std::pair<int, int> sensor,
@@ -88,6 +89,7 @@ void addSimulator(python::module_& module)
              })
         .def("frames", &framesOf)
         .def("close", [](const CoreSimulator& self) {
+            if (self.isForeign()) return;
             interruptible([camera = self.use()] { camera->close(); });
         });
     module.def("discover", &found);

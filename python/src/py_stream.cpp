@@ -120,6 +120,7 @@ std::optional<CoreFrame> CoreStream::next(std::optional<milliseconds> patience)
 
 void CoreStream::stop()
 {
+    if (held_.isForeign()) return;
     const std::shared_ptr<Held> held = held_.use("the readout");
     const python::gil_scoped_release released;
     held->stream.stop();

@@ -77,6 +77,22 @@ def test_a_forked_child_opens_cameras_of_its_own():
     assert printed == "0 True"
 
 
+def test_a_forked_child_leaves_its_with_blocks():
+    printed = run_python("""
+        import os, sys, vxcam
+        with vxcam.Simulator(sensor=(64, 48), scale=50) as simulator:
+            with vxcam.Camera(simulator.target) as camera:
+                with camera.stream(exposure=0.01) as stream:
+                    next(stream)
+                    child = os.fork()
+                    if child == 0:
+                        sys.exit(7)  # passes the ends of the blocks
+                    _, status = os.waitpid(child, 0)
+                    print(os.waitstatus_to_exitcode(status), next(stream).complete)
+    """)
+    assert printed == "7 True"
+
+
 @pytest.mark.parametrize("method", ["spawn", "fork"])
 def test_multiprocessing_works(method, tmp_path):
     program = tmp_path / "program.py"

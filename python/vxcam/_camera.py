@@ -339,9 +339,13 @@ class Camera(CameraProperties):
         return self._final is not None
 
     def close(self) -> None:
-        """Closes the camera; a readout, and waits of other threads, end with Aborted. Frames stay."""
+        """Closes the camera; a readout, and waits of other threads, end with Aborted. Frames stay.
+
+        Does nothing in a forked child, whose camera it is not.
+        """
         global _totals
-        self._core.own()  # of a forked child the lock may be held by a thread that is not there
+        if self._core.is_foreign():  # the lock may be held by a thread that is not there
+            return
         with self._closing:
             if self._final is not None:
                 return
@@ -370,7 +374,7 @@ class Camera(CameraProperties):
             try:
                 self.close()
             except Exception:
-                pass  # of a forked child
+                pass  # there is nobody to tell
 
     def __repr__(self) -> str:
         if self.closed:
