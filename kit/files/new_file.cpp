@@ -33,7 +33,7 @@ constexpr int kNameTries = 100;
 
 [[noreturn]] void refuseExisting(const std::string& path)
 {
-    refuse(path, "exists already (--force replaces it)", EEXIST);
+    refuse(path, "exists already", EEXIST);
 }
 
 std::string folderOf(const std::string& path)

@@ -84,7 +84,7 @@ def test_a_closed_camera_says_so(camera):
 def test_a_file_that_is_there_is_no_error_of_the_camera(camera, tmp_path):
     frame = camera.grab()
     frame.to_fits(tmp_path / "a.fits")
-    with pytest.raises(FileExistsError):
+    with pytest.raises(FileExistsError, match="a.fits: exists already$"):
         frame.to_fits(tmp_path / "a.fits")
     with pytest.raises(FileNotFoundError):
         frame.to_fits(tmp_path / "none" / "a.fits")

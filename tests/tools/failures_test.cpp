@@ -238,7 +238,7 @@ TEST(ExitFileError, ExistingPreviewsAreFound)
     tcFolder folder;
     MakeFile(folder.Path("p.png"), "mine");
     tcRun run({"grab", "--preview", "p.png"}, In(folder));
-    ExpectFailure(run, 5, "p.png: exists already");
+    ExpectFailure(run, 5, "p.png: exists already (--force replaces it)");
 }
 
 TEST(ExitFileError, FlightFilesThatCannotBeWritten)

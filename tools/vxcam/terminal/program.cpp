@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -24,11 +25,6 @@ namespace {
 constexpr const char* gsExitCodes = "Exit codes: 0 done, 1 usage, 2 no camera, 3 time-out, "
                                     "4 camera error, 5 file error, 130 interrupted.";
 constexpr double gnLeastTimeScale = 0.001, gnMostTimeScale = 1e6;
-
-void PrintError(const std::string& text)
-{
-    std::fprintf(stderr, "vxcam: %s\n", vx::Visible(text).c_str());
-}
 
 std::string VersionText()
 {
@@ -105,6 +101,9 @@ int RunVerb(const tsVerb& verb, const std::vector<std::string>& arguments)
     } catch (const vxcam::Error& error) {
         code = error.row().exitCode;
         text = run->Told(error.what());
+        if (error.kind() == vxcam::ErrorKind::File && error.code() == EEXIST) {
+            text += " (--force replaces it)";
+        }
     } catch (const std::bad_alloc&) {
         code = eExitCamera;
         text = "not enough memory";

@@ -86,9 +86,14 @@ void PrintBytes(const char* bytes, size_t count)
     }
 }
 
+void PrintError(const std::string& text)
+{
+    std::fprintf(stderr, "vxcam: %s\n", vx::Visible(text).c_str());
+}
+
 void PrintWarning(const std::string& text)
 {
-    std::fprintf(stderr, "vxcam: warning: %s\n", vx::Visible(text).c_str());
+    PrintError("warning: " + text);
 }
 
 std::string LineText(const nlohmann::ordered_json& document)

@@ -20,6 +20,7 @@ void PrintLine(const std::string& text);
 void PrintBytes(const char* bytes, size_t count);
 
 // On standard error.
+void PrintError(const std::string& text);
 void PrintWarning(const std::string& text);
 
 #endif
