@@ -123,6 +123,17 @@ TEST_F(Record, EndsCleanlyWithCtrlC)
     EXPECT_EQ(LastLine(mFolder.Path("a.raw.jsonl"))["ended"], "stopped");
 }
 
+TEST_F(Record, ThatCtrlCEndedBeforeItsTimeIsNotComplete)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "2ms", "--for", "1min", "-o", "a.raw"}, In(mFolder));
+    ASSERT_TRUE(
+        WaitUntil([&] { return FramesOf(mFolder.Path("a.raw.jsonl")).size() > 3; }, gnRunPatience));
+    run.Signal(SIGINT);
+    EXPECT_EQ(run.Exit(), 130);
+    EXPECT_EQ(LastLine(mFolder.Path("a.raw.jsonl"))["ended"], "stopped");
+}
+
 TEST_F(Record, TellsOfFramesThatAreIncomplete)
 {
     const std::string target = Start({"missing-packet:packet=7"});

@@ -262,7 +262,7 @@ void tcRecord::Record(vxcam::Camera& camera, tcProgress& progress)
         failure = std::current_exception();
     }
     progress.Clear();
-    const bool isWhole = !failure && (mFor || (mnFrames > 0 && CaughtSignal() == 0));
+    const bool isWhole = (mFor || mnFrames > 0) && CaughtSignal() == 0;
     const char* const how = failure ? "failed" : isWhole ? "complete" : "stopped";
     try {
         recorder.finish(how, stream.books().dropped);
