@@ -134,6 +134,26 @@ TEST_F(Record, ThatCtrlCEndedBeforeItsTimeIsNotComplete)
     EXPECT_EQ(LastLine(mFolder.Path("a.raw.jsonl"))["ended"], "stopped");
 }
 
+TEST_F(Record, IsVerifiedAlsoBehindAFileThatCannotBeRead)
+{
+    const std::string target = Start();
+    tcRun record({"record", target, "-e", "1ms", "-n", "3", "-o", "good.raw"}, In(mFolder));
+    EXPECT_EQ(record.Exit(), 0) << record.Errors();
+    std::ofstream(mFolder.Path("none.h5")) << "no HDF5";
+    std::filesystem::copy_file(mFolder.Path("good.raw.jsonl"), mFolder.Path("bad.raw.jsonl"));
+    std::ofstream(mFolder.Path("bad.raw")) << std::string(3 * 96 * 64 * 2, 'x');
+    tcRun run({"verify", "none.h5", "bad.raw", "good.raw", "--json"}, In(mFolder));
+    EXPECT_EQ(run.Exit(), 5);
+    EXPECT_THAT(run.Errors(), HasSubstr("vxcam: none.h5: "));
+    EXPECT_THAT(run.Errors(), HasSubstr("1 of 3 files could not be read, 1 of 3 files are not"));
+    const nlohmann::json files = run.Document()["files"];
+    ASSERT_EQ(files.size(), 3u);
+    EXPECT_EQ(files[0]["good"], false);
+    EXPECT_THAT(files[0]["error"], HasSubstr("none.h5"));
+    EXPECT_EQ(files[1]["good"], false);
+    EXPECT_EQ(files[2]["good"], true);
+}
+
 TEST_F(Record, TellsOfFramesThatAreIncomplete)
 {
     const std::string target = Start({"missing-packet:packet=7"});

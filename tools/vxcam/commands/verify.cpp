@@ -27,12 +27,15 @@ public:
 
 private:
     void Take(const vxcam::Verdict& verdict);
+    void TakeUnread(const std::string& path, const vxcam::Error& error);
+    void Verify(const std::string& path, const vxcam::VerifyOptions& options);
     void Print(const vxcam::Verdict& verdict) const;
 
     std::vector<std::string> maFiles;
     std::string msTruth;
     bool mbQuiet = false;
     size_t mnBad = 0;
+    size_t mnUnread = 0;
     nlohmann::ordered_json mDocument = nlohmann::ordered_json::object();
 };
 
@@ -84,6 +87,26 @@ void tcVerify::Print(const vxcam::Verdict& verdict) const
     }
 }
 
+// Of several files, one that cannot be read does not keep the others from being looked at.
+void tcVerify::TakeUnread(const std::string& path, const vxcam::Error& error)
+{
+    ++mnUnread;
+    PrintError(error.what());
+    mDocument["files"].push_back({{"file", path}, {"good", false}, {"error", error.what()}});
+}
+
+void tcVerify::Verify(const std::string& path, const vxcam::VerifyOptions& options)
+{
+    try {
+        const vxcam::Verdict verdict = vxcam::verifyRecord(path, options);
+        Take(verdict);
+        if (!mbJson && !mbQuiet) Print(verdict);
+    } catch (const vxcam::Error& error) {
+        if (maFiles.size() == 1) throw;
+        TakeUnread(path, error);
+    }
+}
+
 void tcVerify::Run()
 {
     vxcam::VerifyOptions options;
@@ -91,14 +114,17 @@ void tcVerify::Run()
     mDocument["files"] = nlohmann::ordered_json::array();
     for (const std::string& path : maFiles) {
         ThrowIfInterrupted();
-        const vxcam::Verdict verdict = vxcam::verifyRecord(path, options);
-        Take(verdict);
-        if (!mbJson && !mbQuiet) Print(verdict);
+        Verify(path, options);
+    }
+    const std::string all = " of " + std::to_string(maFiles.size()) + " files ";
+    if (mnUnread > 0) {
+        throw tcFailure(eExitFile, std::to_string(mnUnread) + all + "could not be read" +
+                                       (mnBad > 0 ? ", " + std::to_string(mnBad) + all +
+                                                        "are not as they should be"
+                                                  : ""));
     }
     if (mnBad > 0) {
-        throw tcFailure(eExitCamera, std::to_string(mnBad) + " of " +
-                                         std::to_string(maFiles.size()) +
-                                         " files are not as they should be");
+        throw tcFailure(eExitCamera, std::to_string(mnBad) + all + "are not as they should be");
     }
     if (mbJson) PrintDocument(mDocument);
 }
