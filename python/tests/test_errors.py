@@ -1,5 +1,6 @@
 """Failures: which class they are, and what they say."""
 
+import copy
 import socket
 import threading
 
@@ -71,6 +72,12 @@ def test_a_lost_link_ends_a_readout_and_comes_back():
             assert camera.wait_for_link(10)
             assert camera.grab(exposure=0.01).settings["gain"] == 2
             assert camera.statistics.connections_lost == 1
+
+
+def test_a_camera_cannot_be_copied_and_stays_open(camera):
+    with pytest.raises(TypeError, match="cannot be copied"):
+        copy.copy(camera)
+    assert camera.grab().complete
 
 
 def test_a_closed_camera_says_so(camera):

@@ -124,6 +124,10 @@ def test_a_property_explains_itself(shared, row):
     assert row.name.replace("-", "_") == row.python_name
 
 
+def test_a_range_is_told_to_its_last_digit(shared):
+    assert "0 to 2147483647\n" in str(shared.properties["gain"])
+
+
 def test_the_table_is_that_of_the_program(shared):
     assert len(vxcam.properties) == len(ROWS) > 45
     assert shared.properties["target_temp"].range == (-273, 273)

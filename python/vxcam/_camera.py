@@ -6,7 +6,7 @@ import operator
 import threading
 from collections.abc import Iterable, Sequence
 from types import TracebackType
-from typing import Any, Optional, Protocol, Union
+from typing import Any, NoReturn, Optional, Protocol, Union
 
 from . import _events, _vxcam
 from ._cooler import Cooler, Seconds
@@ -357,6 +357,9 @@ class Camera(CameraProperties):
                     self._final = figures
                     _totals = _added(_totals, figures)
                 self._line.detach(self._number)
+
+    def __copy__(self) -> NoReturn:
+        raise TypeError("a camera cannot be copied: any thread may use the one there is")
 
     def __enter__(self) -> Camera:
         return self

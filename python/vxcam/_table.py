@@ -121,7 +121,7 @@ class Property:
         if self.unit:
             lines.append(f"    unit {self.unit}")
         if self.range is not None:
-            lines.append(f"    {self.range[0]:g} to {self.range[1]:g}")
+            lines.append(f"    {self.range[0]:.15g} to {self.range[1]:.15g}")
         lines.append(f"    written as {self.syntax}")
         return "\n".join(lines)
 
