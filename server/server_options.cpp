@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <set>
 
@@ -107,6 +108,14 @@ void requireSafe(const ServerOptions& options)
                                       " is reached from other hosts: that needs --token-file");
 }
 
+// That a number is within its range does not say that it is one.
+void requireNumbers(const Words& words)
+{
+    for (const double number : {words.leaseSeconds, words.keptMegabytes, words.pixelSize}) {
+        if (std::isnan(number)) throw Error(ErrorKind::Usage, "nan: a number is needed");
+    }
+}
+
 } // namespace
 
 bool ServerOptions::isLoopback() const
@@ -129,6 +138,7 @@ std::optional<ServerOptions> parsedOptions(std::vector<std::string> arguments)
     } catch (const CLI::ParseError& error) {
         throw Error(ErrorKind::Usage, error.what());
     }
+    requireNumbers(words);
     std::set<std::string> seen;
     for (const std::string& text : words.targets) {
         const Target target = Target::parse(text);

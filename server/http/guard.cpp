@@ -69,10 +69,11 @@ bool isNoName(const std::string& host)
 
 std::string Guard::load(const std::string& path)
 {
+    errno = 0;
     std::ifstream file(path);
     std::string token;
     std::getline(file, token);
-    if (!file && token.empty()) {
+    if (!file && token.empty() && errno != 0) {
         throw Error(ErrorKind::File, path + ": cannot be read: " + std::strerror(errno), errno);
     }
     struct stat facts {};

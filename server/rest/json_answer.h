@@ -29,6 +29,7 @@ class Members
 public:
     explicit Members(const Json& object) : left_(object) {}
 
+    bool has(const std::string& name) const { return left_.contains(name); }
     // Take a member; null when it is not there. Throw Error{Usage} for one of another type.
     Json take(const std::string& name);
     std::string takeText(const std::string& name, const std::string& otherwise);

@@ -85,9 +85,10 @@ HttpResponse answerProperty(const HttpRequest& request, SharedCamera& camera,
     if (request.method == "GET") return jsonAnswer(valueJson(text, camera.get(text)));
     camera.lease().require(leaseKeyOf(request));
     Members members(bodyObject(request));
+    const bool isGiven = members.has("value");
     const Json value = members.take("value");
     members.requireEmpty();
-    if (value.is_null() && !name.property->shape.mayBeNone) {
+    if (!isGiven || (value.is_null() && !name.property->shape.mayBeNone)) {
         throw Error(ErrorKind::Usage, "the body needs a \"value\"");
     }
     const Shape& shape = name.property->shape;
@@ -159,7 +160,7 @@ void requireMethod(const HttpRequest& request, const std::string& allowed)
         if (request.method == allowed.substr(begin, end - begin)) return;
         begin = end;
     }
-    throw Refusal(405, "wrong-method", "here are only " + allowed, {{"Allow", allowed}});
+    throw Refusal(405, "wrong-method", "this takes only " + allowed, {{"Allow", allowed}});
 }
 
 void refusePath(const std::string& path)

@@ -213,6 +213,15 @@ class Properties(Rest):
                 self.assertRefused(put("gain", body), 400, "usage")
         self.assertRefused(put("ccd-temp", {"value": 1}), 400, "usage")
 
+    def test_a_body_without_a_value_sets_nothing(self):
+        area = {"column": 1, "row": 2, "columns": 8, "rows": 4}
+        put = lambda body: self.server.ask("PUT", CAMERA + "/properties/area", body)
+        self.assertEqual(put({"value": area}).status, 200)
+        self.assertRefused(put({}), 400, "usage")
+        self.assertEqual(self.server.get(CAMERA + "/properties/area").json["value"], area)
+        self.assertEqual(put({"value": None}).status, 200)
+        self.assertNotEqual(self.server.get(CAMERA + "/properties/area").json["value"], area)
+
     def test_a_body_that_is_no_json_object_is_refused(self):
         for body in ("", "{", "[1]", "{\"value\": NaN}", "[" * 20000, "{\"a\":" * 60, "\xff\xfe"):
             with self.subTest(body[:20]):

@@ -57,12 +57,17 @@ class CommandLine(WithServer):
     def test_a_token_that_others_can_read_or_guess_is_refused(self):
         self.assertRefused(1, "chmod", SIM, "--token-file", self.token_file(mode=0o644))
         self.assertRefused(1, "16", SIM, "--token-file", self.token_file("short"))
+        nothing = self.token_file()
+        os.truncate(nothing, 0)
+        self.assertRefused(1, "16", SIM, "--token-file", nothing)
         self.assertRefused(5, "/nowhere", SIM, "--token-file", "/nowhere")
 
     def test_what_makes_no_sense_is_refused(self):
         self.assertRefused(1, "TARGET")
         self.assertRefused(1, "twice", "127.0.0.1:9", "127.0.0.1:9")
         self.assertRefused(1, "port", SIM, "--listen", "127.0.0.1:99999")
+        for option in ("--lease", "--keep", "--pixel-size"):
+            self.assertRefused(1, "nan", SIM, "--listen", "127.0.0.1:0", option, "nan")
         self.assertRefused(1, "listen", SIM, "--listen", "198.51.100.1:0", "--token-file",
                            self.token_file())
 
