@@ -13,6 +13,7 @@ enum teExit {
     eExitTimeout = 3,  // the camera answered first and then fell silent, or does not get cold
     eExitCamera = 4,   // the camera reports an error or refuses a command
     eExitFile = 5,     // a file cannot be written, or exists already
+    eExitHook = 6,     // a command of the user's, that a plan has run, fails
     eExitSignal = 128
 };
 

@@ -23,7 +23,8 @@
 namespace {
 
 constexpr const char* gsExitCodes = "Exit codes: 0 done, 1 usage, 2 no camera, 3 time-out, "
-                                    "4 camera error, 5 file error, 130 interrupted.";
+                                    "4 camera error, 5 file error, 6 command of a plan failed, "
+                                    "130 interrupted.";
 constexpr double gnLeastTimeScale = 0.001, gnMostTimeScale = 1e6;
 
 std::string VersionText()
@@ -37,7 +38,7 @@ std::string OverviewText()
                        "Usage: vxcam VERB [OPTIONS] [TARGET]\n\nVerbs:\n";
     for (const tsVerb& verb : Verbs()) {
         text += "  " + std::string(verb.name) +
-                std::string(8 - std::string(verb.name).size(), ' ') + verb.summary + "\n";
+                std::string(9 - std::string(verb.name).size(), ' ') + verb.summary + "\n";
     }
     text += "\nA TARGET is HOST:PORT, serial:NUMBER, or sim for a simulated camera that lives\n"
             "as long as the command; sim is what is taken without one. Processes are named\n"
@@ -154,6 +155,8 @@ const std::vector<tsVerb>& Verbs()
     static const std::vector<tsVerb>& verbs = *new std::vector<tsVerb>{
         {"grab", "expose, read out and save images", gsGrabExamples, MakeGrab},
         {"record", "keep frames in one file, at full rate", gsRecordExamples, MakeRecord},
+        {"sequence", "take frames by a plan, through a whole night", gsSequenceExamples,
+         MakeSequence},
         {"verify", "find what is wrong with records", gsVerifyExamples, MakeVerify},
         {"cool", "cool the sensor slowly, and warm it up again", gsCoolExamples, MakeCool},
         {"get", "read properties of a camera", gsGetExamples, MakeGet},

@@ -1,0 +1,314 @@
+// Plans of sequences, read from YAML.
+#include "sequence/sequence_units.h"
+#include "sequence/sequence_values.h"
+
+#include <vxcamkit/duration.h>
+#include <vxcamkit/property.h>
+#include <vxcamkit/target.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace vxcam {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kMostCount = kMostUnits, kMostFactor = 65535, kMostDepth = 8;
+constexpr double kColdest = -273, kWarmest = 100; // degrees Celsius
+constexpr double kMostRamp = 1000;                // degrees a minute
+constexpr double kMostMean = 4294967295.0;
+constexpr size_t kMostName = 64, kMostBytes = size_t{1} << 20U;
+
+[[noreturn]] void refuse(const std::string& why)
+{
+    throw Error(ErrorKind::Usage, why);
+}
+
+// FNV-1a, of what the file says however it is written.
+std::string markOf(const YAML::Node& document)
+{
+    uint64_t mark = 14695981039346656037U;
+    for (const char byte : YAML::Dump(document)) {
+        mark = (mark ^ static_cast<unsigned char>(byte)) * 1099511628211U;
+    }
+    char text[17];
+    std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(mark));
+    return text;
+}
+
+std::string nameIn(const YAML::Node& node)
+{
+    std::string name = textIn(node);
+    const bool isPlain = std::all_of(name.begin(), name.end(), [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+               c == '-' || c == '_' || c == '.' || c == '+';
+    });
+    if (!isPlain || name[0] == '.' || name.size() > kMostName) {
+        refuse("'" + name + "': up to 64 letters, digits, -, _, + and ., which is not the first");
+    }
+    return name;
+}
+
+class Reader
+{
+public:
+    explicit Reader(const std::string& path) : faults_(path) { plan_.path = path; }
+
+    SequencePlan read(const YAML::Node& document)
+    {
+        const SequenceKeys keys = {
+            {"target",
+             [&](const YAML::Node& value) { plan_.target = Target::parse(textIn(value)).text(); }},
+            {"folder", [&](const YAML::Node& value) { plan_.folder = textIn(value); }},
+            {"sensor",
+             [&](const YAML::Node& value) {
+                 const auto [columns, rows] = pairIn(value, kMostFactor);
+                 plan_.sensor = Size{columns, rows};
+             }},
+            {"header", [&](const YAML::Node& value) { readCards(value); }},
+            {"retries", [&](const YAML::Node& value) { plan_.retries = wholeIn(value, 0, 1000); }},
+            {"link", [&](const YAML::Node& value) { plan_.link = timeIn(value); }},
+            {"steps", [&](const YAML::Node& value) { plan_.steps = stepsIn(value, 1); }}};
+        readMap(document, "plan", keys, {"steps"}, &faults_);
+        faults_.throwIfAny();
+        plan_.mark = markOf(document);
+        const std::filesystem::path beside = std::filesystem::path(plan_.path).parent_path();
+        const std::filesystem::path folder =
+            plan_.folder.empty() ? std::filesystem::path(plan_.path).stem() : plan_.folder.c_str();
+        plan_.folder = (beside / folder).string();
+        needsOf(plan_);
+        return plan_;
+    }
+
+private:
+    void readCards(const YAML::Node& node)
+    {
+        if (!node.IsSequence()) refuse("write a list of KEY=VALUE or KEY=VALUE/COMMENT");
+        for (const auto& card : node) {
+            faults_.guard(card, "header", [&] { plan_.cards.push_back(parseCard(textIn(card))); });
+        }
+    }
+
+    std::vector<SequenceStep> stepsIn(const YAML::Node& node, int depth)
+    {
+        std::vector<SequenceStep> steps;
+        if (depth > kMostDepth) refuse("repeats are too deep in each other");
+        if (!node.IsSequence() || node.size() == 0) refuse("write a list: '- lights: ...'");
+        for (const auto& one : node) {
+            SequenceStep step;
+            step.line = one.Mark().line + 1;
+            if (!one.IsMap() || one.size() != 1) {
+                faults_.add(one, "each step is one of lights, darks, bias, flats, temperature, "
+                                 "warm-up, set, wait, run, repeat");
+                continue;
+            }
+            readMap(one, "step", stepKeys(&step, depth), {}, &faults_);
+            steps.push_back(std::move(step));
+        }
+        return steps;
+    }
+
+    SequenceKeys stepKeys(SequenceStep* step, int depth)
+    {
+        const auto frames = [this, step](FrameType type, const char* name) {
+            return [=](const YAML::Node& value) { readFrames(value, type, name, step); };
+        };
+        return {{"lights", frames(FrameType::Light, "light")},
+                {"darks", frames(FrameType::Dark, "dark")},
+                {"bias", frames(FrameType::Bias, "bias")},
+                {"flats", frames(FrameType::Flat, "flat")},
+                {"temperature", [=](const YAML::Node& value) { readCooling(value, step); }},
+                {"warm-up", [=](const YAML::Node& value) { readWarmUp(value, step); }},
+                {"set",
+                 [=](const YAML::Node& value) {
+                     step->kind = SequenceStep::Kind::Set;
+                     readSettings(value, step);
+                 }},
+                {"wait",
+                 [=](const YAML::Node& value) {
+                     step->kind = SequenceStep::Kind::Delay;
+                     step->delay = timeIn(value);
+                 }},
+                {"run",
+                 [=](const YAML::Node& value) {
+                     step->kind = SequenceStep::Kind::Hook;
+                     readHook(value, &step->hook);
+                 }},
+                {"repeat", [=](const YAML::Node& value) { readRepeat(value, step, depth); }}};
+    }
+
+    void readFrames(const YAML::Node& node, FrameType type, const char* name, SequenceStep* step)
+    {
+        step->kind = SequenceStep::Kind::Frames;
+        step->name = name;
+        Plan& plan = step->plan;
+        plan.type = type;
+        if (type == FrameType::Bias) plan.exposure = milliseconds(0);
+        SequenceKeys keys = {
+            {"count",
+             [&](const YAML::Node& value) { step->count = wholeIn(value, 1, kMostCount); }},
+            {"name", [&](const YAML::Node& value) { step->name = nameIn(value); }},
+            {"exposure", [&](const YAML::Node& value) { plan.exposure = timeIn(value); }},
+            {"bits",
+             [&](const YAML::Node& value) {
+                 plan.bits = wholeIn(value, 8, 16);
+                 if (plan.bits != 8 && plan.bits != 16) refuse("8 or 16");
+             }},
+            {"area", [&](const YAML::Node& value) { plan.area = areaIn(value); }},
+            {"binning", [&](const YAML::Node& value) { readBinning(value, &plan); }},
+            {"timeout", [&](const YAML::Node& value) { plan.timeout = timeIn(value); }},
+            {"gain", [&](const YAML::Node& value) { readSetting("gain", value, step); }},
+            {"set", [&](const YAML::Node& value) { readSettings(value, step); }},
+            {"dither", [&](const YAML::Node& value) { readDither(value, step); }}};
+        if (type == FrameType::Flat) addLevel(&keys, step);
+        readMap(node, name, keys, {"count"}, &faults_);
+        const bool isBinned = plan.kind == ReadoutKind::Binned;
+        if (isBinned && plan.area) refuse("area and binning exclude each other");
+        if (isBinned && node["bits"]) refuse("binned frames have 32 bits");
+        if (!plan.exposure && step->level.mean == 0) refuse("'exposure' is missing");
+        if (!plan.exposure)
+            plan.exposure = std::clamp<milliseconds>(std::chrono::seconds(1), step->level.least,
+                                                     step->level.most);
+    }
+
+    void addLevel(SequenceKeys* keys, SequenceStep* step)
+    {
+        (*keys)["level"] = [this, step](const YAML::Node& value) {
+            SequenceLevel& level = step->level;
+            readMap(
+                value, "level",
+                {{"mean", [&](const YAML::Node& v) { level.mean = realIn(v, 1, kMostMean); }},
+                 {"tolerance", [&](const YAML::Node& v) { level.tolerance = realIn(v, 0.001, 1); }},
+                 {"least", [&](const YAML::Node& v) { level.least = timeIn(v); }},
+                 {"most", [&](const YAML::Node& v) { level.most = timeIn(v); }}},
+                {"mean"}, &faults_);
+            if (level.least > level.most) refuse("'least' is longer than 'most'");
+        };
+    }
+
+    static void readBinning(const YAML::Node& node, Plan* plan)
+    {
+        const auto [x, y] = pairIn(node, kMostFactor);
+        if (x == 1 && y == 1) return;
+        plan->kind = ReadoutKind::Binned;
+        plan->binningX = x;
+        plan->binningY = y;
+    }
+
+    static void readSetting(const std::string& name, const YAML::Node& node, SequenceStep* step)
+    {
+        const PropertyName found = findProperty(name);
+        if (!found.property->isWritable()) refuse("'" + name + "' can only be read");
+        step->settings.emplace_back(name, parsedText(name, found.property->shape, textIn(node)));
+    }
+
+    void readSettings(const YAML::Node& node, SequenceStep* step)
+    {
+        if (!node.IsMap()) refuse("write 'PROPERTY: VALUE' lines");
+        for (const auto& entry : node) {
+            faults_.guard(entry.first, "set",
+                          [&] { readSetting(textIn(entry.first), entry.second, step); });
+        }
+    }
+
+    void readDither(const YAML::Node& node, SequenceStep* step)
+    {
+        SequenceKeys keys = hookKeys(&step->dither);
+        keys["every"] = [&](const YAML::Node& value) {
+            step->ditherEvery = wholeIn(value, 1, kMostCount);
+        };
+        readMap(node, "dither", keys, {"command"}, &faults_);
+    }
+
+    static SequenceKeys hookKeys(SequenceHook* hook)
+    {
+        return {{"command", [=](const YAML::Node& value) { hook->command = textIn(value); }},
+                {"timeout", [=](const YAML::Node& value) { hook->patience = timeIn(value); }},
+                {"may-fail", [=](const YAML::Node& value) { hook->mayFail = switchIn(value); }}};
+    }
+
+    void readHook(const YAML::Node& node, SequenceHook* hook)
+    {
+        if (node.IsScalar()) {
+            hook->command = textIn(node);
+        } else {
+            readMap(node, "run", hookKeys(hook), {"command"}, &faults_);
+        }
+    }
+
+    static SequenceKeys coolingKeys(SequenceStep* step)
+    {
+        Cooling* const cooling = &step->cooling;
+        return {
+            {"to", [=](const YAML::Node& v) { cooling->target = realIn(v, kColdest, kWarmest); }},
+            {"ramp", [=](const YAML::Node& v) { cooling->ramp = realIn(v, 0, kMostRamp); }},
+            {"wait", [=](const YAML::Node& v) { step->waits = switchIn(v); }},
+            {"timeout", [=](const YAML::Node& v) { step->patience = timeIn(v); }}};
+    }
+
+    void readCooling(const YAML::Node& node, SequenceStep* step)
+    {
+        step->kind = SequenceStep::Kind::Cool;
+        Cooling& cooling = step->cooling;
+        SequenceKeys keys = coolingKeys(step);
+        keys["tolerance"] = [&](const YAML::Node& v) { cooling.tolerance = realIn(v, 0.1, 100); };
+        keys["settle"] = [&](const YAML::Node& v) { cooling.settle = timeIn(v); };
+        readMap(node, "temperature", keys, {"to"}, &faults_);
+    }
+
+    void readWarmUp(const YAML::Node& node, SequenceStep* step)
+    {
+        step->kind = SequenceStep::Kind::WarmUp;
+        step->cooling.target = Warming().target;
+        readMap(node, "warm-up", coolingKeys(step), {}, &faults_);
+    }
+
+    void readRepeat(const YAML::Node& node, SequenceStep* step, int depth)
+    {
+        step->kind = SequenceStep::Kind::Repeat;
+        readMap(node, "repeat",
+                {{"times", [&](const YAML::Node& v) { step->count = wholeIn(v, 1, kMostCount); }},
+                 {"steps", [&](const YAML::Node& v) { step->steps = stepsIn(v, depth + 1); }}},
+                {"times", "steps"}, &faults_);
+    }
+
+    SequencePlan plan_;
+    SequenceFaults faults_;
+};
+
+std::string contentOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw Error(ErrorKind::File, path + ": " + std::strerror(errno), errno);
+    std::string text(kMostBytes + 1, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (file.bad() || (file.gcount() == 0 && !file.eof())) {
+        throw Error(ErrorKind::File, path + ": cannot be read", EIO);
+    }
+    text.resize(static_cast<size_t>(file.gcount()));
+    if (text.size() > kMostBytes) refuse(path + ": a plan has at most 1 MiB");
+    return text;
+}
+
+} // namespace
+
+SequencePlan readSequence(const std::string& path)
+{
+    const std::string text = contentOf(path);
+    try {
+        const std::vector<YAML::Node> documents = YAML::LoadAll(text);
+        if (documents.size() != 1) refuse(path + ": one plan is expected in it");
+        return Reader(path).read(documents.front());
+    } catch (const YAML::Exception& error) {
+        refuse(path + ":" + std::to_string(error.mark.line + 1) + ": " + error.msg);
+    }
+}
+
+} // namespace vxcam

@@ -1,0 +1,278 @@
+// A run as a whole: what is left to do, and what becomes of failures.
+#include "sequence/sequence_run.h"
+
+#include <vxcamkit/new_file.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+
+namespace vxcam {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPoll(50);
+constexpr uint64_t kReserve = uint64_t{1} << 20U; // bytes, for the journal and the folder
+
+bool isOfLink(ErrorKind kind)
+{
+    return kind == ErrorKind::LinkLost || kind == ErrorKind::Timeout;
+}
+
+} // namespace
+
+SequenceRun::SequenceRun(Camera& camera, const SequencePlan& plan, const SequenceOptions& options,
+                         const std::vector<SequenceUnit>& units, SequenceJournal& journal)
+    : camera_(camera), plan_(plan), options_(options), units_(units), journal_(journal)
+{}
+
+void SequenceRun::run()
+{
+    check();
+    countAll();
+    removeRemains();
+    journal_.begin();
+    int first = 0;
+    const auto count = static_cast<int>(units_.size());
+    while (first < count && (!units_[first].isKept() || journal_.isDone(first))) {
+        ++first;
+    }
+    losses_ = camera_.statistics().connectionsLost;
+    if (first < count) {
+        restore(first);
+        for (int unit = first; unit < count; ++unit) {
+            if (!journal_.isDone(unit)) doUnit(unit);
+        }
+    }
+    journal_.ended();
+}
+
+// Whatever this camera or this disk cannot do is known before anything is done.
+void SequenceRun::check()
+{
+    needsOf(plan_, camera_.sensor());
+    if (plan_.sensor && *plan_.sensor != camera_.sensor()) {
+        throw Error(ErrorKind::Usage, plan_.path + ": the plan is for a sensor of " +
+                                          std::to_string(plan_.sensor->columns) + " x " +
+                                          std::to_string(plan_.sensor->rows) + " pixels");
+    }
+    for (const SequenceUnit& unit : units_) {
+        if (unit.kind != SequenceUnit::Kind::Set) continue;
+        for (const auto& [name, value] : unit.step->settings) {
+            camera_.checked(name, value);
+        }
+    }
+    checkFiles();
+    checkRoom();
+}
+
+void SequenceRun::checkRoom() const
+{
+    uint64_t needed = kReserve;
+    for (size_t i = 0; i < units_.size(); ++i) {
+        const bool isLeft =
+            units_[i].kind == SequenceUnit::Kind::Frame && !journal_.isDone(static_cast<int>(i));
+        if (isLeft) needed += bytesOf(*units_[i].step, camera_.sensor()).value_or(0);
+    }
+    std::error_code error;
+    const auto space = std::filesystem::space(plan_.folder, error);
+    if (error || space.available >= needed) return;
+    throw Error(ErrorKind::File,
+                plan_.folder + ": the frames need " + std::to_string(needed >> 20U) +
+                    " MiB, and the disk has " + std::to_string(space.available >> 20U) +
+                    " MiB left",
+                ENOSPC);
+}
+
+// Those that are taken have the bytes that were written; what is there of the others was written
+// by a run that ended before the journal said so.
+void SequenceRun::checkFiles() const
+{
+    for (size_t i = 0; i < units_.size(); ++i) {
+        if (units_[i].kind != SequenceUnit::Kind::Frame) continue;
+        const auto number = static_cast<int>(i);
+        const auto taken = journal_.frames().find(number);
+        const std::string path = pathOf(fileOf(units_[i]));
+        std::error_code error;
+        const uint64_t bytes = std::filesystem::file_size(path, error);
+        if (taken == journal_.frames().end()) {
+            if (error || !isOurs(units_[i])) checkNewFile(path, false);
+        } else if (error) {
+            journal_.again(number);
+        } else if (bytes != taken->second.bytes) {
+            throw Error(ErrorKind::File, path + ": was changed: it has " + std::to_string(bytes) +
+                                             " bytes, and had " +
+                                             std::to_string(taken->second.bytes) +
+                                             "; move it away to have the frame taken again");
+        }
+    }
+}
+
+// Of files that were being written when a run was killed.
+void SequenceRun::removeRemains() const
+{
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(plan_.folder, error)) {
+        const std::string name = entry.path().filename().string();
+        const bool isOurs =
+            std::any_of(journal_.processes().begin(), journal_.processes().end(), [&](int process) {
+                const bool isGone =
+                    process == ::getpid() || (::kill(process, 0) != 0 && errno == ESRCH);
+                return isGone && name.rfind(".vxcam-" + std::to_string(process) + "-", 0) == 0;
+            });
+        std::error_code ignored;
+        if (isOurs) std::filesystem::remove(entry.path(), ignored);
+    }
+}
+
+void SequenceRun::doUnit(int number)
+{
+    const SequenceUnit& unit = units_[static_cast<size_t>(number)];
+    const auto start = Clock::now();
+    bool isRestoreDue = false;
+    for (int failures = 1;; ++failures) {
+        try {
+            if (isRestoreDue || hasLostLink()) {
+                isRestoreDue = true;
+                losses_ = camera_.statistics().connectionsLost;
+                restore(number);
+                isRestoreDue = false;
+            }
+            tryUnit(unit, number);
+            break;
+        } catch (const Error& error) {
+            if (!mayGoOn(error, unit, failures)) throw;
+            if (isOfLink(error.kind())) {
+                isRestoreDue = true;
+                awaitLink(error);
+            }
+        }
+    }
+    count(unit, Clock::now() - start);
+    tell(textOf(unit) + ": done",
+         unit.kind == SequenceUnit::Kind::Frame ? pathOf(fileOf(unit)) : "");
+}
+
+void SequenceRun::tryUnit(const SequenceUnit& unit, int number)
+{
+    switch (unit.kind) {
+    case SequenceUnit::Kind::Frame:
+        return takeFrame(unit, number);
+    case SequenceUnit::Kind::Set:
+        return set(*unit.step);
+    case SequenceUnit::Kind::Cool:
+    case SequenceUnit::Kind::WarmUp:
+        return cool(unit);
+    case SequenceUnit::Kind::Delay:
+        delay(unit);
+        break;
+    case SequenceUnit::Kind::Hook:
+        runHook(unit);
+        break;
+    }
+    journal_.done(number);
+}
+
+// What failed is written down; so is why the run ends, if the journal takes it.
+bool SequenceRun::mayGoOn(const Error& error, const SequenceUnit& unit, int failures)
+{
+    const bool isFrame = unit.kind == SequenceUnit::Kind::Frame;
+    const bool isOfFrame = error.kind() == ErrorKind::Camera ||
+                           error.kind() == ErrorKind::Incomplete ||
+                           error.kind() == ErrorKind::Timeout;
+    const bool isLost = error.kind() == ErrorKind::LinkLost || hasLostLink();
+    const bool mayGoOn = failures <= plan_.retries && (isLost || (isFrame && isOfFrame));
+    try {
+        journal_.failed(textOf(unit) + ": " + error.what());
+    } catch (const Error&) {
+        if (mayGoOn) throw;
+    }
+    return mayGoOn;
+}
+
+void SequenceRun::awaitLink(const Error& error)
+{
+    const auto deadline = Clock::now() + plan_.link;
+    while (!camera_.waitForLink(kPoll)) {
+        if (Clock::now() >= deadline) throw error;
+        tell("waiting for the camera");
+    }
+}
+
+bool SequenceRun::hasLostLink() const
+{
+    return camera_.statistics().connectionsLost != losses_;
+}
+
+void SequenceRun::countAll()
+{
+    for (size_t i = 0; i < units_.size(); ++i) {
+        const Time cost = costOf(units_[i], camera_.sensor());
+        const bool isFrame = units_[i].kind == SequenceUnit::Kind::Frame;
+        whole_ += cost;
+        frames_ += isFrame;
+        if (journal_.isDone(static_cast<int>(i))) continue;
+        left_ += cost;
+        framesLeft_ += isFrame;
+    }
+}
+
+// What the units in front of this one had put into force.
+void SequenceRun::restore(int before)
+{
+    std::map<std::string, Value> last;
+    std::vector<std::string> order;
+    const SequenceUnit* cooling = nullptr;
+    for (int i = 0; i < before; ++i) {
+        const SequenceUnit& unit = units_[static_cast<size_t>(i)];
+        const bool isCooling =
+            unit.kind == SequenceUnit::Kind::Cool || unit.kind == SequenceUnit::Kind::WarmUp;
+        if (isCooling) cooling = &unit;
+        if (unit.kind != SequenceUnit::Kind::Set) continue;
+        for (const auto& [name, value] : unit.step->settings) {
+            order.erase(std::remove(order.begin(), order.end(), name), order.end());
+            order.push_back(name);
+            last[name] = value;
+        }
+    }
+    for (const std::string& name : order) {
+        tell("settings");
+        camera_.set(name, last[name]);
+    }
+    if (cooling != nullptr) cool(*cooling);
+}
+
+void SequenceRun::tell(const std::string& doing, const std::string& file)
+{
+    if (!options_.onProgress) return;
+    SequenceProgress progress;
+    progress.frames = frames_;
+    progress.taken = static_cast<int>(journal_.frames().size());
+    const double scale = camera_.timeScale();
+    const Time more = measured_ > 0 ? more_ / measured_ * framesLeft_ : Time(0);
+    const auto seconds = std::chrono::duration<double, std::milli>(left_) / scale + more;
+    progress.left = std::max(Time(0), std::chrono::duration_cast<Time>(seconds));
+    progress.done = whole_.count() > 0 ? 1 - static_cast<double>(left_.count()) /
+                                                 static_cast<double>(whole_.count())
+                                       : 0;
+    progress.doing = doing;
+    progress.file = file;
+    options_.onProgress(progress);
+}
+
+// What frames take beyond what was thought, on the wall, tells how long the rest takes.
+void SequenceRun::count(const SequenceUnit& unit, Clock::duration taken)
+{
+    const Time cost = costOf(unit, camera_.sensor());
+    left_ -= cost;
+    if (unit.kind != SequenceUnit::Kind::Frame) return;
+    const auto thought = std::chrono::duration<double, std::milli>(cost) / camera_.timeScale();
+    more_ += std::chrono::duration_cast<Time>(taken - thought);
+    ++measured_;
+    --framesLeft_;
+}
+
+} // namespace vxcam

@@ -1,0 +1,77 @@
+// A sequence on its way.
+#ifndef VXCAMKIT_SEQUENCE_RUN_H
+#define VXCAMKIT_SEQUENCE_RUN_H
+
+#include "sequence/flat_exposure.h"
+#include "sequence/sequence_journal.h"
+#include "sequence/sequence_units.h"
+
+#include <vxcamkit/camera.h>
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace vxcam {
+
+// One run, with a camera.
+//
+// Threads: one.
+class SequenceRun
+{
+public:
+    SequenceRun(Camera& camera, const SequencePlan& plan, const SequenceOptions& options,
+                const std::vector<SequenceUnit>& units, SequenceJournal& journal);
+
+    void run();
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using Time = std::chrono::milliseconds;
+
+    void check();
+    void checkRoom() const;
+    void checkFiles() const;
+    bool isOurs(const SequenceUnit& unit) const;
+    void removeRemains() const;
+    void countAll();
+    void doUnit(int unit);
+    void tryUnit(const SequenceUnit& unit, int number);
+    bool mayGoOn(const Error& error, const SequenceUnit& unit, int failures);
+    void awaitLink(const Error& error);
+    void restore(int before);
+    bool hasLostLink() const;
+
+    void takeFrame(const SequenceUnit& unit, int number);
+    bool adopt(const SequenceUnit& unit, int number);
+    Frame grab(const Plan& plan, const std::string& doing);
+    Time exposureOf(const SequenceStep& step);
+    FlatExposure& flatOf(const SequenceStep& step);
+    void set(const SequenceStep& step);
+    void cool(const SequenceUnit& unit);
+    void delay(const SequenceUnit& unit);
+    void runHook(const SequenceUnit& unit);
+
+    void tell(const std::string& doing, const std::string& file = "");
+    void count(const SequenceUnit& unit, Clock::duration taken);
+    std::string pathOf(const std::string& file) const { return plan_.folder + "/" + file; }
+
+    Camera& camera_;
+    const SequencePlan& plan_;
+    const SequenceOptions& options_;
+    const std::vector<SequenceUnit>& units_;
+    SequenceJournal& journal_;
+    std::map<const SequenceStep*, FlatExposure> flats_;
+    int frames_ = 0;
+    Time whole_{0}, left_{0}; // of the camera
+    Time more_{0};            // that frames took beyond what was thought
+    int measured_ = 0;        // frames of that
+    int framesLeft_ = 0;
+    uint64_t losses_ = 0; // of the connection, that have been dealt with
+    std::string last_;    // file of a frame
+};
+
+} // namespace vxcam
+
+#endif
