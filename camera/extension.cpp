@@ -6,6 +6,21 @@
 #include <new>
 #include <utility>
 
+namespace {
+
+constexpr unsigned gnAllTaps =
+    eTapBytesReceived | eTapBytesSent | eTapMessagesReceived | eTapMessagesSent | eTapLink;
+
+// Of the cameras that this thread opens.
+struct tsOpeningTap {
+    unsigned what = 0;
+    tpTapCallback callback = nullptr;
+    void* user = nullptr;
+};
+thread_local tsOpeningTap tOpeningTap;
+
+} // namespace
+
 template <class Callback>
 int tcVXCamera::SetSlot(tcCallbackSlot<Callback>& slot, Callback callback, void* user)
 {
@@ -36,13 +51,24 @@ int tcVXCamera::SetCameraErrorCallback(tpCameraErrorCallback callback, void* use
 
 int tcVXCamera::SetTap(unsigned what, tpTapCallback callback, void* user)
 {
-    constexpr unsigned all =
-        eTapBytesReceived | eTapBytesSent | eTapMessagesReceived | eTapMessagesSent | eTapLink;
-    if ((what & ~all) != 0) return eVXArgument;
+    if ((what & ~gnAllTaps) != 0) return eVXArgument;
     mpExtension->tapped = 0;
     SetSlot(mpExtension->tap, callback, user);
     if (callback != nullptr) mpExtension->tapped = what;
     return eVXOk;
+}
+
+int tcVXCamera::SetOpeningTap(unsigned what, tpTapCallback callback, void* user)
+{
+    if ((what & ~gnAllTaps) != 0) return eVXArgument;
+    tOpeningTap = {what, callback, user};
+    return eVXOk;
+}
+
+void tcVXCamera::TakeOpeningTap()
+{
+    if (tOpeningTap.callback == nullptr) return;
+    SetTap(tOpeningTap.what, tOpeningTap.callback, tOpeningTap.user);
 }
 
 void tcVXCamera::TellTap(unsigned what, const void* bytes, size_t length, uint32_t event)

@@ -27,6 +27,7 @@ int Open(const char* address, unsigned short port)
         const tcVXCamera::tcOpening opening;
         camera = std::make_unique<tcVXCamera_Ethernet>(address, port);
     }
+    camera->TakeOpeningTap();
     if (camera->Initialize() == 0) return eVXFailed;
     const int handle = camera->GetHandle();
     if (handle >= 0) camera.release()->Opened(); // the registry holds it until VXCloseCamera

@@ -182,6 +182,8 @@ public:
     int SetHeartBeatRecordCallback(tpHeartBeatRecordCallback callback, void* user);
     int SetCameraErrorCallback(tpCameraErrorCallback callback, void* user);
     int SetTap(unsigned what, tpTapCallback callback, void* user);
+    static int SetOpeningTap(unsigned what, tpTapCallback callback, void* user);
+    void TakeOpeningTap(); // the calling thread's
 
     // ---- Requests ----------------------------------------------------------------------------
     // Raises an item's needed answers by `count` and starts its time-out; -1 if it is pending.

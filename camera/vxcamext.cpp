@@ -49,6 +49,11 @@ extern "C" int VXSetTap(int handle, unsigned what, tpTapCallback callback, void*
     return Forward(handle, &tcVXCamera::SetTap, what, callback, user);
 }
 
+extern "C" int VXSetOpeningTap(unsigned what, tpTapCallback callback, void* user)
+{
+    return tcVXCamera::SetOpeningTap(what, callback, user);
+}
+
 extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)
 {
     const int refused = tcVXCamera::CheckStatistics(statistics, size);

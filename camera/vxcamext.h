@@ -224,6 +224,12 @@ static_assert(sizeof(tsTapRecord) == 40, "record");
 typedef void (*tpTapCallback)(int handle, const tsTapRecord* record, void* user);
 VX_EXPORT int VXSetTap(int handle, unsigned what, tpTapCallback callback, void* user);
 
+/* The same from the first byte on: the tap of each camera that the calling thread opens from now
+ * on, until VXSetTap sets another one. Of a camera that does not open it is called with a handle
+ * that nobody has learned, and not any more when the opening has returned. A null callback ends
+ * this [-5 for other bits in `what`]. */
+VX_EXPORT int VXSetOpeningTap(unsigned what, tpTapCallback callback, void* user);
+
 /* ---- Statistics -------------------------------------------------------------------------- */
 
 /* What a camera has done since it was opened. Figures only grow, except for those that say what is

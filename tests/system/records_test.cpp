@@ -418,3 +418,29 @@ TEST_F(FrameRecords, AreMadeOfWhatTheTapSees)
     EXPECT_EQ(packets + 12 + 4, seen.received.size());
     EXPECT_EQ(before.BytesReceived + packets + 2 * (12 + 4), Books().BytesReceived);
 }
+
+TEST_F(FrameRecords, TellTheTapOfAllBytesFromTheFirstOn)
+{
+    struct tsSeen {
+        std::mutex mutex;
+        std::string received, sent;
+    } seen;
+    const auto keep = [](int, const tsTapRecord* record, void* user) {
+        auto& to = *static_cast<tsSeen*>(user);
+        std::lock_guard<std::mutex> lock(to.mutex);
+        const auto* bytes = reinterpret_cast<const char*>(record->Bytes);
+        (record->What == eTapBytesSent ? to.sent : to.received).append(bytes, record->Length);
+    };
+    EXPECT_EQ(-5, VXSetOpeningTap(32, keep, &seen));
+    ASSERT_EQ(0, VXSetOpeningTap(eTapBytesReceived | eTapBytesSent, keep, &seen));
+    Start({});
+    ASSERT_EQ(0, VXSetOpeningTap(0, nullptr, nullptr));
+    ASSERT_EQ(0, VXSetTap(handle, 0, nullptr, nullptr));
+    const tsStatistics books = Books();
+    EXPECT_GT(books.BytesSent, 0u);
+    EXPECT_GT(books.BytesReceived, 0u);
+    EXPECT_EQ(seen.sent.size(), books.BytesSent);
+    EXPECT_EQ(seen.received.size(), books.BytesReceived);
+    EXPECT_EQ(seen.sent.substr(0, 2), "\x50\xFA");
+    EXPECT_EQ(seen.received.substr(0, 2), "\x50\xFA");
+}
