@@ -28,7 +28,12 @@ Camera Camera::open(const std::string& target, const OpenOptions& options)
 
 Camera Camera::open(const Target& target, const OpenOptions& options)
 {
-    return Camera(CameraCore::open(target, options));
+    return Camera(CameraCore::open(target, options, nullptr));
+}
+
+Camera Camera::open(const Target& target, const OpenOptions& options, const WireCapture& capture)
+{
+    return Camera(CameraCore::open(target, options, capture.body()));
 }
 
 void Camera::close()

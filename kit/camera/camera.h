@@ -24,6 +24,7 @@
 namespace vxcam {
 
 class CameraCore;
+class WireCapture;
 
 // What a camera has done since it was opened; figures only grow.
 struct Statistics {
@@ -76,6 +77,9 @@ public:
     // Camera when it does not tell the size of its sensor.
     static Camera open(const std::string& target, const OpenOptions& options = {});
     static Camera open(const Target& target, const OpenOptions& options = {});
+    // The same, and all that goes between host and camera from the first byte on is recorded.
+    static Camera open(const Target& target, const OpenOptions& options,
+                       const WireCapture& capture);
 
     ~Camera(); // as close()
     Camera(Camera&& other) noexcept;

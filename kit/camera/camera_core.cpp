@@ -21,8 +21,8 @@ constexpr std::chrono::seconds kTemperatureAge(30); // older ones say nothing
 
 } // namespace
 
-CameraCore::CameraCore(const Target& target, const OpenOptions& options)
-    : target_(target), options_(options), cooler_(*this)
+CameraCore::CameraCore(const Target& target, const OpenOptions& options, Capture capture)
+    : target_(target), options_(options), capture_(std::move(capture)), cooler_(*this)
 {}
 
 CameraCore::~CameraCore()

@@ -14,6 +14,7 @@
 #include <vxcamkit/property.h>
 #include <vxcamkit/property_access.h>
 #include <vxcamkit/settings.h>
+#include <vxcamkit/wire_capture.h>
 
 #include "vxcamext.h"
 
@@ -31,8 +32,10 @@ namespace vxcam {
 class CameraCore : public Access, public std::enable_shared_from_this<CameraCore>
 {
 public:
-    static std::shared_ptr<CameraCore> open(const Target& target, const OpenOptions& options);
-    CameraCore(const Target& target, const OpenOptions& options); // of open()
+    using Capture = std::shared_ptr<WireCapture::Body>; // may be none
+    static std::shared_ptr<CameraCore> open(const Target& target, const OpenOptions& options,
+                                            const Capture& capture);
+    CameraCore(const Target& target, const OpenOptions& options, Capture capture); // of open()
     ~CameraCore() override;
     CameraCore(const CameraCore&) = delete;
     CameraCore& operator=(const CameraCore&) = delete;
@@ -95,6 +98,7 @@ public:
 
 private:
     struct Callbacks;
+    class OpeningTap;
     // opening.cpp
     void connect();
     void openAt(const std::string& host, uint16_t port);
@@ -139,6 +143,8 @@ private:
 
     const Target target_;
     const OpenOptions options_;
+    const Capture capture_;
+    uint8_t captured_ = 0; // the camera's number in it
     std::unique_ptr<Simulator> simulator_;
     std::string address_;
     int handle_ = -1;

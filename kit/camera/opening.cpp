@@ -3,6 +3,7 @@
 #include "network/probe.h"
 #include "readout/frame_facts.h"
 #include "readout/host_clock.h"
+#include "wire/capture_body.h"
 
 #include <vxcamkit/discover.h>
 
@@ -26,6 +27,7 @@ constexpr int kUnknownSize = 65535;
 constexpr int kHeaderBytes = 12, kIdAt = 9; // of a message
 constexpr double kHeartbeatUnits = 10.0;    // in a degree Celsius
 constexpr size_t kMostComplaintsKept = 64;
+constexpr unsigned kFlightTaps = eTapMessagesReceived | eTapMessagesSent | eTapLink;
 
 // Bytes of the hardware information, of cameras that lay it out like this.
 constexpr size_t kSerialAt = 0, kNameAt = 4, kNameBytes = 32, kVersionAt = 36, kBitsAt = 40;
@@ -164,7 +166,13 @@ struct CameraCore::Callbacks {
         }
     }
 
-    static void tap(int, const tsTapRecord* record, void* user) { of(user).flight_.tap(*record); }
+    static void tap(int, const tsTapRecord* record, void* user)
+    {
+        CameraCore& camera = of(user);
+        if (camera.capture_) camera.capture_->take(camera.captured_, *record);
+        constexpr unsigned bytes = eTapBytesReceived | eTapBytesSent;
+        if ((record->What & bytes) == 0) camera.flight_.tap(*record);
+    }
 
     static void message(int handle, void* message, int length)
     {
@@ -185,9 +193,32 @@ struct CameraCore::Callbacks {
     }
 };
 
-std::shared_ptr<CameraCore> CameraCore::open(const Target& target, const OpenOptions& options)
+// What is recorded is tapped from the first byte on.
+class CameraCore::OpeningTap
 {
-    auto camera = std::make_shared<CameraCore>(target, options);
+public:
+    explicit OpeningTap(CameraCore& camera) : isSet_(camera.capture_ != nullptr)
+    {
+        constexpr unsigned all = kFlightTaps | eTapBytesReceived | eTapBytesSent;
+        if (!isSet_) return;
+        camera.captured_ = camera.capture_->addCamera(camera.target_.text());
+        VXSetOpeningTap(all, Callbacks::tap, &camera);
+    }
+    ~OpeningTap()
+    {
+        if (isSet_) VXSetOpeningTap(0, nullptr, nullptr);
+    }
+    OpeningTap(const OpeningTap&) = delete;
+    OpeningTap& operator=(const OpeningTap&) = delete;
+
+private:
+    const bool isSet_;
+};
+
+std::shared_ptr<CameraCore> CameraCore::open(const Target& target, const OpenOptions& options,
+                                             const Capture& capture)
+{
+    auto camera = std::make_shared<CameraCore>(target, options, capture);
     try {
         camera->connect();
         camera->listen();
@@ -211,10 +242,12 @@ void CameraCore::connect()
 void CameraCore::openAt(const std::string& host, uint16_t port)
 {
     const std::string place = address_ = host + ":" + std::to_string(port);
+    const OpeningTap tap(*this);
     for (int tries = 0; tries < 2; ++tries) {
         const auto start = steady_clock::now();
         handle_ = VXOpenENetCamera(host.c_str(), port);
         if (handle_ >= 0) return;
+        if (capture_) capture_->add(WireKind::LinkLost, captured_, presentMoment(), nullptr, 0);
         const bool isSilent = steady_clock::now() - start >= kNoAnswer;
         const Probe found = probe(host, port, kProbePatience);
         switch (found.outcome) {
@@ -270,7 +303,7 @@ void CameraCore::listen()
     }
     keeper_ = std::make_unique<Keeper>([this] { return watch(); });
     VXOverrideImageTimout(handle_, -1); // the keeper watches
-    VXSetTap(handle_, eTapMessagesReceived | eTapMessagesSent | eTapLink, Callbacks::tap, this);
+    if (!capture_) VXSetTap(handle_, kFlightTaps, Callbacks::tap, this);
     VXSetFrameCallback(handle_, Callbacks::frame, this);
     VXSetLinkCallback(handle_, Callbacks::link, this);
     VXSetHeartBeatRecordCallback(handle_, Callbacks::heartbeat, this);

@@ -1,0 +1,69 @@
+// What is behind a WireCapture.
+#ifndef VXCAMKIT_CAPTURE_BODY_H
+#define VXCAMKIT_CAPTURE_BODY_H
+
+#include "containers/append_file.h"
+#include "wire/wire_capture.h"
+#include "wire/wire_reader.h"
+
+#include <vxcamkit/error.h>
+
+#include "vxcamext.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace vxcam {
+
+// Threads: any take, one writes.
+struct WireCapture::Body {
+    Body(const std::string& path, bool force, std::string software);
+    ~Body();
+
+    // Its number in the recording.
+    uint8_t addCamera(const std::string& target);
+    // Bytes and link events of the library's tap; the rest is left.
+    void take(uint8_t camera, const tsTapRecord& record);
+    void add(WireKind kind, uint8_t camera, const Moment& time, const void* bytes, size_t count);
+    void finish();
+
+    mutable std::mutex lock;
+    std::condition_variable changed;
+    WireBooks books;
+    std::optional<Error> failure;
+
+private:
+    // Records that go into one block.
+    struct Block {
+        std::vector<char> bytes;
+        uint32_t records = 0;
+        Moment begun;
+    };
+
+    void append(WireKind kind, uint8_t camera, const Moment& time, const char* bytes, size_t count);
+    void turn();
+    void run();
+    std::optional<Block> takeBlock();
+    void write(const Block& block);
+
+    const std::string software_;
+    AppendFile file_;
+    // With the lock.
+    Block present_;
+    std::deque<Block> waiting_;
+    std::vector<std::vector<char>> spare_; // memory of blocks that were written
+    bool isEnding_ = false;
+    std::mutex finishing_;
+    // Of the thread that writes.
+    uint32_t number_ = 0;
+    std::thread thread_;
+};
+
+} // namespace vxcam
+
+#endif

@@ -1,0 +1,205 @@
+// Recordings of the wire, as they are written: byte by byte, and from open cameras.
+#include "record_support.h"
+#include "wire_support.h"
+
+#include "wire/capture_body.h"
+
+#include <vxcamkit/camera.h>
+#include <vxcamkit/wire_capture.h>
+#include <vxcamkit/wire_reader.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+using vxcam::WireCapture;
+using vxcam::WireKind;
+using vxcam::WireReader;
+
+namespace {
+
+std::string textOf(const std::string& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+void tap(const WireCapture& capture, unsigned what, int64_t steady, const std::string& bytes)
+{
+    tsTapRecord record{};
+    record.Size = sizeof record;
+    record.What = what;
+    record.Time = {steady, 1'700'000'000'000'000'000 + steady};
+    record.Bytes = reinterpret_cast<const uint8_t*>(bytes.data());
+    record.Length = static_cast<uint32_t>(bytes.size());
+    record.Event = eLinkLost;
+    capture.body()->take(0, record);
+}
+
+} // namespace
+
+TEST(WireCapture, WritesTheBytesThatItsPageTells)
+{
+    const vxcam::Folder folder;
+    const std::string path = folder.path("run.vxw");
+    WireCapture capture(path);
+    tap(capture, eTapBytesSent, 1000, "ask");
+    tap(capture, eTapMessagesSent, 1000, "ask");
+    tap(capture, eTapBytesReceived, 2500, "answer");
+    tap(capture, eTapLink, 3000, "");
+    capture.finish();
+    EXPECT_EQ(capture.books().sent, 3u);
+    EXPECT_EQ(capture.books().received, 6u);
+
+    std::string rest = textOf(path);
+    ASSERT_EQ(rest.substr(0, wireHead().size()), wireHead());
+    rest.erase(0, wireHead().size());
+    // Blocks begin where time has cut them: put together, they are what was told.
+    std::string records;
+    uint32_t number = 0;
+    while (rest.size() > 40) {
+        const auto* raw = reinterpret_cast<const uint8_t*>(rest.data());
+        const size_t length = raw[12] | raw[13] << 8;
+        const std::string part = rest.substr(40, length);
+        const auto count = static_cast<uint32_t>(raw[36]);
+        int64_t steady = 0;
+        std::memcpy(&steady, rest.data() + 24, sizeof steady);
+        EXPECT_EQ(rest.substr(0, 40 + length),
+                  wireBlock(number++, 1'700'000'000'000'000'000 + steady, steady, part, count));
+        records += part;
+        rest.erase(0, 40 + length);
+    }
+    EXPECT_EQ(records,
+              wireRecord(3, 1000, "ask") + wireRecord(2, 2500, "answer") + wireRecord(4, 3000, ""));
+    EXPECT_EQ(rest.size(), 40u);
+    EXPECT_EQ(rest.substr(8, 8), low(number, 4) + low(0, 4)) << "the end";
+}
+
+TEST(WireCapture, KeepsOrderAndBytesOfMoreThanItsBlocksHold)
+{
+    const vxcam::Folder folder;
+    const std::string path = folder.path("run.vxw");
+    WireCapture capture(path);
+    std::string all;
+    for (int i = 0; i < 30; ++i) {
+        std::string piece(100000, static_cast<char>(i));
+        tap(capture, eTapBytesReceived, i, piece);
+        all += piece;
+    }
+    const std::string large(3 << 20, 'L');
+    tap(capture, eTapBytesReceived, 30, large);
+    all += large;
+    capture.finish();
+    WireReader reader(path);
+    std::string read;
+    while (const auto record = reader.next()) {
+        read += record->bytes;
+    }
+    EXPECT_TRUE(read == all);
+    EXPECT_TRUE(reader.condition().isWhole()) << reader.condition().text();
+    EXPECT_GE(reader.condition().blocks, 6u);
+}
+
+TEST(WireCapture, CanBeReadWhileItRuns)
+{
+    const vxcam::Folder folder;
+    const std::string path = folder.path("run.vxw");
+    WireCapture capture(path);
+    tap(capture, eTapBytesSent, 1, "now");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    size_t records = 0;
+    while (records == 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        WireReader reader(path);
+        while (reader.next()) {
+            ++records;
+        }
+        EXPECT_FALSE(reader.condition().isEnded);
+    }
+    EXPECT_EQ(records, 1u);
+}
+
+TEST(WireCapture, RefusesFilesThatItCannotMake)
+{
+    const vxcam::Folder folder;
+    std::ofstream(folder.path("there.vxw")) << "mine";
+    EXPECT_THROW(WireCapture(folder.path("there.vxw")), vxcam::Error);
+    EXPECT_EQ(textOf(folder.path("there.vxw")), "mine");
+    EXPECT_NO_THROW(WireCapture(folder.path("there.vxw"), true));
+    EXPECT_THROW(WireCapture("/dev/full"), vxcam::Error);
+    EXPECT_THROW(WireCapture("/nowhere/run.vxw"), vxcam::Error);
+}
+
+// A limit for files stands in for a disk that is full.
+TEST(WireCapture, OfAFullDiskStaysReadableAndLetsTheCameraGoOn)
+{
+    const vxcam::Folder folder;
+    const std::string path = folder.path("run.vxw");
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{rlim_t{5} << 20U, rlim_t{5} << 20U};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    WireCapture capture(path);
+    const std::string piece(size_t{1} << 19U, 'x');
+    for (int i = 0; i < 400; ++i) {
+        tap(capture, eTapBytesReceived, i, piece);
+    }
+    try {
+        capture.finish();
+        ADD_FAILURE() << "the file is larger than it can be";
+    } catch (const vxcam::Error& error) {
+        EXPECT_EQ(error.kind(), vxcam::ErrorKind::File);
+        EXPECT_EQ(error.code(), EFBIG);
+    }
+    EXPECT_TRUE(capture.hasFailed());
+    WireReader reader(path);
+    size_t records = 0;
+    while (reader.next()) {
+        ++records;
+    }
+    EXPECT_GE(records, 3u);
+    EXPECT_EQ(reader.condition().damaged, 0u);
+    EXPECT_FALSE(reader.condition().isEnded);
+}
+
+TEST(WireCapture, HasEveryByteOfACameraFromTheFirstOn)
+{
+    const vxcam::Folder folder;
+    const std::string path = folder.path("run.vxw");
+    vxcam::WireBooks books;
+    {
+        WireCapture capture(path, false, "a test");
+        const vxcam::Target target = vxcam::Target::parse("sim?sensor=64x32&heartbeat=0");
+        vxcam::Camera camera = vxcam::Camera::open(target, {}, capture);
+        vxcam::Plan plan;
+        plan.exposure = std::chrono::milliseconds(1);
+        camera.grab(plan);
+        EXPECT_TRUE(vxcam::waitUntil([&] { // the kit has some more to say to the camera
+            const vxcam::Statistics counted = camera.statistics();
+            books = capture.books();
+            return books.received == counted.bytesReceived && books.sent == counted.bytesSent;
+        }));
+        camera.close();
+        capture.finish();
+        books = capture.books();
+        EXPECT_EQ(books.cameras, 1u);
+    }
+    WireReader reader(path);
+    std::string received, sent, about;
+    while (const auto record = reader.next()) {
+        if (record->kind == WireKind::About) about += record->bytes;
+        if (record->kind == WireKind::Received) received += record->bytes;
+        if (record->kind == WireKind::Sent) sent += record->bytes;
+    }
+    EXPECT_EQ(about, R"({"target":"sim","software":"a test"})");
+    EXPECT_EQ(received.size(), books.received);
+    EXPECT_EQ(sent.size(), books.sent);
+    EXPECT_GT(received.size(), 32u * (28u + 2u * 64u));
+    EXPECT_EQ(received.substr(0, 2), "\x50\xFA");
+    EXPECT_EQ(sent.substr(0, 2), "\x50\xFA");
+}
