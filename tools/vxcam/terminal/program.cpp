@@ -25,6 +25,7 @@ namespace {
 constexpr const char* gsExitCodes = "Exit codes: 0 done, 1 usage, 2 no camera, 3 time-out, "
                                     "4 camera error, 5 file error, 6 command of a plan failed, "
                                     "130 interrupted.";
+const vxcam::WireCapture* gpCapture = nullptr;
 constexpr double gnLeastTimeScale = 0.001, gnMostTimeScale = 1e6;
 
 std::string VersionText()
@@ -95,7 +96,7 @@ int RunVerb(const tsVerb& verb, const std::vector<std::string>& arguments)
     std::string text;
     try {
         if (Parse(verb, *run, arguments)) run->Run();
-        return eExitDone;
+        return run->Code();
     } catch (const tcFailure& failure) {
         code = failure.Code();
         text = failure.what();
@@ -158,6 +159,8 @@ const std::vector<tsVerb>& Verbs()
         {"sequence", "take frames by a plan, through a whole night", gsSequenceExamples,
          MakeSequence},
         {"verify", "find what is wrong with records", gsVerifyExamples, MakeVerify},
+        {"capture", "record all bytes between host and camera", gsCaptureExamples, MakeCapture},
+        {"decode", "tell the messages in such a recording", gsDecodeExamples, MakeDecode},
         {"cool", "cool the sensor slowly, and warm it up again", gsCoolExamples, MakeCool},
         {"get", "read properties of a camera", gsGetExamples, MakeGet},
         {"set", "change properties of a camera", gsSetExamples, MakeSet},
@@ -200,7 +203,8 @@ vxcam::Camera tcVerb::OpenCamera(const tsCommonOptions& options)
     try {
         vxcam::OpenOptions open;
         open.flightFile = options.flight;
-        return vxcam::Camera::open(target, open);
+        return gpCapture != nullptr ? vxcam::Camera::open(target, open, *gpCapture)
+                                    : vxcam::Camera::open(target, open);
     } catch (const vxcam::Error& error) {
         const bool isSilent =
             error.kind() == vxcam::ErrorKind::Timeout || error.kind() == vxcam::ErrorKind::LinkLost;
@@ -282,6 +286,42 @@ std::string LibraryVersionText()
     std::string own = VXCAM_VERSION, end = own.substr(own.rfind('.'));
     if (own.rfind(number, 0) == 0 && end == build) return own;
     return number + std::to_string(library.build);
+}
+
+tcCapturing::tcCapturing(const vxcam::WireCapture& capture)
+{
+    gpCapture = &capture;
+}
+
+tcCapturing::~tcCapturing()
+{
+    gpCapture = nullptr;
+}
+
+void CheckVerbOn(const std::string& name)
+{
+    tcCommandLine line;
+    const std::unique_ptr<tcVerb> verb = FindVerb(name).make();
+    verb->Declare(line);
+    const std::vector<tsOptionText> options = line.Options();
+    const bool opensCamera = std::any_of(options.begin(), options.end(), [](const auto& option) {
+        return option.names.back() == "--flight";
+    });
+    if (!opensCamera) throw tcFailure(eExitUsage, "vxcam " + name + " opens no camera");
+}
+
+// The target stands behind the verb, or behind its action.
+int RunVerbOn(const std::string& target, std::vector<std::string> words)
+{
+    CheckVerbOn(words.at(0));
+    const tsVerb& verb = FindVerb(words[0]);
+    tcCommandLine line;
+    const std::unique_ptr<tcVerb> declared = verb.make();
+    declared->Declare(line);
+    words.erase(words.begin());
+    const size_t at = line.HasOperand("TARGET") || words.empty() ? 0 : 1;
+    words.insert(words.begin() + static_cast<std::ptrdiff_t>(at), target);
+    return RunVerb(verb, words);
 }
 
 int RunProgram(const std::vector<std::string>& arguments)

@@ -5,6 +5,7 @@
 #include "tcCommandLine.h"
 
 #include <vxcamkit/camera.h>
+#include <vxcamkit/wire_capture.h>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -34,6 +35,8 @@ public:
     // With --json, a document about a run that failed; null when the verb has nothing to say.
     virtual nlohmann::ordered_json Document() const;
     bool WantsJson() const { return mbJson; }
+    // What the process ends with when nothing was thrown.
+    virtual int Code() const { return 0; }
     // What the kit says, without the camera's name in front: a run has one camera.
     std::string Told(const std::string& text) const;
 
@@ -76,11 +79,31 @@ std::string NameOf(const vxcam::Camera& camera);
 // "3.8".
 std::string LibraryVersionText();
 
+// While one lives, the wire of each camera that OpenCamera() opens is recorded.
+//
+// Threads: the main one only.
+class tcCapturing
+{
+public:
+    explicit tcCapturing(const vxcam::WireCapture& capture);
+    ~tcCapturing();
+    tcCapturing(const tcCapturing&) = delete;
+    tcCapturing& operator=(const tcCapturing&) = delete;
+};
+
+// Throws tcFailure for what is no verb that opens a camera.
+void CheckVerbOn(const std::string& name);
+// Runs a verb with this camera as its target: the verb and its arguments, without the target.
+// Prints, and returns the exit code. Throws as CheckVerbOn() does.
+int RunVerbOn(const std::string& target, std::vector<std::string> words);
+
 // The arguments without the program's name. Prints, and returns the exit code.
 int RunProgram(const std::vector<std::string>& arguments);
 
+std::unique_ptr<tcVerb> MakeCapture();
 std::unique_ptr<tcVerb> MakeCool();
 std::unique_ptr<tcVerb> MakeDaemons();
+std::unique_ptr<tcVerb> MakeDecode();
 std::unique_ptr<tcVerb> MakeDoctor();
 std::unique_ptr<tcVerb> MakeFault();
 std::unique_ptr<tcVerb> MakeGet();
@@ -99,8 +122,10 @@ std::unique_ptr<tcVerb> MakeTrigger();
 std::unique_ptr<tcVerb> MakeVerify();
 std::unique_ptr<tcVerb> MakeWatch();
 
+extern const char* const gsCaptureExamples;
 extern const char* const gsCoolExamples;
 extern const char* const gsDaemonsExamples;
+extern const char* const gsDecodeExamples;
 extern const char* const gsDoctorExamples;
 extern const char* const gsFaultExamples;
 extern const char* const gsGetExamples;

@@ -172,6 +172,13 @@ tcOption tcCommandLine::Operand(const char* name, tpValue value, const char* mea
     return Option(name, value, "", meaning);
 }
 
+void tcCommandLine::Command(const char* name, std::vector<std::string>* words, const char* meaning)
+{
+    mpCommand = words;
+    mpApp->prefix_command();
+    mpApp->footer(std::string(name) + ": " + meaning + "\n\n" + mpApp->get_footer());
+}
+
 tcCommandLine tcCommandLine::Action(const char* name, const char* meaning,
                                     std::function<void()> chosen)
 {
@@ -200,6 +207,7 @@ bool tcCommandLine::Parse(std::vector<std::string> arguments)
     for (const auto& check : mpNotes->checks) {
         check();
     }
+    if (mpCommand != nullptr) *mpCommand = mpApp->remaining();
     return true;
 }
 

@@ -75,6 +75,8 @@ public:
     tcOption Flag(const char* names, bool* value, const char* meaning);
     // A value without an option before it, known by its place. A vector takes all that is left.
     tcOption Operand(const char* name, tpValue value, const char* meaning);
+    // Words of another command, from the first one on that is neither option nor operand here.
+    void Command(const char* name, std::vector<std::string>* words, const char* meaning);
     // A word with options of its own, which may be mixed with those declared here. One of the
     // actions must be given; `chosen` is called when it is this one.
     tcCommandLine Action(const char* name, const char* meaning, std::function<void()> chosen);
@@ -100,6 +102,7 @@ private:
     {}
 
     std::shared_ptr<CLI::App> mpApp;
+    std::vector<std::string>* mpCommand = nullptr;
     std::shared_ptr<tcOption::tsNotes> mpNotes; // shared with actions
 };
 
