@@ -158,6 +158,28 @@ TEST_F(SequenceVerb, HasNothingToDoWhenAllIsTakenUntilAFrameIsRemoved)
     EXPECT_EQ(Frames().size(), 3u);
 }
 
+// Killed between a frame's file and its line in the journal, and while the next one was written.
+TEST_F(SequenceVerb, CountsAFrameWhoseFileIsThereThoughTheJournalDoesNotSayIt)
+{
+    Start();
+    Plan("steps: [{bias: {count: 3}}]\n");
+    ASSERT_EQ(RunOnce(), 0) << msErrors;
+    const std::string journal = mFolder.Path("night/night.journal");
+    const std::string text = FileText(journal), third = FileText(Frames().back());
+    MakeFile(journal, text.substr(0, text.find(" frame 2") - 10));
+    const size_t at = text.find(" run ") + 5;
+    const std::string process = text.substr(at, text.find('\n', at) - at);
+    MakeFile(mFolder.Path("night/.vxcam-" + process + "-9.part"), "half");
+    ASSERT_EQ(RunOnce(), 0) << msErrors;
+    EXPECT_EQ(mpCamera->Frames().size(), 3u);
+    EXPECT_EQ(Frames().size(), 3u);
+    EXPECT_EQ(FileText(Frames().back()), third);
+    MakeFile(journal, text.substr(0, text.find(" frame 2") - 10));
+    MakeFile(Frames().back(), third.substr(0, third.size() / 2));
+    EXPECT_EQ(RunOnce(), 5);
+    EXPECT_THAT(msErrors, HasSubstr("bias-0003.fits: exists already"));
+}
+
 TEST_F(SequenceVerb, TakesAFrameAgainThatCameIncomplete)
 {
     Start({"missing-packet:readout=2,packet=1"});
