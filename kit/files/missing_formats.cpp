@@ -10,6 +10,11 @@ FileBytes makePreview(const Frame& /*frame*/)
 {
     throw Error(ErrorKind::Usage, "this kit was built without PNG");
 }
+
+FileBytes makePng(const std::vector<uint8_t>& /*grays*/, int /*columns*/)
+{
+    throw Error(ErrorKind::Usage, "this kit was built without PNG");
+}
 #endif
 
 #if !VXCAMKIT_HAS_TIFF

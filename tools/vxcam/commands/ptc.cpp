@@ -1,0 +1,327 @@
+// vxcam ptc: gain, read noise and full well by photon transfer.
+#include "arguments.h"
+#include "failure.h"
+#include "plot.h"
+#include "program.h"
+#include "report.h"
+#include "shots.h"
+
+#include <vxcamkit/frame_file.h>
+#include <vxcamkit/new_file.h>
+#include <vxcamkit/photon_transfer.h>
+#include <vxcamkit/preview.h>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+const char* const gsPtcExamples =
+    R"(  vxcam ptc 192.168.1.20:2000                          with a steady lamp before the sensor
+  vxcam ptc 192.168.1.20:2000 --csv ptc.csv --plot ptc.png
+  vxcam ptc serial:1207 --from 10ms --to 4s --pairs 20 --area 512,512,256,256
+  vxcam ptc sim --sim-time-scale 10000 --json          the simulated camera, for scripts)";
+
+namespace {
+
+using tpMilliseconds = std::chrono::milliseconds;
+
+constexpr int gnFewestPairs = 4, gnMostPairs = 200;
+constexpr double gnFull = 65535;
+constexpr double gnHalf = 0.5, gnNearEnough = 0.1; // of full scale, and of that, for a first look
+constexpr double gnFaintest = 0.01;                // of the exposure that fills the scale ...
+constexpr double gnBeyond[] = {1.25, 1.8};         // ... and pairs that are brighter than it
+
+class tcPtc : public tcVerb
+{
+public:
+    void Declare(tcCommandLine& line) override;
+    void Run() override;
+    nlohmann::ordered_json Document() const override { return mDocument; }
+
+private:
+    void CheckArguments();
+    void CheckFiles() const;
+    void CheckArea(const vxcam::Size& sensor) const;
+    std::vector<tpMilliseconds> Exposures(tcShots& shots) const;
+    vxcam::FramePair TakePair(tcShots& shots, vxcam::FrameType type, tpMilliseconds exposure,
+                              const std::string& what);
+    void Measure(tcShots& shots);
+    void Describe(const vxcam::PhotonTransfer& result);
+    void Print(const vxcam::PhotonTransfer& result) const;
+    void WriteTable(const vxcam::PhotonTransfer& result) const;
+    void WritePlot(const vxcam::PhotonTransfer& result) const;
+
+    tsCommonOptions mtCommon;
+    std::string msFrom, msTo, msLongest = "10min", msArea, msTimeout, msTable, msPlot;
+    int mnPairs = 16;
+    bool mbForce = false;
+
+    vxcam::Plan mtPlan;
+    tpMilliseconds mFrom{0}, mTo{0}, mLongest{0};
+    vxcam::FramePair mtDark;
+    std::vector<vxcam::FramePair> maFlats;
+    nlohmann::ordered_json mDocument;
+};
+
+void tcPtc::Declare(tcCommandLine& line)
+{
+    DeclareCommon(line, &mtCommon);
+    line.Option("--from", &msFrom, "TIME", "the shortest exposure; else found, as --to is");
+    line.Option("--to", &msTo, "TIME", "the longest one; else beyond what fills the scale");
+    line.Option("--longest", &msLongest, "TIME", "that is tried to find it");
+    line.Option("-n,--pairs", &mnPairs, "NUMBER", "exposures, of two frames each")
+        .Within(gnFewestPairs, gnMostPairs);
+    line.Option("--area", &msArea, "AREA", "part of the sensor: x,y,width,height; else the whole");
+    line.Option("--timeout", &msTimeout, "TIME",
+                "silence beyond the time when a frame is due that ends it; 20s");
+    line.Option("--csv", &msTable, "FILE", "a table of the pairs");
+    line.Option("--plot", &msPlot, "FILE", "PNG picture of variance over signal");
+    line.Flag("--force", &mbForce, "replace files that exist");
+    line.Flag("--json", &mbJson, "print one JSON document");
+}
+
+void tcPtc::CheckArguments()
+{
+    if (msFrom.empty() != msTo.empty()) {
+        throw tcFailure(eExitUsage, "--from and --to go together");
+    }
+    if (!msFrom.empty()) {
+        mFrom = ParseDuration(msFrom);
+        mTo = ParseDuration(msTo);
+        if (mFrom.count() < 1 || mTo <= mFrom) {
+            throw tcFailure(eExitUsage, "--from: at least 1 ms, and less than --to");
+        }
+    }
+    mLongest = ParseDuration(msLongest);
+    if (mLongest.count() < 1) throw tcFailure(eExitUsage, "--longest: at least 1 ms");
+    mtPlan.type = vxcam::FrameType::Flat;
+    mtPlan.frames = 2;
+    if (!msArea.empty()) mtPlan.area = ParseArea(msArea);
+    if (!msTimeout.empty()) mtPlan.timeout = ParseDuration(msTimeout);
+    const auto format = vxcam::formatOf(msPlot).value_or(vxcam::FileFormat::Preview);
+    if (format != vxcam::FileFormat::Preview) {
+        throw tcFailure(eExitUsage,
+                        msPlot + ": it would be a PNG, and no " + vxcam::nameOf(format) + " file");
+    }
+    if (!msPlot.empty() && !vxcam::isAvailable(vxcam::FileFormat::Preview)) {
+        throw tcFailure(eExitUsage, "--plot: the kit was built without PNG");
+    }
+    TargetOf(mtCommon); // before any file is looked at
+}
+
+void tcPtc::CheckFiles() const
+{
+    if (!msTable.empty() && msTable == msPlot) {
+        throw tcFailure(eExitUsage, msPlot + ": would be written twice");
+    }
+    for (const std::string& file : {msTable, msPlot}) {
+        if (!file.empty()) vxcam::checkNewFile(file, mbForce);
+    }
+}
+
+void tcPtc::CheckArea(const vxcam::Size& sensor) const
+{
+    if (!mtPlan.area || mtPlan.area->fits(sensor)) return;
+    throw tcFailure(eExitUsage, "area '" + msArea + "': reaches beyond the sensor of " +
+                                    std::to_string(sensor.columns) + " x " +
+                                    std::to_string(sensor.rows) + " pixels");
+}
+
+// Evenly spread over the decades of light, and some beyond the end of the scale.
+std::vector<tpMilliseconds> tcPtc::Exposures(tcShots& shots) const
+{
+    double first = static_cast<double>(mFrom.count()), last = static_cast<double>(mTo.count());
+    std::vector<double> times;
+    int spread = mnPairs;
+    if (msFrom.empty()) {
+        vxcam::ExposureGoal goal;
+        goal.level = gnHalf * gnFull;
+        goal.tolerance = gnNearEnough;
+        goal.most = mLongest;
+        const tpMilliseconds half = shots.Expose(mtPlan, goal, [](tpMilliseconds, double) {});
+        last = static_cast<double>(half.count()) / gnHalf;
+        for (const double beyond : gnBeyond) {
+            times.push_back(beyond * last);
+        }
+        spread -= static_cast<int>(times.size());
+        first = std::max(1.0, gnFaintest * last);
+    }
+    for (int i = 0; i < spread; ++i) {
+        times.push_back(first * std::pow(last / first, static_cast<double>(i) / (spread - 1)));
+    }
+    std::sort(times.begin(), times.end());
+    std::vector<tpMilliseconds> exposures;
+    for (const double time : times) {
+        exposures.emplace_back(static_cast<int64_t>(std::llround(time)));
+    }
+    exposures.erase(std::unique(exposures.begin(), exposures.end()), exposures.end());
+    return exposures;
+}
+
+vxcam::FramePair tcPtc::TakePair(tcShots& shots, vxcam::FrameType type, tpMilliseconds exposure,
+                                 const std::string& what)
+{
+    vxcam::Plan plan = mtPlan;
+    plan.type = type;
+    plan.exposure = exposure;
+    const std::vector<vxcam::Frame> frames = shots.Take(plan, what);
+    return vxcam::pairOf(frames.at(0), frames.at(1));
+}
+
+void tcPtc::Measure(tcShots& shots)
+{
+    mtDark = TakePair(shots, vxcam::FrameType::Bias, tpMilliseconds(0), "bias");
+    const std::vector<tpMilliseconds> exposures = Exposures(shots);
+    for (const tpMilliseconds exposure : exposures) {
+        const std::string which =
+            "pair " + std::to_string(maFlats.size() + 1) + "/" + std::to_string(exposures.size());
+        maFlats.push_back(TakePair(shots, vxcam::FrameType::Flat, exposure, which));
+    }
+}
+
+void tcPtc::Describe(const vxcam::PhotonTransfer& result)
+{
+    mDocument["gain_e_per_adu"] = result.gain;
+    mDocument["read_noise_e"] = result.readNoise;
+    mDocument["full_well_e"] = nullptr;
+    mDocument["full_well_limit"] = nullptr;
+    if (result.fullWell) {
+        mDocument["full_well_e"] = *result.fullWell;
+        mDocument["full_well_limit"] = result.endsAtFullScale ? "converter" : "pixel";
+    }
+    mDocument["offset_adu"] = result.offset;
+    mDocument["pairs"] = nlohmann::ordered_json::array();
+    for (size_t i = 0; i < maFlats.size(); ++i) {
+        const vxcam::FramePair& flat = maFlats[i];
+        mDocument["pairs"].push_back({{"exposure_s", flat.exposure},
+                                      {"level_adu", flat.level},
+                                      {"signal_adu", flat.mean - result.offset},
+                                      {"variance_adu2", flat.variance},
+                                      {"used", flat.used},
+                                      {"saturated", flat.saturated},
+                                      {"fitted", static_cast<bool>(result.isFitted[i])}});
+        if (flat.used > 0) continue;
+        mDocument["pairs"].back()["signal_adu"] = nullptr;
+        mDocument["pairs"].back()["variance_adu2"] = nullptr;
+    }
+}
+
+void tcPtc::Print(const vxcam::PhotonTransfer& result) const
+{
+    PrintLine("  exposure      level     signal   variance  saturated");
+    PrintLine("         s        ADU        ADU      ADU^2          %");
+    char line[160];
+    for (size_t i = 0; i < maFlats.size(); ++i) {
+        const vxcam::FramePair& flat = maFlats[i];
+        char noise[48] = "         -          -";
+        if (flat.used > 0) {
+            std::snprintf(noise, sizeof noise, "%10.1f %10.1f", flat.mean - result.offset,
+                          flat.variance);
+        }
+        std::snprintf(line, sizeof line, "%10.3f %10.0f %s %10.2f%s", flat.exposure, flat.level,
+                      noise, 100 * flat.saturated, result.isFitted[i] ? "  *" : "");
+        PrintLine(line);
+    }
+    std::snprintf(line, sizeof line, "gain        %.4f electrons/ADU (pairs with *)", result.gain);
+    PrintLine(line);
+    std::snprintf(line, sizeof line, "read noise  %.2f electrons", result.readNoise);
+    PrintLine(line);
+    if (!result.fullWell) {
+        PrintLine("full well   not reached");
+        return;
+    }
+    std::snprintf(line, sizeof line, "full well   %.0f electrons%s", *result.fullWell,
+                  result.endsAtFullScale ? " (where the converter ends)" : "");
+    PrintLine(line);
+}
+
+void tcPtc::WriteTable(const vxcam::PhotonTransfer& result) const
+{
+    std::string text = "exposure_s,level_adu,signal_adu,variance_adu2,used,saturated,fitted\n";
+    char line[160];
+    for (size_t i = 0; i < maFlats.size(); ++i) {
+        const vxcam::FramePair& flat = maFlats[i];
+        char noise[64] = ",";
+        if (flat.used > 0) {
+            std::snprintf(noise, sizeof noise, "%.3f,%.3f", flat.mean - result.offset,
+                          flat.variance);
+        }
+        std::snprintf(line, sizeof line, "%.3f,%.1f,%s,%.4f,%.4f,%d\n", flat.exposure, flat.level,
+                      noise, flat.used, flat.saturated, result.isFitted[i] ? 1 : 0);
+        text += line;
+    }
+    vxcam::writeNewFile(msTable, text.data(), text.size(), mbForce);
+}
+
+void tcPtc::WritePlot(const vxcam::PhotonTransfer& result) const
+{
+    const double slope = 1 / result.gain;
+    const auto model = [&](double signal) { return mtDark.variance + slope * signal; };
+    tsPlotRange range;
+    range.left = gnFull;
+    range.right = range.top = 1;
+    for (const vxcam::FramePair& flat : maFlats) {
+        const double signal = flat.mean - result.offset;
+        if (!(flat.used > 0) || !(signal > 0)) continue;
+        range.left = std::min(range.left, signal);
+        range.right = std::max(range.right, signal);
+        range.top = std::max({range.top, flat.variance, model(signal)});
+    }
+    const auto down = [](double value) { return std::pow(10, std::floor(std::log10(value))); };
+    const auto up = [](double value) { return std::pow(10, std::ceil(std::log10(value))); };
+    range.left = down(range.left);
+    range.right = std::max(up(range.right), 10 * range.left);
+    range.bottom = down(std::max(model(range.left), 0.01));
+    range.top = std::max(up(range.top), 10 * range.bottom);
+    tcPlot plot(range, "SIGNAL / ADU", "VARIANCE / ADU^2");
+    plot.Curve(model);
+    for (size_t i = 0; i < maFlats.size(); ++i) {
+        if (!(maFlats[i].used > 0)) continue;
+        plot.Mark(maFlats[i].mean - result.offset, maFlats[i].variance, result.isFitted[i]);
+    }
+    char text[96];
+    std::snprintf(text, sizeof text, "GAIN %.3f E/ADU, READ NOISE %.2f E", result.gain,
+                  result.readNoise);
+    plot.Text(70, 110, text);
+    if (result.fullWell) {
+        std::snprintf(text, sizeof text, "FULL WELL %.0f E", *result.fullWell);
+        plot.Text(94, 110, text);
+    }
+    vxcam::writeNewFile(msPlot, vxcam::makePng(plot.Grays(), tcPlot::gnColumns), mbForce);
+}
+
+void tcPtc::Run()
+{
+    CheckArguments();
+    CheckFiles();
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    mDocument["target"] = NameOf(camera);
+    CheckArea(camera.sensor());
+    tcProgress progress(!mtCommon.quiet);
+    tcShots shots(camera, progress);
+    Measure(shots);
+    camera.close();
+    vxcam::PhotonTransfer result;
+    try {
+        result = vxcam::photonTransferOf(mtDark, maFlats);
+    } catch (const vxcam::Error& error) {
+        throw tcFailure(eExitCamera, error.what());
+    }
+    Describe(result);
+    if (!msTable.empty()) WriteTable(result);
+    if (!msPlot.empty()) WritePlot(result);
+    if (mbJson) {
+        PrintDocument(mDocument);
+    } else if (!mtCommon.quiet) {
+        Print(result);
+    }
+}
+
+} // namespace
+
+std::unique_ptr<tcVerb> MakePtc()
+{
+    return std::make_unique<tcPtc>();
+}
