@@ -161,6 +161,7 @@ const std::vector<tsVerb>& Verbs()
         {"verify", "find what is wrong with records", gsVerifyExamples, MakeVerify},
         {"capture", "record all bytes between host and camera", gsCaptureExamples, MakeCapture},
         {"decode", "tell the messages in such a recording", gsDecodeExamples, MakeDecode},
+        {"flat", "find the exposure of a level, and take flat frames", gsFlatExamples, MakeFlat},
         {"ptc", "measure gain, read noise and full well", gsPtcExamples, MakePtc},
         {"cool", "cool the sensor slowly, and warm it up again", gsCoolExamples, MakeCool},
         {"get", "read properties of a camera", gsGetExamples, MakeGet},

@@ -1,0 +1,235 @@
+// vxcam flat: flat frames of a level.
+#include "arguments.h"
+#include "failure.h"
+#include "program.h"
+#include "readout.h"
+#include "report.h"
+#include "shots.h"
+
+#include <vxcamkit/frame_file.h>
+#include <vxcamkit/new_file.h>
+
+#include <nlohmann/json.hpp>
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+const char* const gsFlatExamples =
+    R"(  vxcam flat 192.168.1.20:2000                     which exposure fills half of the scale?
+  vxcam flat 192.168.1.20:2000 --frames 20 -o flat-%02d.fits
+  vxcam flat serial:1207 --level 30000 --longest 20s -n 5 --force
+  vxcam flat sim --sim-time-scale 10000 --json     the simulated camera, for scripts)";
+
+namespace {
+
+using tpMilliseconds = std::chrono::milliseconds;
+
+constexpr int gnMostFrames = 32767;
+constexpr double gnHighest = 0.95; // of full scale
+constexpr double gnPercent = 100;
+
+class tcFlat : public tcVerb
+{
+public:
+    void Declare(tcCommandLine& line) override;
+    void Run() override;
+    nlohmann::ordered_json Document() const override { return mDocument; }
+
+private:
+    void CheckArguments();
+    void CheckFiles() const;
+    void CheckArea(const vxcam::Size& sensor) const;
+    double Level() const;
+    void Expose(vxcam::Camera& camera, tcProgress& progress);
+    void Take(vxcam::Camera& camera, tcProgress& progress);
+    void Keep(const std::vector<tsGrabbed>& written);
+
+    tsCommonOptions mtCommon;
+    std::string msLevel = "50%", msTolerance = "2%", msLongest = "1min", msFirst = "1s", msArea;
+    std::string msTimeout, msOutput = "flat.fits", msInstrument;
+    std::vector<std::string> maCards;
+    int mnFrames = 0, mnBits = 16;
+    bool mbForce = false;
+
+    vxcam::Plan mtPlan;
+    vxcam::ExposureGoal mtGoal;
+    vxcam::HeaderOptions mtHeader;
+    std::vector<std::string> maFiles;
+    nlohmann::ordered_json mDocument;
+};
+
+// "2%" is 0.02.
+double ParsePercent(const std::string& what, const std::string& text)
+{
+    double value = 0;
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, value);
+    const bool isPercent = parsed.ec == std::errc() && std::string(parsed.ptr, end) == "%";
+    if (!isPercent || !(value > 0) || value > gnPercent) {
+        throw tcFailure(eExitUsage, what + " '" + text + "': write a percentage, like 50%");
+    }
+    return value / gnPercent;
+}
+
+void tcFlat::Declare(tcCommandLine& line)
+{
+    DeclareCommon(line, &mtCommon);
+    line.Option("--level", &msLevel, "LEVEL",
+                "median of the pixels: part of full scale, or a number of ADU");
+    line.Option("--tolerance", &msTolerance, "PERCENT", "of the light that is near enough");
+    line.Option("--first", &msFirst, "TIME", "exposure that is tried first");
+    line.Option("--longest", &msLongest, "TIME", "and the longest one");
+    line.Option("-n,--frames", &mnFrames, "NUMBER", "flat frames to take then; 0: none")
+        .Within(0, gnMostFrames);
+    line.Option("--area", &msArea, "AREA", "part of the sensor: x,y,width,height; else the whole");
+    line.Option("--bits", &mnBits, "NUMBER", "bits a pixel: 8 or 16");
+    line.Option("--timeout", &msTimeout, "TIME",
+                "silence beyond the time when a frame is due that ends it; 20s");
+    line.Option("-o,--output", &msOutput, "FILE",
+                "FITS file; %04d in it stands for the frame's number");
+    line.Flag("--force", &mbForce, "replace files that exist");
+    line.Option("--instrument", &msInstrument, "NAME", "the camera's name in the file");
+    line.Option("--header", &maCards, "CARD",
+                "KEY=VALUE or KEY=VALUE/COMMENT for the file's header; may be repeated");
+    line.Flag("--json", &mbJson, "print one JSON document");
+}
+
+// In ADU.
+double tcFlat::Level() const
+{
+    if (!msLevel.empty() && msLevel.back() == '%') {
+        return ParsePercent("level", msLevel) * mtGoal.fullScale;
+    }
+    double level = 0;
+    const char* const end = msLevel.data() + msLevel.size();
+    const auto parsed = std::from_chars(msLevel.data(), end, level);
+    if (parsed.ec != std::errc() || parsed.ptr != end || !(level > 0)) {
+        throw tcFailure(eExitUsage,
+                        "level '" + msLevel + "': write a percentage, like 50%, or ADU");
+    }
+    return level;
+}
+
+void tcFlat::CheckArguments()
+{
+    if (mnBits != 8 && mnBits != 16) throw tcFailure(eExitUsage, "--bits: 8 or 16");
+    mtGoal.fullScale = std::ldexp(1.0, mnBits) - 1;
+    mtGoal.level = Level();
+    if (mtGoal.level > gnHighest * mtGoal.fullScale) {
+        throw tcFailure(eExitUsage, "level '" + msLevel + "': at most 95 % of full scale");
+    }
+    mtGoal.tolerance = ParsePercent("tolerance", msTolerance);
+    mtGoal.first = ParseDuration(msFirst);
+    mtGoal.most = ParseDuration(msLongest);
+    if (mtGoal.most.count() < 1) throw tcFailure(eExitUsage, "--longest: at least 1 ms");
+    mtPlan.type = vxcam::FrameType::Flat;
+    mtPlan.bits = mnBits;
+    if (!msArea.empty()) mtPlan.area = ParseArea(msArea);
+    if (!msTimeout.empty()) mtPlan.timeout = ParseDuration(msTimeout);
+    mtHeader.software = "vxcam " VXCAM_VERSION;
+    for (const std::string& card : maCards) {
+        mtHeader.cards.push_back(vxcam::parseCard(card));
+    }
+    if (vxcam::formatOf(msOutput).value_or(vxcam::FileFormat::Fits) != vxcam::FileFormat::Fits) {
+        throw tcFailure(eExitUsage, msOutput + ": it would be a FITS file");
+    }
+    if (mnFrames > 0) maFiles = FileNames(msOutput, mnFrames);
+    TargetOf(mtCommon); // before any file is looked at
+}
+
+void tcFlat::CheckFiles() const
+{
+    for (const std::string& file : maFiles) {
+        vxcam::checkNewFile(file, mbForce);
+    }
+}
+
+void tcFlat::CheckArea(const vxcam::Size& sensor) const
+{
+    if (!mtPlan.area || mtPlan.area->fits(sensor)) return;
+    throw tcFailure(eExitUsage, "area '" + msArea + "': reaches beyond the sensor of " +
+                                    std::to_string(sensor.columns) + " x " +
+                                    std::to_string(sensor.rows) + " pixels");
+}
+
+void tcFlat::Expose(vxcam::Camera& camera, tcProgress& progress)
+{
+    mDocument["level_adu"] = mtGoal.level;
+    mDocument["exposure_s"] = nullptr;
+    mDocument["tries"] = nlohmann::ordered_json::array();
+    tcShots shots(camera, progress);
+    const auto told = [&](tpMilliseconds exposure, double median) {
+        mDocument["tries"].push_back(
+            {{"exposure_s", std::chrono::duration<double>(exposure).count()},
+             {"median_adu", median}});
+        if (mbJson || mtCommon.quiet) return;
+        char text[64];
+        std::snprintf(text, sizeof text, "median %.1f ADU, %.1f %%", median,
+                      gnPercent * median / mtGoal.fullScale);
+        PrintLine(DurationText(exposure) + ": " + text);
+    };
+    mtPlan.exposure = shots.Expose(mtPlan, mtGoal, told);
+    mDocument["exposure_s"] = std::chrono::duration<double>(*mtPlan.exposure).count();
+}
+
+void tcFlat::Take(vxcam::Camera& camera, tcProgress& progress)
+{
+    mtPlan.frames = mnFrames;
+    tsReadoutOptions options;
+    options.files = maFiles;
+    options.force = mbForce;
+    options.header = mtHeader;
+    options.header.instrument = msInstrument;
+    const bool isNamed = !msInstrument.empty() || NameOf(camera) == camera.target();
+    if (!isNamed) options.header.instrument = NameOf(camera);
+    const tcComplaints complaints(camera);
+    tcReadout readout(camera, mtPlan, options);
+    try {
+        readout.Run(progress);
+    } catch (...) {
+        progress.Clear();
+        Keep(readout.Written());
+        throw;
+    }
+    const std::vector<tsGrabbed> written = readout.Written();
+    Keep(written);
+    for (const tsGrabbed& one : written) {
+        if (!mbJson && !mtCommon.quiet) PrintLine(FrameText(one));
+        if (one.facts.complete()) continue;
+        throw tcFailure(eExitCamera,
+                        one.file + ": the frame is incomplete: " + MissingText(one.facts));
+    }
+    if (const auto complaint = complaints.FirstOfReadout()) {
+        throw tcFailure(eExitCamera, *complaint);
+    }
+}
+
+void tcFlat::Keep(const std::vector<tsGrabbed>& written)
+{
+    mDocument["frames"] = nlohmann::ordered_json::array();
+    for (const tsGrabbed& one : written) {
+        mDocument["frames"].push_back(FrameDocument(one));
+    }
+}
+
+void tcFlat::Run()
+{
+    CheckArguments();
+    CheckFiles();
+    vxcam::Camera camera = OpenCamera(mtCommon);
+    mDocument["target"] = NameOf(camera);
+    CheckArea(camera.sensor());
+    tcProgress progress(!mtCommon.quiet);
+    Expose(camera, progress);
+    if (mnFrames > 0) Take(camera, progress);
+    camera.close();
+    if (mbJson) PrintDocument(mDocument);
+}
+
+} // namespace
+
+std::unique_ptr<tcVerb> MakeFlat()
+{
+    return std::make_unique<tcFlat>();
+}
