@@ -14,7 +14,7 @@ constexpr double kPi = 3.14159265358979323846;
 constexpr double kFwhmOfSigma = 2.3548200450309493;  // 2 sqrt(2 ln 2)
 constexpr double kLeastSigma = 0.4, kMostSigma = 60; // pixels
 constexpr double kSigmas = 4;                        // where a star ends
-constexpr double kWindow = 2;              // how wide the window for centre and axes is, in sigmas
+constexpr double kWindow = 1.5;            // how wide the window for centre and axes is, in sigmas
 constexpr int kRounds = 20;                // of centre and axes
 constexpr double kStill = 1e-3;            // pixels that the centre moves at the end
 constexpr double kRing = 4;                // pixels behind that, where the background is looked at
@@ -48,6 +48,7 @@ public:
 
     std::optional<Star> measure()
     {
+        if (isInside(radius() + kRing + 1)) level_ = levelAround();
         if (!settle() || !isInside(radius() + kRing + 1)) return std::nullopt;
         level_ = levelAround();
         if (!settle() || !isInside(radius() + 1)) return std::nullopt;
