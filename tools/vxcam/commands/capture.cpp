@@ -14,7 +14,7 @@
 const char* const gsCaptureExamples =
     R"(  vxcam capture 192.168.1.20:2000 -o run.vxw            until Ctrl-C
   vxcam capture 192.168.1.20:2000 -o run.vxw --for 1min
-  vxcam capture 192.168.1.20:2000 -o run.vxw grab -e 1s -n 5 -o a.fits
+  vxcam capture 192.168.1.20:2000 -o run.vxw grab -e 1s --frames 5 -o a.fits
   vxcam capture serial:1207 -o run.vxw get exposure gain)";
 
 namespace {

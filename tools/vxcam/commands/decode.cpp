@@ -179,8 +179,7 @@ void tcDecode::PrintText(const WireEvent& event) const
         text += vxcam::wireName(piece) + head;
         const vxcam::WireFields fields = vxcam::wireFields(piece);
         for (const auto& [name, value] : fields) {
-            text += " ";
-            text += name + "=" + value;
+            text.append(" ").append(name).append("=").append(value);
         }
         const bool isOpaque = fields.empty() && !piece.payload().empty();
         if (isOpaque) text += " " + std::to_string(piece.payload().size()) + " bytes";
@@ -203,7 +202,7 @@ nlohmann::ordered_json ValueOf(const std::string& text)
 {
     if (text[0] == '"') return text.substr(1, text.size() - 2);
     const bool isList = text.find(',') != std::string::npos;
-    const nlohmann::ordered_json value =
+    nlohmann::ordered_json value =
         nlohmann::ordered_json::parse(isList ? "[" + text + "]" : text, nullptr, false);
     if (value.is_discarded()) return text; // nan
     return value;
