@@ -163,6 +163,7 @@ const std::vector<tsVerb>& Verbs()
         {"decode", "tell the messages in such a recording", gsDecodeExamples, MakeDecode},
         {"flat", "find the exposure of a level, and take flat frames", gsFlatExamples, MakeFlat},
         {"ptc", "measure gain, read noise and full well", gsPtcExamples, MakePtc},
+        {"replay", "be the camera of such a recording", gsReplayExamples, MakeReplay},
         {"cool", "cool the sensor slowly, and warm it up again", gsCoolExamples, MakeCool},
         {"get", "read properties of a camera", gsGetExamples, MakeGet},
         {"set", "change properties of a camera", gsSetExamples, MakeSet},

@@ -1,0 +1,326 @@
+#include "wire/wire_player.h"
+
+#include "wire/wire_messages.h"
+
+#include <vxcamkit/error.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+namespace vxcam {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kAhead = 512;                      // events that are looked at
+constexpr std::chrono::milliseconds kStep(50);      // between two looks whether to stop
+constexpr std::chrono::milliseconds kPatience(500); // with a client that leaves messages out
+constexpr std::chrono::milliseconds kEarly(20);     // that an answer may stand before its question
+constexpr int kSendSeconds = 10;
+
+// An open socket, or -1.
+class Socket
+{
+public:
+    Socket() = default;
+    ~Socket() { reset(-1); }
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+
+    int get() const { return descriptor_; }
+    bool isOpen() const { return descriptor_ >= 0; }
+    void reset(int descriptor)
+    {
+        if (descriptor_ >= 0) ::close(descriptor_);
+        descriptor_ = descriptor;
+    }
+
+private:
+    int descriptor_ = -1;
+};
+
+} // namespace
+
+struct WirePlayer::Body {
+    struct Item {
+        WireEvent event;
+        bool isMet = false; // the client has sent it
+    };
+
+    std::string path;
+    PlayOptions options;
+    Socket listener, client;
+    uint16_t port = 0;
+
+    std::unique_ptr<WireEvents> events;
+    std::deque<Item> ahead;
+    std::unique_ptr<WireSplitter> heard;
+    std::map<uint32_t, std::string> answers; // the last of each id
+    std::map<uint32_t, int> owed;            // answers to what the client asked
+    Clock::time_point anchor, stalled;       // now, and when it began to wait for the client
+    SteadyTime anchored;                     // what the anchor is in the recording
+    bool isStalled = false, isCut = false;
+    PlayBooks books;
+
+    void listen();
+    void begin();
+    bool accept();
+    bool hear();
+    void takeCommand(const WirePiece& piece);
+    void send(const std::string& bytes);
+    void fill();
+    void settle();
+    bool step();
+    bool stepSent(const Item& item);
+    bool stepReceived(const Item& item);
+    void setAnchor(SteadyTime recorded);
+    Clock::time_point dueOf(SteadyTime recorded) const;
+    int patience() const;
+};
+
+void WirePlayer::Body::listen()
+{
+    listener.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const int on = 1;
+    ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(options.port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const place = reinterpret_cast<sockaddr*>(&address);
+    if (::bind(listener.get(), place, size) != 0 || ::listen(listener.get(), 4) != 0 ||
+        ::getsockname(listener.get(), place, &size) != 0) {
+        const int error = errno;
+        throw Error(ErrorKind::File,
+                    "port " + std::to_string(options.port) + ": " + std::strerror(error), error);
+    }
+    port = ntohs(address.sin_port);
+}
+
+void WirePlayer::Body::begin()
+{
+    events = std::make_unique<WireEvents>(WireReader(path));
+    ahead.clear();
+    answers.clear();
+    owed.clear();
+    books = {};
+    isStalled = isCut = false;
+    fill();
+    if (!ahead.empty()) anchored = ahead.front().event.time.steady;
+}
+
+bool WirePlayer::Body::accept()
+{
+    client.reset(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!client.isOpen()) return false;
+    const int on = 1;
+    const timeval most{kSendSeconds, 0};
+    ::setsockopt(client.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    ::setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &most, sizeof most);
+    heard = std::make_unique<WireSplitter>(true);
+    anchor = Clock::now();
+    return true;
+}
+
+// False when the client has left.
+bool WirePlayer::Body::hear()
+{
+    char bytes[16384];
+    const ssize_t count = ::recv(client.get(), bytes, sizeof bytes, MSG_DONTWAIT);
+    if (count < 0) return errno == EAGAIN || errno == EINTR;
+    if (count == 0) return false;
+    heard->add({bytes, static_cast<size_t>(count)}, {});
+    while (const std::optional<WirePiece> piece = heard->next()) {
+        if (piece->isMessage) takeCommand(*piece);
+    }
+    return true;
+}
+
+void WirePlayer::Body::takeCommand(const WirePiece& piece)
+{
+    const auto find = [&](bool isSame) {
+        return std::find_if(ahead.begin(), ahead.end(), [&](const Item& item) {
+            const WirePiece& recorded = item.event.piece;
+            return item.event.kind == WireEvent::Kind::Message && recorded.isSent && !item.isMet &&
+                   recorded.id() == piece.id() &&
+                   (!isSame || recorded.payload() == piece.payload());
+        });
+    };
+    auto found = find(true);
+    if (found == ahead.end()) found = find(false);
+    if (found != ahead.end()) {
+        found->isMet = true;
+        ++books.taken;
+        return;
+    }
+    ++books.unexpected;
+    const auto answer = answers.find(wireAnswer(piece.id()));
+    if (answer != answers.end()) send(answer->second);
+}
+
+void WirePlayer::Body::send(const std::string& bytes)
+{
+    for (size_t at = 0; at < bytes.size();) {
+        const ssize_t count =
+            ::send(client.get(), bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return; // it has left, as will be heard
+        at += static_cast<size_t>(count);
+    }
+}
+
+void WirePlayer::Body::fill()
+{
+    while (ahead.size() < kAhead) {
+        std::optional<WireEvent> event = events->next();
+        if (!event) return;
+        if (event->camera == options.camera) ahead.push_back({std::move(*event)});
+    }
+}
+
+void WirePlayer::Body::setAnchor(SteadyTime recorded)
+{
+    anchor = Clock::now();
+    anchored = recorded;
+}
+
+Clock::time_point WirePlayer::Body::dueOf(SteadyTime recorded) const
+{
+    if (options.speed <= 0) return anchor;
+    const std::chrono::duration<double> since = recorded - anchored;
+    return anchor + std::chrono::duration_cast<Clock::duration>(since / options.speed);
+}
+
+// An answer that was noted before its question is played behind it.
+void WirePlayer::Body::settle()
+{
+    const WireEvent& front = ahead.front().event;
+    if (front.kind != WireEvent::Kind::Message || front.piece.isSent) return;
+    const uint32_t id = front.piece.id();
+    if (owed[id] > 0) return;
+    const auto question = std::find_if(ahead.begin(), ahead.end(), [&](const Item& item) {
+        return item.event.kind == WireEvent::Kind::Message && item.event.piece.isSent &&
+               wireAnswer(item.event.piece.id()) == id;
+    });
+    if (question == ahead.end() || question->event.time.steady - front.time.steady > kEarly) return;
+    std::rotate(ahead.begin(), question, question + 1);
+}
+
+// False as long as the client has not sent it.
+bool WirePlayer::Body::stepSent(const Item& item)
+{
+    if (item.isMet) {
+        setAnchor(item.event.time.steady);
+        ++owed[wireAnswer(item.event.piece.id())];
+        return true;
+    }
+    const bool wasLeftOut =
+        std::any_of(ahead.begin(), ahead.end(), [](const Item& other) { return other.isMet; });
+    if (!wasLeftOut) {
+        isStalled = false;
+        return false;
+    }
+    if (!isStalled) stalled = Clock::now();
+    isStalled = true;
+    if (Clock::now() - stalled < kPatience) return false;
+    setAnchor(item.event.time.steady);
+    ++books.skipped;
+    return true;
+}
+
+bool WirePlayer::Body::stepReceived(const Item& item)
+{
+    const WirePiece& piece = item.event.piece;
+    if (Clock::now() < dueOf(item.event.time.steady)) return false;
+    send(piece.bytes);
+    if (item.event.kind != WireEvent::Kind::Message) return true;
+    ++books.played;
+    if (owed[piece.id()] > 0) --owed[piece.id()];
+    answers[piece.id()] = piece.bytes;
+    return true;
+}
+
+// Does the next thing; false when it is not time for it.
+bool WirePlayer::Body::step()
+{
+    fill();
+    books.isOver = ahead.empty();
+    if (ahead.empty() || !client.isOpen()) return false;
+    settle();
+    const Item& item = ahead.front();
+    const WireEvent& event = item.event;
+    bool isDone = true;
+    if (event.kind == WireEvent::Kind::Message) {
+        isDone = event.piece.isSent ? stepSent(item) : stepReceived(item);
+    } else if (event.kind == WireEvent::Kind::Stray) {
+        isDone = event.piece.isSent || stepReceived(item);
+    } else if (event.kind == WireEvent::Kind::LinkLost) {
+        isDone = Clock::now() >= dueOf(event.time.steady);
+        isCut = isDone;
+    } else {
+        setAnchor(event.time.steady);
+    }
+    if (!isDone) return false;
+    isStalled = false;
+    ahead.pop_front();
+    return true;
+}
+
+// ms until the next thing is due, or may be.
+int WirePlayer::Body::patience() const
+{
+    if (ahead.empty() || !client.isOpen()) return static_cast<int>(kStep.count());
+    const auto left = dueOf(ahead.front().event.time.steady) - Clock::now();
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(left).count() + 1;
+    return static_cast<int>(std::clamp<int64_t>(ms, 1, kStep.count()));
+}
+
+WirePlayer::WirePlayer(const std::string& path, const PlayOptions& options)
+    : body_(std::make_unique<Body>())
+{
+    body_->path = path;
+    body_->options = options;
+    body_->begin();
+    body_->listen();
+}
+
+WirePlayer::~WirePlayer() = default;
+
+uint16_t WirePlayer::port() const
+{
+    return body_->port;
+}
+
+PlayBooks WirePlayer::play(const std::function<bool()>& isStopped)
+{
+    Body& body = *body_;
+    body.begin();
+    while (!isStopped()) {
+        const bool isOpen = body.client.isOpen();
+        pollfd entry{isOpen ? body.client.get() : body.listener.get(), POLLIN, 0};
+        const bool isReady = ::poll(&entry, 1, body.patience()) > 0;
+        if (isReady && !isOpen) body.accept();
+        if (isReady && isOpen && !body.hear()) break;
+        while (body.step() && !body.isCut) {
+            if (body.client.isOpen() && !body.hear()) break;
+        }
+        if (body.isCut) body.client.reset(-1);
+        body.isCut = false;
+        if (body.books.isOver && !body.client.isOpen()) break;
+    }
+    body.client.reset(-1);
+    return body.books;
+}
+
+} // namespace vxcam
