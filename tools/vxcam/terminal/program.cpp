@@ -161,6 +161,7 @@ const std::vector<tsVerb>& Verbs()
         {"verify", "find what is wrong with records", gsVerifyExamples, MakeVerify},
         {"capture", "record all bytes between host and camera", gsCaptureExamples, MakeCapture},
         {"decode", "tell the messages in such a recording", gsDecodeExamples, MakeDecode},
+        {"focus", "tell how sharp stars are, frame after frame", gsFocusExamples, MakeFocus},
         {"flat", "find the exposure of a level, and take flat frames", gsFlatExamples, MakeFlat},
         {"ptc", "measure gain, read noise and full well", gsPtcExamples, MakePtc},
         {"replay", "be the camera of such a recording", gsReplayExamples, MakeReplay},

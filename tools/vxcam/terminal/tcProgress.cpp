@@ -15,6 +15,8 @@ constexpr int gnLongestBar = 40;
 constexpr int gnShortestBar = 5;
 constexpr std::chrono::milliseconds gnBetween(50);
 
+} // namespace
+
 int TerminalWidth()
 {
     struct winsize size {};
@@ -22,13 +24,11 @@ int TerminalWidth()
     return size.ws_col;
 }
 
-bool TakesEscapes()
+bool TerminalTakesEscapes()
 {
     const char* const terminal = std::getenv("TERM");
     return ::isatty(STDERR_FILENO) == 1 && (terminal == nullptr || terminal != std::string("dumb"));
 }
-
-} // namespace
 
 std::string ProgressLine(const std::string& label, double fraction, const std::string& text,
                          int width)
@@ -45,7 +45,7 @@ std::string ProgressLine(const std::string& label, double fraction, const std::s
     return line.substr(0, static_cast<size_t>(std::max(width, 0)));
 }
 
-tcProgress::tcProgress(bool wanted) : mbDrawn(wanted && TakesEscapes()) {}
+tcProgress::tcProgress(bool wanted) : mbDrawn(wanted && TerminalTakesEscapes()) {}
 
 void tcProgress::Show(const std::string& label, double fraction, const std::string& text)
 {

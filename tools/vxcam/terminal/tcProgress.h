@@ -9,6 +9,10 @@
 std::string ProgressLine(const std::string& label, double fraction, const std::string& text,
                          int width);
 
+// Of standard error: whether it is a terminal that is not dumb, and its columns, 80 if unknown.
+bool TerminalTakesEscapes();
+int TerminalWidth();
+
 // Draws nothing when standard error is no terminal, or TERM says that it is a dumb one. Wipes its
 // line when it goes.
 //
