@@ -3,6 +3,7 @@
 #include "tcProgress.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -32,7 +33,7 @@ std::vector<std::string> GraphLines(const std::vector<double>& values, int width
     }
     for (size_t i = first; i < values.size(); ++i) {
         const double part = most > least ? (most - values[i]) / (most - least) : 1;
-        const int at = static_cast<int>(part * (height - 1) + 0.5);
+        const long at = std::lround(part * (height - 1));
         for (int row = 0; row < height; ++row) {
             lines[static_cast<size_t>(row)] += values[i] > 0 && row == at ? '*' : ' ';
         }
