@@ -78,10 +78,12 @@ void ExposureRunner::takeFrames(const ExposureJob& job, uint64_t number)
     });
     for (;;) {
         std::optional<Frame> frame;
+        // Of a readout that had ended before, what is thrown is how; else it may end meanwhile, and
+        // its frame be there.
+        const bool isOver = stream.end() != ReadoutEnd::Running;
         try {
             frame = stream.next(1s);
         } catch (const Error& error) {
-            const bool isOver = stream.end() != ReadoutEnd::Running;
             if (isOver || error.kind() != ErrorKind::Timeout) throw;
             const Progress progress = stream.progress();
             const double left = secondsOf(progress.exposure - progress.elapsed);
