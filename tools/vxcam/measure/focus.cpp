@@ -97,6 +97,7 @@ void tcFocus::Watch(vxcam::Camera& camera)
     vxcam::Stream stream = camera.stream(mtPlan);
     while (mnFrames == 0 || static_cast<int>(maDiameters.size()) < mnFrames) {
         ThrowIfInterrupted();
+        const bool isRunning = stream.end() == vxcam::ReadoutEnd::Running;
         try {
             const std::optional<vxcam::Frame> frame = stream.next(gnPoll);
             if (!frame) break;
@@ -104,7 +105,6 @@ void tcFocus::Watch(vxcam::Camera& camera)
             Tell(*frame);
             graph.Show("HFD", maDiameters);
         } catch (const vxcam::Error& error) {
-            const bool isRunning = stream.end() == vxcam::ReadoutEnd::Running;
             if (error.kind() != vxcam::ErrorKind::Timeout || !isRunning) throw;
         }
     }
