@@ -82,7 +82,8 @@ std::string Actions(const CLI::App& app)
 // What is wrong with the words.
 std::string Reason(const CLI::App& app, const CLI::ParseError& error)
 {
-    const std::string text = error.what(), name = text.substr(0, text.find(": "));
+    std::string text = error.what();
+    const std::string name = text.substr(0, text.find(": "));
     const std::vector<std::string> rest = app.remaining(true);
     const std::string first = rest.empty() ? "" : rest.front();
     if (!first.empty() && first.front() == '-') return "unknown option '" + first + "'";
