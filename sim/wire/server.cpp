@@ -71,6 +71,8 @@ public:
     std::vector<tsSimFaultState> Faults() const { return mtFaults.States(); }
 
 private:
+    void Forget();
+
     struct tsRunning {
         explicit tsRunning(tcImplementation& server)
             : worker(server.mtIdentity.rows, server.mtIdentity.columns, server.mtIdentity.seed),
@@ -184,7 +186,13 @@ uint16_t tcSimServer::tcImplementation::Start()
         std::lock_guard<std::mutex> lock(mtRunningMutex);
         mpRunning = std::move(running);
     }
-    mpRunning->thread = std::thread([&io = mpRunning->io] { io.run(); });
+    try {
+        Explained("cannot start a thread",
+                  [this] { mpRunning->thread = std::thread([&io = mpRunning->io] { io.run(); }); });
+    } catch (...) {
+        Forget();
+        throw;
+    }
     return mnPort;
 }
 
@@ -203,6 +211,11 @@ void tcSimServer::tcImplementation::Stop()
         running.io.stop();
     });
     running.thread.join();
+    Forget();
+}
+
+void tcSimServer::tcImplementation::Forget()
+{
     {
         std::lock_guard<std::mutex> lock(mtRunningMutex);
         mpRunning.reset();
