@@ -6,9 +6,10 @@
  *     again. Every function with a handle returns -3 for one that is not open.
  *  2. Results. 0 done; -1 failed (a request of the same kind is pending, the send failed); -2 no
  *     answer in time; -3 no such camera; -4 wrong buffer size; -5 argument out of range. The enum
- * is teVXResult in vxcamtypes.h. What a function adds to "0, -3" is in brackets behind its text.
+ *     is teVXResult in vxcamtypes.h. What a function adds to "0, -3" is in brackets behind its
+ *     text.
  *  3. Waiting. "Sends": one message goes out and the call returns at once; whether the camera did
- * it shows in a later getter or in the error callback. "Asks": the call waits for the camera's
+ *     it shows in a later getter or in the error callback. "Asks": the call waits for the camera's
  *     answer; normally that is the network's round trip, at worst the time-out told [-1, -2].
  *     "Tells": the answer is known already, nothing travels.
  *  4. Outputs are written only when the result is 0 and each may be null, unless a comment says
@@ -20,9 +21,9 @@
  *     go on. Records passed to a callback are valid until it returns.
  *  6. Buffers. An image buffer has the shape [sensor rows][sensor columns] whatever the area or
  *     binning; uint16_t elements for VXReadCCDArea, 32-bit elements for the binned readouts. It
- * must stay valid until the readout completed or VXAbortRead, a time-out or VXCloseCamera returned;
- *     after that the library does not touch it again. An image callback that runs
- *     longer still has its address; when it has returned, VXWaitCompletion returns 0.
+ *     must stay valid until the readout completed or VXAbortRead, a time-out or VXCloseCamera
+ *     returned; after that the library does not touch it again. An image callback that runs longer
+ *     still has its address; when it has returned, VXWaitCompletion returns 0.
  *  7. Threads. Functions may be called from any thread, for different cameras at the same time. Two
  *     threads that ask one camera the same thing at once: one of them gets -1. A camera
  *     may be closed while others use it: calls that wait return -1, new ones -3, and of two threads
