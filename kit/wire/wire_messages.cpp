@@ -189,11 +189,13 @@ uint32_t wireAnswer(uint32_t command)
 std::vector<std::string> wireNames()
 {
     std::vector<std::string> names{"user-defined", "unknown"};
+    // The rows are packed, so that nothing in them can be referred to.
+    const auto add = [&names](const char* name) { names.emplace_back(name); };
     for (const tsCommandRow& row : gaCommands) {
-        names.emplace_back(row.name);
+        add(row.name);
     }
     for (const tsAnswer* const row : gaAnswers) {
-        names.emplace_back(row->name);
+        add(row->name);
     }
     std::sort(names.begin(), names.end());
     names.erase(std::unique(names.begin(), names.end()), names.end());
