@@ -33,12 +33,12 @@ class Beside(DriverTest):
         theirs = self.client(server, "CCD Simulator")
         theirs.change("CONNECTION", {"CONNECT": True})
         theirs.vector("CCD_FAST_COUNT")
-        theirs.pump(1)
-        own.pump(1)
 
         def names(client: Client):
             return {name: vector for (device, name), vector in client.vectors.items()
                     if device == client.device}
+        theirs.wait(lambda: MISSING <= set(names(theirs)), "all that is missing here")
+        own.wait(lambda: set(names(theirs)) - set(names(own)) <= MISSING, "all that the simulator has")
         here, there = names(own), names(theirs)
         for name in sorted(set(there) - set(here)):
             print(f"only the simulator has {name} ({there[name].group})")
