@@ -28,7 +28,7 @@ using tcClock = std::chrono::steady_clock;
 
 // Milliseconds within which a client has its answer, whatever else goes on.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr int gnAtOnce = 3000;
+inline constexpr int gnAtOnce = 10000;
 #else
 inline constexpr int gnAtOnce = 1000;
 #endif
