@@ -16,7 +16,7 @@ int LimitMs()
 {
     double load = 0;
     getloadavg(&load, 1);
-    return static_cast<int>(1000 * std::max(1.0, load / std::thread::hardware_concurrency()));
+    return static_cast<int>(gnAtOnce * std::max(1.0, load / std::thread::hardware_concurrency()));
 }
 
 // Connects the clients, each sends the request and keeps its connection; asks for `expected` beside
