@@ -1,6 +1,6 @@
-// A thousand clients that do not go away by themselves, and as many as there are places that do not
-// read their answers. These tests run alone: they tell how quickly somebody else is answered
-// meanwhile.
+// A thousand clients that do not go away by themselves, thousands that do, and as many as there are
+// places that do not read their answers. These tests run alone: they tell how quickly somebody else
+// is answered meanwhile.
 #include "HSocket.h"
 #include "debug_support.h"
 #include "tcDbgItem.h"
@@ -16,7 +16,7 @@ int LimitMs()
 {
     double load = 0;
     getloadavg(&load, 1);
-    return static_cast<int>(gnAtOnce * std::max(1.0, load / std::thread::hardware_concurrency()));
+    return static_cast<int>(1000 * std::max(1.0, load / std::thread::hardware_concurrency()));
 }
 
 // Connects the clients, each sends the request and keeps its connection; asks for `expected` beside
@@ -174,6 +174,36 @@ TEST_F(Daemon, AnswersWithinASecondWhileAThousandClientsHoldTheirConnections)
     Start();
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors + 2; }));
     AttackInEveryWay(mnPort, "Available Tokens:\n\tECHO\n\tHELP\n\tLIST\n\tLOG\n");
+}
+
+TEST_F(Daemon, IsTheSameAfterThousandsOfBadClients)
+{
+    ::testing::internal::CaptureStderr();
+    // Server and announcer, and a socket for each.
+    const int threads = CountThreads() + 2, descriptors = CountDescriptors() + 2;
+    Start();
+    EXPECT_TRUE(
+        Eventually([&] { return CountThreads() == threads && CountDescriptors() == descriptors; }));
+    const auto visit = [this](const std::string& request) {
+        tcClient client(mnPort);
+        client.Send(request);
+    };
+    for (int i = 0; i < 50; ++i)
+        visit(std::string(100000, 'x'));
+    const long before = ResidentKiB();
+    for (int i = 0; i < 1000; ++i) {
+        visit("");
+        visit("\1\2garbage:\xff\xfe" + std::to_string(i));
+    }
+    for (int i = 0; i < 50; ++i)
+        visit(std::string(100000, 'x'));
+    const auto start = tcClock::now();
+    EXPECT_THAT(Ask("LIST"), ::testing::StartsWith("Available"));
+    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
+    EXPECT_LT(ResidentKiB() - before, 50000);
+    ::testing::internal::GetCapturedStderr();
 }
 
 TEST(ItemServer, AnswersWithinASecondWhileAThousandClientsHoldTheirConnections)

@@ -230,7 +230,7 @@ TEST_F(ItemServer, AnswersOthersWhileAClientDoesNotReadItsReply)
     EXPECT_TRUE(client.HasAnswer(10000));
     const auto start = tcClock::now();
     EXPECT_EQ("7\0"s, Ask("GET:ITEM7"));
-    EXPECT_LT(ElapsedMs(start), gnAtOnce);
+    EXPECT_LT(ElapsedMs(start), 1000);
     // It is given up two seconds after it took something last.
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors + 1; }));
     EXPECT_GT(ElapsedMs(start), 1500);
