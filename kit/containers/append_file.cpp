@@ -28,15 +28,13 @@ constexpr size_t kPiece = size_t{8} << 20U;
 AppendFile::AppendFile(const std::string& path, bool force) : path_(path), stage_(kStage)
 {
     checkNewFile(path, force);
-    if (force && ::unlink(path.c_str()) != 0 && errno != ENOENT) refuse(path, errno);
-    descriptor_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor_ < 0) refuse(path, errno);
+    if (force) removeOldFile(path);
+    file_ = WriterLock(path, O_CREAT | O_EXCL);
     direct_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_DIRECT);
 }
 
 AppendFile::~AppendFile()
 {
-    if (descriptor_ >= 0) ::close(descriptor_);
     if (direct_ >= 0) ::close(direct_);
 }
 
@@ -49,7 +47,7 @@ void AppendFile::writeAt(int descriptor, uint64_t at, const char* bytes, size_t 
         if (written < 0) refuse(path_, errno);
         // A disk that is full may take a part of it: behind that, memory is not aligned any more.
         const bool isAligned = static_cast<size_t>(written) % kBlock == 0;
-        if (descriptor == direct_ && !isAligned) descriptor = descriptor_;
+        if (descriptor == direct_ && !isAligned) descriptor = file_.descriptor();
         at += static_cast<uint64_t>(written);
         bytes += written;
         count -= static_cast<size_t>(written);
@@ -68,7 +66,7 @@ void AppendFile::writeDirectly(const char* bytes, size_t count)
             direct_ = -1;
         }
     }
-    writeAt(descriptor_, written_, bytes, count);
+    writeAt(file_.descriptor(), written_, bytes, count);
 }
 
 void AppendFile::writeStaged()
@@ -105,27 +103,27 @@ void AppendFile::rewrite(uint64_t at, const void* bytes, size_t count)
         const uint64_t first = std::max(at, written_);
         std::memcpy(stage_.data() + (first - written_), from + (first - at), at + count - first);
     }
-    writeAt(descriptor_, at, from, count);
+    writeAt(file_.descriptor(), at, from, count);
 }
 
 void AppendFile::flush(size_t block)
 {
-    writeAt(descriptor_, written_ + shown_, stage_.data() + shown_, staged_ - shown_);
+    writeAt(file_.descriptor(), written_ + shown_, stage_.data() + shown_, staged_ - shown_);
     shown_ = staged_;
     if (block > 1) {
         const uint64_t end = (size() + block - 1) / block * block;
-        if (::ftruncate(descriptor_, static_cast<off_t>(end)) != 0) refuse(path_, errno);
+        if (::ftruncate(file_.descriptor(), static_cast<off_t>(end)) != 0) refuse(path_, errno);
     }
 }
 
 void AppendFile::sync()
 {
-    if (::fdatasync(descriptor_) != 0 && errno != EINVAL) refuse(path_, errno);
+    if (::fdatasync(file_.descriptor()) != 0 && errno != EINVAL) refuse(path_, errno);
 }
 
 void AppendFile::cut(uint64_t size)
 {
-    if (::ftruncate(descriptor_, static_cast<off_t>(size)) != 0) refuse(path_, errno);
+    if (::ftruncate(file_.descriptor(), static_cast<off_t>(size)) != 0) refuse(path_, errno);
 }
 
 } // namespace vxcam

@@ -2,6 +2,8 @@
 #ifndef VXCAMKIT_APPEND_FILE_H
 #define VXCAMKIT_APPEND_FILE_H
 
+#include "files/writer_lock.h"
+
 #include <vxcamkit/file_bytes.h>
 
 #include <cstdint>
@@ -15,7 +17,7 @@ namespace vxcam {
 class AppendFile
 {
 public:
-    // Makes the file; one that exists is replaced with `force`.
+    // Makes the file; one that exists is replaced with `force`, unless it is being written.
     AppendFile(const std::string& path, bool force);
     ~AppendFile(); // what was not flushed is lost
     AppendFile(const AppendFile&) = delete;
@@ -41,9 +43,10 @@ private:
     void writeAt(int descriptor, uint64_t at, const char* bytes, size_t count);
 
     const std::string path_;
-    int descriptor_ = -1, direct_ = -1; // direct_ is -1 where the file system cannot
-    uint64_t written_ = 0;              // a multiple of the blocks of disks
-    FileBytes stage_;                   // what comes behind that
+    WriterLock file_;
+    int direct_ = -1;      // past the system's memory; -1 where the file system cannot
+    uint64_t written_ = 0; // a multiple of the blocks of disks
+    FileBytes stage_;      // what comes behind that
     size_t staged_ = 0;
     size_t shown_ = 0; // of it, that readers have
 };

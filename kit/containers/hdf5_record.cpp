@@ -2,6 +2,7 @@
 // layout is that of NeXus; others may read it while it grows.
 #include "containers/hdf5_objects.h"
 #include "containers/record_columns.h"
+#include "files/writer_lock.h"
 
 #include <vxcamkit/error.h>
 #include <vxcamkit/new_file.h>
@@ -61,6 +62,7 @@ private:
 
     const std::string path_;
     const hsize_t rows_, frameColumns_;
+    WriterLock lock_;
     Hdf5Id file_, pixels_;
     Hdf5Id kindType_ = hdf5Text(kKindText), textType_ = hdf5Text(kEventText);
     std::vector<Hdf5Column> columns_; // as recordColumns()
@@ -75,10 +77,9 @@ Hdf5Record::Hdf5Record(const std::string& path, const RecordOptions& options, co
 {
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // errors are told by what is thrown
     checkNewFile(path, options.force);
-    if (options.force && ::unlink(path.c_str()) != 0 && errno != ENOENT) {
-        throw Error(ErrorKind::File, path + ": " + std::strerror(errno), errno);
-    }
+    if (options.force) removeOldFile(path);
     create();
+    lock_ = WriterLock(path);
     Hdf5Maker maker(file_, path_);
     makeGroups(maker, first, options);
     makeSettings(maker, first.facts().settings);

@@ -1,5 +1,7 @@
 #include <vxcamkit/new_file.h>
 
+#include "files/writer_lock.h"
+
 #include <vxcamkit/error.h>
 
 #include <fcntl.h>
@@ -74,6 +76,7 @@ void checkNewFile(const std::string& path, bool force)
         if (S_ISDIR(status.st_mode)) refuse(path, "is a folder", EISDIR);
         if (!S_ISREG(status.st_mode)) refuse(path, "is no regular file", EINVAL);
         if (!force) refuseExisting(path);
+        if (isBeingWritten(path)) refuse(path, "is being written by somebody else", EBUSY);
     } else if (errno != ENOENT) {
         refuseErrno(path, errno);
     } else if (!force && ::lstat(path.c_str(), &status) == 0) {

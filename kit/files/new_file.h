@@ -12,8 +12,8 @@
 namespace vxcam {
 
 // Refuses what NewFile would refuse, so that it is known before an exposure: an existing file
-// unless `force`, anything there that is no regular file, a folder that is missing or cannot be
-// written to. Throws Error{File}.
+// unless `force`, one that is being recorded into at this moment, anything there that is no regular
+// file, a folder that is missing or cannot be written to. Throws Error{File}.
 VXCAMKIT_EXPORT void checkNewFile(const std::string& path, bool force);
 
 // Writes a file as a whole: a hidden one beside `path`, which reaches the disk and then gets its

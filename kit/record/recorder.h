@@ -37,7 +37,7 @@ VXCAMKIT_EXPORT bool isAvailable(RecordFormat format);
 struct RecordOptions {
     HeaderOptions header;
     Compression compression = Compression::None;
-    bool force = false; // replace files that exist
+    bool force = false; // replace files that exist, but none that is being recorded into
     // A file that has so many bytes is the last one but one: the next frame begins another. Names
     // get a number then, as fileName() makes it. 0: one file.
     uint64_t split = 0;

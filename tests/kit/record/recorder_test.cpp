@@ -43,6 +43,30 @@ TEST(Recorder, ReplacesWithForce)
               "3 complete\n3 complete\n3 complete\n");
 }
 
+TEST(Recorder, TakesNobodysPlaceWhoStillWrites)
+{
+    const Folder folder;
+    RecordOptions force;
+    force.force = true;
+    for (const std::string name : {"a.h5", "a.fits", "a.raw", "a.tif", "a.ser"}) {
+        Recorder late(folder.path(name), force); // when nothing was there yet
+        Recorder recorder(folder.path(name), force);
+        EXPECT_TRUE(recorder.write(numbered<uint16_t>(1, 8, 8)));
+        EXPECT_TRUE(waitUntil([&] { return recorder.books().frames == 1; })) << name;
+        late.write(numbered<uint16_t>(7, 8, 8));
+        EXPECT_THAT(refusalOf([&] { late.finish(); }, ErrorKind::File),
+                    HasSubstr(name + ": is being written by somebody else"));
+        EXPECT_THAT(refusalOf([&] { Recorder(folder.path(name), force); }, ErrorKind::File),
+                    HasSubstr(name + ": is being written by somebody else"));
+        EXPECT_TRUE(recorder.write(numbered<uint16_t>(2, 8, 8)));
+        recorder.finish();
+    }
+    EXPECT_EQ(readBack(folder, {"a.h5", "a.fits", "a.raw"}),
+              "2 complete\n2 complete\n2 complete\n");
+    record<uint16_t>(folder.path("a.h5"), 3, 8, 8, force); // which nobody writes any more
+    EXPECT_EQ(readBack(folder, {"a.h5"}), "3 complete\n");
+}
+
 TEST(Recorder, FailsWhenAFrameHasAnotherSize)
 {
     const Folder folder;
