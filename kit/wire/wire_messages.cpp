@@ -28,6 +28,12 @@ const tsAnswer* answerOf(uint32_t id)
     return found == std::end(gaAnswers) ? nullptr : *found;
 }
 
+// How many stretches, or blocks, are known to be missing.
+uint64_t gapsOf(const WireCondition& condition)
+{
+    return condition.damaged + condition.missing;
+}
+
 } // namespace
 
 uint32_t WirePiece::id() const
@@ -129,6 +135,22 @@ void WireEvents::endWays(uint8_t camera)
     }
 }
 
+void WireEvents::endAllWays()
+{
+    for (size_t camera = 0; camera < ways_.size(); ++camera) {
+        endWays(static_cast<uint8_t>(camera));
+    }
+}
+
+void WireEvents::takeGap(const Moment& end)
+{
+    endAllWays();
+    WireEvent event;
+    event.kind = WireEvent::Kind::Gap;
+    event.time = end;
+    events_.push_back(std::move(event));
+}
+
 void WireEvents::take(const WireRecord& record)
 {
     const uint8_t camera = record.camera;
@@ -154,13 +176,13 @@ void WireEvents::take(const WireRecord& record)
 std::optional<WireEvent> WireEvents::next()
 {
     while (events_.empty()) {
+        const uint64_t gaps = gapsOf(reader_.condition());
         if (const std::optional<WireRecord> record = reader_.next()) {
+            if (gapsOf(reader_.condition()) != gaps) takeGap(record->time);
             take(*record);
             continue;
         }
-        for (size_t camera = 0; camera < ways_.size(); ++camera) {
-            endWays(static_cast<uint8_t>(camera));
-        }
+        endAllWays();
         if (events_.empty()) return std::nullopt;
     }
     WireEvent event = std::move(events_.front());

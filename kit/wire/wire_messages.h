@@ -56,7 +56,9 @@ private:
 
 // What happened, one thing after the other.
 struct WireEvent {
-    enum class Kind { Opened, Message, Stray, LinkLost, LinkRestored };
+    // Gap: the recording lacks blocks here, of all cameras. Messages that they cut are stray bytes
+    // on both sides of it.
+    enum class Kind { Opened, Message, Stray, LinkLost, LinkRestored, Gap };
 
     Kind kind = Kind::Opened;
     uint8_t camera = 0;
@@ -82,8 +84,10 @@ public:
 private:
     struct Ways;
     void take(const WireRecord& record);
+    void takeGap(const Moment& end);
     void collect(uint8_t camera, WireSplitter& way);
     void endWays(uint8_t camera);
+    void endAllWays();
 
     WireReader reader_;
     std::vector<std::unique_ptr<Ways>> ways_; // by the cameras' numbers

@@ -70,6 +70,7 @@ struct WirePlayer::Body {
     Clock::time_point anchor, stalled;       // now, and when it began to wait for the client
     SteadyTime anchored;                     // what the anchor is in the recording
     bool isStalled = false, isCut = false;
+    bool isBehindGap = false; // and before the next whole message of the camera
     PlayBooks books;
 
     void listen();
@@ -79,6 +80,7 @@ struct WirePlayer::Body {
     void takeCommand(const WirePiece& piece);
     void send(const std::string& bytes);
     void fill();
+    void takeAhead(WireEvent event);
     void settle();
     bool step();
     bool stepSent(const Item& item);
@@ -115,7 +117,7 @@ void WirePlayer::Body::begin()
     answers.clear();
     owed.clear();
     books = {};
-    isStalled = isCut = false;
+    isStalled = isCut = isBehindGap = false;
     fill();
     if (!ahead.empty()) anchored = ahead.front().event.time.steady;
 }
@@ -185,8 +187,26 @@ void WirePlayer::Body::fill()
     while (ahead.size() < kAhead) {
         std::optional<WireEvent> event = events->next();
         if (!event) return;
-        if (event->camera == options.camera) ahead.push_back({std::move(*event)});
+        takeAhead(std::move(*event));
     }
+}
+
+// Of messages that a gap cuts, nothing is played: the client would put their pieces together.
+void WirePlayer::Body::takeAhead(WireEvent event)
+{
+    using Kind = WireEvent::Kind;
+    if (event.kind == Kind::Gap) {
+        while (!ahead.empty() && ahead.back().event.kind == Kind::Stray) {
+            ahead.pop_back();
+        }
+        isBehindGap = true;
+        return;
+    }
+    if (event.camera != options.camera) return;
+    const bool isReceived = !event.piece.isSent;
+    if (event.kind == Kind::Stray && isReceived && isBehindGap) return;
+    if (event.kind == Kind::Message && isReceived) isBehindGap = false;
+    ahead.push_back({std::move(event)});
 }
 
 void WirePlayer::Body::setAnchor(SteadyTime recorded)

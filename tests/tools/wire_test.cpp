@@ -116,6 +116,26 @@ TEST_F(Decoding, TellsWhatIsWhollyThereOfADamagedFile)
     EXPECT_EQ(nlohmann::json::parse(last)["blocks"], 1);
 }
 
+TEST_F(Decoding, TellsWhereBlocksAreMissing)
+{
+    const std::string cut = wireRecord(2, gnSteady, wireMessage(0x60, low(500, 4)).substr(0, 14));
+    const std::string heartbeat =
+        wireRecord(2, gnSteady, wireMessage(0x69, low(0, 2) + low(250, 2) + low(200, 2), 9));
+    MakeFile(msFile, wireHead() + wireBlock(0, gnUtc, gnSteady, cut, 1) +
+                         wireBlock(2, gnUtc, gnSteady, heartbeat, 1) + wireEnd(3));
+    const std::string time = gsDay + "20.000000Z ";
+    EXPECT_EQ(Output({}, 4),
+              time + "< 14 bytes that belong to no message 50fa04000000000003600000f401\n" + time +
+                  "= blocks of the recording are missing here\n" + time +
+                  "< Heartbeat 0x69 #9 board_temperature=250 ccd_temperature=200\n");
+    std::istringstream lines(Output({"--json"}, 4));
+    std::vector<std::string> events;
+    for (std::string line; std::getline(lines, line);) {
+        events.push_back(nlohmann::json::parse(line)["event"]);
+    }
+    EXPECT_THAT(events, testing::ElementsAre("stray", "gap", "message", "end"));
+}
+
 TEST_F(Decoding, RefusesWhatItCannotRead)
 {
     MakeFile(msFile, "SIMPLE  = T");

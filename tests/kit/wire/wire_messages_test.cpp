@@ -164,3 +164,26 @@ TEST(WireEvents, GoByCamerasAndConnections)
     EXPECT_THAT(seen, ElementsAre(Pair(0, 1), Pair(11, 3), Pair(1, 4), Pair(2, 5), Pair(3, 6),
                                   Pair(4, 7), Pair(1, 8)));
 }
+
+TEST(WireEvents, PutNoMessageTogetherAcrossMissingBlocks)
+{
+    const std::string cut = wireMessage(0x60, low(500, 4)), whole = wireMessage(0x61, low(1, 4));
+    const std::string before = wireBlock(0, 0, 0, wireRecord(2, 1, cut.substr(0, 10)), 1);
+    const std::string lost = wireBlock(1, 0, 0, wireRecord(2, 2, cut.substr(10)), 1);
+    const std::string behind = wireBlock(2, 0, 0, wireRecord(2, 3, "tail" + whole), 1);
+    std::string damaged = lost;
+    damaged.back() ^= 1;
+    for (const std::string& middle : {std::string(), damaged}) {
+        vxcam::WireEvents events{
+            vxcam::WireReader(std::make_unique<std::istringstream>(wireHead() + before + middle +
+                                                                   behind + wireEnd(3)),
+                              "run.vxw")};
+        std::vector<std::pair<vxcam::WireEvent::Kind, size_t>> seen;
+        while (const auto event = events.next()) {
+            seen.emplace_back(event->kind, event->piece.bytes.size());
+        }
+        using Kind = vxcam::WireEvent::Kind;
+        EXPECT_THAT(seen, ElementsAre(Pair(Kind::Stray, 10), Pair(Kind::Gap, 0),
+                                      Pair(Kind::Stray, 4), Pair(Kind::Message, 16)));
+    }
+}

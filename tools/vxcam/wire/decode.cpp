@@ -159,6 +159,8 @@ const char* WordOf(WireEvent::Kind kind)
         return "restored";
     case WireEvent::Kind::Stray:
         return "stray";
+    case WireEvent::Kind::Gap:
+        return "gap";
     case WireEvent::Kind::Message:
         break;
     }
@@ -191,6 +193,8 @@ void tcDecode::PrintText(const WireEvent& event) const
                 HexText(piece.bytes, mbPayload ? std::string::npos : gnShownBytes);
     } else if (event.kind == WireEvent::Kind::Opened) {
         text += "opened " + event.about;
+    } else if (event.kind == WireEvent::Kind::Gap) {
+        text += "blocks of the recording are missing here";
     } else {
         text += std::string("connection ") + WordOf(event.kind);
     }
@@ -213,8 +217,8 @@ void tcDecode::PrintObject(const WireEvent& event) const
     const vxcam::WirePiece& piece = event.piece;
     nlohmann::ordered_json line{{"time", vxcam::utcText(event.time.utc, 9) + "Z"},
                                 {"t", Seconds(event)},
-                                {"event", WordOf(event.kind)},
-                                {"camera", event.camera}};
+                                {"event", WordOf(event.kind)}};
+    if (event.kind != WireEvent::Kind::Gap) line["camera"] = event.camera;
     if (event.kind == WireEvent::Kind::Message) {
         line["direction"] = piece.isSent ? "sent" : "received";
         line["name"] = vxcam::wireName(piece);
