@@ -61,21 +61,43 @@ struct Cooler::Work {
     void start(Ramp next)
     {
         camera.temperatures(); // the first one may still be on its way
+        std::lock_guard<std::mutex> myTurn(turn);
+        std::optional<Ramp> before;
         {
             std::lock_guard<std::mutex> guard(lock);
             if (isClosed) throw Error(ErrorKind::Aborted, "cooling: the camera is closed");
+            if (ramp) before.emplace(*ramp);
             ramp.emplace(std::move(next));
             orders = {};
             if (!keeper) keeper.emplace([this] { return look(); });
         }
-        step();
+        try {
+            step();
+        } catch (const Error& error) {
+            if (isTriedAgain(error)) throw;
+            goBackTo(before);
+            keeper->wake();
+            throw;
+        }
         keeper->wake();
     }
 
-    // One look at the sensor, and the orders that follow. Throws what the camera does.
+    // What was refused counts for nothing: what was under way before goes on.
+    void goBackTo(const std::optional<Ramp>& before)
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        const bool isSetPointTaken = !orders.setPoint;
+        orders = {};
+        ramp.reset();
+        if (before && !isClosed) ramp.emplace(*before);
+        if (ramp && ramp->isWatching() && isSetPointTaken) orders.setPoint = ramp->state().setPoint;
+        changed.notify_all();
+    }
+
+    // One look at the sensor, and the orders that follow, by whoever has the turn. Throws what the
+    // camera does.
     void step()
     {
-        std::lock_guard<std::mutex> myTurn(turn);
         const auto temperatures = camera.lastTemperatures();
         Ramp::Orders next;
         {
@@ -87,22 +109,33 @@ struct Cooler::Work {
             if (fresh.cooling) orders.cooling = fresh.cooling;
             next = orders;
         }
-        if (next.setPoint) camera.set("target-temp", *next.setPoint);
+        if (next.setPoint) {
+            camera.set("target-temp", *next.setPoint);
+            std::lock_guard<std::mutex> guard(lock);
+            orders.setPoint.reset();
+        }
         if (next.cooling) camera.set("cooling", *next.cooling);
         std::lock_guard<std::mutex> guard(lock);
         orders = {};
         changed.notify_all();
     }
 
-    // What the link or a slow camera prevents is tried again.
+    // What the link or a slow camera prevents.
+    static bool isTriedAgain(const Error& error)
+    {
+        return error.kind() == ErrorKind::LinkLost || error.kind() == ErrorKind::Timeout;
+    }
+
     std::optional<SteadyTime> look()
     {
         try {
+            std::lock_guard<std::mutex> myTurn(turn);
             step();
         } catch (const Error& error) {
-            if (error.kind() != ErrorKind::LinkLost && error.kind() != ErrorKind::Timeout) {
+            if (!isTriedAgain(error)) {
                 std::lock_guard<std::mutex> guard(lock);
                 if (ramp) ramp->fail(error.what());
+                orders = {};
                 changed.notify_all();
             }
         }

@@ -2,6 +2,7 @@
 
 #include <vxcamkit/cooler.h>
 
+#include <atomic>
 #include <cmath>
 #include <future>
 
@@ -79,6 +80,35 @@ TEST_F(Coolers, RefuseWhatIsImpossible)
     for (size_t i = 0; i < wrong.size(); ++i) {
         EXPECT_EQ(errorOf([&] { camera.cooler().cool(wrong[i]); }).kind(), ErrorKind::Usage) << i;
     }
+    EXPECT_EQ(camera.cooler().state().phase, CoolingPhase::Idle);
+}
+
+TEST_F(Coolers, GoOnWhereANewTargetIsRefused)
+{
+    Camera& camera = openFast();
+    Cooling cooling;
+    cooling.target = -20;
+    camera.cooler().cool(cooling);
+    std::atomic<int> refusals{0};
+    const Subscription listening = camera.onEvent([&](const Event& event) {
+        if (event.kind == EventKind::CameraError) ++refusals;
+    });
+    cooling.target = 100; // more than the camera takes
+    EXPECT_EQ(errorOf([&] { camera.cooler().cool(cooling); }).kind(), ErrorKind::Camera);
+    const auto state = camera.cooler().wait(kPatience);
+    ASSERT_TRUE(state.has_value());
+    EXPECT_EQ(state->phase, CoolingPhase::Settled) << state->text;
+    EXPECT_NEAR(state->target, -20, 0.01);
+    EXPECT_NEAR(camera.get("target-temp").toDouble(), -20, 0.01);
+    EXPECT_EQ(refusals, 1);
+}
+
+TEST_F(Coolers, ATargetThatIsRefusedAtFirstIsNotSentAgain)
+{
+    Camera& camera = openFast();
+    Cooling cooling;
+    cooling.target = 100;
+    EXPECT_EQ(errorOf([&] { camera.cooler().cool(cooling); }).kind(), ErrorKind::Camera);
     EXPECT_EQ(camera.cooler().state().phase, CoolingPhase::Idle);
 }
 
