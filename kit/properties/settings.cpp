@@ -1,5 +1,7 @@
 #include <vxcamkit/settings.h>
 
+#include "properties/property_access.h"
+
 #include <vxcamkit/error.h>
 
 #include <algorithm>
@@ -55,10 +57,19 @@ void send(Access& access, const Setting& setting, Outcome* outcome)
     outcome->how = Outcome::How::Sent;
 }
 
+// What a camera without an area reads, told as the area that it is.
+bool isWholeSensor(const Access& access, const Value& told)
+{
+    const Size sensor = access.sensor();
+    return told.text() ==
+           "0,0," + std::to_string(sensor.columns) + "," + std::to_string(sensor.rows);
+}
+
 void verify(Access& access, const Setting& setting, Outcome* outcome)
 {
     outcome->told = readProperty(access, setting.name);
-    const bool isTaken = isAsAsked(outcome->asked, outcome->told);
+    const bool isTaken = isAsAsked(outcome->asked, outcome->told) ||
+                         (outcome->asked.isNothing() && isWholeSensor(access, outcome->told));
     outcome->how = isTaken ? Outcome::How::Confirmed : Outcome::How::Different;
     if (!isTaken) outcome->why = "the camera tells " + outcome->told.shown();
 }

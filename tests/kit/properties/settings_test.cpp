@@ -103,6 +103,17 @@ TEST(Settings, OfEveryPropertyAreRestored)
     }
 }
 
+TEST(Settings, OfNoAreaAreRestoredWithTheWholeSensor)
+{
+    SimulatedCamera camera;
+    Settings settings;
+    add(&settings, "area", "none");
+    const std::vector<Outcome> outcomes = settings.applyTo(camera.access());
+    EXPECT_THAT(shown(outcomes), ElementsAre("area confirmed")) << outcomes[0].why;
+    add(&settings, "area", "1,2,5,2");
+    EXPECT_THAT(shown(settings.applyTo(camera.access())), ElementsAre("area confirmed"));
+}
+
 TEST(Settings, ThatCannotBeRestoredAreTold)
 {
     tcActor actor({{0x2A, MessageBytes(0x75, std::string("\3\x2Atoo much\0", 11))},
