@@ -161,8 +161,9 @@ public:
     tsSimStatistics Statistics() const;
 
     // One more fault, for what leaves from now on; its number. One of a kind that may strike a
-    // silent connection, given no place and to strike once, strikes within a moment, or as the next
-    // connection begins. Throws std::runtime_error for a fault that cannot be.
+    // silent connection, given no place and to strike once, strikes before anything is heard that
+    // the client says later, or as the next connection begins. Throws std::runtime_error for a
+    // fault that cannot be.
     uint32_t Inject(const tsSimFault& fault);
     // Takes back the faults that `which` chooses, also those of the options, and ends within a
     // moment what they do to the connection, the cooler and the heartbeats; how many they were.

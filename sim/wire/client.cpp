@@ -80,6 +80,7 @@ tcSimClient::tcSimClient(asio::ip::tcp::socket socket, tsSimContext& context, st
 
 void tcSimClient::Begin()
 {
+    const std::shared_ptr<tcSimClient> keep = shared_from_this();
     std::error_code ignored;
     mtSocket.set_option(asio::ip::tcp::no_delay(true), ignored);
     mtSocket.non_blocking(true, ignored);
@@ -87,10 +88,10 @@ void tcSimClient::Begin()
     mtContext.faults.ConnectionBegins();
     mtOutput.Open(weak_from_this(),
                   {[this] { Read(); }, [this] { End(); }, [this] { return BadLine(); }});
-    BadLine();
     mtContext.ledger.Count(&tsSimStatistics::connections);
     mtContext.ledger.SetConnected(true);
     mtContext.ledger.Raise(teSimEvent::eConnected, "client " + msName + " connected");
+    FaultsCome(); // before anything is read
     Read();
     HeartBeatLater();
 }

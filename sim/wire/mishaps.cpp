@@ -78,7 +78,7 @@ tcSimBadLine* tcSimClient::BadLine()
 void tcSimClient::FaultsCome()
 {
     if (mbEnded) return;
-    if (tcSimBadLine* line = BadLine()) line->WaitForMoments();
+    if (tcSimBadLine* line = BadLine()) line->FaultsCome();
 }
 
 void tcSimClient::ReadAgain()

@@ -31,7 +31,6 @@ void tcSimBadLine::Open(std::weak_ptr<void> owner, uint64_t bytesBefore, tsHooks
     mtHooks = std::move(hooks);
     mnBytes = bytesBefore;
     mbOpen = true;
-    WaitForMoments();
 }
 
 void tcSimBadLine::Close()
@@ -51,25 +50,38 @@ double tcSimBadLine::Seconds() const
     return std::chrono::duration<double>(tpClock::now() - mtBegin).count();
 }
 
-void tcSimBadLine::WaitForMoments()
+void tcSimBadLine::FaultsCome()
 {
     for (const tcSimFaults::tsMoment& moment : mtFaults.Moments()) {
+        if (!mbOpen) return;
         if (moment.number <= mnLastMoment) continue;
         mnLastMoment = moment.number;
-        maMoments.push_back(std::make_unique<asio::steady_timer>(mtSocket.get_executor()));
-        asio::steady_timer& timer = *maMoments.back();
-        timer.expires_at(mtBegin + ToDuration<tpClock::duration>(moment.time));
-        timer.async_wait([this, moment, owner = mpOwner](const std::error_code& error) {
-            const std::shared_ptr<void> keep = owner.lock();
-            if (error || !keep) return;
-            for (const tsSimStroke& stroke : mtFaults.StrikeAt(moment)) {
-                if (!mbOpen) return;
-                mtLedger.Strikes(*stroke.fault);
-                Perform(*stroke.fault);
-            }
-            Run();
-        });
+        if (moment.time > Seconds())
+            WaitFor(moment);
+        else
+            StrikeAt(moment);
     }
+}
+
+void tcSimBadLine::WaitFor(const tcSimFaults::tsMoment& moment)
+{
+    maMoments.push_back(std::make_unique<asio::steady_timer>(mtSocket.get_executor()));
+    asio::steady_timer& timer = *maMoments.back();
+    timer.expires_at(mtBegin + ToDuration<tpClock::duration>(moment.time));
+    timer.async_wait([this, moment, owner = mpOwner](const std::error_code& error) {
+        const std::shared_ptr<void> keep = owner.lock();
+        if (!error && keep) StrikeAt(moment);
+    });
+}
+
+void tcSimBadLine::StrikeAt(const tcSimFaults::tsMoment& moment)
+{
+    for (const tsSimStroke& stroke : mtFaults.StrikeAt(moment)) {
+        if (!mbOpen) return;
+        mtLedger.Strikes(*stroke.fault);
+        Perform(*stroke.fault);
+    }
+    Run();
 }
 
 tcSimBadLine::tsFate tcSimBadLine::FateOf(tpSimBytes message, const tsSimUnit& unit)

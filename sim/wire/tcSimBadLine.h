@@ -38,8 +38,9 @@ public:
     void Open(std::weak_ptr<void> owner, uint64_t bytesBefore, tsHooks hooks);
     void Close();
 
-    // There are more faults than there were.
-    void WaitForMoments();
+    // There may be faults that this was not told of. Those whose moment has come strike before it
+    // returns, so the owner may have ended then.
+    void FaultsCome();
     // What a fault of the kind does to the line, ends.
     void Relieve(teSimFault kind);
 
@@ -78,6 +79,8 @@ private:
     };
 
     double Seconds() const;
+    void WaitFor(const tcSimFaults::tsMoment& moment);
+    void StrikeAt(const tcSimFaults::tsMoment& moment);
     tsFate FateOf(tpSimBytes message, const tsSimUnit& unit);
     void Hold(tpSimBytes bytes, tpLeaving leaving, double seconds, int64_t packets);
     void PacketPasses();

@@ -3,6 +3,7 @@
 #include "faultkinds.h"
 
 #include <atomic>
+#include <future>
 #include <mutex>
 
 namespace {
@@ -38,7 +39,96 @@ void Strike(tcFaultyCamera& camera, const char* fault)
     ASSERT_TRUE(Eventually([&] { return camera.Server().Statistics().faults == before + 1; }));
 }
 
+// The camera's thread stops at the first event of this kind and text until the client has spoken,
+// so that it finds the fault and what was asked behind it at the same time.
+class tcWaitsForTheClient
+{
+public:
+    tcWaitsForTheClient(teSimEvent kind, std::string text)
+        : mKind(kind), msText(std::move(text)), mSpoken(mSpeaks.get_future())
+    {}
+
+    tsSimOptions Options(const std::vector<std::string>& faults = {})
+    {
+        tsSimOptions options = tcFaultyCamera::Options(faults);
+        options.events = [this](const tsSimEvent& event) {
+            const bool isIt = event.event == mKind && event.text.find(msText) != std::string::npos;
+            if (isIt && mSpoken.valid()) {
+                mSpoken.wait_for(std::chrono::milliseconds(gnPatience));
+                mSpoken = {};
+            }
+        };
+        return options;
+    }
+    void HasSpoken() { mSpeaks.set_value(); }
+
+private:
+    const teSimEvent mKind;
+    const std::string msText;
+    std::promise<void> mSpeaks;
+    std::future<void> mSpoken;
+};
+
+// What the camera has said to two questions by the time it has heard the second one.
+size_t BytesSaidToTwoQuestions(tcFaultyCamera& camera, tcWaitsForTheClient& waits)
+{
+    const auto heard = [&](uint64_t commands) {
+        return Eventually([&] { return camera.Server().Statistics().commands == commands; });
+    };
+    const uint64_t before = camera.Server().Statistics().commands;
+    camera.Client().SendCommand(cmdGetGPIO);
+    waits.HasSpoken();
+    EXPECT_TRUE(heard(before + 1));
+    camera.Client().SendCommand(cmdGetGPIO);
+    EXPECT_TRUE(heard(before + 2));
+    return camera.Read(1, 0).bytes.size();
+}
+
 } // namespace
+
+TEST(SimInjection, HoldsForWhatIsAskedBehindIt)
+{
+    tcWaitsForTheClient waits(teSimEvent::eFault, "injected");
+    tcFaultyCamera camera(waits.Options());
+    ASSERT_TRUE(camera.Echoes());
+    camera.Server().Inject(ParseSimFault("half-open"));
+    EXPECT_EQ(BytesSaidToTwoQuestions(camera, waits), 0u);
+    camera.Server().Lift(Of(teSimFault::eHalfOpen));
+    EXPECT_EQ(camera.Read(32).bytes.size(), 32u) << "they were heard";
+}
+
+TEST(SimInjection, ClosesBeforeWhatIsAskedBehindIt)
+{
+    tcWaitsForTheClient waits(teSimEvent::eFault, "injected");
+    tcFaultyCamera camera(waits.Options());
+    ASSERT_TRUE(camera.Echoes());
+    camera.Server().Inject(ParseSimFault("close"));
+    camera.Client().SendCommand(cmdGetGPIO);
+    waits.HasSpoken();
+    const tsRead read = camera.Read(1);
+    EXPECT_TRUE(read.bytes.empty());
+    EXPECT_NE(read.end, teEnd::eNothing);
+}
+
+TEST(SimInjection, HoldsFromTheFirstQuestionOfAConnectionOn)
+{
+    tcWaitsForTheClient waits(teSimEvent::eConnected, "connected");
+    tcFaultyCamera camera(waits.Options({"half-open:time=0"}));
+    EXPECT_EQ(BytesSaidToTwoQuestions(camera, waits), 0u);
+}
+
+// What the strike ends is still in its first steps.
+TEST(SimInjection, EndsAConnectionAsItBegins)
+{
+    tcFaultyCamera camera({"close:time=0", "reset:connection=2,time=0"});
+    EXPECT_EQ(camera.Read(1).end, teEnd::eClosed);
+    camera.Connect();
+    EXPECT_EQ(camera.Read(1).end, teEnd::eReset);
+    camera.Connect();
+    EXPECT_TRUE(camera.Echoes());
+    EXPECT_EQ(camera.Server().Statistics().faults, 2u);
+    EXPECT_TRUE(camera.Server().Statistics().connected);
+}
 
 TEST(SimInjection, StrikesTheNextAnswerOfAConnectionWithoutFaults)
 {
