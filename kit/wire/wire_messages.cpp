@@ -10,7 +10,7 @@ namespace vxcam {
 
 namespace {
 
-constexpr size_t kLengthAt = 2, kNumberAt = 4, kIdAt = 9;
+constexpr size_t kLengthAt = 2, kNumberAt = 4, kVersionAt = 8, kIdAt = 9;
 constexpr size_t kHeader = gnHeaderBytes;
 constexpr char kMagic[] = {'\x50', '\xFA'};
 
@@ -45,6 +45,16 @@ uint32_t WirePiece::id() const
 uint8_t WirePiece::number() const
 {
     return bytes.size() < kHeader ? uint8_t{0} : numberAt<uint8_t>(&bytes[kNumberAt]);
+}
+
+uint8_t WirePiece::version() const
+{
+    return bytes.size() < kHeader ? uint8_t{0} : numberAt<uint8_t>(&bytes[kVersionAt]);
+}
+
+bool WirePiece::isTaken() const
+{
+    return isMessage && version() == gnInterfaceVersion;
 }
 
 std::string_view WirePiece::payload() const

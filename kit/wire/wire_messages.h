@@ -27,6 +27,8 @@ struct VXCAMKIT_EXPORT WirePiece {
     // Of a message.
     uint32_t id() const;
     uint8_t number() const; // as its sender counts
+    uint8_t version() const;
+    bool isTaken() const; // by receivers: they drop those of another version than the interface's
     std::string_view payload() const;
 };
 

@@ -136,6 +136,21 @@ TEST_F(Decoding, TellsWhereBlocksAreMissing)
     EXPECT_THAT(events, testing::ElementsAre("stray", "gap", "message", "end"));
 }
 
+TEST_F(Decoding, TellsMessagesThatAreDroppedForTheirVersion)
+{
+    std::string answer = wireMessage(0x60, low(500, 4), 7);
+    answer[8] = 2; // the version
+    MakeFile(msFile, wireHead() +
+                         wireBlock(0, gnUtc, gnSteady, wireRecord(2, gnSteady, answer), 1) +
+                         wireEnd(1));
+    EXPECT_EQ(Output({}), gsDay + "20.000000Z < Exposure time 0x60 #7 (dropped: of version 2) "
+                                  "exposure_ms=500\n");
+    std::istringstream lines(Output({"--json"}));
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(nlohmann::json::parse(line)["version"], 2);
+}
+
 TEST_F(Decoding, RefusesWhatItCannotRead)
 {
     MakeFile(msFile, "SIMPLE  = T");

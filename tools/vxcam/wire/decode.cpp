@@ -179,6 +179,9 @@ void tcDecode::PrintText(const WireEvent& event) const
         char head[48];
         std::snprintf(head, sizeof head, " 0x%02x #%u", piece.id(), unsigned{piece.number()});
         text += vxcam::wireName(piece) + head;
+        if (!piece.isTaken()) {
+            text += " (dropped: of version " + std::to_string(piece.version()) + ")";
+        }
         const vxcam::WireFields fields = vxcam::wireFields(piece);
         for (const auto& [name, value] : fields) {
             text.append(" ").append(name).append("=").append(value);
@@ -224,6 +227,7 @@ void tcDecode::PrintObject(const WireEvent& event) const
         line["name"] = vxcam::wireName(piece);
         line["id"] = piece.id();
         line["number"] = piece.number();
+        if (!piece.isTaken()) line["version"] = piece.version();
         line["length"] = piece.payload().size();
         nlohmann::ordered_json fields = nlohmann::ordered_json::object();
         for (const auto& [name, value] : vxcam::wireFields(piece)) {
