@@ -46,7 +46,8 @@ struct Identity {
 
 // What becomes of the settings that the application made, when the connection was lost and made
 // anew; the camera may have been switched off and on meanwhile. They are sent in the order of the
-// table and read back, before anything else is sent to the camera.
+// table and read back, before anything else is sent to the camera but the first question (see
+// Camera).
 enum class Restore {
     All, // they are sent again; the event SettingsRestored tells what could not be restored
     None,
@@ -63,6 +64,13 @@ struct OpenOptions {
 };
 
 // The embedded simulated camera or one on the network, opened.
+//
+// A connection that was made anew begins with a question of the kit's own, for the exposure time:
+// its answer may be lost, since a message that was cut takes in what comes first. It is asked again
+// until it is answered, for 10 s (and, so that no answer is left over, the hardware information
+// behind it); commands that wait for it in vain throw Error{Timeout}, and nothing of theirs was
+// sent. Nothing else is ever repeated: no setting but by Restore, no other question, no readout, no
+// trigger.
 //
 // Errors: what fails throws Error. Threads: any; commands of several threads go one after another.
 // Owns: the connection, the simulated camera if there is one, and threads for events, for watching

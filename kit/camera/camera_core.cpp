@@ -153,6 +153,7 @@ void CameraCore::require(int result, const std::string& what)
 
 void CameraCore::roundTrip()
 {
+    if (askFirst(steady_clock::now())) return;
     long exposure = 0;
     require(VXGetExposureTime(handle_, &exposure), "exposure time");
 }
@@ -160,6 +161,7 @@ void CameraCore::roundTrip()
 CameraCore::Command::Command(CameraCore& core) : core_(core), guard_(core.commands_)
 {
     core_.requireOpen();
+    core_.askFirst(came_);
     {
         std::lock_guard<std::mutex> guard(core_.state_);
         ++core_.commandsUnderWay_;

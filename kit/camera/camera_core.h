@@ -92,6 +92,7 @@ public:
     private:
         CameraCore& core_;
         bool isAnswered_ = false;
+        const SteadyTime came_ = std::chrono::steady_clock::now();
         std::unique_lock<std::recursive_mutex> guard_;
         std::shared_ptr<StreamCore> held_;
     };
@@ -106,6 +107,9 @@ private:
     void openFound(const FoundCamera& camera, const std::string& who);
     void listen();
     void identify();
+
+    // first_question.cpp
+    bool askFirst(SteadyTime since);
 
     // camera_settings.cpp
     std::optional<Value> learn(const std::string& name);
@@ -168,6 +172,9 @@ private:
     bool isCleared_ = true;              // nothing is left of it on the camera
     int commandsUnderWay_ = 0;
     bool isLinkUp_ = true;
+    uint64_t connection_ = 0, answeredOn_ = 0; // counted; the last one with a first answer
+    uint64_t silentOn_ = 0;                    // where the first question was in vain
+    SteadyTime silentUntil_;                   // on that one
     std::string lastWords_;
     bool isRestoreDue_ = false; // the link was lost, and with it, maybe, the settings
     std::optional<Temperatures> temperatures_;

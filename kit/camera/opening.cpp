@@ -97,6 +97,7 @@ struct CameraCore::Callbacks {
         {
             std::lock_guard<std::mutex> guard(camera.state_);
             camera.isLinkUp_ = isUp;
+            if (isUp) ++camera.connection_;
             camera.temperatures_.reset();
             if (!isUp) camera.lastWords_ = words;
             camera.isRestoreDue_ = true;
