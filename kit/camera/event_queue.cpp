@@ -1,5 +1,7 @@
 #include "camera/event_queue.h"
 
+#include "values/started_thread.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
@@ -101,7 +103,7 @@ struct EventQueue::State {
 };
 
 EventQueue::EventQueue()
-    : state_(std::make_shared<State>()), thread_([state = state_] { run(*state); })
+    : state_(std::make_shared<State>()), thread_(startedThread([state = state_] { run(*state); }))
 {}
 
 EventQueue::~EventQueue()

@@ -2,6 +2,8 @@
 #ifndef VXCAMKIT_KEEPER_H
 #define VXCAMKIT_KEEPER_H
 
+#include "values/started_thread.h"
+
 #include <vxcamkit/frame_times.h>
 
 #include <condition_variable>
@@ -21,7 +23,8 @@ class Keeper
 public:
     using Look = std::function<std::optional<SteadyTime>()>; // when to look next, unless woken
 
-    explicit Keeper(Look look) : look_(std::move(look)), thread_([this] { run(); }) {}
+    explicit Keeper(Look look) : look_(std::move(look)), thread_(startedThread([this] { run(); }))
+    {}
     ~Keeper() { stop(); }
     Keeper(const Keeper&) = delete;
     Keeper& operator=(const Keeper&) = delete;

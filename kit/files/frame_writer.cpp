@@ -1,3 +1,5 @@
+#include "values/started_thread.h"
+
 #include <vxcamkit/frame_writer.h>
 
 #include <vxcamkit/error.h>
@@ -97,9 +99,9 @@ FrameWriter::Body::Body(WriterOptions writerOptions) : options(std::move(writerO
 {
     try {
         for (size_t i = 0; i < kWriters; ++i) {
-            writers.emplace_back([this] { write(); });
+            writers.push_back(startedThread([this] { write(); }));
         }
-        keeper = std::thread([this] { keepAll(); });
+        keeper = startedThread([this] { keepAll(); });
     } catch (...) {
         isStopped = true;
         changed.notify_all();

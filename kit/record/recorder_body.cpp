@@ -1,6 +1,7 @@
 #include "record/recorder_body.h"
 
 #include "containers/pixel_crc.h"
+#include "values/started_thread.h"
 
 #include <vxcamkit/error.h>
 #include <vxcamkit/frame_file.h>
@@ -46,9 +47,9 @@ Recorder::Body::Body(std::string recordPath, RecordOptions recordOptions)
     checkRecord(path, options);
     try {
         for (size_t i = 0; i < kEncoders; ++i) {
-            threads.emplace_back([this] { encode(); });
+            threads.push_back(startedThread([this] { encode(); }));
         }
-        threads.emplace_back([this] { write(); });
+        threads.push_back(startedThread([this] { write(); }));
     } catch (...) {
         fail();
         join();

@@ -3,6 +3,7 @@
 #include "containers/pixel_crc.h"
 #include "readout/frame_facts.h"
 #include "readout/host_clock.h"
+#include "values/started_thread.h"
 #include "wire/capture_body.h"
 #include "wire/wire_format.h"
 
@@ -34,7 +35,7 @@ WireCapture::Body::Body(const std::string& path, bool force, std::string softwar
     file_.append(head.data(), head.size());
     file_.flush();
     books.fileBytes = file_.size();
-    thread_ = std::thread([this] { run(); });
+    thread_ = startedThread([this] { run(); });
 }
 
 WireCapture::Body::~Body()

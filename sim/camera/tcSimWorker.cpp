@@ -1,10 +1,17 @@
 #include "tcSimWorker.h"
 
+#include <system_error>
 #include <utility>
 
 tcSimWorker::tcSimWorker(uint32_t rows, uint32_t columns, uint64_t seed)
-    : mnRows(rows), mnColumns(columns), mnSeed(seed), mtThread([this] { Run(); })
-{}
+    : mnRows(rows), mnColumns(columns), mnSeed(seed)
+{
+    try {
+        mtThread = std::thread([this] { Run(); });
+    } catch (const std::system_error& error) {
+        throw std::system_error(error.code(), "cannot start a thread");
+    }
+}
 
 tcSimWorker::~tcSimWorker()
 {

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <string>
 #include <system_error>
 
 namespace {
@@ -38,6 +39,8 @@ TEST(SimThreads, ThatCannotBeMadeFailTheStartAndNothingElse)
             server.Start();
         } catch (const std::system_error& error) {
             EXPECT_EQ(error.code().value(), EAGAIN);
+            EXPECT_NE(std::string(error.what()).find("cannot start a thread"), std::string::npos)
+                << error.what();
             ++failures;
         }
         snLeft = -1;
