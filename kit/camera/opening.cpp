@@ -3,6 +3,7 @@
 #include "network/probe.h"
 #include "readout/frame_facts.h"
 #include "readout/host_clock.h"
+#include "values/escapes.h"
 #include "wire/capture_body.h"
 
 #include <vxcamkit/discover.h>
@@ -10,7 +11,6 @@
 #include "vxcamiface.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <map>
 
@@ -30,18 +30,50 @@ constexpr size_t kMostComplaintsKept = 64;
 constexpr unsigned kFlightTaps = eTapMessagesReceived | eTapMessagesSent | eTapLink;
 
 // Bytes of the hardware information, of cameras that lay it out like this.
+constexpr unsigned char kFirstBeyondAscii = 0x80;
+constexpr int kLongestCharacter = 4; // bytes, in UTF-8
 constexpr size_t kSerialAt = 0, kNameAt = 4, kNameBytes = 32, kVersionAt = 36, kBitsAt = 40;
+
+std::string utf8OfLatin(const std::string& bytes)
+{
+    std::string utf8;
+    for (const char byte : bytes) {
+        const auto code = static_cast<unsigned char>(byte);
+        if (code >= kFirstBeyondAscii) utf8 += static_cast<char>(0xC0U | code >> 6U);
+        utf8 += static_cast<char>(code < kFirstBeyondAscii ? code : 0x80U | (code & 0x3FU));
+    }
+    return utf8;
+}
+
+// In UTF-8, maybe cut within a character, or in Latin-1, most of it ASCII; what has control
+// characters, or looks like neither, is no name.
+std::string nameIn(const std::string& bytes)
+{
+    std::string name = bytes;
+    const auto isBeyond = [](char byte) {
+        return static_cast<unsigned char>(byte) >= kFirstBeyondAscii;
+    };
+    const bool mayBeCut = bytes.size() + 1 == kNameBytes;
+    for (int i = 1; i < kLongestCharacter && mayBeCut && !isUtf8(name); ++i) {
+        name.pop_back();
+    }
+    if (!isUtf8(name)) {
+        const auto others = std::count_if(bytes.begin(), bytes.end(), isBeyond);
+        if (2 * static_cast<size_t>(others) >= bytes.size()) return "";
+        name = utf8OfLatin(bytes);
+    }
+    std::string shown = name;
+    shown.erase(std::remove(shown.begin(), shown.end(), '\\'), shown.end());
+    return escaped(shown) == shown ? name : "";
+}
 
 Identity identityOf(const TVXCameraHardware& hardware)
 {
     const auto* const bytes = reinterpret_cast<const uint8_t*>(&hardware);
     const uint8_t* const nameEnd = std::find(bytes + kNameAt, bytes + kNameAt + kNameBytes, 0);
-    const std::string name(bytes + kNameAt, nameEnd);
-    const bool isKnown = !name.empty() && name.size() < kNameBytes &&
-                         std::all_of(name.begin(), name.end(), [](unsigned char character) {
-                             return std::isprint(character) != 0;
-                         });
-    if (!isKnown) return {};
+    if (nameEnd == bytes + kNameAt + kNameBytes) return {};
+    const std::string name = nameIn(std::string(bytes + kNameAt, nameEnd));
+    if (name.empty()) return {};
     uint32_t serial = 0, version = 0;
     uint16_t bits = 0;
     std::memcpy(&serial, bytes + kSerialAt, sizeof serial);

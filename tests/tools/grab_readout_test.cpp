@@ -64,6 +64,23 @@ double SecondsOf(const std::string& date)
 
 } // namespace
 
+TEST(Grab, WritesTheNameOfTheCameraAsFarAsAsciiGoes)
+{
+    tsSimOptions options;
+    options.columns = options.rows = 16;
+    options.name = "Überkamera";
+    options.serial = 1207;
+    tcSimServer camera(options);
+    tcFolder folder;
+    tcRun run({"grab", "127.0.0.1:" + std::to_string(camera.Start()), "-e", "1ms"}, In(folder));
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    EXPECT_THAT(run.Errors(), HasSubstr("INSTRUME: 'Überkamera' is written as 'Ueberkamera'"));
+    const tsContent content = ReadFits(folder.Path("frame.fits"));
+    EXPECT_EQ(content.keys.at("INSTRUME"), "Ueberkamera");
+    EXPECT_THAT(FileText(folder.Path("frame.fits")), HasSubstr("SERIAL  = '1207"));
+    ExpectVerified(folder.Path("frame.fits"));
+}
+
 TEST_F(GrabFrom, TimesAreTrueWithAnImageInterval)
 {
     Start();

@@ -33,6 +33,39 @@ TEST_F(Opening, TellsWhoTheCameraIs)
     EXPECT_EQ(camera.timeScale(), 1.0);
 }
 
+TEST_F(Opening, TellsNamesWithLettersBeyondAscii)
+{
+    const auto identityWith = [this](const std::string& name) {
+        options_.name = name;
+        options_.serial = 1207;
+        tcSimServer sim(options_);
+        return Camera::open("127.0.0.1:" + std::to_string(sim.Start())).identity();
+    };
+    const auto nameWith = [&](const std::string& name) {
+        const Identity identity = identityWith(name);
+        EXPECT_EQ(identity.serial, "1207") << name;
+        return identity.name;
+    };
+    EXPECT_EQ(nameWith("\xC3\x9C"
+                       "bercam"),
+              "\xC3\x9C"
+              "bercam");
+    EXPECT_EQ(nameWith("\xE6\x98\x9F"), "\xE6\x98\x9F");
+    EXPECT_EQ(nameWith("\xDC"
+                       "bercam"),
+              "\xC3\x9C"
+              "bercam");            // Latin-1
+    const std::string cut(30, 'x'); // a byte of the letter fits, too
+    EXPECT_EQ(nameWith(cut + "\xC3\x9C"), cut);
+    for (const char* none : {"",
+                             "a\x01"
+                             "b",
+                             "\xFF\xFE\xFD", "a\xC2\x85"}) {
+        const Identity identity = identityWith(none);
+        EXPECT_EQ(identity.name + identity.serial, "");
+    }
+}
+
 TEST_F(Opening, OpensTheSimulatedCameraInThisProcess)
 {
     Camera camera = Camera::open("sim?sensor=40x30&scale=10&seed=5");
