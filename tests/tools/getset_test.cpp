@@ -157,6 +157,7 @@ TEST(GetSet, BlocksOfBytesGoToFilesAndComeFromThem)
     tcRun run({"set", "sim", "timing-data=@" + folder.Path("in"), "get",
                "timing-data@" + folder.Path("out"), gsSmall});
     EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    EXPECT_THAT(run.Output(), HasSubstr("\ntiming-data: 0x78"));
     EXPECT_THAT(run.Output(), HasSubstr("... (4356 bytes) in " + folder.Path("out")));
     EXPECT_EQ(FileText(folder.Path("out")), timing);
 }
@@ -195,18 +196,23 @@ TEST(GetSet, QuietPrintsNothing)
 
 namespace {
 
+std::vector<std::string> LinesOf(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
 // The lines of `get --for-set`, behind these words.
 std::vector<std::string> ForSet(const std::string& target, std::vector<std::string> words)
 {
     words.insert(words.begin(), {"get", target, "--for-set"});
     tcRun run(words);
     EXPECT_EQ(run.Exit(), 0) << run.Errors();
-    std::vector<std::string> lines;
-    std::istringstream in(run.Output());
-    for (std::string line; std::getline(in, line);) {
-        lines.push_back(line);
-    }
-    return lines;
+    return LinesOf(run.Output());
 }
 
 void Set(const std::string& target, std::vector<std::string> words)
@@ -236,6 +242,43 @@ private:
 };
 
 } // namespace
+
+TEST(GetSet, WhatIsPrintedOfWritablePropertiesCanBeHandedToSet)
+{
+    tcCamera camera;
+    tcRun get({"get", camera.Target()});
+    EXPECT_EQ(get.Exit(), 0) << get.Errors();
+    std::vector<std::string> words = {"set", camera.Target()};
+    for (const std::string& line : LinesOf(get.Output())) {
+        const vxcam::PropertyName name = vxcam::findProperty(line.substr(0, line.find('=')));
+        if (name.property->isWritable()) words.push_back(line);
+    }
+    EXPECT_GT(words.size(), 15u);
+    tcRun set(words);
+    EXPECT_EQ(set.Exit(), 0) << set.Errors();
+    tcRun again({"get", camera.Target()});
+    EXPECT_EQ(again.Exit(), 0);
+    EXPECT_EQ(again.Output(), get.Output());
+}
+
+TEST(GetSet, LongBlocksAreShortOnATerminalButNotWhereTheyAreAskedFor)
+{
+    const auto shownOf = [](const std::string& words) {
+        tcRun::tsHow how;
+        how.program = "script"; // which has a terminal for it
+        const std::string command = std::string(VXCAM_PROGRAM) + " get sim " + gsSmall + words;
+        tcRun run({"--quiet", "--return", "--command", command, "/dev/null"}, how);
+        EXPECT_EQ(run.Exit(), 0) << run.Errors();
+        return run.Output();
+    };
+    const std::string all = shownOf("");
+    EXPECT_THAT(all, HasSubstr("timing-data: 0x00"));
+    EXPECT_THAT(all, HasSubstr("... (4356 bytes)\r\n"));
+    EXPECT_THAT(all, HasSubstr("exposure=1s\r\n"));
+    for (const char* words : {" timing-data", " --for-set"}) {
+        EXPECT_THAT(shownOf(words), HasSubstr("timing-data=0x" + std::string(4356 * 2, '0')));
+    }
+}
 
 // Each property that can be read and set, with a value that is not the one it has from the start.
 TEST(GetSet, WhatIsPrintedForSetCanBeHandedToSet)

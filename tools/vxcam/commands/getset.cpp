@@ -14,6 +14,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <unistd.h>
+
 #include <algorithm>
 
 const char* const gsGetExamples =
@@ -61,6 +63,7 @@ private:
     void DoOneOfAll(vxcam::Camera& camera, const tsStep& step);
     void Do(vxcam::Camera& camera, const tsStep& step);
     void Describe(const tsStep& step, const vxcam::Value& told);
+    bool IsShort(const tsStep& step, const vxcam::Value& told) const;
     void Print(const tsStep& step, const vxcam::Value& told) const;
 
     const bool mbSets; // the words up to the first `get` or `set`
@@ -193,11 +196,20 @@ void tcGetSet::Describe(const tsStep& step, const vxcam::Value& told)
     mDocument["steps"].push_back(entry);
 }
 
+// Of a block that goes to a file, and of one that would drown all the others on a terminal. Its
+// line is none that set takes, nor does it look like one.
+bool tcGetSet::IsShort(const tsStep& step, const vxcam::Value& told) const
+{
+    const bool isSeen = step.isOneOfAll && !mbForSet && ::isatty(STDOUT_FILENO) == 1;
+    return !step.file.empty() || (isSeen && told.shown() != told.text());
+}
+
 void tcGetSet::Print(const tsStep& step, const vxcam::Value& told) const
 {
     if (mbJson || mtCommon.quiet) return;
-    const bool isReadable = step.named.property->isReadable();
-    std::string line = step.named.text + "=" + (mbForSet ? told.text() : told.shown());
+    const bool isReadable = step.named.property->isReadable(), isShort = IsShort(step, told);
+    std::string line = step.named.text + (isShort ? ": " : "=") +
+                       (isShort || step.asked ? told.shown() : told.text());
     if (step.asked && !isReadable) line += " (sent; the camera does not tell it)";
     if (step.asked && isReadable && !vxcam::isAsAsked(*step.asked, told)) {
         line += " (asked for " + step.asked->shown() + ")";
