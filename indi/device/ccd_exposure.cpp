@@ -58,6 +58,7 @@ double secondsNow()
 Plan CcdDevice::planOf(double seconds) const
 {
     Plan plan;
+    plan.kind = ReadoutKind::Area;
     plan.type = typeOf(PrimaryCCD.getFrameType());
     plan.exposure = std::chrono::milliseconds(std::llround(seconds * 1000));
     if (plan.type == FrameType::Bias) plan.exposure = std::chrono::milliseconds(0);

@@ -86,6 +86,11 @@ std::string Camera::restore()
     return core_->restore();
 }
 
+ReadoutKind Camera::kindOf(const Plan& plan)
+{
+    return core_->kindOf(plan);
+}
+
 Stream Camera::stream(const Plan& plan)
 {
     return Stream(core_->stream(plan));

@@ -130,6 +130,9 @@ public:
     // back. What could not be restored, and why; empty if all was.
     std::string restore();
 
+    // The kind that a readout by this plan would have now: never AsSet. Throws Error as get() does.
+    ReadoutKind kindOf(const Plan& plan);
+
     // Starts a readout. Throws Error: Usage for a plan that this camera cannot take, before
     // anything is sent, and while a readout runs; what else goes wrong on the way. A readout that
     // was abandoned is ended on the camera first, so that none of its frames is taken for one of

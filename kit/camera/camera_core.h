@@ -41,7 +41,8 @@ public:
     CameraCore& operator=(const CameraCore&) = delete;
 
     void close();
-    std::shared_ptr<StreamCore> stream(const Plan& plan);
+    std::shared_ptr<StreamCore> stream(Plan plan);
+    ReadoutKind kindOf(const Plan& plan);
     void abort();
     Subscription onEvent(EventHandler handler) { return events_.listen(std::move(handler)); }
 
@@ -127,6 +128,7 @@ private:
     void applyPlan(const Plan& plan);
     void undoPlan();
     void abandonPlan();
+    ReadoutKind kindSet();
     bool isNoAreaKnown() const;
     void fillFacts(const Plan& plan, FrameFacts* facts);
     ExposurePlan exposurePlan(std::chrono::nanoseconds exposure);

@@ -23,6 +23,7 @@ constexpr size_t kUsualBytes = size_t{256} << 20;
 constexpr int kBinnedBits = 32;
 constexpr unsigned short kShutterStaysClosed = 0x0001; // flag of an area readout
 constexpr int kMostFactor = 65535, kMostTable = 7, kMostFlags = 65535;
+constexpr int kUsualBits = 16;
 
 bool isDark(const Plan& plan)
 {
@@ -33,6 +34,16 @@ std::optional<microseconds> exposureOf(const Plan& plan)
 {
     if (!plan.exposure && plan.type == FrameType::Bias) return microseconds(0);
     return plan.exposure;
+}
+
+// As far as what is given decides it; as set, if that is for the camera to say.
+ReadoutKind kindGiven(const Plan& plan)
+{
+    if (plan.kind != ReadoutKind::AsSet) return plan.kind;
+    if (plan.binningX || plan.binningY) return ReadoutKind::Binned;
+    const bool isOfArea =
+        plan.area || !plan.regions.empty() || plan.bits != kUsualBits || plan.mode != 0;
+    return isOfArea ? ReadoutKind::Area : ReadoutKind::AsSet;
 }
 
 Area areaOf(const Value& value)
@@ -88,7 +99,7 @@ size_t bufferBytes(const Plan& plan, const FrameFacts& facts)
 void CameraCore::checkPlan(const Plan& plan) const
 {
     const auto refuse = [this](const std::string& text) { fail(ErrorKind::Usage, text); };
-    const bool isArea = plan.kind == ReadoutKind::Area;
+    const bool isArea = plan.kind == ReadoutKind::Area || plan.kind == ReadoutKind::AsSet;
     if (plan.frames < 0 || plan.frames > kMostFrames) refuse("frames: 0 to 32767");
     if (isArea && plan.bits != 8 && plan.bits != 16) refuse("bits: 8 or 16 of the area kind");
     if (!isArea && plan.bits != 16 && plan.bits != kBinnedBits)
@@ -176,6 +187,27 @@ void CameraCore::applyPlan(const Plan& plan)
         undo_.emplace_back(shutter, made != nullptr ? made->value : Value::list({0, 0}));
         sendProperty(*this, shutter, Value::list({1, 0}));
     }
+}
+
+ReadoutKind CameraCore::kindOf(const Plan& plan)
+{
+    const ReadoutKind given = kindGiven(plan);
+    if (given != ReadoutKind::AsSet) return given;
+    const Command command(*this);
+    try {
+        return kindSet();
+    } catch (const Error& error) {
+        throw named(error);
+    }
+}
+
+// Bins of one pixel, and of none, are no bins.
+ReadoutKind CameraCore::kindSet()
+{
+    const std::optional<Value> bins = learn("simple-binning");
+    const bool isBinned =
+        bins && !bins->isNothing() && std::max((*bins)[0].toInt(), (*bins)[1].toInt()) > 1;
+    return isBinned ? ReadoutKind::Binned : ReadoutKind::Area;
 }
 
 // Neither an area nor regions were set on this connection.
@@ -291,14 +323,16 @@ int CameraCore::sendReadout(const StreamSetup& setup)
     case ReadoutKind::MaskBinned:
         return VXReadCCDMaskBinned(handle_, nullptr, nullptr, frames, mode);
     case ReadoutKind::Area:
+    case ReadoutKind::AsSet:
         break;
     }
     return plan.bits == 8 ? VXReadCCDArea8(handle_, nullptr, frames, flags)
                           : VXReadCCDArea(handle_, nullptr, frames, flags);
 }
 
-std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
+std::shared_ptr<StreamCore> CameraCore::stream(Plan plan)
 {
+    plan.kind = kindGiven(plan);
     checkPlan(plan);
     Command command(*this);
     {
@@ -309,6 +343,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(const Plan& plan)
     clearAway();
     std::shared_ptr<StreamCore> next;
     try {
+        if (plan.kind == ReadoutKind::AsSet) plan.kind = kindSet();
         applyPlan(plan);
         const StreamSetup setup = setUp(plan);
         const auto& buffers = setup.pool->buffers();

@@ -69,6 +69,8 @@ const char* nameOf(ReadoutKind kind)
         return "binned";
     case ReadoutKind::MaskBinned:
         return "mask-binned";
+    case ReadoutKind::AsSet:
+        return "as-set";
     case ReadoutKind::Area:
         break;
     }

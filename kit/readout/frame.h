@@ -17,14 +17,16 @@
 namespace vxcam {
 
 enum class ReadoutKind {
-    Area,      // sensor pixels, 8 or 16 bits
-    Binned,    // sums of a grid of bins, 32 bits
-    MaskBinned // sums of the bins of the camera's mask, 32 bits
+    Area,       // sensor pixels, 8 or 16 bits
+    Binned,     // sums of a grid of bins, 32 bits
+    MaskBinned, // sums of the bins of the camera's mask, 32 bits
+    AsSet       // of plans alone: one of the first two
 };
 enum class FrameType { Light, Dark, Bias, Flat };
 
-VXCAMKIT_EXPORT const char* nameOf(ReadoutKind kind); // "area", "binned", "mask-binned"
-VXCAMKIT_EXPORT const char* nameOf(FrameType type);   // "light", "dark", "bias", "flat"
+// "area", "binned", "mask-binned", "as-set"
+VXCAMKIT_EXPORT const char* nameOf(ReadoutKind kind);
+VXCAMKIT_EXPORT const char* nameOf(FrameType type); // "light", "dark", "bias", "flat"
 
 // Something that the camera complained of while the frame's readout ran.
 struct Complaint {

@@ -24,7 +24,10 @@ enum class WhenFull {
 // Every field has a default that takes a picture. What is given holds for this readout; afterwards
 // the camera is set to what it was set to before. What is not given is what the camera is set to.
 struct Plan {
-    ReadoutKind kind = ReadoutKind::Area;
+    // As set: of the binned kind where bins are given; of the area kind where an area, regions, 8
+    // bits or flags are; else of the binned kind where the camera is set to simple binning of more
+    // than one pixel, whatever its area, and of the area kind where it is not.
+    ReadoutKind kind = ReadoutKind::AsSet;
     FrameType type = FrameType::Light; // darks and bias frames keep the shutter closed
     std::optional<std::chrono::microseconds> exposure; // whole ms; bias frames: 0 unless given
     int frames = 1;                                    // up to 32767; 0: until stopped

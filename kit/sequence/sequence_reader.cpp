@@ -149,6 +149,7 @@ private:
         step->kind = SequenceStep::Kind::Frames;
         step->name = name;
         Plan& plan = step->plan;
+        plan.kind = ReadoutKind::Area;
         plan.type = type;
         if (type == FrameType::Bias) plan.exposure = milliseconds(0);
         SequenceKeys keys = {

@@ -28,10 +28,11 @@ CoreCamera open(const std::string& target, const std::string& restore, const std
 ReadoutKind kindNamed(const std::string& name)
 {
     for (const ReadoutKind kind :
-         {ReadoutKind::Area, ReadoutKind::Binned, ReadoutKind::MaskBinned}) {
+         {ReadoutKind::Area, ReadoutKind::Binned, ReadoutKind::MaskBinned, ReadoutKind::AsSet}) {
         if (name == nameOf(kind)) return kind;
     }
-    throw Error(ErrorKind::Usage, "kind: '" + name + "' is none of area, binned and mask-binned");
+    throw Error(ErrorKind::Usage,
+                "kind: '" + name + "' is none of area, binned, mask-binned and as-set");
 }
 
 FrameType typeNamed(const std::string& name)

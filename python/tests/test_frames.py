@@ -33,6 +33,19 @@ def test_a_binned_frame_has_sums_of_32_bits(camera):
     assert (frame.array == 6000).all() and frame.sum == 6000 * 16 * 32
 
 
+def test_a_frame_is_binned_as_the_camera_is_set_unless_asked_for_otherwise(camera):
+    camera.simple_binning = (3, 2)
+    frame = camera.grab()
+    assert (frame.kind, frame.binning, frame.bits) == ("binned", (2, 3), 32)
+    assert [shot.kind for shot in camera.stream(frames=2)] == ["binned", "binned"]
+    for asked in ({"bits": 16}, {"bits": 8}, {"area": (0, 0, 8, 8)}, {"kind": "area"}):
+        assert camera.grab(**asked).kind == "area", asked
+    assert camera.grab(binning=4).binning == (4, 4)
+    assert camera.grab(kind="as-set").binning == (2, 3)
+    camera.simple_binning = (1, 1)
+    assert camera.grab().kind == "area"
+
+
 def test_pixels_stand_where_the_camera_read_them(camera):
     camera.test_pattern = (4, 7)  # row + column + 7
     rows, columns = numpy.mgrid[0:48, 0:64]

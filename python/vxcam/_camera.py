@@ -68,14 +68,20 @@ def _pair(binning: Union[int, Sequence[int], None]) -> Optional[tuple[int, int]]
 
 def _plan(
     kind: Optional[str],
+    bits: Optional[int],
     binning: Union[int, Sequence[int], None],
     area: Optional[Sequence[int]],
     regions: Optional[Iterable[Sequence[int]]],
     **given: Any,
 ) -> dict[str, Any]:
     pair = _pair(binning)
+    if kind is None and pair is not None:
+        kind = "binned"
+    elif kind is None and bits is not None:
+        kind = "area"
     return {
-        "kind": kind if kind is not None or pair is None else "binned",
+        "kind": kind,
+        "bits": bits,
         "binning": pair,
         "area": _area(area),
         "regions": None if regions is None else [_area(region) for region in regions],
@@ -169,7 +175,7 @@ class Camera(CameraProperties):
     def grab(
         self,
         exposure: Optional[Seconds] = None,
-        bits: int = 16,
+        bits: Optional[int] = None,
         area: Optional[Sequence[int]] = None,
         timeout: Optional[Seconds] = None,
         *,
@@ -183,20 +189,22 @@ class Camera(CameraProperties):
         """Takes one frame.
 
         exposure: seconds or a timedelta; what the camera is set to if it is not given.
-        bits: 8 or 16; binned frames have 32.
+        bits: 8 or 16, which is what is taken when it is not given; binned frames have 32.
         area: (column, row, columns, rows) of the sensor; what the camera is set to if not given.
         timeout: seconds until the frame has to be there; not given, ten seconds of silence beyond
             the moment when something is due, and any time while a trigger is waited for.
         type: "light", "dark", "bias" (shutter closed, no exposure) or "flat".
-        binning: columns and rows in a bin, or one number for both; kind: "area", "binned" or
-            "mask-binned"; regions: several areas; mode: the number of the binning table.
+        binning: columns and rows in a bin, or one number for both; kind: "area", "binned",
+            "mask-binned" or "as-set"; regions: several areas; mode: the number of the binning table.
+            When nothing of this, no area and no bits are given, the frame is binned if the camera's
+            simple_binning is set to more than one pixel.
         settings: whether the frame carries the properties in force.
 
         What is given holds for this frame. Raises IncompleteFrame, which has the frame, when some of
         it is missing, CameraTimeout, LinkLost, CameraError, Aborted, and UsageError for what this
         camera cannot take. Ctrl-C ends it at once and aborts the readout.
         """
-        plan = _plan(kind, binning, area, regions, exposure=exposure, bits=bits, type=type, mode=mode,
+        plan = _plan(kind, bits, binning, area, regions, exposure=exposure, type=type, mode=mode,
                      settings=settings, frames=1)
         return Frame(self._core.grab(plan, timeout))
 
@@ -207,7 +215,7 @@ class Camera(CameraProperties):
         when_full: str = "wait",
         *,
         exposure: Optional[Seconds] = None,
-        bits: int = 16,
+        bits: Optional[int] = None,
         area: Optional[Sequence[int]] = None,
         timeout: Optional[Seconds] = None,
         type: str = "light",
@@ -229,7 +237,7 @@ class Camera(CameraProperties):
         """
         if when_full not in _WHEN_FULL:
             raise UsageError(f"when_full: {when_full!r} is none of {', '.join(_WHEN_FULL)}")
-        plan = _plan(kind, binning, area, regions, exposure=exposure, bits=bits, type=type, mode=mode,
+        plan = _plan(kind, bits, binning, area, regions, exposure=exposure, type=type, mode=mode,
                      settings=settings, frames=0 if frames is None else operator.index(frames),
                      buffers=0 if buffers is None else operator.index(buffers), when_full=when_full)
         return Stream(self, self._core.start(plan, timeout), timeout)
@@ -241,7 +249,7 @@ class Camera(CameraProperties):
         when_full: str = "wait",
         *,
         exposure: Optional[Seconds] = None,
-        bits: int = 16,
+        bits: Optional[int] = None,
         area: Optional[Sequence[int]] = None,
         timeout: Optional[Seconds] = None,
         type: str = "light",

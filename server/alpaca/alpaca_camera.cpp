@@ -236,6 +236,7 @@ void AlpacaCamera::startExposure(double seconds, bool isLight)
     plan.exposure = std::chrono::milliseconds(std::llround(seconds / kExposureStep));
     plan.type = isLight ? FrameType::Light : FrameType::Dark;
     if (now.binX == 1 && now.binY == 1) {
+        plan.kind = ReadoutKind::Area;
         plan.area = Area{now.startX, now.startY, now.numX, now.numY};
         plan.bits = readoutMode() == 1 ? 8 : 16;
     } else {

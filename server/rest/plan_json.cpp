@@ -94,8 +94,13 @@ Plan planOf(const Json& json)
     Plan plan;
     Members members(json);
     takeGeometry(members, &plan);
-    plan.kind = wordOf("kind", members.takeText("kind", nameOf(plan.kind)),
-                       {ReadoutKind::Area, ReadoutKind::Binned, ReadoutKind::MaskBinned});
+    if (const Json bits = members.take("bits"); !bits.is_null()) {
+        plan.bits = intOf("bits", bits);
+        if (plan.kind == ReadoutKind::AsSet) plan.kind = ReadoutKind::Area;
+    }
+    plan.kind = wordOf(
+        "kind", members.takeText("kind", nameOf(plan.kind)),
+        {ReadoutKind::Area, ReadoutKind::Binned, ReadoutKind::MaskBinned, ReadoutKind::AsSet});
     plan.type = wordOf("type", members.takeText("type", nameOf(plan.type)),
                        {FrameType::Light, FrameType::Dark, FrameType::Bias, FrameType::Flat});
     if (const Json time = members.take("exposure"); !time.is_null()) {
@@ -105,7 +110,6 @@ Plan planOf(const Json& json)
         plan.timeout = timeOf("timeout", time);
     }
     plan.frames = members.takeInt("frames", plan.frames);
-    plan.bits = members.takeInt("bits", plan.bits);
     plan.mode = members.takeInt("mode", plan.mode);
     if (plan.frames == 0) plan.whenFull = WhenFull::DropNewest;
     plan.whenFull = whenFullOf(members.takeText("when_full", nameOf(plan.whenFull)));

@@ -80,6 +80,13 @@ class Exposures(Rest):
         pixels = numpy.frombuffer(body, "<u4")
         self.assertEqual((pixels.size, set(pixels.tolist())), (32 * 48, {56}))
 
+    def test_a_frame_is_binned_as_the_camera_is_set_unless_asked_for_otherwise(self):
+        self.server.ask("PUT", CAMERA + "/properties/simple-binning", {"value": "2,4"})
+        for number, (plan, size) in enumerate([({}, ("32", "48")), ({"bits": 16}, ("128", "96"))], 1):
+            self.server.expose(exposure=0, **plan)
+            headers = self.server.get(f"{CAMERA}/exposures/{number}/frame.raw").headers
+            self.assertEqual((headers["x-frame-columns"], headers["x-frame-rows"]), size)
+
     def test_every_frame_of_an_exposure_can_be_had(self):
         exposure = self.server.expose(exposure=0.001, frames=3)
         self.assertEqual([frame["number"] for frame in exposure["frames"]], [1, 2, 3])

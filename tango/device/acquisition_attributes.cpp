@@ -113,7 +113,7 @@ void addSettings(Attributes* attributes)
     addNumber(attributes, "ReadoutMode", &Plan::mode,
               setting("of binned kinds the number of the binning table, else flags of the readout",
                       "", "0", "65535"));
-    addEnum(attributes, "ReadoutKind", &Plan::kind, ReadoutKind::MaskBinned,
+    addEnum(attributes, "ReadoutKind", &Plan::kind, ReadoutKind::AsSet,
             setting("pixels of the sensor, or sums of bins"));
     addEnum(attributes, "FrameType", &Plan::type, FrameType::Flat,
             setting("darks and bias frames keep the shutter closed"));

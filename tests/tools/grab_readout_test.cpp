@@ -64,6 +64,28 @@ double SecondsOf(const std::string& date)
 
 } // namespace
 
+TEST_F(GrabFrom, BinsAsTheCameraIsSetToUnlessToldOtherwise)
+{
+    Start();
+    const auto sizeWith = [this](const std::vector<std::string>& words) {
+        Grab(words);
+        const tsContent content = Content();
+        return std::to_string(content.columns) + "x" + std::to_string(content.rows) + " bins of " +
+               content.keys.at("XBINNING");
+    };
+    Set({"exposure=10ms", "simple-binning=2,3"});
+    EXPECT_EQ(sizeWith({}), "40x45 bins of 3");
+    EXPECT_EQ(sizeWith({"--binned"}), "40x45 bins of 3");
+    EXPECT_EQ(sizeWith({"--binning", "1"}), "120x90 bins of 1");
+    EXPECT_EQ(sizeWith({"--bits", "16"}), "120x90 bins of 1");
+    EXPECT_EQ(sizeWith({"--area", "0,0,60,40"}), "60x40 bins of 1");
+    EXPECT_EQ(sizeWith({"--binning", "5,1"}), "24x90 bins of 5");
+    EXPECT_EQ(sizeWith({"--binning", "10"}), "12x9 bins of 10");
+    EXPECT_THAT(Get("simple-binning"), HasSubstr("=2,3,"));
+    Set({"simple-binning=1,1"});
+    EXPECT_EQ(sizeWith({}), "120x90 bins of 1");
+}
+
 TEST(Grab, WritesTheNameOfTheCameraAsFarAsAsciiGoes)
 {
     tsSimOptions options;
@@ -79,6 +101,22 @@ TEST(Grab, WritesTheNameOfTheCameraAsFarAsAsciiGoes)
     EXPECT_EQ(content.keys.at("INSTRUME"), "Ueberkamera");
     EXPECT_THAT(FileText(folder.Path("frame.fits")), HasSubstr("SERIAL  = '1207"));
     ExpectVerified(folder.Path("frame.fits"));
+}
+
+TEST(Grab, RefusesBinsBesideWhatIsNotBinned)
+{
+    const std::vector<std::vector<std::string>> wrong = {{"--binning", "2", "--bits", "16"},
+                                                         {"--binning", "2", "--area", "0,0,8,8"},
+                                                         {"--binning", "2", "--mask-binned"},
+                                                         {"--binning", "0"},
+                                                         {"--binning", "2,2,2"},
+                                                         {"--binning", "2x2"}};
+    for (std::vector<std::string> words : wrong) {
+        words.insert(words.begin(), {"grab", "sim"});
+        tcRun run(words);
+        EXPECT_EQ(run.Exit(), 1) << testing::PrintToString(words);
+        EXPECT_THAT(run.Errors(), HasSubstr("binning"));
+    }
 }
 
 TEST_F(GrabFrom, TimesAreTrueWithAnImageInterval)

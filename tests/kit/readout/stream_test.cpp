@@ -217,7 +217,7 @@ TEST_F(Streams, RefusedByTheCameraEndAtOnce)
 TEST_F(Streams, RefusePlansBeforeAnythingIsSent)
 {
     Camera& camera = open();
-    std::vector<Plan> plans(14);
+    std::vector<Plan> plans(16);
     plans[0].frames = -1;
     plans[1].frames = 32768;
     plans[2].bits = 32;
@@ -226,6 +226,7 @@ TEST_F(Streams, RefusePlansBeforeAnythingIsSent)
     plans[5].area = Area{0, 0, kColumns + 1, 1};
     plans[6].area = Area{-1, 0, 1, 1};
     plans[7].area = Area{0, 0, 0, 1};
+    plans[8].kind = ReadoutKind::Area;
     plans[8].binningX = 2;
     plans[9].kind = ReadoutKind::Binned;
     plans[9].bits = 8;
@@ -235,11 +236,52 @@ TEST_F(Streams, RefusePlansBeforeAnythingIsSent)
     plans[11].mode = 8;
     plans[12].buffers = -1;
     plans[13].timeout = 0ms;
+    plans[14].binningX = 2; // and so binned
+    plans[14].area = Area{0, 0, 1, 1};
+    plans[15].binningY = 2;
+    plans[15].bits = 8;
     const uint64_t sent = camera.statistics().messagesSent;
     for (size_t i = 0; i < plans.size(); ++i) {
         EXPECT_EQ(errorOf([&] { camera.stream(plans[i]); }).kind(), ErrorKind::Usage) << i;
     }
     EXPECT_EQ(camera.statistics().messagesSent, sent);
+}
+
+TEST_F(Streams, BinAsTheCameraIsSetToUnlessThePlanSaysOtherwise)
+{
+    Camera& camera = open();
+    const auto kindOfFrame = [&](const Plan& plan) {
+        const ReadoutKind kind = camera.kindOf(plan);
+        const FrameFacts facts = camera.grab(plan).facts();
+        EXPECT_EQ(facts.kind, kind);
+        return facts.kind;
+    };
+    Plan plan = planOf(1), area = plan, bytes = plan, pixels = plan, bins = plan;
+    area.area = Area{0, 0, 8, 4};
+    bytes.bits = 8;
+    pixels.kind = ReadoutKind::Area;
+    bins.binningX = bins.binningY = 2;
+    EXPECT_EQ(kindOfFrame(plan), ReadoutKind::Area);
+    EXPECT_EQ(kindOfFrame(bins), ReadoutKind::Binned);
+    EXPECT_EQ(kindOfFrame(plan), ReadoutKind::Area);
+
+    camera.set("simple-binning", "2,4");
+    camera.set("area-regions", "0,0,16,4/0,8,16,4");
+    EXPECT_EQ(kindOfFrame(plan), ReadoutKind::Binned);
+    const Frame frame = camera.grab(plan);
+    EXPECT_EQ(frame.bits(), 32);
+    EXPECT_EQ(frame.rows(), kRows / 2);
+    EXPECT_EQ(frame.columns(), kColumns / 4);
+    EXPECT_EQ(kindOfFrame(area), ReadoutKind::Area);
+    EXPECT_EQ(kindOfFrame(bytes), ReadoutKind::Area);
+    EXPECT_EQ(kindOfFrame(pixels), ReadoutKind::Area);
+    EXPECT_EQ(camera.grab(bins).columns(), kColumns / 2);
+    EXPECT_EQ(camera.grab(plan).columns(), kColumns / 4);
+
+    camera.set("simple-binning", "1,1");
+    EXPECT_EQ(kindOfFrame(plan), ReadoutKind::Area);
+    camera.set("simple-binning", "1,2");
+    EXPECT_EQ(kindOfFrame(plan), ReadoutKind::Binned);
 }
 
 TEST_F(Streams, RunOneAtATime)

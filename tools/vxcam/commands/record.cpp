@@ -117,6 +117,7 @@ void tcRecord::CheckArguments()
     vxcam::checkRecord(msOutput, mtOptions);
 }
 
+// Of the plan, whose kind is known by now.
 uint64_t tcRecord::FrameBytes(const vxcam::Size& sensor) const
 {
     uint64_t pixels = uint64_t(sensor.columns) * uint64_t(sensor.rows);
@@ -289,6 +290,7 @@ void tcRecord::Run()
     CheckArguments();
     vxcam::Camera camera = OpenCamera(mtCommon);
     mPlanOptions.CheckAreas(mtPlan, camera.sensor());
+    mtPlan.kind = camera.kindOf(mtPlan);
     const uint64_t frameBytes = FrameBytes(camera.sensor());
     DivideBuffer(frameBytes);
     RequireRoom(frameBytes);

@@ -123,6 +123,7 @@ void tcFlat::CheckArguments()
     mtGoal.first = ParseDuration(msFirst);
     mtGoal.most = ParseDuration(msLongest);
     if (mtGoal.most.count() < 1) throw tcFailure(eExitUsage, "--longest: at least 1 ms");
+    mtPlan.kind = vxcam::ReadoutKind::Area;
     mtPlan.type = vxcam::FrameType::Flat;
     mtPlan.bits = mnBits;
     if (!msArea.empty()) mtPlan.area = ParseArea(msArea);

@@ -96,6 +96,7 @@ void tcPtc::CheckArguments()
     }
     mLongest = ParseDuration(msLongest);
     if (mLongest.count() < 1) throw tcFailure(eExitUsage, "--longest: at least 1 ms");
+    mtPlan.kind = vxcam::ReadoutKind::Area;
     mtPlan.type = vxcam::FrameType::Flat;
     mtPlan.frames = 2;
     if (!msArea.empty()) mtPlan.area = ParseArea(msArea);

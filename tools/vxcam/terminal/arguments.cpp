@@ -101,6 +101,19 @@ std::vector<vxcam::Area> ParseAreas(const std::string& text)
     return areas;
 }
 
+std::pair<int, int> ParseBins(const std::string& text)
+{
+    const std::vector<std::string> parts = Split(text, ',');
+    if (parts.size() > 2) Refuse("binning", text, "write columns,rows, or one number for both");
+    std::array<int, 2> numbers{};
+    for (size_t i = 0; i < parts.size(); ++i) {
+        if (!WholeNumber(parts[i], &numbers[i]) || numbers[i] < 1 || numbers[i] > 65535) {
+            Refuse("binning", text, "columns and rows in a bin are 1 to 65535");
+        }
+    }
+    return {numbers[0], numbers[parts.size() - 1]};
+}
+
 uint64_t ParseBytes(const std::string& text)
 {
     constexpr double most = 1e18;

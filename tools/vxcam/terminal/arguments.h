@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 // A TCP or UDP port of a host.
@@ -28,6 +29,9 @@ uint64_t ParseBytes(const std::string& text);
 // "x,y,w,h", 0 to 65535 each, w and h at least 1; and several, with slashes between them.
 vxcam::Area ParseArea(const std::string& text);
 std::vector<vxcam::Area> ParseAreas(const std::string& text);
+
+// "2" or "2,1": columns and rows in a bin, 1 to 65535 each.
+std::pair<int, int> ParseBins(const std::string& text);
 
 // "2048x1024": columns, rows.
 vxcam::Size ParseSize(const std::string& text);

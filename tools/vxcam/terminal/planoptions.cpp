@@ -25,12 +25,18 @@ void tcPlanOptions::DeclareReadout(tcCommandLine& line)
         line.Option("--area", &msAreas, "AREA",
                     "part of the sensor to read: x,y,width,height; several with / between them; "
                     "else the regions that the camera is set to, or the whole");
-    const tcOption bits = line.Option("--bits", &mnBits, "NUMBER", "bits a pixel: 8 or 16");
+    const tcOption bits =
+        line.Option("--bits", &mBits, "NUMBER", "bits a pixel, not binned: 8 or 16; else 16");
+    const tcOption bins =
+        line.Option("--binning", &msBins, "BINS",
+                    "columns,rows in a bin, or one number for both; 1: not binned; else as the "
+                    "camera's simple-binning is set");
     const tcOption binned = line.Flag("--binned", &mbBinned, "binned readout, 32 bits a pixel");
     const tcOption mask = line.Flag("--mask-binned", &mbMaskBinned,
                                     "readout by the mask that the camera holds, 32 bits a pixel");
     area.Excludes(binned).Excludes(mask);
     bits.Excludes(binned).Excludes(mask);
+    bins.Excludes(mask);
     binned.Excludes(mask);
     line.Option("--timeout", &msTimeout, "TIME",
                 "silence beyond the time when a frame is due that ends the readout; 20s, and any "
@@ -42,21 +48,42 @@ vxcam::Plan tcPlanOptions::Plan() const
     vxcam::Plan plan;
     if (!msExposure.empty()) plan.exposure = ParseDuration(msExposure);
     if (!msTimeout.empty()) plan.timeout = ParseDuration(msTimeout);
-    plan.bits = mnBits;
-    if (mnBits != gnFewBits && mnBits != gnUsualBits) {
+    plan.bits = mBits.value_or(gnUsualBits);
+    if (plan.bits != gnFewBits && plan.bits != gnUsualBits) {
         throw tcFailure(eExitUsage, "--bits: 8 or 16");
     }
+    if (mBits) plan.kind = vxcam::ReadoutKind::Area;
     if (mbBinned) plan.kind = vxcam::ReadoutKind::Binned;
     if (mbMaskBinned) plan.kind = vxcam::ReadoutKind::MaskBinned;
     if (mbDark) plan.type = vxcam::FrameType::Dark;
     if (mbBias) plan.type = vxcam::FrameType::Bias;
     if (mbFlat) plan.type = vxcam::FrameType::Flat;
-    if (msAreas.empty()) return plan;
-    plan.regions = ParseAreas(msAreas);
-    if (plan.regions.size() > 1) return plan;
-    plan.area = plan.regions.front();
-    plan.regions.clear();
+    AddGeometry(&plan);
     return plan;
+}
+
+// Bins of one pixel are no bins, unless a binned readout is asked for.
+void tcPlanOptions::AddGeometry(vxcam::Plan* plan) const
+{
+    if (!msBins.empty()) {
+        const auto [columns, rows] = ParseBins(msBins);
+        const bool isBinned = mbBinned || columns > 1 || rows > 1;
+        plan->kind = isBinned ? vxcam::ReadoutKind::Binned : vxcam::ReadoutKind::Area;
+        if (isBinned) {
+            plan->binningX = columns;
+            plan->binningY = rows;
+            const char* const other = mBits ? "--bits" : msAreas.empty() ? nullptr : "--area";
+            if (other != nullptr) {
+                throw tcFailure(eExitUsage,
+                                std::string(other) + " is not of binned readouts (--binning)");
+            }
+        }
+    }
+    if (msAreas.empty()) return;
+    plan->regions = ParseAreas(msAreas);
+    if (plan->regions.size() > 1) return;
+    plan->area = plan->regions.front();
+    plan->regions.clear();
 }
 
 void tcPlanOptions::CheckAreas(const vxcam::Plan& plan, const vxcam::Size& sensor) const

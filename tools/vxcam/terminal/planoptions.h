@@ -6,6 +6,7 @@
 
 #include <vxcamkit/plan.h>
 
+#include <optional>
 #include <string>
 
 // Declares these in two groups, between which a verb has its own; the plan is made of what was
@@ -24,10 +25,12 @@ public:
     void CheckAreas(const vxcam::Plan& plan, const vxcam::Size& sensor) const;
 
 private:
+    void AddGeometry(vxcam::Plan* plan) const;
+
     static constexpr int gnFewBits = 8, gnUsualBits = 16;
 
-    std::string msExposure, msTimeout, msAreas;
-    int mnBits = gnUsualBits;
+    std::string msExposure, msTimeout, msAreas, msBins;
+    std::optional<int> mBits;
     bool mbBinned = false, mbMaskBinned = false;
     bool mbLight = false, mbDark = false, mbBias = false, mbFlat = false;
 };
