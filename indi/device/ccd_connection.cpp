@@ -53,6 +53,7 @@ void CcdDevice::connectCamera()
 
 void CcdDevice::disconnectCamera()
 {
+    if (runner_.isRunning() && !isStream_) AbortExposure();
     runner_.cancel();
     if (isStream_) Streamer->setStream(false);
     isStream_ = false;

@@ -180,6 +180,7 @@ bool CcdDevice::AbortExposure()
     exposure[0].setValue(0);
     exposure.setState(IPS_IDLE);
     exposure.apply();
+    if (FastExposureCountNP.s == IPS_BUSY) fastCount(1, IPS_IDLE);
     return true;
 }
 
