@@ -66,6 +66,7 @@ void ExposureRunner::run(const ExposureJob& job, uint64_t number)
 void ExposureRunner::takeFrames(const ExposureJob& job, uint64_t number)
 {
     if (!isCurrent(number)) return;
+    if (job.prepare) job.prepare();
     Stream stream = job.camera->stream(job.plan);
     {
         std::lock_guard<std::mutex> guard(lock_);

@@ -17,6 +17,9 @@ namespace vxcam {
 struct ExposureJob {
     std::shared_ptr<Camera> camera;
     Plan plan;
+    // Before the camera is told anything, on the runner's thread; not given: nothing is to be done.
+    // What it throws is how the readout fails.
+    std::function<void()> prepare;
     // Each frame that came whole, on the runner's thread. What it throws ends the readout.
     std::function<void(const Frame&)> take;
     // One that did not; not given: the readout fails with that.

@@ -107,6 +107,7 @@ void CcdDevice::expose(double seconds)
     PrimaryCCD.setExposureDuration(seconds);
     publishCards();
     job.camera = session_.camera();
+    job.prepare = [options = sendOptions()] { ImageSender::requireRoom(options); };
     job.take = [this, options = sendOptions()](const Frame& taken) {
         const std::string path = sender_.send(taken, options, getBLOB("CCD1"));
         if (!path.empty()) onMainLoop([this, path] { showPath(path); });

@@ -35,6 +35,18 @@ void requireNumber(const INDI::WidgetView<INumber>& element, double value)
                                       numberText(least) + " and " + numberText(most));
 }
 
+// The driver's own folder is no place that a client knows.
+void requirePlace(const Given& given)
+{
+    const auto folder = given.find("UPLOAD_DIR"), prefix = given.find("UPLOAD_PREFIX");
+    if (folder != given.end() && folder->second.toText().rfind('/', 0) != 0) {
+        throw Error(ErrorKind::Usage, "'UPLOAD_DIR': write the whole path, from '/' on");
+    }
+    if (prefix != given.end() && prefix->second.toText().empty()) {
+        throw Error(ErrorKind::Usage, "'UPLOAD_PREFIX': a file needs a name");
+    }
+}
+
 } // namespace
 
 void CcdDevice::refuse(INDI::Property property, const std::string& why)
@@ -163,6 +175,7 @@ bool CcdDevice::ISNewText(const char* device, const char* name, char* texts[], c
             addressGiven(given);
             return true;
         }
+        if (name == std::string("UPLOAD_SETTINGS")) requirePlace(given);
     } catch (const Error& error) {
         refuse(property, error.what());
         return false;

@@ -7,10 +7,15 @@
 #include <vxcamkit/frame_times.h>
 #include <vxcamkit/new_file.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
+#include <system_error>
 #include <utility>
 
 namespace vxcam {
@@ -25,8 +30,12 @@ struct Content {
     PackedFile packed;
     const void* bytes = nullptr;
     size_t size = 0;
-    std::string ending; // ".fits"
 };
+
+const char* endingOf(const SendOptions& options)
+{
+    return !options.isFits ? ".raw" : options.isPacked ? ".fits.fz" : ".fits";
+}
 
 Content contentOf(const Frame& frame, const SendOptions& options, std::vector<HeaderCard> cards,
                   FileBytes spare)
@@ -35,7 +44,6 @@ Content contentOf(const Frame& frame, const SendOptions& options, std::vector<He
     if (!options.isFits) {
         content.bytes = frame.data();
         content.size = frame.bytes();
-        content.ending = ".raw";
         return content;
     }
     HeaderOptions header;
@@ -45,12 +53,10 @@ Content contentOf(const Frame& frame, const SendOptions& options, std::vector<He
     content.file = makeFits(frame, header, nullptr, std::move(spare));
     content.bytes = content.file.data();
     content.size = content.file.size();
-    content.ending = ".fits";
     if (options.isPacked) {
         content.packed = packFits(content.bytes, content.size);
         content.bytes = content.packed.bytes.get();
         content.size = content.packed.size;
-        content.ending = ".fits.fz";
     }
     return content;
 }
@@ -62,8 +68,9 @@ std::string replaced(std::string text, const std::string& what, const std::strin
 }
 
 // The name with the first number that no file has yet.
-std::string newPath(const SendOptions& options, const std::string& ending)
+std::string newPath(const SendOptions& options)
 {
+    const char* const ending = endingOf(options);
     std::string time = utcText(std::chrono::system_clock::now());
     std::replace(time.begin(), time.end(), ':', '-');
     const std::string prefix = replaced(options.prefix, "ISO8601", time);
@@ -84,6 +91,19 @@ void ImageSender::setCards(std::vector<HeaderCard> cards)
     cards_ = std::move(cards);
 }
 
+void ImageSender::requireRoom(const SendOptions& options)
+{
+    if (!options.toFile) return;
+    std::error_code trouble;
+    std::filesystem::create_directories(options.folder, trouble);
+    if (!trouble && access(options.folder.c_str(), W_OK | X_OK) != 0) {
+        trouble.assign(errno, std::generic_category());
+    }
+    if (trouble) throw Error(ErrorKind::File, options.folder + ": " + trouble.message());
+    const std::string path = newPath(options);
+    if (std::filesystem::exists(path)) throw Error(ErrorKind::File, path + ": exists already");
+}
+
 std::string ImageSender::send(const Frame& frame, const SendOptions& options,
                               INDI::PropertyBlob image)
 {
@@ -94,11 +114,16 @@ std::string ImageSender::send(const Frame& frame, const SendOptions& options,
     }
     Content content = contentOf(frame, options, std::move(cards), std::move(spare_));
     std::string path;
-    if (options.toFile) {
-        std::error_code ignored; // writing says it better
-        std::filesystem::create_directories(options.folder, ignored);
-        path = newPath(options, content.ending);
-        writeNewFile(path, content.bytes, content.size);
+    std::optional<Error> trouble;
+    try {
+        if (options.toFile) {
+            std::error_code ignored; // writing says it better
+            std::filesystem::create_directories(options.folder, ignored);
+            path = newPath(options);
+            writeNewFile(path, content.bytes, content.size);
+        }
+    } catch (const Error& error) {
+        trouble = error;
     }
     if (options.toClient) {
         // INDI counts the BLOBs of all devices, without a lock.
@@ -107,13 +132,14 @@ std::string ImageSender::send(const Frame& frame, const SendOptions& options,
         image[0].setBlob(const_cast<void*>(content.bytes)); // it is only read
         image[0].setBlobLen(static_cast<int>(content.size));
         image[0].setSize(static_cast<int>(content.size));
-        image[0].setFormat(content.ending.c_str());
+        image[0].setFormat(endingOf(options));
         image.setState(IPS_OK);
         image.apply();
         image[0].setBlob(nullptr);
         image[0].setBlobLen(0);
     }
     spare_ = std::move(content.file);
+    if (trouble) throw Error(*trouble);
     return path;
 }
 

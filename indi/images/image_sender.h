@@ -30,8 +30,11 @@ public:
     // Of the observatory, for the frames that follow.
     void setCards(std::vector<HeaderCard> cards);
 
+    // Throws Error{File} when a file could not be written now. Makes the folder.
+    static void requireRoom(const SendOptions& options);
+
     // Hands on a frame as the BLOB of `image`; the path of the file that was written, if one was.
-    // Throws Error{File}, Error{Usage}.
+    // Throws Error{File}, Error{Usage}; clients have the frame also when no file could be written.
     std::string send(const Frame& frame, const SendOptions& options, INDI::PropertyBlob image);
 
 private:

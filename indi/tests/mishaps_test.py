@@ -1,10 +1,15 @@
 """What goes wrong around exposures, and what clients are told then."""
+import os
 import unittest
 
 from indi_support import DriverTest
 
 
 class Mishaps(DriverTest):
+    def local(self, client, folder, mode="UPLOAD_LOCAL", prefix="N_XXX"):
+        client.change("UPLOAD_SETTINGS", {"UPLOAD_DIR": folder, "UPLOAD_PREFIX": prefix})
+        client.change("UPLOAD_MODE", {mode: True})
+
     def test_no_exposure_is_shown_to_run_after_connecting_again(self):
         camera, client = self.connected()
         exposure = client.vector("CCD_EXPOSURE")
@@ -17,6 +22,45 @@ class Mishaps(DriverTest):
         exposure = client.vector("CCD_EXPOSURE")
         self.assertEqual((exposure.state, exposure.values["CCD_EXPOSURE_VALUE"]), ("Idle", 0))
         self.assert_true_frame(client.expose(), camera)
+
+    def test_a_folder_that_takes_no_files_is_told_before_the_camera_exposes(self):
+        camera, client = self.connected()
+        open(self.home + "/file", "w").close()
+        self.local(client, self.home + "/file/below")
+        vector = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 3600}, "Alert")
+        self.assertIn(self.home + "/file/below", vector.messages[-1])
+        self.local(client, self.home, prefix="one")
+        client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 0.01})
+        client.wait(lambda: os.path.exists(self.home + "/one.fits"), "a file")
+        vector = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 3600}, "Alert")
+        self.assertIn("exists already", vector.messages[-1])
+        client.change("UPLOAD_MODE", {"UPLOAD_CLIENT": True})
+        blob = client.expose()
+        self.assertEqual(self.assert_true_frame(blob, camera)[0]["readout"], 2)
+
+    def test_clients_have_the_frame_also_when_its_file_cannot_be_written(self):
+        camera, client = self.connected()
+        folder = self.home + "/gone"
+        self.local(client, folder, "UPLOAD_BOTH")
+        client.set("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 2})
+        camera.wait("readout")
+        os.rename(folder, self.home + "/moved")
+        open(folder, "w").close()
+        exposure = client.vector("CCD_EXPOSURE")
+        client.wait(lambda: exposure.state == "Alert", "the file is told")
+        self.assertIn(folder, exposure.messages[-1])
+        client.wait(lambda: client.blobs, "the frame")
+        self.assert_true_frame(client.blobs[-1], camera)
+
+    def test_files_have_a_whole_path_and_a_name(self):
+        client = self.connected()[1]
+        vector = client.change("UPLOAD_SETTINGS", {"UPLOAD_DIR": self.home, "UPLOAD_PREFIX": "N_XXX"})
+        before = dict(vector.values)
+        for wrong in ({"UPLOAD_DIR": ""}, {"UPLOAD_DIR": "images"}, {"UPLOAD_PREFIX": ""}):
+            both = dict(before, **wrong)
+            told = client.change("UPLOAD_SETTINGS", both, "Alert")
+            self.assertEqual(told.values, before)
+            client.change("UPLOAD_SETTINGS", before)
 
 
 if __name__ == "__main__":
