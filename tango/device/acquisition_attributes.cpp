@@ -82,6 +82,23 @@ void addEnum(Attributes* attributes, const std::string& name, Enum Plan::*place,
         about);
 }
 
+void addBits(Attributes* attributes)
+{
+    add(
+        attributes, "Bits", Tango::DEV_LONG,
+        [](VxCamera& device, Tango::Attribute& attribute) {
+            giveSetting(attribute, Tango::DevLong{device.settings().plan.bits});
+        },
+        [](VxCamera& device, Tango::WAttribute& attribute) {
+            const auto bits = written<Tango::DevLong>(attribute);
+            if (bits != 8 && bits != 16) {
+                throw Error(ErrorKind::Usage, "Bits " + std::to_string(bits) + ": write 8 or 16");
+            }
+            device.settings().plan.bits = bits;
+        },
+        setting("of a pixel: 8 or 16; binned ones have 32"));
+}
+
 void addTimeout(Attributes* attributes)
 {
     add(
@@ -109,7 +126,7 @@ void addSettings(Attributes* attributes)
     About alias = setting(frames, "", "0", "32767");
     alias.isMemorised = false;
     addNumber(attributes, "acq_nb_frames", &Plan::frames, alias);
-    addNumber(attributes, "Bits", &Plan::bits, setting("of a pixel: 8 or 16; binned ones have 32"));
+    addBits(attributes);
     addNumber(attributes, "ReadoutMode", &Plan::mode,
               setting("of binned kinds the number of the binning table, else flags of the readout",
                       "", "0", "65535"));

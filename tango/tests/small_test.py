@@ -174,8 +174,9 @@ class Settings(WithCamera):
         self.refused("VxCamera_Usage", setattr, self.device, "Exposure", 0.0001)
         self.refused("API_WAttrOutsideLimit", setattr, self.device, "TargetTemp", 1000)
         self.refused("VxCamera_Usage", self.device.GetProperty, "gian")
-        self.device.Bits = 12
-        self.refused("VxCamera_Usage", self.device.Start)
+        for bits in (12, 0, -8):
+            self.refused("VxCamera_Usage", setattr, self.device, "Bits", bits)
+        self.assertEqual(16, self.device.Bits)
         self.assertEqual(tango.DevState.ON, self.device.state())
 
     def test_any_property_is_reached_by_its_name_and_key(self):
