@@ -172,15 +172,17 @@ CcdDevice::ReadoutMode CcdDevice::readoutMode() const
     return static_cast<ReadoutMode>(std::max(modeSP_.findOnSwitchIndex(), 0));
 }
 
-// Only the size of the pixels is for clients to say.
+// Only the size of the pixels is for clients to say: that of squares alone, too.
 void CcdDevice::infoGiven(const Numbers& numbers)
 {
     INDI::PropertyNumber info = getNumber("CCD_INFO");
-    for (auto& element : info) {
-        const std::string name = element.getName();
-        if (name.rfind("CCD_PIXEL_SIZE", 0) == 0) element.setValue(numbers.at(name));
-    }
-    PrimaryCCD.setPixelSize(numbers.at("CCD_PIXEL_SIZE_X"), numbers.at("CCD_PIXEL_SIZE_Y"));
+    const auto isNew = [&](const char* name) {
+        return numbers.at(name) != info.findWidgetByName(name)->getValue();
+    };
+    double x = numbers.at("CCD_PIXEL_SIZE_X"), y = numbers.at("CCD_PIXEL_SIZE_Y");
+    const bool isSquare = !isNew("CCD_PIXEL_SIZE_X") && !isNew("CCD_PIXEL_SIZE_Y");
+    if (isNew("CCD_PIXEL_SIZE") && isSquare) x = y = numbers.at("CCD_PIXEL_SIZE");
+    PrimaryCCD.setPixelSize(x, y);
     info.setState(IPS_OK);
     info.apply();
     publishCards();

@@ -35,6 +35,19 @@ void requireNumber(const INDI::WidgetView<INumber>& element, double value)
                                       numberText(least) + " and " + numberText(most));
 }
 
+// What nobody has set, such as the size of a pixel of 0, comes back from a saved configuration.
+bool isNotKnownYet(const INDI::PropertyNumber& property, const double* values, char* const* names,
+                   int count)
+{
+    bool isBelow = false;
+    for (int i = 0; i < count; ++i) {
+        const auto& element = *property.findWidgetByName(names[i]);
+        if (values[i] != element.getValue()) return false;
+        isBelow = isBelow || (values[i] == 0 && element.getMin() > 0);
+    }
+    return isBelow;
+}
+
 // The driver's own folder is no place that a client knows.
 void requirePlace(const Given& given)
 {
@@ -67,6 +80,10 @@ bool CcdDevice::ISNewNumber(const char* device, const char* name, double values[
         Given given;
         for (const auto& element : property) {
             numbers[element.getName()] = element.getValue();
+        }
+        if (isNotKnownYet(property, values, names, count)) {
+            property.apply();
+            return true;
         }
         for (int i = 0; i < count; ++i) {
             requireNumber(*property.findWidgetByName(names[i]), values[i]);

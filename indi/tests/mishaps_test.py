@@ -62,6 +62,24 @@ class Mishaps(DriverTest):
             self.assertEqual(told.values, before)
             client.change("UPLOAD_SETTINGS", before)
 
+    def test_the_size_of_square_pixels_is_set_alone(self):
+        client = self.connected()[1]
+        sizes = client.change("CCD_INFO", {"CCD_PIXEL_SIZE": 5.5}).values
+        self.assertEqual((sizes["CCD_PIXEL_SIZE_X"], sizes["CCD_PIXEL_SIZE_Y"]), (5.5, 5.5))
+        sizes = client.change("CCD_INFO", {"CCD_PIXEL_SIZE_Y": 7}).values
+        self.assertEqual((sizes["CCD_PIXEL_SIZE_X"], sizes["CCD_PIXEL_SIZE_Y"]), (5.5, 7))
+        header = client.expose().fits()[1]
+        self.assertEqual((header["PIXSIZE1"], header["PIXSIZE2"]), (5.5, 7))
+
+    def test_a_saved_configuration_complains_of_nothing_that_was_never_set(self):
+        client = self.connected()[1]
+        client.change("CONFIG_PROCESS", {"CONFIG_SAVE": True})
+        client.change("CONFIG_PROCESS", {"CONFIG_LOAD": True})
+        client.wait(lambda: any("applied" in told for told in client.messages), "loaded")
+        client.change("CCD_BINNING", {"HOR_BIN": 1, "VER_BIN": 1})  # behind all of it
+        alerts = {name for _, _, name, state, _ in client.log if state == "Alert"}
+        self.assertEqual(alerts, set())
+
 
 if __name__ == "__main__":
     unittest.main()
