@@ -159,6 +159,9 @@ bool CcdDevice::switchesGiven(const std::string& name, const Given& given)
     if (name == "CONNECTION") {
         if (isOn("CONNECT") != isOn("DISCONNECT")) connectionAsked(isOn("CONNECT"));
     } else if (name == "CCD_COOLER") {
+        if (isOn("COOLER_ON") == isOn("COOLER_OFF")) {
+            throw Error(ErrorKind::Usage, "switch one of COOLER_ON and COOLER_OFF on");
+        }
         coolerGiven(isOn("COOLER_ON"));
     } else if (name == "READOUT_MODE") {
         for (auto& element : modeSP_) {

@@ -80,6 +80,17 @@ class Mishaps(DriverTest):
         alerts = {name for _, _, name, state, _ in client.log if state == "Alert"}
         self.assertEqual(alerts, set())
 
+    def test_the_cooler_is_switched_by_an_element_that_is_on(self):
+        client = self.client(self.server(VXCAM_TARGETS="sim?sensor=128x96&heartbeat=0.1"))
+        client.connect()
+        client.vector("CCD_TEMPERATURE")
+        client.change("CCD_TEMPERATURE", {"CCD_TEMPERATURE_VALUE": -20}, "Busy")
+        cooler = client.vector("CCD_COOLER")
+        client.wait(lambda: cooler.values["COOLER_ON"], "it cools")
+        client.change("CCD_COOLER", {"COOLER_OFF": False}, "Alert")
+        self.assertTrue(cooler.values["COOLER_ON"])
+        client.change("CCD_COOLER", {"COOLER_OFF": True})
+        self.assertFalse(cooler.values["COOLER_ON"])
 
 if __name__ == "__main__":
     unittest.main()
