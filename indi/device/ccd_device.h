@@ -65,6 +65,7 @@ private:
     bool numbersGiven(const std::string& name, const Numbers& numbers);
     bool switchesGiven(const std::string& name, const Given& given);
     bool setFromTab(TabProperty& property, const Given& given);
+    void requireNoStream(const std::string& name) const;
     void refuse(INDI::Property property, const std::string& why);
 
     // ccd_connection.cpp

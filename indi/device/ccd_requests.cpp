@@ -68,6 +68,15 @@ void CcdDevice::refuse(INDI::Property property, const std::string& why)
     property.apply("%s", why.c_str());
 }
 
+// The frames of a stream are of one size and depth.
+void CcdDevice::requireNoStream(const std::string& name) const
+{
+    const bool isShape = name == "CCD_FRAME" || name == "CCD_FRAME_RESET" ||
+                         name == "CCD_BINNING" || name == "CCD_CAPTURE_FORMAT" ||
+                         name == "READOUT_MODE";
+    if (isShape && isStream_) throw Error(ErrorKind::Usage, "A stream runs; stop it first.");
+}
+
 bool CcdDevice::ISNewNumber(const char* device, const char* name, double values[], char* names[],
                             int count)
 {
@@ -76,6 +85,7 @@ bool CcdDevice::ISNewNumber(const char* device, const char* name, double values[
     if (!property.isValid()) return false;
     try {
         requireElements(property, names, count);
+        requireNoStream(name);
         Numbers numbers;
         Given given;
         for (const auto& element : property) {
@@ -137,6 +147,7 @@ bool CcdDevice::ISNewSwitch(const char* device, const char* name, ISState* state
     if (!property.isValid()) return false;
     try {
         requireElements(property, names, count);
+        requireNoStream(name);
         Given given;
         for (int i = 0; i < count; ++i) {
             given[names[i]] = Value(states[i] == ISS_ON);

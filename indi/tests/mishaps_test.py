@@ -92,5 +92,20 @@ class Mishaps(DriverTest):
         client.change("CCD_COOLER", {"COOLER_OFF": True})
         self.assertFalse(cooler.values["COOLER_ON"])
 
+    def test_frames_of_a_stream_keep_their_shape(self):
+        client = self.connected()[1]
+        client.change("CCD_VIDEO_STREAM", {"STREAM_ON": True}, "Busy")
+        client.wait(lambda: client.blobs, "a frame")
+        for name, values in (("CCD_BINNING", {"HOR_BIN": 2, "VER_BIN": 2}),
+                             ("CCD_FRAME", {"X": 8, "Y": 4, "WIDTH": 32, "HEIGHT": 16}),
+                             ("CCD_CAPTURE_FORMAT", {"INDI_MONO_8": True}),
+                             ("CCD_FRAME_RESET", {"RESET": True})):
+            self.assertIn("stream", client.change(name, values, "Alert").messages[-1])
+        count = len(client.blobs)
+        client.wait(lambda: len(client.blobs) > count + 2, "further frames")
+        client.change("CCD_VIDEO_STREAM", {"STREAM_OFF": True}, "Idle")
+        client.change("CCD_BINNING", {"HOR_BIN": 2, "VER_BIN": 2})
+
+
 if __name__ == "__main__":
     unittest.main()
