@@ -119,7 +119,11 @@ void WirePlayer::Body::begin()
     books = {};
     isStalled = isCut = isBehindGap = false;
     fill();
-    if (!ahead.empty()) anchored = ahead.front().event.time.steady;
+    if (ahead.empty()) {
+        throw Error(ErrorKind::File,
+                    path + ": has nothing to play: " + events->reader().condition().text());
+    }
+    anchored = ahead.front().event.time.steady;
 }
 
 bool WirePlayer::Body::accept()
@@ -322,6 +326,11 @@ uint16_t WirePlayer::port() const
     return body_->port;
 }
 
+const WireCondition& WirePlayer::condition() const
+{
+    return body_->events->reader().condition();
+}
+
 PlayBooks WirePlayer::play(const std::function<bool()>& isStopped)
 {
     Body& body = *body_;
@@ -340,6 +349,8 @@ PlayBooks WirePlayer::play(const std::function<bool()>& isStopped)
         if (body.books.isOver && !body.client.isOpen()) break;
     }
     body.client.reset(-1);
+    body.fill(); // the client may leave as soon as it has the last bytes
+    body.books.isOver = body.ahead.empty();
     return body.books;
 }
 

@@ -3,6 +3,7 @@
 #define VXCAMKIT_WIRE_PLAYER_H
 
 #include <vxcamkit/export.h>
+#include <vxcamkit/wire_reader.h>
 
 #include <cstdint>
 #include <functional>
@@ -34,7 +35,8 @@ struct PlayBooks {
 class VXCAMKIT_EXPORT WirePlayer
 {
 public:
-    // Throws Error{File} as WireReader does, and for a port that cannot be had.
+    // Throws Error{File} as WireReader does, for a recording in which nothing happens, and for a
+    // port that cannot be had.
     explicit WirePlayer(const std::string& path, const PlayOptions& options = {});
     ~WirePlayer();
     WirePlayer(const WirePlayer&) = delete;
@@ -44,6 +46,8 @@ public:
     // Plays it once: from when a client connects until it has left, or until `isStopped`, which is
     // asked every 50 ms. Throws Error{File} when the disk cannot be read.
     PlayBooks play(const std::function<bool()>& isStopped);
+    // How the recording is, as far as it has been read: wholly, when all was played.
+    const WireCondition& condition() const;
 
 private:
     struct Body;

@@ -1,5 +1,7 @@
 // Recordings of the wire, played back by the program to itself.
+#include "../wire/tcByteLink.h"
 #include "tool_support.h"
+#include "wire_support.h"
 
 #include <gmock/gmock.h>
 
@@ -57,6 +59,43 @@ TEST(Replaying, GivesTheFrameThatWasRecorded)
         }
         EXPECT_EQ(player.Run().Exit(), 0) << player.Run().Errors();
         EXPECT_THAT(player.Run().Output(), HasSubstr(" messages sent, "));
+    }
+}
+
+TEST(Replaying, TellsWhatIsMissingOfADamagedRecording)
+{
+    tcFolder folder;
+    const std::string file = folder.Path("run.vxw");
+    MakeFile(file,
+             wireHead() + wireBlock(0, 0, 0, wireRecord(2, 1, wireMessage(0x60, low(5, 4))), 1));
+    const auto play = [](tcPlayer& player) {
+        const std::string port = player.Target().substr(player.Target().find(':') + 1);
+        tcByteLink link = tcByteLink::Connect(static_cast<unsigned short>(std::stoi(port)));
+        EXPECT_EQ(link.Read().Id, 0x60u);
+    };
+    tcPlayer player({file});
+    play(player);
+    EXPECT_EQ(player.Run().Exit(), 4);
+    EXPECT_THAT(player.Run().Errors(), HasSubstr("run.vxw: 1 block is whole; it was not ended\n"));
+    tcPlayer loop({file, "--loop"});
+    play(loop);
+    play(loop);
+    EXPECT_TRUE(WaitUntil([&] { return Lines(loop.Run().Output()) == 3; }));
+    loop.Run().Signal(SIGINT);
+    EXPECT_EQ(loop.Run().Exit(), 130);
+    EXPECT_THAT(loop.Run().Errors(), HasSubstr("1 block is whole; it was not ended\n"));
+}
+
+TEST(Replaying, RefusesRecordingsInWhichNothingHappens)
+{
+    tcFolder folder;
+    const std::string file = folder.Path("run.vxw");
+    for (const std::string& recording : {wireHead(), wireHead() + wireEnd(0)}) {
+        MakeFile(file, recording);
+        tcRun run({"replay", file, "--loop"});
+        EXPECT_EQ(run.Exit(), 5);
+        EXPECT_EQ(run.Output(), "");
+        EXPECT_THAT(run.Errors(), HasSubstr("run.vxw: has nothing to play: "));
     }
 }
 

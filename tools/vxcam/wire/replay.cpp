@@ -25,6 +25,7 @@ public:
 private:
     double Speed() const;
     void Print(const vxcam::PlayBooks& books) const;
+    void Judge(const vxcam::WireCondition& condition) const;
 
     std::string msFile, msSpeed = "1";
     uint16_t mnPort = 0;
@@ -60,6 +61,14 @@ void tcReplay::Print(const vxcam::PlayBooks& books) const
               (books.isOver ? "to the end" : "not to the end"));
 }
 
+void tcReplay::Judge(const vxcam::WireCondition& condition) const
+{
+    if (condition.isWhole()) return;
+    const std::string text = msFile + ": " + condition.text();
+    if (!mbLoop) throw tcFailure(eExitCamera, text);
+    PrintWarning(text);
+}
+
 void tcReplay::Run()
 {
     vxcam::PlayOptions options;
@@ -69,9 +78,11 @@ void tcReplay::Run()
     if (!mbQuiet)
         PrintLine("replaying " + msFile + " at 127.0.0.1:" + std::to_string(player.port()));
     do {
-        Print(player.play([] { return CaughtSignal() != 0; }));
-    } while (mbLoop && CaughtSignal() == 0);
-    ThrowIfInterrupted();
+        const vxcam::PlayBooks books = player.play([] { return CaughtSignal() != 0; });
+        Print(books);
+        ThrowIfInterrupted();
+        if (books.isOver) Judge(player.condition());
+    } while (mbLoop);
 }
 
 } // namespace
