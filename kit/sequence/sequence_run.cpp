@@ -32,14 +32,10 @@ SequenceRun::SequenceRun(Camera& camera, const SequencePlan& plan, const Sequenc
 void SequenceRun::run()
 {
     check();
-    countAll();
+    const int first = firstLeft(), count = static_cast<int>(units_.size());
+    countAll(first);
     removeRemains();
     journal_.begin();
-    int first = 0;
-    const auto count = static_cast<int>(units_.size());
-    while (first < count && (!units_[first].isKept() || journal_.isDone(first))) {
-        ++first;
-    }
     losses_ = camera_.statistics().connectionsLost;
     if (first < count) {
         restore(first);
@@ -48,6 +44,20 @@ void SequenceRun::run()
         }
     }
     journal_.ended();
+}
+
+// The first unit that is not done. Of settings and temperatures the journal says nothing: those
+// behind all that it keeps are left until it says that the whole is complete.
+int SequenceRun::firstLeft() const
+{
+    const auto count = static_cast<int>(units_.size());
+    int behindKept = 0;
+    for (int unit = 0; unit < count; ++unit) {
+        if (!units_[static_cast<size_t>(unit)].isKept()) continue;
+        if (!journal_.isDone(unit)) return unit;
+        behindKept = unit + 1;
+    }
+    return behindKept;
 }
 
 // Whatever this camera or this disk cannot do is known before anything is done.
@@ -207,14 +217,15 @@ bool SequenceRun::hasLostLink() const
     return camera_.statistics().connectionsLost != losses_;
 }
 
-void SequenceRun::countAll()
+void SequenceRun::countAll(int first)
 {
     for (size_t i = 0; i < units_.size(); ++i) {
         const Time cost = costOf(units_[i], camera_.sensor());
         const bool isFrame = units_[i].kind == SequenceUnit::Kind::Frame;
         whole_ += cost;
         frames_ += isFrame;
-        if (journal_.isDone(static_cast<int>(i))) continue;
+        const auto number = static_cast<int>(i);
+        if (journal_.isDone(number) || (number < first && !units_[i].isKept())) continue;
         left_ += cost;
         framesLeft_ += isFrame;
     }
@@ -228,9 +239,7 @@ void SequenceRun::restore(int before)
     const SequenceUnit* cooling = nullptr;
     for (int i = 0; i < before; ++i) {
         const SequenceUnit& unit = units_[static_cast<size_t>(i)];
-        const bool isCooling =
-            unit.kind == SequenceUnit::Kind::Cool || unit.kind == SequenceUnit::Kind::WarmUp;
-        if (isCooling) cooling = &unit;
+        if (unit.isCooling()) cooling = &unit;
         if (unit.kind != SequenceUnit::Kind::Set) continue;
         for (const auto& [name, value] : unit.step->settings) {
             order.erase(std::remove(order.begin(), order.end(), name), order.end());
@@ -242,7 +251,16 @@ void SequenceRun::restore(int before)
         tell("settings");
         camera_.set(name, last[name]);
     }
-    if (cooling != nullptr) cool(*cooling);
+    if (cooling != nullptr && !isCooledAnew(before)) cool(*cooling);
+}
+
+// Whether another temperature comes before anything that needs the one before.
+bool SequenceRun::isCooledAnew(int from) const
+{
+    const auto next =
+        std::find_if(units_.begin() + from, units_.end(),
+                     [](const SequenceUnit& unit) { return unit.isKept() || unit.isCooling(); });
+    return next != units_.end() && next->isCooling();
 }
 
 void SequenceRun::tell(const std::string& doing, const std::string& file)

@@ -35,12 +35,14 @@ private:
     void checkFiles() const;
     bool isOurs(const SequenceUnit& unit) const;
     void removeRemains() const;
-    void countAll();
+    int firstLeft() const;
+    void countAll(int first);
     void doUnit(int unit);
     void tryUnit(const SequenceUnit& unit, int number);
     bool mayGoOn(const Error& error, const SequenceUnit& unit, int failures);
     void awaitLink(const Error& error);
     void restore(int before);
+    bool isCooledAnew(int from) const;
     bool hasLostLink() const;
 
     void takeFrame(const SequenceUnit& unit, int number);

@@ -22,6 +22,7 @@ struct SequenceUnit {
 
     // What is done once and stays done; the others put something into force.
     bool isKept() const { return kind == Kind::Frame || kind == Kind::Delay || kind == Kind::Hook; }
+    bool isCooling() const { return kind == Kind::Cool || kind == Kind::WarmUp; }
 };
 
 // Throws Error{Usage} when there are too many.

@@ -303,6 +303,43 @@ steps:
     EXPECT_THAT(msErrors, HasSubstr("the level 60000 is out of reach"));
 }
 
+TEST_F(SequenceVerb, CoolsThoughNothingComesBehindIt)
+{
+    Start();
+    Plan("steps: [{temperature: {to: -50, timeout: 50ms}}]\n");
+    EXPECT_EQ(RunOnce(), 3);
+    EXPECT_THAT(msOutput, HasSubstr("not complete: "));
+}
+
+TEST_F(SequenceVerb, WarmsUpThoughTheRunBeforeEndedInIt)
+{
+    Start();
+    Plan(R"(steps:
+  - temperature: {to: -50, wait: false}
+  - bias: {count: 1}
+  - warm-up: {to: 90, timeout: 50ms}
+)");
+    EXPECT_EQ(RunOnce(), 3);
+    EXPECT_EQ(RunOnce(), 3);
+    EXPECT_THAT(msOutput, HasSubstr("not complete: 1 of 1 frames taken, 1 of them"));
+    EXPECT_EQ(mpCamera->Frames().size(), 1u);
+}
+
+TEST_F(SequenceVerb, CountsNoTimeForTheCoolingOfRunsBefore)
+{
+    Start();
+    Plan(R"(steps:
+  - temperature: {to: 20, tolerance: 100, settle: 2s}
+  - bias: {count: 1}
+  - run: 'test -e ready'
+  - bias: {count: 1}
+)");
+    EXPECT_EQ(RunOnce(), 6);
+    MakeFile(mFolder.Path("ready"), "");
+    EXPECT_EQ(RunOnce(), 0) << msErrors;
+    EXPECT_THAT(msOutput, HasSubstr("2 of 2, 0 ms left\n"));
+}
+
 TEST_F(SequenceVerb, ChecksThePlanBeforeAnything)
 {
     Start();
