@@ -178,6 +178,7 @@ private:
     uint64_t silentOn_ = 0;                    // where the first question was in vain
     SteadyTime silentUntil_;                   // on that one
     std::string lastWords_;
+    std::string refusal_; // the last error, where it answered a command: no reason of a lost link
     bool isRestoreDue_ = false; // the link was lost, and with it, maybe, the settings
     std::optional<Temperatures> temperatures_;
     SteadyTime temperatureTime_;

@@ -125,9 +125,10 @@ struct CameraCore::Callbacks {
     {
         CameraCore& camera = of(user);
         const bool isUp = record->Event == eLinkRestored;
-        const std::string words = record->LastWords != nullptr ? record->LastWords : "";
+        std::string words = record->LastWords != nullptr ? record->LastWords : "";
         {
             std::lock_guard<std::mutex> guard(camera.state_);
+            if (camera.commandsUnderWay_ == 0 && words == camera.refusal_) words.clear();
             camera.isLinkUp_ = isUp;
             if (isUp) ++camera.connection_;
             camera.temperatures_.reset();
@@ -187,6 +188,7 @@ struct CameraCore::Callbacks {
         {
             std::lock_guard<std::mutex> guard(camera.state_);
             isOfCommand = camera.commandsUnderWay_ > 0;
+            camera.refusal_ = isOfCommand ? complaint.text : "";
             ++camera.complaintCount_;
             if (camera.complaintList_.size() >= kMostComplaintsKept) {
                 camera.complaintList_.erase(camera.complaintList_.begin());

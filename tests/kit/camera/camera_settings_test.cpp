@@ -125,6 +125,34 @@ TEST_F(CameraSettings, RefusedMeanwhileDoNotEndAReadout)
     EXPECT_EQ(frame->facts().complaints.size(), 1u);
 }
 
+TEST_F(CameraSettings, AreNotBlamedForALostLinkThatTheCameraExplains)
+{
+    options_.heartbeatSeconds = 0.01;
+    Camera& camera = open({"error-storm:time=0.3,count=1,code=77,subcode=5", "close:time=0.6"});
+    std::promise<std::string> told;
+    const Subscription listening = camera.onEvent([&](const Event& event) {
+        if (event.kind == EventKind::LinkLost) told.set_value(event.text);
+    });
+    EXPECT_EQ(errorOf([&] { camera.set("gain", 99); }).kind(), ErrorKind::Camera);
+    auto words = told.get_future();
+    ASSERT_EQ(words.wait_for(kPatience), std::future_status::ready);
+    EXPECT_NE(words.get(), "");
+}
+
+TEST_F(CameraSettings, RefusedEarlierAreNoReasonOfALostLink)
+{
+    Camera& camera = open();
+    std::promise<std::string> told;
+    const Subscription listening = camera.onEvent([&](const Event& event) {
+        if (event.kind == EventKind::LinkLost) told.set_value(event.text);
+    });
+    EXPECT_EQ(errorOf([&] { camera.set("gain", 99); }).kind(), ErrorKind::Camera);
+    sim_.reset();
+    auto words = told.get_future();
+    ASSERT_EQ(words.wait_for(kPatience), std::future_status::ready);
+    EXPECT_EQ(words.get(), "");
+}
+
 TEST_F(CameraSettings, GoWithEachFrame)
 {
     Camera& camera = open();
