@@ -2,6 +2,7 @@
 #include "arguments.h"
 #include "complaints.h"
 #include "failure.h"
+#include "headeroptions.h"
 #include "interrupt.h"
 #include "planoptions.h"
 #include "program.h"
@@ -72,11 +73,11 @@ private:
 
     tsCommonOptions mtCommon;
     tcPlanOptions mPlanOptions;
+    tcHeaderOptions mHeaderOptions;
     std::string msCoolTimeout = "10min";
-    std::string msOutput = "frame.fits", msPreview, msInstrument;
-    std::vector<std::string> maCards;
+    std::string msOutput = "frame.fits", msPreview;
     int mnFrames = 1;
-    bool mbWaitCool = false, mbForce = false, mbAllowIncomplete = false, mbMeasure = false;
+    bool mbWaitCool = false, mbAllowIncomplete = false, mbMeasure = false;
     std::optional<double> mTarget; // degrees Celsius
 
     vxcam::Plan mtPlan;
@@ -100,10 +101,7 @@ void tcGrab::DeclareFiles(tcCommandLine& line)
     line.Option("-o,--output", &msOutput, "FILE",
                 "FITS file; %04d in it stands for the frame's number; - is standard output");
     line.Option("--preview", &msPreview, "FILE", "PNG picture of each frame, named likewise");
-    line.Flag("--force", &mbForce, "replace files that exist");
-    line.Option("--instrument", &msInstrument, "NAME", "the camera's name in the file");
-    line.Option("--header", &maCards, "CARD",
-                "KEY=VALUE or KEY=VALUE/COMMENT for the file's header; may be repeated");
+    mHeaderOptions.Declare(line);
 }
 
 void tcGrab::Declare(tcCommandLine& line)
@@ -150,10 +148,7 @@ void tcGrab::CheckArguments()
     }
     if (mTarget) mTarget = std::round(*mTarget * gnTenths) / gnTenths;
     NameFiles();
-    mtHeader.software = "vxcam " VXCAM_VERSION;
-    for (const std::string& card : maCards) {
-        mtHeader.cards.push_back(vxcam::parseCard(card));
-    }
+    mtHeader = mHeaderOptions.Header();
     if (mbMeasure) CheckCards();
     TargetOf(mtCommon); // before any file is looked at
     CheckEndings();
@@ -202,7 +197,7 @@ void tcGrab::CheckFiles() const
             if (!names.insert(name).second) {
                 throw tcFailure(eExitUsage, name + ": would be written twice");
             }
-            vxcam::checkNewFile(name, mbForce);
+            vxcam::checkNewFile(name, mHeaderOptions.Force());
         }
     }
 }
@@ -250,13 +245,11 @@ tsReadoutOptions tcGrab::ReadoutOptions(const vxcam::Camera& camera) const
     tsReadoutOptions options;
     options.files = maFiles;
     options.previews = maPreviews;
-    options.force = mbForce;
+    options.force = mHeaderOptions.Force();
     options.toOutput = mbToOutput;
     options.measure = mbMeasure;
     options.header = mtHeader;
-    options.header.instrument = msInstrument;
-    const bool isNamed = !msInstrument.empty() || NameOf(camera) == camera.target();
-    if (!isNamed) options.header.instrument = NameOf(camera);
+    options.header.instrument = mHeaderOptions.InstrumentOf(camera);
     return options;
 }
 

@@ -2,6 +2,7 @@
 #include "arguments.h"
 #include "complaints.h"
 #include "failure.h"
+#include "headeroptions.h"
 #include "interrupt.h"
 #include "planoptions.h"
 #include "program.h"
@@ -57,11 +58,10 @@ private:
 
     tsCommonOptions mtCommon;
     tcPlanOptions mPlanOptions;
+    tcHeaderOptions mHeaderOptions;
     std::string msOutput, msFor, msSplit, msBuffer, msCompress = "none", msWhenFull = "wait";
-    std::string msInstrument;
-    std::vector<std::string> maCards;
     int mnFrames = 0;
-    bool mbForce = false, mbAllowIncomplete = false;
+    bool mbAllowIncomplete = false;
 
     vxcam::Plan mtPlan;
     vxcam::RecordOptions mtOptions;
@@ -91,10 +91,7 @@ void tcRecord::Declare(tcCommandLine& line)
     line.Option("--when-full", &msWhenFull, "HOW",
                 "when it is full: wait holds the camera back, drop loses frames")
         .OneOf({"wait", "drop"});
-    line.Flag("--force", &mbForce, "replace files that exist");
-    line.Option("--instrument", &msInstrument, "NAME", "the camera's name in the file");
-    line.Option("--header", &maCards, "CARD",
-                "KEY=VALUE or KEY=VALUE/COMMENT for the file's header; may be repeated");
+    mHeaderOptions.Declare(line);
     line.Flag("--json", &mbJson, "print one JSON document");
 }
 
@@ -108,11 +105,8 @@ void tcRecord::CheckArguments()
     if (!msBuffer.empty()) ParseBytes(msBuffer);
     if (msCompress == "gzip") mtOptions.compression = vxcam::Compression::Gzip;
     if (msCompress == "rice") mtOptions.compression = vxcam::Compression::Rice;
-    mtOptions.force = mbForce;
-    mtOptions.header.software = "vxcam " VXCAM_VERSION;
-    for (const std::string& card : maCards) {
-        mtOptions.header.cards.push_back(vxcam::parseCard(card));
-    }
+    mtOptions.force = mHeaderOptions.Force();
+    mtOptions.header = mHeaderOptions.Header();
     TargetOf(mtCommon);
     vxcam::checkRecord(msOutput, mtOptions);
 }
@@ -294,8 +288,7 @@ void tcRecord::Run()
     const uint64_t frameBytes = FrameBytes(camera.sensor());
     DivideBuffer(frameBytes);
     RequireRoom(frameBytes);
-    const bool isNamed = !msInstrument.empty() || NameOf(camera) == camera.target();
-    mtOptions.header.instrument = isNamed ? msInstrument : NameOf(camera);
+    mtOptions.header.instrument = mHeaderOptions.InstrumentOf(camera);
     tcProgress progress(!mtCommon.quiet);
     Record(camera, progress);
     camera.close();

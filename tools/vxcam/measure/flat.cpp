@@ -1,6 +1,8 @@
 // vxcam flat: flat frames of a level.
 #include "arguments.h"
 #include "failure.h"
+#include "headeroptions.h"
+#include "planoptions.h"
 #include "program.h"
 #include "readout.h"
 #include "report.h"
@@ -39,18 +41,17 @@ public:
 private:
     void CheckArguments();
     void CheckFiles() const;
-    void CheckArea(const vxcam::Size& sensor) const;
     double Level() const;
     void Expose(vxcam::Camera& camera, tcProgress& progress);
     void Take(vxcam::Camera& camera, tcProgress& progress);
     void Keep(const std::vector<tsGrabbed>& written);
 
     tsCommonOptions mtCommon;
-    std::string msLevel = "50%", msTolerance = "2%", msLongest = "1min", msFirst = "1s", msArea;
-    std::string msTimeout, msOutput = "flat.fits", msInstrument;
-    std::vector<std::string> maCards;
+    tcPartOptions mPartOptions;
+    tcHeaderOptions mHeaderOptions;
+    std::string msLevel = "50%", msTolerance = "2%", msLongest = "1min", msFirst = "1s";
+    std::string msOutput = "flat.fits";
     int mnFrames = 0, mnBits = 16;
-    bool mbForce = false;
 
     vxcam::Plan mtPlan;
     vxcam::ExposureGoal mtGoal;
@@ -82,16 +83,12 @@ void tcFlat::Declare(tcCommandLine& line)
     line.Option("--longest", &msLongest, "TIME", "and the longest one");
     line.Option("-n,--frames", &mnFrames, "NUMBER", "flat frames to take then; 0: none")
         .Within(0, gnMostFrames);
-    line.Option("--area", &msArea, "AREA", "part of the sensor: x,y,width,height; else the whole");
+    mPartOptions.DeclareArea(line);
     line.Option("--bits", &mnBits, "NUMBER", "bits a pixel: 8 or 16");
-    line.Option("--timeout", &msTimeout, "TIME",
-                "silence beyond the time when a frame is due that ends it; 20s");
+    mPartOptions.DeclareTimeout(line);
     line.Option("-o,--output", &msOutput, "FILE",
                 "FITS file; %04d in it stands for the frame's number");
-    line.Flag("--force", &mbForce, "replace files that exist");
-    line.Option("--instrument", &msInstrument, "NAME", "the camera's name in the file");
-    line.Option("--header", &maCards, "CARD",
-                "KEY=VALUE or KEY=VALUE/COMMENT for the file's header; may be repeated");
+    mHeaderOptions.Declare(line);
     line.Flag("--json", &mbJson, "print one JSON document");
 }
 
@@ -126,12 +123,8 @@ void tcFlat::CheckArguments()
     mtPlan.kind = vxcam::ReadoutKind::Area;
     mtPlan.type = vxcam::FrameType::Flat;
     mtPlan.bits = mnBits;
-    if (!msArea.empty()) mtPlan.area = ParseArea(msArea);
-    if (!msTimeout.empty()) mtPlan.timeout = ParseDuration(msTimeout);
-    mtHeader.software = "vxcam " VXCAM_VERSION;
-    for (const std::string& card : maCards) {
-        mtHeader.cards.push_back(vxcam::parseCard(card));
-    }
+    mPartOptions.Apply(&mtPlan);
+    mtHeader = mHeaderOptions.Header();
     if (vxcam::formatOf(msOutput).value_or(vxcam::FileFormat::Fits) != vxcam::FileFormat::Fits) {
         throw tcFailure(eExitUsage, msOutput + ": it would be a FITS file");
     }
@@ -142,16 +135,8 @@ void tcFlat::CheckArguments()
 void tcFlat::CheckFiles() const
 {
     for (const std::string& file : maFiles) {
-        vxcam::checkNewFile(file, mbForce);
+        vxcam::checkNewFile(file, mHeaderOptions.Force());
     }
-}
-
-void tcFlat::CheckArea(const vxcam::Size& sensor) const
-{
-    if (!mtPlan.area || mtPlan.area->fits(sensor)) return;
-    throw tcFailure(eExitUsage, "area '" + msArea + "': reaches beyond the sensor of " +
-                                    std::to_string(sensor.columns) + " x " +
-                                    std::to_string(sensor.rows) + " pixels");
 }
 
 void tcFlat::Expose(vxcam::Camera& camera, tcProgress& progress)
@@ -179,11 +164,9 @@ void tcFlat::Take(vxcam::Camera& camera, tcProgress& progress)
     mtPlan.frames = mnFrames;
     tsReadoutOptions options;
     options.files = maFiles;
-    options.force = mbForce;
+    options.force = mHeaderOptions.Force();
     options.header = mtHeader;
-    options.header.instrument = msInstrument;
-    const bool isNamed = !msInstrument.empty() || NameOf(camera) == camera.target();
-    if (!isNamed) options.header.instrument = NameOf(camera);
+    options.header.instrument = mHeaderOptions.InstrumentOf(camera);
     const tcComplaints complaints(camera);
     tcReadout readout(camera, mtPlan, options);
     try {
@@ -220,7 +203,7 @@ void tcFlat::Run()
     CheckFiles();
     vxcam::Camera camera = OpenCamera(mtCommon);
     mDocument["target"] = NameOf(camera);
-    CheckArea(camera.sensor());
+    mPartOptions.CheckArea(mtPlan, camera.sensor());
     tcProgress progress(!mtCommon.quiet);
     Expose(camera, progress);
     if (mnFrames > 0) Take(camera, progress);

@@ -1,6 +1,7 @@
 // vxcam ptc: gain, read noise and full well by photon transfer.
 #include "arguments.h"
 #include "failure.h"
+#include "planoptions.h"
 #include "plot.h"
 #include "program.h"
 #include "report.h"
@@ -43,7 +44,6 @@ public:
 private:
     void CheckArguments();
     void CheckFiles() const;
-    void CheckArea(const vxcam::Size& sensor) const;
     std::vector<tpMilliseconds> Exposures(tcShots& shots) const;
     vxcam::FramePair TakePair(tcShots& shots, vxcam::FrameType type, tpMilliseconds exposure,
                               const std::string& what);
@@ -54,7 +54,8 @@ private:
     void WritePlot(const vxcam::PhotonTransfer& result) const;
 
     tsCommonOptions mtCommon;
-    std::string msFrom, msTo, msLongest = "10min", msArea, msTimeout, msTable, msPlot;
+    tcPartOptions mPartOptions;
+    std::string msFrom, msTo, msLongest = "10min", msTable, msPlot;
     int mnPairs = 16;
     bool mbForce = false;
 
@@ -73,9 +74,8 @@ void tcPtc::Declare(tcCommandLine& line)
     line.Option("--longest", &msLongest, "TIME", "that is tried to find it");
     line.Option("-n,--pairs", &mnPairs, "NUMBER", "exposures, of two frames each")
         .Within(gnFewestPairs, gnMostPairs);
-    line.Option("--area", &msArea, "AREA", "part of the sensor: x,y,width,height; else the whole");
-    line.Option("--timeout", &msTimeout, "TIME",
-                "silence beyond the time when a frame is due that ends it; 20s");
+    mPartOptions.DeclareArea(line);
+    mPartOptions.DeclareTimeout(line);
     line.Option("--csv", &msTable, "FILE", "a table of the pairs");
     line.Option("--plot", &msPlot, "FILE", "PNG picture of variance over signal");
     line.Flag("--force", &mbForce, "replace files that exist");
@@ -99,8 +99,7 @@ void tcPtc::CheckArguments()
     mtPlan.kind = vxcam::ReadoutKind::Area;
     mtPlan.type = vxcam::FrameType::Flat;
     mtPlan.frames = 2;
-    if (!msArea.empty()) mtPlan.area = ParseArea(msArea);
-    if (!msTimeout.empty()) mtPlan.timeout = ParseDuration(msTimeout);
+    mPartOptions.Apply(&mtPlan);
     const auto format = vxcam::formatOf(msPlot).value_or(vxcam::FileFormat::Preview);
     if (format != vxcam::FileFormat::Preview) {
         throw tcFailure(eExitUsage,
@@ -120,14 +119,6 @@ void tcPtc::CheckFiles() const
     for (const std::string& file : {msTable, msPlot}) {
         if (!file.empty()) vxcam::checkNewFile(file, mbForce);
     }
-}
-
-void tcPtc::CheckArea(const vxcam::Size& sensor) const
-{
-    if (!mtPlan.area || mtPlan.area->fits(sensor)) return;
-    throw tcFailure(eExitUsage, "area '" + msArea + "': reaches beyond the sensor of " +
-                                    std::to_string(sensor.columns) + " x " +
-                                    std::to_string(sensor.rows) + " pixels");
 }
 
 // Evenly spread over the decades of light, and some beyond the end of the scale.
@@ -299,7 +290,7 @@ void tcPtc::Run()
     CheckFiles();
     vxcam::Camera camera = OpenCamera(mtCommon);
     mDocument["target"] = NameOf(camera);
-    CheckArea(camera.sensor());
+    mPartOptions.CheckArea(mtPlan, camera.sensor());
     tcProgress progress(!mtCommon.quiet);
     tcShots shots(camera, progress);
     Measure(shots);

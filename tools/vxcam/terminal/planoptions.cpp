@@ -3,6 +3,19 @@
 #include "arguments.h"
 #include "failure.h"
 
+namespace {
+
+// `text` is how it stands on the command line.
+void CheckFits(const vxcam::Area& area, const std::string& text, const vxcam::Size& sensor)
+{
+    if (area.fits(sensor)) return;
+    throw tcFailure(eExitUsage, "area '" + text + "': reaches beyond the sensor of " +
+                                    std::to_string(sensor.columns) + " x " +
+                                    std::to_string(sensor.rows) + " pixels");
+}
+
+} // namespace
+
 void tcPlanOptions::DeclareExposure(tcCommandLine& line)
 {
     line.Option("-e,--exposure", &msExposure, "TIME",
@@ -91,9 +104,28 @@ void tcPlanOptions::CheckAreas(const vxcam::Plan& plan, const vxcam::Size& senso
     std::vector<vxcam::Area> areas = plan.regions;
     if (plan.area) areas.push_back(*plan.area);
     for (const vxcam::Area& area : areas) {
-        if (area.fits(sensor)) continue;
-        throw tcFailure(eExitUsage, "area '" + msAreas + "': reaches beyond the sensor of " +
-                                        std::to_string(sensor.columns) + " x " +
-                                        std::to_string(sensor.rows) + " pixels");
+        CheckFits(area, msAreas, sensor);
     }
+}
+
+void tcPartOptions::DeclareArea(tcCommandLine& line)
+{
+    line.Option("--area", &msArea, "AREA", "part of the sensor: x,y,width,height; else the whole");
+}
+
+void tcPartOptions::DeclareTimeout(tcCommandLine& line)
+{
+    line.Option("--timeout", &msTimeout, "TIME",
+                "silence beyond the time when a frame is due that ends it; 20s");
+}
+
+void tcPartOptions::Apply(vxcam::Plan* plan) const
+{
+    if (!msArea.empty()) plan->area = ParseArea(msArea);
+    if (!msTimeout.empty()) plan->timeout = ParseDuration(msTimeout);
+}
+
+void tcPartOptions::CheckArea(const vxcam::Plan& plan, const vxcam::Size& sensor) const
+{
+    if (plan.area) CheckFits(*plan.area, msArea, sensor);
 }

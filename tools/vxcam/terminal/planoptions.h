@@ -35,4 +35,19 @@ private:
     bool mbLight = false, mbDark = false, mbBias = false, mbFlat = false;
 };
 
+// One part of the sensor, and how long the camera may be silent, for a plan of the verb's own.
+class tcPartOptions
+{
+public:
+    void DeclareArea(tcCommandLine& line);
+    void DeclareTimeout(tcCommandLine& line);
+
+    // Both throw tcFailure with eExitUsage; the latter when the part lies beyond the sensor.
+    void Apply(vxcam::Plan* plan) const;
+    void CheckArea(const vxcam::Plan& plan, const vxcam::Size& sensor) const;
+
+private:
+    std::string msArea, msTimeout;
+};
+
 #endif
