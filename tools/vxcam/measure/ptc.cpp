@@ -66,6 +66,14 @@ private:
     nlohmann::ordered_json mDocument;
 };
 
+// With so many decimals, and spaces in front.
+std::string NumberText(double value, int decimals, int width = 0)
+{
+    char text[400];
+    std::snprintf(text, sizeof text, "%*.*f", width, decimals, value);
+    return text;
+}
+
 void tcPtc::Declare(tcCommandLine& line)
 {
     DeclareCommon(line, &mtCommon);
@@ -204,18 +212,16 @@ void tcPtc::Print(const vxcam::PhotonTransfer& result) const
 {
     PrintLine("  exposure      level     signal   variance  saturated");
     PrintLine("         s        ADU        ADU      ADU^2          %");
-    char line[160];
     for (size_t i = 0; i < maFlats.size(); ++i) {
         const vxcam::FramePair& flat = maFlats[i];
-        char noise[48] = "         -          -";
-        if (flat.used > 0) {
-            std::snprintf(noise, sizeof noise, "%10.1f %10.1f", flat.mean - result.offset,
-                          flat.variance);
-        }
-        std::snprintf(line, sizeof line, "%10.3f %10.0f %s %10.2f%s", flat.exposure, flat.level,
-                      noise, 100 * flat.saturated, result.isFitted[i] ? "  *" : "");
-        PrintLine(line);
+        const std::string noise = flat.used > 0 ? NumberText(flat.mean - result.offset, 1, 10) +
+                                                      " " + NumberText(flat.variance, 1, 10)
+                                                : "         -          -";
+        PrintLine(NumberText(flat.exposure, 3, 10) + " " + NumberText(flat.level, 0, 10) + " " +
+                  noise + " " + NumberText(100 * flat.saturated, 2, 10) +
+                  (result.isFitted[i] ? "  *" : ""));
     }
+    char line[160];
     std::snprintf(line, sizeof line, "gain        %.4f electrons/ADU (pairs with *)", result.gain);
     PrintLine(line);
     std::snprintf(line, sizeof line, "read noise  %.2f electrons", result.readNoise);
@@ -232,17 +238,14 @@ void tcPtc::Print(const vxcam::PhotonTransfer& result) const
 void tcPtc::WriteTable(const vxcam::PhotonTransfer& result) const
 {
     std::string text = "exposure_s,level_adu,signal_adu,variance_adu2,used,saturated,fitted\n";
-    char line[160];
     for (size_t i = 0; i < maFlats.size(); ++i) {
         const vxcam::FramePair& flat = maFlats[i];
-        char noise[64] = ",";
-        if (flat.used > 0) {
-            std::snprintf(noise, sizeof noise, "%.3f,%.3f", flat.mean - result.offset,
-                          flat.variance);
-        }
-        std::snprintf(line, sizeof line, "%.3f,%.1f,%s,%.4f,%.4f,%d\n", flat.exposure, flat.level,
-                      noise, flat.used, flat.saturated, result.isFitted[i] ? 1 : 0);
-        text += line;
+        text += NumberText(flat.exposure, 3) + "," + NumberText(flat.level, 1) + ",";
+        if (flat.used > 0) text += NumberText(flat.mean - result.offset, 3);
+        text += ",";
+        if (flat.used > 0) text += NumberText(flat.variance, 3);
+        text += "," + NumberText(flat.used, 4) + "," + NumberText(flat.saturated, 4) +
+                (result.isFitted[i] ? ",1\n" : ",0\n");
     }
     vxcam::writeNewFile(msTable, text.data(), text.size(), mbForce);
 }
