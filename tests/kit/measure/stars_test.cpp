@@ -1,6 +1,5 @@
-#include "files_support.h"
+#include "usual_program.h"
 
-#include <vxcamkit/fits.h>
 #include <vxcamkit/stars.h>
 
 #include <gmock/gmock.h>
@@ -254,26 +253,12 @@ TEST(Stars, AreWhatTheUsualProgramSees)
     scene.rows = scene.columns = 1024;
     scene.sources = scattered(1024, 1024, 48, 120, 20000, 2); // from 12 times the noise
     const Frame frame = drawn<uint16_t>(scene);
-    const Folder folder;
-    makeTextFile(folder.path("a.fits"), makeFits(frame));
-    makeTextFile(folder.path("what"), "X_IMAGE\nY_IMAGE\nFLUX_RADIUS\nFLUX_MAX\nBACKGROUND\n");
-    makeTextFile(folder.path("how"),
-                 "CATALOG_NAME " + folder.path("list") + "\nCATALOG_TYPE ASCII\nPARAMETERS_NAME " +
-                     folder.path("what") +
-                     "\nFILTER N\nDETECT_THRESH 5\nANALYSIS_THRESH 5\nDETECT_MINAREA 4\n"
-                     "PHOT_FLUXFRAC 0.5\nVERBOSE_TYPE QUIET\n");
-    Output("source-extractor " + folder.path("a.fits") + " -c " + folder.path("how") + " 2>&1");
     std::vector<double> radii;
-    for (const std::string& line : Split(ReadFile(folder.path("list")), '\n')) {
-        std::istringstream numbers(line);
-        double x = 0, y = 0, radius = 0, peak = 0;
-        numbers >> x >> y >> radius >> peak;
-        // Away from the edges, above ten times the noise.
-        if (numbers && peak > 100 && x > 20 && y > 20 && x < 1004 && y < 1004) {
-            radii.push_back(radius);
-        }
+    for (const ListedStar& star : starsOfTheUsualProgram("source-extractor", frame)) {
+        const bool isInside = star.x > 20 && star.y > 20 && star.x < 1004 && star.y < 1004;
+        if (isInside && star.peak > 100) radii.push_back(star.radius); // ten times the noise
     }
-    ASSERT_GT(radii.size(), 100u) << ReadFile(folder.path("list"));
+    ASSERT_GT(radii.size(), 100u);
     std::nth_element(radii.begin(), radii.begin() + static_cast<long>(radii.size() / 2),
                      radii.end());
     const double theirs = 2 * radii[radii.size() / 2];

@@ -1,12 +1,10 @@
 // The stars of simulated frames, as a third party's program sees them.
-#include "files_support.h"
+#include "usual_program.h"
 
 #include <vxcamkit/camera.h>
-#include <vxcamkit/fits.h>
 #include <vxcamkit/measures.h>
 
 #include <cstdlib>
-#include <sstream>
 
 namespace vxcam {
 
@@ -30,24 +28,12 @@ double medianOf(std::vector<double> values)
 // Half flux diameters of stars whose peak is so many times the noise, away from the edges.
 std::vector<double> theirs(const std::string& program, const Frame& frame, double noise)
 {
-    const Folder folder;
-    makeTextFile(folder.path("a.fits"), makeFits(frame));
-    makeTextFile(folder.path("what"), "X_IMAGE\nY_IMAGE\nFLUX_RADIUS\nFLUX_MAX\nFLAGS\n");
-    makeTextFile(folder.path("how"),
-                 "CATALOG_NAME " + folder.path("list") + "\nCATALOG_TYPE ASCII\nPARAMETERS_NAME " +
-                     folder.path("what") +
-                     "\nFILTER N\nDETECT_THRESH 5\nANALYSIS_THRESH 5\nDETECT_MINAREA 4\n"
-                     "SATUR_LEVEL 65000\nPHOT_FLUXFRAC 0.5\nVERBOSE_TYPE QUIET\n");
-    Output(program + " " + folder.path("a.fits") + " -c " + folder.path("how") + " 2>&1");
     std::vector<double> diameters;
-    for (const std::string& line : Split(ReadFile(folder.path("list")), '\n')) {
-        std::istringstream numbers(line);
-        double x = 0, y = 0, radius = 0, peak = 0, flags = 0;
-        numbers >> x >> y >> radius >> peak >> flags;
-        if (!numbers || peak < kSigmas * noise || (static_cast<int>(flags) & 4) != 0) continue;
-        const bool isInside = x - 1 > kEdge && y - 1 > kEdge && x < frame.columns() - kEdge &&
-                              y < frame.rows() - kEdge;
-        if (isInside) diameters.push_back(2 * radius);
+    for (const ListedStar& star : starsOfTheUsualProgram(program, frame)) {
+        if (star.peak < kSigmas * noise || star.isSaturated) continue;
+        const bool isInside = star.x - 1 > kEdge && star.y - 1 > kEdge &&
+                              star.x < frame.columns() - kEdge && star.y < frame.rows() - kEdge;
+        if (isInside) diameters.push_back(2 * star.radius);
     }
     return diameters;
 }
