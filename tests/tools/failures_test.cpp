@@ -39,13 +39,6 @@ std::string Frame(bool last)
     return Row(0, 4, last) + Row(1, 4, last) + Row(2, 4, last) + Row(3, 4, last);
 }
 
-tcRun::tsHow In(const tcFolder& folder)
-{
-    tcRun::tsHow how;
-    how.folder = folder.Path();
-    return how;
-}
-
 void ExpectFailure(tcRun& run, int code, const std::string& text)
 {
     EXPECT_EQ(run.Exit(), code);

@@ -1,6 +1,6 @@
 // Flat frames of a level, of the simulated camera before a lamp.
 #include "grab_support.h"
-#include "tcSimServer.h"
+#include "simulated_support.h"
 
 #include <gmock/gmock.h>
 
@@ -9,26 +9,10 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr double gnLamp = 40000; // electrons a pixel and second
-
 class Flat : public testing::Test
 {
 protected:
-    Flat() : mCamera(Options()), msTarget("127.0.0.1:" + std::to_string(mCamera.Start())) {}
-
-    static tsSimOptions Options()
-    {
-        tsSimOptions options;
-        options.columns = 200;
-        options.rows = 100;
-        options.timeScale = 10;
-        options.tunables = [] {
-            tsSimTunables tunables;
-            tunables.sky = gnLamp;
-            return tunables;
-        };
-        return options;
-    }
+    Flat() : mCamera(Lamp(200, 100, 10)), msTarget(TargetOf(mCamera)) {}
 
     tcSimServer mCamera;
     const std::string msTarget;

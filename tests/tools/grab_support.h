@@ -1,4 +1,4 @@
-// What the tests of pictures share: where they are taken, and what is in their files.
+// What the tests of pictures share: what is in their files.
 #ifndef GRAB_SUPPORT_H
 #define GRAB_SUPPORT_H
 
@@ -6,13 +6,6 @@
 
 #include <fitsio.h>
 #include <gmock/gmock.h>
-
-inline tcRun::tsHow In(const tcFolder& folder)
-{
-    tcRun::tsHow how;
-    how.folder = folder.Path();
-    return how;
-}
 
 // What is in a file that the program wrote.
 struct tsContent {

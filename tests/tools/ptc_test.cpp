@@ -1,5 +1,5 @@
 // Photon transfer with the simulated camera, whose gain and noise are known.
-#include "tcSimServer.h"
+#include "simulated_support.h"
 #include "tool_support.h"
 
 #include <gmock/gmock.h>
@@ -12,23 +12,6 @@ using testing::StartsWith;
 
 namespace {
 
-constexpr double gnLamp = 40000; // electrons a pixel and second
-
-// A camera before a lamp.
-tsSimOptions Lamp()
-{
-    tsSimOptions options;
-    options.columns = 400;
-    options.rows = 300;
-    options.timeScale = 100;
-    options.tunables = [] {
-        tsSimTunables tunables;
-        tunables.sky = gnLamp;
-        return tunables;
-    };
-    return options;
-}
-
 // 6 electrons of read noise, an offset of 1000 counts and 16 bits: docs/simulator.md.
 void ExpectSimulated(const nlohmann::json& document, double gain)
 {
@@ -39,18 +22,6 @@ void ExpectSimulated(const nlohmann::json& document, double gain)
     EXPECT_NEAR(document["full_well_e"].get<double>(), well, 0.03 * well);
     EXPECT_EQ(document["full_well_limit"], "converter");
     EXPECT_NEAR(document["offset_adu"].get<double>(), 1000, 1);
-}
-
-std::string TargetOf(tcSimServer& camera)
-{
-    return "127.0.0.1:" + std::to_string(camera.Start());
-}
-
-tcRun::tsHow In(const tcFolder& folder)
-{
-    tcRun::tsHow how;
-    how.folder = folder.Path();
-    return how;
 }
 
 } // namespace
@@ -67,7 +38,7 @@ TEST(Ptc, FindsGainNoiseAndFullWellOfTheSimulatedCamera)
 TEST(Ptc, FindsTheGainThatIsSet)
 {
     for (const int gain : {1, 3}) {
-        tcSimServer camera(Lamp());
+        tcSimServer camera(Lamp(400, 300, 100));
         const std::string target = TargetOf(camera);
         ASSERT_EQ(tcRun({"set", target, "gain=" + std::to_string(gain)}).Exit(), 0);
         tcRun run({"ptc", target, "--json"});
@@ -79,7 +50,7 @@ TEST(Ptc, FindsTheGainThatIsSet)
 TEST(Ptc, PrintsATableAndWritesFiles)
 {
     tcFolder folder;
-    tcSimServer camera(Lamp());
+    tcSimServer camera(Lamp(400, 300, 100));
     tcRun run({"ptc", TargetOf(camera), "--from", "50ms", "--to", "1s", "--pairs", "5", "--csv",
                "a.csv", "--plot", "a.png"},
               In(folder));

@@ -1,7 +1,7 @@
 // Frames kept by the program, from end to end.
 #include "grab_support.h"
 #include "shell.h"
-#include "tcSimServer.h"
+#include "simulated_support.h"
 
 #include <gmock/gmock.h>
 
@@ -37,13 +37,8 @@ class tcRecordTest : public testing::Test
 protected:
     std::string Start(const std::vector<std::string>& faults = {})
     {
-        tsSimOptions options;
-        options.columns = 96;
-        options.rows = 64;
-        options.heartbeatSeconds = 0.05;
-        options.faults = ParseSimFaults(faults);
-        mpCamera = std::make_unique<tcSimServer>(options);
-        return "127.0.0.1:" + std::to_string(mpCamera->Start());
+        mpCamera = std::make_unique<tcSimServer>(Talkative(faults));
+        return TargetOf(*mpCamera);
     }
 
     std::unique_ptr<tcSimServer> mpCamera;

@@ -1,6 +1,6 @@
 // Frames taken by a plan, whatever happens meanwhile.
 #include "grab_support.h"
-#include "tcSimServer.h"
+#include "simulated_support.h"
 
 #include <random>
 #include <set>
@@ -28,13 +28,8 @@ class tcSequenceTest : public testing::Test
 protected:
     void Start(const std::vector<std::string>& faults = {})
     {
-        tsSimOptions options;
-        options.columns = 96;
-        options.rows = 64;
-        options.heartbeatSeconds = 0.05;
-        options.faults = ParseSimFaults(faults);
-        mpCamera = std::make_unique<tcSimServer>(options);
-        msTarget = "127.0.0.1:" + std::to_string(mpCamera->Start());
+        mpCamera = std::make_unique<tcSimServer>(Talkative(faults));
+        msTarget = TargetOf(*mpCamera);
     }
     void Plan(const std::string& text) const { MakeFile(mFolder.Path("night.yaml"), text); }
     std::vector<std::string> Words(const std::vector<std::string>& more = {}) const

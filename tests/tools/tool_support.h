@@ -228,6 +228,14 @@ private:
     std::string msTerminal;
 };
 
+// The program runs in the folder.
+inline tcRun::tsHow In(const tcFolder& folder)
+{
+    tcRun::tsHow how;
+    how.folder = folder.Path();
+    return how;
+}
+
 // What a camera answers that knows every setting that goes with a frame, all of them 0, and this.
 inline std::map<uint32_t, std::string>
 AnswersWithSettings(const std::map<uint32_t, std::string>& others = {})
