@@ -37,11 +37,8 @@ void SequenceRun::run()
     removeRemains();
     journal_.begin();
     losses_ = camera_.statistics().connectionsLost;
-    if (first < count) {
-        restore(first);
-        for (int unit = first; unit < count; ++unit) {
-            if (!journal_.isDone(unit)) doUnit(unit);
-        }
+    for (int unit = first; unit < count; ++unit) {
+        if (!journal_.isDone(unit)) doUnit(unit, unit == first);
     }
     journal_.ended();
 }
@@ -138,18 +135,18 @@ void SequenceRun::removeRemains() const
     }
 }
 
-void SequenceRun::doUnit(int number)
+void SequenceRun::doUnit(int number, bool isRestoreDue)
 {
     const SequenceUnit& unit = units_[static_cast<size_t>(number)];
-    const auto start = Clock::now();
-    bool isRestoreDue = false;
+    auto start = Clock::now();
     for (int failures = 1;; ++failures) {
         try {
-            if (isRestoreDue || hasLostLink()) {
+            while (isRestoreDue || hasLostLink()) {
                 isRestoreDue = true;
                 losses_ = camera_.statistics().connectionsLost;
                 restore(number);
                 isRestoreDue = false;
+                start = Clock::now();
             }
             tryUnit(unit, number);
             break;
@@ -194,7 +191,9 @@ bool SequenceRun::mayGoOn(const Error& error, const SequenceUnit& unit, int fail
                            error.kind() == ErrorKind::Incomplete ||
                            error.kind() == ErrorKind::Timeout;
     const bool isLost = error.kind() == ErrorKind::LinkLost || hasLostLink();
-    const bool mayGoOn = failures <= plan_.retries && (isLost || (isFrame && isOfFrame));
+    const bool isOfCooling = dynamic_cast<const CoolingFailure*>(&error) != nullptr;
+    const bool mayGoOn =
+        failures <= plan_.retries && (isLost || (isFrame && isOfFrame && !isOfCooling));
     try {
         journal_.failed(textOf(unit) + ": " + error.what());
     } catch (const Error&) {

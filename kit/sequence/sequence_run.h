@@ -15,6 +15,13 @@
 
 namespace vxcam {
 
+// The sensor does not get as cold, or as warm, as it shall.
+class CoolingFailure : public Error
+{
+public:
+    explicit CoolingFailure(const std::string& text) : Error(ErrorKind::Timeout, text) {}
+};
+
 // One run, with a camera.
 //
 // Threads: one.
@@ -37,7 +44,7 @@ private:
     void removeRemains() const;
     int firstLeft() const;
     void countAll(int first);
-    void doUnit(int unit);
+    void doUnit(int unit, bool isRestoreDue);
     void tryUnit(const SequenceUnit& unit, int number);
     bool mayGoOn(const Error& error, const SequenceUnit& unit, int failures);
     void awaitLink(const Error& error);

@@ -147,7 +147,7 @@ void SequenceRun::cool(const SequenceUnit& unit)
         const bool isLate = Clock::now() >= deadline;
         if (state.phase == CoolingPhase::Failed || (isLate && !state.isOver())) {
             cooler.stop();
-            throw Error(ErrorKind::Timeout, state.text);
+            throw CoolingFailure(state.text);
         }
         if (state.isOver()) break;
         cooler.wait(kPoll);

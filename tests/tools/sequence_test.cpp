@@ -306,6 +306,38 @@ TEST_F(SequenceVerb, CoolsThoughNothingComesBehindIt)
     EXPECT_THAT(msOutput, HasSubstr("not complete: "));
 }
 
+TEST_F(SequenceVerb, WaitsForACameraThatIsLostWhileItsSettingsAreMade)
+{
+    constexpr const char* lost = "close:id=0x84,message=1"; // in front of the gain
+    Start({lost});
+    Plan("steps: [{set: {gain: 3}}, {bias: {count: 1}}]\n");
+    EXPECT_EQ(RunOnce({"--json"}), 0) << msErrors;
+    EXPECT_EQ(mDocument["failures"].size(), 1u) << mDocument["failures"];
+    ASSERT_EQ(Frames().size(), 1u);
+    EXPECT_EQ(std::stod(CardOf(Frames().front(), "GAIN")), 3);
+}
+
+TEST_F(SequenceVerb, MakesTheSettingsAgainOfACameraThatRebootsBeforeItIsCold)
+{
+    Start({"reboot:time=0.3,seconds=0.1"});
+    Plan(R"(steps:
+  - set: {gain: 3}
+  - temperature: {to: 20, tolerance: 100, settle: 1s}
+  - bias: {count: 1}
+)");
+    EXPECT_EQ(RunOnce(), 0) << msErrors;
+    ASSERT_EQ(Frames().size(), 1u);
+    EXPECT_EQ(std::stod(CardOf(Frames().front(), "GAIN")), 3);
+}
+
+TEST_F(SequenceVerb, WaitsForColdOnceOnly)
+{
+    Start();
+    Plan("steps: [{temperature: {to: -50, timeout: 50ms}}, {bias: {count: 1}}]\n");
+    EXPECT_EQ(RunOnce({"--json"}), 3);
+    EXPECT_EQ(mDocument["failures"].size(), 1u) << mDocument["failures"];
+}
+
 TEST_F(SequenceVerb, WarmsUpThoughTheRunBeforeEndedInIt)
 {
     Start();
@@ -324,7 +356,7 @@ TEST_F(SequenceVerb, CountsNoTimeForTheCoolingOfRunsBefore)
 {
     Start();
     Plan(R"(steps:
-  - temperature: {to: 20, tolerance: 100, settle: 2s}
+  - temperature: {to: 20, tolerance: 100, settle: 1s}
   - bias: {count: 1}
   - run: 'test -e ready'
   - bias: {count: 1}
