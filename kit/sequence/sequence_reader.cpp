@@ -8,11 +8,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 
 namespace vxcam {
 
@@ -24,6 +26,7 @@ constexpr int kMostCount = kMostUnits, kMostFactor = 65535, kMostDepth = 8;
 constexpr double kColdest = -273, kWarmest = 100; // degrees Celsius
 constexpr double kMostRamp = 1000;                // degrees a minute
 constexpr double kMostMean = 4294967295.0;
+constexpr milliseconds kFirst(1000); // exposure of flats with a level
 constexpr size_t kMostName = 64, kMostBytes = size_t{1} << 20U;
 
 [[noreturn]] void refuse(const std::string& why)
@@ -91,8 +94,13 @@ private:
     void readCards(const YAML::Node& node)
     {
         if (!node.IsSequence()) refuse("write a list of KEY=VALUE or KEY=VALUE/COMMENT");
-        for (const auto& card : node) {
-            faults_.guard(card, "header", [&] { plan_.cards.push_back(parseCard(textIn(card))); });
+        std::set<std::string> words = {kSequenceCard, kSequenceNumberCard};
+        for (const auto& one : node) {
+            faults_.guard(one, "header", [&] {
+                plan_.cards.push_back(parseCard(textIn(one)));
+                const std::string& word = plan_.cards.back().keyword;
+                if (!words.insert(word).second) refuse("the word " + word + " is there already");
+            });
         }
     }
 
@@ -173,10 +181,15 @@ private:
         const bool isBinned = plan.kind == ReadoutKind::Binned;
         if (isBinned && plan.area) refuse("area and binning exclude each other");
         if (isBinned && node["bits"]) refuse("binned frames have 32 bits");
-        if (!plan.exposure && step->level.mean == 0) refuse("'exposure' is missing");
-        if (!plan.exposure)
-            plan.exposure = std::clamp<milliseconds>(std::chrono::seconds(1), step->level.least,
-                                                     step->level.most);
+        const SequenceLevel& level = step->level;
+        const double fullScale = std::ldexp(1.0, plan.bits) - 1;
+        if (!isBinned && level.mean >= fullScale) {
+            refuse("level: 'mean' is less than " + std::to_string(std::lround(fullScale)) + " of " +
+                   std::to_string(plan.bits) + " bits");
+        }
+        if (plan.exposure) return;
+        if (!node["exposure"] && !node["level"]) refuse("'exposure' is missing");
+        plan.exposure = std::max(level.least, std::min<milliseconds>(kFirst, level.most));
     }
 
     void addLevel(SequenceKeys* keys, SequenceStep* step)
@@ -213,9 +226,13 @@ private:
     void readSettings(const YAML::Node& node, SequenceStep* step)
     {
         if (!node.IsMap()) refuse("write 'PROPERTY: VALUE' lines");
+        std::set<std::string> seen;
         for (const auto& entry : node) {
-            faults_.guard(entry.first, "set",
-                          [&] { readSetting(textIn(entry.first), entry.second, step); });
+            faults_.guard(entry.first, "set", [&] {
+                const std::string name = textIn(entry.first);
+                if (!seen.insert(name).second) refuse("'" + name + "' is there twice");
+                readSetting(name, entry.second, step);
+            });
         }
     }
 

@@ -19,8 +19,6 @@ namespace vxcam {
 namespace {
 
 constexpr std::chrono::milliseconds kPoll(50);
-constexpr const char* kIdCard = "SEQID";
-constexpr const char* kNumberCard = "SEQFRAME";
 
 std::string meanText(double mean)
 {
@@ -49,8 +47,9 @@ void SequenceRun::takeFrame(const SequenceUnit& unit, int number)
     header.software = options_.software;
     header.instrument = options_.instrument;
     header.cards = plan_.cards;
-    header.cards.push_back({kIdCard, journal_.id(), "sequence that it is of"});
-    header.cards.push_back({kNumberCard, int64_t{unit.frame}, "frame of the sequence, from 1"});
+    header.cards.push_back({kSequenceCard, journal_.id(), "sequence that it is of"});
+    header.cards.push_back(
+        {kSequenceNumberCard, int64_t{unit.frame}, "frame of the sequence, from 1"});
     const FileBytes bytes = makeFits(frame, header);
     writeNewFile(path, bytes);
     journal_.frame(number, file, bytes.size());
@@ -65,8 +64,9 @@ bool SequenceRun::isOurs(const SequenceUnit& unit) const
     if (!std::filesystem::exists(path, error)) return false;
     try {
         const std::vector<FitsPart> parts = FitsParts(path).parts();
-        return !parts.empty() && parts.front().text(kIdCard) == journal_.id() &&
-               parts.front().number(kNumberCard) == unit.frame && verifyRecord(path).isGood();
+        return !parts.empty() && parts.front().text(kSequenceCard) == journal_.id() &&
+               parts.front().number(kSequenceNumberCard) == unit.frame &&
+               verifyRecord(path).isGood();
     } catch (const Error&) {
         return false;
     }

@@ -11,6 +11,8 @@
 namespace vxcam {
 
 inline constexpr int kMostUnits = 1000000;
+inline constexpr const char* kSequenceCard = "SEQID";
+inline constexpr const char* kSequenceNumberCard = "SEQFRAME";
 
 // Points into the plan, which outlives it.
 struct SequenceUnit {

@@ -83,6 +83,7 @@ void SequenceFaults::throwIfAny() const
 
 std::string textIn(const YAML::Node& node)
 {
+    if (node.IsMap() || node.IsSequence()) refuse("write one value here");
     if (!node.IsScalar() || node.Scalar().empty()) refuse("a value is missing here");
     return node.Scalar();
 }

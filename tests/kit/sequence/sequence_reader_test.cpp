@@ -168,6 +168,37 @@ TEST_F(SequenceReader, RefusesValuesThatCannotBe)
                 HasSubstr("night.yaml:3: the area reaches beyond the sensor of 64 x 64"));
 }
 
+TEST_F(SequenceReader, RefusesWhatIsThereTwice)
+{
+    EXPECT_THAT(mistakesOf("header: [\"A=1\", \"A=2\"]\nsteps: [{wait: 1s}]\n"),
+                HasSubstr("night.yaml:1: header: the word A is there already"));
+    EXPECT_THAT(mistakesOf("header: [\"SEQID=1\"]\nsteps: [{wait: 1s}]\n"),
+                HasSubstr("header: the word SEQID is there already"));
+    EXPECT_THAT(mistakesOfStep("set: {gain: 2, gain: 3}"),
+                HasSubstr("night.yaml:2: set: 'gain' is there twice"));
+}
+
+TEST_F(SequenceReader, RefusesLevelsThatNoFrameReaches)
+{
+    EXPECT_THAT(mistakesOfStep("flats: {count: 1, level: {mean: 65535}}"),
+                HasSubstr("flats: level: 'mean' is less than 65535 of 16 bits"));
+    EXPECT_THAT(mistakesOfStep("flats: {count: 1, bits: 8, level: {mean: 300}}"),
+                HasSubstr("'mean' is less than 255 of 8 bits"));
+    EXPECT_EQ(planOf("steps: [{flats: {count: 1, binning: 2, level: {mean: 90000}}}]\n")
+                  .steps[0]
+                  .level.mean,
+              90000);
+}
+
+TEST_F(SequenceReader, TellsEachMistakeOnce)
+{
+    EXPECT_EQ(mistakesOfStep("lights: {count: 1, exposure: -1s}"),
+              "night.yaml:2: exposure: time '-1s': it cannot be negative");
+    EXPECT_EQ(mistakesOfStep("flats: {count: 1, level: {mean: 30000, least: 2s, most: 1s}}"),
+              "night.yaml:2: level: 'least' is longer than 'most'");
+    EXPECT_EQ(mistakesOfStep("run: {command: [a]}"), "night.yaml:2: command: write one value here");
+}
+
 TEST_F(SequenceReader, RefusesFilesThatAreNoPlan)
 {
     EXPECT_THAT(mistakesOf("steps: [}\n"), HasSubstr("night.yaml:1: "));
