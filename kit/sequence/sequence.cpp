@@ -29,12 +29,10 @@ struct Sequence::Body {
     SequenceOptions options;
     std::vector<SequenceUnit> units;
     SequenceJournal journal;
-    int before = 0;
 
     Body(SequencePlan given, SequenceOptions how)
         : plan(std::move(given)), options(std::move(how)), units(unitsOf(plan)),
-          journal(journalOf(withFolder(plan)), plan.mark),
-          before(static_cast<int>(journal.frames().size()))
+          journal(journalOf(withFolder(plan)), plan.mark)
     {}
 };
 
@@ -65,7 +63,7 @@ SequenceReport Sequence::report() const
     SequenceReport report;
     report.journal = journal.path();
     report.runs = static_cast<int>(journal.processes().size());
-    report.before = body_->before;
+    report.before = static_cast<int>(journal.frames().size()) - journal.framesNow();
     report.complete = journal.hasEnded();
     for (const SequenceUnit& unit : body_->units) {
         report.frames += unit.kind == SequenceUnit::Kind::Frame;

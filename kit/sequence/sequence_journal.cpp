@@ -201,6 +201,7 @@ void SequenceJournal::frame(int unit, const std::string& file, uint64_t bytes)
 {
     append(present() + " frame " + std::to_string(unit) + " " + std::to_string(bytes) + " " + file);
     frames_[unit] = {file, bytes};
+    ++framesNow_;
 }
 
 void SequenceJournal::again(int unit)

@@ -45,6 +45,7 @@ public:
     const std::vector<SequenceFailure>& failures() const { return failures_; }
     const std::vector<int>& processes() const { return processes_; } // of all runs
     bool hasEnded() const { return hasEnded_; }
+    int framesNow() const { return framesNow_; } // of this run
 
 private:
     void lock();
@@ -62,6 +63,7 @@ private:
     std::vector<SequenceFailure> failures_;
     std::vector<int> processes_;
     bool hasEnded_ = false;
+    int framesNow_ = 0;
 };
 
 } // namespace vxcam

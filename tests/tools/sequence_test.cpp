@@ -148,6 +148,7 @@ TEST_F(SequenceVerb, HasNothingToDoWhenAllIsTakenUntilAFrameIsRemoved)
     EXPECT_EQ(mpCamera->Frames().size(), readouts);
     std::filesystem::remove(mFolder.Path("night/bias-0002.fits"));
     EXPECT_EQ(RunOnce(), 0) << msErrors;
+    EXPECT_THAT(msOutput, HasSubstr("complete: 3 of 3 frames taken, 2 of them in earlier runs"));
     EXPECT_EQ(mpCamera->Frames().size(), readouts + 1);
     ExpectGood(Frames());
     EXPECT_EQ(Frames().size(), 3u);
