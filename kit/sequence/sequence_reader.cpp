@@ -303,6 +303,12 @@ private:
 
 std::string contentOf(const std::string& path)
 {
+    std::error_code error;
+    const auto type = std::filesystem::status(path, error).type();
+    // Opening a named pipe would wait for its writer.
+    if (!error && type != std::filesystem::file_type::regular) {
+        throw Error(ErrorKind::File, path + ": is no regular file", EINVAL);
+    }
     std::ifstream file(path, std::ios::binary);
     if (!file) throw Error(ErrorKind::File, path + ": " + std::strerror(errno), errno);
     std::string text(kMostBytes + 1, '\0');

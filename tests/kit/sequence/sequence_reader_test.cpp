@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
 namespace vxcam {
 
 namespace {
@@ -211,6 +213,21 @@ TEST_F(SequenceReader, RefusesFilesThatAreNoPlan)
         FAIL() << "nothing was thrown";
     } catch (const Error& error) {
         EXPECT_EQ(error.kind(), ErrorKind::File);
+    }
+}
+
+TEST_F(SequenceReader, WaitsForNoWriterOfAPipe)
+{
+    const std::string pipe = folder_.path("pipe.yaml");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& path : {pipe, folder_.path()}) {
+        try {
+            readSequence(path);
+            FAIL() << "nothing was thrown";
+        } catch (const Error& error) {
+            EXPECT_EQ(error.kind(), ErrorKind::File);
+            EXPECT_EQ(error.what(), path + ": is no regular file");
+        }
     }
 }
 
