@@ -242,6 +242,24 @@ TEST(Capturing, RefusesWhatCannotBeBeforeTheCameraIsOpened)
     EXPECT_FALSE(std::filesystem::exists(folder.Path("run.vxw")));
 }
 
+TEST(Capturing, OfAVerbThatIsCalledWronglyMakesAndReplacesNoFile)
+{
+    tcFolder folder;
+    MakeFile(folder.Path("mine"), "mine");
+    for (const auto& verb : std::vector<std::vector<std::string>>{
+             {"get", "nonsense"}, {"grab", "--frames", "-1"}, {"grab", "--area", "1,1"}}) {
+        for (const char* file : {"mine", "run.vxw"}) {
+            std::vector<std::string> arguments{"capture", "sim", "--force", "-o",
+                                               folder.Path(file)};
+            arguments.insert(arguments.end(), verb.begin(), verb.end());
+            tcRun run(arguments);
+            EXPECT_EQ(run.Exit(), 1) << verb.back();
+        }
+    }
+    EXPECT_EQ(FileText(folder.Path("mine")), "mine");
+    EXPECT_FALSE(std::filesystem::exists(folder.Path("run.vxw")));
+}
+
 // A limit for files stands in for a full disk.
 TEST(Capturing, OfAFullDiskEndsWithTheVerbAndACodeOfItsOwn)
 {

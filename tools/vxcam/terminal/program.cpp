@@ -25,7 +25,7 @@ namespace {
 constexpr const char* gsExitCodes = "Exit codes: 0 done, 1 usage, 2 no camera, 3 time-out, "
                                     "4 camera error, 5 file error, 6 command of a plan failed, "
                                     "130 interrupted.";
-const vxcam::WireCapture* gpCapture = nullptr;
+tcCapturing* gpCapturing = nullptr;
 constexpr double gnLeastTimeScale = 0.001, gnMostTimeScale = 1e6;
 
 std::string VersionText()
@@ -203,12 +203,14 @@ vxcam::Camera tcVerb::OpenCamera(const tsCommonOptions& options)
     msOpened = target.text();
     HushLibrary(options);
     if (!options.flight.empty()) vxcam::checkNewFile(options.flight, true);
+    const vxcam::WireCapture* const capture =
+        gpCapturing != nullptr ? &gpCapturing->MadeCapture() : nullptr;
     tcQuickExit quickExit;
     try {
         vxcam::OpenOptions open;
         open.flightFile = options.flight;
-        return gpCapture != nullptr ? vxcam::Camera::open(target, open, *gpCapture)
-                                    : vxcam::Camera::open(target, open);
+        return capture != nullptr ? vxcam::Camera::open(target, open, *capture)
+                                  : vxcam::Camera::open(target, open);
     } catch (const vxcam::Error& error) {
         const bool isSilent =
             error.kind() == vxcam::ErrorKind::Timeout || error.kind() == vxcam::ErrorKind::LinkLost;
@@ -292,14 +294,20 @@ std::string LibraryVersionText()
     return number + std::to_string(library.build);
 }
 
-tcCapturing::tcCapturing(const vxcam::WireCapture& capture)
+tcCapturing::tcCapturing(tpMake make) : mMake(std::move(make))
 {
-    gpCapture = &capture;
+    gpCapturing = this;
 }
 
 tcCapturing::~tcCapturing()
 {
-    gpCapture = nullptr;
+    gpCapturing = nullptr;
+}
+
+const vxcam::WireCapture& tcCapturing::MadeCapture()
+{
+    if (mpCapture == nullptr) mpCapture = mMake();
+    return *mpCapture;
 }
 
 void CheckVerbOn(const std::string& name)

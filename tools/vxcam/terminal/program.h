@@ -9,6 +9,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -79,16 +80,26 @@ std::string NameOf(const vxcam::Camera& camera);
 // "3.8".
 std::string LibraryVersionText();
 
-// While one lives, the wire of each camera that OpenCamera() opens is recorded.
+// While one lives, the wire of each camera that OpenCamera() opens is recorded. The recording is
+// made when the first one is about to be opened: of a verb that does not come so far, there is
+// none.
 //
 // Threads: the main one only.
 class tcCapturing
 {
 public:
-    explicit tcCapturing(const vxcam::WireCapture& capture);
+    using tpMake = std::function<std::unique_ptr<vxcam::WireCapture>()>;
+    explicit tcCapturing(tpMake make);
     ~tcCapturing();
+    // The recording; null before a camera was about to be opened.
+    vxcam::WireCapture* Capture() const { return mpCapture.get(); }
+    const vxcam::WireCapture& MadeCapture();
     tcCapturing(const tcCapturing&) = delete;
     tcCapturing& operator=(const tcCapturing&) = delete;
+
+private:
+    const tpMake mMake;
+    std::unique_ptr<vxcam::WireCapture> mpCapture;
 };
 
 // Throws tcFailure for what is no verb that opens a camera.

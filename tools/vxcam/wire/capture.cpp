@@ -6,6 +6,7 @@
 #include "report.h"
 
 #include <vxcamkit/error.h>
+#include <vxcamkit/new_file.h>
 #include <vxcamkit/wire_capture.h>
 
 #include <chrono>
@@ -85,16 +86,19 @@ void tcCapture::Run()
     }
     TargetOf(mtCommon);
     if (!maVerb.empty()) CheckVerbOn(maVerb[0]);
-    vxcam::WireCapture capture(msOutput, mbForce, "vxcam " VXCAM_VERSION);
-    const tcCapturing capturing(capture);
+    vxcam::checkNewFile(msOutput, mbForce);
+    const tcCapturing capturing([this] {
+        return std::make_unique<vxcam::WireCapture>(msOutput, mbForce, "vxcam " VXCAM_VERSION);
+    });
     if (!maVerb.empty()) {
         mnCode = RunVerbOn(mtCommon.target, maVerb);
-        return Finish(capture);
+        if (capturing.Capture() != nullptr) Finish(*capturing.Capture());
+        return;
     }
     vxcam::Camera camera = OpenCamera(mtCommon);
-    Wait(capture);
+    Wait(*capturing.Capture());
     camera.close();
-    Finish(capture);
+    Finish(*capturing.Capture());
     ThrowIfInterrupted();
 }
 
