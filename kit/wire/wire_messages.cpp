@@ -96,7 +96,7 @@ void WireSplitter::cut()
         give(skipped, false);
         if (held_.size() - at_ < kHeader) break;
         const size_t length = kHeader + numberAt<uint16_t>(&held_[at_ + kLengthAt]);
-        if (length > size_t{gnLargestMessage}) {
+        if (!isSent_ && length > size_t{gnLargestMessage}) {
             give(kHeader, false);
             continue;
         }

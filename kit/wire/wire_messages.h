@@ -33,7 +33,8 @@ struct VXCAMKIT_EXPORT WirePiece {
 };
 
 // Cuts the bytes of one direction into pieces as a receiver does: what does not begin with the
-// magic, or is too long for a message, belongs to none. All pieces together are all bytes.
+// magic, or is longer than the library takes from a camera, belongs to no message. What it sends
+// may be as long as a header can tell. All pieces together are all bytes.
 class VXCAMKIT_EXPORT WireSplitter
 {
 public:

@@ -68,6 +68,19 @@ TEST(WireSplitter, FindsMessagesBetweenBytesThatBelongToNone)
     EXPECT_THAT(piecesOf({longest + two}), ElementsAre("message 16416", "message 12"));
 }
 
+TEST(WireSplitter, TakesMessagesToTheCameraAsLongAsAHeaderCanTell)
+{
+    WireSplitter splitter(true);
+    splitter.add(wireMessage(0xC0, std::string(65535, '\x50')), {});
+    splitter.add(wireMessage(0x34, ""), {});
+    const auto longest = splitter.next(), behind = splitter.next();
+    ASSERT_TRUE(longest && behind);
+    EXPECT_TRUE(longest->isMessage);
+    EXPECT_EQ(longest->payload().size(), 65535u);
+    EXPECT_EQ(behind->id(), 0x34u);
+    EXPECT_FALSE(splitter.next());
+}
+
 TEST(WireSplitter, GivesAllBytesHoweverTheyAreCut)
 {
     const std::string all =
