@@ -4,6 +4,7 @@
 
 #include <vxcamkit/error.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace vxcam {
@@ -154,6 +155,11 @@ bool CcdDevice::ISNewSwitch(const char* device, const char* name, ISState* state
         }
         if (TabProperty* const tabbed = tab_.find(name)) return setFromTab(*tabbed, given);
         if (switchesGiven(name, given)) return true;
+        const bool isAnyOn =
+            std::any_of(states, states + count, [](ISState state) { return state == ISS_ON; });
+        if (!isAnyOn && property.getRule() != ISR_NOFMANY) {
+            throw Error(ErrorKind::Usage, std::string(name) + ": no element is on");
+        }
     } catch (const Error& error) {
         refuse(property, error.what());
         return false;

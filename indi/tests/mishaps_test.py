@@ -106,6 +106,17 @@ class Mishaps(DriverTest):
         client.change("CCD_VIDEO_STREAM", {"STREAM_OFF": True}, "Idle")
         client.change("CCD_BINNING", {"HOR_BIN": 2, "VER_BIN": 2})
 
+    def test_a_switch_without_an_element_that_is_on_is_refused(self):
+        camera, client = self.connected()
+        exposure = client.vector("CCD_EXPOSURE")
+        client.set("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 1})
+        client.wait(lambda: exposure.state == "Busy", "exposing")
+        for name, element in (("CCD_ABORT_EXPOSURE", "ABORT"), ("CCD_FRAME_RESET", "RESET"),
+                              ("CCD_CAPTURE_FORMAT", "INDI_MONO_8"), ("UPLOAD_MODE", "UPLOAD_CLIENT")):
+            self.assertIn("on", client.change(name, {element: False}, "Alert").messages[-1])
+        client.wait(lambda: client.blobs, "the exposure goes on")
+        self.assert_true_frame(client.blobs[-1], camera)
+
 
 if __name__ == "__main__":
     unittest.main()
