@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 namespace vxcam {
 
@@ -26,14 +27,22 @@ void requireElements(const Elements& property, char* const* names, int count)
     }
 }
 
+// Milliseconds of the longest exposures included.
+std::string digitsOf(double number)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.10g", number);
+    return text;
+}
+
 void requireNumber(const INDI::WidgetView<INumber>& element, double value)
 {
     const std::string name = quoted(element.getName());
     if (!std::isfinite(value)) throw Error(ErrorKind::Usage, name + ": that is no number");
     const double least = element.getMin(), most = element.getMax();
     if (least >= most || (value >= least && value <= most)) return;
-    throw Error(ErrorKind::Usage, name + ": " + numberText(value) + " is not within " +
-                                      numberText(least) + " and " + numberText(most));
+    throw Error(ErrorKind::Usage, name + ": " + digitsOf(value) + " is not within " +
+                                      digitsOf(least) + " and " + digitsOf(most));
 }
 
 // What nobody has set, such as the size of a pixel of 0, comes back from a saved configuration.

@@ -117,6 +117,11 @@ class Mishaps(DriverTest):
         client.wait(lambda: client.blobs, "the exposure goes on")
         self.assert_true_frame(client.blobs[-1], camera)
 
+    def test_ranges_are_told_with_all_their_digits(self):
+        client = self.connected()[1]
+        vector = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 4294967.4}, "Alert")
+        self.assertIn("4294967.4 is not within 0 and 4294967.295", vector.messages[-1])
+
 
 if __name__ == "__main__":
     unittest.main()
