@@ -22,10 +22,11 @@ void CcdDevice::addressGiven(const Given& given)
     if (!address.empty() || !port.empty()) {
         Target::parse(port.empty() ? address : address + ":" + port);
     }
+    const std::string before = targetText();
     addressTP_[0].setText(address);
     addressTP_[1].setText(port);
     addressTP_.setState(IPS_OK);
-    if (session_.camera() == nullptr) return addressTP_.apply();
+    if (session_.camera() == nullptr || targetText() == before) return addressTP_.apply();
     addressTP_.apply("It counts when the device is connected the next time.");
 }
 

@@ -122,6 +122,14 @@ class Mishaps(DriverTest):
         vector = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 4294967.4}, "Alert")
         self.assertIn("4294967.4 is not within 0 and 4294967.295", vector.messages[-1])
 
+    def test_the_address_in_force_is_no_news(self):
+        camera, client = self.connected()
+        address = client.vector("DEVICE_ADDRESS")
+        client.change("DEVICE_ADDRESS", {"ADDRESS": "127.0.0.1", "PORT": str(camera.port)})
+        self.assertEqual(address.messages, [])
+        client.change("DEVICE_ADDRESS", {"PORT": "9"})
+        self.assertIn("next time", address.messages[-1])
+
 
 if __name__ == "__main__":
     unittest.main()
