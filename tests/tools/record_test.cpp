@@ -164,7 +164,7 @@ TEST_F(Record, TellsOfFramesThatAreIncomplete)
 
 TEST_F(Record, SaysWhenTheLinkIsLost)
 {
-    const std::string target = Start({"reset:readout=1,frame=4,packet=9"});
+    const std::string target = Start({"close:readout=1,frame=4,packet=9"});
     tcRun run({"record", target, "-e", "1ms", "-n", "50", "-o", "a.raw", "--timeout", "1s"},
               In(mFolder));
     EXPECT_EQ(run.Exit(), 3) << run.Errors();

@@ -390,7 +390,7 @@ TEST_F(Streams, LinkLossEndsThemAtOnce)
 
 TEST_F(Streams, GoOnAfterTheLinkIsBack)
 {
-    Camera& camera = open({"reset:readout=1,frame=2,packet=10"});
+    Camera& camera = open({"close:readout=1,frame=2,packet=10"});
     std::atomic<int> lost{0}, restored{0};
     const Subscription subscription = camera.onEvent([&](const Event& event) {
         if (event.kind == EventKind::LinkLost) ++lost;
