@@ -64,7 +64,10 @@ void SequenceRun::check()
     if (plan_.sensor && *plan_.sensor != camera_.sensor()) {
         throw Error(ErrorKind::Usage, plan_.path + ": the plan is for a sensor of " +
                                           std::to_string(plan_.sensor->columns) + " x " +
-                                          std::to_string(plan_.sensor->rows) + " pixels");
+                                          std::to_string(plan_.sensor->rows) +
+                                          " pixels, and the camera has " +
+                                          std::to_string(camera_.sensor().columns) + " x " +
+                                          std::to_string(camera_.sensor().rows));
     }
     for (const SequenceUnit& unit : units_) {
         if (unit.kind != SequenceUnit::Kind::Set) continue;

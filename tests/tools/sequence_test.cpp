@@ -234,7 +234,9 @@ TEST_F(SequenceVerb, TakesNothingWhenTheDiskIsTooSmallOrTheFolderCannotBe)
     std::filesystem::create_directories(mFolder.Path("night"));
     MakeFile(mFolder.Path("night/bias-0001.fits"), "precious");
     EXPECT_EQ(RunOnce(), 5);
-    EXPECT_THAT(msErrors, HasSubstr("bias-0001.fits: exists already"));
+    EXPECT_THAT(msErrors,
+                EndsWith("bias-0001.fits: exists already; move it away, or choose another "
+                         "folder\n"));
     EXPECT_EQ(FileText(mFolder.Path("night/bias-0001.fits")), "precious");
     EXPECT_TRUE(mpCamera->Frames().empty());
 }
@@ -366,6 +368,16 @@ TEST_F(SequenceVerb, CountsNoTimeForTheCoolingOfRunsBefore)
     MakeFile(mFolder.Path("ready"), "");
     EXPECT_EQ(RunOnce(), 0) << msErrors;
     EXPECT_THAT(msOutput, HasSubstr("2 of 2, 0 ms left\n"));
+}
+
+TEST_F(SequenceVerb, TellsWhichSensorACameraOfAnotherPlanHas)
+{
+    Start();
+    Plan("sensor: [64, 64]\nsteps: [{bias: {count: 1}}]\n");
+    EXPECT_EQ(RunOnce(), 1);
+    EXPECT_THAT(msErrors,
+                HasSubstr("night.yaml: the plan is for a sensor of 64 x 64 pixels, and the "
+                          "camera has 96 x 64\n"));
 }
 
 TEST_F(SequenceVerb, ChecksThePlanBeforeAnything)

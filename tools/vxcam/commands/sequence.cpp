@@ -11,6 +11,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cerrno>
+
 const char* const gsSequenceExamples =
     R"(  vxcam sequence night.yaml --dry-run              what it comes to; nothing is done
   vxcam sequence night.yaml 192.168.1.20:2000      the same again goes on where it was
@@ -191,6 +193,10 @@ void tcSequence::Take()
         if (failure) std::rethrow_exception(failure);
     } catch (const vxcam::HookError& error) {
         throw tcFailure(eExitHook, error.what());
+    } catch (const vxcam::Error& error) {
+        if (error.code() != EEXIST) throw;
+        throw tcFailure(error.row().exitCode,
+                        std::string(error.what()) + "; move it away, or choose another folder");
     }
 }
 
