@@ -128,6 +128,9 @@ void tcFlat::CheckArguments()
     if (vxcam::formatOf(msOutput).value_or(vxcam::FileFormat::Fits) != vxcam::FileFormat::Fits) {
         throw tcFailure(eExitUsage, msOutput + ": it would be a FITS file");
     }
+    if (msOutput == "-") {
+        throw tcFailure(eExitUsage, "-: flat frames do not go to standard output; ./- is a file");
+    }
     if (mnFrames > 0) maFiles = FileNames(msOutput, mnFrames);
     TargetOf(mtCommon); // before any file is looked at
 }
