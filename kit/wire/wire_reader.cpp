@@ -228,7 +228,10 @@ std::string WireCondition::text() const
         text += "; " + std::to_string(damagedBytes) + " bytes from byte " +
                 std::to_string(firstDamage) + " on are no whole block";
     }
-    if (missing > 0) text += "; " + std::to_string(missing) + " blocks are missing";
+    if (missing > 0) {
+        text += "; " + std::to_string(missing) +
+                (missing == 1 ? " block is missing" : " blocks are missing");
+    }
     if (!isEnded) text += "; it was not ended";
     return text;
 }

@@ -127,7 +127,9 @@ TEST(WireReader, TellsOfBlocksThatAreMissing)
     const Seen seen = seenIn(wireHead() + kFirst + wireEnd(2));
     EXPECT_EQ(seen.condition.missing, 1u);
     EXPECT_FALSE(seen.condition.isWhole());
-    EXPECT_EQ(seen.condition.text(), "2 blocks are whole; 1 blocks are missing");
+    EXPECT_EQ(seen.condition.text(), "2 blocks are whole; 1 block is missing");
+    EXPECT_EQ(seenIn(wireHead() + kFirst + wireEnd(3)).condition.text(),
+              "2 blocks are whole; 2 blocks are missing");
 }
 
 TEST(WireReader, GoesOnBehindBytesThatAreNoBlock)
