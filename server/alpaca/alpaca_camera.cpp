@@ -62,6 +62,16 @@ std::string AlpacaCamera::uniqueId() const
 
 void AlpacaCamera::connect()
 {
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        isOrdered_ = true;
+    }
+    reach();
+}
+
+// What was ordered last holds, however long reaching the camera takes.
+void AlpacaCamera::reach()
+{
     if (wantsConnection() && camera_.isLinkUp()) return;
     if (!camera_.waitUntilOpen(kMostConnecting)) camera_.camera(); // throws why not
     const std::shared_ptr<Camera> open = camera_.camera();
@@ -73,6 +83,7 @@ void AlpacaCamera::connect()
     const std::optional<Value> config = open->tryGet("gain-config", &why);
     const int64_t most = config && config->size() > 2 ? (*config)[2].toInt() : 0;
     std::lock_guard<std::mutex> guard(mutex_);
+    if (!isOrdered_) return;
     wantsConnection_ = true;
     geometry_ = {1, 1, 0, 0, open->sensor().columns, open->sensor().rows};
     readoutMode_ = 0;
@@ -86,6 +97,7 @@ void AlpacaCamera::disconnect()
     std::string key;
     {
         std::lock_guard<std::mutex> guard(mutex_);
+        isOrdered_ = false;
         if (!wantsConnection_) return;
         wantsConnection_ = false;
         running = own_.id;
@@ -103,22 +115,33 @@ void AlpacaCamera::disconnect()
 void AlpacaCamera::startConnecting()
 {
     std::lock_guard<std::mutex> one(connector_);
-    if (isConnecting_) return;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        isOrdered_ = true;
+        if (isConnecting_) return;
+        isConnecting_ = true;
+    }
     if (connecting_.joinable()) connecting_.join();
-    isConnecting_ = true;
     connecting_ = std::thread([this] {
-        std::optional<Error> failure;
-        try {
-            connect();
-        } catch (const Error& error) {
-            failure = error;
+        while (!hasConnected()) {
         }
-        {
-            std::lock_guard<std::mutex> guard(mutex_);
-            connectError_ = failure;
-        }
-        isConnecting_ = false;
     });
+}
+
+// Whether that is the end of it: not where another connection was ordered meanwhile.
+bool AlpacaCamera::hasConnected()
+{
+    std::optional<Error> failure;
+    try {
+        reach();
+    } catch (const Error& error) {
+        failure = error;
+    }
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!failure && isOrdered_ && !wantsConnection_) return false;
+    connectError_ = failure;
+    isConnecting_ = false;
+    return true;
 }
 
 bool AlpacaCamera::isConnecting() const

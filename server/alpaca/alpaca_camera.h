@@ -83,13 +83,15 @@ private:
         uint64_t id = 0; // of the exposure; 0: none
         Geometry geometry;
     };
+    void reach();
+    bool hasConnected();
     Own own() const;
     std::optional<Exposure> exposure() const;
 
     SharedCamera& camera_;
     const AlpacaOptions options_;
     mutable std::mutex mutex_;
-    bool wantsConnection_ = false;
+    bool isOrdered_ = false, wantsConnection_ = false;
     std::string leaseKey_;
     Geometry geometry_;
     int readoutMode_ = 0, gainMax_ = 0;

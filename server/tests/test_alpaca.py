@@ -420,6 +420,14 @@ class Connecting(Alpaca):
         self.assertIs(self.value("connected"), False)
         self.good(self.put("disconnect"))
 
+    def test_the_last_order_of_several_at_once_holds(self):
+        for orders in (("connect", "disconnect"), ("connect", "disconnect", "connect")) * 20:
+            self.connect()
+            for order in orders:
+                self.good(self.put(order))
+            until(lambda: not self.value("connecting"), "it is over")
+            self.assertIs(self.value("connected"), orders[-1] == "connect")
+
     def test_connecting_anew_resets_bins_subframe_and_image(self):
         self.connect()
         self.set(BinX=2, BinY=2, NumX=5, NumY=6, StartX=1, StartY=2)
