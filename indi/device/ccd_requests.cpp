@@ -45,17 +45,11 @@ void requireNumber(const INDI::WidgetView<INumber>& element, double value)
                                       digitsOf(least) + " and " + digitsOf(most));
 }
 
-// What nobody has set, such as the size of a pixel of 0, comes back from a saved configuration.
-bool isNotKnownYet(const INDI::PropertyNumber& property, const double* values, char* const* names,
-                   int count)
+// What nobody has set, such as the size of a pixel of 0, comes back from a saved configuration, and
+// from clients that send all elements.
+bool isNotKnownYet(const INDI::WidgetView<INumber>& element, double value)
 {
-    bool isBelow = false;
-    for (int i = 0; i < count; ++i) {
-        const auto& element = *property.findWidgetByName(names[i]);
-        if (values[i] != element.getValue()) return false;
-        isBelow = isBelow || (values[i] == 0 && element.getMin() > 0);
-    }
-    return isBelow;
+    return value == 0 && element.getValue() == 0 && element.getMin() > 0;
 }
 
 // The driver's own folder is no place that a client knows.
@@ -101,14 +95,19 @@ bool CcdDevice::ISNewNumber(const char* device, const char* name, double values[
         for (const auto& element : property) {
             numbers[element.getName()] = element.getValue();
         }
-        if (isNotKnownYet(property, values, names, count)) {
-            property.apply();
-            return true;
-        }
+        bool isUnknown = false, isNew = false;
         for (int i = 0; i < count; ++i) {
-            requireNumber(*property.findWidgetByName(names[i]), values[i]);
+            const auto& element = *property.findWidgetByName(names[i]);
+            isNew = isNew || values[i] != element.getValue();
+            const bool isEmpty = isNotKnownYet(element, values[i]);
+            isUnknown = isUnknown || isEmpty;
+            if (!isEmpty) requireNumber(element, values[i]);
             numbers[names[i]] = values[i];
             given[names[i]] = Value(values[i]);
+        }
+        if (isUnknown && !isNew) {
+            property.apply();
+            return true;
         }
         if (TabProperty* const tabbed = tab_.find(name)) return setFromTab(*tabbed, given);
         if (numbersGiven(name, numbers)) return true;
@@ -163,12 +162,12 @@ bool CcdDevice::ISNewSwitch(const char* device, const char* name, ISState* state
             given[names[i]] = Value(states[i] == ISS_ON);
         }
         if (TabProperty* const tabbed = tab_.find(name)) return setFromTab(*tabbed, given);
-        if (switchesGiven(name, given)) return true;
         const bool isAnyOn =
             std::any_of(states, states + count, [](ISState state) { return state == ISS_ON; });
         if (!isAnyOn && property.getRule() != ISR_NOFMANY) {
             throw Error(ErrorKind::Usage, std::string(name) + ": no element is on");
         }
+        if (switchesGiven(name, given)) return true;
     } catch (const Error& error) {
         refuse(property, error.what());
         return false;

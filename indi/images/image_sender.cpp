@@ -78,7 +78,9 @@ std::string newPath(const SendOptions& options)
         char digits[16];
         std::snprintf(digits, sizeof digits, "%03d", number);
         std::string path = options.folder + "/" + replaced(prefix, "XXX", digits) + ending;
-        if (!std::filesystem::exists(path) || prefix.find("XXX") == std::string::npos) return path;
+        std::error_code ignored; // writing says it better
+        if (!std::filesystem::exists(path, ignored) || prefix.find("XXX") == std::string::npos)
+            return path;
     }
     throw Error(ErrorKind::File, options.folder + ": there are too many images already");
 }
@@ -101,7 +103,8 @@ void ImageSender::requireRoom(const SendOptions& options)
     }
     if (trouble) throw Error(ErrorKind::File, options.folder + ": " + trouble.message());
     const std::string path = newPath(options);
-    if (std::filesystem::exists(path)) throw Error(ErrorKind::File, path + ": exists already");
+    if (std::filesystem::exists(path, trouble))
+        throw Error(ErrorKind::File, path + ": exists already");
 }
 
 std::string ImageSender::send(const Frame& frame, const SendOptions& options,
