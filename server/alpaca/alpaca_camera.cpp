@@ -84,6 +84,7 @@ void AlpacaCamera::reach()
     const int64_t most = config && config->size() > 2 ? (*config)[2].toInt() : 0;
     std::lock_guard<std::mutex> guard(mutex_);
     if (!isOrdered_) return;
+    connectError_.reset();
     wantsConnection_ = true;
     geometry_ = {1, 1, 0, 0, open->sensor().columns, open->sensor().rows};
     readoutMode_ = 0;
@@ -98,6 +99,7 @@ void AlpacaCamera::disconnect()
     {
         std::lock_guard<std::mutex> guard(mutex_);
         isOrdered_ = false;
+        connectError_.reset();
         if (!wantsConnection_) return;
         wantsConnection_ = false;
         running = own_.id;
