@@ -210,8 +210,13 @@ TEST_F(CloseRace, IsQuickOnABusyMachine)
         peer.SwitchOff();
         peer.Close();
         ASSERT_TRUE(WaitUntil([&] { return Figures().ConnectionsLost > lost; }));
+        peer.SwitchOn();
     };
-    EXPECT_LT(closes(loseLink, [&] { peer.SwitchOn(); }), gnCloseLimit)
+    const auto forgetConnections = [this] {
+        peer.SwitchOff();
+        peer.SwitchOn();
+    };
+    EXPECT_LT(closes(loseLink, forgetConnections), gnCloseLimit)
         << "on the way to a new connection";
     stop = true;
     for (std::thread& burner : burners) {
