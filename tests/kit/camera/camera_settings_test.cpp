@@ -128,12 +128,17 @@ TEST_F(CameraSettings, RefusedMeanwhileDoNotEndAReadout)
 TEST_F(CameraSettings, AreNotBlamedForALostLinkThatTheCameraExplains)
 {
     options_.heartbeatSeconds = 0.01;
-    Camera& camera = open({"error-storm:time=0.3,count=1,code=77,subcode=5", "close:time=0.6"});
+    Camera& camera = open();
+    std::promise<void> complained;
     std::promise<std::string> told;
     const Subscription listening = camera.onEvent([&](const Event& event) {
+        if (event.kind == EventKind::CameraError && event.code == 77) complained.set_value();
         if (event.kind == EventKind::LinkLost) told.set_value(event.text);
     });
     EXPECT_EQ(errorOf([&] { camera.set("gain", 99); }).kind(), ErrorKind::Camera);
+    sim_->Inject(ParseSimFault("error-storm:count=1,code=77,subcode=5"));
+    ASSERT_EQ(complained.get_future().wait_for(kPatience), std::future_status::ready);
+    sim_->Inject(ParseSimFault("close"));
     auto words = told.get_future();
     ASSERT_EQ(words.wait_for(kPatience), std::future_status::ready);
     EXPECT_NE(words.get(), "");
