@@ -14,10 +14,22 @@ namespace {
 class Coolers : public KitCamera
 {
 protected:
+    // Of the camera that is open, until the test ends.
+    void countRefusals()
+    {
+        listening_ = camera_->onEvent([this](const Event& event) {
+            if (event.kind == EventKind::CameraError) ++refusals_;
+            if (event.kind == EventKind::Heartbeat) ++heartbeats_;
+        });
+    }
+
     Camera& openFast(const std::string& more = "")
     {
         return camera_.emplace(Camera::open("sim?sensor=8x8&scale=200&heartbeat=0.01" + more));
     }
+
+    std::atomic<int> refusals_{0}, heartbeats_{0};
+    Subscription listening_;
 };
 
 } // namespace
@@ -89,10 +101,7 @@ TEST_F(Coolers, GoOnWhereANewTargetIsRefused)
     Cooling cooling;
     cooling.target = -20;
     camera.cooler().cool(cooling);
-    std::atomic<int> refusals{0};
-    const Subscription listening = camera.onEvent([&](const Event& event) {
-        if (event.kind == EventKind::CameraError) ++refusals;
-    });
+    countRefusals();
     cooling.target = 100; // more than the camera takes
     EXPECT_EQ(errorOf([&] { camera.cooler().cool(cooling); }).kind(), ErrorKind::Camera);
     const auto state = camera.cooler().wait(kPatience);
@@ -100,7 +109,8 @@ TEST_F(Coolers, GoOnWhereANewTargetIsRefused)
     EXPECT_EQ(state->phase, CoolingPhase::Settled) << state->text;
     EXPECT_NEAR(state->target, -20, 0.01);
     EXPECT_NEAR(camera.get("target-temp").toDouble(), -20, 0.01);
-    EXPECT_EQ(refusals, 1);
+    EXPECT_TRUE(waitUntil([&] { return refusals_ > 0; }));
+    EXPECT_EQ(refusals_, 1);
 }
 
 TEST_F(Coolers, ATargetThatIsRefusedAtFirstIsNotSentAgain)
@@ -108,8 +118,13 @@ TEST_F(Coolers, ATargetThatIsRefusedAtFirstIsNotSentAgain)
     Camera& camera = openFast();
     Cooling cooling;
     cooling.target = 100;
+    countRefusals();
     EXPECT_EQ(errorOf([&] { camera.cooler().cool(cooling); }).kind(), ErrorKind::Camera);
     EXPECT_EQ(camera.cooler().state().phase, CoolingPhase::Idle);
+    EXPECT_TRUE(waitUntil([&] { return refusals_ > 0; }));
+    heartbeats_ = 0;
+    EXPECT_TRUE(waitUntil([&] { return heartbeats_ > 20; })) << "time for many more orders";
+    EXPECT_EQ(refusals_, 1);
 }
 
 TEST_F(Coolers, WaitingEndsWithTheCamera)
