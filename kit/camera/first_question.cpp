@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
+#include <system_error>
 #include <utility>
 
 namespace vxcam {
@@ -72,28 +74,41 @@ private:
     Keeper keeper_; // the last one: it uses the others
 };
 
+// None where the system allows no more threads: then the question is asked once.
+std::unique_ptr<Repeater> repeaterOf(int handle)
+{
+    try {
+        return std::make_unique<Repeater>(handle);
+    } catch (const std::system_error&) {
+        return nullptr;
+    }
+}
+
 } // namespace
 
 // Called with commands_. Answers to questions that were asked again may still be on their way; what
-// is asked last, and has another kind of answer, comes behind them. So it does behind a cut
-// message, which may look like an answer.
+// is asked last, and has another kind of answer, comes behind them, and behind those to questions
+// that were in vain. So it does behind a cut message, which may look like an answer.
 bool CameraCore::askFirst(SteadyTime since)
 {
     const std::string what = "the first question on the new connection";
     uint64_t connection = 0;
+    bool wasSilent = false;
     {
         std::lock_guard<std::mutex> guard(state_);
         connection = connection_;
         if (!isLinkUp_ || connection == answeredOn_) return false;
-        if (connection == silentOn_ && since < silentUntil_) {
+        wasSilent = connection == silentOn_;
+        if (wasSilent && since < silentUntil_) {
             fail(ErrorKind::Timeout, what + ": the camera does not answer");
         }
     }
     const uint64_t bad = figuresOf(handle_).MessagesBad;
     long exposure = 0;
-    Repeater repeater(handle_);
+    const std::unique_ptr<Repeater> repeater = repeaterOf(handle_);
     int result = VXGetExposureTime(handle_, &exposure);
-    const bool isClear = repeater.stop() == 0 && figuresOf(handle_).MessagesBad == bad;
+    const int repeats = repeater ? repeater->stop() : 0;
+    const bool isClear = !wasSilent && repeats == 0 && figuresOf(handle_).MessagesBad == bad;
     if (result == eVXOk && !isClear) {
         TVXCameraHardware hardware{};
         int size = sizeof hardware;

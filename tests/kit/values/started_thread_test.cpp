@@ -1,4 +1,5 @@
 // Threads that the system does not give.
+#include "tcScriptedCamera.h"
 #include "vxexport.h"
 
 #include <vxcamkit/camera.h>
@@ -17,7 +18,51 @@ using testing::HasSubstr;
 
 namespace {
 
+constexpr uint32_t kSetExposure = 0x20, kGetExposure = 0x30, kExposure = 0x60, kGetHardware = 0x34;
+constexpr uint8_t kExposed = 7; // ms
+
 std::atomic<bool> isNone{false}; // no thread can be made
+
+// Has an exposure time, and breaks its connection when the test wants that.
+//
+// Threads: answers on one of its own until it is destroyed.
+class BreakingCamera
+{
+public:
+    BreakingCamera() : thread_([this] { serve(); }) {}
+    ~BreakingCamera()
+    {
+        isOver_ = true;
+        thread_.join();
+    }
+    BreakingCamera(const BreakingCamera&) = delete;
+    BreakingCamera& operator=(const BreakingCamera&) = delete;
+
+    std::string place() const { return "127.0.0.1:" + std::to_string(wire_.Port()); }
+    void breakOff() { isBreakDue_ = true; }
+    int timesSet() const { return timesSet_; }
+
+private:
+    void serve()
+    {
+        constexpr std::chrono::milliseconds step(5);
+        while (!isOver_) {
+            if (isBreakDue_.exchange(false)) wire_.Close();
+            const uint32_t asked = IdOf(wire_.ReadMessage(step));
+            if (asked == 0) wire_.Accept(step);
+            if (asked == kSetExposure) ++timesSet_;
+            if (asked == kGetHardware) wire_.Send(HardwareAnswer(4, 8));
+            if (asked == kGetExposure) {
+                wire_.Send(MessageBytes(kExposure, LittleEndian(kExposed, 4)));
+            }
+        }
+    }
+
+    tcScriptedCamera wire_;
+    std::atomic<bool> isBreakDue_{false}, isOver_{false};
+    std::atomic<int> timesSet_{0};
+    std::thread thread_;
+};
 
 template <class Action>
 std::string failureOf(Action action)
@@ -52,6 +97,18 @@ TEST(Threads, ThatCannotBeStartedAreNamedAsSuch)
                 HasSubstr("a thread could not be started"));
     EXPECT_THAT(failureOf([] { FrameWriter writer; }), HasSubstr("a thread could not be started"));
     EXPECT_EQ(Camera::open("sim?sensor=16x16").sensor(), (Size{16, 16}));
+}
+
+TEST(Threads, ThatCannotBeStartedAreNotNeededForAConnectionThatIsMadeAnew)
+{
+    BreakingCamera there;
+    Camera camera = Camera::open(there.place());
+    camera.set("exposure", std::chrono::milliseconds(kExposed));
+    isNone = true;
+    there.breakOff();
+    EXPECT_TRUE(WaitUntil([&] { return there.timesSet() == 2; })) << "by the settings' restoring";
+    EXPECT_EQ(camera.get("exposure").toTime(), std::chrono::milliseconds(kExposed));
+    isNone = false;
 }
 
 } // namespace vxcam
