@@ -128,6 +128,7 @@ void SequenceJournal::read(const std::string& text, const std::string& mark)
     }
     failures_.clear();
     processes_.clear();
+    hasEnded_ = false;
     size_ = 0;
     create(mark);
 }

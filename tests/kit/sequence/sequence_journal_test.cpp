@@ -116,4 +116,11 @@ TEST_F(SequenceJournalTest, IsOfOnePlanAsSoonAsSomethingIsDone)
     EXPECT_TRUE(SequenceJournal(path_, "def").failures().empty());
 }
 
+TEST_F(SequenceJournalTest, IsNotCompleteForAnotherPlan)
+{
+    SequenceJournal(path_, "abc").ended();
+    EXPECT_TRUE(SequenceJournal(path_, "abc").hasEnded());
+    EXPECT_FALSE(SequenceJournal(path_, "def").hasEnded());
+}
+
 } // namespace vxcam
