@@ -44,6 +44,15 @@ std::string textOf(int descriptor, const std::string& path)
     }
 }
 
+// Whether a power cut may have left this of a first line, zeros of what was not on the disk yet
+// included.
+bool isBeginning(const std::string& text)
+{
+    const std::string title = std::string(kTitle) + " ";
+    return text.find_first_not_of('\0') == std::string::npos ||
+           text.compare(0, title.size(), title, 0, text.size()) == 0;
+}
+
 std::string randomId()
 {
     std::random_device source;
@@ -79,6 +88,7 @@ SequenceJournal::SequenceJournal(const std::string& path, const std::string& mar
         const std::string text = textOf(descriptor_, path);
         const size_t end = text.rfind('\n');
         if (end == std::string::npos) {
+            if (!isBeginning(text)) refuse(path, "is no journal");
             create(mark);
         } else {
             size_ = end + 1;

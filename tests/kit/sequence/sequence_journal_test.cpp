@@ -100,6 +100,28 @@ TEST_F(SequenceJournalTest, RefusesLinesThatAreNone)
     EXPECT_EQ(textOfFile(), "something else\n");
 }
 
+TEST_F(SequenceJournalTest, LeavesFilesAloneThatAreNoBeginningOfOne)
+{
+    for (const char* text : {"precious", "vxcam-sequence 2", "vxcam-sequencer"}) {
+        std::ofstream(path_, std::ios::binary) << text;
+        const Error error = errorOf([&] { SequenceJournal(path_, "abc"); });
+        EXPECT_EQ(error.kind(), ErrorKind::File);
+        EXPECT_THAT(error.what(), HasSubstr("is no journal"));
+        EXPECT_EQ(textOfFile(), text);
+    }
+}
+
+TEST_F(SequenceJournalTest, BeginsAnewBehindAPowerCutInItsFirstLine)
+{
+    for (const std::string& text :
+         {std::string("vxcam-"), std::string("vxcam-sequence 1 0123456789ab"), std::string(),
+          std::string(300, '\0')}) {
+        std::ofstream(path_, std::ios::binary) << text;
+        SequenceJournal(path_, "abc").done(7);
+        EXPECT_TRUE(SequenceJournal(path_, "abc").isDone(7)) << text;
+    }
+}
+
 TEST_F(SequenceJournalTest, IsHadByOneAtATime)
 {
     const SequenceJournal journal(path_, "abc");
