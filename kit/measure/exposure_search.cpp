@@ -34,14 +34,15 @@ ExposureSearch::State ExposureSearch::add(double median)
     double factor = wanted / std::max(light, 1e-9);
     if (median >= kNearlyFull * goal_.fullScale) factor = 1 / kMuch;
     if (light < kLeastSeen * goal_.fullScale) factor = std::min(factor, kMuch);
-    const double next = std::clamp(std::round(static_cast<double>(exposure_.count()) * factor),
-                                   static_cast<double>(goal_.least.count()),
-                                   static_cast<double>(goal_.most.count()));
+    const auto least = static_cast<double>(goal_.least.count());
+    const auto most = static_cast<double>(goal_.most.count());
+    const double asked = static_cast<double>(exposure_.count()) * factor;
     const std::chrono::milliseconds before = exposure_;
-    exposure_ = std::chrono::milliseconds(static_cast<int64_t>(next));
+    exposure_ =
+        std::chrono::milliseconds(static_cast<int64_t>(std::clamp(std::round(asked), least, most)));
     if (exposure_ == before) {
-        if (exposure_ == goal_.most) return State::TooDark;
-        if (exposure_ == goal_.least) return State::TooBright;
+        if (asked > most) return State::TooDark;
+        if (asked < least) return State::TooBright;
         return State::Found; // between two steps of the exposure
     }
     return ++tried_ < goal_.tries ? State::Searching : State::Unsteady;

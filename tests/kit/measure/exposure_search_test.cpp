@@ -35,7 +35,7 @@ State search(const ExposureGoal& goal, double light, double* level, int* frames)
 
 TEST(ExposureSearch, FindsTheLevelUnderAnyLight)
 {
-    for (const double light : {100.0, 5000.0, 32000.0, 1e6, 1e7}) {
+    for (const double light : {100.0, 5000.0, 32000.0, 1e6, 1e7, 2.5e7}) {
         double level = 0;
         int frames = 0;
         EXPECT_EQ(search(goalOf(32768), light, &level, &frames), State::Found) << light;
@@ -53,6 +53,21 @@ TEST(ExposureSearch, SaysWhereThereIsNone)
     EXPECT_EQ(search(goalOf(32768), 0, &level, &frames), State::TooDark);
     EXPECT_EQ(search(goalOf(32768), 1e9, &level, &frames), State::TooBright);
     EXPECT_LE(frames, 8);
+}
+
+// 3.24e6 ADU a second ask for 9.8 ms, 3.1e6 for 10.2 ms.
+TEST(ExposureSearch, SaysSoOnlyWhereTheExposureWouldHaveToGoBeyondItsLimit)
+{
+    ExposureGoal goal = goalOf(32768);
+    goal.tolerance = 0.01;
+    goal.most = std::chrono::milliseconds(10);
+    double level = 0;
+    int frames = 0;
+    EXPECT_EQ(search(goal, 3.24e6, &level, &frames), State::Found);
+    EXPECT_EQ(search(goal, 3.1e6, &level, &frames), State::TooDark);
+    goal.least = goal.most;
+    EXPECT_EQ(search(goal, 3.24e6, &level, &frames), State::TooBright);
+    EXPECT_EQ(search(goalOf(32768), 5e7, &level, &frames), State::TooBright);
 }
 
 TEST(ExposureSearch, GivesUpUnderALightThatChangesAllTheTime)
