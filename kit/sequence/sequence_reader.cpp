@@ -178,6 +178,7 @@ private:
             {"dither", [&](const YAML::Node& value) { readDither(value, step); }}};
         if (type == FrameType::Flat) addLevel(&keys, step);
         readMap(node, name, keys, {"count"}, &faults_);
+        if (!node.IsMap()) return;
         const bool isBinned = plan.kind == ReadoutKind::Binned;
         if (isBinned && plan.area) refuse("area and binning exclude each other");
         if (isBinned && node["bits"]) refuse("binned frames have 32 bits");

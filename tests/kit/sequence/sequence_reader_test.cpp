@@ -140,6 +140,35 @@ steps:
               "set, wait, run, repeat");
 }
 
+TEST_F(SequenceReader, TellsOfFramesThatAreNoMapAndOfAllOtherMistakes)
+{
+    EXPECT_EQ(mistakesOf(R"(steps:
+  - lights: 5
+  - darks: x
+  - flats: [3]
+  - bias: ~
+  - wait: soon
+)"),
+              "night.yaml:2: light: write 'KEY: VALUE' lines here; "
+              "night.yaml:3: dark: write 'KEY: VALUE' lines here; "
+              "night.yaml:4: flat: write 'KEY: VALUE' lines here; "
+              "night.yaml:5: bias: write 'KEY: VALUE' lines here; "
+              "night.yaml:6: wait: time 'soon': write a number with ms, s, min or h, like 500ms");
+}
+
+TEST_F(SequenceReader, TakesSevenRepeatsInEachOther)
+{
+    const auto nested = [](int count) {
+        std::string step = "{bias: {count: 1}}";
+        for (int i = 0; i < count; ++i) {
+            step = "{repeat: {times: 1, steps: [" + step + "]}}";
+        }
+        return "steps: [" + step + "]\n";
+    };
+    EXPECT_EQ(planOf(nested(7)).steps.size(), 1u);
+    EXPECT_THAT(mistakesOf(nested(8)), HasSubstr("repeats are too deep in each other"));
+}
+
 TEST_F(SequenceReader, RefusesValuesThatCannotBe)
 {
     EXPECT_THAT(mistakesOfStep("lights: {count: 0, exposure: 1s}"),
