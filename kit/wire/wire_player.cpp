@@ -26,7 +26,6 @@ constexpr size_t kAhead = 512;                      // events that are looked at
 constexpr std::chrono::milliseconds kStep(50);      // between two looks whether to stop
 constexpr std::chrono::milliseconds kPatience(500); // with a client that leaves messages out
 constexpr std::chrono::milliseconds kEarly(20);     // that an answer may stand before its question
-constexpr int kSendSeconds = 10;
 
 // An open socket, or -1.
 class Socket
@@ -70,7 +69,9 @@ struct WirePlayer::Body {
     Clock::time_point anchor, stalled;       // now, and when it began to wait for the client
     SteadyTime anchored;                     // what the anchor is in the recording
     bool isStalled = false, isCut = false;
+    bool hasLeft = false;     // nothing more can be sent to the client
     bool isBehindGap = false; // and before the next whole message of the camera
+    const std::function<bool()>* isStopped = nullptr;
     PlayBooks books;
 
     void listen();
@@ -78,7 +79,7 @@ struct WirePlayer::Body {
     bool accept();
     bool hear();
     void takeCommand(const WirePiece& piece);
-    void send(const std::string& bytes);
+    bool send(const std::string& bytes);
     void fill();
     void takeAhead(WireEvent event);
     void settle();
@@ -117,7 +118,7 @@ void WirePlayer::Body::begin()
     answers.clear();
     owed.clear();
     books = {};
-    isStalled = isCut = isBehindGap = false;
+    isStalled = isCut = hasLeft = isBehindGap = false;
     fill();
     if (ahead.empty()) {
         throw Error(ErrorKind::File,
@@ -131,9 +132,7 @@ bool WirePlayer::Body::accept()
     client.reset(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!client.isOpen()) return false;
     const int on = 1;
-    const timeval most{kSendSeconds, 0};
     ::setsockopt(client.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    ::setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &most, sizeof most);
     heard = std::make_unique<WireSplitter>(true);
     anchor = Clock::now();
     return true;
@@ -150,7 +149,7 @@ bool WirePlayer::Body::hear()
     while (const std::optional<WirePiece> piece = heard->next()) {
         if (piece->isMessage) takeCommand(*piece);
     }
-    return true;
+    return !hasLeft;
 }
 
 void WirePlayer::Body::takeCommand(const WirePiece& piece)
@@ -175,15 +174,25 @@ void WirePlayer::Body::takeCommand(const WirePiece& piece)
     if (answer != answers.end()) send(answer->second);
 }
 
-void WirePlayer::Body::send(const std::string& bytes)
+// False when the client has left or takes nothing any more, or when it was stopped meanwhile: what
+// it has of the message then is the last it gets.
+bool WirePlayer::Body::send(const std::string& bytes)
 {
-    for (size_t at = 0; at < bytes.size();) {
+    Clock::time_point taken = Clock::now();
+    for (size_t at = 0; at < bytes.size() && !hasLeft;) {
         const ssize_t count =
-            ::send(client.get(), bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return; // it has left, as will be heard
-        at += static_cast<size_t>(count);
+            ::send(client.get(), bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count > 0) {
+            at += static_cast<size_t>(count);
+            taken = Clock::now();
+            continue;
+        }
+        const bool isFull = count < 0 && (errno == EAGAIN || errno == EINTR);
+        hasLeft = !isFull || (*isStopped)() || Clock::now() - taken >= options.patience;
+        pollfd entry{client.get(), POLLOUT, 0};
+        if (!hasLeft) ::poll(&entry, 1, static_cast<int>(kStep.count()));
     }
+    return !hasLeft;
 }
 
 void WirePlayer::Body::fill()
@@ -267,7 +276,7 @@ bool WirePlayer::Body::stepReceived(const Item& item)
 {
     const WirePiece& piece = item.event.piece;
     if (Clock::now() < dueOf(item.event.time.steady)) return false;
-    send(piece.bytes);
+    if (!send(piece.bytes)) return false;
     if (item.event.kind != WireEvent::Kind::Message) return true;
     ++books.played;
     if (owed[piece.id()] > 0) --owed[piece.id()];
@@ -335,13 +344,14 @@ PlayBooks WirePlayer::play(const std::function<bool()>& isStopped)
 {
     Body& body = *body_;
     body.begin();
-    while (!isStopped()) {
+    body.isStopped = &isStopped;
+    while (!isStopped() && !body.hasLeft) {
         const bool isOpen = body.client.isOpen();
         pollfd entry{isOpen ? body.client.get() : body.listener.get(), POLLIN, 0};
         const bool isReady = ::poll(&entry, 1, body.patience()) > 0;
         if (isReady && !isOpen) body.accept();
         if (isReady && isOpen && !body.hear()) break;
-        while (body.step() && !body.isCut) {
+        while (!isStopped() && body.step() && !body.isCut) {
             if (body.client.isOpen() && !body.hear()) break;
         }
         if (body.isCut) body.client.reset(-1);

@@ -5,6 +5,7 @@
 #include <vxcamkit/export.h>
 #include <vxcamkit/wire_reader.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -13,9 +14,10 @@
 namespace vxcam {
 
 struct PlayOptions {
-    uint16_t port = 0;  // on loopback; 0 takes a free one
-    double speed = 1;   // 10: ten times as fast; 0: as fast as can be
-    uint8_t camera = 0; // of the recording
+    uint16_t port = 0;                          // on loopback; 0 takes a free one
+    double speed = 1;                           // 10: ten times as fast; 0: as fast as can be
+    uint8_t camera = 0;                         // of the recording
+    std::chrono::milliseconds patience{10'000}; // with a client that takes no bytes
 };
 
 struct PlayBooks {
@@ -43,8 +45,9 @@ public:
     WirePlayer& operator=(const WirePlayer&) = delete;
 
     uint16_t port() const;
-    // Plays it once: from when a client connects until it has left, or until `isStopped`, which is
-    // asked every 50 ms. Throws Error{File} when the disk cannot be read.
+    // Plays it once: from when a client connects until it has left or takes nothing any more, or
+    // until `isStopped`, which is asked before each message and at least every 50 ms. Throws
+    // Error{File} when the disk cannot be read.
     PlayBooks play(const std::function<bool()>& isStopped);
     // How the recording is, as far as it has been read: wholly, when all was played.
     const WireCondition& condition() const;

@@ -16,20 +16,27 @@
 
 namespace {
 
-// Plays a recording once, as fast as can be, to one client.
+vxcam::PlayOptions fast()
+{
+    vxcam::PlayOptions options;
+    options.speed = 0;
+    return options;
+}
+
+// Plays a recording once, to one client.
 class Played
 {
 public:
-    explicit Played(const std::string& recording)
+    explicit Played(const std::string& recording, const vxcam::PlayOptions& options = fast())
     {
         path_ = std::filesystem::temp_directory_path() /
                 ("played-" + std::to_string(::getpid()) + ".vxw");
         std::ofstream(path_, std::ios::binary) << recording;
-        vxcam::PlayOptions options;
-        options.speed = 0;
         player_.emplace(path_.string(), options);
-        thread_ =
-            std::thread([this] { books_ = player_->play([this] { return stopped_.load(); }); });
+        thread_ = std::thread([this] {
+            books_ = player_->play([this] { return stopped_.load(); });
+            ended_ = true;
+        });
         link_ = tcByteLink::Connect(player_->port());
     }
     ~Played()
@@ -39,6 +46,25 @@ public:
         std::filesystem::remove(path_);
     }
     tcByteLink& link() { return link_; }
+    void stop() { stopped_ = true; }
+    // By itself, the client still being there.
+    bool ends() const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(8);
+        while (!ended_ && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return ended_;
+    }
+    // Messages that come whole, until nothing comes any more.
+    uint64_t drain()
+    {
+        uint64_t count = 0;
+        while (link_.Read().Came) {
+            ++count;
+        }
+        return count;
+    }
     // The client leaves.
     vxcam::PlayBooks finish()
     {
@@ -50,11 +76,28 @@ public:
 private:
     std::filesystem::path path_;
     std::optional<vxcam::WirePlayer> player_;
-    std::atomic<bool> stopped_{false};
+    std::atomic<bool> stopped_{false}, ended_{false};
     vxcam::PlayBooks books_;
     std::thread thread_;
     tcByteLink link_;
 };
+
+constexpr uint64_t kMany = 4800; // more than the buffers of a connection hold
+
+std::string manyMessages()
+{
+    const std::string message = wireMessage(0x66, std::string(8000, 'p'));
+    std::string blocks;
+    uint32_t number = 0;
+    for (uint64_t i = 0; i < kMany; i += 480) {
+        std::string records;
+        for (int j = 0; j < 480; ++j) {
+            records += wireRecord(2, 1, message);
+        }
+        blocks += wireBlock(number++, 0, 0, records, 480);
+    }
+    return wireHead() + blocks + wireEnd(number);
+}
 
 } // namespace
 
@@ -69,4 +112,37 @@ TEST(WirePlayer, SendsNothingOfMessagesThatMissingBlocksCut)
     EXPECT_EQ(behind.Id, 0x7Fu);
     EXPECT_EQ(behind.Payload, (tBytes{7, 0, 0, 0}));
     EXPECT_EQ(played.finish().played, 2u);
+}
+
+TEST(WirePlayer, EndsWithAClientThatTakesNothingAnyMore)
+{
+    vxcam::PlayOptions options = fast();
+    options.patience = std::chrono::milliseconds(200);
+    Played played(manyMessages(), options);
+    ASSERT_TRUE(played.ends());
+    const uint64_t whole = played.drain();
+    const vxcam::PlayBooks books = played.finish();
+    EXPECT_EQ(books.played, whole) << "what was torn was not played";
+    EXPECT_LT(books.played, kMany);
+    EXPECT_FALSE(books.isOver);
+}
+
+TEST(WirePlayer, IsStoppedWhileAClientTakesNothing)
+{
+    Played played(manyMessages());
+    ASSERT_TRUE(played.link().Read().Came);
+    played.stop();
+    EXPECT_TRUE(played.ends());
+    EXPECT_FALSE(played.finish().isOver);
+}
+
+TEST(WirePlayer, IsStoppedWhileMessagesFlow)
+{
+    Played played(manyMessages());
+    ASSERT_TRUE(played.link().Read().Came);
+    played.stop();
+    const uint64_t rest = played.drain();
+    const vxcam::PlayBooks books = played.finish();
+    EXPECT_EQ(books.played, rest + 1);
+    EXPECT_LT(books.played, kMany);
 }
