@@ -200,6 +200,21 @@ TEST(Capturing, TakesVerbsWithActionsAndOptionsOfTheirOwn)
     EXPECT_EQ(Lines(decode.Output()), 8) << "a packet for each row";
 }
 
+TEST(Capturing, TakesPlans)
+{
+    tcFolder folder;
+    const std::string file = folder.Path("run.vxw"), plan = folder.Path("night.yaml");
+    MakeFile(plan, "steps: [{bias: {count: 1}}]\n");
+    tcRun run({"capture", "sim?sensor=16x8", "-o", file, "sequence", plan, "-o", folder.Path("")});
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    tcRun decode({"decode", file, "--name", "pixels"});
+    EXPECT_EQ(decode.Exit(), 0) << decode.Errors();
+    EXPECT_EQ(Lines(decode.Output()), 8) << "a packet for each row";
+    tcRun none({"capture", "sim", "-o", file, "--force", "sequence"});
+    EXPECT_EQ(none.Exit(), 1);
+    EXPECT_THAT(none.Errors(), HasSubstr("FILE"));
+}
+
 TEST(Capturing, ListensUntilItsTimeIsOverOrASignal)
 {
     tcFolder folder;

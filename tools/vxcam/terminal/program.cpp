@@ -322,7 +322,8 @@ void CheckVerbOn(const std::string& name)
     if (!opensCamera) throw tcFailure(eExitUsage, "vxcam " + name + " opens no camera");
 }
 
-// The target stands behind the verb, or behind its action.
+// The target stands behind the verb, or behind its action; where the verb takes a file, behind
+// that.
 int RunVerbOn(const std::string& target, std::vector<std::string> words)
 {
     CheckVerbOn(words.at(0));
@@ -331,8 +332,10 @@ int RunVerbOn(const std::string& target, std::vector<std::string> words)
     const std::unique_ptr<tcVerb> declared = verb.make();
     declared->Declare(line);
     words.erase(words.begin());
-    const size_t at = line.HasOperand("TARGET") || words.empty() ? 0 : 1;
-    words.insert(words.begin() + static_cast<std::ptrdiff_t>(at), target);
+    const bool takesFile = line.HasOperand("FILE"), takesTarget = line.HasOperand("TARGET");
+    const size_t at = takesFile ? words.size() : takesTarget || words.empty() ? 0 : 1;
+    const bool lacksFile = takesFile && words.empty(); // as will be told
+    if (!lacksFile) words.insert(words.begin() + static_cast<std::ptrdiff_t>(at), target);
     return RunVerb(verb, words);
 }
 
