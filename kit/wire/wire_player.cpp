@@ -105,7 +105,7 @@ void WirePlayer::Body::listen()
     if (::bind(listener.get(), place, size) != 0 || ::listen(listener.get(), 4) != 0 ||
         ::getsockname(listener.get(), place, &size) != 0) {
         const int error = errno;
-        throw Error(ErrorKind::File,
+        throw Error(ErrorKind::Busy,
                     "port " + std::to_string(options.port) + ": " + std::strerror(error), error);
     }
     port = ntohs(address.sin_port);

@@ -37,8 +37,8 @@ struct PlayBooks {
 class VXCAMKIT_EXPORT WirePlayer
 {
 public:
-    // Throws Error{File} as WireReader does, for a recording in which nothing happens, and for a
-    // port that cannot be had.
+    // Throws Error{File} as WireReader does, and for a recording in which nothing happens;
+    // Error{Busy} for a port that cannot be had.
     explicit WirePlayer(const std::string& path, const PlayOptions& options = {});
     ~WirePlayer();
     WirePlayer(const WirePlayer&) = delete;

@@ -108,6 +108,15 @@ TEST(Replaying, RefusesWhatCannotBe)
     tcRun speed({"replay", folder.Path("none.vxw"), "--speed", "soon"});
     EXPECT_EQ(speed.Exit(), 1);
     EXPECT_THAT(speed.Errors(), HasSubstr("speed 'soon'"));
+    const std::string file = folder.Path("run.vxw");
+    MakeFile(file, wireHead() +
+                       wireBlock(0, 0, 0, wireRecord(2, 1, wireMessage(0x60, low(5, 4))), 1) +
+                       wireEnd(1));
+    const tcPlayer player({file});
+    const std::string port = player.Target().substr(player.Target().find(':') + 1);
+    tcRun taken({"replay", file, "--port", port});
+    EXPECT_EQ(taken.Exit(), 2);
+    EXPECT_EQ(taken.Errors(), "vxcam: port " + port + ": Address already in use\n");
 }
 
 TEST(Replays, GiveWhatIsWrittenBesideThem)
