@@ -103,6 +103,8 @@ TEST_F(Decoding, ChoosesByDirectionNameAndTime)
     EXPECT_EQ(Output({"--name", "pixels"}), "");
     EXPECT_EQ(Output({"--name", "nonsense"}, 1), "");
     EXPECT_THAT(msErrors, HasSubstr("no message is called 'nonsense'"));
+    EXPECT_EQ(Output({"--name", "0x1000000c1"}, 1), "") << "more than an id can be";
+    EXPECT_THAT(msErrors, HasSubstr("no message is called '0x1000000c1'"));
 }
 
 TEST_F(Decoding, TellsWhatIsWhollyThereOfADamagedFile)

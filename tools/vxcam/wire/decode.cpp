@@ -27,6 +27,7 @@ namespace {
 using vxcam::WireEvent;
 
 constexpr size_t gnShownBytes = 32;
+constexpr size_t gnIdText = 10; // 0x and eight digits
 constexpr const char* gsPixels = "pixels";
 constexpr uint32_t gaPixelIds[] = {0x66, 0x67, 0x88};
 
@@ -60,7 +61,8 @@ tcChoice::tcChoice(const std::vector<std::string>& words)
     for (const std::string& word : words) {
         unsigned id = 0;
         int length = 0;
-        if (word.rfind("0x", 0) == 0 && std::sscanf(word.c_str(), "%x%n", &id, &length) == 1 &&
+        if (word.rfind("0x", 0) == 0 && word.size() <= gnIdText &&
+            std::sscanf(word.c_str(), "%x%n", &id, &length) == 1 &&
             static_cast<size_t>(length) == word.size()) {
             maIds.push_back(id);
         } else if (word == gsPixels) {
