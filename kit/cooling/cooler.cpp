@@ -8,6 +8,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 namespace vxcam {
 
@@ -63,34 +64,39 @@ struct Cooler::Work {
         camera.temperatures(); // the first one may still be on its way
         std::lock_guard<std::mutex> myTurn(turn);
         std::optional<Ramp> before;
+        Ramp::Orders ordersBefore;
         {
             std::lock_guard<std::mutex> guard(lock);
             if (isClosed) throw Error(ErrorKind::Aborted, "cooling: the camera is closed");
             if (ramp) before.emplace(*ramp);
             ramp.emplace(std::move(next));
-            orders = {};
+            ordersBefore = std::exchange(orders, {});
             if (!keeper) keeper.emplace([this] { return look(); });
         }
         try {
             step();
         } catch (const Error& error) {
-            if (isTriedAgain(error)) throw;
-            goBackTo(before);
+            if (!isTriedAgain(error)) goBackTo(before, ordersBefore);
             keeper->wake();
             throw;
         }
         keeper->wake();
     }
 
-    // What was refused counts for nothing: what was under way before goes on.
-    void goBackTo(const std::optional<Ramp>& before)
+    // What was refused counts for nothing: what was under way before goes on, unless somebody
+    // stopped it meanwhile.
+    void goBackTo(const std::optional<Ramp>& before, const Ramp::Orders& ordersBefore)
     {
         std::lock_guard<std::mutex> guard(lock);
+        const bool isStopped = !ramp;
         const bool isSetPointTaken = !orders.setPoint;
         orders = {};
         ramp.reset();
-        if (before && !isClosed) ramp.emplace(*before);
-        if (ramp && ramp->isWatching() && isSetPointTaken) orders.setPoint = ramp->state().setPoint;
+        if (before && !isStopped && !isClosed) {
+            ramp.emplace(*before);
+            orders = ordersBefore;
+            if (ramp->isWatching() && isSetPointTaken) orders.setPoint = ramp->state().setPoint;
+        }
         changed.notify_all();
     }
 
@@ -120,10 +126,13 @@ struct Cooler::Work {
         changed.notify_all();
     }
 
-    // What the link or a slow camera prevents.
+    // What the link or a slow camera prevents. What cannot be sent, since the link is just being
+    // lost, is an error without a code of the camera's.
     static bool isTriedAgain(const Error& error)
     {
-        return error.kind() == ErrorKind::LinkLost || error.kind() == ErrorKind::Timeout;
+        const bool isUnsent = error.kind() == ErrorKind::Camera && error.code() == 0;
+        return isUnsent || error.kind() == ErrorKind::LinkLost ||
+               error.kind() == ErrorKind::Timeout;
     }
 
     std::optional<SteadyTime> look()

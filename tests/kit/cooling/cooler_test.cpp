@@ -14,6 +14,28 @@ namespace {
 class Coolers : public KitCamera
 {
 protected:
+    void TearDown() override
+    {
+        camera_.reset();
+        sim_.reset();
+    }
+
+    // Runs an action on the camera's side whenever an order to cool to this target arrives, before
+    // the camera obeys it.
+    Camera& openWatched(double target, const std::function<void(Cooler&)>& action)
+    {
+        options_.heartbeatSeconds = 0.01;
+        options_.trace = true;
+        options_.events = [=](const tsSimEvent& event) {
+            Cooler* cooler = cooler_;
+            const bool isOrder = event.text.find("SetCCDTargetTemp") != std::string::npos;
+            if (isOrder && cooler && cooler->state().target == target) action(*cooler);
+        };
+        Camera& camera = open();
+        cooler_ = &camera.cooler();
+        return camera;
+    }
+
     // Of the camera that is open, until the test ends.
     void countRefusals()
     {
@@ -28,6 +50,7 @@ protected:
         return camera_.emplace(Camera::open("sim?sensor=8x8&scale=200&heartbeat=0.01" + more));
     }
 
+    std::atomic<Cooler*> cooler_{nullptr};
     std::atomic<int> refusals_{0}, heartbeats_{0};
     Subscription listening_;
 };
@@ -125,6 +148,52 @@ TEST_F(Coolers, ATargetThatIsRefusedAtFirstIsNotSentAgain)
     heartbeats_ = 0;
     EXPECT_TRUE(waitUntil([&] { return heartbeats_ > 20; })) << "time for many more orders";
     EXPECT_EQ(refusals_, 1);
+}
+
+TEST_F(Coolers, AreStoppedWhileANewTargetIsBeingRefused)
+{
+    Camera& camera = openWatched(100, [](Cooler& cooler) { cooler.stop(); });
+    Cooling cooling;
+    cooling.target = -20;
+    camera.cooler().cool(cooling);
+    cooling.target = 100;
+    EXPECT_EQ(errorOf([&] { camera.cooler().cool(cooling); }).kind(), ErrorKind::Camera);
+    EXPECT_EQ(camera.cooler().state().phase, CoolingPhase::Idle);
+}
+
+TEST_F(Coolers, GiveAnOrderLaterThatTheLinkPreventsAtFirst)
+{
+    std::atomic<int> orders{0};
+    Camera& camera = openWatched(-20, [&](Cooler&) {
+        if (++orders == 1) sim_->Inject(ParseSimFault("reboot:seconds=0.1"));
+    });
+    Cooling cooling;
+    cooling.target = -20;
+    EXPECT_THROW(camera.cooler().cool(cooling), Error);
+    ASSERT_TRUE(waitUntil([&] { return orders > 1; }));
+    EXPECT_TRUE(waitUntil([&] { return camera.get("cooling").toBool(); }));
+    EXPECT_NEAR(camera.get("target-temp").toDouble(), -20, 0.01);
+}
+
+TEST_F(Coolers, GiveAnOrderLaterAlsoWhereANewTargetIsRefusedMeanwhile)
+{
+    std::atomic<int> orders{0};
+    Camera& camera = openWatched(-20, [&](Cooler&) {
+        if (++orders == 1) sim_->Inject(ParseSimFault("reboot:seconds=0.1"));
+    });
+    countRefusals();
+    Cooling cooling;
+    cooling.target = -20;
+    EXPECT_THROW(camera.cooler().cool(cooling), Error);
+    ASSERT_TRUE(waitUntil([&] { return camera.statistics().reconnects > 0; }));
+    ASSERT_TRUE(camera.waitForLink(kPatience));
+    heartbeats_ = 0;
+    ASSERT_TRUE(waitUntil([&] { return heartbeats_ > 0; }));
+    cooling.target = 100;
+    EXPECT_EQ(errorOf([&] { camera.cooler().cool(cooling); }).kind(), ErrorKind::Camera);
+    ASSERT_TRUE(waitUntil([&] { return orders > 1; }));
+    EXPECT_TRUE(waitUntil([&] { return camera.get("cooling").toBool(); }));
+    EXPECT_NEAR(camera.get("target-temp").toDouble(), -20, 0.01);
 }
 
 TEST_F(Coolers, WaitingEndsWithTheCamera)
