@@ -2,6 +2,7 @@
 #include "grab_support.h"
 #include "simulated_support.h"
 
+#include <atomic>
 #include <random>
 #include <set>
 #include <thread>
@@ -26,9 +27,10 @@ std::string CardOf(const std::string& path, const char* word)
 class tcSequenceTest : public testing::Test
 {
 protected:
-    void Start(const std::vector<std::string>& faults = {})
+    void Start(const std::vector<std::string>& faults = {}) { Start(Talkative(faults)); }
+    void Start(const tsSimOptions& options)
     {
-        mpCamera = std::make_unique<tcSimServer>(Talkative(faults));
+        mpCamera = std::make_unique<tcSimServer>(options);
         msTarget = TargetOf(*mpCamera);
     }
     void Plan(const std::string& text) const { MakeFile(mFolder.Path("night.yaml"), text); }
@@ -93,7 +95,7 @@ TEST_F(SequenceVerb, EndsWithAllFramesAfterTwoPowerCutsAndAReboot)
     Plan(R"(steps:
   - set: {gain: 3}
   - lights: {count: 40, exposure: 20ms}
-  - repeat: {times: 10, steps: [{darks: {count: 2, exposure: 10ms}}, {wait: 10ms}]}
+  - repeat: {times: 20, steps: [{darks: {count: 2, exposure: 50ms}}, {wait: 10ms}]}
 )");
     const unsigned seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -113,7 +115,7 @@ TEST_F(SequenceVerb, EndsWithAllFramesAfterTwoPowerCutsAndAReboot)
     ASSERT_EQ(RunOnce({"--json"}), 0) << msErrors;
 
     const std::vector<std::string> files = Frames();
-    ASSERT_EQ(files.size(), 60u);
+    ASSERT_EQ(files.size(), 80u);
     ExpectGood(files);
     std::set<std::string> numbers, begins, sequences;
     for (const std::string& file : files) {
@@ -125,10 +127,10 @@ TEST_F(SequenceVerb, EndsWithAllFramesAfterTwoPowerCutsAndAReboot)
         std::snprintf(ending, sizeof ending, "-%04d.fits", std::stoi(CardOf(file, "SEQFRAME")));
         EXPECT_THAT(file, EndsWith(ending));
     }
-    EXPECT_EQ(numbers.size(), 60u);
-    EXPECT_EQ(begins.size(), 60u);
+    EXPECT_EQ(numbers.size(), 80u);
+    EXPECT_EQ(begins.size(), 80u);
     EXPECT_EQ(sequences.size(), 1u);
-    EXPECT_EQ(mDocument["taken"], 60);
+    EXPECT_EQ(mDocument["taken"], 80);
     EXPECT_EQ(mDocument["runs"], 3);
     EXPECT_EQ(mDocument["complete"], true);
     ASSERT_EQ(mDocument["failures"].size(), 1u) << mDocument["failures"];
@@ -218,15 +220,22 @@ TEST_F(SequenceVerb, EndsWithCodeFiveAtADiskThatTakesNoMore)
     EXPECT_EQ(Frames().size(), 2u);
 }
 
-TEST_F(SequenceVerb, TakesNothingWhenTheDiskIsTooSmallOrTheFolderCannotBe)
+TEST_F(SequenceVerb, TakesNothingWhenTheDiskIsTooSmall)
+{
+    tsSimOptions large = Talkative({});
+    large.columns = 8192;
+    large.rows = 8192;
+    Start(large);
+    Plan("steps: [{bias: {count: 100000}}]\n"); // 13 TB
+    EXPECT_EQ(RunOnce(), 5);
+    EXPECT_THAT(msErrors, HasSubstr("MiB, and the disk has "));
+    EXPECT_TRUE(mpCamera->Frames().empty());
+    EXPECT_TRUE(Frames().empty());
+}
+
+TEST_F(SequenceVerb, TakesNothingWhenTheFolderCannotBe)
 {
     Start();
-    Plan("steps: [{repeat: {times: 900, steps: [{bias: {count: 1100}}]}}]\n");
-    const auto space = std::filesystem::space(mFolder.Path());
-    if (space.available < uint64_t{900} * 1100 * 12288) {
-        EXPECT_EQ(RunOnce(), 5);
-        EXPECT_THAT(msErrors, HasSubstr("MiB, and the disk has "));
-    }
     Plan("folder: night.yaml/frames\nsteps: [{bias: {count: 1}}]\n");
     EXPECT_EQ(RunOnce(), 5);
     EXPECT_THAT(msErrors, HasSubstr("night.yaml/frames: Not a directory"));
@@ -320,15 +329,39 @@ TEST_F(SequenceVerb, WaitsForACameraThatIsLostWhileItsSettingsAreMade)
     EXPECT_EQ(std::stod(CardOf(Frames().front(), "GAIN")), 3);
 }
 
-TEST_F(SequenceVerb, MakesTheSettingsAgainOfACameraThatRebootsBeforeItIsCold)
+// Where it is too cold for the temperature until the camera has come back.
+TEST_F(SequenceVerb, MakesTheSettingsAgainOfACameraThatRebootsBeforeItsTemperatureIsReached)
 {
-    Start({"reboot:time=0.3,seconds=0.1"});
+    std::atomic<bool> isWarm{false}, isOrdered{false};
+    tsSimOptions options = Talkative({});
+    options.timeScale = 20;
+    options.ambient = 0;
+    options.tunables = [&isWarm] {
+        tsSimTunables tunables;
+        tunables.heartbeatSeconds = 0.05;
+        tunables.ambient = isWarm ? 20 : 0;
+        return tunables;
+    };
+    options.trace = true;
+    options.events = [&isOrdered](const tsSimEvent& event) {
+        if (event.text.rfind("GetCoolParam", 0) == 0) isOrdered = true;
+    };
+    Start(options);
     Plan(R"(steps:
   - set: {gain: 3}
-  - temperature: {to: 20, tolerance: 100, settle: 1s}
+  - temperature: {to: 20, tolerance: 10, settle: 1s}
   - bias: {count: 1}
 )");
-    EXPECT_EQ(RunOnce(), 0) << msErrors;
+    tcRun run(Words(), In(mFolder));
+    EXPECT_TRUE(WaitUntil([&] { return isOrdered.load(); }, gnRunPatience));
+    const tsSimStatistics before = mpCamera->Statistics();
+    EXPECT_TRUE(WaitUntil([&] { return mpCamera->Statistics().heartbeats > before.heartbeats + 4; },
+                          gnRunPatience));
+    mpCamera->Inject(ParseSimFault("reboot:seconds=0.1"));
+    EXPECT_TRUE(WaitUntil([&] { return mpCamera->Statistics().connections > before.connections; },
+                          gnRunPatience));
+    isWarm = true;
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
     ASSERT_EQ(Frames().size(), 1u);
     EXPECT_EQ(std::stod(CardOf(Frames().front(), "GAIN")), 3);
 }
