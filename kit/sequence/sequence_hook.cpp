@@ -7,10 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <future>
+#include <optional>
+#include <system_error>
 
 namespace vxcam {
 
@@ -49,11 +52,10 @@ public:
 
     pid_t start(const std::string& command, const std::vector<std::string>& variables)
     {
-        std::vector<std::string> words = {"/bin/sh", "-c", command}, environment;
+        std::vector<std::string> words = {"/bin/sh", "-c", command}, environment = variables;
         for (char** entry = environ; *entry != nullptr; ++entry) {
-            environment.emplace_back(*entry);
+            if (!isAmong(variables, *entry)) environment.emplace_back(*entry);
         }
-        environment.insert(environment.begin(), variables.begin(), variables.end());
         pid_t process = 0;
         const int error = ::posix_spawn(&process, "/bin/sh", &files_, &attributes_,
                                         pointers(words).data(), pointers(environment).data());
@@ -62,6 +64,13 @@ public:
     }
 
 private:
+    static bool isAmong(const std::vector<std::string>& variables, const std::string& entry)
+    {
+        const std::string name = entry.substr(0, entry.find('=')) + "=";
+        return std::any_of(variables.begin(), variables.end(), [&](const std::string& variable) {
+            return variable.compare(0, name.size(), name) == 0;
+        });
+    }
     static std::vector<char*> pointers(std::vector<std::string>& texts)
     {
         std::vector<char*> list;
@@ -76,12 +85,26 @@ private:
     posix_spawnattr_t attributes_{};
 };
 
-int awaitEnd(pid_t process)
+// Nothing where the system does not tell how it ended, as with SIGCHLD ignored.
+std::optional<int> awaitEnd(pid_t process)
 {
     int status = 0;
-    while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    while (::waitpid(process, &status, 0) < 0) {
+        if (errno != EINTR) return std::nullopt;
     }
     return status;
+}
+
+// It does not run on where nobody can wait for it.
+std::future<std::optional<int>> endOf(pid_t process)
+{
+    try {
+        return std::async(std::launch::async, awaitEnd, process);
+    } catch (const std::system_error& error) {
+        ::kill(-process, SIGKILL);
+        awaitEnd(process);
+        throw std::system_error(error.code(), "a thread could not be started, see ulimit -u");
+    }
 }
 
 } // namespace
@@ -94,7 +117,7 @@ void runHook(const SequenceHook& hook, const std::vector<std::string>& variables
 {
     const auto deadline = Clock::now() + hook.patience;
     const pid_t process = Spawning().start(hook.command, variables);
-    std::future<int> end = std::async(std::launch::async, awaitEnd, process);
+    std::future<std::optional<int>> end = endOf(process);
     bool isLate = false;
     try {
         while (end.wait_for(kPoll) != std::future_status::ready && !isLate) {
@@ -110,11 +133,12 @@ void runHook(const SequenceHook& hook, const std::vector<std::string>& variables
         end.wait();
         throw HookError("'" + hook.command + "' did not end within " + exactText(hook.patience));
     }
-    const int status = end.get();
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
+    const std::optional<int> status = end.get();
+    if (!status) throw HookError("'" + hook.command + "': how it ended is not known");
+    if (WIFEXITED(*status) && WEXITSTATUS(*status) == 0) return;
     throw HookError("'" + hook.command + "' ended with " +
-                    (WIFEXITED(status) ? "code " + std::to_string(WEXITSTATUS(status))
-                                       : "signal " + std::to_string(WTERMSIG(status))));
+                    (WIFEXITED(*status) ? "code " + std::to_string(WEXITSTATUS(*status))
+                                        : "signal " + std::to_string(WTERMSIG(*status))));
 }
 
 } // namespace vxcam

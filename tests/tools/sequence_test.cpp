@@ -272,6 +272,33 @@ TEST_F(SequenceVerb, RunsCommandsAndEndsWithCodeSixWhenOneFails)
     EXPECT_THAT(msErrors, HasSubstr("'sleep 100' did not end within 100ms"));
 }
 
+TEST_F(SequenceVerb, TellsCommandsTheirOwnVariablesThoughItWasStartedWithSuch)
+{
+    Start();
+    Plan("steps: [{bias: {count: 1}}, {run: 'echo \"$VXCAM_TAKEN $VXCAM_FILE\" > told'}]\n");
+    tcRun::tsHow how = In(mFolder);
+    how.environment = {{"VXCAM_TAKEN", "7"}, {"VXCAM_FILE", "other.fits"}};
+    tcRun run(Words(), how);
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    EXPECT_EQ(FileText(mFolder.Path("told")), "1 night/bias-0001.fits\n");
+}
+
+TEST_F(SequenceVerb, KnowsThatACommandFailedThoughItsParentIgnoredTheEndOfChildren)
+{
+    Start();
+    tcRun::tsHow how = In(mFolder);
+    how.program = "env";
+    const auto codeOf = [&](const std::string& command) {
+        Plan("folder: " + command + "\nsteps: [{run: '" + command + "'}]\n");
+        std::vector<std::string> words = Words();
+        words.insert(words.begin(), {"--ignore-signal=CHLD", VXCAM_PROGRAM});
+        tcRun run(words, how);
+        return run.Exit();
+    };
+    EXPECT_EQ(codeOf("false"), 6);
+    EXPECT_EQ(codeOf("true"), 0);
+}
+
 TEST_F(SequenceVerb, GoesOnBehindCtrlC)
 {
     Start();

@@ -34,6 +34,7 @@ void CatchSignals()
         if (::sigaction(signal, nullptr, &before) == 0 && before.sa_handler == SIG_IGN) continue;
         ::sigaction(signal, &action, nullptr);
     }
+    std::signal(SIGCHLD, SIG_DFL); // how commands ended is not told where it is ignored
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
 }

@@ -2,8 +2,9 @@
 #ifndef INTERRUPT_H
 #define INTERRUPT_H
 
-// Takes over SIGINT, SIGTERM and SIGHUP, and has writing to a closed pipe or beyond a file size
-// limit fail instead of ending the process. Call it once, early in main().
+// Takes over SIGINT, SIGTERM and SIGHUP, has the end of children told though the caller ignored it,
+// and has writing to a closed pipe or beyond a file size limit fail instead of ending the process.
+// Call it once, early in main().
 void CatchSignals();
 
 // The signal that came; 0 as long as none has.
