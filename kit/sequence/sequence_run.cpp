@@ -193,7 +193,8 @@ bool SequenceRun::mayGoOn(const Error& error, const SequenceUnit& unit, int fail
     const bool isOfFrame = error.kind() == ErrorKind::Camera ||
                            error.kind() == ErrorKind::Incomplete ||
                            error.kind() == ErrorKind::Timeout;
-    const bool isLost = error.kind() == ErrorKind::LinkLost || hasLostLink();
+    const bool isOfHook = dynamic_cast<const HookError*>(&error) != nullptr;
+    const bool isLost = error.kind() == ErrorKind::LinkLost || (hasLostLink() && !isOfHook);
     const bool isOfCooling = dynamic_cast<const CoolingFailure*>(&error) != nullptr;
     const bool mayGoOn =
         failures <= plan_.retries && (isLost || (isFrame && isOfFrame && !isOfCooling));

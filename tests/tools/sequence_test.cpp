@@ -299,6 +299,25 @@ TEST_F(SequenceVerb, KnowsThatACommandFailedThoughItsParentIgnoredTheEndOfChildr
     EXPECT_EQ(codeOf("true"), 0);
 }
 
+// Whose failure has nothing to do with the camera's.
+TEST_F(SequenceVerb, RunsACommandThatFailedOnceThoughTheLinkWasLostMeanwhile)
+{
+    Start();
+    Plan(R"(steps:
+  - bias: {count: 1}
+  - run: 'echo once >> ran; until test -e ready; do sleep 0.02; done; exit 3'
+)");
+    tcRun run(Words(), In(mFolder));
+    ASSERT_TRUE(WaitUntil([&] { return !FileText(mFolder.Path("ran")).empty(); }, gnRunPatience));
+    const uint64_t before = mpCamera->Statistics().connections;
+    mpCamera->Inject(ParseSimFault("close"));
+    EXPECT_TRUE(
+        WaitUntil([&] { return mpCamera->Statistics().connections > before; }, gnRunPatience));
+    MakeFile(mFolder.Path("ready"), "");
+    EXPECT_EQ(run.Exit(), 6) << run.Errors();
+    EXPECT_EQ(FileText(mFolder.Path("ran")), "once\n");
+}
+
 TEST_F(SequenceVerb, GoesOnBehindCtrlC)
 {
     Start();
