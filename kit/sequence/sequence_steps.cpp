@@ -142,15 +142,15 @@ void SequenceRun::cool(const SequenceUnit& unit)
     }
     const auto deadline = Clock::now() + step.patience;
     while (step.waits) {
-        const CoolingState state = cooler.state();
+        const std::optional<CoolingState> end = cooler.wait(kPoll); // the camera has taken it, too
+        const CoolingState state = end.value_or(cooler.state());
         tell(std::string(nameOf(state.phase)) + ": " + state.text);
         const bool isLate = Clock::now() >= deadline;
-        if (state.phase == CoolingPhase::Failed || (isLate && !state.isOver())) {
+        if (state.phase == CoolingPhase::Failed || (isLate && !end)) {
             cooler.stop();
             throw CoolingFailure(state.text);
         }
-        if (state.isOver()) break;
-        cooler.wait(kPoll);
+        if (end) break;
     }
     if (step.waits) cooler.stop();
 }

@@ -412,6 +412,29 @@ TEST_F(SequenceVerb, MakesTheSettingsAgainOfACameraThatRebootsBeforeItsTemperatu
     EXPECT_EQ(std::stod(CardOf(Frames().front(), "GAIN")), 3);
 }
 
+// The third answer about it is the one to "off".
+TEST_F(SequenceVerb, EndsTheWarmUpNotBeforeTheCameraHasTakenThatCoolingIsOff)
+{
+    std::atomic<int> orders{0};
+    tsSimOptions options = Talkative({"close:id=0x61,message=3"});
+    options.timeScale = 20;
+    options.trace = true;
+    options.events = [&orders](const tsSimEvent& event) {
+        if (event.text.rfind("SetCooling", 0) == 0) ++orders;
+    };
+    Start(options);
+    Plan(R"(steps:
+  - temperature: {to: 17, tolerance: 0.5, settle: 0s}
+  - warm-up: {to: 19, ramp: 1000}
+)");
+    EXPECT_EQ(RunOnce(), 0) << msErrors;
+    EXPECT_EQ(mpCamera->Statistics().faults, 1u);
+    EXPECT_GE(orders, 4);
+    tcRun asked({"get", msTarget, "cooling"}, In(mFolder));
+    EXPECT_EQ(asked.Exit(), 0) << asked.Errors();
+    EXPECT_THAT(asked.Output(), HasSubstr("off"));
+}
+
 TEST_F(SequenceVerb, WaitsForColdOnceOnly)
 {
     Start();
