@@ -21,11 +21,19 @@ namespace vxcam {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
 
 constexpr size_t kAhead = 512;                      // events that are looked at
 constexpr std::chrono::milliseconds kStep(50);      // between two looks whether to stop
 constexpr std::chrono::milliseconds kPatience(500); // with a client that leaves messages out
 constexpr std::chrono::milliseconds kEarly(20);     // that an answer may stand before its question
+constexpr Seconds kFar(1e9);                        // for times that are nonsense
+
+// Of any two times.
+Seconds secondsBetween(SteadyTime from, SteadyTime to)
+{
+    return Seconds(to.time_since_epoch()) - Seconds(from.time_since_epoch());
+}
 
 // An open socket, or -1.
 class Socket
@@ -231,8 +239,8 @@ void WirePlayer::Body::setAnchor(SteadyTime recorded)
 Clock::time_point WirePlayer::Body::dueOf(SteadyTime recorded) const
 {
     if (options.speed <= 0) return anchor;
-    const std::chrono::duration<double> since = recorded - anchored;
-    return anchor + std::chrono::duration_cast<Clock::duration>(since / options.speed);
+    const Seconds since(secondsBetween(anchored, recorded).count() / options.speed);
+    return anchor + std::chrono::duration_cast<Clock::duration>(std::clamp(since, -kFar, kFar));
 }
 
 // An answer that was noted before its question is played behind it.
@@ -246,7 +254,10 @@ void WirePlayer::Body::settle()
         return item.event.kind == WireEvent::Kind::Message && item.event.piece.isSent &&
                wireAnswer(item.event.piece.id()) == id;
     });
-    if (question == ahead.end() || question->event.time.steady - front.time.steady > kEarly) return;
+    if (question == ahead.end() ||
+        secondsBetween(front.time.steady, question->event.time.steady) > kEarly) {
+        return;
+    }
     std::rotate(ahead.begin(), question, question + 1);
 }
 
@@ -314,7 +325,11 @@ bool WirePlayer::Body::step()
 int WirePlayer::Body::patience() const
 {
     if (ahead.empty() || !client.isOpen()) return static_cast<int>(kStep.count());
-    const auto left = dueOf(ahead.front().event.time.steady) - Clock::now();
+    const Item& item = ahead.front();
+    const bool isAwaited =
+        item.event.kind == WireEvent::Kind::Message && item.event.piece.isSent && !item.isMet;
+    if (isAwaited) return static_cast<int>(kStep.count());
+    const auto left = dueOf(item.event.time.steady) - Clock::now();
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(left).count() + 1;
     return static_cast<int>(std::clamp<int64_t>(ms, 1, kStep.count()));
 }

@@ -23,6 +23,16 @@ vxcam::PlayOptions fast()
     return options;
 }
 
+// What it does not read fills a buffer that does not grow.
+tcByteLink connected(uint16_t port)
+{
+    const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), room = 65536;
+    ::setsockopt(client, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    const sockaddr_in address = tcByteLink::Loopback(port);
+    EXPECT_EQ(::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    return tcByteLink(client);
+}
+
 // Plays a recording once, to one client.
 class Played
 {
@@ -34,10 +44,13 @@ public:
         std::ofstream(path_, std::ios::binary) << recording;
         player_.emplace(path_.string(), options);
         thread_ = std::thread([this] {
-            books_ = player_->play([this] { return stopped_.load(); });
+            books_ = player_->play([this] {
+                ++asked_;
+                return stopped_.load();
+            });
             ended_ = true;
         });
-        link_ = tcByteLink::Connect(player_->port());
+        link_ = connected(player_->port());
     }
     ~Played()
     {
@@ -47,6 +60,7 @@ public:
     }
     tcByteLink& link() { return link_; }
     void stop() { stopped_ = true; }
+    int asked() const { return asked_; } // whether it is stopped
     // By itself, the client still being there.
     bool ends() const
     {
@@ -77,6 +91,7 @@ private:
     std::filesystem::path path_;
     std::optional<vxcam::WirePlayer> player_;
     std::atomic<bool> stopped_{false}, ended_{false};
+    std::atomic<int> asked_{0};
     vxcam::PlayBooks books_;
     std::thread thread_;
     tcByteLink link_;
@@ -145,4 +160,38 @@ TEST(WirePlayer, IsStoppedWhileMessagesFlow)
     const vxcam::PlayBooks books = played.finish();
     EXPECT_EQ(books.played, rest + 1);
     EXPECT_LT(books.played, kMany);
+}
+
+// Between these times lies more than a number of nanoseconds can tell.
+TEST(WirePlayer, PlaysTimesThatAreNonsense)
+{
+    constexpr int64_t late = 5'000'000'000'000'000'000;
+    const std::string first = wireMessage(0x60, low(500, 4)), second = wireMessage(0x61, low(1, 4));
+    for (const double speed : {1.0, 0.001}) {
+        vxcam::PlayOptions options;
+        options.speed = speed;
+        Played played(
+            wireHead() +
+                wireBlock(0, 0, 0, wireRecord(2, late, first) + wireRecord(2, -late, second), 2) +
+                wireEnd(1),
+            options);
+        EXPECT_EQ(played.link().Read().Id, 0x60u);
+        EXPECT_EQ(played.link().Read().Id, 0x61u) << "is long due";
+    }
+}
+
+TEST(WirePlayer, SleepsWhileItWaitsForTheClient)
+{
+    using Clock = std::chrono::steady_clock;
+    const std::string answer = wireMessage(0x7F, low(7, 4)), question = wireMessage(0x30, "");
+    Played played(wireHead() +
+                  wireBlock(0, 0, 0, wireRecord(2, 1, answer) + wireRecord(3, 2, question), 2) +
+                  wireEnd(1));
+    ASSERT_TRUE(played.link().Read().Came);
+    const Clock::time_point begin = Clock::now();
+    const int before = played.asked();
+    while (played.asked() < before + 20 && Clock::now() - begin < std::chrono::seconds(10)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_GT(Clock::now() - begin, std::chrono::milliseconds(200));
 }
