@@ -25,7 +25,7 @@ struct WireCapture::Body {
     Body(const std::string& path, bool force, std::string software);
     ~Body();
 
-    // Its number in the recording.
+    // Its number in the recording. Throws Error{Usage} for more than these can tell apart.
     uint8_t addCamera(const std::string& target);
     // Bytes and link events of the library's tap; the rest is left.
     void take(uint8_t camera, const tsTapRecord& record);
@@ -50,6 +50,7 @@ private:
     void run();
     std::optional<Block> takeBlock();
     void write(const Block& block);
+    void giveUp(const Error& error);
 
     const std::string software_;
     AppendFile file_;

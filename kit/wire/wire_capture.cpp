@@ -18,7 +18,8 @@ namespace vxcam {
 namespace {
 
 constexpr size_t kBlockBytes = size_t{1} << 20U;
-constexpr size_t kMostWaiting = 63; // blocks
+constexpr size_t kMostWaiting = 63;    // blocks
+constexpr uint64_t kMostCameras = 256; // that their numbers tell apart
 constexpr std::chrono::milliseconds kLongestWait(100);
 
 int64_t nanoseconds(std::chrono::nanoseconds time)
@@ -51,6 +52,10 @@ uint8_t WireCapture::Body::addCamera(const std::string& target)
     uint8_t number = 0;
     {
         std::lock_guard<std::mutex> guard(lock);
+        if (books.cameras >= kMostCameras) {
+            throw Error(ErrorKind::Usage, file_.path() + ": holds at most " +
+                                              std::to_string(kMostCameras) + " cameras");
+        }
         number = static_cast<uint8_t>(books.cameras++);
     }
     add(WireKind::About, number, presentMoment(), text.data(), text.size());
@@ -186,12 +191,19 @@ void WireCapture::Body::run()
         std::lock_guard<std::mutex> guard(lock);
         books.fileBytes = file_.size();
     } catch (const Error& error) {
-        std::lock_guard<std::mutex> guard(lock);
-        failure = error;
-        waiting_.clear();
-        present_ = {};
-        changed.notify_all();
+        giveUp(error);
+    } catch (const std::bad_alloc&) {
+        giveUp(Error(ErrorKind::File, file_.path() + ": not enough memory"));
     }
+}
+
+void WireCapture::Body::giveUp(const Error& error)
+{
+    std::lock_guard<std::mutex> guard(lock);
+    failure = error;
+    waiting_.clear();
+    present_ = {};
+    changed.notify_all();
 }
 
 void WireCapture::Body::finish()

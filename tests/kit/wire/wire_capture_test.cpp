@@ -106,6 +106,18 @@ TEST(WireCapture, KeepsOrderAndBytesOfMoreThanItsBlocksHold)
     EXPECT_GE(reader.condition().blocks, 6u);
 }
 
+TEST(WireCapture, RefusesMoreCamerasThanItCanTellApart)
+{
+    const vxcam::Folder folder;
+    WireCapture capture(folder.path("run.vxw"));
+    for (int i = 0; i < 256; ++i) {
+        EXPECT_EQ(capture.body()->addCamera("sim"), i);
+    }
+    EXPECT_THROW(capture.body()->addCamera("sim"), vxcam::Error);
+    capture.finish();
+    EXPECT_EQ(capture.books().cameras, 256u);
+}
+
 TEST(WireCapture, CanBeReadWhileItRuns)
 {
     const vxcam::Folder folder;
