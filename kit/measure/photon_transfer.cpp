@@ -133,6 +133,11 @@ FramePair pairOf(const Frame& first, const Frame& second)
 
 PhotonTransfer photonTransferOf(const FramePair& dark, const std::vector<FramePair>& flats)
 {
+    if (dark.used < kLeastUsed) {
+        throw Error(ErrorKind::Usage,
+                    "photon transfer: too little of the dark pair can be used, for "
+                    "pixels that are full or stand out");
+    }
     PhotonTransfer result;
     result.offset = dark.mean;
     double highest = dark.level;

@@ -125,6 +125,13 @@ TEST(PhotonTransfer, NeedsPairsThatFitAndNoiseThatGrows)
     const FramePair dark = pairOf(small, small);
     EXPECT_NE(refusalOf([&] { photonTransferOf(dark, {dark, dark}); }, ErrorKind::Usage), "");
     EXPECT_NE(refusalOf([&] { photonTransferOf(dark, {}); }, ErrorKind::Usage), "");
+    const Model model;
+    std::mt19937 random(5);
+    const std::vector<FramePair> flats{pairAt(model, 20000, &random),
+                                       pairAt(model, 40000, &random)};
+    const Frame full = frameOf<uint16_t>(64, 64, std::vector<uint16_t>(64 * 64, 65535));
+    EXPECT_THAT(refusalOf([&] { photonTransferOf(pairOf(full, full), flats); }, ErrorKind::Usage),
+                testing::HasSubstr("the dark pair"));
 }
 
 } // namespace vxcam
