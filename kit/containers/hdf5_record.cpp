@@ -8,6 +8,7 @@
 #include <vxcamkit/new_file.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -53,6 +54,7 @@ public:
 private:
     int64_t require(int64_t result) const { return requireHdf5(result, path_); }
     void create();
+    void mark();
     void makeGroups(Hdf5Maker& maker, const Frame& first, const RecordOptions& options);
     void makeSettings(Hdf5Maker& maker, const Snapshot& settings);
     void makeColumns(Hdf5Maker& maker);
@@ -79,7 +81,6 @@ Hdf5Record::Hdf5Record(const std::string& path, const RecordOptions& options, co
     checkNewFile(path, options.force);
     if (options.force) removeOldFile(path);
     create();
-    lock_ = WriterLock(path);
     Hdf5Maker maker(file_, path_);
     makeGroups(maker, first, options);
     makeSettings(maker, first.facts().settings);
@@ -90,6 +91,7 @@ Hdf5Record::Hdf5Record(const std::string& path, const RecordOptions& options, co
     maker.link(inDetector("data"), "/entry/data/data");
     makeColumns(maker);
     require(H5Fstart_swmr_write(file_));
+    mark();
 }
 
 void Hdf5Record::create()
@@ -99,6 +101,22 @@ void Hdf5Record::create()
     require(H5Pset_fclose_degree(access, H5F_CLOSE_STRONG));
     file_ = Hdf5Id(H5Fcreate(path_.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, access), H5Fclose);
     require(file_);
+}
+
+// Until others may read the file, HDF5 holds a lock of its own, with which this one would collide
+// on network file systems. Somebody else may have put a file in its place meanwhile.
+void Hdf5Record::mark()
+{
+    lock_ = WriterLock(path_);
+    void* handle = nullptr;
+    require(H5Fget_vfd_handle(file_, H5P_DEFAULT, &handle));
+    struct stat own {};
+    struct stat locked {};
+    const bool isOwn = ::fstat(*static_cast<const int*>(handle), &own) == 0 &&
+                       ::fstat(lock_.descriptor(), &locked) == 0 && own.st_dev == locked.st_dev &&
+                       own.st_ino == locked.st_ino;
+    if (isOwn) return;
+    throw Error(ErrorKind::File, path_ + ": is being written by somebody else", EBUSY);
 }
 
 void Hdf5Record::makeGroups(Hdf5Maker& maker, const Frame& first, const RecordOptions& options)
