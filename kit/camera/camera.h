@@ -65,12 +65,13 @@ struct OpenOptions {
 
 // The embedded simulated camera or one on the network, opened.
 //
-// A connection that was made anew begins with a question of the kit's own, for the exposure time:
-// its answer may be lost, since a message that was cut takes in what comes first. It is asked again
-// until it is answered, for 10 s (and, so that no answer is left over, the hardware information
-// behind it); commands that wait for it in vain throw Error{Timeout}, and nothing of theirs was
-// sent. Nothing else is ever repeated: no setting but by Restore, no other question, no readout, no
-// trigger.
+// Once a connection is known to have been made anew, a question of the kit's own goes ahead of the
+// commands that follow, for the exposure time: its answer may be lost, since a message that was cut
+// takes in what comes first. It is asked again until it is answered, for 10 s (and, so that no
+// answer is left over, the hardware information behind it); commands that wait for it in vain throw
+// Error{Timeout}, and nothing of theirs was sent. A command that was already under way may still go
+// out before it. Nothing else is ever repeated: no setting but by Restore, no other question, no
+// readout, no trigger.
 //
 // Errors: what fails throws Error. Threads: any; commands of several threads go one after another.
 // Owns: the connection, the simulated camera if there is one, and threads for events, for watching
