@@ -1,14 +1,17 @@
 // Threads that the system does not give.
+#include "files_support.h"
 #include "tcScriptedCamera.h"
 #include "vxexport.h"
 
 #include <vxcamkit/camera.h>
 #include <vxcamkit/frame_writer.h>
+#include <vxcamkit/sequence.h>
 
 #include <gmock/gmock.h>
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/wait.h>
 
 #include <atomic>
 #include <cerrno>
@@ -109,6 +112,26 @@ TEST(Threads, ThatCannotBeStartedAreNotNeededForAConnectionThatIsMadeAnew)
     EXPECT_TRUE(WaitUntil([&] { return there.timesSet() == 2; })) << "by the settings' restoring";
     EXPECT_EQ(camera.get("exposure").toTime(), std::chrono::milliseconds(kExposed));
     isNone = false;
+}
+
+// No thread can be made from the end of the first command on.
+TEST(Threads, ThatCannotBeStartedLeaveNoCommandBehind)
+{
+    const Folder folder;
+    makeTextFile(folder.path("night.yaml"), "steps: [{run: 'true'}, {run: sleep 100}]\n");
+    Camera camera = Camera::open("sim?sensor=16x16");
+    SequenceOptions options;
+    options.onProgress = [](const SequenceProgress& progress) {
+        isNone = progress.doing.find("done") != std::string::npos;
+    };
+    Sequence sequence(readSequence(folder.path("night.yaml")), options);
+    EXPECT_THAT(failureOf([&] {
+                    isNone = false;
+                    sequence.run(camera);
+                }),
+                HasSubstr("a thread could not be started"));
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
 }
 
 } // namespace vxcam
