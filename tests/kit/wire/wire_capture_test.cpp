@@ -154,7 +154,9 @@ TEST(WireCapture, OfAFullDiskStaysReadableAndLetsTheCameraGoOn)
     const vxcam::Folder folder;
     const std::string path = folder.path("run.vxw");
     std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{rlim_t{5} << 20U, rlim_t{5} << 20U};
+    rlimit usual{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &usual), 0);
+    const rlimit limit{rlim_t{5} << 20U, usual.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     WireCapture capture(path);
     const std::string piece(size_t{1} << 19U, 'x');
@@ -177,6 +179,7 @@ TEST(WireCapture, OfAFullDiskStaysReadableAndLetsTheCameraGoOn)
     EXPECT_GE(records, 3u);
     EXPECT_EQ(reader.condition().damaged, 0u);
     EXPECT_FALSE(reader.condition().isEnded);
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &usual), 0);
 }
 
 TEST(WireCapture, HasEveryByteOfACameraFromTheFirstOn)
