@@ -1,6 +1,6 @@
 // Threads that the system does not give.
+#include "breaking_camera.h"
 #include "files_support.h"
-#include "tcScriptedCamera.h"
 #include "vxexport.h"
 
 #include <vxcamkit/camera.h>
@@ -13,6 +13,7 @@
 #include <pthread.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <system_error>
@@ -21,51 +22,7 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr uint32_t kSetExposure = 0x20, kGetExposure = 0x30, kExposure = 0x60, kGetHardware = 0x34;
-constexpr uint8_t kExposed = 7; // ms
-
 std::atomic<bool> isNone{false}; // no thread can be made
-
-// Has an exposure time, and breaks its connection when the test wants that.
-//
-// Threads: answers on one of its own until it is destroyed.
-class BreakingCamera
-{
-public:
-    BreakingCamera() : thread_([this] { serve(); }) {}
-    ~BreakingCamera()
-    {
-        isOver_ = true;
-        thread_.join();
-    }
-    BreakingCamera(const BreakingCamera&) = delete;
-    BreakingCamera& operator=(const BreakingCamera&) = delete;
-
-    std::string place() const { return "127.0.0.1:" + std::to_string(wire_.Port()); }
-    void breakOff() { isBreakDue_ = true; }
-    int timesSet() const { return timesSet_; }
-
-private:
-    void serve()
-    {
-        constexpr std::chrono::milliseconds step(5);
-        while (!isOver_) {
-            if (isBreakDue_.exchange(false)) wire_.Close();
-            const uint32_t asked = IdOf(wire_.ReadMessage(step));
-            if (asked == 0) wire_.Accept(step);
-            if (asked == kSetExposure) ++timesSet_;
-            if (asked == kGetHardware) wire_.Send(HardwareAnswer(4, 8));
-            if (asked == kGetExposure) {
-                wire_.Send(MessageBytes(kExposure, LittleEndian(kExposed, 4)));
-            }
-        }
-    }
-
-    tcScriptedCamera wire_;
-    std::atomic<bool> isBreakDue_{false}, isOver_{false};
-    std::atomic<int> timesSet_{0};
-    std::thread thread_;
-};
 
 template <class Action>
 std::string failureOf(Action action)
@@ -106,11 +63,16 @@ TEST(Threads, ThatCannotBeStartedAreNotNeededForAConnectionThatIsMadeAnew)
 {
     BreakingCamera there;
     Camera camera = Camera::open(there.place());
-    camera.set("exposure", std::chrono::milliseconds(kExposed));
+    const std::chrono::milliseconds exposure(7);
+    camera.set("exposure", exposure);
     isNone = true;
-    there.breakOff();
-    EXPECT_TRUE(WaitUntil([&] { return there.timesSet() == 2; })) << "by the settings' restoring";
-    EXPECT_EQ(camera.get("exposure").toTime(), std::chrono::milliseconds(kExposed));
+    there.breakOff("", {});
+    const auto isRestored = [&] {
+        const std::vector<uint32_t> asked = there.asked();
+        return std::find(asked.begin(), asked.end(), kSetExposure) != asked.end();
+    };
+    EXPECT_TRUE(WaitUntil(isRestored));
+    EXPECT_EQ(camera.get("exposure").toTime(), exposure);
     isNone = false;
 }
 
