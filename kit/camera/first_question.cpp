@@ -86,9 +86,11 @@ std::unique_ptr<Repeater> repeaterOf(int handle)
 
 } // namespace
 
-// Called with commands_. Answers to questions that were asked again may still be on their way; what
-// is asked last, and has another kind of answer, comes behind them, and behind those to questions
-// that were in vain. So it does behind a cut message, which may look like an answer.
+// Called with commands_. A question in vain is so for those that come right behind it, too, lest
+// one of them begins another while somebody has waited all the time. Answers to questions that were
+// asked again may still be on their way; what is asked last, and has another kind of answer, comes
+// behind them, and behind those to questions that were in vain. So it does behind a cut message,
+// which may look like an answer.
 bool CameraCore::askFirst(SteadyTime since)
 {
     const std::string what = "the first question on the new connection";
@@ -99,7 +101,7 @@ bool CameraCore::askFirst(SteadyTime since)
         connection = connection_;
         if (!isLinkUp_ || connection == answeredOn_) return false;
         wasSilent = connection == silentOn_;
-        if (wasSilent && since < silentUntil_) {
+        if (wasSilent && since < silentUntil_ + kPause) {
             fail(ErrorKind::Timeout, what + ": the camera does not answer");
         }
     }
