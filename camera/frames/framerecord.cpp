@@ -283,9 +283,10 @@ void tcVXCamera::MakeNews(tsFrameNews& news, teFrameKind kind, const tsRequestIt
     record.CommandBegun = facts.commandBegun;
     record.FirstPacket = account.FirstPacket();
     if (record.Outcome != eFrameCut) record.LastPacket = ThisMoment();
-    // Whoever sent it may not have come to note that.
-    const bool isNoted = facts.commandSent.Monotonic != 0;
-    record.CommandSent = isNoted ? facts.commandSent : account.FirstPacket();
+    // Whoever sent it may not have come to note that yet, or only when frames were coming.
+    const tsMoment& sent = facts.commandSent;
+    const bool isKnown = sent.Monotonic != 0 && sent.Monotonic <= account.FirstPacket().Monotonic;
+    record.CommandSent = isKnown ? sent : account.FirstPacket();
     TellPlace(news, kind, item);
     if (record.Outcome != eFrameComplete) TellMissing(news, kind);
 }

@@ -147,6 +147,23 @@ TEST_F(FrameRecord, TellsTheTimesOfBothClocks)
     EXPECT_LE(Record().LastPacket.Realtime, now(CLOCK_REALTIME));
 }
 
+// The first packet may be there before the thread that sent the command has come to look at the
+// clock.
+TEST_F(FrameRecord, HasTheCommandSentBeforeTheFirstPacketHoweverLateThatIsNoted)
+{
+    tcImage image(e16Bit, 128);
+    mCamera.SetScript([this](const tsSentMessage&) {
+        Feed(mCamera, {e16Bit, 1, 2, 0, 0, 15, true}); // within the call that sends
+    });
+    Read(e16Bit, image);
+    mCamera.SetScript(nullptr);
+    Feed(mCamera, {e16Bit, 2, 2, 0, 0, 15, true});
+    ASSERT_EQ(mTold.size(), 1U);
+    EXPECT_LE(Record().CommandBegun.Monotonic, Record().CommandSent.Monotonic);
+    EXPECT_LE(Record().CommandSent.Monotonic, Record().FirstPacket.Monotonic);
+    EXPECT_LE(Record().CommandSent.Realtime, Record().FirstPacket.Realtime);
+}
+
 TEST_F(FrameRecord, ComesBehindTheImageCallbackWithAllOfTheFrame)
 {
     static const std::vector<tsTold>* told;
