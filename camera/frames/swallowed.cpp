@@ -7,49 +7,61 @@ namespace {
 
 constexpr uint8_t gnMagicFirst = gnMessageMagic & 0xFF, gnMagicSecond = gnMessageMagic >> 8;
 
-using tVector = uint8_t __attribute__((vector_size(16)));
-constexpr ptrdiff_t gnVector = sizeof(tVector), gnBlock = 4 * gnVector;
-
-tVector Load(const uint8_t* bytes)
-{
-    tVector vector;
-    memcpy(&vector, bytes, sizeof vector);
-    return vector;
-}
-
-tVector Repeat(uint8_t byte)
-{
-    tVector vector;
-    memset(&vector, byte, sizeof vector);
-    return vector;
-}
+typedef uint8_t tVector16 __attribute__((vector_size(16)));
+typedef uint8_t tVector32 __attribute__((vector_size(32)));
+constexpr ptrdiff_t gnBlock = 128;
 
 // Whether a magic begins within a block; the byte behind that is read, too.
-bool HoldsMagic(const uint8_t* block)
+template <class Vector>
+[[gnu::always_inline]] inline bool HoldsMagic(const uint8_t* block)
 {
-    const tVector first = Repeat(gnMagicFirst), second = Repeat(gnMagicSecond);
-    tVector found{};
-    for (ptrdiff_t i = 0; i < gnBlock; i += gnVector) {
-        found |=
-            reinterpret_cast<tVector>((Load(block + i) == first) & (Load(block + i + 1) == second));
+    Vector found{};
+#pragma GCC unroll 8
+    for (ptrdiff_t i = 0; i < gnBlock; i += sizeof(Vector)) {
+        Vector here, behind;
+        memcpy(&here, block + i, sizeof here);
+        memcpy(&behind, block + i + 1, sizeof behind);
+        found |= reinterpret_cast<Vector>((here == gnMagicFirst) & (behind == gnMagicSecond));
     }
-    uint64_t halves[2];
-    static_assert(sizeof halves == sizeof found);
-    memcpy(halves, &found, sizeof halves);
-    return (halves[0] | halves[1]) != 0;
+    uint64_t parts[sizeof found / sizeof(uint64_t)], any = 0;
+    memcpy(parts, &found, sizeof found);
+    for (const uint64_t part : parts) {
+        any |= part;
+    }
+    return any != 0;
 }
 
 // The first magic that lies whole between the two; `end` when there is none. All pixels come by
 // here, whatever their values.
-const uint8_t* FindMagic(const uint8_t* next, const uint8_t* end)
+template <class Vector>
+[[gnu::always_inline]] inline const uint8_t* FindMagicBy(const uint8_t* next, const uint8_t* end)
 {
-    while (end - next > gnBlock && !HoldsMagic(next)) {
-        next += gnBlock;
+    if (end - next > gnBlock) {
+        const uint8_t* const last = end - gnBlock - 1;
+        while (!HoldsMagic<Vector>(next)) {
+            if (next == last) return end;
+            next = std::min(next + gnBlock, last);
+        }
     }
     for (; end - next >= 2; ++next) {
         if (next[0] == gnMagicFirst && next[1] == gnMagicSecond) return next;
     }
     return end;
+}
+
+#ifdef __x86_64__
+[[gnu::target("avx2")]] const uint8_t* FindMagicWide(const uint8_t* next, const uint8_t* end)
+{
+    return FindMagicBy<tVector32>(next, end);
+}
+#endif
+
+const uint8_t* FindMagic(const uint8_t* next, const uint8_t* end)
+{
+#ifdef __x86_64__
+    if (__builtin_cpu_supports("avx2")) return FindMagicWide(next, end);
+#endif
+    return FindMagicBy<tVector16>(next, end);
 }
 
 // Whether the bytes begin like a header, as far as they go.

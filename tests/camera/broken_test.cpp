@@ -276,3 +276,83 @@ TEST_F(Broken, PixelsThatLookLikeAHeaderAreNotDamaged)
     EXPECT_EQ(mTold[0].Outcome, eFrameComplete);
     EXPECT_EQ(Figures().PacketsDamaged, 0U);
 }
+
+// ---- The same with rows that take the search for messages some steps ----------------------------
+
+namespace {
+
+class BrokenLong : public Broken
+{
+protected:
+    static constexpr unsigned gnColumns = 300;
+
+    BrokenLong()
+    {
+        mCamera.TellGeometry(2, gnColumns);
+        mCamera.SetCCDArea(0, 0, gnColumns, 2);
+    }
+    static tBytes Row(unsigned row, size_t changed = 0, const tBytes& by = {})
+    {
+        tsPixels pixels{e16Bit, row + 1, 2, row, 0, gnColumns - 1, true};
+        pixels.values.assign(gnColumns, 0x0050); // half of what a message begins with
+        tBytes packet = pixels.Message().Bytes();
+        std::copy(by.begin(), by.end(), packet.begin() + static_cast<long>(changed));
+        return packet;
+    }
+    const tBytes mHeartBeat = tcMessage(0x69, tcPayload().Fill(6, 1)).Bytes();
+};
+
+} // namespace
+
+// Heartbeats follow, which fill the packet up: with whole ones, or with a part of the last.
+TEST_F(BrokenLong, PacketIsDamagedHoweverMuchWasCut)
+{
+    const size_t length = Row(0).size();
+    for (size_t by = 12; by <= 2 * gnColumns; ++by) {
+        SCOPED_TRACE(by);
+        mTold.clear();
+        const uint64_t before = Figures().PacketsDamaged;
+        mCamera.ReadCCDArea(nullptr, 1, 0);
+        tBytes stream = Row(0);
+        stream.resize(length - by);
+        while (stream.size() < length) {
+            stream.insert(stream.end(), mHeartBeat.begin(), mHeartBeat.end());
+        }
+        Feed(stream);
+        Feed(Row(1));
+        ASSERT_EQ(mTold.size(), 1U);
+        ASSERT_EQ(mTold[0].Outcome, eFrameIncomplete);
+        ASSERT_EQ(Figures().PacketsDamaged, before + 1);
+    }
+}
+
+TEST_F(BrokenLong, PacketThatHoldsWhatLooksLikeAHeaderAnywhereIsWhole)
+{
+    const size_t length = Row(0).size();
+    for (size_t at = 28; at + mHeartBeat.size() < length; ++at) {
+        SCOPED_TRACE(at);
+        mTold.clear();
+        mCamera.ReadCCDArea(nullptr, 1, 0);
+        Feed(Row(0, at, mHeartBeat));
+        Feed(Row(1));
+        ASSERT_EQ(mTold.size(), 1U);
+        ASSERT_EQ(mTold[0].Outcome, eFrameComplete);
+    }
+    EXPECT_EQ(Figures().PacketsDamaged, 0U);
+}
+
+// And something is skipped behind it: then it was one.
+TEST_F(BrokenLong, PacketIsDamagedByWhatLooksLikeAHeaderAnywhereIfTheRestFollows)
+{
+    const size_t length = Row(0).size();
+    for (size_t at = 28; at + mHeartBeat.size() < length; ++at) {
+        SCOPED_TRACE(at);
+        mTold.clear();
+        mCamera.ReadCCDArea(nullptr, 1, 0);
+        Feed(Row(0, at, mHeartBeat));
+        Feed(tBytes(5, 0x77));
+        Feed(Row(1));
+        ASSERT_EQ(mTold.size(), 1U);
+        ASSERT_EQ(mTold[0].Outcome, eFrameIncomplete);
+    }
+}
