@@ -25,7 +25,9 @@ namespace {
 using vx::tcPrintClock;
 using vx::tcStreamLock;
 
-// Of the calling thread's tcOneWait; the epoch without one.
+// Whether the calling thread has a tcOneWait, and until when that is, once that was asked: looking
+// at the clock is a good part of what a record costs that goes to no stream.
+thread_local bool sbOneWait = false;
 thread_local tcPrintClock::time_point stDeadline;
 
 std::atomic<unsigned long> gnUnprinted{0}; // texts
@@ -250,22 +252,26 @@ size_t Format(tFormatted& text, const char* format, va_list args)
 
 } // namespace
 
-vx::tcOneWait::tcOneWait() : mbOutermost(stDeadline == tcPrintClock::time_point())
+vx::tcOneWait::tcOneWait() : mbOutermost(!sbOneWait)
 {
-    if (mbOutermost) stDeadline = tcPrintClock::now() + std::chrono::milliseconds(nPatienceMs);
+    sbOneWait = true;
 }
 
 vx::tcOneWait::~tcOneWait()
 {
-    if (mbOutermost) stDeadline = {};
+    if (!mbOutermost) return;
+    sbOneWait = false;
+    stDeadline = {};
 }
 
 tcPrintClock::time_point tcStreamLock::Deadline() const
 {
     const auto now = tcPrintClock::now();
     if (mbInVain) return now;
-    if (stDeadline != tcPrintClock::time_point()) return stDeadline;
-    return now + std::chrono::milliseconds(nPatienceMs);
+    const auto patience = std::chrono::milliseconds(nPatienceMs);
+    if (!sbOneWait) return now + patience;
+    if (stDeadline == tcPrintClock::time_point()) stDeadline = now + patience;
+    return stDeadline;
 }
 
 bool tcStreamLock::Lock(tcPrintClock::time_point deadline)
