@@ -89,7 +89,7 @@ int tcVXCamera_Ethernet::Open()
     peer.GetPeerName(mSocket);
     mpHost->SetAddress(peer.GetIPAddr());
     SetConnected();
-    if (!mpReceived) mpReceived = std::make_unique<char[]>(gnReceiveBytes);
+    if (!mpReceived) mpReceived.reset(new char[gnReceiveBytes]); // memory only as it is used
     BeginHandshake();
     mMonitorThread = std::thread(DispatchMonitorThread, this);
     EnableNoOps(0, 0);
