@@ -69,7 +69,7 @@ void tcSimReadout::SetTrigger(bool active, double now)
 
 void tcSimReadout::Step(double now)
 {
-    if (mtPhase == teSimPhase::ePausing && now >= mnDue) BeginFrame(now);
+    if (mtPhase == teSimPhase::ePausing && now >= mnDue) BeginFrame(mnDue);
     if (mtPhase == teSimPhase::eExposing && mtTiming.trigger != eExtTrigExposure && now >= mnDue) {
         mtPhase = teSimPhase::eExposed;
     }
@@ -95,7 +95,7 @@ void tcSimReadout::FrameSent(double now)
         return;
     }
     ++mnFrame;
-    mnDue = mnExposureStart + mtTiming.interval;
+    mnDue = std::max(mnExposureStart + mtTiming.interval, now);
     mtPhase = teSimPhase::ePausing;
     Step(now);
 }

@@ -38,7 +38,8 @@ public:
     void SetTrigger(bool active, double now);
     void SetAutoReArm(bool on) { mbAutoReArm = on; }
 
-    // Moves on as far as time has come.
+    // Moves on as far as time has come. Frames at an interval begin when they are due, however late
+    // that is seen: a camera's clock waits for nobody.
     void Step(double now);
     // When Step will have something to do; none when it waits for something else than time.
     std::optional<double> Due() const;

@@ -88,6 +88,27 @@ TEST(SimReadout, KeepsTheIntervalBetweenFrameStarts)
     EXPECT_EQ(readout.LongestInterval(), 12);
 }
 
+TEST(SimReadout, KeepsTheIntervalHoweverLateItIsAsked)
+{
+    tcSimReadout readout;
+    readout.Start(Timing(4, 1, 5), 0);
+    readout.Step(1);
+    SendOne(readout, 2);
+    readout.Step(5.5);
+    EXPECT_EQ(readout.ExposureStart(), 5);
+    EXPECT_EQ(readout.Phase(), teSimPhase::eExposing);
+    EXPECT_EQ(readout.Due().value(), 6);
+    readout.Step(6.5);
+    SendOne(readout, 7);
+    EXPECT_EQ(readout.Due().value(), 10);
+    readout.Step(12); // when the exposure is over, too
+    EXPECT_EQ(readout.ExposureStart(), 10);
+    EXPECT_EQ(readout.LastInterval(), 5);
+    EXPECT_EQ(readout.Phase(), teSimPhase::eExposed);
+    SendOne(readout, 16); // too late for the next one, which begins now
+    EXPECT_EQ(readout.ExposureStart(), 16);
+}
+
 TEST(SimReadout, StartsTheWholeReadoutByOneTrigger)
 {
     tcSimReadout readout;
