@@ -1,8 +1,10 @@
 // The camera kit beside the C interface that it stands on.
 #include "receiver.h"
 #include "rows.h"
+#include "vxcamiface.h"
 
 #include <vxcamkit/camera.h>
+#include <vxcamkit/simulated_camera.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -57,10 +59,47 @@ void compare(tcTable& table, const tsStream& stream, bool isCost, const tsBenchO
         [&] { return figureOf(library.Receive(frames)); });
 }
 
+// From nothing to a frame in memory, and the camera closed again, as a program that takes one
+// picture does it; the kit also reads all settings, which the frame then knows.
+void compareOpening(tcTable& table, const tsBenchOptions& options)
+{
+    vxcam::SimulatorOptions small;
+    small.sensor = {64, 64};
+    const vxcam::SimulatedCamera simulated(small);
+    const std::string target = simulated.target();
+    const auto port = static_cast<unsigned short>(std::stoi(target.substr(target.find(':') + 1)));
+    std::vector<unsigned short> image(64 * 64);
+    const auto withKit = [&] {
+        vxcam::Camera camera = vxcam::Camera::open(target);
+        camera.grab();
+    };
+    const auto withLibrary = [&] {
+        const int handle = VXOpenENetCamera("127.0.0.1", port);
+        VXReadCCDArea(handle, image.data(), 1, 0);
+        if (VXWaitCompletion(handle, 10000) != 0) throw std::runtime_error("no frame");
+        VXCloseCamera(handle);
+    };
+    const auto figureOf = [&](const auto& once) {
+        std::vector<double> times;
+        for (int i = 0; i < (options.quick ? 2 : 20); ++i) {
+            times.push_back(Measure(once).seconds * 1e3);
+        }
+        return Percentile(times, 50);
+    };
+    {
+        vxcam::Camera camera = vxcam::Camera::open(target);
+        camera.set("exposure", std::chrono::milliseconds(0));
+    }
+    table.Compare(
+        "K2", "opening, a small frame and closing by the kit, by the C interface", "ms", false,
+        options.repeats, [&] { return figureOf(withKit); }, [&] { return figureOf(withLibrary); });
+}
+
 } // namespace
 
 void MeasureKit(tcTable& table, const tsRowChoice& choice, const tsBenchOptions& options)
 {
+    if (choice.Wants("K2")) compareOpening(table, options);
     if (!choice.Wants("K1")) return;
     tsStream stream;
     compare(table, stream, false, options);

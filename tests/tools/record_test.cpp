@@ -95,8 +95,7 @@ TEST_F(Record, WritesACubeThatOthersVerify)
 TEST_F(Record, EndsWithTheTimeAsked)
 {
     const std::string target = Start();
-    tcRun run({"record", target, "-e", "5ms", "--for", "1s", "-o", "a.h5", "--json"},
-              In(mFolder));
+    tcRun run({"record", target, "-e", "5ms", "--for", "1s", "-o", "a.h5", "--json"}, In(mFolder));
     EXPECT_EQ(run.Exit(), 0) << run.Errors();
     EXPECT_GE(run.Document()["frames"], 1);
     EXPECT_GE(run.Document()["seconds"], 1);
