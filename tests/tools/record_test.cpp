@@ -103,6 +103,15 @@ TEST_F(Record, EndsWithTheTimeAsked)
                 HasSubstr("\"complete"));
 }
 
+TEST_F(Record, WithoutAFrameInTheTimeAskedIsAFailure)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "20s", "--for", "300ms", "-o", "a.h5"}, In(mFolder));
+    EXPECT_EQ(run.Exit(), 3);
+    EXPECT_THAT(run.Errors(), HasSubstr("a.h5: not made, since no frame came in"));
+    EXPECT_FALSE(std::filesystem::exists(mFolder.Path("a.h5")));
+}
+
 TEST_F(Record, EndsCleanlyWithCtrlC)
 {
     const std::string target = Start();

@@ -269,6 +269,10 @@ void tcRecord::Record(vxcam::Camera& camera, tcProgress& progress)
     if (!mbJson && !mtCommon.quiet) Print(recorder.books());
     if (failure) std::rethrow_exception(failure);
     ThrowIfInterrupted();
+    if (mFor && recorder.books().frames == 0) {
+        throw tcFailure(eExitTimeout,
+                        msOutput + ": not made, since no frame came in " + DurationText(*mFor));
+    }
     if (recorder.books().incomplete > 0 && !mbAllowIncomplete) {
         throw tcFailure(eExitCamera, std::to_string(recorder.books().incomplete) + " of " +
                                          std::to_string(recorder.books().frames) +
