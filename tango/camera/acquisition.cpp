@@ -16,12 +16,17 @@ Acquisition::Acquisition(std::shared_ptr<Camera> camera, FrameRing& ring,
 
 Acquisition::~Acquisition()
 {
+    end();
+}
+
+void Acquisition::end()
+{
     {
         const std::lock_guard<std::mutex> guard(lock_);
         isEnding_ = true;
     }
     changed_.notify_all();
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
 }
 
 void Acquisition::start(const Plan& plan)

@@ -26,7 +26,7 @@ struct AcquisitionListener {
     std::function<void()> idle; // behind that: the next one may start
 };
 
-// Threads: any. Owns: a thread. Close the camera before the destructor, which waits for it.
+// Threads: any. Owns: a thread. Close the camera before end() and the destructor: they wait.
 class Acquisition
 {
 public:
@@ -42,6 +42,7 @@ public:
 
     void stop();  // frames that came are kept
     void abort(); // likewise, and the end is one with a reason
+    void end();   // for good; the listener hears of nothing any more
 
     bool isRunning() const;
     StreamBooks books() const; // of the present readout, or the last one

@@ -21,7 +21,7 @@ Station::~Station()
     if (opener_.joinable()) opener_.join();
     subscription_.end();
     if (camera_) camera_->close();
-    acquisition_.reset();
+    if (acquisition_) acquisition_->end(); // which still asks for the state
 }
 
 void Station::open()

@@ -32,10 +32,14 @@ StationState Station::state() const
     return isLinkUp() && !trouble_ ? StationState::On : StationState::Fault;
 }
 
-// With the lock held.
+// With the lock held. The last acquisition ends behind the camera.
 bool Station::isLinkUp() const
 {
-    return camera_->waitForLink(milliseconds(0));
+    try {
+        return camera_->waitForLink(milliseconds(0));
+    } catch (const Error&) {
+        return false; // it is closed
+    }
 }
 
 std::string Station::status() const

@@ -275,6 +275,23 @@ class Silence(WithCamera):
                          self.device.read_attribute("image").quality)
 
 
+class Beginning(WithCamera):
+    OPTIONS = ("--fault", "no-answer:id=0x7A,times=0")  # to what it is asked before the first exposure
+
+    def test_an_acquisition_that_cannot_begin_does_not_keep_init_waiting(self):
+        self.device.Grab()
+        self.assertEqual(tango.DevState.RUNNING, self.device.state())
+        before = time.monotonic()
+        self.device.Init()
+        wait_state(self.device, tango.DevState.ON)
+        self.assertLess(time.monotonic() - before, 2)
+
+    def test_a_server_ends_in_order_while_one_cannot_begin(self):
+        self.device.Grab()
+        self.server.end()
+        self.assertEqual(0, self.server.process.returncode, self.server.log)
+
+
 class Targets(unittest.TestCase):
     def test_a_device_without_a_target_says_what_to_do(self):
         server = Server(devices=1)
