@@ -14,11 +14,12 @@ from database import Database, Registered
 DEVICE = "lab/camera/1"
 PAGE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs", "simulator.md")
 FRAMES = 3
-TIMEOUT = 1  # s, silence that is allowed
-KIT = 1      # s, from the moment when it is known to the client
+TIMEOUT = 1    # s, silence that is allowed
+QUESTION = 10  # s, until the kit gives it up
+KIT = 1        # s, from the moment when it is known to the client
 
 # What has to come of a fault: the frames, all as they were sent; or a word of trouble, so many
-# seconds after the fault struck; or either.
+# seconds after the fault struck, or, without these, after the last frame was sent; or either.
 GOOD, TOLD, EITHER = "good", "told", "either"
 AT = "readout=1,frame=2,packet=20"
 FAULTS = [
@@ -89,7 +90,10 @@ class EveryFault(unittest.TestCase):
         self.assertEqual(kinds_of_the_page(), kinds)
 
     def test_is_told_or_leaves_the_frames_as_they_were_sent(self):
+        chosen = os.environ.get("VX_FAULTS", "").split()
         for text, expected, seconds in FAULTS:
+            if chosen and text.split(":")[0] not in chosen:
+                continue
             with self.subTest(fault=text):
                 camera = Camera("--fault", text)
                 try:
@@ -102,9 +106,9 @@ class EveryFault(unittest.TestCase):
         outcome, told_at = self.acquire(camera)
         if expected != EITHER:
             self.assertEqual(expected, outcome, device.LastError)
-        if seconds is not None:
-            struck = camera.events["fault"][0]["heard"]
-            self.assertLess(told_at - struck, seconds)
+        if expected == TOLD:
+            known = camera.events["frame"][-1] if seconds is None else camera.events["fault"][0]
+            self.assertLess(told_at - known["heard"], seconds or KIT)
         # And after it: whatever it was, the frames of the next acquisition are its own.
         end = time.monotonic() + 3
         while device.state() not in (tango.DevState.ON,) and time.monotonic() < end:
@@ -138,7 +142,8 @@ class EveryFault(unittest.TestCase):
         told_at = time.monotonic()
         if device.state() == tango.DevState.RUNNING:
             device.Abort()
-            wait_for(lambda: device.state() != tango.DevState.RUNNING, "the abort", 2)
+            # At once, but for one that has not begun yet: two questions may be in vain first.
+            wait_for(lambda: device.state() != tango.DevState.RUNNING, "the abort", 2 * QUESTION + 2)
         delivered = self.check_images(camera)
         end, error = device.AcquisitionEnd, device.LastError
         if end != "complete":
