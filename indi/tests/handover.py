@@ -1,5 +1,6 @@
 """How long a frame of 8 MiB takes from its last packet to the BLOB that indiserver gets, beside INDI's own
-CCD simulator. Plays indiserver itself: a pair of sockets to the driver, BLOBs attached as descriptors.
+CCD simulator, from the end of its picture. Both take frames in turn, so that what else the machine does
+meets both. Plays indiserver itself: a pair of sockets to the driver, BLOBs attached as descriptors.
 
 Run by hand: handover.py [FRAMES]. VX_INDI_DRIVER and VX_SIMULATOR name the programs."""
 import array
@@ -15,7 +16,7 @@ import time
 import indi_support
 
 SIDE = 2048
-
+EXPOSURE = 0.3  # s
 
 # Tells when the base class of INDI's drivers begins to make a file of a frame that is complete.
 SHIM = r"""
@@ -82,59 +83,80 @@ class Driver:
         self.process.wait()
 
 
-def own(frames, home):
-    camera = indi_support.Camera(sensor=f"{SIDE}x{SIDE}")
-    driver = Driver(indi_support.DRIVER, home)
-    try:
-        driver.wait("DEVICE_ADDRESS")
-        driver.set("VX CCD", "Text", "DEVICE_ADDRESS", {"ADDRESS": "127.0.0.1", "PORT": camera.port})
-        driver.set("VX CCD", "Switch", "CONNECTION", {"CONNECT": "On"})
-        driver.wait("TIMING_DATA.*?CCD_TEMPERATURE")
-        times = []
-        for _ in range(frames):
-            driver.set("VX CCD", "Number", "CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 0.3})
-            camera.wait("frame")
-            begin = time.monotonic()
-            times.append(driver.wait("<setBLOBVector.*?</setBLOBVector>") - begin)
-            driver.wait("CCD_EXPOSURE")
-            time.sleep(0.3)
-        return times
-    finally:
-        driver.close()
-        camera.close()
+class Own:
+    """The driver of this folder, with a simulated camera."""
+
+    name = "indi_vxcam_ccd"
+
+    def __init__(self, home):
+        self.camera = indi_support.Camera(sensor=f"{SIDE}x{SIDE}")
+        self.driver = Driver(indi_support.DRIVER, home)
+        self.driver.wait("DEVICE_ADDRESS")
+        self.driver.set("VX CCD", "Text", "DEVICE_ADDRESS",
+                        {"ADDRESS": "127.0.0.1", "PORT": self.camera.port})
+        self.driver.set("VX CCD", "Switch", "CONNECTION", {"CONNECT": "On"})
+        self.driver.wait("TIMING_DATA.*?CCD_TEMPERATURE")
+
+    def take(self):
+        self.driver.set("VX CCD", "Number", "CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": EXPOSURE})
+        self.camera.wait("frame")  # which it tells as the last packet leaves
+        begin = time.monotonic()
+        taken = self.driver.wait("<setBLOBVector.*?</setBLOBVector>") - begin
+        self.driver.wait("CCD_EXPOSURE")
+        return taken
+
+    def close(self):
+        self.driver.close()
+        self.camera.close()
 
 
-def theirs(frames, home):
-    name = "CCD Simulator"
-    shim = os.path.join(home, "shim.so")
-    subprocess.run(["cc", "-shared", "-fPIC", "-xc", "-", "-o", shim], input=SHIM, text=True, check=True)
-    driver = Driver("indi_simulator_ccd", home, LD_PRELOAD=shim)
-    try:
-        driver.wait("SIMULATOR_SETTINGS")
-        driver.set(name, "Number", "SIMULATOR_SETTINGS", {"SIM_XRES": SIDE, "SIM_YRES": SIDE})
-        driver.set(name, "Switch", "CONNECTION", {"CONNECT": "On"})
-        driver.wait("CCD_FAST_COUNT")
-        times = []
-        for _ in range(frames):
-            driver.set(name, "Number", "CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 0.3})
-            end = driver.wait("<setBLOBVector.*?</setBLOBVector>")
-            begin = ""
-            while not begin.startswith("begin"):
-                begin = driver.errors.queue.get(timeout=5)
-            times.append(end - float(begin.split()[1]))
-            time.sleep(0.3)
-        return times
-    finally:
-        driver.close()
+class Theirs:
+    """INDI's simulator."""
+
+    name = "indi_simulator_ccd"
+
+    def __init__(self, home):
+        shim = os.path.join(home, "shim.so")
+        subprocess.run(["cc", "-shared", "-fPIC", "-xc", "-", "-o", shim], input=SHIM, text=True, check=True)
+        self.driver = Driver(self.name, home, LD_PRELOAD=shim)
+        self.driver.wait("SIMULATOR_SETTINGS")
+        self.set("Number", "SIMULATOR_SETTINGS", {"SIM_XRES": SIDE, "SIM_YRES": SIDE})
+        self.set("Switch", "CONNECTION", {"CONNECT": "On"})
+        self.driver.wait("CCD_FAST_COUNT")
+
+    def set(self, kind, name, values):
+        self.driver.set("CCD Simulator", kind, name, values)
+
+    def take(self):
+        self.set("Number", "CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": EXPOSURE})
+        end = self.driver.wait("<setBLOBVector.*?</setBLOBVector>")
+        begin = ""
+        while not begin.startswith("begin"):
+            begin = self.driver.errors.queue.get(timeout=5)
+        return end - float(begin.split()[1])
+
+    def close(self):
+        self.driver.close()
 
 
 def main():
     frames = int(sys.argv[1]) if len(sys.argv) > 1 else 10
     with tempfile.TemporaryDirectory() as home:
-        for name, taken in (("indi_vxcam_ccd", own(frames, home)),
-                            ("indi_simulator_ccd", theirs(frames, home))):
-            print(f"{name:20} least {min(taken) * 1000:6.1f} ms, median "
-                  f"{statistics.median(taken) * 1000:6.1f} ms, most {max(taken) * 1000:6.1f} ms")
+        both = Own(home), Theirs(home)
+        times = [[], []]
+        try:
+            for _ in range(frames):
+                for one, taken in zip(both, times):
+                    taken.append(one.take())
+                    time.sleep(0.3)  # what it does behind the frame is over
+        finally:
+            for one in both:
+                one.close()
+    for one, taken in zip(both, times):
+        print(f"{one.name:20} least {min(taken) * 1000:6.1f} ms, median "
+              f"{statistics.median(taken) * 1000:6.1f} ms, most {max(taken) * 1000:6.1f} ms")
+    print(f"ratio: least {min(times[0]) / min(times[1]):.2f}, median "
+          f"{statistics.median(times[0]) / statistics.median(times[1]):.2f}")
 
 
 if __name__ == "__main__":
