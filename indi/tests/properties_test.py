@@ -1,5 +1,7 @@
 """Every property of the table, set and read; streams, fast exposures, configuration, the observatory."""
+import json
 import os
+import re
 import struct
 import subprocess
 import time
@@ -49,29 +51,50 @@ SAMPLES = {
 }
 
 
+# What clients of INDI expect; driver_test.py and these tests set them.
+CUSTOMARY = {"CCD_EXPOSURE", "CCD_FRAME", "CCD_BINNING", "CCD_TEMPERATURE", "CCD_COOLER", "CCD_GAIN",
+             "CCD_OFFSET"}
+
+
 def setters(client):
     """Those of the tab of the camera."""
     return {name for (device, name), vector in client.vectors.items()
             if vector.group == "Camera" and device == client.device}
 
 
+def names_in_indi():
+    """Of every property of the kit, as its page has them."""
+    with open(indi_support.page("properties.md")) as file:
+        rows = file.read().split("## Names elsewhere")[1].split("\n## ")[0]
+    return [name for row in re.findall(r"^\| `.*", rows, re.MULTILINE)
+            for name in re.findall(r"`(\w+)`", row.split("|")[4])]
+
+
+def orders(camera):
+    """How many messages came to it that were no questions."""
+    told = [json.loads(line) for line in list(camera.lines.all) if line.startswith('{"event":"trace"')]
+    return sum(not event["text"].startswith("Get") for event in told)
+
+
 class Table(DriverTest):
     sensor = "64x32"
 
-    def ready(self):
-        camera, client = self.connected()
+    def ready(self, *options):
+        camera, client = self.connected(*options)
         client.wait(lambda: client.value("HARDWARE_INFO", "VALUE") and
                     client.vector("CCD_GAIN").state == "Ok", "all is told")
         return camera, client
 
     def test_every_property_of_the_table_is_there_and_takes_a_value(self):
-        _, client = self.ready()
+        camera, client = self.ready("--trace")
         self.assertEqual(setters(client), set(SAMPLES))
         for name, (values, shown) in SAMPLES.items():
             vector = client.vector(name)
             values = values or dict(vector.values)
             self.assertEqual(vector.perm, "rw")
+            before = orders(camera)
             client.change(name, values)
+            client.wait(lambda: orders(camera) > before, f"the camera hears of {name}")
             told = dict(vector.values)
             for key, value in (shown or values).items():
                 if isinstance(value, str) and vector.kind == "Text" and key == "VALUE":
@@ -82,6 +105,21 @@ class Table(DriverTest):
                     self.assertIs(told[key], value, name)
                 else:
                     self.assertEqual(str(told[key]), str(type(told[key])(value)), name)
+
+    def test_every_row_of_the_table_is_a_property_and_what_can_only_be_read_is_told(self):
+        _, client = self.ready()
+        names = names_in_indi()
+        self.assertGreater(len(names), len(SAMPLES) + 8)
+        for name in names:
+            client.vector(name)
+        states = {name: vector for (_, name), vector in client.vectors.items()
+                  if vector.group == "Camera state"}
+        self.assertEqual(set(states), set(names) - set(SAMPLES) - CUSTOMARY | {"GPIO_STATE"})  # all pins
+        for name, vector in states.items():
+            client.wait(lambda: vector.state == "Ok" and vector.values["VALUE"] != "", name)
+            self.assertEqual(vector.perm, "ro", name)
+        self.assertEqual(states["BOARD_TEMP"].values["VALUE"], "25C")  # 5 above the ambient
+        self.assertEqual(states["READOUT_NOISE"].values["VALUE"], "6,6")
 
     def test_another_client_reads_what_was_set(self):
         camera, client = self.ready()
