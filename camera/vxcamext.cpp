@@ -1,7 +1,37 @@
 // The C functions of vxcamext.h, in the header's order.
 #include "vxcamext.h"
 
+#include "errortaker.h"
 #include "forward.h"
+#include "tcFrameAccount.h"
+
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+namespace {
+
+// Cameras' loggers are called by their handles.
+int HandleOf(const std::string& logger)
+{
+    const std::string before = "VXCAM";
+    if (logger.size() == before.size() || logger.compare(0, before.size(), before) != 0) return -1;
+    return static_cast<int>(std::strtol(logger.c_str() + before.size(), nullptr, 10)) - 1;
+}
+
+bool Tell(const std::string& logger, const tcLogEvent& event, tpLogCallback callback, void* user)
+{
+    tsLoggedError record{};
+    record.Size = sizeof record;
+    record.Handle = HandleOf(logger);
+    record.ErrorNumber = event.errNum;
+    record.Logger = logger.c_str();
+    record.Text = event.message;
+    record.Time = ThisMoment();
+    return callback(&record, user) != 0;
+}
+
+} // namespace
 
 extern "C" int VXSetFrameCallback(int handle, tpFrameCallback callback, void* user)
 {
@@ -61,5 +91,19 @@ extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)
     return Guarded([&] {
         const tcVXCamera::tcHold camera(handle);
         return camera ? camera->GetStatistics(statistics, size) : static_cast<int>(eVXNoCamera);
+    });
+}
+
+extern "C" int VXSetLogCallback(tpLogCallback callback, void* user)
+{
+    return Guarded([=] {
+        vx::tErrorTaker taker;
+        if (callback != nullptr) {
+            taker = [=](const std::string& logger, const tcLogEvent& event) {
+                return Tell(logger, event, callback, user);
+            };
+        }
+        vx::SetErrorTaker(std::move(taker));
+        return static_cast<int>(eVXOk);
     });
 }

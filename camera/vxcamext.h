@@ -306,6 +306,27 @@ static_assert(sizeof(tsStatistics) == 38 * 8, "applications pass this size");
  * pointer; both are looked at first]. The debug daemon's command CAM tells the same. */
 VX_EXPORT int VXGetStatistics(int handle, tsStatistics* statistics, int size);
 
+/* ---- The log ----------------------------------------------------------------------------- */
+
+/* An error that the library logs. */
+typedef struct tsLoggedError {
+    uint32_t Size;
+    int32_t Handle;      /* of the camera, maybe of one that does not open; -1: of none */
+    int32_t ErrorNumber; /* the system's; 0 when there is none */
+    uint32_t Reserved;
+    const char* Logger; /* as TCLOG's variables call it */
+    const char* Text;
+    tsMoment Time;
+} tsLoggedError;
+static_assert(sizeof(tsLoggedError) == 48, "record");
+
+/* Called with each error of the whole process that would be printed on standard error, or is not
+ * since TCLOG_SUPPRESS_ERR_CONSOLE is set: on the thread that logs it, one at a time, in part with
+ * locks held. It must be quick, and may not call the library; what it logs is printed. Where it
+ * returns 0 the error is printed as without it, else it is not. */
+typedef int (*tpLogCallback)(const tsLoggedError* record, void* user);
+VX_EXPORT int VXSetLogCallback(tpLogCallback callback, void* user);
+
 #ifdef __cplusplus
 }
 #endif

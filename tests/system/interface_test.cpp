@@ -350,6 +350,7 @@ std::vector<tsCall> Opening()
         {"VXGetDllVersion", [](int) { return Told(VXGetDllVersion()); }, "196615:"},
         {"VXGetTimingDataSize", [](int) { return Told(VXGetTimingDataSize()); }, "4356:"},
         {"VXSetOpeningTap", [](int) { return Told(VXSetOpeningTap(0, nullptr, nullptr)); }, "0:"},
+        {"VXSetLogCallback", [](int) { return Told(VXSetLogCallback(nullptr, nullptr)); }, "0:"},
         {"VXOpenENetCamera",
          [](int) { return Opened(VXOpenENetCamera("127.0.0.1", gpSim->Port())); }, "0: 0"},
         {"VXLocateEnetCameras",

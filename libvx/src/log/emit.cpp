@@ -1,5 +1,6 @@
 #include "tcLog.h"
 
+#include "errortaker.h"
 #include "lifetime.h"
 #include "offconsole.h"
 #include "record.h"
@@ -112,6 +113,7 @@ void tcLog::Deliver(tcLogEvent const& event)
         if (delivery.Consumer()) delivery.Consumer()->Output(event);
     }
     if (event.type != tcLogEvent::eError || vx::tcOffConsole::IsInForce()) return;
+    if (vx::IsTaken(msName, event)) return;
     tcLogConsumer* const console = __atomic_load_n(&mpErrorConsole, __ATOMIC_ACQUIRE);
     if (console) console->Output(event);
 }
