@@ -4,9 +4,13 @@
 
 #include <vxcamkit/event.h>
 
+#include "vxcamext.h"
+
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <new>
 
 namespace vxcam::py {
 
@@ -14,38 +18,75 @@ namespace python = pybind11;
 
 namespace {
 
-constexpr size_t kMostEvents = 10000; // that wait; the oldest ones go
+// What waits; the oldest ones go when it is too much.
+template <class Item>
+struct Queue {
+    static constexpr size_t kMost = 10000;
 
-// From the kit's threads, which never wait for Python, to the thread that calls its handlers.
+    std::deque<Item> items;
+    uint64_t lost = 0;
+
+    void put(Item item)
+    {
+        if (items.size() >= kMost) {
+            items.pop_front();
+            ++lost;
+        }
+        items.push_back(std::move(item));
+    }
+};
+
+// From threads of kit and library, which never wait for Python, to the thread that calls its
+// handlers.
 //
 // Threads: any. Locks: its own, never held while calling out.
 class EventLine
 {
 public:
+    const int forks = forksSoFar(); // when it was made
+
     struct Item {
         int64_t camera;
         std::optional<Event> event; // nothing: the last item of the camera
+    };
+    struct Line {   // of the library's log
+        int handle; // of the camera; -1: of none
+        std::string logger, text;
+    };
+    struct Taken { // and how many were lost so far; the end when it was stopped and none wait
+        Queue<Item> events;
+        Queue<Line> lines;
+        bool isEnd = false;
     };
 
     void put(Item item)
     {
         const std::lock_guard<std::mutex> guard(lock_);
-        if (items_.size() >= kMostEvents) {
-            items_.pop_front();
-            ++lost_;
-        }
-        items_.push_back(std::move(item));
+        waiting_.events.put(std::move(item));
+        changed_.notify_one();
+    }
+    void log(Line line)
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        waiting_.lines.put(std::move(line));
         changed_.notify_one();
     }
 
-    // All that wait, and how many were lost so far; none and the end when it was stopped.
-    std::deque<Item> take(uint64_t* lost, bool* isEnd)
+    // Waits until something waits.
+    Taken take()
     {
         std::unique_lock<std::mutex> guard(lock_);
-        changed_.wait(guard, [this] { return !items_.empty() || isStopped_; });
-        *lost = lost_;
-        *isEnd = isStopped_ && items_.empty();
-        return std::exchange(items_, {});
+        const auto isEmpty = [this] {
+            return waiting_.events.items.empty() && waiting_.lines.items.empty();
+        };
+        changed_.wait(guard, [&] { return !isEmpty() || isStopped_; });
+        Taken taken;
+        taken.events.lost = waiting_.events.lost;
+        taken.lines.lost = waiting_.lines.lost;
+        taken.isEnd = isStopped_ && isEmpty();
+        taken.events.items.swap(waiting_.events.items);
+        taken.lines.items.swap(waiting_.lines.items);
+        return taken;
     }
 
     void stop()
@@ -58,16 +99,50 @@ public:
 private:
     std::mutex lock_;
     std::condition_variable changed_;
-    std::deque<Item> items_;
-    uint64_t lost_ = 0;
+    Taken waiting_;
     bool isStopped_ = false;
 };
+
+// Called for each error that the library logs. What a forked child logs is printed.
+int keep(const tsLoggedError* record, void* user)
+{
+    auto& line = *static_cast<EventLine*>(user);
+    if (line.forks != forksSoFar()) return 0;
+    try {
+        line.log({record->Handle, record->Logger, record->Text});
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    return 1;
+}
+
+// The line that the library's log goes to: the one that was made last, until it is stopped.
+std::atomic<const EventLine*> logged{nullptr};
 
 class CoreEventLine
 {
 public:
-    CoreEventLine() : line_(std::make_shared<EventLine>()) {}
+    CoreEventLine() : line_(std::make_shared<EventLine>())
+    {
+        logged = use().get();
+        VXSetLogCallback(&keep, use().get());
+    }
+    ~CoreEventLine()
+    {
+        if (!line_.isForeign()) stop();
+    }
+    CoreEventLine(const CoreEventLine&) = delete;
+    CoreEventLine& operator=(const CoreEventLine&) = delete;
+
     std::shared_ptr<EventLine> use() const { return line_.use("the line of events"); }
+
+    void stop() const
+    {
+        const std::shared_ptr<EventLine> line = use();
+        const EventLine* own = line.get();
+        if (logged.compare_exchange_strong(own, nullptr)) VXSetLogCallback(nullptr, nullptr);
+        line->stop();
+    }
 
 private:
     Owned<EventLine> line_;
@@ -100,22 +175,30 @@ python::dict eventOf(const Event& event)
     return result;
 }
 
-python::tuple take(const CoreEventLine& self)
+python::dict take(const CoreEventLine& self)
 {
     const std::shared_ptr<EventLine> line = self.use();
-    std::deque<EventLine::Item> items;
-    uint64_t lost = 0;
-    bool isEnd = false;
+    EventLine::Taken taken;
     {
         const python::gil_scoped_release released;
-        items = line->take(&lost, &isEnd);
+        taken = line->take();
     }
-    python::list events;
-    for (const EventLine::Item& item : items) {
+    python::list events, lines;
+    for (const EventLine::Item& item : taken.events.items) {
         events.append(python::make_tuple(
             item.camera, item.event ? python::object(eventOf(*item.event)) : python::none()));
     }
-    return python::make_tuple(events, lost, isEnd);
+    for (const EventLine::Line& told : taken.lines.items) {
+        lines.append(
+            python::make_tuple(told.handle, textToPython(told.logger), textToPython(told.text)));
+    }
+    python::dict result;
+    result["events"] = events;
+    result["events_lost"] = taken.events.lost;
+    result["lines"] = lines;
+    result["lines_lost"] = taken.lines.lost;
+    result["is_end"] = taken.isEnd;
+    return result;
 }
 
 } // namespace
@@ -129,7 +212,7 @@ void addEvents(python::module_& module, CameraClass& camera)
              [](const CoreEventLine& self, int64_t number) {
                  self.use()->put({number, std::nullopt});
              })
-        .def("stop", [](const CoreEventLine& self) { self.use()->stop(); });
+        .def("stop", &CoreEventLine::stop);
     const python::class_<CoreListener, std::unique_ptr<CoreListener, LetGo>> listener(module,
                                                                                       "Listener");
     camera.def("listen", [](const CoreCamera& self, const CoreEventLine& to, int64_t number) {

@@ -121,9 +121,9 @@ class Camera(CameraProperties):
         text = getattr(target, "target", target)
         if not isinstance(text, str):
             raise UsageError(f"target {target!r}: give a text, a Simulator or what discover() found")
+        self._line = _events.line()  # takes what the opening logs
         self._core = _vxcam.Camera(text, restore, flight_file or "")
         self._target = text
-        self._line = _events.line()
         self._number, self._listener = self._line.attach(self._core, self._target)
         _events.opened(self)
 

@@ -16,7 +16,8 @@ from . import _vxcam
 from ._facts import utc
 
 log = logging.getLogger("vxcam")
-"""What cameras tell: below it are the loggers vxcam.link, vxcam.readout, vxcam.camera and vxcam.events."""
+"""What cameras tell: below it are the loggers vxcam.link, vxcam.readout, vxcam.camera and vxcam.events,
+and vxcam.library with the errors that the library below logs."""
 log.addHandler(logging.NullHandler())
 
 _EXIT_PATIENCE = 2.0  # seconds that a handler may take when the interpreter ends
@@ -109,6 +110,12 @@ def _tell_log(target: str, event: Event) -> None:
         log.getChild("readout").log(level, "%s: readout %d ended: %s", target, event.readout, event.text)
 
 
+def _tell_lost(lost: int, before: int, what: str) -> int:
+    if lost > before:
+        log.getChild("events").warning("%d %s were lost: handlers are too slow", lost - before, what)
+    return lost
+
+
 class _Line:
     """Calls handlers on a thread of Python's, for all cameras of this process."""
 
@@ -116,6 +123,7 @@ class _Line:
         self._core = _vxcam.EventLine()
         self._lock = threading.Lock()
         self._cameras: dict[int, tuple[str, list[Subscription]]] = {}
+        self._handles: dict[int, int] = {}  # to the cameras' numbers
         self._next = 1
         self._thread = threading.Thread(target=self._run, name="vxcam-events", daemon=True)
         self._thread.start()
@@ -125,6 +133,7 @@ class _Line:
             number = self._next
             self._next += 1
             self._cameras[number] = (target, [])
+            self._handles[core.handle()] = number
         return number, core.listen(self._core, number)
 
     def add(self, number: int, handler: Handler) -> Subscription:
@@ -144,21 +153,29 @@ class _Line:
             self._thread.join(_EXIT_PATIENCE)
 
     def _run(self) -> None:
-        lost = 0
+        events_lost, lines_lost = 0, 0
         while True:
-            events, lost_now, is_end = self._core.take()
-            if lost_now > lost:
-                log.getChild("events").warning("%d events were lost: handlers are too slow", lost_now - lost)
-                lost = lost_now
-            for number, facts in events:
+            taken = self._core.take()
+            for line in taken["lines"]:
+                self._log(*line)
+            events_lost = _tell_lost(taken["events_lost"], events_lost, "events")
+            lines_lost = _tell_lost(taken["lines_lost"], lines_lost, "lines of the log")
+            for number, facts in taken["events"]:
                 self._deliver(number, facts)
-            if is_end:
+            if taken["is_end"]:
                 return
+
+    def _log(self, handle: int, logger: str, text: str) -> None:
+        """An error that the library logged."""
+        with self._lock:
+            target, _ = self._cameras.get(self._handles.get(handle, 0), (logger, None))
+        log.getChild("library").error("%s: %s", target, text)
 
     def _deliver(self, number: int, facts: Optional[dict[str, Any]]) -> None:
         with self._lock:
             if facts is None:
                 self._cameras.pop(number, None)
+                self._handles = {handle: one for handle, one in self._handles.items() if one != number}
                 return
             if number not in self._cameras:
                 return

@@ -1,0 +1,118 @@
+"""The library's own log: in Python's logging, and nowhere else."""
+
+import contextlib
+import logging
+import os
+import socket
+import subprocess
+import sys
+import textwrap
+import threading
+
+import pytest
+
+import vxcam
+from conftest import SMALL, wait_until
+
+MISSING = SMALL + "&fault=missing-packet:packet=3"
+
+
+def errors_of(program):
+    """What a program of its own prints, and what it prints on standard error."""
+    environment = dict(os.environ, PYTHONPATH=os.pathsep.join(sys.path))
+    environment.pop("TCLOG_SUPPRESS_ERR_CONSOLE", None)
+    done = subprocess.run([sys.executable, "-c", textwrap.dedent(program)], env=environment,
+                          capture_output=True, text=True, timeout=30)
+    assert done.returncode == 0, done.stdout + done.stderr
+    return done.stdout.strip(), done.stderr.strip()
+
+
+def library_lines(caplog):
+    return [record for record in caplog.records if record.name == "vxcam.library"]
+
+
+def test_what_the_library_logs_is_an_error_of_its_logger_with_the_camera(caplog):
+    with vxcam.Camera(MISSING) as camera:
+        with pytest.raises(vxcam.IncompleteFrame):
+            camera.grab(exposure=0.01)
+        assert wait_until(lambda: library_lines(caplog))
+    line = library_lines(caplog)[0]
+    assert line.levelno == logging.ERROR
+    assert line.getMessage().startswith(MISSING + ": ") and "is incomplete" in line.getMessage()
+
+
+def test_a_camera_that_does_not_open_is_told_to_the_log(caplog):
+    with socket.socket() as peer:
+        peer.bind(("127.0.0.1", 0))
+        peer.listen(8)
+
+        def hang_up():
+            for _ in range(4):
+                try:
+                    peer.accept()[0].close()
+                except OSError:
+                    return
+
+        threading.Thread(target=hang_up, daemon=True).start()
+        with pytest.raises(vxcam.Error):
+            vxcam.Camera(f"127.0.0.1:{peer.getsockname()[1]}")
+        assert wait_until(lambda: library_lines(caplog))
+        peer.shutdown(socket.SHUT_RDWR)
+    assert library_lines(caplog)[0].getMessage().startswith("VXCAM")
+
+
+@pytest.mark.parametrize("handler", ["logging.basicConfig(stream=sys.stdout)", "pass"])
+def test_nothing_is_printed_but_by_a_handler(handler):
+    printed, errors = errors_of(f"""
+        import logging, sys, vxcam
+        {handler}
+        with vxcam.Camera({MISSING!r}) as camera:
+            try:
+                camera.grab(exposure=0.01)
+            except vxcam.IncompleteFrame:
+                pass
+    """)
+    assert errors == ""
+    assert ("ERROR:vxcam.library:" in printed) == (handler != "pass"), printed
+
+
+def test_a_forked_child_has_a_log_of_its_own():
+    printed, errors = errors_of(f"""
+        import logging, os, sys, vxcam
+        logging.basicConfig(stream=sys.stdout)
+        with vxcam.Camera({SMALL!r}) as camera:
+            child = os.fork()
+            if child == 0:
+                with vxcam.Camera({MISSING!r}) as own:
+                    try:
+                        own.grab(exposure=0.01)
+                    except vxcam.IncompleteFrame:
+                        pass
+                sys.exit(0)
+            print(os.waitpid(child, 0)[1])
+    """)
+    assert "ERROR:vxcam.library:" in printed and errors == "", (printed, errors)
+
+
+def test_lines_that_nobody_takes_in_time_are_dropped_and_counted(caplog):
+    entered, leave = threading.Event(), threading.Event()
+
+    def hold(event):
+        entered.set()
+        leave.wait(60)
+
+    with vxcam.Camera(SMALL + "&fault=error-storm:id=0x60,times=0,count=1000") as camera:
+        camera.on_event(hold)
+        assert entered.wait(10)
+        try:
+            while camera.statistics.camera_errors < 12_000:
+                with contextlib.suppress(vxcam.CameraError):
+                    camera.exposure
+            assert wait_until(lambda: camera.statistics.camera_errors % 1000 == 0, 30)
+            logged = camera.statistics.camera_errors
+        finally:
+            leave.set()
+    assert wait_until(lambda: "lines of the log were lost" in caplog.text, 30)
+    told = [record for record in caplog.records if "lines of the log" in record.getMessage()]
+    lost = sum(record.args[0] for record in told)
+    assert lost > 0 and lost + len(library_lines(caplog)) == logged
