@@ -86,6 +86,7 @@ void ExposureRunner::takeFrames(const ExposureJob& job, uint64_t number)
             frame = stream.next(1s);
         } catch (const Error& error) {
             if (isOver || error.kind() != ErrorKind::Timeout) throw;
+            if (stream.end() != ReadoutEnd::Running) continue;
             const Progress progress = stream.progress();
             const double left = secondsOf(progress.exposure - progress.elapsed);
             if (job.left) later(number, [tell = job.left, left] { tell(std::max(left, 0.0)); });

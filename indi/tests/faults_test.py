@@ -84,13 +84,15 @@ class Law(DriverTest):
         client = self.a_client
         vector = client.vector("CCD_EXPOSURE")
         client.blobs.clear()
-        count = len(vector.messages)
+        count, before = len(vector.messages), len(vector.history)
         client.set("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": EXPOSURE})
         client.wait(lambda: vector.state == "Busy" or len(vector.messages) > count, "begun", MOST)
         client.wait(lambda: vector.state != "Busy" and (vector.state == "Alert" or client.blobs),
                     "the exposure ends", MOST)
         ended = time.monotonic()
         client.pump(0.2)
+        left = [values["CCD_EXPOSURE_VALUE"] for state, values in vector.history[before:] if state == "Busy"]
+        self.assertEqual(left, sorted(left, reverse=True), "it does not count down")
         if vector.state == "Alert":
             self.assertEqual(client.blobs, [], "a frame that nobody vouches for")
             self.assertTrue(vector.messages[-1])

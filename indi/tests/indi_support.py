@@ -139,7 +139,7 @@ class Vector:
         self.values, self.elements = {}, {}
         self.state = None
         self.updates = 0
-        self.messages = []
+        self.messages, self.history = [], []  # states and values, since it was defined
         for one in element:
             self.elements[one.get("name")] = dict(one.attrib)
         self.update(element)
@@ -156,6 +156,7 @@ class Vector:
                 value = text == "On"
             if self.kind != "BLOB":
                 self.values[one.get("name")] = value
+        self.history.append((self.state, dict(self.values)))
 
 
 class Blob:
