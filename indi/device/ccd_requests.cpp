@@ -62,6 +62,10 @@ void requirePlace(const Given& given)
     if (prefix != given.end() && prefix->second.toText().empty()) {
         throw Error(ErrorKind::Usage, "'UPLOAD_PREFIX': a file needs a name");
     }
+    if (prefix != given.end() &&
+        ("/" + prefix->second.toText()).find("/../") != std::string::npos) {
+        throw Error(ErrorKind::Usage, "'UPLOAD_PREFIX': files stay in the folder, without '..'");
+    }
 }
 
 } // namespace

@@ -56,7 +56,8 @@ class Mishaps(DriverTest):
         client = self.connected()[1]
         vector = client.change("UPLOAD_SETTINGS", {"UPLOAD_DIR": self.home, "UPLOAD_PREFIX": "N_XXX"})
         before = dict(vector.values)
-        for wrong in ({"UPLOAD_DIR": ""}, {"UPLOAD_DIR": "images"}, {"UPLOAD_PREFIX": ""}):
+        for wrong in ({"UPLOAD_DIR": ""}, {"UPLOAD_DIR": "images"}, {"UPLOAD_PREFIX": ""},
+                      {"UPLOAD_PREFIX": "../N_XXX"}, {"UPLOAD_PREFIX": "sky/../../N_XXX"}):
             both = dict(before, **wrong)
             told = client.change("UPLOAD_SETTINGS", both, "Alert")
             self.assertEqual(told.values, before)
