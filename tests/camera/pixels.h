@@ -173,4 +173,7 @@ protected:
     tcTestCamera mCamera;
 };
 
+class Placement : public Readout
+{};
+
 #endif
