@@ -1,16 +1,15 @@
 // P1 to F2: pieces of the library alone, through Google Benchmark.
+#include "config_rows.h"
 #include "rows.h"
 
 #include "CrcCalc.h"
 #include "tcCamParser.h"
-#include "tcConfigFile.h"
 #include "tcLog.h"
 #include "tcLogConsumer.h"
 #include "tcVXCamera.h"
 #include "vxmessages.h"
 
 #include <benchmark/benchmark.h>
-#include <ini.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/null_sink.h>
 #include <spdlog/sinks/ringbuffer_sink.h>
@@ -18,7 +17,6 @@
 #include <zlib.h>
 
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <thread>
 #include <unistd.h>
@@ -226,82 +224,6 @@ void CrcReference(benchmark::State& state)
     const tcBytes& data = CrcData();
     for (auto _ : state) {
         benchmark::DoNotOptimize(crc32(0, data.data(), static_cast<uInt>(data.size())));
-    }
-}
-
-// ---- F1, F2: configuration --------------------------------------------------------------------
-
-constexpr int gnSections = 100, gnItemsEach = 1000;
-
-const std::string& ConfigName()
-{
-    static const std::string name = [] {
-        std::string path = "vxbench-config.dat";
-        std::ofstream file(path);
-        for (int section = 0; section < gnSections; ++section) {
-            file << "[section" << section << "]\n";
-            for (int item = 0; item < gnItemsEach; ++item) {
-                file << "item" << item << " = value " << item * section << "\n";
-            }
-        }
-        return path;
-    }();
-    return name;
-}
-
-using tcIniMap = std::map<std::string, std::string>;
-
-int StoreIni(void* user, const char* section, const char* name, const char* value)
-{
-    (*static_cast<tcIniMap*>(user))[std::string(section).append("/").append(name)] = value;
-    return 1;
-}
-
-void LoadOurs(benchmark::State& state)
-{
-    for (auto _ : state) {
-        tcConfigFile file(ConfigName().c_str());
-        benchmark::DoNotOptimize(&file);
-    }
-}
-
-void LoadReference(benchmark::State& state)
-{
-    for (auto _ : state) {
-        tcIniMap items;
-        ini_parse(ConfigName().c_str(), StoreIni, &items);
-        benchmark::DoNotOptimize(&items);
-    }
-}
-
-std::pair<std::string, std::string> LookupName(unsigned i)
-{
-    return {"section" + std::to_string(i % gnSections),
-            "item" + std::to_string(i * 7919u % gnItemsEach)};
-}
-
-void LookupOurs(benchmark::State& state)
-{
-    tcConfigFile file(ConfigName().c_str());
-    const std::string none;
-    unsigned i = 0;
-    for (auto _ : state) {
-        const auto [section, name] = LookupName(i++);
-        benchmark::DoNotOptimize(file.GetItemInSection(section, name, none));
-    }
-}
-
-void LookupReference(benchmark::State& state)
-{
-    tcIniMap items;
-    ini_parse(ConfigName().c_str(), StoreIni, &items);
-    const std::string none;
-    unsigned i = 0;
-    for (auto _ : state) {
-        const auto [section, name] = LookupName(i++);
-        auto found = items.find(std::string(section).append("/").append(name));
-        std::string value = found == items.end() ? none : found->second;
-        benchmark::DoNotOptimize(value);
     }
 }
 
