@@ -1,5 +1,5 @@
 // Recordings of the wire, played back by the program to itself.
-#include "../wire/tcByteLink.h"
+#include "../../wire/tcByteLink.h"
 #include "tool_support.h"
 #include "wire_support.h"
 
