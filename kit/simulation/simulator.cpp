@@ -16,10 +16,9 @@ tsSimOptions optionsOf(const SimulatorOptions& options)
 {
     const Size& sensor = options.sensor;
     if (!Area{0, 0, sensor.columns, sensor.rows}.fits({kMostSide, kMostSide})) {
-        throw Error(ErrorKind::Usage, "simulated camera: its sensor has 1 to " +
-                                          std::to_string(kMostSide) + " columns and rows, not " +
-                                          std::to_string(sensor.columns) + " x " +
-                                          std::to_string(sensor.rows));
+        throw Error(ErrorKind::Usage,
+                    "its sensor has 1 to " + std::to_string(kMostSide) + " columns and rows, not " +
+                        std::to_string(sensor.columns) + " x " + std::to_string(sensor.rows));
     }
     tsSimOptions result;
     result.columns = static_cast<uint16_t>(options.sensor.columns);

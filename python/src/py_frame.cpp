@@ -1,5 +1,6 @@
 #include "py_frame.h"
 
+#include "py_pickle.h"
 #include "py_values.h"
 
 #include <vxcamkit/figures.h>
@@ -83,6 +84,9 @@ python::dict factsOf(const FrameFacts& facts)
     result["number"] = facts.number;
     result["readout"] = facts.readout;
     result["frames"] = facts.frames;
+    result["bits"] = facts.bits;
+    result["rows"] = facts.rows;
+    result["columns"] = facts.columns;
     result["kind"] = nameOf(facts.kind);
     result["type"] = nameOf(facts.type);
     result["area"] = areaOf(facts.area);
@@ -91,12 +95,13 @@ python::dict factsOf(const FrameFacts& facts)
     result["sensor"] = python::make_tuple(facts.sensor.columns, facts.sensor.rows);
     result["camera_name"] = textToPython(facts.cameraName);
     result["serial"] = textToPython(facts.serial);
-    result["target"] = facts.target;
+    result["target"] = textToPython(facts.target);
     result["exposure"] = std::chrono::duration<double>(facts.exposure).count();
     result["ccd_temp"] = facts.sensorTemperature;
     result["board_temp"] = facts.boardTemperature;
     result["target_temp"] = facts.targetTemperature;
     result["image_type"] = facts.imageType;
+    result["statistic"] = facts.statistic;
     result["packets_expected"] = facts.packetsExpected;
     result["packets_missing"] = facts.packetsMissing;
     result["packets_misplaced"] = facts.packetsMisplaced;
@@ -175,6 +180,7 @@ void addFrame(python::module_& module)
         .def_property_readonly("complete",
                                [](const CoreFrame& self) { return self.facts().complete(); });
     addFiles(frame);
+    addPickle(frame);
 }
 
 } // namespace vxcam::py

@@ -91,7 +91,7 @@ Value nestedFromPython(const std::string& name, const python::handle& value, int
     if (PyBool_Check(object)) return object == Py_True;
     if (PyUnicode_Check(object)) return textFromPython(value);
     if (isTimedelta(value)) return std::chrono::duration<double>(secondsOf(value));
-    if (PyFloat_Check(object)) return PyFloat_AsDouble(object);
+    if (PyFloat_Check(object)) return realOf(name, value);
     if (PyIndex_Check(object) && !PySequence_Check(object)) return wholeOf(name, value);
     if (PyObject_CheckBuffer(object) && !PyNumber_Check(object)) return bytesOf(value);
     if (PySequence_Check(object)) return sequenceOf(name, value, depth);

@@ -138,3 +138,39 @@ def test_events_reach_the_log(caplog):
                 camera.gain = 9
             assert wait_until(lambda: {"vxcam.readout", "vxcam.camera"} <= {r.name for r in caplog.records})
     assert "ended: incomplete" in caplog.text and "gain 9 is above 7" in caplog.text
+
+
+def test_an_unknown_property_is_told_with_what_was_meant(camera):
+    with pytest.raises(vxcam.UsageError, match="unknown property 'gian', did you mean gain"):
+        camera.set("gian", 1)
+    with pytest.raises(vxcam.UsageError, match=r"list\(camera.properties\) has all$"):
+        camera.get("xyzzy")
+
+
+def test_a_closed_camera_opens_no_with_block(camera):
+    camera.close()
+    with pytest.raises(vxcam.UsageError, match="closed"):
+        with camera:
+            pass
+
+
+def test_a_sensor_that_cannot_be_is_told_once():
+    with pytest.raises(vxcam.UsageError, match="^simulated camera: its sensor"):
+        vxcam.Simulator(sensor=(0, 5))
+
+
+def test_a_flight_file_in_no_folder_is_refused(tmp_path):
+    with pytest.raises(FileNotFoundError, match="flight_file"):
+        vxcam.Camera(SMALL, flight_file=tmp_path / "none" / "flight")
+    with vxcam.Camera(SMALL, flight_file=tmp_path / "flight") as camera:
+        assert camera.grab(exposure=0.01).complete
+
+
+def test_a_cooler_that_nobody_began_is_not_waited_for(camera):
+    for stop in (False, True):
+        if stop:
+            camera.cooler.ramp_to(-5)
+            camera.cooler.stop()
+        with pytest.raises(vxcam.UsageError, match="ramp_to"):
+            camera.cooler.wait()
+    assert repr(camera.cooler).endswith(": idle>")

@@ -1,6 +1,9 @@
 """What a frame knows of itself."""
 
+import copy
 import gc
+import os
+import pickle
 from datetime import datetime, timedelta, timezone
 
 import numpy
@@ -171,3 +174,56 @@ def test_stars_are_found_in_a_frame():
         stars = camera.grab(exposure=2).stars()
     assert stars and stars[0].flux >= stars[-1].flux
     assert all(0 <= star.row < 256 and 0 < star.hfd < 50 for star in stars)
+
+
+def known_of(frame):
+    """All that a frame tells of itself."""
+    told = {name: getattr(frame, name) for name in dir(frame)
+            if not name.startswith("_") and not callable(getattr(frame, name)) and name not in ("array", "times")}
+    told["times"] = {name: getattr(frame.times, name) for name in dir(frame.times) if not name.startswith("_")}
+    told["settings"] = {name: (value, frame.settings.text(name)) for name, value in frame.settings.items()}
+    return told
+
+
+@pytest.mark.parametrize("given", [{}, {"bits": 8}, {"binning": (4, 2)}, {"area": (3, 5, 20, 10)},
+                                   {"regions": [(0, 0, 8, 4), (16, 8, 12, 2)]}])
+def test_a_pickled_frame_is_the_same_frame(camera, given):
+    camera.gain = 3
+    frame = camera.grab(**given)
+    again = pickle.loads(pickle.dumps(frame))
+    assert again.array.dtype == frame.array.dtype and (again.array == frame.array).all()
+    assert known_of(again) == known_of(frame)
+    assert not again.array.flags.writeable
+
+
+def test_a_pickled_incomplete_frame_says_what_is_missing():
+    with vxcam.Camera(SMALL + "&fault=missing-packet:packet=3") as camera:
+        with pytest.raises(vxcam.IncompleteFrame) as caught:
+            camera.grab(exposure=0.01)
+    again = pickle.loads(pickle.dumps(caught.value.frame))
+    assert not again.complete and again.missing_rows == caught.value.frame.missing_rows != ()
+
+
+def test_a_pickled_frame_that_is_not_one_is_refused(camera):
+    make, (pixels, *rest) = camera.grab().__reduce__()
+    with pytest.raises(vxcam.UsageError, match="size"):
+        make(pixels[:-2], *rest)
+    with pytest.raises(vxcam.UsageError, match="not known"):
+        make(pixels, {**rest[0], "kind": "nonsense"}, *rest[1:])
+
+
+def test_a_copy_of_a_frame_is_the_frame(camera):
+    frame = camera.grab()
+    assert copy.copy(frame) is frame and copy.deepcopy(frame) is frame
+
+
+def test_a_path_may_be_bytes(camera, tmp_path):
+    camera.grab().to_fits(os.fsencode(tmp_path / "by\udcff.fits"))
+    assert os.listdir(os.fsencode(tmp_path)) == [b"by\xff.fits"]
+
+
+@pytest.mark.parametrize("value", [None, float("nan"), float("inf"), (1, "a", "b"), [1], (None, "nothing")])
+def test_a_card_that_cannot_be_is_refused_by_its_name(camera, tmp_path, value):
+    with pytest.raises(vxcam.UsageError, match="header: AIRMASS"):
+        camera.grab().to_fits(tmp_path / "a.fits", header={"AIRMASS": value})
+    assert not os.listdir(tmp_path)

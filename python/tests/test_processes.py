@@ -114,6 +114,25 @@ if __name__ == "__main__":
                       ) == "True"
 
 
+def test_frames_travel_between_processes(tmp_path):
+    program = tmp_path / "program.py"
+    program.write_text("""
+import multiprocessing, vxcam
+
+def work(frame):
+    return frame, int(frame.array.sum())
+
+if __name__ == "__main__":
+    with vxcam.Camera("sim?sensor=64x48&scale=50") as camera:
+        frames = list(camera.stream(frames=3, exposure=0.01))
+    with multiprocessing.get_context("spawn").Pool(1) as pool:
+        back = pool.map(work, frames)
+    print([(one.number, one.sum == its_sum) for one, its_sum in back])
+""")
+    assert run_python(f"import subprocess, sys; sys.exit(subprocess.call([sys.executable, {str(program)!r}]))"
+                      ) == "[(1, True), (2, True), (3, True)]"
+
+
 REFUSED = """
 import sys
 sys.path[:] = {paths!r}

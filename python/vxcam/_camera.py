@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import errno
 import operator
+import os
 import threading
 from collections.abc import Iterable, Sequence
 from types import TracebackType
@@ -12,11 +14,11 @@ from . import _events, _vxcam
 from ._cooler import Cooler, Seconds
 from ._errors import IncompleteFrame, UsageError
 from ._events import Handler, Subscription
-from ._frame import Frame
+from ._frame import Frame, Path
 from ._properties import CameraProperties
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
 from ._stream import AsyncStream, Stream
-from ._table import Properties, properties, shown, table_name
+from ._table import Properties, known_name, properties, shown
 
 
 class HasTarget(Protocol):
@@ -112,7 +114,7 @@ class Camera(CameraProperties):
         target: Union[str, HasTarget] = "sim",
         *,
         restore: str = "all",
-        flight_file: Union[str, None] = None,
+        flight_file: Optional[Path] = None,
     ) -> None:
         self._final: Optional[Statistics] = None
         self._closing = threading.Lock()
@@ -121,8 +123,12 @@ class Camera(CameraProperties):
         text = getattr(target, "target", target)
         if not isinstance(text, str):
             raise UsageError(f"target {target!r}: give a text, a Simulator or what discover() found")
+        flight = "" if flight_file is None else os.fsdecode(flight_file)
+        folder = os.path.dirname(os.path.abspath(flight))
+        if flight and not os.path.isdir(folder):
+            raise FileNotFoundError(errno.ENOENT, "flight_file: there is no such folder", folder)
         self._line = _events.line()  # takes what the opening logs
-        self._core = _vxcam.Camera(text, restore, flight_file or "")
+        self._core = _vxcam.Camera(text, restore, flight)
         self._target = text
         self._number, self._listener = self._line.attach(self._core, self._target)
         _events.opened(self)
@@ -134,7 +140,7 @@ class Camera(CameraProperties):
 
         The same as the attribute, which is called `target_temp` where the property is "target-temp".
         """
-        name = table_name(name)
+        name = known_name(name)
         return shown(name, self._core.get(name))
 
     def set(self, name: str, value: Any) -> Any:
@@ -142,12 +148,12 @@ class Camera(CameraProperties):
 
         Raises UsageError for a name or a value that there is not, before anything is sent.
         """
-        name = table_name(name)
+        name = known_name(name)
         return shown(name, self._core.set(name, value))
 
     def check(self, name: str, value: Any) -> Any:
         """The value in the form that the property has. Raises UsageError as set() does; sends nothing."""
-        name = table_name(name)
+        name = known_name(name)
         return shown(name, self._core.checked(name, value))
 
     @property
@@ -370,6 +376,8 @@ class Camera(CameraProperties):
         raise TypeError("a camera cannot be copied: any thread may use the one there is")
 
     def __enter__(self) -> Camera:
+        if self.closed:
+            raise UsageError(f"{self._target}: the camera is closed")
         return self
 
     def __exit__(

@@ -5,7 +5,7 @@ from __future__ import annotations
 from datetime import timedelta
 from typing import Any, NamedTuple, Optional, Union
 
-from ._errors import CameraError, CameraTimeout
+from ._errors import CameraError, CameraTimeout, UsageError
 
 Seconds = Union[float, timedelta]
 
@@ -66,8 +66,10 @@ class Cooler:
         """Waits until the sensor has settled, or is warm, and returns the state.
 
         Raises CameraTimeout after `timeout` seconds (it goes on then), and CameraError when the
-        temperature is out of reach.
+        temperature is out of reach. Raises UsageError when nothing was begun, or it was stopped before.
         """
+        if self.state.phase == "idle":
+            raise UsageError(f"{self._camera.target}: there is nothing to wait for, begin with ramp_to() or warm_up()")
         told = self._camera._core.wait_for_cooler(None if timeout is None else float(timeout))
         if told is None:
             raise CameraTimeout(
@@ -80,4 +82,4 @@ class Cooler:
 
     def __repr__(self) -> str:
         state = self.state
-        return f"<vxcam.Cooler of {self._camera.target}: {state.phase}, {state.text}>"
+        return f"<vxcam.Cooler of {self._camera.target}: {state.phase}{', ' if state.text else ''}{state.text}>"

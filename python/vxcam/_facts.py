@@ -2,11 +2,13 @@
 
 from __future__ import annotations
 
+import math
 from collections.abc import Iterator, Mapping
 from datetime import datetime, timedelta, timezone
 from typing import Any, NamedTuple, Optional, Union
 
 from . import _vxcam
+from ._errors import UsageError
 from ._table import shown, table_name
 
 _EPOCH = datetime(1970, 1, 1, tzinfo=timezone.utc)
@@ -172,9 +174,21 @@ class Settings(Mapping[str, Any]):
         return "<vxcam.Settings " + ", ".join(f"{name}={text}" for name, text in self._texts.items()) + ">"
 
 
+def _number(keyword: str, value: Any) -> str:
+    try:
+        number = float(value)
+    except (TypeError, ValueError):
+        raise UsageError(f"header: {keyword}: {value!r} is not possible, give a text, a number or a bool") from None
+    if not math.isfinite(number):
+        raise UsageError(f"header: {keyword}: {value!r} is not possible, a card holds finite numbers")
+    return repr(number)
+
+
 def _card(keyword: str, value: Any) -> str:
     comment = ""
     if isinstance(value, tuple):
+        if len(value) != 2:
+            raise UsageError(f"header: {keyword}: {value!r} is not possible, give a value and a comment")
         value, comment = value
     if isinstance(value, bool):
         text = "T" if value else "F"
@@ -183,7 +197,7 @@ def _card(keyword: str, value: Any) -> str:
     elif hasattr(value, "__index__"):
         text = str(int(value))
     else:
-        text = repr(float(value))
+        text = _number(keyword, value)
     return f"{keyword}={text}" + (f"/{comment}" if comment else "")
 
 

@@ -8,11 +8,15 @@ import json
 import os
 from typing import TYPE_CHECKING, Any, Optional, Union
 
+from . import _vxcam
 from ._facts import Complaint, FrameStatistics, FrameTimes, Header, Settings, Star, cards, software
 from ._table import Area
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
+
+
+Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 
 
 class Frame:
@@ -40,6 +44,16 @@ class Frame:
 
     def __delattr__(self, name: str) -> None:
         raise AttributeError(f"a frame is read-only: '{name}' cannot be deleted")
+
+    def __copy__(self) -> Frame:
+        return self  # nothing of it changes
+
+    def __deepcopy__(self, memo: Any) -> Frame:
+        return self
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        core = self._core
+        return _frame_of, (self.array.tobytes(), core.facts(), core.times(), core.settings())
 
     def _keep(self, name: str, value: Any) -> Any:
         object.__setattr__(self, name, value)
@@ -262,7 +276,7 @@ class Frame:
 
     def to_fits(
         self,
-        path: Union[str, os.PathLike[str]],
+        path: Path,
         overwrite: bool = False,
         header: Optional[Header] = None,
     ) -> None:
@@ -272,20 +286,20 @@ class Frame:
         appears under its name when it is whole. Raises FileExistsError for one that is there,
         unless `overwrite`, and other OSErrors as they come.
         """
-        self._core.write("FITS", os.fspath(path), overwrite, software(), cards(header))
+        self._core.write("FITS", os.fsdecode(path), overwrite, software(), cards(header))
 
     def to_tiff(
         self,
-        path: Union[str, os.PathLike[str]],
+        path: Path,
         overwrite: bool = False,
         header: Optional[Header] = None,
     ) -> None:
         """Writes a TIFF file, with the header as JSON in its description; as to_fits()."""
-        self._core.write("TIFF", os.fspath(path), overwrite, software(), cards(header))
+        self._core.write("TIFF", os.fsdecode(path), overwrite, software(), cards(header))
 
-    def to_png(self, path: Union[str, os.PathLike[str]], overwrite: bool = False) -> None:
+    def to_png(self, path: Path, overwrite: bool = False) -> None:
         """Writes a picture to look at, stretched to 8 bits; as to_fits()."""
-        self._core.write("PNG", os.fspath(path), overwrite, software(), [])
+        self._core.write("PNG", os.fsdecode(path), overwrite, software(), [])
 
     def to_hdu(self, header: Optional[Header] = None) -> Any:
         """An astropy.io.fits.PrimaryHDU with pixels and header, as to_fits() writes them."""
@@ -354,6 +368,11 @@ class Frame:
     def __repr__(self) -> str:
         text = f"<vxcam.Frame {self.number}: {self.columns} x {self.rows}, {self.bits} bits, {self.exposure:g} s"
         return text + (">" if self.complete else f", incomplete: {self._gap()}>")
+
+
+def _frame_of(*parts: Any) -> Frame:
+    """A frame that was pickled."""
+    return Frame(_vxcam.Frame.of(*parts))
 
 
 def _optional_int(value: Optional[int]) -> Optional[int]:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import difflib
 from collections import namedtuple
 from collections.abc import Iterator, Mapping
 from typing import Any, NamedTuple, Optional
@@ -198,3 +199,14 @@ def table_name(name: str) -> str:
     if not base:
         raise UsageError(f"{name!r} is not the name of a property")
     return base.replace("_", "-") + colon + key
+
+
+def known_name(name: str) -> str:
+    """The same of a name that the table has; raises UsageError for another one."""
+    name = table_name(name)
+    base = name.partition(":")[0]
+    if base not in properties:
+        near = difflib.get_close_matches(base, properties)
+        hint = f", did you mean {', '.join(near)}?" if near else ": list(camera.properties) has all"
+        raise UsageError(f"unknown property '{name}'{hint}")
+    return name
