@@ -48,6 +48,7 @@ try {
     MeasureParts(table, choice, options);
     MeasureFiles(table, choice, options);
     MeasureKit(table, choice, options);
+    MeasurePython(table, choice, options);
     table.Print(asJson);
     return 0;
 } catch (const std::exception& error) {

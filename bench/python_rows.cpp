@@ -1,0 +1,156 @@
+// The Python module beside the kit and the C interface that it stands on.
+#include "receiver.h"
+#include "rows.h"
+
+#include "vxcamiface.h"
+
+#include <vxcamkit/camera.h>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#ifdef VX_PYTHON_PACKAGE
+
+namespace {
+
+constexpr int kOwnCore = 0;
+constexpr int kSenderCore = 1;
+
+std::string targetOf(const tcSender& sender)
+{
+    return std::string(sender.Stream().address) + ":" + std::to_string(sender.Port());
+}
+
+// A program in Python with an open camera, which does what it is asked.
+class PythonSide
+{
+public:
+    explicit PythonSide(const tcSender& sender)
+    {
+        int asked[2], told[2];
+        if (pipe2(asked, O_CLOEXEC) != 0 || pipe2(told, O_CLOEXEC) != 0) {
+            throw std::runtime_error("no pipes");
+        }
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, asked[0], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, told[1], STDOUT_FILENO);
+        setenv("PYTHONPATH", VX_PYTHON_PACKAGE, 1);
+        std::vector<std::string> words = {VX_PYTHON, VX_PYTHON_SIDE, targetOf(sender)};
+        char* const arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
+        const int failure = posix_spawn(&child_, VX_PYTHON, &actions, nullptr, arguments, environ);
+        posix_spawn_file_actions_destroy(&actions);
+        close(asked[0]);
+        close(told[1]);
+        asks_ = fdopen(asked[1], "w");
+        tells_ = fdopen(told[0], "r");
+        if (failure != 0) throw std::runtime_error("no Python");
+    }
+    ~PythonSide()
+    {
+        fclose(asks_);
+        fclose(tells_);
+        if (child_ > 0) waitpid(child_, nullptr, 0);
+    }
+    PythonSide(const PythonSide&) = delete;
+    PythonSide& operator=(const PythonSide&) = delete;
+
+    double ask(const char* what, int count)
+    {
+        double told = 0;
+        fprintf(asks_, "%s %d\n", what, count);
+        fflush(asks_);
+        if (fscanf(tells_, "%lf", &told) != 1)
+            throw std::runtime_error("the Python side has ended");
+        return told;
+    }
+
+private:
+    pid_t child_ = -1;
+    FILE* asks_ = nullptr;
+    FILE* tells_ = nullptr;
+};
+
+double secondsOfKit(vxcam::Camera& camera, int frames)
+{
+    vxcam::Plan plan;
+    plan.frames = frames;
+    plan.bits = 16;
+    plan.settings = false;
+    const double begin = WallSeconds();
+    vxcam::Stream stream = camera.stream(plan);
+    while (stream.next()) {
+    }
+    if (stream.end() != vxcam::ReadoutEnd::Complete) throw std::runtime_error("lost");
+    return WallSeconds() - begin;
+}
+
+void compareFrames(tcTable& table, const tsBenchOptions& options)
+{
+    const tcSender sender({});
+    PythonSide python(sender);
+    vxcam::Camera kit = vxcam::Camera::open(targetOf(sender));
+    const int frames = options.quick ? 5 : 150;
+    const double megabytes = static_cast<double>(sender.Stream().PixelBytes()) * frames / 1e6;
+    python.ask("frames", 2);
+    secondsOfKit(kit, 2);
+    table.Compare(
+        "N1", "8 MiB frames into NumPy, through the kit in C++", "MB/s", true, options.repeats,
+        [&] { return megabytes / python.ask("frames", frames); },
+        [&] { return megabytes / secondsOfKit(kit, frames); });
+}
+
+// Everything but the sender on one core, as for the getter itself.
+void compareReads(tcTable& table, const tsBenchOptions& options)
+{
+    tsStream stream;
+    stream.rows = 16;
+    stream.cpu = kSenderCore;
+    const tcSender sender(stream);
+    PinToCore(kOwnCore);
+    PythonSide python(sender);
+    tcLibraryReceiver library(sender);
+    const int reads = options.quick ? 100 : 3000;
+    int trigger = 0;
+    table.Compare(
+        "N2", "a property read from Python, through the C interface", "us", false, options.repeats,
+        [&] { return python.ask("reads", reads); },
+        [&] {
+            std::vector<double> times;
+            for (int i = 0; i < reads; ++i) {
+                const double begin = WallSeconds();
+                if (VXGetTrigger(library.Handle(), &trigger) != 0) throw std::runtime_error("mute");
+                times.push_back((WallSeconds() - begin) * 1e6);
+            }
+            return Percentile(std::move(times), 50);
+        });
+    PinToCore(-1);
+}
+
+} // namespace
+
+void MeasurePython(tcTable& table, const tsRowChoice& choice, const tsBenchOptions& options)
+{
+    if (choice.Wants("N1")) compareFrames(table, options);
+    if (choice.Wants("N2")) compareReads(table, options);
+}
+
+#else
+
+void MeasurePython(tcTable&, const tsRowChoice& choice, const tsBenchOptions&)
+{
+    for (const char* row : {"N1", "N2"}) {
+        if (choice.Wants(row)) fprintf(stderr, "%s left out: built without Python\n", row);
+    }
+}
+
+#endif
