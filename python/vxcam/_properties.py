@@ -6,7 +6,7 @@ import operator
 from typing import Any, Generic, NoReturn, TypeVar
 
 from ._errors import AccessError
-from ._table import Property, properties, records
+from ._table import Property, properties, records, shown
 
 Told = TypeVar("Told")
 Taken = TypeVar("Taken")
@@ -30,7 +30,7 @@ class Attribute(Generic[Told, Taken]):
             return self
         if not self._readable:
             _refuse(camera, self._name, "can only be set, the camera does not tell it")
-        return camera.get(self._name)
+        return shown(self._name, camera._core.get(self._name))  # the table's own name
 
     def __set__(self, camera: Any, value: Any) -> None:
         if not self._writable:

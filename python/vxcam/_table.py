@@ -183,9 +183,11 @@ for _row in properties.values():
 
 def shown(name: str, value: Any) -> Any:
     """A value of the core as users see it: with names for its fields."""
+    if not isinstance(value, tuple):
+        return value
     base = name.partition(":")[0]
     record = records.get(base)
-    if record is None or not isinstance(value, tuple):
+    if record is None:
         return value
     if properties[base]._row["groups"] > 1:
         return tuple(record._make(group) for group in value)
