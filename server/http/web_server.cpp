@@ -79,6 +79,7 @@ public:
         constexpr std::array<char, 2> kGoingAway{0x03, static_cast<char>(0xE9)};
         write(MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE, kGoingAway.data(), kGoingAway.size());
     }
+    void cut() override { mg_close_connection(connection_); }
 
 private:
     bool write(int opcode, const char* data, size_t size)

@@ -26,6 +26,7 @@ public:
     virtual bool text(const std::string& message) = 0;
     virtual bool binary(const void* data, size_t size) = 0;
     virtual void end() = 0; // closes it in order
+    virtual void cut() = 0; // closes it without another word; that may take some seconds
 };
 
 // One open WebSocket. Its destructor ends what it does with the writer.

@@ -8,14 +8,13 @@ namespace vxcam {
 
 namespace {
 
-using SteadyClock = std::chrono::steady_clock;
-
 constexpr std::chrono::milliseconds kLook{100}; // for events, while no frame comes
 
 } // namespace
 
 Watcher::Watcher(SharedCamera& camera, SocketWriter& writer, Meters& meters)
-    : camera_(camera), writer_(writer), meters_(meters), seenEvent_(camera.events().last())
+    : camera_(camera), writer_(writer), meters_(meters), seenEvent_(camera.events().last()),
+      expected_(std::max<uint64_t>(camera.feed().last(), 1))
 {
     ++meters_.watchers;
     thread_ = std::thread([this] { send(); });
@@ -24,6 +23,7 @@ Watcher::Watcher(SharedCamera& camera, SocketWriter& writer, Meters& meters)
 Watcher::~Watcher()
 {
     isEnding_ = true;
+    changed_.notify_all();
     thread_.join();
     --meters_.watchers;
 }
@@ -31,16 +31,25 @@ Watcher::~Watcher()
 void Watcher::message(const std::string& text)
 {
     constexpr double kMostRate = 1000;
+    constexpr int64_t kMostWanted = 1000;
     const Json json = Json::parse(text, nullptr, false);
-    if (!json.is_object() || !json.contains("rate") || !json["rate"].is_number()) return;
-    rate_ = std::clamp(json["rate"].get<double>(), 0.0, kMostRate);
+    if (!json.is_object()) return;
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (const auto rate = json.find("rate"); rate != json.end() && rate->is_number()) {
+        rate_ = std::clamp(rate->get<double>(), 0.0, kMostRate);
+    }
+    if (const auto more = json.find("more"); more != json.end() && more->is_number_integer()) {
+        const int64_t asked = std::clamp<int64_t>(more->get<int64_t>(), 0, kMostWanted);
+        wanted_ = std::min(wanted_.value_or(0) + asked, kMostWanted);
+    }
+    changed_.notify_all();
 }
 
 bool Watcher::sendFrame(const FedFrame& fed)
 {
     const Frame& frame = fed.frame;
-    const uint64_t missed = seenFrame_ == 0 ? 0 : fed.number - seenFrame_ - 1;
-    seenFrame_ = fed.number;
+    const uint64_t missed = fed.number - expected_;
+    expected_ = fed.number + 1;
     meters_.watcherMissed += missed;
     Json json{{"message", "frame"}, {"exposure_id", fed.exposure}, {"missed", missed}};
     json.update(frameJson(frame));
@@ -63,24 +72,45 @@ bool Watcher::sendEvents()
     return true;
 }
 
+// Waits for a moment when it does not.
+bool Watcher::maySend()
+{
+    std::unique_lock<std::mutex> guard(mutex_);
+    const auto now = SteadyClock::now();
+    const bool isWanted = wanted_.value_or(1) > 0;
+    if (isWanted && now >= due_) return true;
+    changed_.wait_until(guard, isWanted ? std::min(due_, now + kLook) : now + kLook);
+    return false;
+}
+
+void Watcher::hasSent(SteadyClock::time_point begun)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (wanted_) --*wanted_;
+    if (rate_ == 0) return;
+    due_ = begun + std::chrono::duration_cast<SteadyClock::duration>(
+                       std::chrono::duration<double>(1 / rate_));
+}
+
+// False: the client has gone, or takes nothing any more.
+bool Watcher::sendNext()
+{
+    if (!sendEvents()) return false;
+    if (!maySend()) return true;
+    const std::optional<FedFrame> fed = camera_.feed().newer(expected_ - 1, kLook);
+    if (!fed) return true;
+    const auto begun = SteadyClock::now();
+    if (!sendFrame(*fed)) return false;
+    hasSent(begun);
+    return true;
+}
+
 void Watcher::send()
 {
-    auto due = SteadyClock::now();
     while (!isEnding_) {
-        if (!sendEvents()) return;
-        const auto now = SteadyClock::now();
-        if (now < due) {
-            std::this_thread::sleep_for(std::min<SteadyClock::duration>(due - now, kLook));
-            continue;
-        }
-        const std::optional<FedFrame> fed = camera_.feed().newer(seenFrame_, kLook);
-        if (!fed) continue;
-        if (!sendFrame(*fed)) return;
-        const double rate = rate_;
-        if (rate > 0) {
-            due = now + std::chrono::duration_cast<SteadyClock::duration>(
-                            std::chrono::duration<double>(1 / rate));
-        }
+        if (sendNext()) continue;
+        writer_.cut();
+        return;
     }
 }
 

@@ -7,6 +7,10 @@
 #include "metrics/meters.h"
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -15,9 +19,10 @@ namespace vxcam {
 // Sends of each frame a text, {"message": "frame", ...}, with what the frame knows, and behind it
 // its pixels, row after row, low bytes first, in a binary message. A watcher that is slow gets
 // fewer frames: always the newest one. Events come as texts, too: {"message": "event", "event":
-// {...}}. The client may send {"rate": 5}, which makes it 5 frames a second at most.
+// {...}}. The client may send {"rate": 5}, which makes it 5 frames a second at most; and {"more": 1}, from
+// when on it gets as many frames as it has asked for: so none waits for it on the way and grows old.
 //
-// Threads: it sends on one of its own.
+// Threads: it sends on one of its own. Locks: its own, never held while sending.
 class Watcher : public Socket
 {
 public:
@@ -31,15 +36,25 @@ public:
     void message(const std::string& text) override;
 
 private:
+    using SteadyClock = std::chrono::steady_clock;
+
     void send();
+    bool sendNext();
+    bool maySend();
+    void hasSent(SteadyClock::time_point begun);
     bool sendFrame(const FedFrame& fed);
     bool sendEvents();
 
     SharedCamera& camera_;
     SocketWriter& writer_;
     Meters& meters_;
-    uint64_t seenFrame_ = 0, seenEvent_;
-    std::atomic<double> rate_{0}; // frames a second; 0: as they come
+    uint64_t seenEvent_;
+    uint64_t expected_; // number of the next frame; at first that of the newest one there is
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    double rate_ = 0;               // frames a second; 0: as they come
+    std::optional<int64_t> wanted_; // frames that were asked for; nothing: all
+    SteadyClock::time_point due_;
     std::atomic<bool> isEnding_{false};
     std::thread thread_;
 };

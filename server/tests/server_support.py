@@ -218,6 +218,7 @@ class WebSocket:
         elif length == 127:
             length, = struct.unpack(">Q", self.file.read(8))
         data = self.file.read(length)
+        assert len(data) == length, "the connection ended within a message"
         opcode = first & 0x0F
         if opcode == 1:
             return json.loads(data)

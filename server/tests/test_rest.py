@@ -4,6 +4,8 @@ import hashlib
 import io
 import json
 import struct
+import threading
+import time
 import unittest
 import zlib
 
@@ -336,19 +338,64 @@ class Watching(Rest):
         watcher.close()
 
     def test_a_slow_watcher_gets_fewer_frames_and_holds_up_nobody(self):
+        """One reads 1 MB a second, of frames of half a megabyte."""
         server = Server("sim?sensor=512x512")
         self.addCleanup(server.retire)
         server.open()
         slow = WebSocket(server.port, CAMERA + "/live", receive=4096)
         quick = WebSocket(server.port, CAMERA + "/live")
+        ends, got = threading.Event(), []
+
+        def dawdle():
+            begun = time.monotonic()
+            while not ends.is_set():
+                got.append(len(slow.socket.recv(4096)))
+                time.sleep(max(0, begun + sum(got) / 1e6 - time.monotonic()))
+        reader = threading.Thread(target=dawdle)
+        reader.start()
         server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
-        numbers = [quick.frame()[0]["number"] for _ in range(60)]
-        self.assertEqual(numbers, sorted(numbers))
-        seen = [slow.frame()[0] for _ in range(8)]
-        self.assertGreater(sum(frame["missed"] for frame in seen), 0)
+        quick.frame()
+        begun, sent = time.monotonic(), server.metric("vxcamd_watcher_frames_total")
+        came = server.get(CAMERA + "/exposures/1").json["came"]
+        missed = 0
+        for count in range(1, 41):
+            missed += quick.frame()[0]["missed"]
+        took = time.monotonic() - begun
+        came = server.get(CAMERA + "/exposures/1").json["came"] - came
+        ends.set()
+        reader.join()
+        self.assertLess(sum(got), 1e6 * (took + 1))
+        self.assertLess(missed, came)
+        self.assertGreaterEqual(came, count)  # the camera waited for nobody
+        to_slow = server.metric("vxcamd_watcher_frames_total") - sent - count
+        self.assertLess(to_slow, count / 2)
+        self.assertGreater(server.metric("vxcamd_watcher_missed_total"), missed)
         slow.close()
         quick.close()
         until(lambda: server.metric("vxcamd_watchers") == 0, "no watcher")
+
+    def test_a_watcher_that_asks_for_frames_gets_no_others_and_the_newest(self):
+        watcher = WebSocket(self.server.port, CAMERA + "/live")
+        watcher.send('{"more": 2}')
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
+        last = [watcher.frame()[0]["number"] for _ in range(2)][-1]
+        until(lambda: len(self.camera.frames()) > 50, "frames")
+        self.assertEqual(self.server.metric("vxcamd_watcher_frames_total"), 2)
+        watcher.send('{"more": 1}')
+        frame = watcher.frame()[0]
+        self.assertGreater(frame["number"], 50 - 2)
+        self.assertEqual(frame["missed"], frame["number"] - last - 1)
+        self.assertLess(frame["age"], 0.5)
+        watcher.close()
+
+    def test_a_watcher_that_comes_before_any_frame_is_told_of_all_it_missed(self):
+        watcher = WebSocket(self.server.port, CAMERA + "/live")
+        watcher.send('{"more": 0}')
+        self.server.expose(exposure=0.001, frames=3)
+        watcher.send('{"more": 1}')
+        frame = watcher.frame()[0]
+        self.assertEqual((frame["number"], frame["missed"]), (3, 2))
+        watcher.close()
 
     def test_a_watcher_may_ask_for_fewer_frames(self):
         watcher = WebSocket(self.server.port, CAMERA + "/live")

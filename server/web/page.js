@@ -64,7 +64,7 @@ function showFrame() {
   at('image').dataset.frame = `${facts.readout}.${facts.number}`;
 }
 
-let isDue = false;
+let drawn = null; // settles when the newest frame is drawn
 function onFrame(facts, buffer) {
   newest = {facts, pixels: new arrays[facts.bits](buffer)};
   shownAt = performance.now() - facts.age * 1000;
@@ -73,13 +73,13 @@ function onFrame(facts, buffer) {
   totals.missed += facts.missed;
   at('save').hidden = false;
   at('save').href = `${cameraPath}/exposures/${facts.exposure_id}/frame.fits`;
-  if (isDue) return; // no more of them than the screen shows
-  isDue = true;
-  requestAnimationFrame(() => {
-    isDue = false;
+  drawn ??= new Promise(done => requestAnimationFrame(() => {
+    drawn = null;
+    done();
     showFrame();
     showTruth();
-  });
+  }));
+  return drawn;
 }
 
 // Says of every frame that is not current that it is not.

@@ -33,16 +33,22 @@ export async function giveLease() {
   keep('');
 }
 
-// Calls with every frame (facts, ArrayBuffer), event, and change of the connection, for ever.
+// Calls with frames (facts, ArrayBuffer), every event, and change of the connection, for ever. What
+// onFrame returns is waited for: the next frame but one is asked for when this one is done with, so
+// that none waits on the way and grows old.
 export function watch({onFrame, onEvent, onLink}) {
   const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
   const socket = new WebSocket(`${scheme}//${location.host}${cameraPath}/live`);
   socket.binaryType = 'arraybuffer';
   let facts = null;
-  socket.onopen = () => onLink(true);
+  const more = count => socket.readyState === WebSocket.OPEN && socket.send(`{"more":${count}}`);
+  socket.onopen = () => {
+    more(2);
+    onLink(true);
+  };
   socket.onmessage = ({data}) => {
     if (typeof data !== 'string') {
-      onFrame(facts, data);
+      Promise.resolve(onFrame(facts, data)).finally(() => more(1));
       return;
     }
     const message = JSON.parse(data);
