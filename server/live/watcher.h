@@ -19,8 +19,9 @@ namespace vxcam {
 // Sends of each frame a text, {"message": "frame", ...}, with what the frame knows, and behind it
 // its pixels, row after row, low bytes first, in a binary message. A watcher that is slow gets
 // fewer frames: always the newest one. Events come as texts, too: {"message": "event", "event":
-// {...}}. The client may send {"rate": 5}, which makes it 5 frames a second at most; and {"more": 1}, from
-// when on it gets as many frames as it has asked for: so none waits for it on the way and grows old.
+// {...}}. The client may send {"rate": 5}, which makes it 5 frames a second at most; and {"more":
+// 1}, from when on it gets as many frames as it has asked for, so that none waits for it on the way
+// and grows old.
 //
 // Threads: it sends on one of its own. Locks: its own, never held while sending.
 class Watcher : public Socket
