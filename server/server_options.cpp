@@ -38,6 +38,9 @@ void parseListen(const std::string& text, WebOptions* web)
 {
     const size_t colon = text.rfind(':');
     if (colon == std::string::npos) {
+        if (text.find_first_not_of("0123456789") != std::string::npos) {
+            throw Error(ErrorKind::Usage, "--listen: ADDRESS:PORT is needed, not '" + text + "'");
+        }
         web->port = portOf(text);
         return;
     }

@@ -72,7 +72,7 @@ uint64_t Exposures::start(const Plan& plan, std::chrono::milliseconds wait)
 {
     std::unique_lock<std::mutex> guard(mutex_);
     if (isClosed_) throw Refusal(503, "ending", "the server is about to end");
-    if (!isIdle()) {
+    if (!isIdle() || isAwaited_) {
         throw Refusal(409, "exposing",
                       "exposure " + std::to_string(exposures_.back()->id) + " runs; end it first");
     }
@@ -86,13 +86,15 @@ uint64_t Exposures::start(const Plan& plan, std::chrono::milliseconds wait)
     isAbortAsked_ = false;
     changed_.notify_all();
     const auto isStarted = [&] { return exposures_.back()->state != ExposureState::Starting; };
-    if (!changed_.wait_for(guard, wait, isStarted)) return id;
-    const Exposure& started = *exposures_.back();
-    if (started.id == id && started.state == ExposureState::Failed && started.came == 0 &&
-        started.error && started.error->kind() == ErrorKind::Usage) {
-        throw Error(*started.error);
-    }
-    return id;
+    isAwaited_ = wait > std::chrono::milliseconds(0);
+    const bool isDecided = changed_.wait_for(guard, wait, isStarted);
+    isAwaited_ = false;
+    if (!isDecided || !isRefused_) return id;
+    isRefused_ = false;
+    const Error refusal = *exposures_.back()->error;
+    exposures_.pop_back();
+    --lastId_;
+    throw Error(refusal);
 }
 
 // Of an exposure as it is now; the lock is held.
@@ -277,6 +279,12 @@ void Exposures::finish(Exposure& exposure, ExposureState state, const std::optio
         exposure.state = state;
         exposure.error = error;
         exposure.progress = {};
+        isRefused_ = isAwaited_ && state == ExposureState::Failed && exposure.came == 0 && error &&
+                     error->kind() == ErrorKind::Usage;
+        if (isRefused_) {
+            changed_.notify_all();
+            return;
+        }
         ++ends_.at(static_cast<size_t>(state));
     }
     changed_.notify_all();

@@ -62,8 +62,9 @@ public:
     Exposures& operator=(const Exposures&) = delete;
 
     // Has it started, and returns its number; waits until the camera has taken it, for at most so
-    // long. Throws Refusal{409} while another one runs and {503} behind close(), and what
-    // Camera::stream() throws within this time.
+    // long. Throws Refusal{409} while another one runs and {503} behind close(), and Error{Usage}
+    // as Camera::stream() does within this time: then there was no exposure, and its number is the
+    // next one's.
     uint64_t start(const Plan& plan, std::chrono::milliseconds wait);
 
     // Nothing when it is unknown, or was forgotten.
@@ -107,6 +108,7 @@ private:
     std::shared_ptr<Stream> stream_;                  // of the one that runs
     uint64_t lastId_ = 0;
     bool isAbortAsked_ = false, isClosed_ = false, isEnding_ = false;
+    bool isAwaited_ = false, isRefused_ = false; // the start of the last one
     std::vector<uint64_t> ends_;
     std::thread thread_;
 };

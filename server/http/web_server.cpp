@@ -7,10 +7,16 @@
 #include <civetweb.h>
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <exception>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <utility>
 
 namespace vxcam {
@@ -59,6 +65,27 @@ HttpRequest requestOf(const mg_connection* connection)
                                      text(info->http_headers[i].value));
     }
     return request;
+}
+
+// Why nobody can listen there: the web library does not tell. Its own words where somebody can.
+std::string troubleAt(const WebOptions& options, const char* otherwise)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(options.port));
+    if (::inet_pton(AF_INET, options.address.c_str(), &address.sin_addr) != 1) {
+        return "that is no IPv4 address";
+    }
+    const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (probe < 0) return std::strerror(errno);
+    const int on = 1;
+    ::setsockopt(probe, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const bool isBound =
+        ::bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        ::listen(probe, 1) == 0;
+    const std::string why = isBound ? otherwise : std::strerror(errno);
+    ::close(probe);
+    return why;
 }
 
 class MessageWriter : public SocketWriter
@@ -285,7 +312,8 @@ WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
     body_->context = mg_start2(&start, &error);
     if (body_->context == nullptr) {
         throw Error(ErrorKind::Usage, "cannot listen on " + options.address + ":" +
-                                          std::to_string(options.port) + ": " + text.data());
+                                          std::to_string(options.port) + ": " +
+                                          troubleAt(options, text.data()));
     }
     mg_set_websocket_handler(
         body_->context, "/**", [](const mg_connection*, void*) { return 0; },

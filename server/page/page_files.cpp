@@ -14,6 +14,7 @@ VX_PAGE_FILE(pageMain, "page.js")
 VX_PAGE_FILE(pageServer, "server.js")
 VX_PAGE_FILE(pageFigures, "figures.js")
 VX_PAGE_FILE(pageProperties, "properties.js")
+VX_PAGE_FILE(pageStar, "star.js")
 VX_PAGE_FILE(pageView, "view.js")
 
 #undef VX_PAGE_FILE
@@ -41,6 +42,7 @@ const PageFile kFiles[] = {
     {"/server.js", kScript, pageServerBegin, pageServerEnd},
     {"/figures.js", kScript, pageFiguresBegin, pageFiguresEnd},
     {"/properties.js", kScript, pagePropertiesBegin, pagePropertiesEnd},
+    {"/star.js", kScript, pageStarBegin, pageStarEnd},
     {"/view.js", kScript, pageViewBegin, pageViewEnd},
 };
 

@@ -124,7 +124,9 @@ Json planJson(const Plan& plan)
     json["type"] = nameOf(plan.type);
     if (plan.exposure) json["exposure"] = std::chrono::duration<double>(*plan.exposure).count();
     json["frames"] = plan.frames;
-    json["bits"] = plan.bits;
+    if (plan.kind != ReadoutKind::Binned && plan.kind != ReadoutKind::MaskBinned) {
+        json["bits"] = plan.bits; // bins have 32
+    }
     if (plan.area) json["area"] = jsonOf(*plan.area);
     for (const Area& region : plan.regions) {
         json["regions"].push_back(jsonOf(region));

@@ -79,7 +79,7 @@ HttpResponse answerProperty(const HttpRequest& request, SharedCamera& camera,
         try {
             return findProperty(text);
         } catch (const Error& error) {
-            throw Refusal(404, error.row().name, error.what());
+            throw Refusal(404, "unknown-property", error.what());
         }
     }();
     if (request.method == "GET") return jsonAnswer(valueJson(text, camera.get(text)));

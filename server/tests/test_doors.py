@@ -200,7 +200,7 @@ class Watcher(Client):
 
 
 class Page:
-    """The page in a browser, whose own code receives frames; what it gets is noted beside."""
+    """A browser in which the page's own code receives frames, which are noted instead of drawn."""
 
     script = """import('/server.js').then(({watch}) => {
       const table = Uint32Array.from({length: 256}, (_, byte) => {
@@ -217,7 +217,7 @@ class Page:
 
     def __init__(self, port):
         self.browser = Browser()
-        self.browser.open("http://127.0.0.1:%d/" % port)
+        self.browser.open("http://127.0.0.1:%d/healthz" % port)
         self.browser.run(self.script)
 
     def finish(self, test, count):

@@ -1,8 +1,12 @@
 """The page in a browser: what it draws, and what it says of what is not there."""
 
+import math
 import os
+import re
 import shutil
 import unittest
+
+import numpy
 
 from browser_support import Browser
 from server_support import Server, Simulator, reap, until
@@ -104,6 +108,30 @@ class Page(InBrowser):
         self.browser.run("document.getElementById('stop').click()")
         self.browser.until(text("state") + ".startsWith('aborted')")
 
+    def test_the_width_of_a_star_is_that_of_its_gaussian(self):
+        for sigma in (1.0, 1.5, 2.0, 3.0):
+            star = self.browser.run("""import('/star.js').then(({starAt}) => {
+              const columns = 100, rows = 80, pixels = new Uint16Array(columns * rows);
+              for (let y = 0; y < rows; ++y) for (let x = 0; x < columns; ++x) {
+                const square = (x - 50.3) ** 2 + (y - 40.6) ** 2;
+                pixels[y * columns + x] = 1000 + 20000 * Math.exp(-square / 2 / %f ** 2);
+              }
+              return starAt({pixels, columns, rows, full: 65535}, 52, 39);
+            })""" % sigma)
+            wide = 2 * math.sqrt(2 * math.log(2)) * sigma  # both widths of a round gaussian
+            self.assertAlmostEqual(star["column"], 50.3, delta=0.02)
+            self.assertAlmostEqual(star["row"], 40.6, delta=0.02)
+            self.assertAlmostEqual(star["fwhm"], wide, delta=0.02 * wide)
+            self.assertAlmostEqual(star["hfd"], wide, delta=0.03 * wide)
+            self.assertAlmostEqual(star["flux"], 40000 * math.pi * sigma**2,
+                                   delta=0.02 * 40000 * math.pi * sigma**2)
+            self.assertFalse(star["isFull"])
+        for place in ("5, 5", "-50, 3", "50, 20"):  # nothing but sky
+            found = self.browser.run("""import('/star.js').then(({starAt}) =>
+              starAt({pixels: new Uint16Array(8000).fill(7), columns: 100, rows: 80, full: 9}, %s))
+              """ % place)
+            self.assertIsNone(found)
+
     def test_what_somebody_else_controls_is_told(self):
         self.server.ask("POST", CAMERA + "/lease", {"holder": "night script"})
         self.browser.until(text("lease") + " === 'night script controls'")
@@ -144,6 +172,52 @@ class Page(InBrowser):
         })()""")
         is_set = lambda: self.server.get(CAMERA + "/properties/gain").json["value"] == 3
         until(is_set, "the gain")
+
+
+class Stars(unittest.TestCase):
+    def test_a_star_that_is_clicked_is_followed_until_it_is_left(self):
+        camera = Simulator("--seeing", "4", "--heartbeat", "0.1", sensor="320x240")
+        self.addCleanup(camera.retire)
+        server = Server(camera.target)
+        self.addCleanup(server.retire)
+        server.open()
+        browser = Browser()
+        self.addCleanup(browser.close)
+        browser.open("http://127.0.0.1:%d/" % server.port)
+        server.expose(exposure=1)
+        browser.until("document.getElementById('image').dataset.frame !== undefined")
+        body = server.get(CAMERA + "/exposures/1/frame.raw").body
+        pixels = numpy.frombuffer(body, "<u2").reshape(240, 320).astype(float)
+        inner = pixels[50:190, 50:270]
+        row, column = (int(part) + 50 for part in numpy.unravel_index(inner.argmax(), inner.shape))
+        spot = browser.run("""(() => {
+          const box = document.getElementById('image').getBoundingClientRect();
+          const scale = Math.min(box.width / 320, box.height / 240);
+          return [box.left + (box.width - 320 * scale) / 2 + %f * scale,
+                  box.top + (box.height - 240 * scale) / 2 + %f * scale];
+        })()""" % (column + 0.5, row + 0.5))
+        browser.mouse("mousePressed", *spot)
+        browser.mouse("mouseReleased", *spot)
+        browser.until("!document.getElementById('star').hidden")
+        told = browser.run(text("width"))
+        near = [float(part) for part in re.search(r"at ([\d.]+), ([\d.]+);", told).groups()]
+        self.assertLess(math.dist(near, (column, row)), 2)
+        width = float(re.search(r"FWHM ([\d.]+)", told).group(1))
+        light = pixels[row - 12:row + 13, column - 12:column + 13] - numpy.median(pixels)
+        within = numpy.count_nonzero(light > light.max() / 2)  # pixels: the area of half the peak
+        wide = 2 * math.sqrt(within / math.pi)
+        self.assertAlmostEqual(width, wide, delta=0.15 * wide)
+        server.expose(exposure=1, frames=2)
+        browser.until("document.getElementById('image').dataset.frame === '2.2'")
+        drawn = browser.run("""(() => {
+          const canvas = document.getElementById('focus');
+          const data = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;
+          return data.some(value => value > 0);
+        })()""")
+        self.assertTrue(drawn)
+        browser.run("document.getElementById('leave').click()")
+        self.assertTrue(browser.run("document.getElementById('star').hidden"))
+        self.assertEqual(browser.complaints, [])
 
 
 class Missing(InBrowser):

@@ -79,6 +79,7 @@ class Exposures(Rest):
         self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "1,7"})
         self.server.expose(exposure=0, binning=[4, 2])
         body = self.server.get(CAMERA + "/exposures/1/frame.raw").body
+        self.assertNotIn("bits", self.server.get(CAMERA + "/exposures/1").json["plan"])
         pixels = numpy.frombuffer(body, "<u4")
         self.assertEqual((pixels.size, set(pixels.tolist())), (32 * 48, {56}))
 
@@ -123,6 +124,10 @@ class Exposures(Rest):
             with self.subTest(plan):
                 self.assertRefused(self.server.ask("POST", CAMERA + "/exposures", plan), 400,
                                    "usage")
+        self.assertEqual(self.server.get(CAMERA + "/exposures").json["exposures"], [])
+        exposure = self.server.expose(exposure=0.001)
+        self.assertEqual((exposure["id"], exposure["state"]), (1, "complete"))
+        self.assertEqual(self.server.metric('vxcamd_exposures_total{camera="0",end="failed"}'), 0)
 
     def test_only_the_last_frames_are_kept(self):
         server = Server("sim?sensor=512x512&heartbeat=0", "--keep", "2")
@@ -214,7 +219,7 @@ class Properties(Rest):
 
     def test_what_is_no_property_or_no_value_is_refused(self):
         put = lambda name, body: self.server.ask("PUT", CAMERA + "/properties/" + name, body)
-        self.assertRefused(self.server.get(CAMERA + "/properties/gian"), 404, "usage")
+        self.assertRefused(self.server.get(CAMERA + "/properties/gian"), 404, "unknown-property")
         self.assertIn("gain", self.server.get(CAMERA + "/properties/gian").json["error"]["text"])
         for body in ({"value": "much"}, {"value": -1}, {"value": [1, 2, 3]}, {}, {"valu": 1},
                      {"value": 1, "more": 2}):

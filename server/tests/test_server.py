@@ -68,8 +68,14 @@ class CommandLine(WithServer):
         self.assertRefused(1, "port", SIM, "--listen", "127.0.0.1:99999")
         for option in ("--lease", "--keep", "--pixel-size"):
             self.assertRefused(1, "nan", SIM, "--listen", "127.0.0.1:0", option, "nan")
-        self.assertRefused(1, "listen", SIM, "--listen", "198.51.100.1:0", "--token-file",
+        self.assertRefused(1, "ADDRESS:PORT", SIM, "--listen", "nonsense")
+        self.assertRefused(1, "no IPv4 address", SIM, "--listen", "nonsense:80", "--token-file",
                            self.token_file())
+        self.assertRefused(1, "Cannot assign requested address", SIM, "--listen", "198.51.100.1:0",
+                           "--token-file", self.token_file())
+        with socket.create_server(("127.0.0.1", 0)) as other:
+            self.assertRefused(1, "Address already in use", SIM, "--listen",
+                               "127.0.0.1:%d" % other.getsockname()[1])
 
     def test_help_and_version_are_printed(self):
         self.assertIn("--token-file", run("--help").stdout)

@@ -68,15 +68,16 @@ export function drawHistogram(canvas, figures, stretch, colours) {
   context.fillText(String(Math.round(last)), width - 3, 12);
 }
 
-// Points of [seconds, value].
-export function drawGraph(canvas, points, colours, unit) {
+// Points of [seconds, value]; `across` is written in place of the seconds.
+export function drawGraph(canvas, points, colours, unit, across) {
   const context = canvas.getContext('2d');
   const width = canvas.width = canvas.clientWidth * devicePixelRatio;
   const height = canvas.height;
   if (points.length < 2) return;
   const values = points.map(point => point[1]);
-  const least = Math.min(...values) - 0.5, most = Math.max(...values) + 0.5;
-  const begin = points[0][0], span = points.at(-1)[0] - begin;
+  const margin = Math.max(0.5, (Math.max(...values) - Math.min(...values)) / 20);
+  const least = Math.min(...values) - margin, most = Math.max(...values) + margin;
+  const begin = points[0][0], span = points.at(-1)[0] - begin || 1;
   context.strokeStyle = colours.accent;
   context.lineWidth = 2;
   context.beginPath();
@@ -87,5 +88,5 @@ export function drawGraph(canvas, points, colours, unit) {
   context.fillStyle = colours.ink;
   context.font = `${11 * devicePixelRatio}px system-ui`;
   context.fillText(`${most.toFixed(1)} ${unit}`, 3, 12);
-  context.fillText(`${least.toFixed(1)} ${unit}, last ${Math.round(span)} s`, 3, height - 4);
+  context.fillText(`${least.toFixed(1)} ${unit}, ${across ?? `last ${Math.round(span)} s`}`, 3, height - 4);
 }

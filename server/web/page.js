@@ -1,6 +1,7 @@
 import {ask, camera, cameraPath, giveLease, hasLease, takeLease, watch} from './server.js';
 import {drawGraph, drawHistogram, figuresOf, stretchOf} from './figures.js';
 import {showProperties} from './properties.js';
+import {starAt} from './star.js';
 import {View} from './view.js';
 
 const at = id => document.getElementById(id);
@@ -52,6 +53,57 @@ function showFacts(facts) {
   }));
 }
 
+// ---- A star
+
+let star = null;    // where it was last, and what it was like: of starAt()
+const widths = [];  // [seconds, half flux diameter] of its frames
+
+const framed = () => ({...newest.facts, pixels: newest.pixels, full: figures.full});
+
+function pick(place) {
+  star = place && starAt(framed(), place[0] - 0.5, place[1] - 0.5);
+  widths.length = 0;
+  at('star').hidden = !star;
+  at('state').className = '';
+  if (place && !star) at('state').textContent = 'no star there';
+  showStar();
+}
+
+// The star of the frame before, which may have moved a little.
+function followStar() {
+  if (!star) return;
+  const found = starAt(framed(), star.column, star.row);
+  if (found) widths.push([performance.now() / 1000, found.hfd]);
+  if (widths.length > 300) widths.shift();
+  star = found ?? {...star, isLost: true};
+  showStar();
+}
+
+function showStar() {
+  showRing();
+  if (!star) return;
+  at('width').className = star.isLost ? 'wrong' : '';
+  at('width').textContent = star.isLost ? 'the star is lost' :
+      `HFD ${star.hfd.toFixed(2)}, FWHM ${star.fwhm.toFixed(2)} pixels; at ${star.column.toFixed(1)}, ` +
+      `${star.row.toFixed(1)}; peak ${Math.round(star.peak)}${star.isFull ? ', full' : ''}`;
+  drawGraph(at('profile'), star.profile, colours(), 'counts', `${star.radius.toFixed(0)} pixels wide`);
+  drawGraph(at('focus'), widths, colours(), 'HFD');
+}
+
+function showRing() {
+  const isShown = star && newest && !star.isLost;
+  at('ring').setAttribute('visibility', isShown ? 'visible' : 'hidden');
+  if (!isShown) return;
+  const [scale, left, top] = view.placing().map(part => part / devicePixelRatio);
+  at('ring').setAttribute('cx', left + (star.column + 0.5) * scale);
+  at('ring').setAttribute('cy', top + (star.row + 0.5) * scale);
+  at('ring').setAttribute('r', Math.max(12, 2 * star.radius * scale));
+}
+
+view.onDraw = showRing;
+
+// ---- The newest frame
+
 function showFrame() {
   const {facts, pixels} = newest;
   figures = figuresOf(pixels, facts.bits);
@@ -61,6 +113,7 @@ function showFrame() {
              full: facts.bits === 32 ? Infinity : figures.full});
   drawHistogram(at('histogram'), figures, stretch, colours());
   showFacts(facts);
+  followStar();
   at('image').dataset.frame = `${facts.readout}.${facts.number}`;
 }
 
@@ -133,7 +186,7 @@ function showExposure() {
   at('state').className = isOver && error && exposure.state !== 'aborted' ? 'wrong' : '';
 }
 
-async function refresh() {
+async function look() {
   try {
     cameraFacts = await camera('GET');
     isServerThere = true;
@@ -148,6 +201,20 @@ async function refresh() {
   showTruth();
 }
 
+// However often it is asked for: one question at a time, and some a second.
+let isLooking = false, isNews = false;
+async function refresh() {
+  isNews = true;
+  if (isLooking) return;
+  isLooking = true;
+  while (isNews) {
+    isNews = false;
+    await look();
+    await new Promise(done => setTimeout(done, 100));
+  }
+  isLooking = false;
+}
+
 function onEvent(event) {
   if (event.event === 'heartbeat') {
     temperatures.push([performance.now() / 1000, event.sensor_temperature]);
@@ -159,6 +226,10 @@ function onEvent(event) {
       showCamera();
     }
     return;
+  }
+  if (event.event === 'link-lost' && cameraFacts) { // at once; the rest is asked for
+    cameraFacts.link = false;
+    showTruth();
   }
   if (event.event === 'property') showCooler().catch(() => {});
   if (event.event !== 'frame') {
@@ -207,6 +278,7 @@ at('control').onclick = () => doing(async () => {
 });
 at('stretch').onchange = () => newest && showFrame();
 at('fit').onclick = () => view.setZoom(0);
+at('leave').onclick = () => pick(null);
 at('one').onclick = () => view.setZoom(1);
 at('target').onchange = () => doing(async () => {
   await camera('PUT', '/properties/target-temp', {value: Number(at('target').value)});
@@ -230,7 +302,7 @@ at('login').onclose = () => doing(async () => {
 
 document.addEventListener('keydown', event => {
   if (event.target.matches('input, select') || event.ctrlKey || event.metaKey) return;
-  const keys = {l: 'live', Escape: 'stop', f: 'fit', 1: 'one', n: 'mode'};
+  const keys = {l: 'live', Escape: 'stop', f: 'fit', 1: 'one', n: 'mode', x: 'leave'};
   if (keys[event.key]) at(keys[event.key]).click();
   const moves = {ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1]};
   if (newest && moves[event.key]) view.move(...moves[event.key].map(part => part * 40 / (view.placing()[0])));
@@ -284,8 +356,9 @@ at('image').onpointermove = event => {
   drawRegion();
 };
 at('image').onpointerup = event => {
+  const isClick = drag && Math.hypot(event.clientX - drag.from.clientX, event.clientY - drag.from.clientY) < 4;
+  if (isClick && !drag.isRegion) pick(view.pixelAt(event));
   if (drag?.isRegion) {
-    const isClick = Math.hypot(event.clientX - drag.from.clientX, event.clientY - drag.from.clientY) < 4;
     const region = isClick ? null : sensorArea(view.pixelAt(drag.from), view.pixelAt(event));
     doing(() => setArea(region));
   }
