@@ -83,7 +83,7 @@ std::string troubleAt(const WebOptions& options, const char* otherwise)
     const bool isBound =
         ::bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
         ::listen(probe, 1) == 0;
-    const std::string why = isBound ? otherwise : std::strerror(errno);
+    std::string why = isBound ? otherwise : std::strerror(errno);
     ::close(probe);
     return why;
 }
