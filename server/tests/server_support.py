@@ -209,8 +209,14 @@ class WebSocket:
         masked = bytes(byte ^ mask[i % 4] for i, byte in enumerate(data))
         self.socket.sendall(bytes([0x81, 0x80 | len(data)]) + mask + masked)
 
+    def settle(self):
+        """Waits until the server has taken all that was sent; what it sends meanwhile is lost."""
+        self.socket.sendall(b"\x89\x80" + bytes(4))
+        while self.message() != "pong":
+            pass
+
     def message(self):
-        """The next text as JSON, or bytes; nothing when the server closes."""
+        """The next text as JSON, bytes, or "pong"; nothing when the server closes."""
         first, second = self.file.read(2)
         length = second & 0x7F
         if length == 126:
@@ -226,6 +232,8 @@ class WebSocket:
             return data
         if opcode == 8:
             return None
+        if opcode == 10:
+            return "pong"
         return self.message()
 
     def frame(self):
