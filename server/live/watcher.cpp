@@ -98,7 +98,7 @@ bool Watcher::sendNext()
     if (!sendEvents()) return false;
     if (!maySend()) return true;
     const std::optional<FedFrame> fed = camera_.feed().newer(expected_ - 1, kLook);
-    if (!fed) return true;
+    if (!fed || !maySend()) return true; // the client may have asked for less meanwhile
     const auto begun = SteadyClock::now();
     if (!sendFrame(*fed)) return false;
     hasSent(begun);

@@ -384,7 +384,7 @@ class Watching(Rest):
         watcher.send('{"more": 2}')
         self.server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
         last = [watcher.frame()[0]["number"] for _ in range(2)][-1]
-        until(lambda: len(self.camera.frames()) > 50, "frames")
+        until(lambda: self.server.get(CAMERA + "/exposures/1").json["came"] > 50, "frames")
         self.assertEqual(self.server.metric("vxcamd_watcher_frames_total"), 2)
         watcher.send('{"more": 1}')
         frame = watcher.frame()[0]
