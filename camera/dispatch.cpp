@@ -181,7 +181,7 @@ void tcVXCamera::CallBackParser(tuCameraMessages* message, bool seqOk, bool chec
 
     tcDispatchScope scope(*this);
     Dispatch(*message, id);
-    mnLastSeqNo = static_cast<uint8_t>(seqNo);
+    mnLastSeqNo.store(static_cast<uint8_t>(seqNo), std::memory_order_relaxed);
     if (!IsHighRate(id)) mLog.logDebug(1, "%s Done Handling Message %d", "CallBackParser", id);
 }
 
