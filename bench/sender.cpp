@@ -139,6 +139,8 @@ private:
         if (id == cmdGetImageIntervals.id)
             return Reply(ansImageIntervals.id, tsImageIntervalsMsg{});
         if (id == cmdGetTriggerMode.id) return Reply(ansTriggerMode.id, tsTriggerModeMsg{});
+        if (id == cmdGetSimpleBinning.id) return Reply(ansSimpleBinning.id, tsSimpleBinningMsg{});
+        if (id == cmdGetAreaEx.id) return Reply(ansAreaEx.id, tsAreaExMsg{});
         if (id == cmdReadCCDArea.id) {
             tsReadAreaMsg read;
             memcpy(&read, message.data() + gnHeaderBytes, sizeof read);
