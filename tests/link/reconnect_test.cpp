@@ -266,9 +266,18 @@ TEST(ReconnectSelf, TakesAConnectionWithItselfForAFailedTry)
     ASSERT_TRUE(log.AwaitDebug(1, "tcVXCamera_Ethernet::MonitorThread reconnecting", 5));
     EXPECT_EQ(-1, camera.SetTrigger(1));
 
-    // Such a try must not keep the port from the camera that returns.
+    // Such a try must not keep the port from the camera that returns for more than the moment that
+    // it takes.
     ASSERT_TRUE(SetOutgoingPorts(port, port + 999));
-    peer = std::make_unique<tcScriptedCamera>(port);
+    const auto listens = [&] {
+        try {
+            peer = std::make_unique<tcScriptedCamera>(port);
+            return true;
+        } catch (const std::runtime_error&) {
+            return false;
+        }
+    };
+    ASSERT_TRUE(WaitUntil(listens));
     ASSERT_TRUE(peer->Accept());
     ASSERT_TRUE(peer->Send(UserMessage("back")));
     EXPECT_TRUE(tcReceivedMessages::Await(1));
