@@ -132,11 +132,19 @@ std::shared_ptr<Camera> Station::requireCamera() const
 // What the camera does not do is the last error; what was asked for wrongly is not.
 void Station::ask(std::function<void()> work, milliseconds patience)
 {
+    const auto open = requireCamera();
+    const auto requireLink = [&] {
+        if (!open->waitForLink(milliseconds(0))) throw Error(ErrorKind::LinkLost, status());
+    };
     try {
-        if (!camera()->waitForLink(milliseconds(0))) {
-            throw Error(ErrorKind::LinkLost, status());
+        requireLink();
+        try {
+            asker_.run(std::move(work), patience);
+        } catch (const Error& error) {
+            // What was asked while the connection was being lost has no answer.
+            if (error.kind() == ErrorKind::Timeout) requireLink();
+            throw;
         }
-        asker_.run(std::move(work), patience);
     } catch (const Error& error) {
         if (error.kind() != ErrorKind::Usage) {
             complain(error);
