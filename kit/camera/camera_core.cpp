@@ -17,6 +17,7 @@ constexpr milliseconds kFirstHeartbeat(1500); // from the opening on
 constexpr milliseconds kLater(50);
 constexpr milliseconds kFlightPause(1000); // between two files
 constexpr milliseconds kClearance(200);
+constexpr milliseconds kLossPatience(200);
 constexpr std::chrono::seconds kTemperatureAge(30); // older ones say nothing
 
 } // namespace
@@ -136,10 +137,13 @@ void CameraCore::require(int result, const std::string& what)
     bool isLinkUp = true;
     std::string words;
     {
-        std::lock_guard<std::mutex> guard(state_);
+        // What could not be sent is known before it is told that the connection is lost.
+        std::unique_lock<std::mutex> guard(state_);
+        changed_.wait_for(guard, kLossPatience, [this] { return isClosed_ || !isLinkUp_; });
         isLinkUp = isLinkUp_;
         words = lastWords_;
     }
+    requireOpen();
     if (!isLinkUp) {
         fail(ErrorKind::LinkLost, what + ": the connection is lost" +
                                       (words.empty() ? "" : "; the camera's last words: " + words));
