@@ -84,9 +84,21 @@ TEST_F(Log, SetChangesTheLevelAndGetShowsIt)
     EXPECT_EQ(Document({"set", "CAMERA", "5", "--json"})["level"], 5);
 }
 
+// The seconds and the milliseconds of a record are read one after the other, and do not always
+// belong together where a second begins.
+static void AwaitTheMiddleOfASecond()
+{
+    const auto now = [] { return std::chrono::system_clock::now().time_since_epoch(); };
+    while (now() % std::chrono::seconds(1) > std::chrono::milliseconds(800) ||
+           now() % std::chrono::seconds(1) < std::chrono::milliseconds(20)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
 TEST_F(Log, CapturesInABufferAndShowsItOldestFirst)
 {
     EXPECT_EQ(Printed({"set", "CAMERA", "4", "3"}), "CAMERA: level 4, to 3 Line Buffer\n");
+    AwaitTheMiddleOfASecond();
     for (int i = 1; i <= 5; ++i) {
         mtCamera.logDebug(4, "record %d", i);
         std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the order is that of time
