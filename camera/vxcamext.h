@@ -94,7 +94,7 @@ typedef struct tsFrameRecord {
     uint32_t Exposure;     /* ms; as last set, or told by the camera, when the readout began */
     tsMoment CommandBegun; /* before the readout's command was handed to the system: the camera
                               cannot have begun earlier */
-    tsMoment CommandSent;  /* when it had been handed over; never behind FirstPacket */
+    tsMoment CommandSent;  /* when it had been handed over; FirstPacket, where that was noted later */
     tsMoment FirstPacket;
     tsMoment LastPacket;
 } tsFrameRecord;
@@ -323,7 +323,8 @@ static_assert(sizeof(tsLoggedError) == 48, "record");
 /* Called with each error of the whole process that would be printed on standard error, or is not
  * since TCLOG_SUPPRESS_ERR_CONSOLE is set: on the thread that logs it, one at a time, in part with
  * locks held. It must be quick, and may not call the library; what it logs is printed. Where it
- * returns 0 the error is printed as without it, else it is not. */
+ * returns 0 the error is printed as without it, else it is not. A process has one; the last one set
+ * counts, also in a child that it forks. */
 typedef int (*tpLogCallback)(const tsLoggedError* record, void* user);
 VX_EXPORT int VXSetLogCallback(tpLogCallback callback, void* user);
 

@@ -2,8 +2,11 @@
 
 #include "vxundying.h"
 
+#include <pthread.h>
+
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace {
@@ -15,14 +18,26 @@ struct tsTaking {
     tpTaker mpTaker;  // guarded by mTurn, but for the thread whose taker runs
 };
 
+thread_local bool sbTakes = false; // the taker runs on this thread
+
+void BeginInChild();
+
 tsTaking& Taking()
 {
     static vx::tcUndying<tsTaking> room;
-    static tsTaking& taking = room.Make();
+    static tsTaking& taking = []() -> tsTaking& {
+        tsTaking& made = room.Make();
+        pthread_atfork(nullptr, nullptr, BeginInChild);
+        return made;
+    }();
     return taking;
 }
 
-thread_local bool sbTakes = false; // the taker runs on this thread
+// The thread whose turn it was is not in a forked child, and would never end it.
+void BeginInChild()
+{
+    if (!sbTakes) new (&Taking().mTurn) std::mutex;
+}
 
 struct tsTurn {
     tsTurn() { sbTakes = true; }
