@@ -128,6 +128,23 @@ FrameFacts factsOf(const python::dict& told)
     return facts;
 }
 
+// What a camera tells may be beyond what can be set.
+Value settingOf(const std::string& name, const python::tuple& parts)
+{
+    if (parts[1].is_none()) return {};
+    const std::string text = textFromPython(parts[2]);
+    const Shape& shape = findProperty(name).property->shape;
+    try {
+        return parsedText(name, shape, text);
+    } catch (const Error&) {
+    }
+    try {
+        return valueFromPython(name, parts[1]);
+    } catch (const Error&) {
+        return Value(text); // a number that is not finite
+    }
+}
+
 CoreFrame frameOf(const python::bytes& pixels, const python::dict& facts, const python::dict& times,
                   const python::tuple& settings)
 {
@@ -136,10 +153,7 @@ CoreFrame frameOf(const python::bytes& pixels, const python::dict& facts, const 
     for (const python::handle entry : settings) {
         const auto parts = entry.cast<python::tuple>();
         const auto name = parts[0].cast<std::string>();
-        const Shape& shape = findProperty(name).property->shape;
-        const bool isKnown = !parts[1].is_none();
-        known.settings.set(name,
-                           isKnown ? parsedText(name, shape, textFromPython(parts[2])) : Value());
+        known.settings.set(name, settingOf(name, parts));
     }
     const std::string_view bytes(pixels);
     Frame frame(std::move(known));

@@ -212,6 +212,18 @@ def test_a_pickled_frame_that_is_not_one_is_refused(camera):
         make(pixels, {**rest[0], "kind": "nonsense"}, *rest[1:])
 
 
+@pytest.mark.parametrize("name, told", [
+    ("trigger_mode", (7, 0, 0)), ("gain", -3), ("exposure_ex", 99999999999), ("target_temp", 500.0),
+    ("target_temp", float("nan"))])
+def test_a_pickled_frame_knows_what_could_not_be_set(camera, name, told):
+    make, (pixels, facts, times, settings) = camera.grab().__reduce__()
+    name = next(one for one, _, _ in settings if one.replace("-", "_") == name)
+    text = ",".join(str(part) for part in told) if isinstance(told, tuple) else str(told)
+    strange = tuple((name, told, text) if one[0] == name else one for one in settings)
+    again = make(pixels, facts, times, strange)
+    assert again.settings[name] == told or text in again.settings.text(name)
+
+
 def test_a_copy_of_a_frame_is_the_frame(camera):
     frame = camera.grab()
     assert copy.copy(frame) is frame and copy.deepcopy(frame) is frame
