@@ -124,8 +124,10 @@ class CoreEventLine
 public:
     CoreEventLine() : line_(std::make_shared<EventLine>())
     {
-        logged = use().get();
-        VXSetLogCallback(&keep, use().get());
+        const std::shared_ptr<EventLine> line = use();
+        logged = line.get();
+        const python::gil_scoped_release released; // somebody else's callback may wait for it
+        VXSetLogCallback(&keep, line.get());
     }
     ~CoreEventLine()
     {
@@ -140,7 +142,10 @@ public:
     {
         const std::shared_ptr<EventLine> line = use();
         const EventLine* own = line.get();
-        if (logged.compare_exchange_strong(own, nullptr)) VXSetLogCallback(nullptr, nullptr);
+        if (logged.compare_exchange_strong(own, nullptr)) {
+            const python::gil_scoped_release released;
+            VXSetLogCallback(nullptr, nullptr);
+        }
         line->stop();
     }
 

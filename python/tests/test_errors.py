@@ -174,3 +174,15 @@ def test_a_cooler_that_nobody_began_is_not_waited_for(camera):
         with pytest.raises(vxcam.UsageError, match="ramp_to"):
             camera.cooler.wait()
     assert repr(camera.cooler).endswith(": idle>")
+
+
+def test_a_camera_opens_in_a_folder_that_is_gone(tmp_path, monkeypatch):
+    gone = tmp_path / "gone"
+    gone.mkdir()
+    monkeypatch.chdir(gone)
+    gone.rmdir()
+    try:
+        with vxcam.Camera(SMALL) as camera:
+            assert camera.grab(exposure=0.01).complete
+    finally:
+        monkeypatch.chdir(tmp_path)

@@ -116,3 +116,51 @@ def test_lines_that_nobody_takes_in_time_are_dropped_and_counted(caplog):
     told = [record for record in caplog.records if "lines of the log" in record.getMessage()]
     lost = sum(record.args[0] for record in told)
     assert lost > 0 and lost + len(library_lines(caplog)) == logged
+
+
+def test_a_filter_that_raises_keeps_no_events_from_handlers():
+    printed, errors = errors_of(f"""
+        import logging, threading, vxcam
+        def refuse(record):
+            raise RuntimeError("a filter's own trouble")
+        logging.getLogger("vxcam.library").addFilter(refuse)
+        beats = threading.Semaphore(0)
+        with vxcam.Camera("{MISSING}") as camera:
+            try:
+                camera.grab(exposure=0.01)
+            except vxcam.IncompleteFrame:
+                pass
+            camera.on_event(lambda event: beats.release())
+            print(all(beats.acquire(timeout=10) for _ in range(5)))
+    """)
+    assert printed == "True"
+    assert "a filter's own trouble" in errors
+
+
+def test_children_that_are_forked_while_errors_are_logged_open_their_own():
+    printed, _ = errors_of(f"""
+        import logging, os, signal, threading, time, vxcam
+        is_over = threading.Event()
+        def storm():
+            while not is_over.is_set():
+                try:
+                    vxcam.Camera("127.0.0.1:1")
+                except vxcam.Error:
+                    pass
+        storms = [threading.Thread(target=storm) for _ in range(2)]
+        for one in storms:
+            one.start()
+        good = 0
+        for _ in range(20):
+            child = os.fork()
+            if child == 0:
+                signal.alarm(20)
+                vxcam._vxcam.EventLine()
+                os._exit(0)
+            good += os.waitpid(child, 0)[1] == 0
+        is_over.set()
+        for one in storms:
+            one.join()
+        print(good)
+    """)
+    assert printed == "20"

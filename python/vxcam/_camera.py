@@ -124,7 +124,7 @@ class Camera(CameraProperties):
         if not isinstance(text, str):
             raise UsageError(f"target {target!r}: give a text, a Simulator or what discover() found")
         flight = "" if flight_file is None else os.fsdecode(flight_file)
-        folder = os.path.dirname(os.path.abspath(flight))
+        folder = os.path.dirname(flight) or os.curdir
         if flight and not os.path.isdir(folder):
             raise FileNotFoundError(errno.ENOENT, "flight_file: there is no such folder", folder)
         self._line = _events.line()  # takes what the opening logs

@@ -5,6 +5,7 @@ from __future__ import annotations
 import atexit
 import logging
 import os
+import sys
 import threading
 import weakref
 from collections.abc import Callable
@@ -110,10 +111,17 @@ def _tell_log(target: str, event: Event) -> None:
         log.getChild("readout").log(level, "%s: readout %d ended: %s", target, event.readout, event.text)
 
 
-def _tell_lost(lost: int, before: int, what: str) -> int:
+def _tell_lost(lost: int, before: int, what: str) -> None:
     if lost > before:
         log.getChild("events").warning("%d %s were lost: handlers are too slow", lost - before, what)
-    return lost
+
+
+def _shielded(call: Callable[..., None], *arguments: Any) -> None:
+    """What filters and handlers of the log raise does not end the thread."""
+    try:
+        call(*arguments)
+    except Exception:
+        sys.excepthook(*sys.exc_info())
 
 
 class _Line:
@@ -157,11 +165,12 @@ class _Line:
         while True:
             taken = self._core.take()
             for line in taken["lines"]:
-                self._log(*line)
-            events_lost = _tell_lost(taken["events_lost"], events_lost, "events")
-            lines_lost = _tell_lost(taken["lines_lost"], lines_lost, "lines of the log")
+                _shielded(self._log, *line)
+            _shielded(_tell_lost, taken["events_lost"], events_lost, "events")
+            _shielded(_tell_lost, taken["lines_lost"], lines_lost, "lines of the log")
+            events_lost, lines_lost = taken["events_lost"], taken["lines_lost"]
             for number, facts in taken["events"]:
-                self._deliver(number, facts)
+                _shielded(self._deliver, number, facts)
             if taken["is_end"]:
                 return
 
@@ -183,7 +192,7 @@ class _Line:
             all_subscriptions[:] = [one for one in all_subscriptions if not one.ended]
             subscriptions = list(all_subscriptions)
         event = _event(facts)
-        _tell_log(target, event)
+        _shielded(_tell_log, target, event)
         for subscription in subscriptions:
             subscription._call(event)
 
