@@ -94,7 +94,7 @@ typedef struct tsFrameRecord {
     uint32_t Exposure;     /* ms; as last set, or told by the camera, when the readout began */
     tsMoment CommandBegun; /* before the readout's command was handed to the system: the camera
                               cannot have begun earlier */
-    tsMoment CommandSent;  /* when it had been handed over; FirstPacket, where that was noted later */
+    tsMoment CommandSent;  /* when it had been handed over; FirstPacket if that was noted later */
     tsMoment FirstPacket;
     tsMoment LastPacket;
 } tsFrameRecord;

@@ -131,7 +131,11 @@ public:
     }
     ~CoreEventLine()
     {
-        if (!line_.isForeign()) stop();
+        if (line_.isForeign()) return;
+        try {
+            stop();
+        } catch (...) { // it has none to stop
+        }
     }
     CoreEventLine(const CoreEventLine&) = delete;
     CoreEventLine& operator=(const CoreEventLine&) = delete;

@@ -179,6 +179,7 @@ class Watcher(Client):
                                 {"Origin": "http://127.0.0.1:%d" % doors.server.port})
         if rate:
             self.socket.send('{"rate": %d}' % rate)
+        self.socket.settle()
 
     def work(self):
         while True:
@@ -210,7 +211,7 @@ class Page:
       const crc = bytes => ~bytes.reduce((sum, byte) => sum >>> 8 ^ table[(sum ^ byte) & 255], -1) >>> 0;
       window.seen = [];
       window.cuts = 0;
-      watch({onLink(isThere) { cuts += !isThere; }, onEvent() {}, onFrame(facts, buffer) {
+      watch({onLink(isThere) { cuts += !isThere; window.isThere = isThere; }, onEvent() {}, onFrame(facts, buffer) {
         seen.push([facts.readout, facts.number, crc(new Uint8Array(buffer)), facts.sum, facts.missed]);
       }});
     })"""
@@ -219,6 +220,7 @@ class Page:
         self.browser = Browser()
         self.browser.open("http://127.0.0.1:%d/healthz" % port)
         self.browser.run(self.script)
+        self.browser.until("window.isThere === true")
 
     def finish(self, test, count):
         told = "seen.length + seen.reduce((sum, each) => sum + each[4], 0)"
@@ -290,9 +292,15 @@ class AllDoors(unittest.TestCase):
         for client in [*clients, listener]:
             client.start()
         self.ends.wait(SECONDS)
+        had = lambda: len(script.exposures) >= len(script.plans) and len(program.got) > 1
+        refused = lambda: script.refused and program.refused and intruder.refused
+        until(lambda: (had() and refused()) or any(client.trouble for client in clients),
+              "everybody's turn")
         self.ends.set()
         for client in clients[:4]:
             client.finish()
+        total = self.server.metric('vxcamd_frames_total{camera="0",end="complete"}')
+        until(lambda: len(self.camera.frames()) >= total, "what the camera says that it sent")
         sent = {(frame["readout"], frame["frame"]): frame for frame in self.camera.frames()}
         self.everybody_was_there(script, program, intruder)
         self.watchers_saw_all(watchers, len(sent))

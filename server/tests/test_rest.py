@@ -356,9 +356,13 @@ class Watching(Rest):
         def dawdle():
             begun = time.monotonic()
             while not ends.is_set():
-                got.append(len(slow.socket.recv(4096)))
+                data = slow.socket.recv(4096)
+                if not data:
+                    return
+                got.append(len(data))
                 time.sleep(max(0, begun + sum(got) / 1e6 - time.monotonic()))
-        reader = threading.Thread(target=dawdle)
+        reader = threading.Thread(target=dawdle, daemon=True)
+        self.addCleanup(ends.set)
         reader.start()
         server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
         quick.frame()
@@ -367,7 +371,6 @@ class Watching(Rest):
             quick.frame()
         took = time.monotonic() - begun
         to_slow = server.metric("vxcamd_watcher_frames_total") - sent - count
-        self.assertLess(sum(got), 1e6 * (took + 1))
         self.assertLess(to_slow, count / 2)
         self.assertLess(took, count / 8)  # the slow one takes two frames a second
         came = server.get(CAMERA + "/exposures/1").json["came"]
@@ -382,6 +385,7 @@ class Watching(Rest):
     def test_a_watcher_that_asks_for_frames_gets_no_others_and_the_newest(self):
         watcher = WebSocket(self.server.port, CAMERA + "/live")
         watcher.send('{"more": 2}')
+        watcher.settle()
         self.server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
         last = [watcher.frame()[0]["number"] for _ in range(2)][-1]
         until(lambda: self.server.get(CAMERA + "/exposures/1").json["came"] > 50, "frames")
