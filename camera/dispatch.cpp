@@ -40,11 +40,12 @@ Value PayloadAt(const tuCameraMessages& message, size_t offset)
 class tcVXCamera::tcDispatchScope
 {
 public:
-    explicit tcDispatchScope(tcVXCamera& camera) : mCamera(camera), mpOuter(tpInnermost)
+    explicit tcDispatchScope(tcVXCamera& camera)
+        : mCamera(camera), mrInnermost(tpInnermost), mpOuter(mrInnermost)
     {
-        tpInnermost = this;
+        mrInnermost = this;
     }
-    ~tcDispatchScope() { tpInnermost = mpOuter; }
+    ~tcDispatchScope() { mrInnermost = mpOuter; }
     tcDispatchScope(const tcDispatchScope&) = delete;
     tcDispatchScope& operator=(const tcDispatchScope&) = delete;
 
@@ -65,6 +66,7 @@ private:
     static thread_local const tcDispatchScope* tpInnermost;
 
     tcVXCamera& mCamera;
+    const tcDispatchScope*& mrInnermost; // looked up once, which costs a call
     const tcDispatchScope* mpOuter;
 };
 

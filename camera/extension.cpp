@@ -71,13 +71,14 @@ void tcVXCamera::TakeOpeningTap()
     SetTap(tOpeningTap.what, tOpeningTap.callback, tOpeningTap.user);
 }
 
-void tcVXCamera::TellTap(unsigned what, const void* bytes, size_t length, uint32_t event)
+void tcVXCamera::TellTap(unsigned what, const void* bytes, size_t length, uint32_t event,
+                         const tsMoment* time)
 {
     if ((mpExtension->tapped.load(std::memory_order_relaxed) & what) == 0) return;
     tsTapRecord record{};
     record.Size = sizeof record;
     record.What = what;
-    record.Time = ThisMoment();
+    record.Time = time != nullptr ? *time : ThisMoment();
     record.Bytes = static_cast<const uint8_t*>(bytes);
     record.Length = static_cast<uint32_t>(length);
     record.Event = event;

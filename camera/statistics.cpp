@@ -1,5 +1,5 @@
 // What the camera has done so far, and the figures of its link.
-#include "tcLedger.h"
+#include "tcExtension.h"
 #include "tcVXCamera.h"
 
 #include <algorithm>
@@ -46,19 +46,38 @@ void tcVXCamera::CountReceived(const void* data, int bytes)
 {
     TellTap(eTapBytesReceived, data, static_cast<size_t>(bytes));
     tcLedger::Add(mpLedger->Figures().BytesReceived, static_cast<uint64_t>(bytes));
+    mpExtension->received = {static_cast<const uint8_t*>(data), static_cast<uint32_t>(bytes),
+                             mpParser->BytesIn};
+}
+
+// Whether the header of the camera's next message has come and stands right behind this one, which
+// is being dispatched. A message that was cut short, and so filled up with others, is not followed
+// so: what stands behind it is the rest of one, or one that was counted later.
+bool tcVXCamera::IsFollowedInOrder(const tsMsgHeader& message) const
+{
+    const tsReceived& received = mpExtension->received;
+    const uint32_t taken = mpParser->BytesIn - received.bytesBefore;
+    if (taken > received.length || received.length - taken < gnHeaderBytes) return false;
+    tsMsgHeader next;
+    memcpy(&next, received.bytes + taken, sizeof next);
+    return next.Magic == gnMessageMagic && next.IDD == gnInterfaceVersion &&
+           next.SeqNo == (message.SeqNo + 1U) % 256;
 }
 
 void tcVXCamera::CountParsed()
 {
+    const tcCamParser& parser = *mpParser;
+    if (parser.SkippedBytes == mnSkippedSeen && parser.ChecksumErrors == mnChecksumErrorsSeen)
+        return;
     tsStatistics& figures = mpLedger->Figures();
     tcLedger::Add(figures.BytesSkipped, Advance(mpParser->SkippedBytes, mnSkippedSeen));
     tcLedger::Add(figures.ChecksumErrors, Advance(mpParser->ChecksumErrors, mnChecksumErrorsSeen));
 }
 
-void tcVXCamera::CountSent(const tsMsgHeader* frame, int bytes, bool isWhole)
+void tcVXCamera::CountSent(const tsMsgHeader* frame, int bytes, bool isWhole, const tsMoment& begun)
 {
-    TellTap(eTapBytesSent, frame, static_cast<size_t>(bytes));
-    if (isWhole) TellTap(eTapMessagesSent, frame, static_cast<size_t>(bytes));
+    TellTap(eTapBytesSent, frame, static_cast<size_t>(bytes), 0, &begun);
+    if (isWhole) TellTap(eTapMessagesSent, frame, static_cast<size_t>(bytes), 0, &begun);
     tsStatistics& figures = mpLedger->Figures();
     tcLedger::Add(figures.BytesSent, static_cast<uint64_t>(bytes));
     if (isWhole) tcLedger::Add(figures.MessagesSent);

@@ -52,6 +52,13 @@ struct tsLastPacket {
     bool mayBeCut = false; // its bytes look so; it counts as whole so far
 };
 
+// The bytes that the parser is given, or was given last.
+struct tsReceived {
+    const uint8_t* bytes = nullptr;
+    uint32_t length = 0;
+    uint32_t bytesBefore = 0; // that it had been given
+};
+
 // A packet whose frame is not known yet.
 struct tsHeldPacket {
     bool isHeld = false;
@@ -124,6 +131,7 @@ struct tsExtension {
 
     tsReadoutFacts readouts[eFrameKinds]; // by the frames that they were started for
     tcFrameAccount frames[eFrameKinds];
+    tsReceived received; // by the receive thread, as it is used
     tsLastPacket lastPacket;
     tsLeftover leftovers[eFrameKinds];
     tcBufferTurn buffers;

@@ -391,7 +391,7 @@ protected:
     // thread after that; messages sent, one thread at a time; connections, on the receive thread.
     void CountReceived(const void* data, int bytes);
     void CountParsed();
-    void CountSent(const tsMsgHeader* frame, int bytes, bool isWhole);
+    void CountSent(const tsMsgHeader* frame, int bytes, bool isWhole, const tsMoment& begun);
     void LinkLost();
     void LinkRestored();
     // What a transport tells for people: its kind and where it leads; whether it has a connection.
@@ -513,11 +513,16 @@ private:
     tsImageLimits ToldLimits() const;
     static tsImageLimits LimitsToRead(const tsReadoutFacts& facts, uint32_t pixelBytes);
 
+    // statistics.cpp
+    bool IsFollowedInOrder(const tsMsgHeader& message) const;
+
     // extension.cpp
     template <class Callback>
     int SetSlot(tcCallbackSlot<Callback>& slot, Callback callback, void* user);
     void TellHeartBeat(const tuCameraMessages& message);
-    void TellTap(unsigned what, const void* bytes, size_t length, uint32_t event = 0);
+    // At `time`, if it is given.
+    void TellTap(unsigned what, const void* bytes, size_t length, uint32_t event = 0,
+                 const tsMoment* time = nullptr);
     void TellCameraError(uint32_t code, uint32_t subCode, const char* text);
 
     // framerecord.cpp

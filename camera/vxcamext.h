@@ -211,7 +211,8 @@ enum {
 typedef struct tsTapRecord {
     uint32_t Size;
     uint32_t What; /* one of the above */
-    tsMoment Time;
+    tsMoment Time; /* of what is sent: before it was handed to the system, so that what comes of it
+                      is later, though it may be told earlier */
     const uint8_t* Bytes; /* as they travelled; of messages one, header first; null for eTapLink */
     uint32_t Length;
     uint32_t Event; /* eTapLink: teLinkEvent */

@@ -111,17 +111,19 @@ int tcCamParser::AddData(void* data, int length)
     return delivered;
 }
 
-// Takes a header at once that lies whole where it is expected, as most do.
+// Takes a header at once that lies whole where it is expected, as most do. Bytes are counted before
+// and behind the copy, here and in Collect(): two counters that are stored one by one and then
+// loaded as one vector would have to wait for all that was stored before, an image's pixels.
 bool tcCamParser::TakeHeader(tsInput& input)
 {
     if (count > 0 || input.Left() < nHeaderBytes || Room() < nHeaderBytes) return false;
     tsMsgHeader header;
     std::memcpy(&header, input.Next, nHeaderBytes);
     if (header.Magic != nMagic) return false;
+    BytesIn += nHeaderBytes;
     std::memcpy(buffer, &header, nHeaderBytes);
     input.Next += nHeaderBytes;
     count = nHeaderBytes;
-    BytesIn += nHeaderBytes;
     BytesFramed += nHeaderBytes;
     FinishHeader(input, header.Length);
     return true;
@@ -221,10 +223,11 @@ void tcCamParser::Collect(tsInput& input, int wanted)
 {
     const int taken = std::min(wanted - count, input.Left());
     if (taken <= 0) return;
+    __builtin_prefetch(input.Next + taken); // the next header, often
+    BytesIn += static_cast<uint32_t>(taken);
     std::memcpy(buffer + count, input.Next, static_cast<size_t>(taken));
     input.Next += taken;
     count += taken;
-    BytesIn += static_cast<uint32_t>(taken);
     BytesFramed += static_cast<uint32_t>(taken);
 }
 

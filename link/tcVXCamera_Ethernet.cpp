@@ -1,5 +1,6 @@
 #include "tcVXCamera_Ethernet.h"
 
+#include "tcFrameAccount.h"
 #include "tcHost.h"
 
 #include <algorithm>
@@ -42,6 +43,11 @@ void SetOption(int descriptor, int level, int name, const Value& value)
 }
 
 } // namespace
+
+// At the beginning of a page: the kernel copies to there at its fastest.
+struct tcVXCamera_Ethernet::tsReceiveBuffer {
+    alignas(4096) char bytes[gnReceiveBytes];
+};
 
 tcVXCamera_Ethernet::tcVXCamera_Ethernet(const char* address, unsigned short port)
     : mnPort(port), mpHost(std::make_unique<tcHost>(address != nullptr ? address : ""))
@@ -89,7 +95,7 @@ int tcVXCamera_Ethernet::Open()
     peer.GetPeerName(mSocket);
     mpHost->SetAddress(peer.GetIPAddr());
     SetConnected();
-    if (!mpReceived) mpReceived.reset(new char[gnReceiveBytes]); // memory only as it is used
+    if (!mpReceived) mpReceived.reset(new tsReceiveBuffer); // memory only as it is used
     BeginHandshake();
     mMonitorThread = std::thread(DispatchMonitorThread, this);
     EnableNoOps(0, 0);
@@ -140,9 +146,10 @@ int tcVXCamera_Ethernet::Transmit(tsMsgHeader* frame, milliseconds limit, bool e
     mpParser->PrepareOutput(frame);
     if (!mbConnected || mbStopMonitor) return eVXFailed;
     const auto start = steady_clock::now();
+    const tsMoment begun = ThisMoment();
     const int length = frame->Length + gnHeaderBytes;
     const int sent = SendBytes(reinterpret_cast<const char*>(frame), length, limit);
-    CountSent(frame, sent, sent == length);
+    CountSent(frame, sent, sent == length, begun);
     if (sent == length) return eVXOk;
     if (sent == 0 && !endsLink) return eVXFailed;
     if (steady_clock::now() - start >= limit) {
@@ -204,7 +211,7 @@ void* tcVXCamera_Ethernet::DispatchMonitorThread(void* self)
 
 void tcVXCamera_Ethernet::MonitorThread()
 {
-    char* buffer = mpReceived.get();
+    char* buffer = mpReceived->bytes;
     mLog.logDebug(10, "tcVXCamera_Ethernet::MonitorThread Entered");
     while (!mbStopMonitor) {
         const int n = Receive(buffer, gnReceiveBytes);

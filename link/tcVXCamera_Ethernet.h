@@ -90,8 +90,9 @@ private:
     std::mutex mSendMutex;
     HSocket mSocket;
     std::mutex mSocketMutex;
-    bool mbConnected = false;           // changed under both mutexes
-    std::unique_ptr<char[]> mpReceived; // by the receive thread
+    bool mbConnected = false; // changed under both mutexes
+    struct tsReceiveBuffer;
+    std::unique_ptr<tsReceiveBuffer> mpReceived; // by the receive thread
     std::thread mMonitorThread;
     std::atomic<bool> mbStopMonitor{false};
     std::mutex mPauseMutex;

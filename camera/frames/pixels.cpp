@@ -173,7 +173,8 @@ bool tcVXCamera::AcceptPacket(tStackLock& lock, Packet& packet)
     ReArmImage(item);
     CheckLastPacket();
     const size_t told = ToldBytes(packet, tsPixelsOf<Packet>::bytes);
-    const teSwallowed swallowed = FindSwallowed(packet.header, told);
+    const teSwallowed swallowed =
+        IsFollowedInOrder(packet.header) ? eSwallowedNothing : FindSwallowed(packet.header, told);
     const bool isDamaged = MessageSpansConnections() || swallowed == eSwallowedMessages;
     const bool isWhole = IsWhole(packet, told);
     bool isHeld = false;

@@ -61,21 +61,9 @@ uint32_t tcFrameTrack::NotedWithin(uint32_t total) const
 
 // ---- Figures ------------------------------------------------------------------------------------
 
-// Figures are plain in the record that applications see, and changed and read as atomics. Who reads
-// a figure that was stored behind a change's beginning, with release, finds that change afterwards.
-void tcLedger::Add(uint64_t& figure, uint64_t amount)
-{
-    Set(figure, __atomic_load_n(&figure, __ATOMIC_RELAXED) + amount);
-}
-
 void tcLedger::Subtract(uint64_t& figure, uint64_t amount)
 {
     Set(figure, __atomic_load_n(&figure, __ATOMIC_RELAXED) - amount);
-}
-
-void tcLedger::Set(uint64_t& figure, uint64_t value)
-{
-    __atomic_store_n(&figure, value, __ATOMIC_RELEASE);
 }
 
 tcLedger::tcChange::tcChange(tcLedger& ledger) : mLedger(ledger)

@@ -82,7 +82,10 @@ class tcLedger
 public:
     // Adds to a figure that has one writer: of the link, its receive thread or its send lock's
     // holder; of the others, the request lock's holder.
-    static void Add(uint64_t& figure, uint64_t amount = 1);
+    static void Add(uint64_t& figure, uint64_t amount = 1)
+    {
+        Set(figure, __atomic_load_n(&figure, __ATOMIC_RELAXED) + amount);
+    }
     tsStatistics& Figures() { return mtFigures; }
 
     tsStatistics Read() const;
@@ -132,7 +135,13 @@ private:
     tsAsked& AskedOf(teFrameKind kind) { return maAsked[kind == eFrame32 ? 1 : 0]; }
 
     static void Subtract(uint64_t& figure, uint64_t amount = 1);
-    static void Set(uint64_t& figure, uint64_t value);
+    // Figures are plain in the record that applications see, and changed and read as atomics. Who
+    // reads one that was stored behind a change's beginning, with release, finds that change
+    // afterwards.
+    static void Set(uint64_t& figure, uint64_t value)
+    {
+        __atomic_store_n(&figure, value, __ATOMIC_RELEASE);
+    }
     tsFrameEnd EndTrack(tcFrameTrack& track, bool wasWanted);
     void EndAsked(tsAsked& asked, uint64_t& figure, uint32_t frames = 1);
     void LoseCutFrame(tsAsked& asked);

@@ -167,3 +167,31 @@ TEST_F(FrameRecords, TellTheTapOfAllBytesFromTheFirstOn)
     EXPECT_EQ(seen.sent.substr(0, 2), "\x50\xFA");
     EXPECT_EQ(seen.received.substr(0, 2), "\x50\xFA");
 }
+
+// Whichever is told first.
+TEST_F(FrameRecords, TellTheTapOfAQuestionTheTimeBeforeItsAnswer)
+{
+    struct tsSeen {
+        std::mutex mutex;
+        std::vector<int64_t> questions, answers;
+    } seen;
+    const auto keep = [](int, const tsTapRecord* record, void* user) {
+        auto& to = *static_cast<tsSeen*>(user);
+        std::lock_guard<std::mutex> lock(to.mutex);
+        const bool isQuestion = record->What == eTapMessagesSent;
+        (isQuestion ? to.questions : to.answers).push_back(record->Time.Monotonic);
+    };
+    constexpr size_t asked = 500;
+    Start({});
+    ASSERT_EQ(0, VXSetTap(handle, eTapMessagesReceived | eTapMessagesSent, keep, &seen));
+    for (size_t i = 0; i < asked; ++i) {
+        int trigger = 0;
+        ASSERT_EQ(0, VXGetTrigger(handle, &trigger));
+    }
+    ASSERT_EQ(0, VXSetTap(handle, 0, nullptr, nullptr));
+    ASSERT_EQ(seen.questions.size(), asked);
+    ASSERT_EQ(seen.answers.size(), asked);
+    for (size_t i = 0; i < asked; ++i) {
+        ASSERT_LT(seen.questions[i], seen.answers[i]) << i;
+    }
+}
