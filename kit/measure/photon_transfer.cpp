@@ -163,4 +163,23 @@ PhotonTransfer photonTransferOf(const FramePair& dark, const std::vector<FramePa
     return result;
 }
 
+std::optional<double> gainUncertainty(const PhotonTransfer& result, const FramePair& dark,
+                                      const std::vector<FramePair>& flats)
+{
+    double off = 0, below = 0;
+    size_t count = 0;
+    for (size_t i = 0; i < std::min(flats.size(), result.isFitted.size()); ++i) {
+        if (!result.isFitted[i]) continue;
+        const double signal = flats[i].mean - dark.mean;
+        const double weight = 1 / (flats[i].variance * flats[i].variance);
+        const double error = flats[i].variance - dark.variance - signal / result.gain;
+        off += weight * error * error;
+        below += weight * signal * signal;
+        ++count;
+    }
+    if (count <= kLeastPairs) return std::nullopt;
+    const double slopeError = std::sqrt(off / static_cast<double>(count - 1) / below);
+    return slopeError * result.gain * result.gain;
+}
+
 } // namespace vxcam

@@ -39,6 +39,11 @@ struct PhotonTransfer {
 // brightest is saturated; else all. Throws Error{Usage} when fewer than two pairs are of use.
 VXCAMKIT_EXPORT PhotonTransfer photonTransferOf(const FramePair& dark,
                                                 const std::vector<FramePair>& flats);
+// Standard deviation of its gain, in electrons per ADU, by how far the fitted pairs lie off their
+// line. Nothing with fewer than three of them.
+VXCAMKIT_EXPORT std::optional<double> gainUncertainty(const PhotonTransfer& result,
+                                                      const FramePair& dark,
+                                                      const std::vector<FramePair>& flats);
 
 } // namespace vxcam
 

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <charconv>
 #include <numeric>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 namespace vxcam {
@@ -51,6 +53,20 @@ std::string nearNames(const std::string& name)
         text += (i == 0 ? "" : ", ") + near[i].second;
     }
     return text;
+}
+
+using RowsByName = std::unordered_multimap<std::string_view, const Property*>;
+
+const RowsByName& rowsByName()
+{
+    static const RowsByName& rows = [&]() -> const RowsByName& {
+        auto* const made = new RowsByName; // as long as the process, like the table
+        for (const Property& property : properties()) {
+            made->emplace(property.name, &property);
+        }
+        return *made;
+    }();
+    return rows;
 }
 
 [[noreturn]] void refuseName(const std::string& name)
@@ -109,11 +125,11 @@ PropertyName findProperty(const std::string& text)
     const std::string name = text.substr(0, colon);
     const bool hasKey = colon != std::string::npos;
     const Property* same = nullptr; // has the name, but not the key
-    for (const Property& property : properties()) {
-        if (name != property.name) continue;
-        same = &property;
-        if (hasKey == (property.key != nullptr)) {
-            return {&property, hasKey ? parseKey(property, text.substr(colon + 1)) : 0, text};
+    const auto [begin, end] = rowsByName().equal_range(name);
+    for (auto row = begin; row != end; ++row) {
+        same = row->second;
+        if (hasKey == (same->key != nullptr)) {
+            return {same, hasKey ? parseKey(*same, text.substr(colon + 1)) : 0, text};
         }
     }
     if (same == nullptr) refuseName(name);

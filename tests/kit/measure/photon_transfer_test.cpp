@@ -69,6 +69,27 @@ TEST(PhotonTransfer, FindsWhatTheCameraIs)
     }
 }
 
+// Variances that are 1 % too high and too low in turn, of signals 1, 2, 3, 4: with the weights that
+// each point has, the slope is off by 1 % of itself, divided by the root of one less than four, and
+// of the four points' equal weights.
+TEST(PhotonTransfer, TellsHowUnsureItsGainIs)
+{
+    PhotonTransfer result;
+    result.gain = 1;
+    FramePair dark;
+    std::vector<FramePair> flats(4);
+    for (size_t i = 0; i < flats.size(); ++i) {
+        flats[i].mean = 1000.0 * static_cast<double>(i + 1);
+        flats[i].variance = flats[i].mean * (i % 2 == 0 ? 1.01 : 0.99);
+    }
+    result.isFitted = {true, true, true, true};
+    const std::optional<double> error = gainUncertainty(result, dark, flats);
+    ASSERT_TRUE(error);
+    EXPECT_NEAR(*error, 0.01 / std::sqrt(3.0), 1e-4);
+    result.isFitted = {true, true, false, false};
+    EXPECT_FALSE(gainUncertainty(result, dark, flats));
+}
+
 TEST(PhotonTransfer, RoundingIsNoReadNoise)
 {
     Model model;
