@@ -15,8 +15,7 @@ namespace vxcam {
 namespace {
 
 constexpr size_t kStage = size_t{4} << 20U;
-constexpr size_t kBlock = FileBytes::kAlignment;
-constexpr size_t kPiece = size_t{8} << 20U;
+constexpr size_t kBlock = DirectWriter::kBlock;
 
 [[noreturn]] void refuse(const std::string& path, int error)
 {
@@ -30,48 +29,14 @@ AppendFile::AppendFile(const std::string& path, bool force) : path_(path), stage
     checkNewFile(path, force);
     if (force) removeOldFile(path);
     file_ = WriterLock(path, O_CREAT | O_EXCL);
-    direct_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_DIRECT);
+    writer_ = std::make_unique<DirectWriter>(path, file_.descriptor());
 }
 
-AppendFile::~AppendFile()
-{
-    if (direct_ >= 0) ::close(direct_);
-}
-
-void AppendFile::writeAt(int descriptor, uint64_t at, const char* bytes, size_t count)
-{
-    while (count > 0) {
-        const ssize_t written =
-            ::pwrite(descriptor, bytes, std::min(count, kPiece), static_cast<off_t>(at));
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) refuse(path_, errno);
-        // A disk that is full may take a part of it: behind that, memory is not aligned any more.
-        const bool isAligned = static_cast<size_t>(written) % kBlock == 0;
-        if (descriptor == direct_ && !isAligned) descriptor = file_.descriptor();
-        at += static_cast<uint64_t>(written);
-        bytes += written;
-        count -= static_cast<size_t>(written);
-    }
-}
-
-void AppendFile::writeDirectly(const char* bytes, size_t count)
-{
-    if (direct_ >= 0) {
-        try {
-            writeAt(direct_, written_, bytes, count);
-            return;
-        } catch (const Error& error) {
-            if (error.code() != EINVAL) throw;
-            ::close(direct_);
-            direct_ = -1;
-        }
-    }
-    writeAt(file_.descriptor(), written_, bytes, count);
-}
+AppendFile::~AppendFile() = default;
 
 void AppendFile::writeStaged()
 {
-    writeDirectly(stage_.data(), staged_);
+    writer_->write(written_, stage_.data(), staged_);
     written_ += staged_;
     staged_ = shown_ = 0;
 }
@@ -81,7 +46,7 @@ void AppendFile::append(const void* bytes, size_t count)
     const auto* from = static_cast<const char*>(bytes);
     if (staged_ == 0 && reinterpret_cast<uintptr_t>(from) % kBlock == 0 && count >= kStage) {
         const size_t whole = count / kBlock * kBlock;
-        writeDirectly(from, whole);
+        writer_->write(written_, from, whole);
         written_ += whole;
         from += whole;
         count -= whole;
@@ -103,12 +68,12 @@ void AppendFile::rewrite(uint64_t at, const void* bytes, size_t count)
         const uint64_t first = std::max(at, written_);
         std::memcpy(stage_.data() + (first - written_), from + (first - at), at + count - first);
     }
-    writeAt(file_.descriptor(), at, from, count);
+    writer_->writePlainly(at, from, count);
 }
 
 void AppendFile::flush(size_t block)
 {
-    writeAt(file_.descriptor(), written_ + shown_, stage_.data() + shown_, staged_ - shown_);
+    writer_->writePlainly(written_ + shown_, stage_.data() + shown_, staged_ - shown_);
     shown_ = staged_;
     if (block > 1) {
         const uint64_t end = (size() + block - 1) / block * block;

@@ -2,11 +2,13 @@
 #ifndef VXCAMKIT_APPEND_FILE_H
 #define VXCAMKIT_APPEND_FILE_H
 
+#include "files/direct_writer.h"
 #include "files/writer_lock.h"
 
 #include <vxcamkit/file_bytes.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace vxcam {
@@ -39,12 +41,10 @@ public:
 
 private:
     void writeStaged();
-    void writeDirectly(const char* bytes, size_t count);
-    void writeAt(int descriptor, uint64_t at, const char* bytes, size_t count);
 
     const std::string path_;
     WriterLock file_;
-    int direct_ = -1;      // past the system's memory; -1 where the file system cannot
+    std::unique_ptr<DirectWriter> writer_;
     uint64_t written_ = 0; // a multiple of the blocks of disks
     FileBytes stage_;      // what comes behind that
     size_t staged_ = 0;

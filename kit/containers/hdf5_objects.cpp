@@ -85,7 +85,7 @@ void Hdf5Maker::real(const std::string& name, double value)
 }
 
 Hdf5Id Hdf5Maker::growing(const std::string& name, hid_t type, const std::vector<hsize_t>& rest,
-                          hsize_t chunk, unsigned gzip)
+                          hsize_t chunk, unsigned gzip, bool isPlaced)
 {
     std::vector<hsize_t> now{0}, most{H5S_UNLIMITED}, chunks{chunk};
     for (std::vector<hsize_t>* list : {&now, &most, &chunks}) {
@@ -98,6 +98,10 @@ Hdf5Id Hdf5Maker::growing(const std::string& name, hid_t type, const std::vector
     if (gzip > 0) {
         require(H5Pset_shuffle(how));
         require(H5Pset_deflate(how, gzip));
+    }
+    if (isPlaced) {
+        require(H5Pset_alloc_time(how, H5D_ALLOC_TIME_EARLY));
+        require(H5Pset_fill_time(how, H5D_FILL_TIME_NEVER));
     }
     Hdf5Id dataset(H5Dcreate2(file_, name.c_str(), type, space, H5P_DEFAULT, how, H5P_DEFAULT),
                    H5Dclose);

@@ -50,9 +50,10 @@ public:
     void whole(const std::string& name, int64_t value);
     void real(const std::string& name, double value);
     void attribute(const std::string& object, const char* name, const std::string& value);
-    // One that grows in its first dimension; `rest` are the others.
+    // One that grows in its first dimension; `rest` are the others. With `isPlaced`, its chunks
+    // have their places in the file as soon as it has grown, before anything is written.
     Hdf5Id growing(const std::string& name, hid_t type, const std::vector<hsize_t>& rest,
-                   hsize_t chunk, unsigned gzip = 0);
+                   hsize_t chunk, unsigned gzip = 0, bool isPlaced = false);
     void link(const std::string& from, const std::string& name);
 
 private:

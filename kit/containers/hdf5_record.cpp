@@ -2,6 +2,7 @@
 // layout is that of NeXus; others may read it while it grows.
 #include "containers/hdf5_objects.h"
 #include "containers/record_columns.h"
+#include "files/direct_writer.h"
 #include "files/writer_lock.h"
 
 #include <vxcamkit/error.h>
@@ -14,6 +15,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 namespace vxcam {
 
@@ -21,6 +23,7 @@ namespace {
 
 constexpr const char* kDetector = "/entry/instrument/detector";
 constexpr unsigned kLevel = 1;     // of gzip
+constexpr hsize_t kLarge = 65536;  // bytes of what lies at whole blocks of the disk
 constexpr hsize_t kRowChunk = 512; // numbers of a column that lie together
 constexpr size_t kHowText = 128;   // room for how the record ended
 constexpr size_t kKindText = 24, kEventText = 240;
@@ -55,6 +58,7 @@ private:
     int64_t require(int64_t result) const { return requireHdf5(result, path_); }
     void create();
     void mark();
+    size_t addPixels(const RecordedFrame& frame); // how many bytes they take
     void makeGroups(Hdf5Maker& maker, const Frame& first, const RecordOptions& options);
     void makeSettings(Hdf5Maker& maker, const Snapshot& settings);
     void makeColumns(Hdf5Maker& maker);
@@ -65,6 +69,7 @@ private:
     const std::string path_;
     const hsize_t rows_, frameColumns_;
     WriterLock lock_;
+    std::unique_ptr<DirectWriter> writer_;
     Hdf5Id file_, pixels_;
     Hdf5Id kindType_ = hdf5Text(kKindText), textType_ = hdf5Text(kEventText);
     std::vector<Hdf5Column> columns_; // as recordColumns()
@@ -84,14 +89,16 @@ Hdf5Record::Hdf5Record(const std::string& path, const RecordOptions& options, co
     Hdf5Maker maker(file_, path_);
     makeGroups(maker, first, options);
     makeSettings(maker, first.facts().settings);
+    const bool isGzip = options.compression == Compression::Gzip;
     pixels_ = maker.growing(inDetector("data"), pixelType(first.bits()), {rows_, frameColumns_}, 1,
-                            options.compression == Compression::Gzip ? kLevel : 0);
+                            isGzip ? kLevel : 0, !isGzip);
     maker.attribute(inDetector("data"), "units", "adu");
     maker.attribute(inDetector("data"), "interpretation", "image");
     maker.link(inDetector("data"), "/entry/data/data");
     makeColumns(maker);
     require(H5Fstart_swmr_write(file_));
     mark();
+    writer_ = std::make_unique<DirectWriter>(path_, lock_.descriptor());
 }
 
 void Hdf5Record::create()
@@ -99,6 +106,7 @@ void Hdf5Record::create()
     const Hdf5Id access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
     require(H5Pset_libver_bounds(access, H5F_LIBVER_LATEST, H5F_LIBVER_LATEST));
     require(H5Pset_fclose_degree(access, H5F_CLOSE_STRONG));
+    require(H5Pset_alignment(access, kLarge, DirectWriter::kBlock));
     file_ = Hdf5Id(H5Fcreate(path_.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, access), H5Fclose);
     require(file_);
 }
@@ -188,14 +196,34 @@ void Hdf5Record::makeColumns(Hdf5Maker& maker)
     eventText_ = column(maker, events + "text", textType_);
 }
 
-void Hdf5Record::add(const RecordedFrame& frame)
+// As they are, they go to their place past the library, which would take them through the system's
+// memory.
+size_t Hdf5Record::addPixels(const RecordedFrame& frame)
 {
-    const void* const pixels = frame.encoded.size() > 0 ? frame.encoded.data() : frame.frame.data();
-    const size_t count = frame.encoded.size() > 0 ? frame.encoded.size() : frame.frame.bytes();
     const hsize_t size[] = {added_ + 1, rows_, frameColumns_};
     const hsize_t offset[] = {added_, 0, 0};
     require(H5Dset_extent(pixels_, size));
-    require(H5Dwrite_chunk(pixels_, H5P_DEFAULT, 0, offset, count, pixels));
+    if (frame.encoded.size() > 0) {
+        require(H5Dwrite_chunk(pixels_, H5P_DEFAULT, 0, offset, frame.encoded.size(),
+                               frame.encoded.data()));
+        return frame.encoded.size();
+    }
+    const size_t count = frame.frame.bytes();
+    unsigned filters = 0;
+    haddr_t place = HADDR_UNDEF;
+    hsize_t room = 0;
+    require(H5Dget_chunk_info_by_coord(pixels_, offset, &filters, &place, &room));
+    if (place != HADDR_UNDEF && room == count) {
+        writer_->write(place, static_cast<const char*>(frame.frame.data()), count);
+    } else {
+        require(H5Dwrite_chunk(pixels_, H5P_DEFAULT, 0, offset, count, frame.frame.data()));
+    }
+    return count;
+}
+
+void Hdf5Record::add(const RecordedFrame& frame)
+{
+    const size_t count = addPixels(frame);
     for (size_t i = 0; i < columns_.size(); ++i) {
         std::visit(
             [&](auto valueOf) {

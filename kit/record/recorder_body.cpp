@@ -182,6 +182,7 @@ void Recorder::Body::begin(const RecordedFrame& first)
     lastLook = {};
     file = kind.make(name, options, first);
     lastFlush = Clock::now();
+    added = 0;
     std::lock_guard<std::mutex> guard(lock);
     books.files.push_back({name, 0, 0});
 }
@@ -215,7 +216,7 @@ void Recorder::Body::requireRoom(const RecordedFrame& frame)
 
 void Recorder::Body::add(RecordedFrame frame)
 {
-    if (file && options.split != 0 && file->frames() > 0 && file->bytes() >= options.split) {
+    if (file && options.split != 0 && added > 0 && file->bytes() >= options.split) {
         end({"split", frame.frame.facts().dropped});
     }
     if (!file) begin(frame);
@@ -225,6 +226,7 @@ void Recorder::Body::add(RecordedFrame frame)
     }
     requireRoom(frame);
     file->add(frame);
+    ++added;
     isFlushed = false;
     count(facts, frame.frame.bytes());
     std::lock_guard<std::mutex> guard(lock);

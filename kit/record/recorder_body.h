@@ -56,6 +56,7 @@ struct Recorder::Body {
     bool isFlushed = true;
     Clock::time_point lastFlush, lastLook;
     uint64_t room = kRoomUnknown, sizeAtLook = 0;
+    uint64_t added = 0; // frames, to the file
 
     mutable std::mutex lock;
     mutable std::condition_variable changed;

@@ -2,6 +2,7 @@
 #include "containers/record_columns.h"
 #include "fits/fits_header.h"
 #include "verify/fits_parts.h"
+#include "verify/frame_cards.h"
 #include "verify/record_reader.h"
 #include "verify/tile_reader.h"
 
@@ -36,10 +37,21 @@ public:
             std::reverse(pixels->begin() + static_cast<std::ptrdiff_t>(i),
                          pixels->begin() + static_cast<std::ptrdiff_t>(i + width));
         }
+        if (part.has("BLANK")) clearBlank(part.number("BLANK") + part.number("BZERO"), pixels);
         return true;
     }
 
 private:
+    // Pixels that did not come were 0 in memory.
+    void clearBlank(int64_t blank, std::vector<char>* pixels) const
+    {
+        const auto width = static_cast<size_t>(record_.bits / 8);
+        for (size_t i = 0; i < pixels->size(); i += width) {
+            if (std::memcmp(pixels->data() + i, &blank, width) != 0) continue;
+            std::memset(pixels->data() + i, 0, width);
+        }
+    }
+
     FitsParts parts_;
     const ReadRecord& record_;
 };
@@ -124,27 +136,32 @@ void checkCount(int64_t frames, ReadRecord* record)
 // A file of one frame says of itself what a table would.
 void readOneFrame(const FitsPart& part, ReadRecord* record)
 {
-    ReadRow row;
-    const auto take = [&](const char* word, const char* name) {
-        if (part.has(word)) row.numbers[name] = part.number(word);
-    };
-    take("FRAMENO", "number");
-    take("READOUT", "readout");
-    take("PIXSUM", "sum");
-    take("SIMSUM", "sim_sum");
-    take("NPACKETS", "packets");
-    take("NMISSING", "packets_missing");
-    take("NMISPLAC", "packets_misplaced");
-    take("NDAMAGED", "packets_damaged");
-    take("NDROPPED", "dropped");
-    take("NMISSROW", "missing_rows_count");
-    row.numbers["complete"] = part.text("COMPLETE") == "T" ? 1 : 0;
-    if (!part.has("BLANK") && !parseRanges(part.text("MISSROWS"), &row.missingRows)) {
-        row.areRowsCut = true;
-    }
-    if (part.has("BLANK")) row.areRowsCut = true;
+    const bool isText = part.has("NMISSROW") && part.has("MISSROWS");
+    ReadRow row = readFrameCards(part);
+    if (isText && row.areRowsCut) record->find("rows", "its list of missing rows is none", 0);
+    checkTimeCards(part, 0, record);
     record->ended = "complete";
     record->frames.push_back(std::move(row));
+}
+
+// Compressed: an extension for each frame, and then the table.
+void checkExtensions(const FitsParts& parts, ReadRecord* record)
+{
+    size_t images = 0;
+    for (const FitsPart& part : parts.parts()) {
+        if (part.has("ZIMAGE")) ++images;
+    }
+    const size_t frames = record->frames.size();
+    if (images != frames && (record->ended != "running" || images < frames)) {
+        record->find("file", "has " + std::to_string(images) + " images, and " +
+                                 std::to_string(frames) + " frames");
+    }
+    for (size_t i = 0; i < frames && i + 1 < parts.parts().size(); ++i) {
+        const FitsPart& part = parts.parts()[i + 1];
+        if (!part.has("ZIMAGE")) return;
+        compareFrameCards(part, record->frames[i], static_cast<int64_t>(i), record);
+        checkTimeCards(part, static_cast<int64_t>(i), record);
+    }
 }
 
 } // namespace
@@ -167,6 +184,7 @@ std::unique_ptr<PixelReader> readFits(const std::string& path, ReadRecord* recor
     }
     if (first.number("NAXIS") == 0 && first.has("RECFRAME")) {
         checkCount(first.number("RECFRAME"), record);
+        checkExtensions(parts, record);
         return readTiles(path, record);
     }
     record->columns = static_cast<int>(first.number("NAXIS1"));

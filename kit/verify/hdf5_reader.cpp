@@ -142,6 +142,9 @@ void readMissing(const Hdf5Pixels& file, ReadRecord* record)
 
 std::unique_ptr<PixelReader> readHdf5(const std::string& path, ReadRecord* record)
 {
+    if (H5Fis_hdf5(path.c_str()) == 0) {
+        throw Error(ErrorKind::File, path + ": is no HDF5 file", EINVAL);
+    }
     auto file = std::make_unique<Hdf5Pixels>(path, *record);
     const std::vector<hsize_t> shape = file->pixelShape();
     if (shape.size() != 3) throw Error(ErrorKind::File, path + ": holds no frames", EINVAL);

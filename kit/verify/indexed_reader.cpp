@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
 
 namespace vxcam {
@@ -15,6 +16,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr uint64_t kSerHead = 178;
+const std::string kSerMagic = "LUCAM-RECORDER";
 constexpr int64_t kTick = 100;                      // ns
 constexpr int64_t kEpoch = 621'355'968'000'000'000; // ticks from the year 1 to 1970
 
@@ -85,7 +87,10 @@ void takeHead(const Json& line, ReadRecord* record)
 void readIndex(const std::string& path, ReadRecord* record)
 {
     std::ifstream index(path);
-    if (!index) throw Error(ErrorKind::File, path + ": cannot be read", errno);
+    if (!index) {
+        throw Error(ErrorKind::File, path + ": the index cannot be read: " + std::strerror(errno),
+                    errno);
+    }
     int number = 0;
     for (std::string text; std::getline(index, text);) {
         ++number;
@@ -131,6 +136,13 @@ void checkRaw(FilePixels& file, ReadRecord* record)
 void checkSer(FilePixels& file, ReadRecord* record)
 {
     checkOffsets(record, kSerHead, true);
+    std::string magic(kSerMagic.size(), '\0');
+    if (!file.bytes(0, magic.data(), magic.size()) || magic != kSerMagic) {
+        record->find("file", "it does not begin as SER files do");
+    }
+    if (file.number(18, 4) != 0 || file.number(22, 4) != 0) {
+        record->find("file", "its head says that pixels are not gray, or not low byte first");
+    }
     const uint64_t frames = record->frames.size();
     const bool isShape = file.number(26, 4) == static_cast<uint64_t>(record->columns) &&
                          file.number(30, 4) == static_cast<uint64_t>(record->rows) &&
@@ -154,6 +166,8 @@ void checkSer(FilePixels& file, ReadRecord* record)
 void checkTiff(FilePixels& file, ReadRecord* record)
 {
     checkOffsets(record, 16, false);
+    constexpr uint64_t start = 0x0008'002B'4949; // II, 43, eight bytes an offset, low byte first
+    if (file.number(0, 8) != start) record->find("file", "it does not begin as BigTIFF files do");
     uint64_t page = file.number(8, 8);
     size_t count = 0;
     for (; page != 0 && count < record->frames.size(); ++count) {
@@ -164,7 +178,8 @@ void checkTiff(FilePixels& file, ReadRecord* record)
         }
         const bool isIt = tags[256] == static_cast<uint64_t>(record->columns) &&
                           tags[257] == static_cast<uint64_t>(record->rows) &&
-                          tags[258] == static_cast<uint64_t>(record->bits) &&
+                          tags[258] == static_cast<uint64_t>(record->bits) && tags[259] == 1 &&
+                          tags[262] == 1 && tags[277] == 1 &&
                           tags[273] == record->frames[count].offset &&
                           tags[279] == record->frameBytes();
         if (!isIt) {

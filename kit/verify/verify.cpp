@@ -7,7 +7,10 @@
 #include <vxcamkit/error.h>
 #include <vxcamkit/recorder.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <numeric>
@@ -154,6 +157,10 @@ void Verifier::checkOrder(const ReadRow& row, const ReadRow& before)
     if (row["dropped"] < before["dropped"]) {
         find("dropped", "fewer frames were dropped before it than before the last one");
     }
+    if (row["readout"] < before["readout"]) {
+        find("number",
+             "it is of readout " + of(row["readout"]) + " behind one of " + of(before["readout"]));
+    }
     if (row["readout"] != before["readout"]) return;
     const int64_t dropped = row["dropped"] - before["dropped"];
     const int64_t gap = row["number"] - before["number"] - 1;
@@ -202,6 +209,16 @@ void Verifier::checkFrame(size_t at, bool isRead, const std::vector<char>& pixel
     if (at > 0) checkOrder(row, record_.frames[at - 1]);
 }
 
+void requireContent(const std::string& path)
+{
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        throw Error(ErrorKind::File, path + ": " + std::strerror(errno), errno);
+    }
+    if (S_ISDIR(status.st_mode)) throw Error(ErrorKind::File, path + ": is a folder", EISDIR);
+    if (status.st_size == 0) throw Error(ErrorKind::File, path + ": is empty", EINVAL);
+}
+
 std::unique_ptr<PixelReader> readerOf(const std::string& path, ReadRecord* record)
 {
     const std::optional<RecordFormat> format = recordFormatOf(path);
@@ -212,6 +229,7 @@ std::unique_ptr<PixelReader> readerOf(const std::string& path, ReadRecord* recor
         throw Error(ErrorKind::Usage, path + ": this kit was built without " + nameOf(*format));
     }
     record->format = nameOf(*format);
+    requireContent(path);
     if (*format == RecordFormat::Fits) return readFits(path, record);
     if (*format == RecordFormat::Hdf5) return readHdf5(path, record);
     return readIndexed(path, record);

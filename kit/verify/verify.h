@@ -40,6 +40,12 @@ struct VerifyOptions {
 // read at all, Error{Usage} for a name that says no format.
 VXCAMKIT_EXPORT Verdict verifyRecord(const std::string& path, const VerifyOptions& options = {});
 
+// What is wrong between two FITS files of a frame whose names differ in their last number alone,
+// by one, such as a frame that is missing between them or that is there twice. Nothing for others,
+// and for readouts that began anew.
+VXCAMKIT_EXPORT std::vector<Finding> verifyOrder(const std::string& path,
+                                                 const std::string& before);
+
 } // namespace vxcam
 
 #endif

@@ -112,8 +112,8 @@ def ser(path):
         assert head['frames'] >= rows and head['begin'][1] == 621355968000000000 + 17000000010000000
         pixels = int(head['columns']) * int(head['rows'])
         file.seek(178 + rows * pixels * (int(head['bits']) // 8))
-        times = np.frombuffer(file.read(), '<i8')
-        if ended != 'running':
+        if ended != 'running': # else a part of another frame may be there
+            times = np.frombuffer(file.read(), '<i8')
             assert list(times) == [621355968000000000 + 17000000000000000 + (n + 1) * 10**7 for n in range(rows)]
     return rows, ended
 for path in sys.argv[1:]:

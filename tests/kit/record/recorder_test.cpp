@@ -196,7 +196,7 @@ struct Shared {
     if (isRice) options.compression = Compression::Rice;
     Recorder recorder(path, options);
     for (int i = 1;; ++i) {
-        if (!recorder.write(numbered<uint16_t>(i, 24, 40))) ::_exit(1);
+        if (!recorder.write(numbered<uint16_t>(i, 160, 208))) ::_exit(1);
         shared->flushed = recorder.books().flushed;
         std::this_thread::sleep_for(std::chrono::microseconds(500)); // as a camera takes its time
     }

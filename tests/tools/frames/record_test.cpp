@@ -205,6 +205,46 @@ TEST_F(Record, SaysBeforeTheExposureThatTheDiskIsTooSmall)
     EXPECT_TRUE(mFolder.Names().empty());
 }
 
+TEST_F(Record, SaysBeforeTheExposureThatSerTakesNoPixelsOf32Bits)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "1h", "-n", "1", "--binned", "-o", "a.ser"}, In(mFolder));
+    EXPECT_EQ(run.Exit(), 1);
+    EXPECT_THAT(run.Errors(), HasSubstr("a.ser: SER files take pixels of 16 bits at most"));
+    EXPECT_TRUE(mFolder.Names().empty());
+}
+
+TEST_F(Record, BeginsAFileForEachFrameWhenOneIsLargerThanAFileMayBe)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "1ms", "-n", "3", "-o", "a.raw", "--split", "1", "--json"},
+              In(mFolder));
+    EXPECT_EQ(run.Exit(), 0) << run.Errors();
+    const nlohmann::json document = run.Document();
+    ASSERT_EQ(document["files"].size(), 3u);
+    for (const nlohmann::json& file : document["files"]) {
+        EXPECT_EQ(file["frames"], 1);
+    }
+}
+
+TEST(RecordProof, SaysWhyAFileCannotBeRead)
+{
+    const tcFolder folder;
+    std::ofstream(folder.Path("empty.h5")).close();
+    std::ofstream(folder.Path("none.h5")) << "no HDF5";
+    std::ofstream(folder.Path("alone.raw")) << "pixels";
+    const auto errors = [&](const std::string& file) {
+        tcRun run({"verify", file}, In(folder));
+        EXPECT_EQ(run.Exit(), 5);
+        return run.Errors();
+    };
+    EXPECT_THAT(errors("gone.h5"), HasSubstr("gone.h5: No such file or directory"));
+    EXPECT_THAT(errors("empty.h5"), HasSubstr("empty.h5: is empty"));
+    EXPECT_THAT(errors("none.h5"), HasSubstr("none.h5: is no HDF5 file"));
+    EXPECT_THAT(errors("alone.raw"),
+                HasSubstr("alone.raw.jsonl: the index cannot be read: No such file"));
+}
+
 TEST_F(Record, CountsFramesThatAreDropped)
 {
     const std::string target = Start();

@@ -16,6 +16,8 @@ namespace {
 void ExpectSimulated(const nlohmann::json& document, double gain)
 {
     EXPECT_NEAR(document["gain_e_per_adu"].get<double>(), gain, 0.03 * gain);
+    EXPECT_LT(document["gain_uncertainty_e_per_adu"].get<double>(), 0.03 * gain);
+    EXPECT_GT(document["gain_uncertainty_e_per_adu"].get<double>(), 0);
     EXPECT_NEAR(document["read_noise_e"].get<double>(), 6, 0.03 * 6);
     const double well = (65535 - 1000) * gain;
     ASSERT_TRUE(document["full_well_e"].is_number());

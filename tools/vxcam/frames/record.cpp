@@ -47,6 +47,7 @@ private:
     void CheckArguments();
     uint64_t FrameBytes(const vxcam::Size& sensor) const; // at most
     void DivideBuffer(uint64_t frameBytes);
+    void RequireBits() const;
     void RequireRoom(uint64_t frameBytes) const;
     void Record(vxcam::Camera& camera, tcProgress& progress);
     bool Step(vxcam::Stream& stream, vxcam::Recorder& recorder, tcProgress& progress);
@@ -135,6 +136,16 @@ void tcRecord::DivideBuffer(uint64_t frameBytes)
     const uint64_t count = std::min(wanted / frameBytes - copies, gnMostBuffers);
     mtPlan.buffers = static_cast<int>(count);
     mtOptions.most = static_cast<size_t>(count / 2);
+}
+
+// Before an exposure that may be long.
+void tcRecord::RequireBits() const
+{
+    const bool isArea = mtPlan.kind == vxcam::ReadoutKind::Area;
+    if (vxcam::recordFormatOf(msOutput) != vxcam::RecordFormat::Ser ||
+        (isArea && mtPlan.bits <= 16))
+        return;
+    throw tcFailure(eExitUsage, msOutput + ": SER files take pixels of 16 bits at most");
 }
 
 void tcRecord::RequireRoom(uint64_t frameBytes) const
@@ -289,6 +300,7 @@ void tcRecord::Run()
     vxcam::Camera camera = OpenCamera(mtCommon);
     mPlanOptions.CheckAreas(mtPlan, camera.sensor());
     mtPlan.kind = camera.kindOf(mtPlan);
+    RequireBits();
     const uint64_t frameBytes = FrameBytes(camera.sensor());
     DivideBuffer(frameBytes);
     RequireRoom(frameBytes);

@@ -33,6 +33,7 @@ private:
 
     std::vector<std::string> maFiles;
     std::string msTruth;
+    std::string msBefore; // the file that was looked at last
     bool mbQuiet = false;
     size_t mnBad = 0;
     size_t mnUnread = 0;
@@ -98,7 +99,9 @@ void tcVerify::TakeUnread(const std::string& path, const vxcam::Error& error)
 void tcVerify::Verify(const std::string& path, const vxcam::VerifyOptions& options)
 {
     try {
-        const vxcam::Verdict verdict = vxcam::verifyRecord(path, options);
+        vxcam::Verdict verdict = vxcam::verifyRecord(path, options);
+        const std::vector<vxcam::Finding> order = vxcam::verifyOrder(path, msBefore);
+        verdict.findings.insert(verdict.findings.end(), order.begin(), order.end());
         Take(verdict);
         if (!mbJson && !mbQuiet) Print(verdict);
     } catch (const vxcam::Error& error) {
@@ -115,6 +118,7 @@ void tcVerify::Run()
     for (const std::string& path : maFiles) {
         ThrowIfInterrupted();
         Verify(path, options);
+        msBefore = path;
     }
     const std::string all = " of " + std::to_string(maFiles.size()) + " files ";
     if (mnUnread > 0) {

@@ -184,6 +184,10 @@ void tcPtc::Measure(tcShots& shots)
 void tcPtc::Describe(const vxcam::PhotonTransfer& result)
 {
     mDocument["gain_e_per_adu"] = result.gain;
+    mDocument["gain_uncertainty_e_per_adu"] = nullptr;
+    if (const auto error = vxcam::gainUncertainty(result, mtDark, maFlats)) {
+        mDocument["gain_uncertainty_e_per_adu"] = *error;
+    }
     mDocument["read_noise_e"] = result.readNoise;
     mDocument["full_well_e"] = nullptr;
     mDocument["full_well_limit"] = nullptr;
@@ -224,6 +228,10 @@ void tcPtc::Print(const vxcam::PhotonTransfer& result) const
     char line[160];
     std::snprintf(line, sizeof line, "gain        %.4f electrons/ADU (pairs with *)", result.gain);
     PrintLine(line);
+    if (const auto error = vxcam::gainUncertainty(result, mtDark, maFlats)) {
+        std::snprintf(line, sizeof line, "            +/- %.4f, by their scatter", *error);
+        PrintLine(line);
+    }
     std::snprintf(line, sizeof line, "read noise  %.2f electrons", result.readNoise);
     PrintLine(line);
     if (!result.fullWell) {

@@ -177,6 +177,7 @@ const std::vector<tsVerb>& Verbs()
         {"trigger", "trigger a camera that another vxcam reads out", gsTriggerExamples,
          MakeTrigger},
         {"watch", "tell what a camera sends unasked", gsWatchExamples, MakeWatch},
+        {"view", "watch and control a camera in the browser", gsViewExamples, MakeView},
         {"daemons", "find processes that can be looked into", gsDaemonsExamples, MakeDaemons},
         {"log", "read, redirect and follow the loggers of a process", gsLogExamples, MakeLog},
         {"logsink", "receive what loggers send", gsLogSinkExamples, MakeLogSink},

@@ -135,6 +135,7 @@ std::unique_ptr<tcVerb> MakeReplay();
 std::unique_ptr<tcVerb> MakeSet();
 std::unique_ptr<tcVerb> MakeTrigger();
 std::unique_ptr<tcVerb> MakeVerify();
+std::unique_ptr<tcVerb> MakeView();
 std::unique_ptr<tcVerb> MakeWatch();
 
 extern const char* const gsCaptureExamples;
@@ -161,6 +162,7 @@ extern const char* const gsReplayExamples;
 extern const char* const gsSetExamples;
 extern const char* const gsTriggerExamples;
 extern const char* const gsVerifyExamples;
+extern const char* const gsViewExamples;
 extern const char* const gsWatchExamples;
 
 #endif
