@@ -1,5 +1,6 @@
 #include "wire/wire_player.h"
 
+#include "wire/player_socket.h"
 #include "wire/wire_messages.h"
 
 #include <vxcamkit/error.h>
@@ -9,11 +10,11 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <map>
 
 namespace vxcam {
@@ -26,7 +27,6 @@ using Seconds = std::chrono::duration<double>;
 constexpr size_t kAhead = 512;                      // events that are looked at
 constexpr std::chrono::milliseconds kStep(50);      // between two looks whether to stop
 constexpr std::chrono::milliseconds kPatience(500); // with a client that leaves messages out
-constexpr std::chrono::milliseconds kEarly(20);     // that an answer may stand before its question
 constexpr Seconds kFar(1e9);                        // for times that are nonsense
 
 // Of any two times.
@@ -35,26 +35,17 @@ Seconds secondsBetween(SteadyTime from, SteadyTime to)
     return Seconds(to.time_since_epoch()) - Seconds(from.time_since_epoch());
 }
 
-// An open socket, or -1.
-class Socket
+bool isLaterReceived(const WireEvent& event, SteadyTime time)
 {
-public:
-    Socket() = default;
-    ~Socket() { reset(-1); }
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
+    const bool isPiece =
+        event.kind == WireEvent::Kind::Message || event.kind == WireEvent::Kind::Stray;
+    return isPiece && !event.piece.isSent && event.time.steady > time;
+}
 
-    int get() const { return descriptor_; }
-    bool isOpen() const { return descriptor_ >= 0; }
-    void reset(int descriptor)
-    {
-        if (descriptor_ >= 0) ::close(descriptor_);
-        descriptor_ = descriptor;
-    }
-
-private:
-    int descriptor_ = -1;
-};
+bool isMessage(const WireEvent& event, bool isSent)
+{
+    return event.kind == WireEvent::Kind::Message && event.piece.isSent == isSent;
+}
 
 } // namespace
 
@@ -66,14 +57,13 @@ struct WirePlayer::Body {
 
     std::string path;
     PlayOptions options;
-    Socket listener, client;
+    PlayerSocket listener, client;
     uint16_t port = 0;
 
     std::unique_ptr<WireEvents> events;
     std::deque<Item> ahead;
     std::unique_ptr<WireSplitter> heard;
     std::map<uint32_t, std::string> answers; // the last of each id
-    std::map<uint32_t, int> owed;            // answers to what the client asked
     Clock::time_point anchor, stalled;       // now, and when it began to wait for the client
     SteadyTime anchored;                     // what the anchor is in the recording
     bool isStalled = false, isCut = false;
@@ -90,7 +80,6 @@ struct WirePlayer::Body {
     bool send(const std::string& bytes);
     void fill();
     void takeAhead(WireEvent event);
-    void settle();
     bool step();
     bool stepSent(const Item& item);
     bool stepReceived(const Item& item);
@@ -124,7 +113,6 @@ void WirePlayer::Body::begin()
     events = std::make_unique<WireEvents>(WireReader(path));
     ahead.clear();
     answers.clear();
-    owed.clear();
     books = {};
     isStalled = isCut = hasLeft = isBehindGap = false;
     fill();
@@ -165,8 +153,7 @@ void WirePlayer::Body::takeCommand(const WirePiece& piece)
     const auto find = [&](bool isSame) {
         return std::find_if(ahead.begin(), ahead.end(), [&](const Item& item) {
             const WirePiece& recorded = item.event.piece;
-            return item.event.kind == WireEvent::Kind::Message && recorded.isSent && !item.isMet &&
-                   recorded.id() == piece.id() &&
+            return isMessage(item.event, true) && !item.isMet && recorded.id() == piece.id() &&
                    (!isSame || recorded.payload() == piece.payload());
         });
     };
@@ -227,7 +214,13 @@ void WirePlayer::Body::takeAhead(WireEvent event)
     const bool isReceived = !event.piece.isSent;
     if (event.kind == Kind::Stray && isReceived && isBehindGap) return;
     if (event.kind == Kind::Message && isReceived) isBehindGap = false;
-    ahead.push_back({std::move(event)});
+    // What the camera did upon a message may have been noted before that, but is later.
+    auto place = ahead.end();
+    while (isMessage(event, true) && place != ahead.begin() &&
+           isLaterReceived(std::prev(place)->event, event.time.steady)) {
+        --place;
+    }
+    ahead.insert(place, {std::move(event)});
 }
 
 void WirePlayer::Body::setAnchor(SteadyTime recorded)
@@ -243,30 +236,11 @@ Clock::time_point WirePlayer::Body::dueOf(SteadyTime recorded) const
     return anchor + std::chrono::duration_cast<Clock::duration>(std::clamp(since, -kFar, kFar));
 }
 
-// An answer that was noted before its question is played behind it.
-void WirePlayer::Body::settle()
-{
-    const WireEvent& front = ahead.front().event;
-    if (front.kind != WireEvent::Kind::Message || front.piece.isSent) return;
-    const uint32_t id = front.piece.id();
-    if (owed[id] > 0) return;
-    const auto question = std::find_if(ahead.begin(), ahead.end(), [&](const Item& item) {
-        return item.event.kind == WireEvent::Kind::Message && item.event.piece.isSent &&
-               wireAnswer(item.event.piece.id()) == id;
-    });
-    if (question == ahead.end() ||
-        secondsBetween(front.time.steady, question->event.time.steady) > kEarly) {
-        return;
-    }
-    std::rotate(ahead.begin(), question, question + 1);
-}
-
 // False as long as the client has not sent it.
 bool WirePlayer::Body::stepSent(const Item& item)
 {
     if (item.isMet) {
         setAnchor(item.event.time.steady);
-        ++owed[wireAnswer(item.event.piece.id())];
         return true;
     }
     const bool wasLeftOut =
@@ -290,7 +264,6 @@ bool WirePlayer::Body::stepReceived(const Item& item)
     if (!send(piece.bytes)) return false;
     if (item.event.kind != WireEvent::Kind::Message) return true;
     ++books.played;
-    if (owed[piece.id()] > 0) --owed[piece.id()];
     answers[piece.id()] = piece.bytes;
     return true;
 }
@@ -301,7 +274,6 @@ bool WirePlayer::Body::step()
     fill();
     books.isOver = ahead.empty();
     if (ahead.empty() || !client.isOpen()) return false;
-    settle();
     const Item& item = ahead.front();
     const WireEvent& event = item.event;
     bool isDone = true;
@@ -326,9 +298,7 @@ int WirePlayer::Body::patience() const
 {
     if (ahead.empty() || !client.isOpen()) return static_cast<int>(kStep.count());
     const Item& item = ahead.front();
-    const bool isAwaited =
-        item.event.kind == WireEvent::Kind::Message && item.event.piece.isSent && !item.isMet;
-    if (isAwaited) return static_cast<int>(kStep.count());
+    if (isMessage(item.event, true) && !item.isMet) return static_cast<int>(kStep.count());
     const auto left = dueOf(item.event.time.steady) - Clock::now();
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(left).count() + 1;
     return static_cast<int>(std::clamp<int64_t>(ms, 1, kStep.count()));

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <vector>
 
@@ -178,8 +179,14 @@ std::optional<WireRecord> WireReader::Body::nextOfBlock()
 
 WireReader::WireReader(const std::string& path) : body_(std::make_unique<Body>())
 {
-    errno = 0;
     body_->path = path;
+    std::error_code none;
+    const auto status = std::filesystem::status(path, none);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+        throw Error(ErrorKind::File,
+                    path + ": is no regular file, which a recording is read from; save it as one");
+    }
+    errno = 0;
     body_->file = std::make_unique<std::ifstream>(path, std::ios::binary);
     if (!*body_->file) {
         const int error = errno;

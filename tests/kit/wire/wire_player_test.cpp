@@ -195,3 +195,23 @@ TEST(WirePlayer, SleepsWhileItWaitsForTheClient)
     }
     EXPECT_GT(Clock::now() - begin, std::chrono::milliseconds(200));
 }
+
+// A question is noted when it has been handed over, with the time before that.
+TEST(WirePlayer, SendsWhatCameOfAMessageBehindIt)
+{
+    const std::string heartbeat = wireMessage(0x69, low(0, 2) + low(250, 2) + low(200, 2)),
+                      packet = wireMessage(0x66, std::string(40, 'p')),
+                      command = wireMessage(0x36, std::string(12, '\0'));
+    Played played(wireHead() +
+                  wireBlock(0, 0, 0,
+                            wireRecord(2, 10, heartbeat) + wireRecord(2, 30, packet) +
+                                wireRecord(2, 31, packet) + wireRecord(3, 20, command),
+                            4) +
+                  wireEnd(1));
+    EXPECT_EQ(played.link().Read().Id, 0x69u);
+    EXPECT_TRUE(played.link().Silent(200)) << "was not asked for";
+    played.link().SendBytes(tBytes(command.begin(), command.end()));
+    EXPECT_EQ(played.link().Read().Id, 0x66u);
+    EXPECT_EQ(played.link().Read().Id, 0x66u);
+    EXPECT_EQ(played.finish().taken, 1u);
+}

@@ -1,10 +1,13 @@
 // Recordings of the wire, read again: whole, cut off and damaged ones.
+#include "record_support.h"
 #include "wire_support.h"
 
 #include <vxcamkit/error.h>
 #include <vxcamkit/wire_reader.h>
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 #include <sstream>
 #include <vector>
@@ -168,4 +171,21 @@ TEST(WireReader, DoesNotReadBeyondABlock)
                                 low(0xFFFFFFF0, 4) + low(2, 1) + low(0, 3) + "short";
     const Seen seen = seenIn(wireHead() + wireBlock(0, kUtc, kSteady, records, 2) + wireEnd(1));
     EXPECT_EQ(seen.texts, (std::vector<std::string>{"2@0 good"}));
+}
+
+// Whole blocks are looked for behind what is not.
+TEST(WireReader, SaysThatPipesAndFoldersAreNoRegularFiles)
+{
+    const vxcam::Folder folder;
+    ASSERT_EQ(::mkfifo(folder.path("pipe").c_str(), 0600), 0);
+    for (const std::string& path : {folder.path("pipe"), folder.path("")}) {
+        try {
+            const WireReader reader(path);
+            ADD_FAILURE() << path;
+        } catch (const vxcam::Error& error) {
+            EXPECT_EQ(error.kind(), vxcam::ErrorKind::File);
+            EXPECT_EQ(error.what(), path + ": is no regular file, which a recording is read from; "
+                                           "save it as one");
+        }
+    }
 }
