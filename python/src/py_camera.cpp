@@ -118,9 +118,10 @@ std::unique_ptr<CoreStream, LetGo> start(const CoreCamera& self, const python::d
 {
     const std::shared_ptr<Camera>& camera = self.use();
     const Plan plan = planOf(given);
-    const Limit limit{std::min(patience.value_or(kUsualPatience), kUsualPatience),
-                      self.target() + ": the readout could not be started: the camera does not "
-                                      "answer. Is it still there?"};
+    const Limit limit{std::min(patience.value_or(kUsualPatience), kUsualPatience), [&self] {
+                          return self.target() + ": the readout could not be started: the camera "
+                                                 "does not answer. Is it still there?";
+                      }};
     Stream stream = interruptible([camera, plan] { return camera->stream(plan); }, limit);
     return std::unique_ptr<CoreStream, LetGo>(new CoreStream(camera, std::move(stream)));
 }

@@ -25,7 +25,7 @@ public:
     {}
 
     // Throws Error{Usage} in a forked child.
-    const std::shared_ptr<Camera>& use() const { return camera_.use("the camera " + target_); }
+    const std::shared_ptr<Camera>& use() const { return camera_.use("the camera", target_); }
     const std::string& target() const { return target_; }
     bool isForeign() const { return camera_.isForeign(); }
 
@@ -67,6 +67,7 @@ using CameraClass = pybind11::class_<CoreCamera, std::unique_ptr<CoreCamera, Let
 
 void addCamera(pybind11::module_& module);
 void addStream(pybind11::module_& module);
+void addRecords(pybind11::module_& module);
 // What of a camera stands in files of their own.
 void addCooler(CameraClass& camera);
 void addEvents(pybind11::module_& module, CameraClass& camera);

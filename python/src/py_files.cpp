@@ -23,19 +23,6 @@ python::bytes bytesOf(const FileBytes& file)
     return {file.data(), file.size()};
 }
 
-// Cards are texts as parseCard() takes them.
-HeaderOptions optionsOf(const std::string& software, const std::vector<std::string>& cards,
-                        bool withSettings)
-{
-    HeaderOptions options;
-    options.software = software;
-    options.settings = withSettings;
-    for (const std::string& card : cards) {
-        options.cards.push_back(parseCard(card));
-    }
-    return options;
-}
-
 FileFormat formatNamed(const std::string& name)
 {
     for (const FileFormat format : {FileFormat::Fits, FileFormat::Tiff, FileFormat::Preview}) {
@@ -97,25 +84,37 @@ Frame reduced(const Frame& frame, int most)
 
 } // namespace
 
+HeaderOptions headerOf(const std::string& software, const std::vector<std::string>& cards,
+                       bool withSettings)
+{
+    HeaderOptions options;
+    options.software = software;
+    options.settings = withSettings;
+    for (const std::string& card : cards) {
+        options.cards.push_back(parseCard(card));
+    }
+    return options;
+}
+
 void addFiles(python::class_<CoreFrame>& frame)
 {
     using Texts = std::vector<std::string>;
     frame
         .def("fits",
              [](const CoreFrame& self, const std::string& software, const Texts& cards) {
-                 const HeaderOptions options = optionsOf(software, cards, true);
+                 const HeaderOptions options = headerOf(software, cards, true);
                  return bytesOf(interruptible(
                      [frame = self, options] { return makeFits(frame.frame(), options); }));
              })
         .def("header_json",
              [](const CoreFrame& self, const std::string& software, const Texts& cards) {
-                 return headerJson(makeHeader(self.frame(), optionsOf(software, cards, true)));
+                 return headerJson(makeHeader(self.frame(), headerOf(software, cards, true)));
              })
         .def("write",
              [](const CoreFrame& self, const std::string& format, const python::object& path,
                 bool overwrite, const std::string& software, const Texts& cards) {
                  return writeFile(self, format, textFromPython(path), overwrite,
-                                  optionsOf(software, cards, true));
+                                  headerOf(software, cards, true));
              })
         .def("png", [](const CoreFrame& self, int most) {
             return bytesOf(interruptible([frame = self, most] {

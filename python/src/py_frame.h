@@ -5,11 +5,13 @@
 #include "py_process.h"
 
 #include <vxcamkit/frame.h>
+#include <vxcamkit/header.h>
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
 #include <string>
+#include <vector>
 
 namespace vxcam::py {
 
@@ -28,6 +30,10 @@ public:
 private:
     Owned<Frame> frame_;
 };
+
+// Cards are texts as parseCard() takes them.
+HeaderOptions headerOf(const std::string& software, const std::vector<std::string>& cards,
+                       bool withSettings);
 
 void addFrame(pybind11::module_& module);
 

@@ -37,6 +37,7 @@ void fill(python::module_ module)
     addStream(module);
     addCamera(module);
     addSimulator(module);
+    addRecords(module);
 }
 
 // The module, once filled. Its classes are there once in a process: who imports it again gets the

@@ -43,10 +43,10 @@ public:
 
     bool isForeign() const { return forks_ != forksSoFar(); }
 
-    // Throws Error{Usage} in a forked child.
-    const std::shared_ptr<Thing>& use(const std::string& what) const
+    // Throws Error{Usage} in a forked child: "the camera sim belongs to ...".
+    const std::shared_ptr<Thing>& use(const char* what, const std::string& name = {}) const
     {
-        if (isForeign()) refuseAfterFork(what);
+        if (isForeign()) refuseAfterFork(name.empty() ? what : what + (" " + name));
         return thing_;
     }
     // For what only reads memory.

@@ -15,26 +15,32 @@ namespace python = pybind11;
 namespace {
 
 // What takes many questions takes its time.
-Limit limitOf(const CoreCamera& self, const std::string& name, const char* what)
+std::optional<std::chrono::milliseconds> patienceFor(const std::string& name)
 {
-    const bool isMany = findProperty(name).property->cost == Cost::Many;
-    if (isMany) return {};
-    return {kUsualPatience, self.target() + ": " + what + " '" + name +
-                                "': the camera does not answer. Is it still there?"};
+    if (findProperty(name).property->cost == Cost::Many) return std::nullopt;
+    return kUsualPatience;
+}
+
+std::string silenceText(const CoreCamera& self, const char* what, const std::string& name)
+{
+    return self.target() + ": " + what + " '" + name +
+           "': the camera does not answer. Is it still there?";
 }
 
 python::object get(const CoreCamera& self, const std::string& name)
 {
-    return valueToPython(interruptible([camera = self.use(), name] { return camera->get(name); },
-                                       limitOf(self, name, "reading")));
+    const Limit limit{patienceFor(name), [&] { return silenceText(self, "reading", name); }};
+    return valueToPython(
+        interruptible([camera = self.use(), name] { return camera->get(name); }, limit));
 }
 
 python::object set(const CoreCamera& self, const std::string& name, const python::object& given)
 {
     const std::shared_ptr<Camera>& camera = self.use();
     const Value value = valueFromPython(name, given);
-    return valueToPython(interruptible([camera, name, value] { return camera->set(name, value); },
-                                       limitOf(self, name, "setting")));
+    const Limit limit{patienceFor(name), [&] { return silenceText(self, "setting", name); }};
+    return valueToPython(
+        interruptible([camera, name, value] { return camera->set(name, value); }, limit));
 }
 
 python::object checked(const CoreCamera& self, const std::string& name, const python::object& given)

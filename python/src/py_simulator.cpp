@@ -26,7 +26,7 @@ public:
 
     const std::shared_ptr<SimulatedCamera>& use() const
     {
-        return camera_.use("the simulated camera " + camera_.look().target());
+        return camera_.use("the simulated camera", camera_.look().target());
     }
     bool isForeign() const { return camera_.isForeign(); }
 

@@ -30,10 +30,9 @@ struct Desk {
     Desk& operator=(const Desk&) = delete;
 
     sem_t begin{}, done{};
-    std::function<void()> work;
+    std::shared_ptr<Job> job;
     std::atomic<bool> isLeft{false};
-    std::atomic<int> served{0}; // orders the work before its end for the thread sanitizer, too,
-                                // which does not know sem_clockwait()
+    std::atomic<int> served{0}; // orders the job before its end, beside the semaphores
     const int forks = forksSoFar();
 };
 
@@ -43,8 +42,8 @@ void serve(const std::shared_ptr<Desk>& desk)
         while (sem_wait(&desk->begin) != 0) {
         }
         if (desk->isLeft) return;
-        desk->work();
-        desk->work = nullptr;
+        desk->job->run();
+        desk->job = nullptr;
         desk->served.fetch_add(1, std::memory_order_release);
         sem_post(&desk->done);
     }
@@ -105,7 +104,7 @@ thread_local KeptDesk kept;
 
 } // namespace
 
-void runAside(std::function<void()> work, const Limit& limit)
+void runAside(std::shared_ptr<Job> job, const Limit& limit)
 {
     const auto start = std::chrono::steady_clock::now();
     std::shared_ptr<Desk> desk = std::exchange(kept.desk, nullptr);
@@ -113,13 +112,13 @@ void runAside(std::function<void()> work, const Limit& limit)
         new std::shared_ptr<Desk>(std::exchange(desk, nullptr)); // its thread stayed behind
     }
     if (!desk) desk = newDesk();
-    desk->work = std::move(work);
+    desk->job = std::move(job);
     sem_post(&desk->begin);
     try {
         while (!waitASlice(desk.get())) {
             checkSignals();
             if (limit.most && std::chrono::steady_clock::now() - start >= *limit.most) {
-                throw Error(ErrorKind::Timeout, limit.text);
+                throw Error(ErrorKind::Timeout, limit.text());
             }
         }
     } catch (...) {

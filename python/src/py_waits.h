@@ -26,13 +26,56 @@ inline constexpr std::chrono::milliseconds kUsualPatience(13000);
 // How long a wait may take: at most so long, then it throws Error{Timeout} with the text.
 struct Limit {
     std::optional<std::chrono::milliseconds> most;
-    std::string text;
+    std::function<std::string()> text;
 };
 
-// Runs the work on a thread of its own and waits for it. Throws pybind11::error_already_set when
-// the handler of a signal raised meanwhile, and as the limit says; the work goes on then, and
-// nobody waits for it. With the interpreter lock, which is free during the wait.
-void runAside(std::function<void()> work, const Limit& limit);
+// What another thread does meanwhile.
+class Job
+{
+public:
+    virtual ~Job() = default;
+    virtual void run() noexcept = 0;
+};
+
+// Runs the job on a thread of its own and waits for it. Throws pybind11::error_already_set when the
+// handler of a signal raised meanwhile, and as the limit says; the job goes on then, and nobody
+// waits for it. With the interpreter lock, which is free during the wait.
+void runAside(std::shared_ptr<Job> job, const Limit& limit);
+
+// Keeps what the work returns or throws; lets the work go on the thread that did it.
+template <class Work>
+class JobOf final : public Job
+{
+public:
+    using Result = decltype(std::declval<Work&>()());
+
+    explicit JobOf(Work work) : work_(std::move(work)) {}
+
+    void run() noexcept override
+    {
+        try {
+            if constexpr (std::is_void_v<Result>) {
+                (*work_)();
+            } else {
+                result_.emplace((*work_)());
+            }
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
+        work_.reset();
+    }
+
+    Result take()
+    {
+        if (failure_) std::rethrow_exception(failure_);
+        if constexpr (!std::is_void_v<Result>) return std::move(*result_);
+    }
+
+private:
+    std::optional<Work> work_;
+    std::optional<std::conditional_t<std::is_void_v<Result>, bool, Result>> result_;
+    std::exception_ptr failure_;
+};
 
 // Throws what the handler of a signal raised, if one came. With the interpreter lock.
 void checkSignals();
@@ -42,32 +85,13 @@ void checkSignals();
 template <class Work>
 auto interruptible(Work work, const Limit& limit = {}) -> decltype(work())
 {
-    using Result = decltype(work());
     if (!isMainThread() && !limit.most) {
         const pybind11::gil_scoped_release released;
         return work();
     }
-    using Held = std::conditional_t<std::is_void_v<Result>, bool, Result>;
-    struct Outcome {
-        std::optional<Held> result;
-        std::exception_ptr failure;
-    };
-    const auto outcome = std::make_shared<Outcome>();
-    runAside(
-        [outcome, work = std::make_shared<Work>(std::move(work))] {
-            try {
-                if constexpr (std::is_void_v<Result>) {
-                    (*work)();
-                } else {
-                    outcome->result.emplace((*work)());
-                }
-            } catch (...) {
-                outcome->failure = std::current_exception();
-            }
-        },
-        limit);
-    if (outcome->failure) std::rethrow_exception(outcome->failure);
-    if constexpr (!std::is_void_v<Result>) return std::move(*outcome->result);
+    const auto job = std::make_shared<JobOf<Work>>(std::move(work));
+    runAside(job, limit);
+    return job->take();
 }
 
 } // namespace vxcam::py

@@ -88,6 +88,13 @@ def test_a_closed_camera_says_so(camera):
     assert camera.closed and camera.statistics.bytes_received > 0
 
 
+def test_waiting_for_the_cooler_of_a_closed_camera_says_that_it_is_closed(camera):
+    camera.cooler.ramp_to(0)
+    camera.close()
+    with pytest.raises(vxcam.Aborted, match="the camera is closed"):
+        camera.cooler.wait(1)
+
+
 def test_a_file_that_is_there_is_no_error_of_the_camera(camera, tmp_path):
     frame = camera.grab()
     frame.to_fits(tmp_path / "a.fits")

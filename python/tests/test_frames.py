@@ -1,6 +1,7 @@
 """What a frame knows of itself."""
 
 import copy
+import fractions
 import gc
 import os
 import pickle
@@ -224,6 +225,26 @@ def test_a_pickled_frame_knows_what_could_not_be_set(camera, name, told):
     assert again.settings[name] == told or text in again.settings.text(name)
 
 
+def test_a_whole_number_of_thousands_of_digits_is_refused_by_its_name(camera):
+    with pytest.raises(vxcam.UsageError, match="header: AIRMASS.*18 digits"):
+        camera.grab().to_hdu(header={"AIRMASS": 10**5000})
+
+
+def test_times_settings_and_values_are_pickled_alone(camera):
+    frame = camera.grab()
+    times, settings = pickle.loads(pickle.dumps((frame.times, frame.settings)))
+    assert known_of(frame)["times"] == {name: getattr(times, name) for name in known_of(frame)["times"]}
+    assert dict(settings) == dict(frame.settings) and settings.text("gain") == frame.settings.text("gain")
+    camera.mirroring = (True, False)
+    again = pickle.loads(pickle.dumps(camera.mirroring))
+    assert again == (True, False) and again.horizontal is True
+
+
+def test_a_whole_number_in_a_header_is_kept_exactly(camera):
+    header = camera.grab().to_hdu(header={"MOST": 10**18 - 1, "LEAST": 1 - 10**18}).header
+    assert (header["MOST"], header["LEAST"]) == (999999999999999999, -999999999999999999)
+
+
 def test_a_copy_of_a_frame_is_the_frame(camera):
     frame = camera.grab()
     assert copy.copy(frame) is frame and copy.deepcopy(frame) is frame
@@ -234,7 +255,8 @@ def test_a_path_may_be_bytes(camera, tmp_path):
     assert os.listdir(os.fsencode(tmp_path)) == [b"by\xff.fits"]
 
 
-@pytest.mark.parametrize("value", [None, float("nan"), float("inf"), (1, "a", "b"), [1], (None, "nothing")])
+@pytest.mark.parametrize("value", [None, float("nan"), float("inf"), (1, "a", "b"), [1], (None, "nothing"),
+                                   10**18, -(10**400), fractions.Fraction(10**400, 3)])
 def test_a_card_that_cannot_be_is_refused_by_its_name(camera, tmp_path, value):
     with pytest.raises(vxcam.UsageError, match="header: AIRMASS"):
         camera.grab().to_fits(tmp_path / "a.fits", header={"AIRMASS": value})

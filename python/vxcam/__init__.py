@@ -31,6 +31,7 @@ from ._errors import (
 from ._events import Event, Subscription, log
 from ._facts import Complaint, FrameStatistics, FrameTimes, Settings, Star
 from ._frame import Frame
+from ._recording import Finding, Record, RecordedFile, Recorder, Verdict, verify
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
 from ._simulator import Found, SentFrame, Simulator, discover
 from ._stream import AsyncStream, Progress, Stream
@@ -58,11 +59,12 @@ def __dir__() -> list[str]:
 
 __all__ = [
     "Aborted", "AccessError", "Area", "AsyncStream", "BusyError", "Camera", "CameraError",
-    "CameraTimeout", "Complaint", "Cooler", "CoolingState", "Error", "Event", "Found", "Frame",
+    "CameraTimeout", "Complaint", "Cooler", "CoolingState", "Error", "Event", "Finding", "Found", "Frame",
     "FrameStatistics", "FrameTimes", "Identity", "IncompleteFrame", "LinkCheck", "LinkLost",
-    "NotFoundError", "Outcome", "Progress", "Properties", "Property", "SentFrame", "Setting",
-    "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "UsageError",
-    "__version__", "discover", "library_version", "log", "properties", "statistics",
+    "NotFoundError", "Outcome", "Progress", "Properties", "Property", "Record", "RecordedFile",
+    "Recorder", "SentFrame", "Setting",
+    "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "UsageError", "Verdict",
+    "__version__", "discover", "library_version", "log", "properties", "statistics", "verify",
 ]
 
 for _name in __all__:

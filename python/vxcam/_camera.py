@@ -7,16 +7,18 @@ import operator
 import os
 import threading
 from collections.abc import Iterable, Sequence
-from types import TracebackType
 from typing import Any, NoReturn, Optional, Protocol, Union
 
 from . import _events, _vxcam
 from ._cooler import Cooler, Seconds
 from ._errors import IncompleteFrame, UsageError
 from ._events import Handler, Subscription
+from ._facts import Header
 from ._frame import Frame, Path
 from ._properties import CameraProperties
+from ._recording import Record, Recorder, recorded
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
+from ._scope import Scope
 from ._stream import AsyncStream, Stream
 from ._table import Properties, known_name, properties, shown
 
@@ -30,6 +32,7 @@ class HasTarget(Protocol):
 
 _RESTORE = ("all", "none", "ask")
 _WHEN_FULL = ("wait", "drop")
+_MOST_FRAMES = 32767  # of a readout
 
 _totals = Statistics()  # of the cameras that were closed
 _totals_lock = threading.Lock()
@@ -91,7 +94,7 @@ def _plan(
     }
 
 
-class Camera(CameraProperties):
+class Camera(CameraProperties, Scope):
     """An open camera.
 
     `target` is "192.168.1.20:2000", "serial:17" for the camera with that serial number on the local
@@ -270,6 +273,44 @@ class Camera(CameraProperties):
             frames, buffers, when_full, exposure=exposure, bits=bits, area=area, timeout=timeout, type=type,
             kind=kind, binning=binning, regions=regions, mode=mode, settings=settings))
 
+    def record(
+        self,
+        path: Path,
+        frames: Optional[int] = None,
+        buffers: Optional[int] = None,
+        when_full: str = "wait",
+        *,
+        compress: str = "none",
+        split: int = 0,
+        overwrite: bool = False,
+        header: Optional[Header] = None,
+        reserve: int = 0,
+        exposure: Optional[Seconds] = None,
+        bits: Optional[int] = None,
+        area: Optional[Sequence[int]] = None,
+        timeout: Optional[Seconds] = None,
+        type: str = "light",
+        kind: Optional[str] = None,
+        binning: Union[int, Sequence[int], None] = None,
+        regions: Optional[Iterable[Sequence[int]]] = None,
+        mode: int = 0,
+    ) -> Record:
+        """Takes frames into one file and tells what is in it: `camera.record("night.h5", frames=100)`.
+
+        frames: how many; None or 0: until Ctrl-C, which ends the record and is raised.
+        buffers, when_full, timeout and the rest: as in stream(); compress, split, overwrite, header,
+            reserve: as of Recorder. What the camera tells meanwhile is written, too.
+
+        Frames that are incomplete are counted in the result. Raises what stream() and Recorder do;
+        what came before is in the file.
+        """
+        wanted = 0 if frames is None else operator.index(frames)
+        recorder = Recorder(path, compress=compress, split=split, overwrite=overwrite, header=header,
+                            reserve=reserve)
+        return recorded(self, recorder, wanted, lambda: self.stream(
+            0 if wanted > _MOST_FRAMES else wanted, buffers, when_full, exposure=exposure, bits=bits, area=area,
+            timeout=timeout, type=type, kind=kind, binning=binning, regions=regions, mode=mode))
+
     def abort(self) -> None:
         """Ends the readout that runs, if one does; whoever waits for its frames gets Aborted."""
         self._core.abort()
@@ -380,12 +421,7 @@ class Camera(CameraProperties):
             raise UsageError(f"{self._target}: the camera is closed")
         return self
 
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
+    def _leave(self, error: Optional[BaseException]) -> None:
         self.close()
 
     def __del__(self) -> None:

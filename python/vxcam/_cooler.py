@@ -5,7 +5,7 @@ from __future__ import annotations
 from datetime import timedelta
 from typing import Any, NamedTuple, Optional, Union
 
-from ._errors import CameraError, CameraTimeout, UsageError
+from ._errors import Aborted, CameraError, CameraTimeout, UsageError
 
 Seconds = Union[float, timedelta]
 
@@ -66,8 +66,11 @@ class Cooler:
         """Waits until the sensor has settled, or is warm, and returns the state.
 
         Raises CameraTimeout after `timeout` seconds (it goes on then), and CameraError when the
-        temperature is out of reach. Raises UsageError when nothing was begun, or it was stopped before.
+        temperature is out of reach. Raises UsageError when nothing was begun, or it was stopped before,
+        and Aborted when the camera is closed.
         """
+        if self._camera.closed:
+            raise Aborted(f"{self._camera.target}: the camera is closed, nothing is cooled any more")
         if self.state.phase == "idle":
             raise UsageError(f"{self._camera.target}: there is nothing to wait for, begin with ramp_to() or warm_up()")
         told = self._camera._core.wait_for_cooler(None if timeout is None else float(timeout))

@@ -10,11 +10,11 @@ import threading
 import weakref
 from collections.abc import Callable
 from datetime import datetime
-from types import TracebackType
 from typing import Any, NamedTuple, Optional
 
 from . import _vxcam
 from ._facts import utc
+from ._scope import Scope
 
 log = logging.getLogger("vxcam")
 """What cameras tell: below it are the loggers vxcam.link, vxcam.readout, vxcam.camera and vxcam.events,
@@ -50,7 +50,7 @@ def _event(facts: dict[str, Any]) -> Event:
     return Event(time=utc(facts["time_ns"]), **facts)
 
 
-class Subscription:
+class Subscription(Scope):
     """A handler that is called with the events of a camera, until end()."""
 
     def __init__(self, handler: Handler) -> None:
@@ -67,15 +67,7 @@ class Subscription:
         """Whether it was ended."""
         return self._handler is None
 
-    def __enter__(self) -> Subscription:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
+    def _leave(self, error: Optional[BaseException]) -> None:
         self.end()
 
     def _call(self, event: Event) -> None:

@@ -70,6 +70,9 @@ class FrameTimes:
     def __setattr__(self, name: str, value: object) -> None:
         raise AttributeError("the times of a frame are read-only")
 
+    def __reduce__(self) -> tuple[Any, ...]:
+        return FrameTimes, (self._facts,)
+
     @property
     def begin(self) -> datetime:
         """When the exposure began."""
@@ -154,8 +157,12 @@ class Settings(Mapping[str, Any]):
     """
 
     def __init__(self, entries: tuple[tuple[str, Any, str], ...]) -> None:
+        self._entries = entries
         self._values = {name: shown(name, value) for name, value, _ in entries}
         self._texts = {name: text for name, _, text in entries}
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return Settings, (self._entries,)
 
     def __getitem__(self, name: str) -> Any:
         return self._values[table_name(name)]
@@ -179,9 +186,18 @@ def _number(keyword: str, value: Any) -> str:
         number = float(value)
     except (TypeError, ValueError):
         raise UsageError(f"header: {keyword}: {value!r} is not possible, give a text, a number or a bool") from None
+    except OverflowError:
+        number = math.inf
     if not math.isfinite(number):
         raise UsageError(f"header: {keyword}: {value!r} is not possible, a card holds finite numbers")
     return repr(number)
+
+
+def _whole(keyword: str, value: int) -> str:
+    if abs(value) >= 10**18:
+        raise UsageError(f"header: {keyword}: a whole number of more than 18 digits is not possible,"
+                         " give a float or a text")
+    return str(value)
 
 
 def _card(keyword: str, value: Any) -> str:
@@ -195,7 +211,7 @@ def _card(keyword: str, value: Any) -> str:
     elif isinstance(value, str):
         text = "'" + value.replace("'", "''") + "'"
     elif hasattr(value, "__index__"):
-        text = str(int(value))
+        text = _whole(keyword, int(value))
     else:
         text = _number(keyword, value)
     return f"{keyword}={text}" + (f"/{comment}" if comment else "")

@@ -30,7 +30,8 @@ class Attribute(Generic[Told, Taken]):
             return self
         if not self._readable:
             _refuse(camera, self._name, "can only be set, the camera does not tell it")
-        return shown(self._name, camera._core.get(self._name))  # the table's own name
+        value = camera._core.get(self._name)  # the table's own name
+        return shown(self._name, value) if isinstance(value, tuple) else value
 
     def __set__(self, camera: Any, value: Any) -> None:
         if not self._writable:

@@ -5,12 +5,12 @@ from __future__ import annotations
 import operator
 from collections.abc import Iterable
 from datetime import datetime
-from types import TracebackType
 from typing import NamedTuple, Optional
 
 from . import _vxcam
 from ._errors import UsageError
 from ._facts import utc
+from ._scope import Scope
 
 
 class SentFrame(NamedTuple):
@@ -45,7 +45,7 @@ class SentFrame(NamedTuple):
         return utc(self.end_ns)
 
 
-class Simulator:
+class Simulator(Scope):
     """A simulated camera in this process, to open again and again: Camera(simulator.target).
 
     `sensor` is (columns, rows). `faults` are what goes wrong, as docs/simulator.md has them:
@@ -93,15 +93,7 @@ class Simulator:
         """Ends it; who is connected loses the connection."""
         self._core.close()
 
-    def __enter__(self) -> Simulator:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
+    def _leave(self, error: Optional[BaseException]) -> None:
         self.close()
 
     def __repr__(self) -> str:

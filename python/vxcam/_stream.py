@@ -9,6 +9,7 @@ from typing import Any, NamedTuple, Optional
 
 from ._cooler import Seconds
 from ._frame import Frame
+from ._scope import Scope
 
 
 class Progress(NamedTuple):
@@ -25,7 +26,7 @@ class Progress(NamedTuple):
     exposure: float
 
 
-class Stream(Iterator[Frame]):
+class Stream(Iterator[Frame], Scope):
     """The frames of a readout, in order: `for frame in camera.stream(frames=100): ...`.
 
     Frames that are incomplete come like others, see `frame.complete`. A failure is raised behind
@@ -90,15 +91,7 @@ class Stream(Iterator[Frame]):
         """Where the frame is that runs now."""
         return Progress(*self._core.progress())
 
-    def __enter__(self) -> Stream:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
+    def _leave(self, error: Optional[BaseException]) -> None:
         self.stop()
 
     def __repr__(self) -> str:

@@ -170,7 +170,7 @@ def _record_of(row: Property) -> Any:
     names = [field["name"] for field in row.fields]
     record = namedtuple(record_name(row), names)  # type: ignore[misc]
     record.__doc__ = f"{row.help}: {', '.join(names)}"
-    record.__module__ = "vxcam"
+    record.__module__ = "vxcam._properties"
     return record
 
 

@@ -1,0 +1,169 @@
+"""Records: many frames in one file, written at the rate at which they come, and looked at again."""
+
+from __future__ import annotations
+
+import operator
+import os
+from typing import Any, NamedTuple, Optional
+
+from . import _vxcam
+from ._errors import UsageError
+from ._facts import Header, cards, software
+from ._frame import Frame, Path
+from ._scope import Scope
+
+
+class RecordedFile(NamedTuple):
+    """A file of a record, with the frames and bytes that are in it."""
+
+    path: str
+    frames: int
+    bytes: int
+
+
+class Record(NamedTuple):
+    """What is in a record: frames, how many of them are incomplete, how many were dropped before the
+    last one, bytes of pixels, and its files."""
+
+    frames: int
+    incomplete: int
+    dropped: int
+    pixel_bytes: int
+    files: tuple[RecordedFile, ...]
+
+
+class Finding(NamedTuple):
+    """Something in a record that is not as it should be; `frame` counts from 0, or is None."""
+
+    check: str
+    frame: Optional[int]
+    text: str
+
+
+class Verdict(NamedTuple):
+    """What verify() found. `ended` is "complete" or "stopped" as the record says it, or "running"."""
+
+    path: str
+    format: str
+    frames: int
+    ended: str
+    findings: tuple[Finding, ...]
+
+    @property
+    def good(self) -> bool:
+        """Whether there are no findings."""
+        return not self.findings
+
+
+def _count(name: str, value: int) -> int:
+    number = operator.index(value)
+    if not 0 <= number < 2**63:
+        raise UsageError(f"{name}: {value!r} is not possible, give a number from 0 on")
+    return number
+
+
+class Recorder(Scope):
+    """A record of frames: `with vxcam.Recorder("night.h5") as record: record.write(frame)`.
+
+    The ending of the name says how: .h5, .fits, .tif, .ser, .raw. Frames must be of one size.
+    compress: "none", "gzip" or "rice", as the format has it.
+    split: bytes; when a file has so many, another one is begun. 0: one file.
+    overwrite: replace files that exist.
+    header: further cards, as in Frame.to_fits().
+    buffers: frames that wait for the disk, at most; write() waits while there are more.
+    reserve: bytes of the disk that stay free.
+
+    Whoever opens the file has all frames but the last tenth of a second, also when this process is
+    killed. Raises UsageError for what cannot be, FileExistsError and other OSErrors for files.
+    """
+
+    __slots__ = ("_core", "__weakref__")
+
+    def __init__(
+        self,
+        path: Path,
+        *,
+        compress: str = "none",
+        split: int = 0,
+        overwrite: bool = False,
+        header: Optional[Header] = None,
+        buffers: int = 4,
+        reserve: int = 0,
+    ) -> None:
+        most = _count("buffers", buffers)
+        if most == 0:
+            raise UsageError("buffers: 0 is not possible, a record holds one frame at least")
+        self._core = _vxcam.Recorder(os.fsdecode(path), compress, bool(overwrite), _count("split", split),
+                                     most, _count("reserve", reserve), software(), cards(header))
+
+    def write(self, frame: Frame) -> None:
+        """Takes a frame; waits while too many are held.
+
+        Raises OSError when the disk is full or takes no more, and UsageError for a frame of another
+        size than the first one; what was written stays readable.
+        """
+        if not self._core.write(frame._core):
+            self._core.throw_failure()
+            raise UsageError("the record has ended, and takes no more frames")
+
+    def finish(self, how: str = "complete", dropped: Optional[int] = None) -> Record:
+        """Waits until all is on the disk, and tells what is in the record.
+
+        `how` is written in it ("complete", "stopped", "failed"), and how many frames were dropped in
+        all. Raises as write() does.
+        """
+        self._core.finish(how, dropped)
+        return self.record
+
+    @property
+    def record(self) -> Record:
+        """What is in it so far."""
+        frames, incomplete, dropped, pixel_bytes, files = self._core.books()
+        return Record(frames, incomplete, dropped, pixel_bytes, tuple(RecordedFile(*file) for file in files))
+
+    def _end(self, error: BaseException, dropped: Optional[int] = None) -> None:
+        try:
+            self.finish("stopped" if isinstance(error, KeyboardInterrupt) else "failed", dropped)
+        except Exception:
+            pass  # the error that ended it is told
+
+    def _leave(self, error: Optional[BaseException]) -> None:
+        if error is None:
+            self.finish()
+        else:
+            self._end(error)
+
+    def __repr__(self) -> str:
+        record = self.record
+        return f"<vxcam.Recorder: {record.frames} frames in {', '.join(file.path for file in record.files) or 'no file yet'}>"
+
+
+def recorded(camera: Any, recorder: Recorder, frames: int, stream_of: Any) -> Record:
+    """Streams into the record, and ends it; frames 0: until that is stopped."""
+    dropped = None
+    try:
+        recorder._core.listen(camera._core)
+        with stream_of() as stream:
+            for taken, frame in enumerate(stream, 1):
+                recorder.write(frame)
+                dropped = stream.dropped
+                if taken == frames:
+                    break
+            dropped = stream.dropped
+    except BaseException as error:
+        recorder._end(error, dropped)
+        raise
+    return recorder.finish("complete", dropped)
+
+
+def verify(path: Path, truth: Optional[Path] = None) -> Verdict:
+    """Looks at each frame of a record, or of one FITS file of a frame: `vxcam.verify("night.h5").good`.
+
+    Its pixels against its sum and check value, rows that are missing, that numbers and times go on,
+    and that the file is whole. `truth` is a file with what a simulated camera printed with --json.
+    Raises OSError for what cannot be read at all, UsageError for a name that says no format.
+    """
+    os.stat(path)  # raises what is the matter with a name
+    name, format, frames, ended, findings = _vxcam.verify(
+        os.fsdecode(path), "" if truth is None else os.fsdecode(truth))
+    return Verdict(name, format, frames, ended, tuple(Finding(*finding) for finding in findings))
