@@ -3,12 +3,12 @@
 #include "http/guard.h"
 
 #include <vxcamkit/error.h>
+#include <vxcamkit/shape.h>
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <cstdio>
 #include <set>
 
@@ -47,7 +47,9 @@ void parseListen(const std::string& text, WebOptions* web)
     web->address = text.substr(0, colon);
     web->port = portOf(text.substr(colon + 1));
     if (web->address == "localhost") web->address = "127.0.0.1";
-    if (web->address.empty()) throw Error(ErrorKind::Usage, "--listen: ADDRESS:PORT is needed");
+    if (web->address.empty()) {
+        throw Error(ErrorKind::Usage, "--listen: ADDRESS:PORT is needed, not '" + text + "'");
+    }
 }
 
 void parseTls(const std::string& text, ServerOptions* options)
@@ -64,6 +66,43 @@ struct Words {
     double leaseSeconds = 60, keptMegabytes = 256, pixelSize = 0;
 };
 
+// Refuses what is no number, too: NaN is within no range, and beyond none.
+CLI::Validator between(double least, double most)
+{
+    const std::string range = numberText(least) + " to " + numberText(most);
+    const auto check = [least, most, range](const std::string& text) {
+        double number = 0;
+        const char* const last = text.data() + text.size();
+        const auto [end, error] = std::from_chars(text.data(), last, number);
+        const bool isGood =
+            error == std::errc() && end == last && number >= least && number <= most;
+        return isGood ? std::string() : range + " is needed, not '" + text + "'";
+    };
+    return CLI::Validator(check, range);
+}
+
+void declareAlpaca(CLI::App* app, Words* words, ServerOptions* options)
+{
+    CLI::Option* const alpaca = app->add_flag("--alpaca", options->hasAlpaca,
+                                              "serve Alpaca clients, and let them find the server");
+    app->add_flag("--alpaca-without-token", options->isAlpacaOpen,
+                  "whoever reaches the server may control cameras by Alpaca")
+        ->needs(alpaca);
+    app->add_option("--alpaca-interface", options->alpaca.interfaceVersion,
+                    "version of the camera interface")
+        ->check(CLI::IsMember({3, 4}))
+        ->needs(alpaca)
+        ->capture_default_str();
+    app->add_option("--discovery-port", options->discoveryPort,
+                    "UDP port where Alpaca clients look for servers; 0: none")
+        ->check(between(0, 65535))
+        ->needs(alpaca)
+        ->capture_default_str();
+    app->add_option("--pixel-size", words->pixelSize, "micrometres, for Alpaca clients")
+        ->check(between(0.01, 1000))
+        ->needs(alpaca);
+}
+
 void declare(CLI::App* app, Words* words, ServerOptions* options)
 {
     app->add_option("TARGET", words->targets, "HOST:PORT, serial:NUMBER or sim; several are served")
@@ -73,33 +112,21 @@ void declare(CLI::App* app, Words* words, ServerOptions* options)
     app->add_option(
         "--token-file", words->tokenFile,
         "file with the token that clients need; required unless loopback is listened on");
+    app->add_flag("--open", options->opensBrowser, "open the page in the browser of this desktop");
     app->add_option("--tls", words->tls, "CERT,KEY: PEM files, for https and wss");
     app->add_option("--lease", words->leaseSeconds, "seconds after which an unused lease is free")
-        ->check(CLI::Range(1.0, 86400.0))
+        ->check(between(1, 86400))
         ->capture_default_str();
     app->add_option("--keep", words->keptMegabytes, "MB of frames kept for each camera")
-        ->check(CLI::Range(1.0, 1048576.0))
+        ->check(between(1, 1048576))
         ->capture_default_str();
     app->add_option("--connections", options->web.connections, "that are served at once")
-        ->check(CLI::Range(4, 20000))
+        ->check(between(4, 20000))
         ->capture_default_str();
     app->add_option("--at-end", words->atEnd, "what becomes of exposures that run when it ends")
         ->check(CLI::IsMember({"abort", "finish"}))
         ->capture_default_str();
-    app->add_flag("--alpaca", options->hasAlpaca,
-                  "serve Alpaca clients, and let them find the server");
-    app->add_flag("--alpaca-without-token", options->isAlpacaOpen,
-                  "whoever reaches the server may control cameras by Alpaca");
-    app->add_option("--alpaca-interface", options->alpaca.interfaceVersion,
-                    "version of the camera interface")
-        ->check(CLI::IsMember({3, 4}))
-        ->capture_default_str();
-    app->add_option("--discovery-port", options->discoveryPort,
-                    "UDP port where Alpaca clients look for servers; 0: none")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
-    app->add_option("--pixel-size", words->pixelSize, "micrometres, for Alpaca clients")
-        ->check(CLI::Range(0.01, 1000.0));
+    declareAlpaca(app, words, options);
     app->set_version_flag("--version", "vxcamd " VXCAM_VERSION);
     app->footer(kExamples);
 }
@@ -109,14 +136,6 @@ void requireSafe(const ServerOptions& options)
     if (options.isLoopback() || !options.token.empty()) return;
     throw Error(ErrorKind::Usage, "--listen " + options.web.address +
                                       " is reached from other hosts: that needs --token-file");
-}
-
-// That a number is within its range does not say that it is one.
-void requireNumbers(const Words& words)
-{
-    for (const double number : {words.leaseSeconds, words.keptMegabytes, words.pixelSize}) {
-        if (std::isnan(number)) throw Error(ErrorKind::Usage, "nan: a number is needed");
-    }
 }
 
 } // namespace
@@ -141,7 +160,6 @@ std::optional<ServerOptions> parsedOptions(std::vector<std::string> arguments)
     } catch (const CLI::ParseError& error) {
         throw Error(ErrorKind::Usage, error.what());
     }
-    requireNumbers(words);
     std::set<std::string> seen;
     for (const std::string& text : words.targets) {
         const Target target = Target::parse(text);

@@ -23,6 +23,7 @@ struct ServerOptions {
     std::string token;            // empty: none is needed
     std::string certificate, key; // files; empty: no TLS
     bool finishes = false;        // exposures that run at the end, instead of aborting them
+    bool opensBrowser = false;
     bool hasAlpaca = false, isAlpacaOpen = false; // open: without the token
     AlpacaOptions alpaca;
     int discoveryPort = DiscoveryAnswer::kUsualPort; // 0: no discovery

@@ -13,7 +13,10 @@
 #include <cstdio>
 #include <memory>
 #include <poll.h>
+#include <spawn.h>
+#include <string>
 #include <sys/signalfd.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace vxcam {
@@ -60,6 +63,25 @@ std::string addressText(const ServerOptions& options, int port)
            options.web.address + ":" + std::to_string(port) + "/";
 }
 
+// In the background; where there is no desktop, the address stands on the terminal anyway.
+void openBrowser(const std::string& address)
+{
+    std::string script = "exec xdg-open \"$0\" >/dev/null 2>&1 </dev/null &";
+    std::string shell = "sh", option = "-c", place = address;
+    std::array<char*, 5> words{shell.data(), option.data(), script.data(), place.data(), nullptr};
+    posix_spawnattr_t attributes{};
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::posix_spawnattr_init(&attributes);
+    ::posix_spawnattr_setsigmask(&attributes, &none);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    pid_t child = 0;
+    if (::posix_spawn(&child, "/bin/sh", nullptr, &attributes, words.data(), environ) == 0) {
+        ::waitpid(child, nullptr, 0);
+    }
+    ::posix_spawnattr_destroy(&attributes);
+}
+
 // Lets exposures that have an end come to it, and those who wait for them fetch what came, unless a
 // second signal comes.
 void finish(const Cameras& cameras, const Signals& signals)
@@ -104,6 +126,7 @@ void serve(ServerOptions options, const Signals& signals)
     std::printf(options.token.empty() ? "listening on loopback alone: no token is needed\n"
                                       : "clients need the token\n");
     std::fflush(stdout);
+    if (options.opensBrowser) openBrowser(addressText(options, server.port()));
     signals.came(-1);
     std::printf("ending\n");
     std::fflush(stdout);

@@ -62,14 +62,14 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
         guard_.requireSite(request, false);
         return *file;
     }
-    const bool isAlpaca = alpaca_ && !RestDoor::isMine(path) && AlpacaDoor::isMine(path);
+    const bool isForAlpaca = isAlpaca(path);
     const bool changes = request.method != "GET";
-    if (isAlpaca && options_.isAlpacaOpen) {
+    if (isForAlpaca && options_.isAlpacaOpen) {
         guard_.requireSite(request, changes);
     } else {
         guard_.require(request, changes);
     }
-    if (isAlpaca) {
+    if (isForAlpaca) {
         *door = "alpaca";
         return alpaca_->answer(request);
     }
@@ -87,6 +87,16 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
     refusePath(path);
 }
 
+bool Service::isAlpaca(const std::string& path) const
+{
+    return alpaca_ && !RestDoor::isMine(path) && AlpacaDoor::isMine(path);
+}
+
+HttpResponse Service::refused(const HttpRequest& request, const Refusal& refusal) const
+{
+    return isAlpaca(request.path) ? AlpacaDoor::refused(refusal) : errorAnswer(refusal);
+}
+
 HttpResponse Service::answer(const HttpRequest& request)
 {
     const auto begun = std::chrono::steady_clock::now();
@@ -95,13 +105,14 @@ HttpResponse Service::answer(const HttpRequest& request)
     try {
         response = answerThrowing(request, &door);
     } catch (const Refusal& refusal) {
-        response = errorAnswer(refusal);
+        response = refused(request, refusal);
     } catch (const Error& error) {
         response = errorAnswer(error);
     } catch (const std::exception& failure) {
         response = errorAnswer(Refusal(500, "server", failure.what()));
     }
-    meters_.answered(door, response.status, std::chrono::steady_clock::now() - begun);
+    const auto spent = std::chrono::steady_clock::now() - begun - response.waited;
+    meters_.answered(door, response.status, spent);
     return response;
 }
 
@@ -129,6 +140,9 @@ WebHandlers Service::handlers()
 {
     WebHandlers handlers;
     handlers.request = [this](const HttpRequest& request) { return answer(request); };
+    handlers.refused = [this](const HttpRequest& request, const Refusal& refusal) {
+        return refused(request, refusal);
+    };
     handlers.upgrade = [this](const HttpRequest& request) { return mayOpen(request); };
     handlers.open = [this](const HttpRequest& request, SocketWriter& writer) {
         return std::make_unique<Watcher>(rest_.cameraOf(pathParts(request.path)), writer, meters_);

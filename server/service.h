@@ -34,6 +34,8 @@ public:
 
 private:
     HttpResponse answer(const HttpRequest& request);
+    HttpResponse refused(const HttpRequest& request, const Refusal& refusal) const;
+    bool isAlpaca(const std::string& path) const;
     HttpResponse answerThrowing(const HttpRequest& request, std::string* door);
     HttpResponse answerSession(const HttpRequest& request) const;
     HttpResponse mayOpen(const HttpRequest& request) const;

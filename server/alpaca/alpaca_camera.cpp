@@ -1,6 +1,5 @@
 #include "alpaca/alpaca_camera.h"
 
-#include "alpaca/alpaca_error.h"
 #include "http/http_message.h"
 
 #include <array>
@@ -31,8 +30,8 @@ uint64_t hashOf(uint64_t hash, const std::string& text)
 
 } // namespace
 
-AlpacaCamera::AlpacaCamera(SharedCamera& camera, const AlpacaOptions& options)
-    : camera_(camera), options_(options)
+AlpacaCamera::AlpacaCamera(SharedCamera& camera, const AlpacaOptions& options, int twin)
+    : camera_(camera), options_(options), twin_(twin)
 {}
 
 AlpacaCamera::~AlpacaCamera()
@@ -45,14 +44,13 @@ std::string AlpacaCamera::name() const
     return "Camera " + camera_.target();
 }
 
-// The same for ever on this host for this place among the targets.
+// The same for ever on this host, whichever other cameras are served with it.
 std::string AlpacaCamera::uniqueId() const
 {
     std::string machine;
     std::ifstream file("/etc/machine-id");
     std::getline(file, machine);
-    const std::string text =
-        machine + "|" + camera_.target() + "|" + std::to_string(camera_.number());
+    const std::string text = machine + "|" + camera_.target() + "|" + std::to_string(twin_);
     std::array<char, 40> id{};
     std::snprintf(id.data(), id.size(), "%016llx%016llx",
                   static_cast<unsigned long long>(hashOf(0xCBF29CE484222325ULL, text)),
@@ -73,6 +71,17 @@ void AlpacaCamera::connect()
 void AlpacaCamera::reach()
 {
     if (wantsConnection() && camera_.isLinkUp()) return;
+    try {
+        open();
+    } catch (const Error& error) {
+        const AlpacaError told(error);
+        if (told.number() != static_cast<int>(AlpacaNumber::NotConnected)) throw told;
+        throw AlpacaError(AlpacaNumber::CannotConnect, error.what());
+    }
+}
+
+void AlpacaCamera::open()
+{
     if (!camera_.waitUntilOpen(kMostConnecting)) camera_.camera(); // throws why not
     const std::shared_ptr<Camera> open = camera_.camera();
     if (!open->waitForLink(kMostConnecting)) {
@@ -82,6 +91,7 @@ void AlpacaCamera::reach()
     std::string why;
     const std::optional<Value> config = open->tryGet("gain-config", &why);
     const int64_t most = config && config->size() > 2 ? (*config)[2].toInt() : 0;
+    open->tryGet("ccd-temp", &why); // waits a moment for the first, so that nobody else need
     std::lock_guard<std::mutex> guard(mutex_);
     if (!isOrdered_) return;
     connectError_.reset();
@@ -133,10 +143,10 @@ void AlpacaCamera::startConnecting()
 // Whether that is the end of it: not where another connection was ordered meanwhile.
 bool AlpacaCamera::hasConnected()
 {
-    std::optional<Error> failure;
+    std::optional<AlpacaError> failure;
     try {
         reach();
-    } catch (const Error& error) {
+    } catch (const AlpacaError& error) {
         failure = error;
     }
     std::lock_guard<std::mutex> guard(mutex_);
@@ -150,7 +160,7 @@ bool AlpacaCamera::isConnecting() const
 {
     if (isConnecting_) return true;
     std::lock_guard<std::mutex> guard(mutex_);
-    if (connectError_) throw Error(*connectError_);
+    if (connectError_) throw AlpacaError(*connectError_);
     return false;
 }
 
@@ -163,6 +173,13 @@ bool AlpacaCamera::wantsConnection() const
 bool AlpacaCamera::isConnected() const
 {
     return wantsConnection() && camera_.isLinkUp();
+}
+
+void AlpacaCamera::requireLink() const
+{
+    if (camera_.isLinkUp()) return;
+    throw AlpacaError(AlpacaNumber::NotConnected,
+                      camera_.target() + ": the connection to the camera is lost");
 }
 
 void AlpacaCamera::control(const std::string& client)
@@ -253,9 +270,6 @@ void AlpacaCamera::startExposure(double seconds, bool isLight)
     if (!fits(now.startX, now.numX, whole.columns / now.binX) ||
         !fits(now.startY, now.numY, whole.rows / now.binY)) {
         refuseValue("the subframe does not fit on the sensor with these bins");
-    }
-    if (!camera_.isLinkUp()) {
-        throw Error(ErrorKind::LinkLost, camera_.target() + ": the connection is lost");
     }
     Plan plan;
     plan.exposure = std::chrono::milliseconds(std::llround(seconds / kExposureStep));

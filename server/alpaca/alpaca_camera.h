@@ -2,6 +2,7 @@
 #ifndef VXCAMD_ALPACA_CAMERA_H
 #define VXCAMD_ALPACA_CAMERA_H
 
+#include "alpaca/alpaca_error.h"
 #include "alpaca/alpaca_image.h"
 #include "cameras/shared_camera.h"
 
@@ -37,7 +38,9 @@ public:
     static constexpr double kColdest = -200, kWarmest = 90; // degrees Celsius
     static constexpr int kMostOffset = 32767;
 
-    AlpacaCamera(SharedCamera& camera, const AlpacaOptions& options);
+    // `twin`: how many with an equal target are served before it: simulated ones have no other
+    // name.
+    AlpacaCamera(SharedCamera& camera, const AlpacaOptions& options, int twin);
     ~AlpacaCamera();
     AlpacaCamera(const AlpacaCamera&) = delete;
     AlpacaCamera& operator=(const AlpacaCamera&) = delete;
@@ -47,12 +50,15 @@ public:
     std::string name() const;
     std::string uniqueId() const;
 
-    void connect(); // waits until the camera is there
+    // Waits until the camera is there. Throws AlpacaError, never with the number that says that
+    // somebody has not connected.
+    void connect();
     void disconnect();
     void startConnecting();       // the same in the background
     bool isConnecting() const;    // throws what the last attempt ended with
     bool isConnected() const;     // and the camera can be reached
     bool wantsConnection() const; // is connected, whatever has become of the camera
+    void requireLink() const;     // throws AlpacaError while the camera cannot be reached
 
     // The client that changes something: it takes the lease, or throws AlpacaError.
     void control(const std::string& client);
@@ -84,19 +90,21 @@ private:
         Geometry geometry;
     };
     void reach();
+    void open();
     bool hasConnected();
     Own own() const;
     std::optional<Exposure> exposure() const;
 
     SharedCamera& camera_;
     const AlpacaOptions options_;
+    const int twin_;
     mutable std::mutex mutex_;
     bool isOrdered_ = false, wantsConnection_ = false;
     std::string leaseKey_;
     Geometry geometry_;
     int readoutMode_ = 0, gainMax_ = 0;
     Own own_;
-    std::optional<Error> connectError_;
+    std::optional<AlpacaError> connectError_;
     std::atomic<bool> isConnecting_{false};
     std::mutex connector_;
     std::thread connecting_;

@@ -81,14 +81,21 @@ AlpacaDoor::AlpacaDoor(const std::vector<std::unique_ptr<SharedCamera>>& cameras
     : options_(options)
 {
     for (const auto& camera : cameras) {
-        cameras_.push_back(std::make_unique<AlpacaCamera>(*camera, options));
+        const auto twins = std::count_if(
+            cameras.begin(), cameras.begin() + static_cast<std::ptrdiff_t>(cameras_.size()),
+            [&](const auto& other) { return other->target() == camera->target(); });
+        cameras_.push_back(
+            std::make_unique<AlpacaCamera>(*camera, options, static_cast<int>(twins)));
     }
 }
 
 bool AlpacaDoor::isMine(const std::string& path)
 {
+    constexpr size_t kMemberParts = 5; // api, v1, device type, its number, member
     const std::vector<std::string> parts = pathParts(path);
-    return parts[0] == "api" || parts[0] == "management" || parts[0] == "setup";
+    const bool isCamera = parts.size() > 2 && parts[2] == "camera";
+    return (parts[0] == "api" && (isCamera || parts.size() >= kMemberParts)) ||
+           parts[0] == "management" || parts[0] == "setup";
 }
 
 Transactions AlpacaDoor::transactionsOf(const AlpacaForm& form)
@@ -159,6 +166,7 @@ HttpResponse AlpacaDoor::answerMember(const HttpRequest& request, AlpacaCamera& 
         if (member.needsConnection && !camera.wantsConnection()) {
             throw AlpacaError(AlpacaNumber::NotConnected, "the camera is not connected");
         }
+        if (member.needsConnection && !member.outlivesLink) camera.requireLink();
         camera.stillThere();
         if (member.needsControl && request.method == "PUT") {
             camera.control("Alpaca client " + std::to_string(form.client()) + " at " +
@@ -205,16 +213,21 @@ HttpResponse AlpacaDoor::answerThrowing(const HttpRequest& request)
     refuse("a camera has no member '" + parts[4] + "'");
 }
 
+HttpResponse AlpacaDoor::refused(const Refusal& refusal)
+{
+    HttpResponse response =
+        textAnswer(std::string(refusal.what()) + "\n", "text/plain; charset=utf-8");
+    response.status = refusal.status();
+    response.headers = refusal.headers();
+    return response;
+}
+
 HttpResponse AlpacaDoor::answer(const HttpRequest& request)
 {
     try {
         return answerThrowing(request);
     } catch (const Refusal& refusal) {
-        HttpResponse response =
-            textAnswer(std::string(refusal.what()) + "\n", "text/plain; charset=utf-8");
-        response.status = refusal.status();
-        response.headers = refusal.headers();
-        return response;
+        return refused(refusal);
     }
 }
 

@@ -29,6 +29,7 @@ public:
     // Refusals of the protocol are texts with status 400 and above; those of a device have status
     // 200 and an error number.
     HttpResponse answer(const HttpRequest& request);
+    static HttpResponse refused(const Refusal& refusal);
 
 private:
     HttpResponse answerThrowing(const HttpRequest& request);

@@ -15,7 +15,8 @@ enum class AlpacaNumber {
     ValueNotSet = 0x402,
     NotConnected = 0x407,
     InvalidOperation = 0x40B,
-    ActionNotImplemented = 0x40C
+    ActionNotImplemented = 0x40C,
+    CannotConnect = 0x504 // of the driver's own, behind those in the kit's table
 };
 
 class AlpacaError : public std::runtime_error

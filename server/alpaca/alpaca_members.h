@@ -22,6 +22,7 @@ struct AlpacaMember {
     bool needsConnection = true;
     int since = 3;             // interface version
     bool needsControl = false; // its PUT
+    bool outlivesLink = false; // tells of an exposure, also while the camera cannot be reached
 };
 
 // Image arrays are not among them.

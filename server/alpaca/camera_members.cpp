@@ -103,15 +103,21 @@ void requireRange(const char* name, double value, double least, double most)
                                                   " to " + numberText(most)));
 }
 
+// What the camera itself refuses of a value is the value's fault.
+void setOn(C& camera, const char* name, const Value& value)
+{
+    try {
+        camera.shared().set(name, value);
+    } catch (const Error& error) {
+        if (error.kind() != ErrorKind::Camera) throw;
+        throw AlpacaError(Error(ErrorKind::Usage, error.what()));
+    }
+}
+
 Json temperature(C& camera)
 {
     const auto told = camera.shared().temperatures();
     if (told) return told->sensor;
-    if (!camera.shared().isLinkUp()) {
-        throw Error(ErrorKind::LinkLost, camera.shared().target() + ": the connection is lost");
-    }
-    const Value first = camera.shared().get("ccd-temp"); // waits a moment for a camera just opened
-    if (!first.isNothing()) return first.toDouble();
     throw Error(ErrorKind::Usage, "the camera has not told a temperature yet");
 }
 
@@ -215,7 +221,7 @@ std::vector<AlpacaMember> settingMembers()
          [](C& c, const F& f) {
              return withInt(f, "Gain", [&c](int gain) {
                  requireRange("Gain", gain, 0, c.gainMax());
-                 c.shared().set("gain", gain);
+                 setOn(c, "gain", gain);
              });
          },
          true, 3, true},
@@ -226,7 +232,7 @@ std::vector<AlpacaMember> settingMembers()
          [](C& c, const F& f) {
              return withInt(f, "Offset", [&c](int counts) {
                  requireRange("Offset", counts, 0, C::kMostOffset);
-                 c.shared().set("offset", counts);
+                 setOn(c, "offset", counts);
              });
          },
          true, 3, true},
@@ -246,7 +252,7 @@ std::vector<AlpacaMember> settingMembers()
          [](C& c, const F& f) {
              return withNumber(f, "SetCCDTemperature", [&c](double degrees) {
                  requireRange("SetCCDTemperature", degrees, C::kColdest, C::kWarmest);
-                 c.shared().set("target-temp", degrees);
+                 setOn(c, "target-temp", degrees);
              });
          },
          true, 3, true},
@@ -262,11 +268,13 @@ std::vector<AlpacaMember> exposureMembers()
 {
     return {
         {"camerastate", [](C& c) { return Json(static_cast<int>(c.state())); }},
-        {"imageready", [](C& c) { return Json(c.imageReady()); }},
+        {"imageready", [](C& c) { return Json(c.imageReady()); }, nullptr, true, 3, false, true},
         {"ispulseguiding", is<false>},
-        {"lastexposureduration", duration},
-        {"lastexposurestarttime", [](C& c) { return Json(utcText(c.lastFrame().times().begin)); }},
-        {"percentcompleted", [](C& c) { return Json(c.percentCompleted()); }},
+        {"lastexposureduration", duration, nullptr, true, 3, false, true},
+        {"lastexposurestarttime", [](C& c) { return Json(utcText(c.lastFrame().times().begin)); },
+         nullptr, true, 3, false, true},
+        {"percentcompleted", [](C& c) { return Json(c.percentCompleted()); }, nullptr, true, 3,
+         false, true},
         {"abortexposure", nullptr, [](C& c, const F&) { return does([&c] { c.abortExposure(); }); },
          true, 3, true},
         {"stopexposure", nullptr,

@@ -71,8 +71,10 @@ bool Exposures::isIdle() const
 uint64_t Exposures::start(const Plan& plan, std::chrono::milliseconds wait)
 {
     std::unique_lock<std::mutex> guard(mutex_);
+    changed_.wait(guard,
+                  [this] { return !isAwaited_ || !isIdle(); }); // what is over is reported first
     if (isClosed_) throw Refusal(503, "ending", "the server is about to end");
-    if (!isIdle() || isAwaited_) {
+    if (!isIdle()) {
         throw Refusal(409, "exposing",
                       "exposure " + std::to_string(exposures_.back()->id) + " runs; end it first");
     }
@@ -89,6 +91,7 @@ uint64_t Exposures::start(const Plan& plan, std::chrono::milliseconds wait)
     isAwaited_ = wait > std::chrono::milliseconds(0);
     const bool isDecided = changed_.wait_for(guard, wait, isStarted);
     isAwaited_ = false;
+    changed_.notify_all();
     if (!isDecided || !isRefused_) return id;
     isRefused_ = false;
     const Error refusal = *exposures_.back()->error;

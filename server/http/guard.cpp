@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sys/stat.h>
 
@@ -65,6 +67,17 @@ bool isNoName(const std::string& host)
            name.find_first_not_of("0123456789.") == std::string::npos;
 }
 
+// What the service manager hands over to this service alone: an access list, of which the mask
+// shows where else the rights of a group do, lets it read the file.
+bool isCredential(const std::string& path)
+{
+    const char* const folder = std::getenv("CREDENTIALS_DIRECTORY");
+    if (folder == nullptr || *folder == '\0') return false;
+    std::error_code ignored;
+    const auto place = std::filesystem::canonical(path, ignored).parent_path();
+    return !place.empty() && place == std::filesystem::canonical(folder, ignored);
+}
+
 } // namespace
 
 std::string Guard::load(const std::string& path)
@@ -77,7 +90,8 @@ std::string Guard::load(const std::string& path)
         throw Error(ErrorKind::File, path + ": cannot be read: " + std::strerror(errno), errno);
     }
     struct stat facts {};
-    if (::stat(path.c_str(), &facts) == 0 && (facts.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    const mode_t others = S_IRWXO | (isCredential(path) ? mode_t{0} : S_IRWXG);
+    if (::stat(path.c_str(), &facts) == 0 && (facts.st_mode & others) != 0) {
         throw Error(ErrorKind::Usage,
                     path + ": others than its owner can read it; chmod 600 helps");
     }

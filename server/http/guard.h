@@ -19,7 +19,7 @@ public:
 
     // The token in a file, its first line. Throws Error: File when it cannot be read, Usage when it
     // is shorter than 16 characters, has others than visible ASCII, or when others than its owner
-    // can read the file.
+    // can read the file; to one in $CREDENTIALS_DIRECTORY its group may have rights.
     static std::string load(const std::string& path);
 
     // Throws Refusal: 401 without the right token, which comes as "Authorization: Bearer TOKEN", as

@@ -18,12 +18,12 @@ int digitOf(char letter)
     return small >= 'a' && small <= 'f' ? small - 'a' + 10 : -1;
 }
 
-std::string decoded(const std::string& text)
+std::string decoded(const std::string& text, char plus)
 {
     std::string result;
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '+') {
-            result += ' ';
+            result += plus;
         } else if (text[i] != '%') {
             result += text[i];
         } else {
@@ -56,6 +56,28 @@ const std::string* HttpRequest::header(const std::string& name) const
     return nullptr;
 }
 
+std::string decodedPath(const std::string& path)
+{
+    const auto refuse = [](const char* what) {
+        throw Refusal(400, "usage", std::string("paths here have no ") + what);
+    };
+    std::string result;
+    for (size_t begin = 0; begin <= path.size();) {
+        const size_t end = std::min(path.find('/', begin), path.size());
+        const std::string part = decoded(path.substr(begin, end - begin), '+');
+        const bool isBare = std::none_of(part.begin(), part.end(), [](unsigned char letter) {
+            return letter < ' ' || letter == '/' || letter == 0x7F;
+        });
+        if (!isBare) refuse("control characters, and no slash within a name");
+        if (part == "." || part == "..") refuse("dots alone between slashes");
+        if (part.empty() && begin > 0 && end < path.size()) refuse("//");
+        result += part;
+        if (end < path.size()) result += '/';
+        begin = end + 1;
+    }
+    return result;
+}
+
 std::vector<std::string> pathParts(const std::string& path)
 {
     std::vector<std::string> parts;
@@ -76,8 +98,8 @@ std::vector<std::pair<std::string, std::string>> parsedForm(const std::string& t
         const std::string part = text.substr(begin, end - begin);
         const size_t equals = std::min(part.find('='), part.size());
         if (!part.empty()) {
-            pairs.emplace_back(decoded(part.substr(0, equals)),
-                               equals < part.size() ? decoded(part.substr(equals + 1)) : "");
+            pairs.emplace_back(decoded(part.substr(0, equals), ' '),
+                               equals < part.size() ? decoded(part.substr(equals + 1), ' ') : "");
         }
         begin = end + 1;
     }

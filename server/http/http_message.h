@@ -2,6 +2,7 @@
 #ifndef VXCAMD_HTTP_MESSAGE_H
 #define VXCAMD_HTTP_MESSAGE_H
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -41,6 +42,7 @@ struct HttpResponse {
     // Instead of both: called until it returns, on a thread with a small stack.
     std::function<void(const Outlet&)> stream;
     bool endsConnection = false;
+    std::chrono::nanoseconds waited{0}; // because the client asked for that
 };
 
 // What the server itself refuses, as opposed to what a camera does.
@@ -61,6 +63,11 @@ private:
     std::string kind_;
     HttpHeaders headers_;
 };
+
+// Of a path as it came, what its percent signs stand for. Throws Refusal{400} where two hexadecimal
+// digits do not follow one, and for what could name something else than it seems to: control
+// characters, encoded slashes, "//", "." and ".." between slashes.
+std::string decodedPath(const std::string& path);
 
 // The parts between the slashes: {"api", "v1", "cameras"} of "/api/v1/cameras"; a slash at the end
 // adds an empty one.

@@ -1,5 +1,6 @@
 #include "http/web_server.h"
 
+#include "http/caller.h"
 #include "http/crew.h"
 
 #include <vxcamkit/error.h>
@@ -57,7 +58,7 @@ HttpRequest requestOf(const mg_connection* connection)
     const auto text = [](const char* part) { return std::string(part != nullptr ? part : ""); };
     HttpRequest request;
     request.method = text(info->request_method);
-    request.path = text(info->local_uri);
+    request.path = text(info->local_uri_raw); // not decoded
     request.query = text(info->query_string);
     request.remote = info->remote_addr;
     for (int i = 0; i < info->num_headers; ++i) {
@@ -74,7 +75,9 @@ std::string troubleAt(const WebOptions& options, const char* otherwise)
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(options.port));
     if (::inet_pton(AF_INET, options.address.c_str(), &address.sin_addr) != 1) {
-        return "that is no IPv4 address";
+        return options.address.rfind('[', 0) == 0
+                   ? "the web library here knows no IPv6"
+                   : "that is no IPv4 address, nor \"[...]\" with one of IPv6";
     }
     const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (probe < 0) return std::strerror(errno);
@@ -106,7 +109,18 @@ public:
         constexpr std::array<char, 2> kGoingAway{0x03, static_cast<char>(0xE9)};
         write(MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE, kGoingAway.data(), kGoingAway.size());
     }
-    void cut() override { mg_close_connection(connection_); }
+    // The web library frees a connection that is closed before somebody reads from it, under those
+    // who are about to; that it is read from is known when something came.
+    void cut() override
+    {
+        isCut_ = true;
+        if (isRead_) mg_close_connection(connection_);
+    }
+    bool isReadOn() // something came: whether more shall be read
+    {
+        isRead_ = true;
+        return !isCut_;
+    }
 
 private:
     bool write(int opcode, const char* data, size_t size)
@@ -115,6 +129,7 @@ private:
     }
 
     mg_connection* connection_;
+    std::atomic<bool> isRead_{false}, isCut_{false};
 };
 
 struct OpenSocket {
@@ -131,6 +146,7 @@ struct WebServer::Body {
 
     int serve(mg_connection* connection);
     HttpResponse answer(mg_connection* connection, HttpRequest* request);
+    HttpResponse refused(const HttpRequest& request, const Refusal& refusal) const;
     bool readBody(mg_connection* connection, std::string* body) const;
     void send(mg_connection* connection, const HttpRequest& request, const HttpResponse& response,
               bool withBody);
@@ -140,6 +156,7 @@ struct WebServer::Body {
     Crew crew;
     std::atomic<bool> isEnding{false};
     mg_context* context = nullptr;
+    std::string address;
     int port = 0;
 };
 
@@ -157,29 +174,30 @@ bool WebServer::Body::readBody(mg_connection* connection, std::string* body) con
     return true;
 }
 
+HttpResponse WebServer::Body::refused(const HttpRequest& request, const Refusal& refusal) const
+{
+    HttpResponse response = handlers.refused(request, refusal);
+    response.endsConnection = true;
+    return response;
+}
+
 HttpResponse WebServer::Body::answer(mg_connection* connection, HttpRequest* request)
 {
-    const auto refusal = [](int status, const std::string& text) {
-        HttpResponse response;
-        response.status = status;
-        response.body = text + "\n";
-        response.endsConnection = true;
-        return response;
-    };
     const long long length = mg_get_request_info(connection)->content_length;
     const std::string* const coding = request->header("Transfer-Encoding");
-    if (coding != nullptr) return refusal(411, "a body needs a Content-Length here");
-    if (length > static_cast<long long>(kMostBody)) {
-        return refusal(413, "a body has at most 65536 bytes here");
+    const Refusal tooLong(413, "too-long", "a body has at most 65536 bytes here");
+    if (coding != nullptr) {
+        return refused(*request, {411, "length", "a body needs a Content-Length here"});
     }
+    if (length > static_cast<long long>(kMostBody)) return refused(*request, tooLong);
     if (length > 0) {
         const std::string* const expected = request->header("Expect");
         if (expected != nullptr && equalsIgnoringCase(*expected, "100-continue")) {
             writeAll(connection, "HTTP/1.1 100 Continue\r\n\r\n");
         }
-        if (!readBody(connection, &request->body)) return refusal(413, "the body is too long");
+        if (!readBody(connection, &request->body)) return refused(*request, tooLong);
         if (request->body.size() != static_cast<size_t>(length)) {
-            return refusal(408, "the body did not come in time");
+            return refused(*request, {408, "late", "the body did not come in time"});
         }
     }
     HttpResponse response;
@@ -229,6 +247,13 @@ void WebServer::Body::send(mg_connection* connection, const HttpRequest& request
 int WebServer::Body::serve(mg_connection* connection)
 {
     HttpRequest request = requestOf(connection);
+    try {
+        request.path = decodedPath(request.path);
+    } catch (const Refusal& refusal) {
+        const HttpResponse response = refused(request, refusal);
+        send(connection, request, response, true);
+        return response.status;
+    }
     const std::string* const upgrade = request.header("Upgrade");
     if (upgrade != nullptr && equalsIgnoringCase(*upgrade, "websocket")) {
         HttpResponse response;
@@ -248,9 +273,10 @@ int WebServer::Body::serve(mg_connection* connection)
 void WebServer::Body::open(mg_connection* connection)
 {
     auto opened = std::make_unique<OpenSocket>(connection);
-    const HttpRequest request = requestOf(connection);
+    HttpRequest request = requestOf(connection);
     crew.run([&] {
         try {
+            request.path = decodedPath(request.path);
             opened->socket = handlers.open(request, opened->writer);
         } catch (const std::exception&) {
             opened->writer.end(); // no thread, or no memory, for one more
@@ -293,7 +319,9 @@ WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
                                       "websocket_timeout_ms",
                                       kIdleMilliseconds,
                                       "enable_websocket_ping_pong",
-                                      "yes"};
+                                      "yes",
+                                      "decode_url", // it would cut them at a %00
+                                      "no"};
     if (isSecret) {
         settings.insert(settings.end(), {"ssl_certificate", options.certificate.c_str(),
                                          "ssl_protocol_version", "4"});
@@ -323,7 +351,8 @@ WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
             const int opcode = bits & 0xF;
             if (opened == nullptr || !opened->socket || size > kMostBody) return 0;
             if (opcode == MG_WEBSOCKET_OPCODE_TEXT) opened->socket->message({data, size});
-            return opcode == MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE ? 0 : 1;
+            const bool isLast = opcode == MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE;
+            return opened->writer.isReadOn() && !isLast ? 1 : 0;
         },
         [](const mg_connection* connection, void*) {
             delete static_cast<OpenSocket*>(mg_get_user_connection_data(connection));
@@ -331,6 +360,7 @@ WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
         body_.get());
     std::array<mg_server_port, 2> ports{};
     mg_get_server_ports(body_->context, static_cast<int>(ports.size()), ports.data());
+    body_->address = options.address;
     body_->port = ports[0].port;
 }
 
@@ -348,6 +378,8 @@ void WebServer::stop()
 {
     body_->isEnding = true;
     if (body_->context == nullptr) return;
+    // The web library looks whether it shall end when somebody connects, else every two seconds.
+    const Caller caller(body_->address, body_->port);
     mg_stop(body_->context);
     body_->context = nullptr;
     mg_exit_library();

@@ -40,6 +40,8 @@ public:
 // What a server does with what comes in. Threads: each of them is called on many at a time.
 struct WebHandlers {
     std::function<HttpResponse(const HttpRequest&)> request; // must not throw
+    // The answer to a request that got no further; called on a thread with a small stack.
+    std::function<HttpResponse(const HttpRequest&, const Refusal&)> refused;
     // Whether a WebSocket may be opened there: an answer with a status of 400 and above refuses it.
     std::function<HttpResponse(const HttpRequest&)> upgrade;
     std::function<std::unique_ptr<Socket>(const HttpRequest&, SocketWriter&)> open;

@@ -88,8 +88,9 @@ void Watcher::hasSent(SteadyClock::time_point begun)
     std::lock_guard<std::mutex> guard(mutex_);
     if (wanted_) --*wanted_;
     if (rate_ == 0) return;
+    constexpr double kMostPause = 86400; // s: what a clock can count is not without an end
     due_ = begun + std::chrono::duration_cast<SteadyClock::duration>(
-                       std::chrono::duration<double>(1 / rate_));
+                       std::chrono::duration<double>(std::min(1 / rate_, kMostPause)));
 }
 
 // False: the client has gone, or takes nothing any more.

@@ -166,7 +166,8 @@ void addServer(const Meters& meters, Page* page)
         page->figure({{"door", key.first}, {"status", std::to_string(key.second)}},
                      static_cast<double>(count));
     }
-    page->histogram("http_answer_seconds", "time to make an answer", meters.requestTime);
+    page->histogram("http_answer_seconds", "time to make an answer, but for ?wait",
+                    meters.requestTime);
     page->family("watchers", "gauge", "WebSockets that watch");
     page->figure({}, meters.watchers);
     page->family("watcher_frames_total", "counter", "frames sent to watchers");

@@ -13,7 +13,9 @@ VX_PAGE_FILE(pageStyle, "style.css")
 VX_PAGE_FILE(pageMain, "page.js")
 VX_PAGE_FILE(pageServer, "server.js")
 VX_PAGE_FILE(pageFigures, "figures.js")
+VX_PAGE_FILE(pageGraphics, "graphics_painter.js")
 VX_PAGE_FILE(pageProperties, "properties.js")
+VX_PAGE_FILE(pageSoftware, "software_painter.js")
 VX_PAGE_FILE(pageStar, "star.js")
 VX_PAGE_FILE(pageView, "view.js")
 
@@ -41,7 +43,9 @@ const PageFile kFiles[] = {
     {"/page.js", kScript, pageMainBegin, pageMainEnd},
     {"/server.js", kScript, pageServerBegin, pageServerEnd},
     {"/figures.js", kScript, pageFiguresBegin, pageFiguresEnd},
+    {"/graphics_painter.js", kScript, pageGraphicsBegin, pageGraphicsEnd},
     {"/properties.js", kScript, pagePropertiesBegin, pagePropertiesEnd},
+    {"/software_painter.js", kScript, pageSoftwareBegin, pageSoftwareEnd},
     {"/star.js", kScript, pageStarBegin, pageStarEnd},
     {"/view.js", kScript, pageViewBegin, pageViewEnd},
 };

@@ -1,6 +1,8 @@
 #include "rest/json_answer.h"
 
+#include <array>
 #include <limits>
+#include <set>
 #include <utility>
 
 namespace vxcam {
@@ -11,7 +13,7 @@ constexpr int kMostDepth = 16;
 
 Json errorOf(const std::string& kind, const std::string& text)
 {
-    return {{"kind", kind}, {"text", text}};
+    return {{"kind", kind}, {"text", text}, {"code", 0}, {"sub_code", 0}};
 }
 
 } // namespace
@@ -53,8 +55,16 @@ Json bodyObject(const HttpRequest& request)
     if (type != nullptr && type->rfind("application/json", 0) != 0) {
         throw Refusal(415, "media-type", "the body must be application/json");
     }
-    const auto limit = [](int depth, Json::parse_event_t, Json&) {
+    std::array<std::set<std::string>, kMostDepth + 2> names; // in the object of each depth
+    const auto limit = [&names](int depth, Json::parse_event_t event, Json& json) {
         if (depth > kMostDepth) throw Refusal(400, "usage", "the body is nested too deeply");
+        const auto place = static_cast<size_t>(depth);
+        if (event == Json::parse_event_t::object_start) {
+            names.at(place + 1).clear();
+        } else if (event == Json::parse_event_t::key &&
+                   !names.at(place).insert(json.get<std::string>()).second) {
+            throw Refusal(400, "usage", "'" + json.get<std::string>() + "' is there twice");
+        }
         return true;
     };
     try {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 
 namespace vxcam {
 
@@ -55,7 +56,7 @@ Json cameraJson(SharedCamera& camera)
 // All that is listed and can be read, asked for now.
 HttpResponse answerProperties(const HttpRequest& request, SharedCamera& camera)
 {
-    requireMethod(request, "GET");
+    requirePlain(request, "GET");
     const std::shared_ptr<Camera> open = camera.camera();
     Json json = Json::object();
     for (const Property& property : properties()) {
@@ -74,7 +75,7 @@ HttpResponse answerProperties(const HttpRequest& request, SharedCamera& camera)
 HttpResponse answerProperty(const HttpRequest& request, SharedCamera& camera,
                             const std::string& text)
 {
-    requireMethod(request, "GET, PUT");
+    requirePlain(request, "GET, PUT");
     const PropertyName name = [&] {
         try {
             return findProperty(text);
@@ -97,7 +98,7 @@ HttpResponse answerProperty(const HttpRequest& request, SharedCamera& camera,
 
 HttpResponse answerLease(const HttpRequest& request, SharedCamera& camera)
 {
-    requireMethod(request, "GET, POST, DELETE");
+    requirePlain(request, "GET, POST, DELETE");
     Lease& lease = camera.lease();
     const std::string key = leaseKeyOf(request);
     if (request.method == "DELETE") lease.giveBack(key);
@@ -109,6 +110,9 @@ HttpResponse answerLease(const HttpRequest& request, SharedCamera& camera)
     constexpr size_t kMostName = 100;
     if (holder.empty() || holder.size() > kMostName) {
         throw Error(ErrorKind::Usage, "holder: 1 to 100 bytes");
+    }
+    if (std::any_of(holder.begin(), holder.end(), [](unsigned char c) { return c < ' '; })) {
+        throw Error(ErrorKind::Usage, "holder: no control characters");
     }
     const std::string taken = lease.take(holder, key, fromOthers);
     Json json = leaseJson(lease.state());
@@ -122,12 +126,15 @@ HttpResponse answerEvents(const HttpRequest& request, SharedCamera& camera)
     requireMethod(request, "GET");
     uint64_t last = camera.events().last();
     const std::string* const header = request.header("Last-Event-ID");
-    const std::string since = header != nullptr ? *header : queryValue(request, "since");
-    if (!since.empty()) {
-        const auto [end, error] = std::from_chars(since.data(), since.data() + since.size(), last);
-        if (error != std::errc() || end != since.data() + since.size()) {
+    std::optional<std::string> since = queryValue(request, "since");
+    if (header != nullptr && !header->empty()) since = *header;
+    if (since) {
+        const char* const behind = since->data() + since->size();
+        const auto [end, error] = std::from_chars(since->data(), behind, last);
+        if (error != std::errc() || end != behind) {
             throw Error(ErrorKind::Usage, "since: the number of an event is needed");
         }
+        if (last > camera.events().last()) last = 0; // it was told by a server before this one
     }
     HttpResponse response;
     response.type = "text/event-stream";
@@ -174,12 +181,21 @@ std::string leaseKeyOf(const HttpRequest& request)
     return key != nullptr ? *key : "";
 }
 
-std::string queryValue(const HttpRequest& request, const std::string& name)
+std::optional<std::string> queryValue(const HttpRequest& request, const std::string& name)
 {
+    std::optional<std::string> found;
     for (const auto& [key, value] : parsedForm(request.query)) {
-        if (key == name) return value;
+        if (key != name) throw Error(ErrorKind::Usage, "'" + key + "' is unknown in this query");
+        if (found) throw Error(ErrorKind::Usage, "'" + key + "' is there twice");
+        found = value;
     }
-    return "";
+    return found;
+}
+
+void requirePlain(const HttpRequest& request, const std::string& allowed)
+{
+    requireMethod(request, allowed);
+    queryValue(request, "");
 }
 
 SharedCamera& RestDoor::cameraOf(const std::vector<std::string>& parts) const
@@ -197,7 +213,7 @@ HttpResponse RestDoor::answerCamera(const HttpRequest& request, SharedCamera& ca
 {
     camera.lease().renew(leaseKeyOf(request));
     if (rest.empty()) {
-        requireMethod(request, "GET");
+        requirePlain(request, "GET");
         return jsonAnswer(cameraJson(camera));
     }
     const bool isAlone = rest.size() == 1;
@@ -210,6 +226,11 @@ HttpResponse RestDoor::answerCamera(const HttpRequest& request, SharedCamera& ca
     }
     if (rest[0] == "lease" && isAlone) return answerLease(request, camera);
     if (rest[0] == "events" && isAlone) return answerEvents(request, camera);
+    if (rest[0] == "live" && isAlone) {
+        requireMethod(request, "GET");
+        throw Refusal(426, "websocket", "frames come here by a WebSocket alone",
+                      {{"Upgrade", "websocket"}});
+    }
     refusePath(request.path);
 }
 
@@ -225,12 +246,12 @@ HttpResponse RestDoor::answer(const HttpRequest& request) const
     const std::vector<std::string> parts = pathParts(request.path); // api, v1, ...
     const std::string what = parts.size() > 2 ? parts[2] : "";
     constexpr size_t kCameraParts = 4;
-    if (what == "cameras" && parts.size() >= kCameraParts) {
+    if (what == "cameras" && parts.size() >= kCameraParts && !parts[3].empty()) {
         return answerCamera(request, cameraOf(parts), {parts.begin() + kCameraParts, parts.end()});
     }
     if (parts.size() != 3) refusePath(request.path);
     if (what == "cameras") {
-        requireMethod(request, "GET");
+        requirePlain(request, "GET");
         Json json = Json::array();
         for (const auto& camera : cameras_) {
             json.push_back(cameraJson(*camera));
@@ -238,7 +259,7 @@ HttpResponse RestDoor::answer(const HttpRequest& request) const
         return jsonAnswer({{"cameras", json}, {"server", version_}});
     }
     if (what == "properties") {
-        requireMethod(request, "GET");
+        requirePlain(request, "GET");
         Json json = Json::array();
         for (const Property& property : properties()) {
             json.push_back(propertyJson(property));
@@ -246,7 +267,7 @@ HttpResponse RestDoor::answer(const HttpRequest& request) const
         return jsonAnswer({{"properties", json}});
     }
     if (what == "openapi.json") {
-        requireMethod(request, "GET");
+        requirePlain(request, "GET");
         return jsonAnswer(openApiDocument(version_));
     }
     refusePath(request.path);

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,11 +42,13 @@ private:
 
 // Throws Refusal{405} for a method that is not among them ("GET, PUT").
 void requireMethod(const HttpRequest& request, const std::string& allowed);
+// The same where no query is; throws Error{Usage} for one.
+void requirePlain(const HttpRequest& request, const std::string& allowed);
 [[noreturn]] void refusePath(const std::string& path);
 // The key of the lease that came with it; empty when none did.
 std::string leaseKeyOf(const HttpRequest& request);
-// Of one in the query; empty: not there.
-std::string queryValue(const HttpRequest& request, const std::string& name);
+// Of the only parameter that the query may have. Throws Error{Usage} for any other.
+std::optional<std::string> queryValue(const HttpRequest& request, const std::string& name);
 
 } // namespace vxcam
 

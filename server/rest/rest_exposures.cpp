@@ -96,8 +96,11 @@ HttpResponse rawAnswer(const Frame& frame)
 HttpResponse answerFrame(const HttpRequest& request, const Frame& frame, const std::string& format,
                          const std::string& version)
 {
+    const std::string wish = queryValue(request, "incomplete").value_or("no");
+    const bool isWanted = wish == "yes";
+    if (!isWanted && wish != "no") throw Error(ErrorKind::Usage, "incomplete: yes or no");
     if (format == "json") return jsonAnswer(frameJson(frame));
-    if (!frame.complete() && queryValue(request, "incomplete") != "yes") {
+    if (!frame.complete() && !isWanted) {
         Json error = errorJson(IncompleteFrame(frame));
         error["frame"] = frameJson(frame);
         return jsonAnswer({{"error", error}}, rowOf(ErrorKind::Incomplete).http);
@@ -134,7 +137,12 @@ HttpResponse answerFrames(const HttpRequest& request, const Exposure& exposure,
     const bool isLast = rest.size() == 1 && stem == "frame";
     const bool isOne = rest.size() == 2 && rest[0] == "frames";
     const int number = isOne ? numberOf<int>(stem).value_or(0) : 0;
-    if (!isKnown || (!isLast && number < 1)) refusePath(request.path);
+    if (!isKnown || (!isLast && number < 1)) {
+        throw Refusal(404, "unknown-path",
+                      "there is nothing at " + request.path +
+                          "; frames are frame.FORMAT, the last one, and frames/NUMBER.FORMAT, from "
+                          "1; formats are fits, png, raw and json");
+    }
     requireMethod(request, "GET");
     if (isLast && !exposure.frames.empty()) {
         return answerFrame(request, exposure.frames.back(), format, version);
@@ -150,11 +158,22 @@ HttpResponse answerFrames(const HttpRequest& request, const Exposure& exposure,
     throw Refusal(404, "unknown-frame", "the exposure has no such frame");
 }
 
+// What the camera would refuse when the exposure has been taken on.
+void requireBins(const Plan& plan, Size sensor)
+{
+    if (plan.binningX.value_or(1) <= sensor.columns && plan.binningY.value_or(1) <= sensor.rows) {
+        return;
+    }
+    throw Error(ErrorKind::Usage, "binning: a bin is larger than the sensor, which has " +
+                                      std::to_string(sensor.columns) + " x " +
+                                      std::to_string(sensor.rows) + " pixels");
+}
+
 HttpResponse start(const HttpRequest& request, SharedCamera& camera)
 {
     camera.lease().require(leaseKeyOf(request));
     const Plan plan = planOf(bodyObject(request));
-    camera.camera(); // throws why it is not open
+    requireBins(plan, camera.camera()->sensor()); // throws why it is not open
     const uint64_t id = camera.exposures().start(plan, kMostStarting);
     const auto exposure = camera.exposures().find(id);
     HttpResponse response = jsonAnswer(exposure ? exposureJson(*exposure) : Json{{"id", id}}, 202);
@@ -162,15 +181,19 @@ HttpResponse start(const HttpRequest& request, SharedCamera& camera)
     return response;
 }
 
-void waitAsAsked(const HttpRequest& request, const SharedCamera& camera, uint64_t id)
+// Returns for how long it did.
+std::chrono::nanoseconds waitAsAsked(const HttpRequest& request, const SharedCamera& camera,
+                                     uint64_t id)
 {
-    const std::string text = queryValue(request, "wait");
-    if (text.empty()) return;
-    const auto seconds = numberOf<double>(text);
+    const std::optional<std::string> text = queryValue(request, "wait");
+    if (!text) return {};
+    const auto seconds = numberOf<double>(*text);
     if (!seconds || !(*seconds >= 0 && *seconds <= kMostWait)) {
         throw Error(ErrorKind::Usage, "wait: 0 to 60 s");
     }
+    const auto begun = std::chrono::steady_clock::now();
     camera.exposures().wait(id, std::chrono::milliseconds(std::llround(*seconds * 1000)));
+    return std::chrono::steady_clock::now() - begun;
 }
 
 } // namespace
@@ -179,7 +202,7 @@ HttpResponse answerExposures(const HttpRequest& request, SharedCamera& camera,
                              const std::vector<std::string>& rest, const std::string& version)
 {
     if (rest.empty()) {
-        requireMethod(request, "GET, POST");
+        requirePlain(request, "GET, POST");
         if (request.method == "POST") return start(request, camera);
         Json list = Json::array();
         for (const Exposure& exposure : camera.exposures().all()) {
@@ -188,7 +211,8 @@ HttpResponse answerExposures(const HttpRequest& request, SharedCamera& camera,
         return jsonAnswer({{"exposures", list}});
     }
     const auto id = numberOf<uint64_t>(rest[0]);
-    if (id && rest.size() == 1) waitAsAsked(request, camera, *id);
+    std::chrono::nanoseconds waited{0};
+    if (id && rest.size() == 1) waited = waitAsAsked(request, camera, *id);
     auto exposure = id ? camera.exposures().find(*id) : std::nullopt;
     if (!exposure) throw Refusal(404, "unknown-exposure", "there is no exposure '" + rest[0] + "'");
     if (rest.size() > 1) {
@@ -200,7 +224,9 @@ HttpResponse answerExposures(const HttpRequest& request, SharedCamera& camera,
         camera.exposures().abort(*id);
         exposure = camera.exposures().find(*id);
     }
-    return jsonAnswer(exposure ? exposureJson(*exposure) : Json{{"id", *id}});
+    HttpResponse response = jsonAnswer(exposure ? exposureJson(*exposure) : Json{{"id", *id}});
+    response.waited = waited;
+    return response;
 }
 
 } // namespace vxcam

@@ -9,18 +9,21 @@ import struct
 import subprocess
 import tempfile
 import urllib.request
+import zlib
 
 from server_support import PATIENCE, WebSocket, until
 
 
 class Browser:
-    def __init__(self, width=1366, height=768):
+    """As on a host without a graphics card, unless `graphics` are to be imitated."""
+
+    def __init__(self, width=1366, height=768, graphics=False):
         self.folder = tempfile.mkdtemp()
         self.errors = open(os.path.join(self.folder, "errors"), "w+", encoding="utf-8")
         self.process = subprocess.Popen(
-            ["chromium", "--headless", "--no-sandbox", "--disable-gpu-sandbox",
-             "--use-angle=swiftshader", "--enable-unsafe-swiftshader", "--no-first-run",
-             "--remote-debugging-port=0", "--user-data-dir=" + self.folder,
+            ["chromium", "--headless", "--no-sandbox", "--no-first-run", "--remote-debugging-port=0",
+             *(("--disable-gpu-sandbox", "--use-angle=swiftshader", "--enable-unsafe-swiftshader")
+               if graphics else ("--disable-gpu",)), "--user-data-dir=" + self.folder,
              "--window-size=%d,%d" % (width, height), "about:blank"],
             stdout=subprocess.DEVNULL, stderr=self.errors)
 
@@ -32,6 +35,7 @@ class Browser:
             pages = json.load(answer)
         url = next(page for page in pages if page["type"] == "page")["webSocketDebuggerUrl"]
         self.socket = WebSocket(self.port, "/" + url.split("/", 3)[3])
+        self.socket.socket.settimeout(3 * PATIENCE)  # a browser takes its time on a busy machine
         self.number, self.complaints = 0, []
         self.call("Runtime.enable")
         self.call("Page.enable")
@@ -77,6 +81,18 @@ class Browser:
         data = self.call("Page.captureScreenshot", format="png")["data"]
         with open(path, "wb") as file:
             file.write(base64.b64decode(data))
+
+    def pixel(self, x, y):
+        """Red, green and blue of a pixel of the screen."""
+        clip = {"x": x, "y": y, "width": 1, "height": 1, "scale": 1}
+        image = base64.b64decode(self.call("Page.captureScreenshot", format="png", clip=clip)["data"])
+        at, data = 8, b""
+        while at < len(image):
+            length, = struct.unpack(">I", image[at:at + 4])
+            if image[at + 4:at + 8] == b"IDAT":
+                data += image[at + 8:at + 8 + length]
+            at += length + 12
+        return list(zlib.decompress(data)[1:4])  # of a single pixel every filter is none
 
     def close(self):
         self.socket.close()

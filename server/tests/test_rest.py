@@ -121,7 +121,7 @@ class Exposures(Rest):
                {"area": {"column": 100, "row": 0, "columns": 29, "rows": 1}}, {"area": [1]},
                {"type": "odd"}, {"kind": "odd"}, {"binning": [0, 1]}, {"binning": 2},
                {"exposur": 1}, {"frames": 1.5}, {"frames": "2"}, {"when_full": "odd"},
-               {"exposure": 0.0001}]
+               {"exposure": 0.0001}, {"binning": [129, 1]}, {"binning": [1, 97]}]
         for plan in bad:
             with self.subTest(plan):
                 self.assertRefused(self.server.ask("POST", CAMERA + "/exposures", plan), 400,
@@ -130,6 +130,27 @@ class Exposures(Rest):
         exposure = self.server.expose(exposure=0.001)
         self.assertEqual((exposure["id"], exposure["state"]), (1, "complete"))
         self.assertEqual(self.server.metric('vxcamd_exposures_total{camera="0",end="failed"}'), 0)
+
+    def test_what_no_query_has_is_refused(self):
+        self.server.expose(exposure=0.001)
+        for path in ("/exposures/1?wiat=1", "/exposures/1?wait=", "/exposures/1?wait=1&wait=1",
+                     "/exposures/1?wait=1&x", "/exposures?wait=1", "?x=1", "/properties?x",
+                     "/properties/gain?value=3", "/lease?x=", "/events?snice=1", "/events?since=",
+                     "/exposures/1/frame.raw?incomplete=1", "/exposures/1/frame.raw?complete=yes"):
+            with self.subTest(path):
+                self.assertRefused(self.server.get(CAMERA + path), 400, "usage")
+        for path in ("/exposures/1?", "/exposures/1?wait=0", "/exposures/1/frame.raw?incomplete=no"):
+            self.assertEqual(self.server.get(CAMERA + path).status, 200, path)
+        answer = self.server.ask("POST", CAMERA + "/exposures?frames=2", {"exposure": 0.001})
+        self.assertRefused(answer, 400, "usage")
+
+    def test_frames_that_cannot_be_are_answered_by_those_that_can(self):
+        self.server.expose(exposure=0.001)
+        for name in ("frame.tiff", "frame", "frames/0.raw", "frames/1", "frames/1.tiff", "x.raw"):
+            answer = self.server.get(CAMERA + "/exposures/1/" + name)
+            self.assertRefused(answer, 404, "unknown-path")
+            for part in ("fits", "png", "raw", "json", "from 1"):
+                self.assertIn(part, answer.json["error"]["text"])
 
     def test_only_the_last_frames_are_kept(self):
         server = Server("sim?sensor=512x512&heartbeat=0", "--keep", "2")
@@ -243,6 +264,14 @@ class Properties(Rest):
             with self.subTest(body[:20]):
                 answer = self.server.ask("PUT", CAMERA + "/properties/gain", body.encode("latin1"))
                 self.assertRefused(answer, 400, "usage")
+        for body in ('{"value": 3, "value": 4}', '{"value": {"a": 1, "b": 2, "a": 1}}'):
+            answer = self.server.ask("PUT", CAMERA + "/properties/gain", body,
+                                     {"Content-Type": "application/json"})
+            self.assertRefused(answer, 400, "usage")
+            self.assertIn("twice", answer.json["error"]["text"])
+        area = {"column": 0, "row": 0, "columns": 8, "rows": 4}  # twice, in one list
+        exposure = self.server.expose(exposure=0.001, regions=[area, dict(area, row=8)])
+        self.assertEqual(exposure["state"], "complete")
         answer = self.server.ask("PUT", CAMERA + "/properties/gain", b"value=1",
                                  {"Content-Type": "application/x-www-form-urlencoded"})
         self.assertRefused(answer, 415, "media-type")
@@ -279,6 +308,10 @@ class Properties(Rest):
 
 class Leases(Rest):
     options = ("--lease", "2")
+
+    def test_a_holder_has_a_name_that_can_be_shown(self):
+        for name in ("", "a" * 101, "a\0b", "a\nb"):
+            self.assertRefused(self.server.ask("POST", CAMERA + "/lease", {"holder": name}), 400, "usage")
 
     def test_one_client_controls_and_others_watch(self):
         mine = self.server.ask("POST", CAMERA + "/lease", {"holder": "me"}).json
@@ -418,6 +451,15 @@ class Watching(Rest):
         self.assertGreater(min(apart), 0.05)
         watcher.close()
 
+    def test_events_of_a_server_before_this_one_do_not_hide_its_own(self):
+        import http.client
+        self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 2})
+        connection = http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=PATIENCE)
+        connection.request("GET", CAMERA + "/events", headers={"Last-Event-ID": "99999"})
+        response = connection.getresponse()
+        until(lambda: b'"gain"' in response.readline(), "the event")
+        connection.close()
+
     def test_events_tell_what_happens(self):
         import http.client
         connection = http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=PATIENCE)
@@ -468,6 +510,13 @@ class Figures(Rest):
             for name, labels in figures:
                 self.assertIn(name, told, expression)
                 self.assertLessEqual(set(re.findall(r'(\w+)=~?"', labels)), told[name], expression)
+
+    def test_waiting_that_was_asked_for_is_no_time_to_make_an_answer(self):
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 30})
+        before = self.server.metric("vxcamd_http_answer_seconds_sum")
+        self.assertIs(self.server.get(CAMERA + "/exposures/1?wait=1.5").json["over"], False)
+        self.assertLess(self.server.metric("vxcamd_http_answer_seconds_sum") - before, 1)
+        self.server.ask("DELETE", CAMERA + "/exposures/1")
 
     def test_metrics_are_in_prometheus_format(self):
         answer = self.server.get("/metrics")

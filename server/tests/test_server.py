@@ -1,6 +1,7 @@
 """The server itself: who may ask, how it ends, and clients that mean harm."""
 
 import base64
+import json
 import os
 import select
 import signal
@@ -11,11 +12,12 @@ import tempfile
 import time
 import unittest
 
-from server_support import (PATIENCE, SERVER, Server, WebSocket, raw_exchange, reap, until)
+from server_support import (PATIENCE, SERVER, Process, Server, WebSocket, raw_exchange, reap, until)
 
 CAMERA = "/api/v1/cameras/0"
 TOKEN = "correct-horse-battery-staple"
 SIM = "sim?sensor=64x48"
+VXCAM = os.environ.get("VXCAM")  # the command line, where it is built
 
 
 def tearDownModule():
@@ -57,17 +59,38 @@ class CommandLine(WithServer):
     def test_a_token_that_others_can_read_or_guess_is_refused(self):
         self.assertRefused(1, "chmod", SIM, "--token-file", self.token_file(mode=0o644))
         self.assertRefused(1, "16", SIM, "--token-file", self.token_file("short"))
+        self.assertRefused(1, "chmod", SIM, "--token-file", self.token_file(mode=0o440))
         nothing = self.token_file()
         os.truncate(nothing, 0)
         self.assertRefused(1, "16", SIM, "--token-file", nothing)
         self.assertRefused(5, "/nowhere", SIM, "--token-file", "/nowhere")
+
+    def test_a_token_that_the_service_manager_hands_over_is_taken(self):
+        """Its access list shows as the rights of a group."""
+        path, elsewhere = (self.token_file(mode=0o440) for _ in range(2))
+        self.addCleanup(os.environ.pop, "CREDENTIALS_DIRECTORY")
+        os.environ["CREDENTIALS_DIRECTORY"] = os.path.dirname(path)
+        server = self.start("--token-file", path)
+        answer = server.get("/api/v1/cameras", headers={"Authorization": "Bearer " + TOKEN})
+        self.assertEqual(answer.status, 200)
+        self.assertRefused(1, "chmod", SIM, "--token-file", elsewhere)
+        os.chmod(path, 0o444)
+        self.assertRefused(1, "chmod", SIM, "--token-file", path)
 
     def test_what_makes_no_sense_is_refused(self):
         self.assertRefused(1, "TARGET")
         self.assertRefused(1, "twice", "127.0.0.1:9", "127.0.0.1:9")
         self.assertRefused(1, "port", SIM, "--listen", "127.0.0.1:99999")
         for option in ("--lease", "--keep", "--pixel-size"):
-            self.assertRefused(1, "nan", SIM, "--listen", "127.0.0.1:0", option, "nan")
+            for word in ("nan", "x", "", "-1", "1e9", "2 "):
+                self.assertRefused(1, "%s: " % option, SIM, "--listen", "127.0.0.1:0", "--alpaca",
+                                   option, word)
+        self.assertRefused(1, "--lease: 1 to 86400 is needed, not 'x'", SIM, "--lease", "x")
+        for words in (("--pixel-size", "5"), ("--discovery-port", "0"), ("--alpaca-without-token",),
+                      ("--alpaca-interface", "3")):
+            self.assertRefused(1, words[0] + " requires --alpaca", SIM, "--listen", "127.0.0.1:0",
+                               *words)
+        self.assertRefused(1, "not ':8080'", SIM, "--listen", ":8080")
         self.assertRefused(1, "ADDRESS:PORT", SIM, "--listen", "nonsense")
         self.assertRefused(1, "no IPv4 address", SIM, "--listen", "nonsense:80", "--token-file",
                            self.token_file())
@@ -92,6 +115,15 @@ class Ending(WithServer):
         self.assertEqual(server.end(), 0)
         self.assertLess(time.monotonic() - begun, 10)
         watcher.close()
+
+    def test_it_ends_at_once_when_nobody_is_connected(self):
+        times = []
+        for _ in range(3):
+            server = self.start("--listen", "0.0.0.0:0", "--token-file", self.token_file())
+            begun = time.monotonic()
+            self.assertEqual(server.end(), 0)
+            times.append(time.monotonic() - begun)
+        self.assertLess(min(times), 1)
 
     def test_it_finishes_what_runs_where_it_is_told_to(self):
         server = self.start("--at-end", "finish")
@@ -200,9 +232,54 @@ class Paths(WithServer):
             self.assertIn(data.split(b" ")[1], (b"404", b"400", b"403"), path)
             self.assertNotIn(b"root:", data)
 
+    def test_frames_are_not_told_without_a_websocket(self):
+        answer = self.start().get(CAMERA + "/live")
+        self.assertEqual((answer.status, answer.kind), (426, "websocket"))
+        self.assertEqual(answer.headers["upgrade"], "websocket")
+
+    def test_every_refusal_is_told_in_the_words_of_its_door(self):
+        server = self.start("--alpaca", "--discovery-port", "0")
+        paths = (CAMERA + "/properties/gain", "/api/v1/camera/0/gain")
+        head = b"PUT %s HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+        for lines, status, kind in ((b"Content-Length: 65537\r\n", 413, "too-long"),
+                                    (b"Transfer-Encoding: chunked\r\n", 411, "length")):
+            for path, is_json in zip(paths, (True, False)):
+                data = raw_exchange(server.port, head % path.encode() + lines + b"\r\n", 3)
+                told, _, body = data.partition(b"\r\n\r\n")
+                self.assertEqual(int(told.split()[1]), status)
+                self.assertEqual(b"application/json" in told, is_json)
+                self.assertEqual(b"text/plain" in told, not is_json)
+                if is_json:
+                    error = json.loads(body)["error"]
+                    self.assertEqual((error["kind"], error["code"], error["sub_code"]), (kind, 0, 0))
+        answer = server.get(CAMERA + "/properties/gain%00x")
+        self.assertEqual((answer.status, answer.kind), (400, "usage"))
+
+    def test_a_path_means_what_its_percent_signs_stand_for(self):
+        server = self.start()
+        server.open()
+        told = server.get("/api/v1/cameras/0/properties/gain").json
+        for path in ("/api/v1/cameras/0/properties/g%61in", "/%61%70i/v1/cameras/%30/properties/gain"):
+            self.assertEqual(server.get(path).json, told, path)
+        for name in ("gpio:1", "gpio%3A1", "gpio%3a1"):
+            self.assertEqual(server.get(CAMERA + "/properties/" + name).status, 200, name)
+        answer = server.get(CAMERA + "/properties/a+b%2525")
+        self.assertIn("a+b%25", answer.json["error"]["text"])
+        watcher = WebSocket(server.port, CAMERA + "/l%69ve")
+        self.assertEqual(watcher.status, 101)
+        watcher.close()
+        for part in ("gain%00", "gain%0A", "gain%7f", "gain%2fx", "gain%", "gain%3", "gain%zz", "%2E%2e",
+                     "%2e", ".", "..", "/gain"):
+            answer = server.get(CAMERA + "/properties/" + part)
+            self.assertEqual((answer.status, answer.kind), (400, "usage"), part)
+            watcher = WebSocket(server.port, CAMERA + "/" + part + "/live")
+            self.assertEqual(watcher.status, 400, part)
+            watcher.close()
+
     def test_what_is_not_there_is_404_and_a_wrong_verb_405(self):
         server = self.start()
-        for path in ("/odd", "/api", "/api/v1", "/api/v1/cameras/1", "/api/v1/cameras/00",
+        self.assertIn("/cameras/", server.get("/api/v1/cameras/").json["error"]["text"])
+        for path in ("/odd", "/api", "/api/v1", "/api/v1/cameras/", "/api/v1/cameras/1", "/api/v1/cameras/00",
                      "/api/v1/cameras/-1", CAMERA + "/odd", CAMERA + "/exposures/x",
                      CAMERA + "/exposures/1/frame.exe", CAMERA + "/exposures/1/frames/0.fits"):
             self.assertEqual(server.get(path).status, 404, path)
@@ -307,12 +384,35 @@ class Hostile(WithServer):
         server = self.start()
         watcher = WebSocket(server.port, CAMERA + "/live")
         self.assertEqual(watcher.status, 101)
-        for text in ("", "{", "[]", '{"rate": "x"}', '{"rate": 1e99}', '{"rate": -1}'):
+        for text in ("", "{", "[]", '{"rate": "x"}', '{"rate": 1e99}', '{"rate": 1e-300}', '{"rate": -1}'):
             watcher.send(text)
         watcher.socket.sendall(os.urandom(3000))
         watcher.close()
         until(lambda: server.metric("vxcamd_watchers") == 0, "the watcher is gone")
         self.alive(server)
+
+
+class Desktop(unittest.TestCase):
+    def test_the_page_is_opened_by_what_the_desktop_has_for_it(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        opened, opener = (os.path.join(folder.name, name) for name in ("opened", "xdg-open"))
+        with open(opener, "w", encoding="ascii") as file:
+            file.write("#!/bin/sh\necho \"$1\" >%s.new && mv %s.new %s\n" % ((opened,) * 3))
+        os.chmod(opener, 0o755)
+        path = os.environ["PATH"]
+        self.addCleanup(os.environ.__setitem__, "PATH", path)
+        places = [folder.name, os.path.dirname(SERVER), path]
+        os.environ["PATH"] = ":".join(places)
+        for words in ([SERVER, "sim", "--listen", "127.0.0.1:0", "--open"],
+                      *([[VXCAM, "view"]] if VXCAM else ())):
+            server = Process(*words)
+            self.addCleanup(server.retire)
+            address = server.line(r"serving 1 camera at (http://127\.0\.0\.1:\d+/)").group(1)
+            until(lambda: os.path.exists(opened), "the browser is asked")
+            with open(opened, encoding="ascii") as file:
+                self.assertEqual(file.read().strip(), address)
+            os.remove(opened)
 
 
 class Secret(WithServer):

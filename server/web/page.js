@@ -5,13 +5,14 @@ import {starAt} from './star.js';
 import {View} from './view.js';
 
 const at = id => document.getElementById(id);
-const view = new View(at('image'));
+const view = new View(at('image'), new URLSearchParams(location.search).get('painter'));
 const arrays = {8: Uint8Array, 16: Uint16Array, 32: Uint32Array};
 const temperatures = [];
 const recent = [];      // [time, bytes] of the last seconds' frames
 const totals = {complete: 0, incomplete: 0, missed: 0};
-let figures = null, newest = null, cameraFacts = null, exposure = null, area = null;
-let isServerThere = false, shownAt = 0;
+let cameraFacts = null, exposure = null, area = null, isServerThere = false;
+let newest = null;  // the frame that is drawn: facts, pixels, since: when its last packet came
+let figures = null, stretch = null; // of it
 
 const colours = () => {
   const style = getComputedStyle(document.documentElement);
@@ -40,7 +41,7 @@ function showFacts(facts) {
     ['size', `${facts.columns} x ${facts.rows}, ${facts.bits} bits`],
     ['exposure', `${facts.exposure} s, ${facts.type}`],
     ['middle', `${facts.times.middle.slice(11, 23)} +/- ${(facts.times.uncertainty * 1000).toFixed(1)} ms`],
-    ['values', `${figures.least} to ${figures.most}`],
+    ['values', `${figures.least} to ${figures.most}${figures.step > 1 ? `, of 1 in ${figures.step}` : ''}`],
     ['sum', String(facts.sum)],
     ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packets missing`],
   ];
@@ -76,15 +77,16 @@ function followStar() {
   if (found) widths.push([performance.now() / 1000, found.hfd]);
   if (widths.length > 300) widths.shift();
   star = found ?? {...star, isLost: true};
-  showStar();
+  showRing();
 }
 
 function showStar() {
   showRing();
   if (!star) return;
   at('width').className = star.isLost ? 'wrong' : '';
+  const width = Number.isFinite(star.fwhm) ? `${star.fwhm.toFixed(2)} pixels` : 'not known';
   at('width').textContent = star.isLost ? 'the star is lost' :
-      `HFD ${star.hfd.toFixed(2)}, FWHM ${star.fwhm.toFixed(2)} pixels; at ${star.column.toFixed(1)}, ` +
+      `HFD ${star.hfd.toFixed(2)}, FWHM ${width}; at ${star.column.toFixed(1)}, ` +
       `${star.row.toFixed(1)}; peak ${Math.round(star.peak)}${star.isFull ? ', full' : ''}`;
   drawGraph(at('profile'), star.profile, colours(), 'counts', `${star.radius.toFixed(0)} pixels wide`);
   drawGraph(at('focus'), widths, colours(), 'HFD');
@@ -107,35 +109,47 @@ view.onDraw = showRing;
 function showFrame() {
   const {facts, pixels} = newest;
   figures = figuresOf(pixels, facts.bits);
-  const stretch = stretchOf(at('stretch').value, figures);
+  stretch = stretchOf(at('stretch').value, figures);
   view.show({columns: facts.columns, rows: facts.rows, bits: facts.bits, pixels,
              missingRows: facts.missing_rows, stretch,
              full: facts.bits === 32 ? Infinity : figures.full});
-  drawHistogram(at('histogram'), figures, stretch, colours());
-  showFacts(facts);
   followStar();
+  showNotes();
+  const left = panelAt + 150 - performance.now();
+  if (left <= 0) showPanel();
+  else panelTimer ||= setTimeout(showPanel, left);
   at('image').dataset.frame = `${facts.readout}.${facts.number}`;
 }
 
-let drawn = null; // settles when the newest frame is drawn
-function onFrame(facts, buffer) {
-  newest = {facts, pixels: new arrays[facts.bits](buffer)};
-  shownAt = performance.now() - facts.age * 1000;
+// What stands beside the image; it is for reading, which needs no more than some a second.
+let panelAt = 0, panelTimer = 0;
+function showPanel() {
+  clearTimeout(panelTimer);
+  [panelAt, panelTimer] = [performance.now(), 0];
+  drawHistogram(at('histogram'), figures, stretch, colours());
+  showFacts(newest.facts);
+  showStar();
+  showTruth();
+  at('save').hidden = false;
+  at('save').href = `${cameraPath}/exposures/${newest.facts.exposure_id}/frame.fits`;
+}
+
+let arrived = null; // the newest frame that came
+let drawn = null;   // settles when it is drawn
+function onFrame(facts, buffer, toldAt) {
+  arrived = {facts, pixels: new arrays[facts.bits](buffer), since: toldAt - facts.age * 1000};
   recent.push([performance.now(), buffer.byteLength]);
   totals[facts.complete ? 'complete' : 'incomplete']++;
   totals.missed += facts.missed;
-  at('save').hidden = false;
-  at('save').href = `${cameraPath}/exposures/${facts.exposure_id}/frame.fits`;
   drawn ??= new Promise(done => requestAnimationFrame(() => {
     drawn = null;
     done();
+    newest = arrived;
     showFrame();
-    showTruth();
   }));
   return drawn;
 }
 
-// Says of every frame that is not current that it is not.
 function showTruth() {
   const now = performance.now();
   while (recent.length && now - recent[0][0] > 3000) recent.shift();
@@ -144,7 +158,13 @@ function showTruth() {
   at('truth').textContent = `${(recent.length > 1 ? recent.length / seconds : 0).toFixed(1)} frames/s, ` +
       `${(recent.length > 1 ? bytes / seconds / 1e6 : 0).toFixed(1)} MB/s; ${totals.complete} complete, ` +
       `${totals.incomplete} incomplete, ${totals.missed} missed here`;
-  const age = newest ? (now - shownAt) / 1000 : 0;
+  showNotes();
+}
+
+// Says of every frame that is not current that it is not.
+function showNotes() {
+  const now = performance.now();
+  const age = newest ? (now - newest.since) / 1000 : 0;
   const isCut = !isServerThere || (cameraFacts && !cameraFacts.link);
   const notes = [];
   if (isCut) notes.push(`no connection to the ${isServerThere ? 'camera' : 'server'}`);
@@ -207,12 +227,15 @@ async function refresh() {
   isNews = true;
   if (isLooking) return;
   isLooking = true;
-  while (isNews) {
-    isNews = false;
-    await look();
-    await new Promise(done => setTimeout(done, 100));
+  try {
+    while (isNews) {
+      isNews = false;
+      await look();
+      await new Promise(done => setTimeout(done, 100));
+    }
+  } finally {
+    isLooking = false;
   }
-  isLooking = false;
 }
 
 function onEvent(event) {

@@ -33,14 +33,14 @@ export async function giveLease() {
   keep('');
 }
 
-// Calls with frames (facts, ArrayBuffer), every event, and change of the connection, for ever. What
+// Calls with frames (facts, ArrayBuffer, when the facts came), every event, and change of the connection, for ever. What
 // onFrame returns is waited for: the next frame but one is asked for when this one is done with, so
 // that none waits on the way and grows old.
 export function watch({onFrame, onEvent, onLink}) {
   const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
   const socket = new WebSocket(`${scheme}//${location.host}${cameraPath}/live`);
   socket.binaryType = 'arraybuffer';
-  let facts = null;
+  let facts = null, toldAt = 0;
   const more = count => socket.readyState === WebSocket.OPEN && socket.send(`{"more":${count}}`);
   socket.onopen = () => {
     more(2);
@@ -48,11 +48,11 @@ export function watch({onFrame, onEvent, onLink}) {
   };
   socket.onmessage = ({data}) => {
     if (typeof data !== 'string') {
-      Promise.resolve(onFrame(facts, data)).finally(() => more(1));
+      Promise.resolve(onFrame(facts, data, toldAt)).finally(() => more(1));
       return;
     }
     const message = JSON.parse(data);
-    if (message.message === 'frame') facts = message;
+    if (message.message === 'frame') [facts, toldAt] = [message, performance.now()];
     if (message.message === 'event') onEvent(message.event);
   };
   socket.onclose = () => {
