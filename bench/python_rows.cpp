@@ -12,8 +12,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -36,6 +38,7 @@ class PythonSide
 public:
     explicit PythonSide(const tcSender& sender)
     {
+        signal(SIGPIPE, SIG_IGN); // a side that has ended is told as such
         int asked[2], told[2];
         if (pipe2(asked, O_CLOEXEC) != 0 || pipe2(told, O_CLOEXEC) != 0) {
             throw std::runtime_error("no pipes");
@@ -88,7 +91,9 @@ double secondsOfKit(vxcam::Camera& camera, int frames)
     plan.settings = false;
     const double begin = WallSeconds();
     vxcam::Stream stream = camera.stream(plan);
-    while (stream.next()) {
+    std::optional<vxcam::Frame> frame; // held until the next one is there, as a loop in Python does
+    while ((frame = stream.next())) {
+        if (!frame->complete()) throw std::runtime_error("a frame is not complete");
     }
     if (stream.end() != vxcam::ReadoutEnd::Complete) throw std::runtime_error("lost");
     return WallSeconds() - begin;

@@ -53,6 +53,7 @@ tcBytes MakeFrame(const tsStream& stream, bool isLast)
         uint8_t* to = frame.data() + packetBytes * row;
         tsPixelData16Msg head{};
         head.header = HeaderOf(id, packetBytes - gnHeaderBytes);
+        head.header.SeqNo = row % 256; // frame after frame where rows are a multiple of that
         head.LastFrame = isLast;
         head.PacketNumber = static_cast<uint16_t>(row + 1);
         head.TotalPackets = stream.rows;

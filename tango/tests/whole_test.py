@@ -145,7 +145,7 @@ class EveryAttribute(WithServer):
             before = len(self.camera.events["trace"])
             self.device.write_attribute(name, written(name)[0])
             if configs[name].writable == tango.AttrWriteType.WRITE:
-                self.assertGreater(len(self.camera.events["trace"]), before, name)
+                wait_for(lambda: len(self.camera.events["trace"]) > before, name)
             self.check_read(name, written(name)[1])
         self.restart_camera_and_server()
         memorised = [name for name, config in configs.items()
