@@ -136,6 +136,12 @@ int tcVXCamera::AbortRead()
     message.MsgId = cmdAbortRead.Row().id;
     const int result = SendMessageWithin(&message, gnAbortLimit);
     if (result != eVXOk) mLog.logError("tcVXCamera::AbortRead could not send");
+    GiveUpReadout();
+    return result;
+}
+
+int tcVXCamera::GiveUpReadout()
+{
     {
         const tStackLock lock(mStackMutex);
         for (int index : {eItemImage16, eItemImage8, eItemImage32}) {
@@ -150,7 +156,7 @@ int tcVXCamera::AbortRead()
         LevelAreaItems();
     }
     AwaitDelivery();
-    return result;
+    return eVXOk;
 }
 
 int tcVXCamera::PercentComplete(unsigned int* frame)

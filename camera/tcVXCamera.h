@@ -228,6 +228,8 @@ public:
     int ReadCCDArea8(unsigned char* buffer, short frames, unsigned short flags);
     // How the readout that was started last ended: a teReadoutResult.
     int ReadoutResult();
+    // As AbortRead, and sends nothing.
+    int GiveUpReadout();
     // The buffers of readouts that are started with a null buffer.
     int SetImageBuffers(void* const* buffers, int count, size_t bytes);
     int ReturnImageBuffer(void* buffer);

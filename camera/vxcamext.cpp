@@ -48,6 +48,11 @@ extern "C" int VXReadoutResult(int handle)
     return Forward(handle, &tcVXCamera::ReadoutResult);
 }
 
+extern "C" int VXGiveUpReadout(int handle)
+{
+    return Forward(handle, &tcVXCamera::GiveUpReadout);
+}
+
 extern "C" int VXSetImageBuffers(int handle, void* const* buffers, int count, size_t bytes)
 {
     return Forward(handle, &tcVXCamera::SetImageBuffers, buffers, count, bytes);

@@ -128,8 +128,12 @@ typedef enum teReadoutResult {
 
 /* Tells how the readout that was started last ended, or that it runs: a teReadoutResult. After
  * eReadoutLinkLost and eReadoutNotSent the readout is over, but counts as pending until it is
- * aborted or times out. */
+ * aborted, given up or times out. */
 VX_EXPORT int VXReadoutResult(int handle);
+
+/* As VXAbortRead, but nothing is sent: for a readout whose connection broke. A camera that goes on
+ * with it all the same is told so by VXAbortRead. */
+VX_EXPORT int VXGiveUpReadout(int handle);
 
 /* Has readouts that are started with a null buffer store successive frames in these buffers of
  * `bytes` bytes each, in the order in which they were given (back). An area readout's frame lies

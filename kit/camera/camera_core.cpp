@@ -193,27 +193,44 @@ void CameraCore::Command::answered()
 
 // ---- Readouts ---------------------------------------------------------------------------------
 
-// Ends the last readout on the camera, if it is over here. The answer to a question behind the
-// abort comes behind all that was still under way, and the settings are put back. Called with
+// Ends the last readout on the camera, if it is over here, and puts the settings back. Called with
 // commands_.
 void CameraCore::clearAway()
 {
     const std::shared_ptr<StreamCore> stream = present();
+    bool isLinkUp = true, isOnThisLink = true, hasGoneOn = false;
+    const uint64_t packets = statistics().packetsReceived;
     {
         std::lock_guard<std::mutex> guard(state_);
         if (isCleared_ || isClearing_ || !stream || stream->isRunning()) return;
+        isLinkUp = isLinkUp_;
+        isOnThisLink = isLinkUp_ && connection_ == readoutOn_;
+        hasGoneOn = isLinkUp_ && packets > packetsAtLoss_;
     }
     isClearing_ = true;
     const std::unique_ptr<bool, void (*)(bool*)> done(&isClearing_,
                                                       [](bool* flag) { *flag = false; });
     if (!stream->isWhole()) {
-        VXAbortRead(handle_);
-        roundTrip();
+        isStopDue_ = !isOnThisLink;
+        if (isOnThisLink || hasGoneOn) {
+            stopCamera();
+        } else {
+            VXGiveUpReadout(handle_);
+        }
     }
+    if (!isLinkUp) return; // the settings are put back when it is there again
     undoPlan();
     std::lock_guard<std::mutex> guard(state_);
     isCleared_ = true;
     changed_.notify_all();
+}
+
+// The answer to a question behind the abort comes behind all that was still under way.
+void CameraCore::stopCamera()
+{
+    VXAbortRead(handle_);
+    roundTrip();
+    isStopDue_ = false;
 }
 
 // Before the camera is closed: waits until what the last readout left behind is cleared away,

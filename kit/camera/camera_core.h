@@ -138,6 +138,7 @@ private:
 
     void readoutEnded(const StreamCore& stream);
     void clearAway();
+    void stopCamera();
     void awaitClearance();
     std::optional<SteadyTime> watch();
     std::optional<SteadyTime> lookAfter();
@@ -163,6 +164,8 @@ private:
     std::recursive_mutex commands_;
     // With commands_.
     bool isClearing_ = false, isRestoring_ = false;
+    // The last readout's connection was lost: the camera may not have noticed, and still be at it.
+    bool isStopDue_ = false;
     std::vector<std::pair<PropertyName, Value>> undo_; // what a plan changed, and what was there
     std::shared_ptr<FramePool> pool_;
     Settings made_;                                                    // by the application
@@ -175,6 +178,8 @@ private:
     int commandsUnderWay_ = 0;
     bool isLinkUp_ = true;
     uint64_t connection_ = 0, answeredOn_ = 0; // counted; the last one with a first answer
+    uint64_t readoutOn_ = 0;                   // where the last readout began
+    uint64_t packetsAtLoss_ = 0;               // that had come when the link was lost
     uint64_t silentOn_ = 0;                    // where the first question was in vain
     SteadyTime silentUntil_;                   // on that one
     std::string lastWords_;

@@ -126,6 +126,7 @@ struct CameraCore::Callbacks {
         CameraCore& camera = of(user);
         const bool isUp = record->Event == eLinkRestored;
         std::string words = record->LastWords != nullptr ? record->LastWords : "";
+        const uint64_t packets = camera.statistics().packetsReceived;
         {
             std::lock_guard<std::mutex> guard(camera.state_);
             if (camera.commandsUnderWay_ == 0 && words == camera.refusal_) words.clear();
@@ -133,6 +134,7 @@ struct CameraCore::Callbacks {
             if (isUp) ++camera.connection_;
             camera.temperatures_.reset();
             if (!isUp) camera.lastWords_ = words;
+            if (!isUp) camera.packetsAtLoss_ = packets;
             camera.isRestoreDue_ = true;
             camera.changed_.notify_all();
         }

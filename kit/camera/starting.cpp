@@ -343,6 +343,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(Plan plan)
     clearAway();
     std::shared_ptr<StreamCore> next;
     try {
+        if (isStopDue_ && waitForLink(milliseconds(0))) stopCamera();
         if (plan.kind == ReadoutKind::AsSet) plan.kind = kindSet();
         applyPlan(plan);
         const StreamSetup setup = setUp(plan);
@@ -356,6 +357,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(Plan plan)
             std::lock_guard<std::mutex> guard(state_);
             stream_ = next;
             isCleared_ = false;
+            readoutOn_ = connection_;
         }
         flight_.note(FlightEntry::Kind::Started, textOf(plan));
         command.answered();

@@ -255,6 +255,7 @@ std::vector<tsCall> Images()
         {"VXGetReadProgress", Get(VXGetReadProgress), "100: 1"},
         {"VXOverrideImageTimout", Set(VXOverrideImageTimout, 5000), "0:"},
         {"VXAbortRead", Set(VXAbortRead), "0:"},
+        {"VXGiveUpReadout", Set(VXGiveUpReadout), "0:"},
         {"VXWaitCompletion", Set(VXWaitCompletion, 100), "0:"},
         {"VXisCameraReady", Set(VXisCameraReady), "0:"},
         {"VXGetStatistics",
