@@ -1,4 +1,5 @@
 // W1: frames into files; W2 to W5: into records.
+#include "folder.h"
 #include "receiver.h"
 #include "rows.h"
 
@@ -13,7 +14,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -26,14 +26,6 @@ constexpr size_t gnFrameBytes = size_t(8) << 20;
 constexpr size_t gnAlignment = 4096;
 constexpr int gnSide = 2048;
 constexpr size_t gnBuffers = 8; // as a camera has them
-
-// In the present folder, which is gone afterwards.
-struct tsFolder {
-    const std::filesystem::path path =
-        std::filesystem::absolute("vxbench-" + std::to_string(getpid()));
-    tsFolder() { std::filesystem::create_directory(path); }
-    ~tsFolder() { std::filesystem::remove_all(path); }
-};
 
 // `pixelOf`: of the number of a frame, and of a pixel in it.
 template <class PixelOf>
