@@ -2,7 +2,7 @@
 #ifndef VXCAMKIT_CAPTURE_BODY_H
 #define VXCAMKIT_CAPTURE_BODY_H
 
-#include "containers/append_file.h"
+#include "wire/block_file.h"
 #include "wire/wire_capture.h"
 #include "wire/wire_reader.h"
 
@@ -38,26 +38,32 @@ struct WireCapture::Body {
     std::optional<Error> failure;
 
 private:
-    // Records that go into one block.
+    // A block as it lies in the file: behind `from` bytes that are the file's, its head and
+    // records.
     struct Block {
-        std::vector<char> bytes;
+        FileBytes bytes; // none before its first record
+        size_t from = 0, end = 0;
         uint32_t records = 0;
         Moment begun;
+
+        size_t room() const;
     };
 
-    void append(WireKind kind, uint8_t camera, const Moment& time, const char* bytes, size_t count);
+    void awaitRoom(std::unique_lock<std::mutex>& guard, size_t bytes);
+    void put(WireKind kind, uint8_t camera, const Moment& time, const char* bytes, size_t count);
+    FileBytes memory();
     void turn();
     void run();
-    std::optional<Block> takeBlock();
-    void write(const Block& block);
+    Block takeBlock();
+    void write(Block* block);
     void giveUp(const Error& error);
 
     const std::string software_;
-    AppendFile file_;
+    BlockFile file_;
     // With the lock.
     Block present_;
     std::deque<Block> waiting_;
-    std::vector<std::vector<char>> spare_; // memory of blocks that were written
+    std::vector<FileBytes> spare_; // memory of blocks that were written
     bool isEnding_ = false;
     std::mutex finishing_;
     // Of the thread that writes.

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <new>
 
 namespace vxcam {
@@ -19,6 +20,7 @@ namespace {
 
 constexpr size_t kBlockBytes = size_t{1} << 20U;
 constexpr size_t kMostWaiting = 63;    // blocks
+constexpr size_t kMostSpare = 4;       // likewise
 constexpr uint64_t kMostCameras = 256; // that their numbers tell apart
 constexpr std::chrono::milliseconds kLongestWait(100);
 
@@ -30,11 +32,10 @@ int64_t nanoseconds(std::chrono::nanoseconds time)
 } // namespace
 
 WireCapture::Body::Body(const std::string& path, bool force, std::string software)
-    : software_(std::move(software)), file_(path, force)
+    : software_(std::move(software)), file_(path, force, wireFileHead().data(), kWireFileHead)
 {
-    const auto head = wireFileHead();
-    file_.append(head.data(), head.size());
-    file_.flush();
+    present_.from = file_.from();
+    present_.end = present_.from + kWireBlockHead;
     books.fileBytes = file_.size();
     thread_ = startedThread([this] { run(); });
 }
@@ -79,117 +80,125 @@ try {
     changed.notify_all();
 }
 
-// What is longer than a block goes into several.
+size_t WireCapture::Body::Block::room() const
+{
+    return kBlockBytes - end;
+}
+
+// What there is no room for in one block goes on in the next: so blocks that are full end where
+// blocks of the disk do.
 void WireCapture::Body::add(WireKind kind, uint8_t camera, const Moment& time, const void* bytes,
                             size_t count)
 {
     const auto* from = static_cast<const char*>(bytes);
+    std::unique_lock<std::mutex> guard(lock);
     do {
-        const size_t part = std::min(count, kBlockBytes - kWireRecordHead);
-        append(kind, camera, time, from, part);
+        awaitRoom(guard, kWireRecordHead + std::min<size_t>(count, 1));
+        if (failure || isEnding_) return;
+        const size_t part = std::min(count, present_.room() - kWireRecordHead);
+        put(kind, camera, time, from, part);
         from += part;
         count -= part;
     } while (count > 0);
 }
 
-void WireCapture::Body::append(WireKind kind, uint8_t camera, const Moment& time, const char* bytes,
-                               size_t count)
+void WireCapture::Body::awaitRoom(std::unique_lock<std::mutex>& guard, size_t bytes)
 {
-    std::unique_lock<std::mutex> guard(lock);
-    const auto hasRoom = [&] {
-        return present_.bytes.size() + kWireRecordHead + count <= kBlockBytes;
-    };
+    const auto hasRoom = [&] { return present_.room() >= bytes; };
     changed.wait(
         guard, [&] { return hasRoom() || waiting_.size() < kMostWaiting || failure || isEnding_; });
-    if (failure || isEnding_) return;
-    if (!hasRoom()) turn();
+    if (!hasRoom() && !failure && !isEnding_) turn();
+}
+
+void WireCapture::Body::put(WireKind kind, uint8_t camera, const Moment& time, const char* bytes,
+                            size_t count)
+{
     if (present_.records == 0) {
+        present_.bytes = memory();
         present_.begun = time;
-        present_.bytes.reserve(kBlockBytes);
         changed.notify_all();
     }
-    char head[kWireRecordHead] = {};
-    putNumber(head, nanoseconds(time.steady.time_since_epoch()));
-    putNumber(head + 8, static_cast<uint32_t>(count));
-    putNumber(head + 12, static_cast<uint8_t>(kind));
-    putNumber(head + 13, camera);
-    present_.bytes.insert(present_.bytes.end(), head, head + sizeof head);
-    present_.bytes.insert(present_.bytes.end(), bytes, bytes + count);
+    char* const to = present_.bytes.data() + present_.end;
+    putNumber(to, nanoseconds(time.steady.time_since_epoch()));
+    putNumber(to + 8, static_cast<uint32_t>(count));
+    putNumber(to + 12, static_cast<uint8_t>(kind));
+    putNumber(to + 13, camera);
+    putNumber(to + 14, uint16_t{0});
+    if (count > 0) std::memcpy(to + kWireRecordHead, bytes, count);
+    present_.end += kWireRecordHead + count;
     ++present_.records;
     if (kind == WireKind::Received) books.received += count;
     if (kind == WireKind::Sent) books.sent += count;
 }
 
-// The present block is full.
+// For a block, what was used before if there is some: the system takes its time to give fresh
+// memory.
+FileBytes WireCapture::Body::memory()
+{
+    if (spare_.empty()) return FileBytes(kBlockBytes);
+    FileBytes used = std::move(spare_.back());
+    spare_.pop_back();
+    return used;
+}
+
+// The present block is full or old. The next one begins where it ends.
 void WireCapture::Body::turn()
 {
+    const size_t from = present_.end % BlockFile::kAlignment;
     waiting_.push_back(std::move(present_));
     present_ = {};
-    if (!spare_.empty()) {
-        present_.bytes = std::move(spare_.back());
-        spare_.pop_back();
-    }
+    present_.from = from;
+    present_.end = from + kWireBlockHead;
     changed.notify_all();
 }
 
-// The next one to be written, when it is full or old; nothing at the end.
-std::optional<WireCapture::Body::Block> WireCapture::Body::takeBlock()
+// The next one to be written, when it is full or old. The last one has no records.
+WireCapture::Body::Block WireCapture::Body::takeBlock()
 {
     std::unique_lock<std::mutex> guard(lock);
     changed.wait(guard, [this] { return !waiting_.empty() || present_.records > 0 || isEnding_; });
     if (waiting_.empty() && !isEnding_) {
         changed.wait_for(guard, kLongestWait, [this] { return !waiting_.empty() || isEnding_; });
     }
-    Block block;
-    if (!waiting_.empty()) {
-        block = std::move(waiting_.front());
-        waiting_.pop_front();
-        changed.notify_all();
-        return block;
+    if (waiting_.empty() && present_.records == 0) {
+        present_.bytes = memory();
+        present_.begun = presentMoment();
+        return std::move(present_);
     }
-    if (present_.records == 0) return std::nullopt;
-    std::swap(block, present_);
+    if (waiting_.empty()) turn();
+    Block block = std::move(waiting_.front());
+    waiting_.pop_front();
+    changed.notify_all();
     return block;
 }
 
-void WireCapture::Body::write(const Block& block)
+void WireCapture::Body::write(Block* block)
 {
+    char* const records = block->bytes.data() + block->from + kWireBlockHead;
     WireBlockHead head;
-    head.number = number_;
-    head.length = static_cast<uint32_t>(block.bytes.size());
-    head.utc = nanoseconds(block.begun.utc.time_since_epoch());
-    head.steady = nanoseconds(block.begun.steady.time_since_epoch());
-    head.check = pixelCrc(block.bytes.data(), block.bytes.size());
-    head.records = block.records;
+    head.number = number_++;
+    head.length = static_cast<uint32_t>(block->end - block->from - kWireBlockHead);
+    head.utc = nanoseconds(block->begun.utc.time_since_epoch());
+    head.steady = nanoseconds(block->begun.steady.time_since_epoch());
+    head.check = pixelCrc(records, head.length);
+    head.records = block->records;
     const auto bytes = bytesOf(head);
-    const uint64_t before = file_.size();
-    try {
-        file_.append(bytes.data(), bytes.size());
-        file_.append(block.bytes.data(), block.bytes.size());
-        file_.flush();
-    } catch (const Error&) {
-        file_.cut(before); // what is there stays whole
-        throw;
-    }
-    ++number_;
+    std::memcpy(block->bytes.data() + block->from, bytes.data(), bytes.size());
+    file_.append(&block->bytes, block->end);
 }
 
 void WireCapture::Body::run()
 {
     try {
-        while (std::optional<Block> block = takeBlock()) {
-            write(*block);
-            block->bytes.clear();
+        for (bool isLast = false; !isLast;) {
+            Block block = takeBlock();
+            isLast = block.records == 0;
+            write(&block);
             std::lock_guard<std::mutex> guard(lock);
             books.fileBytes = file_.size();
-            if (spare_.size() < 2) spare_.push_back(std::move(block->bytes));
+            if (spare_.size() < kMostSpare) spare_.push_back(std::move(block.bytes));
         }
-        Block end;
-        end.begun = presentMoment();
-        write(end);
         file_.sync();
-        std::lock_guard<std::mutex> guard(lock);
-        books.fileBytes = file_.size();
     } catch (const Error& error) {
         giveUp(error);
     } catch (const std::bad_alloc&) {
@@ -202,6 +211,7 @@ void WireCapture::Body::giveUp(const Error& error)
     std::lock_guard<std::mutex> guard(lock);
     failure = error;
     waiting_.clear();
+    spare_.clear();
     present_ = {};
     changed.notify_all();
 }

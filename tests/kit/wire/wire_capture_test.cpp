@@ -11,8 +11,12 @@
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -106,6 +110,155 @@ TEST(WireCapture, KeepsOrderAndBytesOfMoreThanItsBlocksHold)
     EXPECT_GE(reader.condition().blocks, 6u);
 }
 
+namespace {
+
+// A recording, taken apart without the kit: where its blocks begin and end, and their records.
+struct TakenApart {
+    std::vector<size_t> ends; // of the blocks, in the file
+    std::string received;
+    bool isWhole = true; // every block stands where the one before ends, with its check values
+};
+
+TakenApart takenApart(const std::string& path)
+{
+    const std::string bytes = textOf(path);
+    TakenApart result;
+    const auto number = [&](size_t at, size_t size) {
+        size_t value = 0;
+        for (size_t i = size; i-- > 0;) {
+            value = value << 8U | static_cast<uint8_t>(bytes[at + i]);
+        }
+        return value;
+    };
+    for (size_t at = wireHead().size(); at < bytes.size();) {
+        result.isWhole = bytes.size() >= at + 40 && bytes.compare(at, 4, "VXWB") == 0 &&
+                         bytes.substr(at + 4, 4) == checkOf(bytes.substr(at + 8, 32)) &&
+                         number(at + 8, 4) == result.ends.size();
+        const size_t end = result.isWhole ? at + 40 + number(at + 12, 4) : 0;
+        result.isWhole = result.isWhole && end <= bytes.size() &&
+                         bytes.substr(at + 32, 4) == checkOf(bytes.substr(at + 40, end - at - 40));
+        if (!result.isWhole) break;
+        for (size_t record = at + 40; record < end; record += 16 + number(record + 8, 4)) {
+            if (bytes[record + 12] != 2) continue;
+            result.received += bytes.substr(record + 16, number(record + 8, 4));
+        }
+        result.ends.push_back(at = end);
+    }
+    return result;
+}
+
+bool awaitBytes(const WireCapture& capture, uint64_t bytes)
+{
+    return vxcam::waitUntil([&] { return capture.books().fileBytes >= bytes; });
+}
+
+std::string pieceOf(size_t bytes, int number)
+{
+    std::string piece(bytes, '\0');
+    for (size_t i = 0; i < bytes; ++i) {
+        piece[i] = static_cast<char>(i * 7 + i / 251 + static_cast<size_t>(number) * 13);
+    }
+    return piece;
+}
+
+} // namespace
+
+// So they go to the disk directly, and once.
+TEST(WireCapture, EndsBlocksThatAreFullWhereBlocksOfTheDiskEnd)
+{
+    const vxcam::Folder folder;
+    const std::string path = folder.path("run.vxw");
+    WireCapture capture(path);
+    std::string all;
+    for (int i = 0; i < 1500; ++i) {
+        const std::string piece = pieceOf(4096, i);
+        tap(capture, eTapBytesReceived, i, piece);
+        all += piece;
+    }
+    capture.finish();
+    const TakenApart apart = takenApart(path);
+    EXPECT_TRUE(apart.isWhole);
+    EXPECT_TRUE(apart.received == all);
+    const auto isOdd = [](size_t end) { return end % 4096 != 0; };
+    const auto odd = std::count_if(apart.ends.begin(), apart.ends.end(), isOdd);
+    EXPECT_GE(apart.ends.size(), 7u);
+    // The last one, the one that ends it, and what time may have cut.
+    EXPECT_LE(odd, 4);
+}
+
+// A block that was cut by time ends right before, on and behind the end of a block of the disk.
+TEST(WireCapture, GoesOnBehindAnyEndOfABlock)
+{
+    const vxcam::Folder folder;
+    const size_t heads = 16 + 40 + 16;
+    for (const size_t end : {4095, 4096, 4097, 8191, 8192, 8193, 4096 + 4056, 4096 + 4057}) {
+        const std::string path = folder.path(std::to_string(end) + ".vxw");
+        WireCapture capture(path);
+        std::string all = pieceOf(end - heads, 1);
+        tap(capture, eTapBytesReceived, 1, all);
+        ASSERT_TRUE(awaitBytes(capture, end));
+        EXPECT_EQ(capture.books().fileBytes, end);
+        EXPECT_TRUE(takenApart(path).received == all) << "though it goes on";
+        for (const size_t more : {size_t{1}, size_t{5000}, size_t{2} << 20U, size_t{0}}) {
+            const std::string piece = pieceOf(more, 2);
+            tap(capture, eTapBytesReceived, 2, piece);
+            all += piece;
+            ASSERT_TRUE(awaitBytes(capture, all.size()));
+        }
+        capture.finish();
+        const TakenApart apart = takenApart(path);
+        EXPECT_TRUE(apart.isWhole) << end;
+        EXPECT_TRUE(apart.received == all) << end;
+        EXPECT_EQ(capture.books().fileBytes, std::filesystem::file_size(path)) << end;
+        EXPECT_EQ(apart.ends.back(), std::filesystem::file_size(path)) << end;
+    }
+}
+
+TEST(WireCapture, OfAKilledProgramHasAllThatWasWritten)
+{
+    const vxcam::Folder folder;
+    const std::string path = folder.path("run.vxw");
+    int ready[2] = {};
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        WireCapture capture(path);
+        for (int i = 0; i < 700; ++i) {
+            tap(capture, eTapBytesReceived, i, pieceOf(4099, i));
+        }
+        const char isThere = awaitBytes(capture, uint64_t{700} * (4099 + 16)) ? 'y' : 'n';
+        if (::write(ready[1], &isThere, 1) != 1) ::_exit(1);
+        const std::string piece = pieceOf(4096, 0);
+        for (int i = 0; i < 20000; ++i) {
+            tap(capture, eTapBytesReceived, i, piece);
+        }
+        ::_exit(0);
+    }
+    char isThere = 0;
+    EXPECT_EQ(::read(ready[0], &isThere, 1), 1);
+    EXPECT_EQ(isThere, 'y');
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // while it writes
+    ::kill(child, SIGKILL);
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    ::close(ready[0]);
+    ::close(ready[1]);
+    WireReader reader(path);
+    std::string received;
+    while (const auto record = reader.next()) {
+        received += record->bytes;
+    }
+    std::string all;
+    for (int i = 0; i < 700; ++i) {
+        all += pieceOf(4099, i);
+    }
+    EXPECT_TRUE(received.compare(0, all.size(), all) == 0);
+    EXPECT_FALSE(reader.condition().isEnded);
+    EXPECT_LE(reader.condition().damaged, 1u) << "what it was about to write";
+    EXPECT_EQ(reader.condition().missing, 0u);
+}
+
 TEST(WireCapture, RefusesMoreCamerasThanItCanTellApart)
 {
     const vxcam::Folder folder;
@@ -156,7 +309,7 @@ TEST(WireCapture, OfAFullDiskStaysReadableAndLetsTheCameraGoOn)
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit usual{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &usual), 0);
-    const rlimit limit{rlim_t{5} << 20U, usual.rlim_max};
+    const rlimit limit{(rlim_t{5} << 20U) + 1000, usual.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     WireCapture capture(path);
     const std::string piece(size_t{1} << 19U, 'x');
