@@ -42,24 +42,44 @@ void Watcher::message(const std::string& text)
         const int64_t asked = std::clamp<int64_t>(more->get<int64_t>(), 0, kMostWanted);
         wanted_ = std::min(wanted_.value_or(0) + asked, kMostWanted);
     }
+    const auto part = json.find("part");
+    if (const auto told = part == json.end() ? std::nullopt : FramePart::of(*part)) {
+        part_ = told;
+        isAgain_ = true;
+    }
     changed_.notify_all();
 }
 
-bool Watcher::sendFrame(const FedFrame& fed)
+bool Watcher::sendFrame(const FedFrame& fed, const std::optional<FramePart>& part)
 {
     const Frame& frame = fed.frame;
-    const uint64_t missed = fed.number - expected_;
+    const bool isAgain = fed.number + 1 == expected_;
+    const uint64_t missed = isAgain ? 0 : fed.number - expected_;
     expected_ = fed.number + 1;
     meters_.watcherMissed += missed;
     Json json{{"message", "frame"}, {"exposure_id", fed.exposure}, {"missed", missed}};
     json.update(frameJson(frame));
+    if (isAgain) json["again"] = true;
+    if (part) json["part"] = jsonOf(*part);
     const SteadyTime last = frame.times().lastPacket.steady;
     json["age"] = std::chrono::duration<double>(SteadyClock::now() - last).count();
     if (!writer_.text(textOf(json))) return false;
-    meters_.watcherDelay.add(SteadyClock::now() - last);
-    if (!writer_.binary(frame.data(), frame.bytes())) return false;
+    if (!isAgain) meters_.watcherDelay.add(SteadyClock::now() - last);
+    return sendPixels(frame, part);
+}
+
+bool Watcher::sendPixels(const Frame& frame, const std::optional<FramePart>& part)
+{
+    const void* data = frame.data();
+    size_t bytes = frame.bytes();
+    if (part && part->size() != Size{frame.columns(), frame.rows()}) {
+        copyPart(frame, *part, &pixels_);
+        data = pixels_.data();
+        bytes = pixels_.size();
+    }
+    if (!writer_.binary(data, bytes)) return false;
     ++meters_.watcherFrames;
-    meters_.watcherBytes += frame.bytes();
+    meters_.watcherBytes += bytes;
     return true;
 }
 
@@ -83,6 +103,14 @@ bool Watcher::maySend()
     return false;
 }
 
+std::optional<FramePart> Watcher::partOf(const Frame& frame)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    isAgain_ = false;
+    if (!part_) return {};
+    return part_->within({frame.columns(), frame.rows()});
+}
+
 void Watcher::hasSent(SteadyClock::time_point begun)
 {
     std::lock_guard<std::mutex> guard(mutex_);
@@ -98,10 +126,12 @@ bool Watcher::sendNext()
 {
     if (!sendEvents()) return false;
     if (!maySend()) return true;
-    const std::optional<FedFrame> fed = camera_.feed().newer(expected_ - 1, kLook);
+    const uint64_t seen = expected_ - 1;
+    const uint64_t than = isAgain_ && seen > 0 ? seen - 1 : seen;
+    const std::optional<FedFrame> fed = camera_.feed().newer(than, kLook);
     if (!fed || !maySend()) return true; // the client may have asked for less meanwhile
     const auto begun = SteadyClock::now();
-    if (!sendFrame(*fed)) return false;
+    if (!sendFrame(*fed, partOf(fed->frame))) return false;
     hasSent(begun);
     return true;
 }

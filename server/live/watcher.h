@@ -4,15 +4,18 @@
 
 #include "cameras/shared_camera.h"
 #include "http/web_server.h"
+#include "live/frame_part.h"
 #include "metrics/meters.h"
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace vxcam {
 
@@ -21,7 +24,8 @@ namespace vxcam {
 // fewer frames: always the newest one. Events come as texts, too: {"message": "event", "event":
 // {...}}. The client may send {"rate": 5}, which makes it 5 frames a second at most; and {"more":
 // 1}, from when on it gets as many frames as it has asked for, so that none waits for it on the way
-// and grows old.
+// and grows old. {"part": {...}} makes it that part of each frame, and what it is stands in the
+// frame's text as "part"; the newest frame comes once more then, with "again".
 //
 // Threads: it sends on one of its own. Locks: its own, never held while sending.
 class Watcher : public Socket
@@ -43,7 +47,9 @@ private:
     bool sendNext();
     bool maySend();
     void hasSent(SteadyClock::time_point begun);
-    bool sendFrame(const FedFrame& fed);
+    std::optional<FramePart> partOf(const Frame& frame);
+    bool sendFrame(const FedFrame& fed, const std::optional<FramePart>& part);
+    bool sendPixels(const Frame& frame, const std::optional<FramePart>& part);
     bool sendEvents();
 
     SharedCamera& camera_;
@@ -55,7 +61,10 @@ private:
     std::condition_variable changed_;
     double rate_ = 0;               // frames a second; 0: as they come
     std::optional<int64_t> wanted_; // frames that were asked for; nothing: all
+    std::optional<FramePart> part_; // nothing: frames are sent as they are, and nothing said of it
     SteadyClock::time_point due_;
+    std::atomic<bool> isAgain_{false}; // the newest frame is wanted though it was sent before
+    std::vector<std::byte> pixels_;    // of a part
     std::atomic<bool> isEnding_{false};
     std::thread thread_;
 };

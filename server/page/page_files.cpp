@@ -14,6 +14,7 @@ VX_PAGE_FILE(pageMain, "page.js")
 VX_PAGE_FILE(pageServer, "server.js")
 VX_PAGE_FILE(pageFigures, "figures.js")
 VX_PAGE_FILE(pageGraphics, "graphics_painter.js")
+VX_PAGE_FILE(pagePart, "part.js")
 VX_PAGE_FILE(pageProperties, "properties.js")
 VX_PAGE_FILE(pageSoftware, "software_painter.js")
 VX_PAGE_FILE(pageStar, "star.js")
@@ -44,6 +45,7 @@ const PageFile kFiles[] = {
     {"/server.js", kScript, pageServerBegin, pageServerEnd},
     {"/figures.js", kScript, pageFiguresBegin, pageFiguresEnd},
     {"/graphics_painter.js", kScript, pageGraphicsBegin, pageGraphicsEnd},
+    {"/part.js", kScript, pagePartBegin, pagePartEnd},
     {"/properties.js", kScript, pagePropertiesBegin, pagePropertiesEnd},
     {"/software_painter.js", kScript, pageSoftwareBegin, pageSoftwareEnd},
     {"/star.js", kScript, pageStarBegin, pageStarEnd},

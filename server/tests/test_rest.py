@@ -440,6 +440,42 @@ class Watching(Rest):
         self.assertEqual((frame["number"], frame["missed"]), (3, 2))
         watcher.close()
 
+    def test_a_watcher_may_ask_for_a_part_of_each_frame(self):
+        for bits, kind in ((16, "<u2"), (8, "u1")):
+            exposure = self.server.expose(exposure=0.001, bits=bits)["id"]
+            watcher = WebSocket(self.server.port, CAMERA + "/live")
+            self.assertNotIn("part", watcher.frame()[0])
+            whole = numpy.frombuffer(self.server.get(
+                CAMERA + "/exposures/%d/frame.raw" % exposure).body, kind).reshape(96, 128)
+            for asked, begin, step, end in (
+                    ({"step": 3}, (0, 0), 3, (96, 128)),
+                    ({"column": 10, "row": 7, "columns": 31, "rows": 20, "step": 2}, (7, 10), 2, (27, 41)),
+                    ({"column": 100, "row": 90, "columns": 60, "rows": 60}, (90, 100), 1, (96, 128)),
+                    ({"column": 500, "row": 0, "columns": 60, "rows": 60}, (0, 0), 1, (96, 128)),
+                    ({"step": 64}, (0, 0), 64, (96, 128)), ({}, (0, 0), 1, (96, 128))):
+                watcher.send(json.dumps({"part": asked}))
+                facts, pixels = watcher.frame()
+                part = whole[begin[0]:end[0]:step, begin[1]:end[1]:step]
+                self.assertEqual(facts["part"], {"column": begin[1], "row": begin[0], "step": step,
+                                                 "columns": part.shape[1], "rows": part.shape[0]})
+                self.assertEqual(pixels, part.tobytes(), asked)
+                self.assertEqual((facts["again"], facts["missed"], facts["columns"], facts["rows"]),
+                                 (True, 0, 128, 96))
+            watcher.close()
+
+    def test_a_part_that_makes_no_sense_changes_nothing(self):
+        watcher = WebSocket(self.server.port, CAMERA + "/live")
+        watcher.send('{"part": {"step": 2}}')
+        for part in (3, {"step": 0}, {"step": 65}, {"step": "2"}, {"step": 1.5}, {"column": -1},
+                     {"rows": 65536}, {"columns": 2**70}, {"row": None}):
+            watcher.send(json.dumps({"part": part}))
+        watcher.settle()
+        self.server.expose(exposure=0.001)
+        facts, pixels = watcher.frame()
+        self.assertNotIn("again", facts)
+        self.assertEqual((facts["part"]["step"], len(pixels)), (2, 64 * 48 * 2))
+        watcher.close()
+
     def test_a_watcher_may_ask_for_fewer_frames(self):
         watcher = WebSocket(self.server.port, CAMERA + "/live")
         watcher.send('{"rate": 10}')

@@ -1,22 +1,42 @@
 // Figures of a frame: histogram, and a stretch that shows a sky and its stars.
 
 const kSamples = 1 << 17;
+const kSlice = 1 << 22; // pixels that are counted without a rest
 
-// Counts of bins from the least to the most value, of one pixel in `step`, evenly spread.
-export function figuresOf(pixels, bits) {
-  const step = Math.floor(pixels.length / kSamples) | 1; // odd: not of some columns alone
-  let least = Infinity, most = 0;
-  for (let i = 0; i < pixels.length; i += step) {
+function bounds(pixels, step, from, to, [least, most]) {
+  for (let i = from; i < to; i += step) {
     const value = pixels[i];
     if (value < least) least = value;
     if (value > most) most = value;
   }
-  const counts = new Uint32Array(Math.min(65536, most - least + 1));
-  const scale = counts.length / (most - least + 1);
-  let samples = 0;
-  for (let i = 0; i < pixels.length; i += step, ++samples) {
-    counts[Math.floor((pixels[i] - least) * scale)]++;
+  return [least, most];
+}
+
+function count(pixels, step, from, to, counts, least, scale) {
+  if (scale === 1) {
+    for (let i = from; i < to; i += step) counts[pixels[i] - least]++;
+  } else {
+    for (let i = from; i < to; i += step) counts[Math.floor((pixels[i] - least) * scale)]++;
   }
+}
+
+// Rests after each slice, and returns the figures.
+function* counting(pixels, bits, step) {
+  const slice = kSlice * step;
+  let [least, most] = bits === 32 ? [Infinity, 0] : [0, 2 ** bits - 1];
+  for (let from = 0; bits === 32 && from < pixels.length; from += slice, yield) {
+    [least, most] = bounds(pixels, step, from, Math.min(pixels.length, from + slice), [least, most]);
+  }
+  let counts = new Uint32Array(Math.min(65536, most - least + 1));
+  const scale = counts.length / (most - least + 1);
+  for (let from = 0; from < pixels.length; from += slice, yield) {
+    count(pixels, step, from, Math.min(pixels.length, from + slice), counts, least, scale);
+  }
+  if (bits < 32) {
+    [least, most] = [counts.findIndex(Boolean), counts.findLastIndex(Boolean)];
+    counts = counts.subarray(least, most + 1);
+  }
+  const samples = Math.ceil(pixels.length / step);
   const percentile = part => {
     let wanted = part * samples;
     for (let bin = 0; bin < counts.length; ++bin) {
@@ -25,7 +45,27 @@ export function figuresOf(pixels, bits) {
     }
     return most;
   };
-  return {least, most, counts, percentile, step, full: bits === 32 ? most : 2 ** bits - 1};
+  return {least, most, counts, scale, samples, percentile, full: bits === 32 ? most : 2 ** bits - 1};
+}
+
+// Counts of bins from the least to the most value, `scale` bins for one, of some pixels, evenly spread.
+export function figuresOf(pixels, bits) {
+  const steps = counting(pixels, bits, Math.floor(pixels.length / kSamples) | 1); // odd: not of some columns alone
+  for (;;) {
+    const {done, value} = steps.next();
+    if (done) return value;
+  }
+}
+
+// The same of all pixels, while the page goes on; null when it is not wanted any more.
+export async function exactFigures(pixels, bits, isWanted) {
+  const steps = counting(pixels, bits, 1);
+  while (isWanted()) {
+    const {done, value} = steps.next();
+    if (done) return value;
+    await new Promise(rested => setTimeout(rested));
+  }
+  return null;
 }
 
 export function stretchOf(kind, figures) {
@@ -42,10 +82,9 @@ export function drawHistogram(canvas, figures, stretch, colours) {
   const context = canvas.getContext('2d');
   const width = canvas.width = canvas.clientWidth * devicePixelRatio;
   const height = canvas.height;
-  const {counts, least, most, percentile} = figures;
+  const {counts, scale, least, most, percentile} = figures;
   const last = Math.min(most, Math.max(percentile(0.999), stretch.white) * 1.1);
   const span = Math.max(1, last - least);
-  const scale = counts.length / (most - least + 1); // bins for a value
   const bars = new Float64Array(width);
   for (let bin = 0; bin < counts.length; ++bin) {
     const x = Math.floor(bin / scale / span * width);

@@ -1,6 +1,6 @@
 // Draws frames with WebGL2: pixels as they are in textures of integers, stretched on the way.
 
-import {kBack} from './software_painter.js';
+import {kBack, missingOf} from './software_painter.js';
 
 const kVertex = `#version 300 es
 uniform vec4 place;   // of the tile in the canvas: left, top, width, height, in 0..1
@@ -106,7 +106,7 @@ export class GraphicsPainter {
   }
 
   // One tile for each part that a texture can hold.
-  makeTiles({columns, rows, bits}) {
+  makeTiles({part: {columns, rows}, bits}) {
     const gl = this.gl;
     const shape = `${columns} ${rows} ${bits}`;
     if (shape === this.shape) return;
@@ -132,12 +132,11 @@ export class GraphicsPainter {
     this.makeTiles(frame);
     const type = gl[kFormats[frame.bits][1]];
     const isWhole = frame.missingRows?.length === 0;
-    const missing = new Uint8Array(isWhole ? 0 : frame.rows);
-    for (const row of frame.missingRows ?? missing.keys()) missing[row] = 1;
+    const missing = isWhole ? null : missingOf(frame);
     gl.uniform1i(this.where.isWhole, isWhole);
     gl.pixelStorei(gl.UNPACK_ALIGNMENT, 1);
     for (const tile of this.tiles) {
-      gl.pixelStorei(gl.UNPACK_ROW_LENGTH, frame.columns);
+      gl.pixelStorei(gl.UNPACK_ROW_LENGTH, frame.part.columns);
       gl.pixelStorei(gl.UNPACK_SKIP_PIXELS, tile.column);
       gl.pixelStorei(gl.UNPACK_SKIP_ROWS, tile.row);
       gl.bindTexture(gl.TEXTURE_2D, tile.pixels);
@@ -155,6 +154,8 @@ export class GraphicsPainter {
 
   paint([scale, left, top]) {
     const {gl, frame} = this;
+    [left, top] = [left + frame.part.column * scale, top + frame.part.row * scale];
+    scale *= frame.part.step;
     const {width, height} = this.canvas;
     gl.viewport(0, 0, width, height);
     gl.clearColor(...kBack.map(part => part / 255), 1);

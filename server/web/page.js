@@ -1,5 +1,6 @@
-import {ask, camera, cameraPath, giveLease, hasLease, takeLease, watch} from './server.js';
-import {drawGraph, drawHistogram, figuresOf, stretchOf} from './figures.js';
+import {ask, askForPart, camera, cameraPath, giveLease, hasLease, takeLease, watch} from './server.js';
+import {drawGraph, drawHistogram, exactFigures, figuresOf, stretchOf} from './figures.js';
+import {PartAsked, pixelOf, wholeOf} from './part.js';
 import {showProperties} from './properties.js';
 import {starAt} from './star.js';
 import {View} from './view.js';
@@ -11,8 +12,9 @@ const temperatures = [];
 const recent = [];      // [time, bytes] of the last seconds' frames
 const totals = {complete: 0, incomplete: 0, missed: 0};
 let cameraFacts = null, exposure = null, area = null, isServerThere = false;
-let newest = null;  // the frame that is drawn: facts, pixels, since: when its last packet came
-let figures = null, stretch = null; // of it
+let newest = null;  // the frame that is drawn: facts, part, pixels, since: when its last packet came,
+                    // and figures of it
+let stretch = null; // of it
 
 const colours = () => {
   const style = getComputedStyle(document.documentElement);
@@ -36,12 +38,14 @@ const doing = work => work().catch(error => {
 
 // ---- Frames
 
-function showFacts(facts) {
+function showFacts({facts, figures}) {
+  const share = Math.round(facts.columns * facts.rows / figures.samples);
   const rows = [
     ['size', `${facts.columns} x ${facts.rows}, ${facts.bits} bits`],
     ['exposure', `${facts.exposure} s, ${facts.type}`],
     ['middle', `${facts.times.middle.slice(11, 23)} +/- ${(facts.times.uncertainty * 1000).toFixed(1)} ms`],
-    ['values', `${figures.least} to ${figures.most}${figures.step > 1 ? `, of 1 in ${figures.step}` : ''}`],
+    ['values', `${figures.least} to ${figures.most}${share > 1 ? `, of 1 in ${share}` : ''}`],
+    ['median', String(Math.floor(figures.percentile(0.5)))],
     ['sum', String(facts.sum)],
     ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packets missing`],
   ];
@@ -59,21 +63,40 @@ function showFacts(facts) {
 let star = null;    // where it was last, and what it was like: of starAt()
 const widths = [];  // [seconds, half flux diameter] of its frames
 
-const framed = () => ({...newest.facts, pixels: newest.pixels, full: figures.full});
+let picked = null;  // a place where one is looked for, as soon as each pixel there is known
+
+// The star near a place of the newest frame.
+function starNear(column, row) {
+  const {part, pixels, figures: {full}} = newest;
+  const {columns, rows} = part;
+  const found = starAt({columns, rows, pixels, full}, column - part.column, row - part.row);
+  return found && {...found, column: found.column + part.column, row: found.row + part.row};
+}
 
 function pick(place) {
-  star = place && starAt(framed(), place[0] - 0.5, place[1] - 0.5);
+  [star, picked] = [null, place];
   widths.length = 0;
-  at('star').hidden = !star;
+  at('star').hidden = true;
   at('state').className = '';
-  if (place && !star) at('state').textContent = 'no star there';
+  askForWhatShows();
+  if (place && newest.part.step === 1) lookForStar();
+  showRing();
+}
+
+function lookForStar() {
+  star = starNear(picked[0] - 0.5, picked[1] - 0.5);
+  picked = null;
+  at('star').hidden = !star;
+  if (!star) at('state').textContent = 'no star there';
   showStar();
 }
 
 // The star of the frame before, which may have moved a little.
-function followStar() {
-  if (!star) return;
-  const found = starAt(framed(), star.column, star.row);
+function followStar(isAgain) {
+  if (newest.part.step > 1) return;
+  if (picked) lookForStar();
+  if (!star || isAgain) return;
+  const found = starNear(star.column, star.row);
   if (found) widths.push([performance.now() / 1000, found.hfd]);
   if (widths.length > 300) widths.shift();
   star = found ?? {...star, isLost: true};
@@ -106,19 +129,43 @@ view.onDraw = showRing;
 
 // ---- The newest frame
 
+const part = new PartAsked(askForPart, () => {
+  askForWhatShows();
+  countAll();
+});
+
+// A star is looked at pixel by pixel, wherever it moves.
+function askForWhatShows() {
+  const isAll = !part.isQuick || star || picked;
+  part.ask(isAll ? {} : view.part());
+}
+
 function showFrame() {
   const {facts, pixels} = newest;
-  figures = figuresOf(pixels, facts.bits);
-  stretch = stretchOf(at('stretch').value, figures);
-  view.show({columns: facts.columns, rows: facts.rows, bits: facts.bits, pixels,
-             missingRows: facts.missing_rows, stretch,
-             full: facts.bits === 32 ? Infinity : figures.full});
-  followStar();
+  newest.figures ??= figuresOf(pixels, facts.bits);
+  const {full} = newest.figures;
+  stretch = stretchOf(at('stretch').value, newest.figures);
+  view.show({columns: facts.columns, rows: facts.rows, bits: facts.bits, part: newest.part, pixels,
+             missingRows: facts.missing_rows, stretch, full: facts.bits === 32 ? Infinity : full});
+  followStar(facts.again);
+  askForWhatShows();
   showNotes();
   const left = panelAt + 150 - performance.now();
   if (left <= 0) showPanel();
   else panelTimer ||= setTimeout(showPanel, left);
-  at('image').dataset.frame = `${facts.readout}.${facts.number}`;
+  const name = `${facts.readout}.${facts.number}`;
+  if (at('image').dataset.frame !== name) at('image').dataset.frame = name;
+}
+
+// Figures of each pixel of a frame that stays, in place of those of some.
+async function countAll() {
+  const frame = newest;
+  const isWanted = () => frame === newest && !part.isQuick;
+  if (!frame || frame.pixels.length < frame.facts.columns * frame.facts.rows) return;
+  const figures = await exactFigures(frame.pixels, frame.facts.bits, isWanted);
+  if (!figures) return;
+  frame.figures = figures;
+  showPanel();
 }
 
 // What stands beside the image; it is for reading, which needs no more than some a second.
@@ -126,8 +173,8 @@ let panelAt = 0, panelTimer = 0;
 function showPanel() {
   clearTimeout(panelTimer);
   [panelAt, panelTimer] = [performance.now(), 0];
-  drawHistogram(at('histogram'), figures, stretch, colours());
-  showFacts(newest.facts);
+  drawHistogram(at('histogram'), newest.figures, stretch, colours());
+  showFacts(newest);
   showStar();
   showTruth();
   at('save').hidden = false;
@@ -137,15 +184,20 @@ function showPanel() {
 let arrived = null; // the newest frame that came
 let drawn = null;   // settles when it is drawn
 function onFrame(facts, buffer, toldAt) {
-  arrived = {facts, pixels: new arrays[facts.bits](buffer), since: toldAt - facts.age * 1000};
-  recent.push([performance.now(), buffer.byteLength]);
-  totals[facts.complete ? 'complete' : 'incomplete']++;
-  totals.missed += facts.missed;
+  const {part: sent = wholeOf(facts)} = facts;
+  arrived = {facts, part: sent, pixels: new arrays[facts.bits](buffer), since: toldAt - facts.age * 1000};
+  part.came(facts);
+  if (!facts.again) {
+    recent.push([performance.now(), buffer.byteLength]);
+    totals[facts.complete ? 'complete' : 'incomplete']++;
+    totals.missed += facts.missed;
+  }
   drawn ??= new Promise(done => requestAnimationFrame(() => {
     drawn = null;
     done();
     newest = arrived;
     showFrame();
+    if (!part.isQuick && newest.facts.again) countAll();
   }));
   return drawn;
 }
@@ -368,10 +420,8 @@ at('image').onpointerdown = event => {
 };
 at('image').onpointermove = event => {
   if (!newest) return;
-  const {facts, pixels} = newest;
-  const [x, y] = view.pixelAt(event).map(Math.floor);
-  const isIn = x >= 0 && y >= 0 && x < facts.columns && y < facts.rows;
-  at('pixel').textContent = isIn ? `${x}, ${y}: ${pixels[y * facts.columns + x]}` : '';
+  const pixel = pixelOf(newest, ...view.pixelAt(event));
+  at('pixel').textContent = pixel ? `${pixel[0]}, ${pixel[1]}: ${pixel[2]}` : '';
   if (!drag) return;
   const [before, now] = [view.pixelAt(drag.to), view.pixelAt(event)];
   if (!drag.isRegion) view.move(before[0] - now[0], before[1] - now[1]);
@@ -397,6 +447,7 @@ at('image').onwheel = event => {
 
 watch({onFrame, onEvent, onLink: isThere => {
   isServerThere = isThere;
+  part.forget();
   refresh();
   if (isThere) showCooler().catch(() => {});
 }});

@@ -33,12 +33,23 @@ export async function giveLease() {
   keep('');
 }
 
+let live = null; // the newest connection
+
+// Which part of each frame comes from now on: {column, row, columns, rows, step}; {} is all of it.
+// False: there is no connection.
+export function askForPart(part) {
+  if (live?.readyState !== WebSocket.OPEN) return false;
+  live.send(JSON.stringify({part}));
+  return true;
+}
+
 // Calls with frames (facts, ArrayBuffer, when the facts came), every event, and change of the connection, for ever. What
 // onFrame returns is waited for: the next frame but one is asked for when this one is done with, so
 // that none waits on the way and grows old.
 export function watch({onFrame, onEvent, onLink}) {
   const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
   const socket = new WebSocket(`${scheme}//${location.host}${cameraPath}/live`);
+  live = socket;
   socket.binaryType = 'arraybuffer';
   let facts = null, toldAt = 0;
   const more = count => socket.readyState === WebSocket.OPEN && socket.send(`{"more":${count}}`);

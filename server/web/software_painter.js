@@ -12,6 +12,17 @@ const grey = part => {
   return colour(level, level, level);
 };
 
+// Of each row of the part, whether it, or one that it stands for, did not come whole.
+export function missingOf({missingRows, part}) {
+  const isMissing = new Uint8Array(part.rows);
+  if (!missingRows) return isMissing.fill(1);
+  for (const row of missingRows) {
+    const at = Math.floor((row - part.row) / part.step);
+    if (at >= 0 && at < part.rows) isMissing[at] = 1;
+  }
+  return isMissing;
+}
+
 export class SoftwarePainter {
   constructor(canvas) {
     this.canvas = canvas;
@@ -21,9 +32,7 @@ export class SoftwarePainter {
 
   take(frame) {
     this.frame = frame;
-    const rows = frame.missingRows ?? Array(frame.rows).keys();
-    this.isMissing = new Uint8Array(frame.rows);
-    for (const row of rows) this.isMissing[row] = 1;
+    this.isMissing = missingOf(frame);
     this.makeTable(frame.bits);
   }
 
@@ -44,19 +53,20 @@ export class SoftwarePainter {
     this.table.fill(kFull, full);
   }
 
-  // Which column and row of the frame each of the canvas shows; -1: none.
+  // Which column and row of the part each of the canvas shows; -1: none.
   place(scale, left, top) {
     const {width, height} = this.canvas;
-    const {columns, rows} = this.frame;
-    const placed = [width, height, columns, rows, scale, left, top].join();
+    const {columns, rows, part} = this.frame;
+    const placed = [width, height, columns, rows, ...Object.values(part), scale, left, top].join();
     if (placed === this.placed) return;
     this.placed = placed;
-    const spots = (count, first, most) => Int32Array.from({length: count}, (_, at) => {
-      const spot = Math.floor((at + 0.5 - first) / scale);
-      return spot >= 0 && spot < most ? spot : -1;
+    const spots = (count, first, all, begin, most) => Int32Array.from({length: count}, (_, at) => {
+      const pixel = Math.floor((at + 0.5 - first) / scale);
+      const spot = Math.floor((pixel - begin) / part.step);
+      return pixel < all && spot >= 0 && spot < most ? spot : -1;
     });
-    this.column = spots(width, left, columns);
-    this.row = spots(height, top, rows);
+    this.column = spots(width, left, columns, part.column, part.columns);
+    this.row = spots(height, top, rows, part.row, part.rows);
     this.begin = this.column.findIndex(spot => spot >= 0);
     this.end = this.column.findLastIndex(spot => spot >= 0) + 1;
     this.image = new ImageData(width, height);
@@ -82,8 +92,8 @@ export class SoftwarePainter {
   }
 
   paintRow(at, row) {
-    const {words, column, table, end, frame: {pixels, bits, columns, stretch}} = this;
-    const first = row * columns;
+    const {words, column, table, end, frame: {pixels, bits, part, stretch}} = this;
+    const first = row * part.columns;
     if (bits === 32) {
       const steps = kSteps / (stretch.white - stretch.black);
       for (let x = this.begin; x < end; ++x) {

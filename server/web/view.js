@@ -15,7 +15,8 @@ export class View {
     new ResizeObserver(() => this.fit()).observe(canvas);
   }
 
-  // A frame: columns, rows, bits, pixels (a typed array), missingRows (null: any), stretch, full.
+  // A frame: columns, rows, bits, the part of it that is there (column, row, step, columns, rows),
+  // its pixels (a typed array), missingRows (null: any), stretch, full.
   show(frame) {
     this.frame = frame;
     this.painter.take(frame);
@@ -32,6 +33,22 @@ export class View {
     }
     return [this.zoom, Math.round(width / 2 - this.centre[0] * this.zoom),
             Math.round(height / 2 - this.centre[1] * this.zoom)];
+  }
+
+  // What the canvas can show of the frame, in its pixels, with some more around.
+  part() {
+    const {columns, rows} = this.frame;
+    const [scale, left, top] = this.placing();
+    const step = Math.max(1, Math.min(64, Math.floor(1 / scale)));
+    const span = (first, size, most) => {
+      const [from, to] = [-first / scale, (size - first) / scale];
+      const margin = (to - from) / 8;
+      const [begin, end] = [Math.floor((from - margin) / 64), Math.ceil((to + margin) / 64)].map(
+          edge => Math.min(most, Math.max(0, edge * 64)));
+      return [begin, end - begin];
+    };
+    const [across, down] = [span(left, this.canvas.width, columns), span(top, this.canvas.height, rows)];
+    return {column: across[0], row: down[0], columns: across[1], rows: down[1], step};
   }
 
   // As many pixels as the screen has there. What is set is cleared, even to what it was.

@@ -1,0 +1,44 @@
+// Which pixels of the frames are asked for: while frames come quickly, those that the canvas can
+// show; else all, so that what stays on the screen is there as a whole.
+
+const kPause = 400; // ms without a new frame until the newest one is wanted whole
+
+export const wholeOf = ({columns, rows}) => ({column: 0, row: 0, step: 1, columns, rows});
+
+// The pixel at a place of a frame {part, pixels}, or that of the part before it: its column, row and
+// value. Null: it is not there.
+export function pixelOf({part, pixels}, column, row) {
+  const [x, y] = [column - part.column, row - part.row].map(way => Math.floor(way / part.step));
+  if (x < 0 || y < 0 || x >= part.columns || y >= part.rows) return null;
+  return [part.column + x * part.step, part.row + y * part.step, pixels[y * part.columns + x]];
+}
+
+export class PartAsked {
+  // send(part) tells the server; onPause() is called when no new frame has come for a while.
+  constructor(send, onPause) {
+    Object.assign(this, {send, onPause, isQuick: false, last: -Infinity, timer: 0});
+    this.forget();
+  }
+
+  // A new connection gives whole frames.
+  forget() {
+    this.asked = '{}';
+  }
+
+  // A frame that is new has come.
+  came(facts) {
+    const now = performance.now();
+    this.isQuick = facts.missed > 0 || now - this.last < kPause;
+    this.last = now;
+    clearTimeout(this.timer);
+    this.timer = setTimeout(() => {
+      this.isQuick = false;
+      this.onPause();
+    }, kPause);
+  }
+
+  ask(part) {
+    const text = JSON.stringify(part);
+    if (text !== this.asked && this.send(part)) this.asked = text;
+  }
+}
