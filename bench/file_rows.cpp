@@ -2,19 +2,16 @@
 #include "folder.h"
 #include "receiver.h"
 #include "rows.h"
+#include "written_blocks.h"
 
 #include <vxcamkit/frame_writer.h>
 #include <vxcamkit/recorder.h>
 
-#include <fcntl.h>
 #include <fitsio.h>
 #include <malloc.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -23,7 +20,6 @@
 namespace {
 
 constexpr size_t gnFrameBytes = size_t(8) << 20;
-constexpr size_t gnAlignment = 4096;
 constexpr int gnSide = 2048;
 constexpr size_t gnBuffers = 8; // as a camera has them
 
@@ -139,28 +135,6 @@ double CompressFrames(const std::vector<vxcam::Frame>& frames, int count)
         }
     }
     return threads * Megabytes(count) / (WallSeconds() - start);
-}
-
-// As `dd oflag=direct bs=8M` does it: one file, not waited for.
-double WriteBlocks(int count)
-{
-    const tsFolder folder;
-    const std::unique_ptr<void, void (*)(void*)> block(
-        std::aligned_alloc(gnAlignment, gnFrameBytes), std::free);
-    std::fill_n(static_cast<char*>(block.get()), gnFrameBytes, 'x');
-    const std::string path = (folder.path / "blocks").string();
-    const double start = WallSeconds();
-    int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_DIRECT, 0600);
-    if (file < 0) file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600); // it has no disk
-    if (file < 0) throw std::runtime_error(path + ": cannot be made");
-    for (int number = 0; number < count; ++number) {
-        if (write(file, block.get(), gnFrameBytes) != static_cast<ssize_t>(gnFrameBytes)) {
-            close(file);
-            throw std::runtime_error(path + ": cannot be written");
-        }
-    }
-    close(file);
-    return Megabytes(count) / (WallSeconds() - start);
 }
 
 } // namespace

@@ -47,6 +47,7 @@ try {
     MeasureLatencies(table, choice, options);
     MeasureParts(table, choice, options);
     MeasureFiles(table, choice, options);
+    MeasureRecords(table, choice, options);
     MeasureWire(table, choice, options);
     MeasureKit(table, choice, options);
     MeasurePython(table, choice, options);
