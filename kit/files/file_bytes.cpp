@@ -1,6 +1,7 @@
 #include <vxcamkit/file_bytes.h>
 
-#include <new>
+#include "values/block_memory.h"
+
 #include <utility>
 
 namespace vxcam {
@@ -8,8 +9,7 @@ namespace vxcam {
 FileBytes::FileBytes(size_t size) : size_(size), capacity_(room())
 {
     if (size == 0) return;
-    memory_.reset(static_cast<char*>(std::aligned_alloc(kAlignment, capacity_)));
-    if (!memory_) throw std::bad_alloc();
+    memory_.reset(static_cast<char*>(allocateBlocks(capacity_)));
 }
 
 FileBytes::FileBytes(size_t size, FileBytes spare)

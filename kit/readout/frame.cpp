@@ -1,10 +1,11 @@
 #include <vxcamkit/frame.h>
 
+#include "readout/frame_pool.h"
+
 #include <vxcamkit/error.h>
 
-#include <cstdlib>
+#include <cstring>
 #include <mutex>
-#include <new>
 #include <numeric>
 #include <type_traits>
 
@@ -37,9 +38,9 @@ void requireShape(const FrameFacts& facts)
 std::shared_ptr<void> allocate(const FrameFacts& facts)
 {
     requireShape(facts);
-    void* const memory = std::calloc(byteCount(facts), 1);
-    if (memory == nullptr) throw std::bad_alloc();
-    return {memory, std::free};
+    std::shared_ptr<void> memory = allocateFrame(byteCount(facts));
+    std::memset(memory.get(), 0, byteCount(facts));
+    return memory;
 }
 
 template <class Pixel>

@@ -1,24 +1,16 @@
 #include "readout/frame_pool.h"
 
+#include "values/block_memory.h"
+
 #include <algorithm>
 #include <cstdlib>
-#include <new>
 #include <utility>
 
 namespace vxcam {
 
-namespace {
-
-constexpr size_t kAlignment = 4096; // of a page, and of what disks take directly
-
-} // namespace
-
 std::shared_ptr<void> allocateFrame(size_t bytes)
 {
-    const size_t whole = (bytes + kAlignment - 1) / kAlignment * kAlignment;
-    void* const memory = std::aligned_alloc(kAlignment, whole);
-    if (memory == nullptr) throw std::bad_alloc();
-    return {memory, std::free};
+    return {allocateBlocks(bytes), std::free};
 }
 
 FramePool::FramePool(size_t bytes, int count) : bytes_(bytes)

@@ -1,5 +1,7 @@
 #include "readout/frame_pool.h"
 
+#include <vxcamkit/frame.h>
+
 #include <gtest/gtest.h>
 
 #include <set>
@@ -23,6 +25,20 @@ TEST(FramePool, HoldsEachOfItsBuffersOnce)
     held[1].reset();
     EXPECT_EQ(pool->held(), 2);
     EXPECT_EQ(pool->hold(freed).get(), freed);
+}
+
+// From there a disk takes them without a copy.
+TEST(FramePool, LaysEveryFrameAtABlock)
+{
+    for (const size_t bytes : {1000, 100'000, 8 << 20, (8 << 20) + 1}) {
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(vxcam::allocateFrame(bytes).get()) % 4096, 0u);
+        vxcam::FrameFacts facts;
+        facts.rows = 1;
+        facts.columns = static_cast<int>(bytes / 2);
+        const vxcam::Frame frame(facts);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(frame.data()) % 4096, 0u);
+        EXPECT_EQ(frame.sum(), 0u);
+    }
 }
 
 TEST(FramePool, HoldsNothingOfOthers)
