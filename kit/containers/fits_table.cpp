@@ -1,7 +1,7 @@
 #include "containers/fits_table.h"
 
 #include "files/ascii.h"
-#include "fits/fits_pixels.h"
+#include "fits/fits_words.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,11 +2,10 @@
 
 #include "containers/fits_table.h"
 #include "fits/fits_header.h"
-#include "fits/fits_pixels.h"
+#include "fits/fits_words.h"
 
 #include <unistd.h>
 
-#include <cstring>
 #include <fstream>
 
 namespace vxcam {
@@ -21,13 +20,7 @@ constexpr size_t kPiece = size_t{1} << 20U;
 
 void RunningSum::add(const void* bytes, size_t count)
 {
-    const size_t whole = count / 4 * 4;
-    uint32_t sum = fitsSum(bytes, whole);
-    if (whole < count) {
-        unsigned char last[4] = {0, 0, 0, 0};
-        std::memcpy(last, static_cast<const char*>(bytes) + whole, count - whole);
-        sum = addFitsSums(sum, fitsSum(last, sizeof last));
-    }
+    uint32_t sum = fitsSum(bytes, count);
     // What begins within a word has its bytes at other places there.
     const auto shift = static_cast<unsigned>(count_ % 4 * 8);
     if (shift > 0) sum = sum >> shift | sum << (32 - shift);

@@ -41,9 +41,8 @@ FileBytes makeFits(const Frame& frame, const HeaderOptions& options,
 
     const size_t start = header.finish(0).size();
     FileBytes file(start + fitsBlocks(frame.bytes()), std::move(spare));
-    encodePixels(frame, pixels, file.data() + start);
+    const uint32_t sum = encodePixels(frame, pixels, file.data() + start);
     std::memset(file.data() + start + frame.bytes(), 0, file.room() - start - frame.bytes());
-    const uint32_t sum = fitsSum(file.data() + start, file.size() - start);
     std::memcpy(file.data(), header.finish(sum).data(), start);
     return file;
 }

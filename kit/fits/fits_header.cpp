@@ -1,6 +1,6 @@
 #include "fits/fits_header.h"
 
-#include "fits/fits_pixels.h"
+#include "fits/fits_words.h"
 
 #include <algorithm>
 #include <array>

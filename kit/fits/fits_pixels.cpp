@@ -1,7 +1,8 @@
 #include "fits/fits_pixels.h"
 
+#include "fits/fits_words.h"
+
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -11,7 +12,6 @@ namespace {
 
 constexpr size_t kCandidates = 1 << 16; // numbers that are looked at for one that is free
 constexpr uint32_t kTop32 = 0x80000000U;
-constexpr uint16_t kTop16 = 0x8000U;
 constexpr int64_t kZero16 = 0x8000, kZero32 = 0x80000000;
 
 // Calls use(pixels, columns) for each row that came whole.
@@ -68,25 +68,6 @@ bool hasLargePixels(const Frame& frame)
     return (all & kTop32) != 0;
 }
 
-void encode(const uint8_t* from, size_t count, uint8_t* to)
-{
-    std::memcpy(to, from, count);
-}
-
-void encode(const uint16_t* from, size_t count, uint16_t* to)
-{
-    for (size_t i = 0; i < count; ++i) {
-        to[i] = __builtin_bswap16(from[i] ^ kTop16);
-    }
-}
-
-void encode(const uint32_t* from, size_t count, uint32_t* to, uint32_t flip)
-{
-    for (size_t i = 0; i < count; ++i) {
-        to[i] = __builtin_bswap32(from[i] ^ flip);
-    }
-}
-
 template <class Pixel>
 void fillRows(const Frame& frame, const FitsPixels& how, Pixel number, Pixel* to)
 {
@@ -115,67 +96,25 @@ FitsPixels fitsPixelsOf(const Frame& frame)
     return how;
 }
 
-void encodePixels(const Frame& frame, const FitsPixels& how, void* to)
+uint32_t encodePixels(const Frame& frame, const FitsPixels& how, void* to)
 {
     const int64_t blank = how.blank.value_or(0);
+    uint32_t sum = 0;
     if (how.bits == 8) {
         auto* const bytes = static_cast<uint8_t*>(to);
-        encode(frame.pixels<uint8_t>().data(), frame.pixels<uint8_t>().size(), bytes);
+        sum = encodeWords(frame.pixels<uint8_t>().data(), frame.pixels<uint8_t>().size(), bytes);
         fillRows(frame, how, static_cast<uint8_t>(blank), bytes);
     } else if (how.bits == 16) {
         auto* const words = static_cast<uint16_t*>(to);
-        encode(frame.pixels<uint16_t>().data(), frame.pixels<uint16_t>().size(), words);
+        sum = encodeWords(frame.pixels<uint16_t>().data(), frame.pixels<uint16_t>().size(), words);
         fillRows(frame, how, __builtin_bswap16(static_cast<uint16_t>(blank)), words);
     } else {
         auto* const words = static_cast<uint32_t*>(to);
-        encode(frame.pixels<uint32_t>().data(), frame.pixels<uint32_t>().size(), words,
-               how.zero != 0 ? kTop32 : 0);
+        sum = encodeWords(frame.pixels<uint32_t>().data(), frame.pixels<uint32_t>().size(), words,
+                          how.zero != 0);
         fillRows(frame, how, __builtin_bswap32(static_cast<uint32_t>(blank)), words);
     }
-}
-
-uint32_t addFitsSums(uint32_t one, uint32_t other)
-{
-    const uint64_t sum = uint64_t{one} + other;
-    return static_cast<uint32_t>(sum) + static_cast<uint32_t>(sum >> 32U);
-}
-
-// The four bytes of words are added apart, two sums in a number, so that compilers add up several
-// words at once; batches of this size do not overflow.
-uint32_t fitsSum(const void* bytes, size_t count)
-{
-    constexpr size_t batch = 256; // words
-    constexpr uint32_t mask = 0x00FF00FFU;
-    const auto* from = static_cast<const uint8_t*>(bytes);
-    uint64_t first = 0, second = 0, third = 0, fourth = 0;
-    const auto add = [&](uint32_t firstAndThird, uint32_t secondAndFourth) {
-        first += firstAndThird & 0xFFFFU;
-        third += firstAndThird >> 16U;
-        second += secondAndFourth & 0xFFFFU;
-        fourth += secondAndFourth >> 16U;
-    };
-    for (; count >= batch * sizeof(uint32_t); count -= batch * sizeof(uint32_t)) {
-        uint32_t even = 0, odd = 0; // places of bytes, from 0
-        for (size_t i = 0; i < batch; ++i) {
-            uint32_t word = 0;
-            std::memcpy(&word, from + i * sizeof word, sizeof word);
-            even += word & mask;
-            odd += word >> 8U & mask;
-        }
-        add(even, odd);
-        from += batch * sizeof(uint32_t);
-    }
-    for (; count >= sizeof(uint32_t); count -= sizeof(uint32_t)) {
-        uint32_t word = 0;
-        std::memcpy(&word, from, sizeof word);
-        add(word & mask, word >> 8U & mask);
-        from += sizeof word;
-    }
-    uint64_t sum = (first << 24U) + (second << 16U) + (third << 8U) + fourth;
-    while (sum >> 32U != 0) {
-        sum = (sum & 0xFFFFFFFFU) + (sum >> 32U);
-    }
-    return static_cast<uint32_t>(sum);
+    return how.blank ? fitsSum(to, frame.bytes()) : sum;
 }
 
 } // namespace vxcam

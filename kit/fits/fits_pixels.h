@@ -18,12 +18,8 @@ struct FitsPixels {
 
 FitsPixels fitsPixelsOf(const Frame& frame);
 
-// Writes the pixels, frame.bytes() of them, with the highest byte first.
-void encodePixels(const Frame& frame, const FitsPixels& how, void* to);
-
-// The sum of 32-bit words, highest byte first, in ones' complement; count is a multiple of four.
-uint32_t fitsSum(const void* bytes, size_t count);
-uint32_t addFitsSums(uint32_t one, uint32_t other);
+// Writes the pixels, frame.bytes() of them, with the highest byte first. Returns their fitsSum().
+uint32_t encodePixels(const Frame& frame, const FitsPixels& how, void* to);
 
 } // namespace vxcam
 

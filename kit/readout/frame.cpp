@@ -1,13 +1,12 @@
 #include <vxcamkit/frame.h>
 
 #include "readout/frame_pool.h"
+#include "values/pixel_sum.h"
 
 #include <vxcamkit/error.h>
 
 #include <cstring>
 #include <mutex>
-#include <numeric>
-#include <type_traits>
 
 namespace vxcam {
 
@@ -46,19 +45,7 @@ std::shared_ptr<void> allocate(const FrameFacts& facts)
 template <class Pixel>
 uint64_t sumOf(const PixelView<Pixel>& pixels)
 {
-    // Batches of this size do not overflow, and compilers add up several pixels at once.
-    using Batch = std::conditional_t<sizeof(Pixel) < sizeof(uint32_t), uint32_t, uint64_t>;
-    constexpr size_t batch = 4096;
-    uint64_t sum = 0;
-    const Pixel* at = pixels.begin();
-    for (; static_cast<size_t>(pixels.end() - at) >= batch; at += batch) {
-        Batch part = 0;
-        for (size_t i = 0; i < batch; ++i) {
-            part += at[i];
-        }
-        sum += part;
-    }
-    return std::accumulate(at, pixels.end(), sum);
+    return pixelSum(pixels.data(), pixels.size());
 }
 
 } // namespace

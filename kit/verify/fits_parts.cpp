@@ -1,7 +1,7 @@
 #include "verify/fits_parts.h"
 
 #include "fits/fits_header.h"
-#include "fits/fits_pixels.h"
+#include "fits/fits_words.h"
 
 #include <vxcamkit/error.h>
 
