@@ -121,7 +121,8 @@ uint64_t tcRecord::FrameBytes(const vxcam::Size& sensor) const
     return pixels * static_cast<uint64_t>(isArea ? mtPlan.bits : 32) / 8;
 }
 
-// Half of the buffers are the readout's, half hold what waits for the disk.
+// Half of the buffers are the readout's, half hold what waits for the disk. The readout copies
+// frames beyond its consumer's half, so one place of that is left to the frame under way.
 void tcRecord::DivideBuffer(uint64_t frameBytes)
 {
     const uint64_t copies = vxcam::recordCopies(msOutput, mtOptions);
@@ -135,7 +136,7 @@ void tcRecord::DivideBuffer(uint64_t frameBytes)
     }
     const uint64_t count = std::min(wanted / frameBytes - copies, gnMostBuffers);
     mtPlan.buffers = static_cast<int>(count);
-    mtOptions.most = static_cast<size_t>(count / 2);
+    mtOptions.most = static_cast<size_t>(std::max(gnFewestBuffers / 2, (count - 1) / 2 - 1));
 }
 
 // Before an exposure that may be long.
