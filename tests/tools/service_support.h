@@ -117,6 +117,21 @@ inline void ExpectFailure(const std::vector<std::string>& arguments, int code,
     EXPECT_EQ(Lines(run.Errors()), 1) << run.Errors();
 }
 
+// A value that the process puts back is refused where it does so within a tenth of a second, for
+// which a busy machine does not always leave it the time.
+inline void ExpectPutBack(const std::vector<std::string>& arguments, const std::string& text)
+{
+    std::string errors;
+    const auto isRefused = [&] {
+        tcRun run(arguments);
+        const int code = run.Exit();
+        errors = run.Errors();
+        return code == 4;
+    };
+    EXPECT_TRUE(WaitUntil(isRefused, gnRunPatience)) << testing::PrintToString(arguments);
+    EXPECT_THAT(errors, testing::HasSubstr(text));
+}
+
 // A service on loopback that gives each of its clients a fixed answer and closes, or with none
 // keeps silent. Counts requests.
 class tcFixedService

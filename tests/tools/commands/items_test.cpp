@@ -106,7 +106,8 @@ TEST_F(Items, ThatTheProcessPutsBackAreRefused)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
-    ExpectFailure({"set", "gain", "10"}, 4, "the process does not take 10: gain is 9");
+    ExpectPutBack(Arguments({"set", "gain", "10"}),
+                  "vxcam: the process does not take 10: gain is 9\n");
     isOver = true;
     guardian.join();
 }

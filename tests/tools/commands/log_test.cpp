@@ -85,24 +85,29 @@ TEST_F(Log, SetChangesTheLevelAndGetShowsIt)
 }
 
 // The seconds and the milliseconds of a record are read one after the other, and do not always
-// belong together where a second begins.
-static void AwaitTheMiddleOfASecond()
+// belong together where a second begins: this is done until no second has begun just before or
+// meanwhile.
+static void WithinOneSecond(const std::function<void()>& log)
 {
-    const auto now = [] { return std::chrono::system_clock::now().time_since_epoch(); };
-    while (now() % std::chrono::seconds(1) > std::chrono::milliseconds(800) ||
-           now() % std::chrono::seconds(1) < std::chrono::milliseconds(20)) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    using namespace std::chrono;
+    const auto now = [] { return system_clock::now().time_since_epoch(); };
+    for (;;) {
+        const auto begin = now();
+        log();
+        const bool hasBegun = duration_cast<seconds>(begin) != duration_cast<seconds>(now());
+        if (begin % seconds(1) > milliseconds(20) && !hasBegun) return;
     }
 }
 
 TEST_F(Log, CapturesInABufferAndShowsItOldestFirst)
 {
     EXPECT_EQ(Printed({"set", "CAMERA", "4", "3"}), "CAMERA: level 4, to 3 Line Buffer\n");
-    AwaitTheMiddleOfASecond();
-    for (int i = 1; i <= 5; ++i) {
-        mtCamera.logDebug(4, "record %d", i);
-        std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the order is that of time
-    }
+    WithinOneSecond([this] {
+        for (int i = 1; i <= 5; ++i) {
+            mtCamera.logDebug(4, "record %d", i);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the order is that of time
+        }
+    });
     EXPECT_THAT(Printed({"dump", "CAMERA"}),
                 MatchesRegex(".*:  CAMERA:DBG4:record 3\n.*:  CAMERA:DBG4:record 4\n"
                              ".*:  CAMERA:DBG4:record 5\n"));

@@ -66,9 +66,9 @@ TEST_F(SimulatedCamera, ShowsInTheNextFrameWhatIsChangedOverTheNetwork)
 
 TEST_F(SimulatedCamera, PutsImpossibleValuesBack)
 {
-    ExpectFailure({"items", msItems, "set", "hot_pixels", "7"}, 4,
-                  "the process does not take 7: hot_pixels is 1");
-    ExpectFailure({"items", msItems, "set", "sky", "-1"}, 4, "sky is 0.000000");
+    ExpectPutBack({"items", msItems, "set", "hot_pixels", "7"},
+                  "vxcam: the process does not take 7: hot_pixels is 1\n");
+    ExpectPutBack({"items", msItems, "set", "sky", "-1"}, "sky is 0.000000\n");
 }
 
 TEST(SimProgramServices, AreOffUnlessAskedFor)

@@ -52,6 +52,12 @@ std::string Comparable(const std::string& text)
     return all;
 }
 
+// Lines of the shell that wait until a test holds.
+std::string Awaiting(const std::string& test)
+{
+    return "for i in $(seq 1000); do { " + test + "; } && break; sleep 0.05; done\n";
+}
+
 // What a command that goes on in the background has to have reached before the next one.
 std::string Reached(const std::string& command)
 {
@@ -60,10 +66,18 @@ std::string Reached(const std::string& command)
         test = "vxcam items 127.0.0.1:7010 list -q 2>/dev/null && "
                "vxcam log 127.0.0.1:17020 list -q 2>/dev/null";
     } else if (command.rfind("DBGD_PORTNUM", 0) == 0) {
-        test = "sleep 0.05; (exec 3<>/dev/tcp/127.0.0.1/17021; printf CAM >&3; "
+        test = "(exec 3<>/dev/tcp/127.0.0.1/17021 && printf CAM >&3 && "
                "grep -q handle= <&3) 2>/dev/null";
     }
-    return "for i in $(seq 200); do { " + test + "; } && break; done\n";
+    return Awaiting(test);
+}
+
+// A value that the process puts back is refused where it finds the time for that soon enough.
+const std::string gsRefusal = "the process does not take";
+std::string UntilRefused(const std::string& command)
+{
+    return Awaiting("said=$(" + command + " 2>&1); grep -q '" + gsRefusal + "' <<< \"$said\"") +
+           "echo \"$said\"\n";
 }
 
 // A program of the shell that runs the steps and ends each part of its output with a line.
@@ -71,7 +85,11 @@ std::string ScriptOf(const std::vector<tsStep>& steps)
 {
     std::string script = "exec 2>&1\n";
     for (const tsStep& step : steps) {
-        script += step.command + "\n";
+        // The process may notice a moment later that its client has gone.
+        if (step.command.find(" dump ") != std::string::npos)
+            script += Awaiting(step.command + " | grep -q ' disconnected$'");
+        script += step.expected.find(gsRefusal) == std::string::npos ? step.command + "\n"
+                                                                     : UntilRefused(step.command);
         if (step.command.back() == '&') script += Reached(step.command);
         script += "echo @@@\n";
     }
