@@ -199,7 +199,7 @@ TEST_F(CamCommand, DoesNotWaitForACallback)
     entered.get_future().wait();
     const auto start = tcClock::now();
     EXPECT_THAT(Ask("CAM"), HasSubstr(camera.Head()));
-    EXPECT_LT(ElapsedMs(start), 2000);
+    EXPECT_LT(ElapsedMs(start), Within(2000));
     leave.set_value();
 }
 
@@ -228,7 +228,7 @@ TEST_F(CamCommand, DoesNotWaitForASendThatIsStuck)
     EXPECT_TRUE(Eventually(isStuck));
     const auto start = tcClock::now();
     EXPECT_THAT(Ask("CAM:" + std::to_string(handle)), HasSubstr("link=connected"));
-    EXPECT_LT(ElapsedMs(start), 2000);
+    EXPECT_LT(ElapsedMs(start), 4000); // it is stuck for five seconds
     EXPECT_EQ(0, VXCloseCamera(handle));
     sender.join();
 }

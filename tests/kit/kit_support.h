@@ -3,6 +3,7 @@
 #define KIT_SUPPORT_H
 
 #include "tcSimServer.h"
+#include "within.h"
 
 #include <vxcamkit/camera.h>
 #include <vxcamkit/error.h>
@@ -23,8 +24,8 @@ namespace vxcam {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-inline constexpr std::chrono::seconds kPatience(30); // for what is expected to happen
-inline constexpr std::chrono::milliseconds kPromptly(100);
+inline constexpr std::chrono::seconds kPatience = Within(30s);     // for what is expected to happen
+inline constexpr std::chrono::milliseconds kPromptly = Within(1s); // no wait of 10 s
 
 inline bool waitUntil(const std::function<bool()>& condition)
 {

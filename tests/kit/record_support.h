@@ -3,6 +3,7 @@
 #define RECORD_SUPPORT_H
 
 #include "files_support.h"
+#include "within.h"
 
 #include <vxcamkit/recorder.h>
 
@@ -14,7 +15,7 @@
 
 namespace vxcam {
 
-inline constexpr std::chrono::seconds kPatience(30);
+inline constexpr std::chrono::seconds kPatience = Within(std::chrono::seconds(30));
 
 inline bool waitUntil(const std::function<bool()>& condition)
 {
@@ -124,7 +125,7 @@ for path in sys.argv[1:]:
 inline std::string readBack(const Folder& folder, const std::vector<std::string>& names)
 {
     makeTextFile(folder.path("read.py"), kReader);
-    std::string command = "timeout 50 /usr/bin/python3 " + folder.path("read.py");
+    std::string command = "timeout 100 /usr/bin/python3 " + folder.path("read.py");
     for (const std::string& name : names) {
         command += " " + folder.path(name);
     }

@@ -206,7 +206,8 @@ TEST(HostStreams, AListOnASlowStreamHoldsNoLogger)
             tcLog("CAN", 1).logError("text");
             logged.set_value();
         });
-        EXPECT_EQ(std::future_status::ready, logged.get_future().wait_for(std::chrono::seconds(5)));
+        EXPECT_EQ(std::future_status::ready,
+                  logged.get_future().wait_for(Within(std::chrono::seconds(5))));
         buffer.LetGo();
         logger.join();
         writer.join();

@@ -24,7 +24,7 @@ using ::testing::StartsWith;
 using tcClock = std::chrono::steady_clock;
 
 // What a call may take, which is a tenth of a second, and what a busy machine adds to that.
-inline constexpr int nLimitMs = 1000;
+inline constexpr int nLimitMs = Within(2000);
 
 inline int Ms(tcClock::time_point start)
 {
@@ -32,11 +32,11 @@ inline int Ms(tcClock::time_point start)
     return static_cast<int>(duration_cast<milliseconds>(tcClock::now() - start).count());
 }
 
-// Waits for a child to end or stop; kills it after 20 s.
+// Waits for a child to end or stop; kills it after a minute.
 inline int StatusOf(pid_t child)
 {
     int status = -1;
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 6000; ++i) {
         if (waitpid(child, &status, WNOHANG | WUNTRACED) == child) {
             if (WIFSTOPPED(status)) kill(child, SIGKILL);
             return status;
@@ -153,17 +153,17 @@ inline void ExpectThatAFullOneHoldsNobody(tsConnection connection)
     connection.TakePlaceOf(STDERR_FILENO);
     connection.Fill();
     const auto start = tcClock::now();
-    EXPECT_LT(LongestCall(log, 4, 50), nLimitMs);
-    EXPECT_LT(Ms(start), 5 * nLimitMs);
-    EXPECT_EQ(200u, tcLog::UnprintedTexts());
+    EXPECT_LT(LongestCall(log, 4, 400), nLimitMs);
+    EXPECT_LT(Ms(start), Within(5000)); // one wait of 80 ms for each would be 32 s at least
+    EXPECT_EQ(1600u, tcLog::UnprintedTexts());
     connection.Read();
     log.logError("there is room again");
     const std::string text = connection.Read();
-    EXPECT_THAT(text, StartsWith(LossOf(200)));
+    EXPECT_THAT(text, StartsWith(LossOf(1600)));
     EXPECT_THAT(text, EndsWith(":     CAM: ERR:there is room again\n"));
     log.logError("and more");
     EXPECT_THAT(connection.Read(), Not(HasSubstr("not printed")));
-    EXPECT_EQ(200u, tcLog::UnprintedTexts());
+    EXPECT_EQ(1600u, tcLog::UnprintedTexts());
 }
 
 // Nobody reads any more.

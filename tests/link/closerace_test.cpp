@@ -107,10 +107,11 @@ TEST_F(CloseRace, IsQuickOnABusyMachine)
             }
         });
     }
+    constexpr int nPromised = 500; // ms
     using tpStep = std::function<void()>;
     const auto closes = [this](const tpStep& prepare, const tpStep& restore) {
         int shortest = 60000;
-        for (int round = 0; round < 3; ++round) {
+        for (int round = 0; round < 5 && shortest >= nPromised; ++round) {
             Open();
             prepare();
             const auto start = steady_clock::now();
@@ -122,7 +123,7 @@ TEST_F(CloseRace, IsQuickOnABusyMachine)
         return shortest;
     };
     const auto nothing = [] {};
-    EXPECT_LT(closes(nothing, nothing), gnCloseLimit) << "idle";
+    EXPECT_LT(closes(nothing, nothing), nPromised) << "idle";
     std::vector<std::future<int>> asking;
     const auto ask = [&] {
         asking.push_back(Meanwhile([camera = handle] {
@@ -132,7 +133,7 @@ TEST_F(CloseRace, IsQuickOnABusyMachine)
         asking.push_back(Meanwhile([camera = handle] { return VXWaitCompletion(camera, 20000); }));
         ASSERT_TRUE(WaitUntil([&] { return Figures().RequestsPending == 1; }));
     };
-    EXPECT_LT(closes(ask, nothing), gnCloseLimit) << "with callers that wait";
+    EXPECT_LT(closes(ask, nothing), nPromised) << "with callers that wait";
     const auto loseLink = [&] {
         const uint64_t lost = Figures().ConnectionsLost;
         peer.SwitchOff();
@@ -144,8 +145,7 @@ TEST_F(CloseRace, IsQuickOnABusyMachine)
         peer.SwitchOff();
         peer.SwitchOn();
     };
-    EXPECT_LT(closes(loseLink, forgetConnections), gnCloseLimit)
-        << "on the way to a new connection";
+    EXPECT_LT(closes(loseLink, forgetConnections), nPromised) << "on the way to a new connection";
     stop = true;
     for (std::thread& burner : burners) {
         burner.join();

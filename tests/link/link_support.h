@@ -36,7 +36,9 @@ inline int IntOption(int descriptor, int level, int name)
     return value;
 }
 
-inline constexpr int gnCloseLimit = 500; // ms that closing a camera may take, in every state
+// ms that closing a camera may take, in every state: half a second, and what a busy machine adds.
+// What it may not wait for, an answer or a send, takes seconds.
+inline constexpr int gnCloseLimit = Within(900);
 
 // Keeps every record with the time at which it came.
 // Threads: any. Locks: one of its own.

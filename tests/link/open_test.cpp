@@ -278,7 +278,7 @@ TEST_F(OpenCamera, FailsAtOnceWhenItServesSomebodyElse)
         peer.Close();
     });
     EXPECT_EQ(-1, opening.result);
-    EXPECT_LT(opening.took, 2000);
+    EXPECT_LT(opening.took, 8000) << "of ten seconds";
     EXPECT_EQ(opening.errors, std::vector<std::string>{gsEnded + ": in use by somebody else"});
     EXPECT_FALSE(peer.Accept(milliseconds(100))) << "it is left alone";
 }
@@ -295,7 +295,7 @@ TEST_F(OpenCamera, FailsAtOnceWhenItEndsTheConnection)
     for (const auto& play : plays) {
         const tsFailedOpening opening = OpenInVain(peer, play);
         EXPECT_EQ(-1, opening.result);
-        EXPECT_LT(opening.took, 2000);
+        EXPECT_LT(opening.took, 8000) << "of ten seconds";
         EXPECT_EQ(opening.errors, std::vector<std::string>(opening.wasConnected ? 1 : 0, gsEnded));
     }
     const int handle = Open(peer);
@@ -358,7 +358,7 @@ TEST_F(OpenCamera, RefusesToCloseOrToWaitInsideACallback)
     EXPECT_EQ(-1, sInside.getter);
     EXPECT_EQ(-1, sInside.wait);
     EXPECT_EQ(0, sInside.setter);
-    EXPECT_LT(sInside.took, 1000);
+    EXPECT_LT(sInside.took, 8000); // each would take ten seconds or more
     EXPECT_EQ(3u, log.Errors().size());
     EXPECT_EQ(0x58u, IdOf(peer.ReadMessage())); // only the setter sent something
     EXPECT_EQ(0, VXisCameraReady(handle));

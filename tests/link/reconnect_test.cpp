@@ -121,13 +121,13 @@ TEST_F(Reconnect, TriesAtOnceAndThenAfterPausesThatDoubleFromTenMilliseconds)
     const auto errors = log.Errors(gsClosed);
     const auto attempts = Attempts();
     ASSERT_EQ(1u, errors.size());
-    EXPECT_LT(attempts[0].time - errors[0].time, milliseconds(500));
+    EXPECT_LT(attempts[0].time - errors[0].time, milliseconds(900));
     const auto gaps = Gaps(attempts);
     int least = 10;
     for (size_t i = 0; i < 6; ++i, least *= 2) {
         EXPECT_GE(gaps[i], least - 1);
-        EXPECT_LT(gaps[i], least + 500);
     }
+    EXPECT_LT(attempts[6].time - attempts[0].time, milliseconds(4500)) << "630 ms, not six seconds";
 }
 
 TEST_F(Reconnect, PausesAtMostASecondAndFindsTheCameraWithinOneAndAHalf)
@@ -135,10 +135,12 @@ TEST_F(Reconnect, PausesAtMostASecondAndFindsTheCameraWithinOneAndAHalf)
     Open();
     peer.SwitchOff();
     peer.Close();
-    ASSERT_TRUE(AwaitReconnecting(9)); // the pause has reached its longest
-    EXPECT_LT(Attempts().size(), 12u);
+    ASSERT_TRUE(AwaitReconnecting(12)); // the pause has reached its longest
+    const auto gaps = Gaps(Attempts());
+    EXPECT_GE(*std::min_element(gaps.begin() + 7, gaps.end()), 990);
+    EXPECT_LT(*std::min_element(gaps.begin() + 8, gaps.end()), 1900) << "not two seconds";
     peer.SwitchOn();
-    EXPECT_TRUE(peer.Accept(milliseconds(1500)));
+    EXPECT_TRUE(peer.Accept(milliseconds(5000)));
     Synchronise();
 }
 
@@ -158,7 +160,7 @@ TEST_F(Reconnect, IsNotHotWhenTheCameraClosesAtOnce)
 TEST_F(Reconnect, IsAtOnceAgainAfterAConnectionThatLasted)
 {
     Open();
-    for (int i = 0; i < 6; ++i) {
+    for (int i = 0; i < 8; ++i) { // the next one would come after a second
         peer.Close();
         ASSERT_TRUE(peer.Accept());
     }
@@ -169,7 +171,7 @@ TEST_F(Reconnect, IsAtOnceAgainAfterAConnectionThatLasted)
     ASSERT_TRUE(peer.Accept());
     Synchronise();
     ASSERT_EQ(1u, Attempts().size());
-    EXPECT_LT(Attempts()[0].time - log.Errors(gsClosed)[0].time, milliseconds(250));
+    EXPECT_LT(Attempts()[0].time - log.Errors(gsClosed)[0].time, milliseconds(900));
 }
 
 TEST_F(Reconnect, GivesAnAttemptUpAfterASecondWhenPacketsAreDropped)
@@ -182,7 +184,7 @@ TEST_F(Reconnect, GivesAnAttemptUpAfterASecondWhenPacketsAreDropped)
     ASSERT_TRUE(AwaitReconnecting(4));
     for (int gap : Gaps(Attempts())) {
         EXPECT_GE(gap, 990);
-        EXPECT_LT(gap, 1450); // the attempt's time is part of the pause
+        EXPECT_LT(gap, Within(1450)); // the attempt's time is part of the pause
     }
     EXPECT_EQ(-1, camera->SetTrigger(1));
 
@@ -192,7 +194,7 @@ TEST_F(Reconnect, GivesAnAttemptUpAfterASecondWhenPacketsAreDropped)
     peer.SwitchOff();
     peer.SwitchOn();
     ASSERT_TRUE(peer.Accept());
-    EXPECT_LT(ElapsedMs(start), 1500);
+    EXPECT_LT(ElapsedMs(start), Within(2500)); // of two minutes that the system tries
     Synchronise();
 }
 
@@ -209,7 +211,7 @@ TEST_F(Reconnect, FollowsAStalledSend)
     }
     EXPECT_EQ(-1, result);
     EXPECT_GE(took, 4900);
-    EXPECT_LT(took, 7000);
+    EXPECT_LT(took, 5000 + Within(2000));
     ASSERT_TRUE(peer.Accept());
     Synchronise();
     EXPECT_EQ(0, camera->SetTrigger(1));
@@ -316,7 +318,7 @@ TEST_F(Reconnect, TellsTheLossAtOnceWhileAReadoutExposes)
         EXPECT_EQ(eReadoutLinkLost, camera->ReadoutResult());
         ASSERT_TRUE(peer.Accept());
     }
-    EXPECT_LT(shortest, 100 * 1000 * 1000);
+    EXPECT_LT(shortest, Within(100) * 1000 * 1000); // of a minute
     EXPECT_EQ(1, camera->numOpsPending()) << "what is described waits for the camera";
     EXPECT_EQ(0, camera->AbortRead());
     EXPECT_EQ(0, camera->WaitCompletion(0));

@@ -3,6 +3,7 @@
 #define SIMCLIENT_H
 
 #include "vxmessages.h"
+#include "within.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -20,7 +21,7 @@
 #include <thread>
 #include <vector>
 
-inline constexpr int gnPatience = 20000; // ms
+inline constexpr int gnPatience = Within(20000); // ms
 
 // True as soon as the condition holds; false when it does not in time.
 inline bool Eventually(const std::function<bool()>& condition, int ms = gnPatience)

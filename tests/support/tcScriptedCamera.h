@@ -3,6 +3,8 @@
 #ifndef TCSCRIPTEDCAMERA_H
 #define TCSCRIPTEDCAMERA_H
 
+#include "within.h"
+
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
@@ -22,7 +24,8 @@
 #include <thread>
 #include <vector>
 
-inline constexpr std::chrono::milliseconds gPatience{20000}; // for what is expected to happen
+// For what is expected to happen.
+inline constexpr std::chrono::milliseconds gPatience = Within(std::chrono::milliseconds(20000));
 
 // Looks again every millisecond until the condition holds; false after `limit`.
 inline bool WaitUntil(const std::function<bool()>& condition,

@@ -4,6 +4,7 @@
 
 #include "tcLogConsumer.h"
 #include "tcVXCamera.h"
+#include "within.h"
 
 #include <algorithm>
 #include <chrono>
@@ -350,7 +351,8 @@ private:
 
 // True as soon as `condition` holds; false when it does not within the limit.
 template <class Condition>
-bool Eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20))
+bool Eventually(Condition condition,
+                std::chrono::milliseconds limit = Within(std::chrono::seconds(20)))
 {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!condition()) {

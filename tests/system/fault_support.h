@@ -91,7 +91,7 @@ protected:
         if (handle >= 0) Books();
         const auto start = steady_clock::now();
         Camera::TearDown();
-        EXPECT_LT(ElapsedMs(start), 1500) << "closing takes no longer than 0.5 s";
+        EXPECT_LT(ElapsedMs(start), Within(1500)) << "closing takes no longer than 0.5 s";
     }
 
     tsStatistics Books() const { return BooksOf(handle); }

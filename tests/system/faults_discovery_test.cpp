@@ -60,7 +60,7 @@ TEST_F(DiscoveryFaults, OfRepliesThatContradictEachOtherLeaveTheFirst)
 {
     const auto sim = Start(near, 5, {"discovery-conflict"});
     std::vector<tsEnetData> found;
-    EXPECT_LT(Timed([&] { found = Locate(); }), 3000);
+    EXPECT_LT(Timed([&] { found = Locate(); }), Within(3000));
     ASSERT_EQ(1u, found.size());
     EXPECT_EQ("10.9.1.2", AddressOf(found[0]));
     EXPECT_EQ(sim->Port(), found[0].Port);

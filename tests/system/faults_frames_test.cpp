@@ -208,6 +208,7 @@ TEST_F(Faults, OfReadoutsWithoutEndAreEndedByAnAbort)
     OpenWith({"endless:readout=1"});
     tcImage<uint16_t> image(nRows, nColumns);
     ASSERT_EQ(0, VXReadCCDArea(handle, image.Data(), 2, 0));
+    ASSERT_TRUE(WaitUntil([&] { return events.Shots().size() >= 2; })); // the ones asked for
     int result = 0;
     const int ms = Timed([&] { result = VXWaitCompletion(handle, 200); });
     EXPECT_EQ(-2, result);

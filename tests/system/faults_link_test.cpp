@@ -72,7 +72,7 @@ TEST_F(Faults, OfALinkThatIsHalfOpenEndRequestsByTheirTimeOuts)
     EXPECT_EQ(1u, books.FramesFailed);
     EXPECT_EQ(1u, books.RequestsTimedOut);
     EXPECT_EQ(0u, books.ConnectionsLost);
-    EXPECT_LT(Timed([&] { EXPECT_EQ(0, VXCloseCamera(handle)); }), 1000);
+    EXPECT_LT(Timed([&] { EXPECT_EQ(0, VXCloseCamera(handle)); }), Within(1000));
     handle = -1;
 }
 
@@ -88,13 +88,13 @@ TEST_F(Faults, OfAShortStallCostTimeOnly)
 
 TEST_F(Faults, OfAStallLongerThanTheTimeOutCostTheFrame)
 {
-    OpenWith({"stall:packet=21,seconds=4"});
+    OpenWith({"stall:packet=21,seconds=8"});
     tcImage<uint16_t> image(nRows, nColumns);
     int result = -1;
     const int ms = Timed([&] { result = Lose(image); });
     EXPECT_EQ(0, result);
     EXPECT_GE(ms, nImageTimeout - 100);
-    EXPECT_LT(ms, 3900) << "not as long as the stall";
+    EXPECT_LT(ms, 7900) << "not as long as the stall";
     EXPECT_EQ(44u, WrongRows(image).size());
     EXPECT_EQ(1u, Books().FramesFailed);
     // The rest comes when the stall is over, and is no frame that anybody asked for.

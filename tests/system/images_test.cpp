@@ -161,7 +161,7 @@ TEST_F(Images, AbortsAnExposure)
     EXPECT_EQ(0, VXAbortRead(handle));
     EXPECT_EQ(0, VXisCameraReady(handle));
     EXPECT_EQ(0, VXWaitCompletion(handle, 0));
-    EXPECT_LT(ElapsedMs(start), 100);
+    EXPECT_LT(ElapsedMs(start), Within(1000)); // of a minute
     EXPECT_TRUE(events.Shots().empty());
     EXPECT_TRUE(image.IsUntouched());
 
@@ -176,7 +176,7 @@ TEST_F(Images, AbortsAnExposure)
 TEST_F(Images, AbortsAFrameThatIsArriving)
 {
     tsSimOptions options = Options();
-    options.lineRate = 200;
+    options.lineRate = 10; // six seconds for the frame
     Open(options);
     tcImage<uint16_t> image(nRows, nColumns);
     ASSERT_EQ(0, VXSetExposure(handle, 0));
@@ -186,7 +186,7 @@ TEST_F(Images, AbortsAFrameThatIsArriving)
     EXPECT_EQ(1u, frame);
     const auto start = steady_clock::now();
     EXPECT_EQ(0, VXAbortRead(handle));
-    EXPECT_LT(ElapsedMs(start), 100);
+    EXPECT_LT(ElapsedMs(start), 2000);
     const tcImage<uint16_t> after = image;
     EXPECT_EQ(100, VXGetReadProgress(handle, nullptr));
     EXPECT_EQ(0, VXisCameraReady(handle));
@@ -212,7 +212,7 @@ TEST_F(Images, TimesAReadoutOutThatDoesNotCome)
     EXPECT_EQ(-1, VXisCameraReady(handle));
     ASSERT_EQ(0, VXWaitCompletion(handle, gnPatienceMs));
     EXPECT_GE(ElapsedMs(start), 200); // three steps of 100 ms, of which the first has begun
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_LT(ElapsedMs(start), Within(3000)); // not the 80 s of a readout left to itself
     EXPECT_TRUE(events.Shots().empty());
     EXPECT_TRUE(image.IsUntouched());
     EXPECT_EQ(0, VXAbortRead(handle));
@@ -222,7 +222,7 @@ TEST_F(Images, GivesAReadoutUpWhenTheWaitEnds)
 {
     Open();
     tcImage<uint16_t> image(nRows, nColumns);
-    ASSERT_EQ(0, VXSetExposure(handle, 400));
+    ASSERT_EQ(0, VXSetExposure(handle, 3000));
     ASSERT_EQ(0, VXSetCCDArea(handle, 0, 0, nColumns, nRows));
     ASSERT_EQ(0, VXReadCCDArea(handle, image.Data(), 1, 0));
     const auto start = steady_clock::now();

@@ -199,7 +199,7 @@ private:
         std::lock_guard<std::mutex> lock(mMutex);
         const auto start = steady_clock::now();
         EXPECT_EQ(0, VXCloseCamera(mnHandle));
-        EXPECT_LT(ElapsedMs(start), 5000);
+        EXPECT_LT(ElapsedMs(start), Within(5000));
         mTotals.Add(books);
         mnHandle = -1;
     }

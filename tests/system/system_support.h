@@ -5,6 +5,7 @@
 #include "books.h"
 #include "tcSimServer.h"
 #include "vxcamiface.h"
+#include "within.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,7 +24,7 @@
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-inline constexpr int gnPatienceMs = 30000; // for what is expected to happen
+inline constexpr int gnPatienceMs = Within(30000); // for what is expected to happen
 
 inline int ElapsedMs(steady_clock::time_point start)
 {

@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-inline constexpr std::chrono::seconds gnRunPatience{50};
+inline constexpr std::chrono::seconds gnRunPatience = Within(std::chrono::seconds(100));
 
 // Owns: a folder of its own, with all that is put into it.
 class tcFolder
@@ -196,7 +196,8 @@ private:
     [[noreturn]] static void Become(const tsStart& start)
     {
         const auto openAs = [](const std::string& path, int descriptor) {
-            ::dup2(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), descriptor);
+            ::dup2(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600),
+                   descriptor);
         };
         openAs(start.output, 1);
         if (start.terminal >= 0) {

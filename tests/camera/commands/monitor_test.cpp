@@ -41,12 +41,16 @@ TEST(Monitor, SaysThatItStarted)
 
 TEST(Monitor, EndsWithTheCamera)
 {
-    const auto start = steady_clock::now();
+    int quick = 0;
     for (int i = 0; i < 50; ++i) {
-        tcTestCamera camera(tcVXCamera::teMonitor::eRun);
-        camera.InitReqStackItem(eItemTrigger, 1);
+        const auto start = steady_clock::now();
+        {
+            tcTestCamera camera(tcVXCamera::teMonitor::eRun);
+            camera.InitReqStackItem(eItemTrigger, 1);
+        }
+        if (SecondsSince(start) < 0.08) ++quick;
     }
-    EXPECT_LT(SecondsSince(start), 3.0);
+    EXPECT_GE(quick, 10) << "one that sleeps looks after 100 ms";
 }
 
 TEST(Monitor, ThatDoesNotEndIsReportedOnceAndWaitedFor)

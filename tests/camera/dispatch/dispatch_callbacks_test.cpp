@@ -173,7 +173,7 @@ TEST_F(Dispatch, CameraWorksAfterACallbackThatThrows)
     std::thread([&] {
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(mCamera.WaitCompletion(20000), 0);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     }).join();
     mCamera.AnswerTo(0x59, 0x7F, tcPayload().U32(3));
     int value = 0;

@@ -189,7 +189,7 @@ TEST_F(Opening, ClosingEndsAWaitingConsumer)
         return errorOf([&] { stream.next(); });
     });
     isWaiting.get_future().wait();
-    EXPECT_LT(timeOf([&] { camera.close(); }), 600ms);
+    EXPECT_LT(timeOf([&] { camera.close(); }), kPromptly);
     EXPECT_EQ(error.get().kind(), ErrorKind::Aborted);
     EXPECT_EQ(stream.end(), ReadoutEnd::Closed);
     EXPECT_EQ(errorOf([&] { camera.grab(); }).kind(), ErrorKind::Aborted);

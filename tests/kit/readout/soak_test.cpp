@@ -169,7 +169,7 @@ private:
         }
         if (!camera_->waitForLink(3s) || chance(0.03)) {
             const auto time = timeOf([this] { camera_.reset(); });
-            EXPECT_LT(time, 5s);
+            EXPECT_LT(time, Within(5s));
         } else if (chance(0.7)) {
             readOut();
         } else {

@@ -41,13 +41,13 @@ TEST_F(Streams, AbandonedReadoutsLeaveNothingForTheNext)
     Plan quick = planOf(1, 500ms);
     quick.area = Area{0, 0, 10, 10};
     {
-        Stream stream = camera.stream(planOf(1, 2s));
+        Stream stream = camera.stream(planOf(1, 1h));
         EXPECT_EQ(errorOf([&] { stream.next(100ms); }).kind(), ErrorKind::Timeout);
     }
     const auto start = Clock::now();
     const Frame frame = camera.grab(quick);
     EXPECT_GE(Clock::now() - start, 500ms);
-    EXPECT_LT(Clock::now() - start, 1500ms);
+    EXPECT_LT(Clock::now() - start, 500ms + kPromptly);
     EXPECT_EQ(frame.facts().readout, 2u);
     EXPECT_EQ(frame.facts().exposure, 500ms);
     EXPECT_EQ(frame.rows(), 10);
@@ -83,7 +83,7 @@ TEST_F(Streams, LinkLossEndsThemAtOnce)
     sim_->Stop();
     const auto [thrown, when] = error.get();
     EXPECT_EQ(thrown.kind(), ErrorKind::LinkLost);
-    EXPECT_LT(when - start, 2 * kPromptly);
+    EXPECT_LT(when - start, kPromptly);
     EXPECT_EQ(stream.end(), ReadoutEnd::LinkLost);
     EXPECT_FALSE(camera.waitForLink(10ms));
     auto waiting = std::async(std::launch::async,
@@ -140,7 +140,7 @@ TEST_F(Streams, CameraErrorsAreNotedWhereThePlanSaysSo)
 TEST_F(Streams, SilenceBeyondTheDueTimeEndsThem)
 {
     Camera& camera = open({"half-open:readout=1,frame=1,packet=1"});
-    Plan plan = planOf(1, 400ms);
+    Plan plan = planOf(1, 2s);
     plan.timeout = 300ms;
     Stream stream = camera.stream(plan);
     const auto start = Clock::now();
@@ -148,21 +148,21 @@ TEST_F(Streams, SilenceBeyondTheDueTimeEndsThem)
     const auto took = Clock::now() - start;
     EXPECT_EQ(error.kind(), ErrorKind::Timeout);
     EXPECT_EQ(stream.end(), ReadoutEnd::TimedOut);
-    EXPECT_GE(took, 680ms) << "the exposure counts in full";
-    EXPECT_LT(took, 700ms + kPromptly);
+    EXPECT_GE(took, 2280ms) << "the exposure counts in full";
+    EXPECT_LT(took, 2300ms + kPromptly);
 }
 
 TEST_F(Streams, TakeNothingOfAnEarlierReadoutForTheirOwn)
 {
     Camera& camera = open();
     EXPECT_TRUE(camera.grab(planOf(1)).complete());
-    Plan plan = planOf(1, 600ms);
-    plan.timeout = 200ms;
+    Plan plan = planOf(1, 1200ms);
+    plan.timeout = 1s;
     EXPECT_TRUE(camera.grab(plan).complete()) << "an exposure is no silence";
     VXSetTriggerMode(camera.handle(), eExtTrigStart, 0, 0);
     const Error error = errorOf([&] { camera.grab(plan); });
     EXPECT_EQ(error.kind(), ErrorKind::Timeout);
-    EXPECT_THAT(error.what(), HasSubstr("silent for 0.2 s while a trigger was waited for"));
+    EXPECT_THAT(error.what(), HasSubstr("silent for 1 s while a trigger was waited for"));
     plan.timeout.reset();
     Stream stream = camera.stream(plan);
     EXPECT_EQ(errorOf([&] { stream.next(300ms); }).kind(), ErrorKind::Timeout);
@@ -171,23 +171,23 @@ TEST_F(Streams, TakeNothingOfAnEarlierReadoutForTheirOwn)
 
 TEST_F(Streams, SilenceWithinAFrameEndsThem)
 {
-    Camera& camera = open({"stall:readout=1,frame=2,packet=30,seconds=3"});
+    Camera& camera = open({"stall:readout=1,frame=2,packet=30,seconds=60"});
     Plan plan = planOf(3);
-    plan.timeout = 300ms;
+    plan.timeout = 1s;
     Stream stream = camera.stream(plan);
     EXPECT_TRUE(stream.next(kPatience).has_value());
     const auto start = Clock::now();
     EXPECT_THAT(errorOf([&] { stream.next(kPatience); }).what(), HasSubstr("within a frame"));
-    EXPECT_LT(Clock::now() - start, 300ms + kPromptly + 50ms);
+    EXPECT_LT(Clock::now() - start, 1s + kPromptly);
     EXPECT_EQ(stream.end(), ReadoutEnd::TimedOut);
 }
 
 TEST_F(Streams, ImageIntervalsCountAsNoSilence)
 {
     Camera& camera = open();
-    VXSetImageInterval(camera.handle(), 600);
+    VXSetImageInterval(camera.handle(), 1200);
     Plan plan = planOf(3, 10ms);
-    plan.timeout = 200ms;
+    plan.timeout = 1s;
     Stream stream = camera.stream(plan);
     EXPECT_EQ(all(stream).size(), 3u);
     EXPECT_EQ(stream.end(), ReadoutEnd::Complete);

@@ -228,7 +228,7 @@ TEST_F(Flight, ADiskThatTakesItsTimeDelaysNoFailure)
         plan.timeout = 100ms;
         return errorOf([&] { camera.grab(plan); }).kind();
     });
-    const bool isTold = second.wait_for(10s) == std::future_status::ready;
+    const bool isTold = second.wait_for(kPatience) == std::future_status::ready;
     EXPECT_TRUE(isTold);
     std::ifstream reader(disk); // the disk goes on
     std::ostringstream text;

@@ -3,6 +3,7 @@
 #define CONFIG_FIXTURE_H
 
 #include "tcConfigFile.h"
+#include "within.h"
 
 #include <gtest/gtest.h>
 

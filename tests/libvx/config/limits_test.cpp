@@ -34,7 +34,7 @@ size_t Made(const std::string& text)
 }
 
 // How long a load takes beside others on a busy machine, at most.
-constexpr std::chrono::seconds gnPatience(60);
+constexpr std::chrono::seconds gnPatience = Within(std::chrono::seconds(60));
 
 const std::string gsTooMuch = "a.cfg: Too much text! some variables and items are left out\n";
 } // namespace

@@ -32,8 +32,8 @@ inline int ElapsedMs(tcClock::time_point start)
     return static_cast<int>(duration_cast<milliseconds>(tcClock::now() - start).count());
 }
 
-// Waits for a condition that only has to come at all, 30 s at most.
-inline bool Eventually(const std::function<bool()>& condition, int deadlineMs = 30000)
+// Waits for a condition that only has to come at all, 30 s at most in a plain build.
+inline bool Eventually(const std::function<bool()>& condition, int deadlineMs = Within(30000))
 {
     const auto start = tcClock::now();
     while (!condition()) {
@@ -74,7 +74,7 @@ public:
     {
         const sockaddr_in address = Address("127.0.0.1", port);
         mbBound = bind(mhDescriptor, Plain(address), sizeof address) == 0;
-        const timeval limit{10, 0};
+        const timeval limit{Within(10), 0};
         setsockopt(mhDescriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     }
     ~tcBound() { Close(); }
@@ -209,7 +209,7 @@ public:
     }
 
     // All bytes until the server closes; "(...)" is appended when it does not, or resets.
-    std::string ReadAll(int withinMs = 20000)
+    std::string ReadAll(int withinMs = Within(20000))
     {
         const timeval limit{withinMs / 1000, withinMs % 1000 * 1000};
         setsockopt(mhDescriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);

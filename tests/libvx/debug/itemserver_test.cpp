@@ -205,10 +205,9 @@ TEST_F(ItemServer, DropsClientsThatSendNothing)
     const int before = CountDescriptors();
     const auto start = tcClock::now();
     tcClient silent(mnPort);
-    EXPECT_EQ("1\0"s, Ask("GET:A")); // beside the silent one
-    EXPECT_LT(ElapsedMs(start), 290);
     EXPECT_EQ("", silent.ReadAll());
     EXPECT_GE(ElapsedMs(start), 299);
+    tcDbgItem::snClientPatience = 3600000;
     {
         tcClient quick(mnPort);
     }
@@ -219,22 +218,41 @@ TEST_F(ItemServer, DropsClientsThatSendNothing)
     EXPECT_TRUE(Eventually([before] { return CountDescriptors() == before; }));
 }
 
+TEST_F(ItemServer, AnswersOthersWhileAClientSendsNothing)
+{
+    tcDbgItem::AddItem("A", 1, "");
+    tcDbgItem::snClientPatience = 3600000;
+    Start();
+    const tcClient silent(mnPort);
+    EXPECT_EQ("1\0"s, Ask("GET:A"));
+}
+
 TEST_F(ItemServer, AnswersOthersWhileAClientDoesNotReadItsReply)
+{
+    for (int i = 0; i < 200; ++i)
+        tcDbgItem::AddItem("ITEM" + std::to_string(i), i, std::string(100000, 'x'));
+    tcDbgd::snReplyPatience = 3600000;
+    Start();
+    tcClient client(mnPort);
+    client.Send("LIST");
+    EXPECT_TRUE(client.HasAnswer(Within(20000)));
+    EXPECT_EQ("7\0"s, Ask("GET:ITEM7"));
+}
+
+TEST_F(ItemServer, GivesUpAClientThatDoesNotReadItsReply)
 {
     for (int i = 0; i < 200; ++i)
         tcDbgItem::AddItem("ITEM" + std::to_string(i), i, std::string(100000, 'x'));
     Start();
     const int descriptors = CountDescriptors();
+    tcDbgItem::snClientPatience = 3600000;
+    const auto start = tcClock::now();
     tcClient client(mnPort);
     client.Send("LIST");
-    EXPECT_TRUE(client.HasAnswer(10000));
-    const auto start = tcClock::now();
-    EXPECT_EQ("7\0"s, Ask("GET:ITEM7"));
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_TRUE(client.HasAnswer(Within(20000)));
     // It is given up two seconds after it took something last.
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors + 1; }));
-    EXPECT_GT(ElapsedMs(start), 1500);
-    EXPECT_LT(ElapsedMs(start), 6000);
+    EXPECT_GE(ElapsedMs(start), 1999);
     const std::string rest = client.ReadAll();
     EXPECT_LT(rest.size(), 20000000u);
     EXPECT_EQ("(reset)", rest.substr(rest.size() - 7));
@@ -244,8 +262,8 @@ TEST_F(ItemServer, CutsClientsThatHaveTheirAnswerAndGoOnSending)
 {
     Start();
     tcClient client(mnPort);
-    client.Send(std::string(1024, 'x'));         // as much as is read of a request
-    EXPECT_TRUE(client.IsCutWhileItSends(5000)); // after half a second
+    client.Send(std::string(1024, 'x'));                  // as much as is read of a request
+    EXPECT_TRUE(client.IsCutWhileItSends(Within(20000))); // after half a second
 }
 
 TEST_F(ItemServer, LetsAClientTakeItsTimeAsLongAsItTakesSomething)

@@ -76,7 +76,7 @@ public:
     std::string Errors() { return Rest(mhErrors); }
 
     // The exit status, -1 when it crashed, -2 when it did not end in time.
-    int Status(int withinMs = 15000)
+    int Status(int withinMs = Within(15000))
     {
         int status = 0;
         const bool ended =
@@ -178,7 +178,7 @@ TEST_F(DaemonProcess, ServesFromTheLoadingOfTheLibrary)
     const auto start = tcClock::now();
     host.EndInput();
     EXPECT_EQ(0, host.Status());
-    EXPECT_LT(ElapsedMs(start), 5000);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
     EXPECT_EQ("", host.Output());
     EXPECT_EQ("", host.Errors());
 }
@@ -331,7 +331,7 @@ TEST_F(DaemonProcess, EndsAtOnceWhileItWaitsForThePort)
     setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 1);
     const auto start = tcClock::now();
     Run("exit", 3);
-    EXPECT_LT(ElapsedMs(start), 5000);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
 }
 
 TEST_F(DaemonProcess, EndsRightAfterItsStart)
@@ -356,6 +356,6 @@ TEST_F(DaemonProcess, StartsOtherProgramsWithEverythingRunning)
 TEST_F(DaemonProcess, CostsNothingWhileIdle)
 {
     tcProgram host({VX_DEBUG_HOST, "idle"});
-    EXPECT_LT(std::stoi(host.Line()), 50) << "milliseconds of CPU time in a second";
+    EXPECT_LT(std::stoi(host.Line()), Within(50)) << "milliseconds of CPU time in a second";
     EXPECT_EQ(0, host.Status());
 }

@@ -62,7 +62,7 @@ TEST_F(Daemon, AnnouncesOnlyWhileItRuns)
     const auto start = tcClock::now();
     Stop();
     EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
-    EXPECT_LT(ElapsedMs(start), 2000);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
     EXPECT_FALSE(mAnnouncements.HasReceived()) << "the first one comes after the interval";
 }
 
@@ -153,6 +153,7 @@ TEST_F(Daemon, PrintsOnceThatThePortItWasToldIsTaken)
 TEST_F(Daemon, StopsAtOnceWhileItWaitsForThePort)
 {
     const int threads = CountThreads();
+    tcDbgd::snRetrySecond = 60000;
     tcBound taken(SOCK_STREAM, FreePort());
     taken.Listen();
     setenv("DBGD_PORTNUM", std::to_string(taken.Port()).c_str(), 1);
@@ -161,7 +162,7 @@ TEST_F(Daemon, StopsAtOnceWhileItWaitsForThePort)
     const auto start = tcClock::now();
     mpDaemon->StopServer();
     EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
 }
 
 TEST_F(Daemon, ListensOnTheAddressItIsGiven)

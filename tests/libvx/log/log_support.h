@@ -4,6 +4,7 @@
 
 #include "tcLog.h"
 #include "tcLogConsumer.h"
+#include "within.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -163,7 +163,7 @@ TEST(HSocketConnect, CancellableGivesUpAfterItsTimeout)
     EXPECT_EQ(0, socket.Connect("127.0.0.1", full.mListener.GetLocalPort(), cancel, 120));
     EXPECT_EQ(ETIMEDOUT, errno);
     EXPECT_GE(ElapsedMs(start), 119);
-    EXPECT_LT(ElapsedMs(start), 2500);
+    EXPECT_LT(ElapsedMs(start), Within(5000)); // the system gives up after two minutes
 }
 
 TEST(HSocketConnect, CancellableGivesUpWhenCancelledUnderWay)
@@ -182,7 +182,7 @@ TEST(HSocketConnect, CancellableGivesUpWhenCancelledUnderWay)
     started = 1;
     EXPECT_EQ(0, socket.Connect("127.0.0.1", full.mListener.GetLocalPort(), cancel));
     EXPECT_EQ(ECANCELED, errno);
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_LT(ElapsedMs(start), Within(5000)); // likewise
     canceller.join();
 
     // The descriptor is free for another try.

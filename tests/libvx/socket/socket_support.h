@@ -3,6 +3,7 @@
 #define SOCKET_SUPPORT_H
 
 #include "HSocket.h"
+#include "within.h"
 
 #include <gtest/gtest.h>
 

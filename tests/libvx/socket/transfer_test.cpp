@@ -53,7 +53,7 @@ TEST(HSocketReceive, TimesOutOnASilentSocket)
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 100, 0));
     EXPECT_GE(ElapsedMs(start), 99);
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
 }
 
 TEST(HSocketReceive, GivesWhatIsThere)
@@ -126,7 +126,7 @@ TEST(HSocketReceive, KeepsItsTimeoutWhenSignalsArrive)
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 100, 0));
     EXPECT_GE(ElapsedMs(start), 99);
-    EXPECT_LT(ElapsedMs(start), 1000);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
     EXPECT_GT(tcInterruptions::snSeen, 0);
 }
 
@@ -137,15 +137,19 @@ TEST(HSocketReceive, CountsTheTimeBeforeASignal)
     struct sigaction action = {};
     action.sa_handler = [](int) {};
     sigaction(SIGUSR1, &action, nullptr);
-    std::thread sender([receiver] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(850)); // late in the wait
-        pthread_kill(receiver, SIGUSR1);
+    std::atomic<bool> ended{false};
+    std::thread sender([&] { // for 50 s, each time late in a wait that would begin anew
+        for (int i = 0; i < 200 && !ended; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(250));
+            pthread_kill(receiver, SIGUSR1);
+        }
     });
     char buffer[4];
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 900, 0));
-    EXPECT_GE(ElapsedMs(start), 899);
-    EXPECT_LT(ElapsedMs(start), 1700);
+    EXPECT_EQ(-2, pair.mClient.Receive(buffer, sizeof buffer, 300, 0));
+    EXPECT_GE(ElapsedMs(start), 299);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
+    ended = true;
     sender.join();
 }
 
@@ -236,7 +240,7 @@ TEST(HSocketSend, AllWithinATimeGivesUpOnAReaderThatDoesNotRead)
     EXPECT_EQ(-1, pair.mClient.SendAll(block.data(), 64 << 20, 200));
     EXPECT_EQ(ETIMEDOUT, errno);
     EXPECT_GE(ElapsedMs(start), 199);
-    EXPECT_LT(ElapsedMs(start), 2000);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
 }
 
 TEST(HSocketSend, AllWithinATimeDoesNotWaitLongerForAReaderThatTakesLittle)
@@ -248,13 +252,13 @@ TEST(HSocketSend, AllWithinATimeDoesNotWaitLongerForAReaderThatTakesLittle)
         std::vector<char> buffer(65536);
         while (!stop) {
             pair.mServer.Receive(buffer.data(), 65536, 10, 0);
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            std::this_thread::sleep_for(std::chrono::milliseconds(50)); // a minute for all
         }
     });
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(-1, pair.mClient.SendAll(block.data(), 64 << 20, 200));
     EXPECT_EQ(ETIMEDOUT, errno);
-    EXPECT_LT(ElapsedMs(start), 2000);
+    EXPECT_LT(ElapsedMs(start), Within(5000));
     stop = true;
     receiver.join();
 }

@@ -107,7 +107,7 @@ TEST(SimReadouts, GoOnWithoutAFrameCountUntilAborted)
 TEST(SimReadouts, StopAtAPacketBoundaryWhenAborted)
 {
     tsSimOptions options = Options();
-    options.lineRate = 100;
+    options.lineRate = 10; // six seconds for the frame
     tsRig rig(options);
     rig.Diagonal();
     rig.Read();
@@ -158,14 +158,14 @@ TEST(SimReadouts, RefuseASecondOneMeanwhile)
 TEST(SimReadouts, TakeTheExposuresTime)
 {
     tsSimOptions options = Options();
-    options.timeScale = 10;
+    options.timeScale = 100;
     tsRig rig(options);
-    rig.client.SendCommand(cmdSetExposure, {1000});
+    rig.client.SendCommand(cmdSetExposure, {10000});
     const auto begin = std::chrono::steady_clock::now();
     ASSERT_TRUE(rig.Take().complete);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-    EXPECT_GE(taken.count(), 0.099) << "1 s of camera time at ten times the speed";
-    EXPECT_LT(taken.count(), 0.9);
+    EXPECT_GE(taken.count(), 0.099) << "10 s of camera time at a hundred times the speed";
+    EXPECT_LT(taken.count(), 8.0);
 }
 
 TEST(SimReadouts, AnswerAndBeatWhileTheyExposeAndSend)
@@ -204,7 +204,7 @@ TEST(SimReadouts, KeepTheLineRate)
     ASSERT_TRUE(rig.Take().complete);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(taken.count(), 0.18) << "64 rows at 320 a second, less one burst";
-    EXPECT_LT(taken.count(), 2.0);
+    EXPECT_LT(taken.count(), Within(2.0));
 }
 
 TEST(SimReadouts, SplitRowsThatAreTooWide)

@@ -16,7 +16,7 @@ TEST(Ping, DocumentHoldsThePercentiles)
     EXPECT_LE(document["min_ms"], document["p50_ms"]);
     EXPECT_LE(document["p50_ms"], document["p99_ms"]);
     EXPECT_LE(document["p99_ms"], document["max_ms"]);
-    EXPECT_LT(document["p50_ms"], 50.0); // no poll interval shows
+    EXPECT_LT(document["min_ms"], 20.0); // no poll interval shows
 }
 
 TEST(Ping, OneRoundTripIsEnough)

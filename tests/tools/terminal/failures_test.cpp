@@ -339,7 +339,7 @@ TEST(ExitInterrupted, CtrlCEndsOpeningAtOnce)
     const auto start = std::chrono::steady_clock::now();
     run.Signal(SIGINT);
     EXPECT_EQ(run.Exit(), 130);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8)); // of ten
 }
 
 TEST(ExitInterrupted, CtrlCBetweenFramesKeepsWholeOnes)

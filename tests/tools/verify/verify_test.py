@@ -20,7 +20,7 @@ AT_ONCE = 200  # files that one command looks at
 
 
 def run(*arguments, codes=(0,)):
-    done = subprocess.run([VXCAM, *map(str, arguments)], capture_output=True, text=True, timeout=120)
+    done = subprocess.run([VXCAM, *map(str, arguments)], capture_output=True, text=True, timeout=300)
     assert done.returncode in codes, (arguments, done.returncode, done.stderr)
     return done.stdout
 
