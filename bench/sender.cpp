@@ -124,6 +124,7 @@ private:
     bool Reply(uint32_t id, const Payload& payload)
     {
         tsFramed<Payload> answer{HeaderOf(id, sizeof payload), payload};
+        answer.header.SeqNo = mnNumber++;
         return SendAll(mnFD, &answer, sizeof answer);
     }
 
@@ -161,11 +162,27 @@ private:
         mbStreaming = true;
         mtStart = steady_clock::now();
         mnSent = 0;
+        if (!SendHeartBeats()) return false;
         while (mnFrames > 0) {
             if (!SendFrame(--mnFrames == 0 ? mLastFrame : mFrame)) return false;
         }
         mbStreaming = false;
         return true;
+    }
+
+    // The numbers of frames begin with 0, and are to be those behind the last message.
+    bool SendHeartBeats()
+    {
+        tcBytes bytes;
+        while (mnNumber != 0 || !mbHadHeartBeat) {
+            tsFramed<tsHeartBeatData> message{HeaderOf(ansHeartBeat.id, sizeof(tsHeartBeatData)),
+                                              {}};
+            message.header.SeqNo = mnNumber++;
+            const auto* const from = reinterpret_cast<const uint8_t*>(&message);
+            bytes.insert(bytes.end(), from, from + sizeof message);
+            mbHadHeartBeat = true;
+        }
+        return SendAll(mnFD, bytes.data(), bytes.size());
     }
 
     bool SendFrame(const tcBytes& frame)
@@ -208,7 +225,8 @@ private:
     const tcBytes& mLastFrame;
     tcBytes mvInput;
     int mnFrames = 0;
-    bool mbStreaming = false;
+    uint8_t mnNumber = 0; // of the next message that is not of a frame
+    bool mbStreaming = false, mbHadHeartBeat = false;
     steady_clock::time_point mtStart;
     uint64_t mnSent = 0;
 };

@@ -146,7 +146,10 @@ bool tcVXCamera::DispatchCallbackParser(int status, void* message, int, unsigned
     self.CountParsed();
     if (isDamaged) self.mLog.logError("CallBackParser the connection broke inside a message");
     const auto* frame = static_cast<const tsMsgHeader*>(message);
-    if (status == good && !IsPixels(frame->MsgId)) {
+    const bool isOther = status == good && !IsPixels(frame->MsgId);
+    if (!isDamaged) self.mpExtension->order.Note(*frame);
+    if (isOther && !isDamaged) self.mpExtension->order.NoteKind(frame->MsgId);
+    if (isOther) {
         self.TellTap(eTapMessagesReceived, frame, size_t{frame->Length} + gnHeaderBytes);
     }
     if (status == good || status == badChecksum) {

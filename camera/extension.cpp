@@ -121,6 +121,7 @@ int tcVXCamera::ReadoutResult()
 void tcVXCamera::LinkLost()
 {
     tcLedger::Add(mpLedger->Figures().ConnectionsLost);
+    mpExtension->order = {};
     tcWords words;
     {
         const tStackLock lock(mStackMutex);

@@ -2,6 +2,8 @@
 #include "tcExtension.h"
 #include "tcVXCamera.h"
 
+#include "swallowed.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -55,13 +57,14 @@ void tcVXCamera::CountReceived(const void* data, int bytes)
 // so: what stands behind it is the rest of one, or one that was counted later.
 bool tcVXCamera::IsFollowedInOrder(const tsMsgHeader& message) const
 {
+    if (!mpExtension->order.IsKept()) return false;
     const tsReceived& received = mpExtension->received;
     const uint32_t taken = mpParser->BytesIn - received.bytesBefore;
     if (taken > received.length || received.length - taken < gnHeaderBytes) return false;
     tsMsgHeader next;
     memcpy(&next, received.bytes + taken, sizeof next);
     return next.Magic == gnMessageMagic && next.IDD == gnInterfaceVersion &&
-           next.SeqNo == (message.SeqNo + 1U) % 256;
+           next.SeqNo == (message.SeqNo + 1U) % 256 && !MayHoldAllNumbers(message);
 }
 
 void tcVXCamera::CountParsed()

@@ -59,6 +59,27 @@ struct tsReceived {
     uint32_t bytesBefore = 0; // that it had been given
 };
 
+// Whether the camera counts all its messages in one sequence, and none is missing: only then does a
+// number tell that there was no message before it. Seen of one connection, from its beginning.
+class tcMessageOrder
+{
+public:
+    void Note(const tsMsgHeader& message)
+    {
+        if (message.SeqNo != mnExpected) mbBroken = mnExpected != gnNumbers;
+        mnExpected = (message.SeqNo + 1U) % gnNumbers;
+    }
+    // Other messages than pixels.
+    void NoteKind(uint32_t id) { (id == ansHeartBeat.id ? mbHadHeartBeat : mbHadOther) = true; }
+    // What comes unasked, and what answers, were counted like the packets.
+    bool IsKept() const { return mbHadHeartBeat && mbHadOther && !mbBroken; }
+
+private:
+    static constexpr uint32_t gnNumbers = 256;
+    uint32_t mnExpected = gnNumbers; // which no message has
+    bool mbHadHeartBeat = false, mbHadOther = false, mbBroken = false;
+};
+
 // A packet whose frame is not known yet.
 struct tsHeldPacket {
     bool isHeld = false;
@@ -131,7 +152,8 @@ struct tsExtension {
 
     tsReadoutFacts readouts[eFrameKinds]; // by the frames that they were started for
     tcFrameAccount frames[eFrameKinds];
-    tsReceived received; // by the receive thread, as it is used
+    tsReceived received;  // by the receive thread, as it is used
+    tcMessageOrder order; // of this connection; by the receive thread
     tsLastPacket lastPacket;
     tsLeftover leftovers[eFrameKinds];
     tcBufferTurn buffers;

@@ -111,3 +111,13 @@ teSwallowed FindSwallowed(const tsMsgHeader& message, size_t end)
     const bool isHalf = limit == last && limit[-1] == gnMagicFirst;
     return isHalf && found == eSwallowedNothing ? eSwallowedPerhaps : found;
 }
+
+bool MayHoldAllNumbers(const tsMsgHeader& message)
+{
+    constexpr ptrdiff_t numbers = 256;
+    const ptrdiff_t longest = message.Length - (numbers - 1) * ptrdiff_t{gnHeaderBytes};
+    if (longest < gnHeaderBytes) return false;
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&message);
+    const uint8_t* const last = bytes + gnHeaderBytes + message.Length; // exclusive
+    return FindMagic(last - longest, last) != last;
+}

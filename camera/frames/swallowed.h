@@ -19,4 +19,8 @@ enum teSwallowed {
 // behind it is of no use, and may be what it likes.
 teSwallowed FindSwallowed(const tsMsgHeader& message, size_t end);
 
+// Whether there may be so many that the numbers of messages, which wrap, go on behind them as if
+// there were none. Looks only where the last one of so many would begin.
+bool MayHoldAllNumbers(const tsMsgHeader& message);
+
 #endif
