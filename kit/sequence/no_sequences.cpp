@@ -6,7 +6,12 @@ namespace vxcam {
 #if !VXCAMKIT_HAS_YAML
 SequencePlan readSequence(const std::string& path)
 {
-    throw Error(ErrorKind::Usage, path + ": plans cannot be read: built without yaml-cpp");
+    return parseSequence("", path);
+}
+
+SequencePlan parseSequence(const std::string&, const std::string& path)
+{
+    throw SequenceError(path, {{0, "plans cannot be read: built without yaml-cpp"}});
 }
 #endif
 

@@ -1,18 +1,15 @@
 #include <vxcamkit/sequence.h>
 
+#include "sequence/sequence_report.h"
 #include "sequence/sequence_run.h"
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 
 namespace vxcam {
 
 namespace {
-
-std::string journalOf(const SequencePlan& plan)
-{
-    return plan.folder + "/" + std::filesystem::path(plan.path).stem().string() + ".journal";
-}
 
 const SequencePlan& withFolder(const SequencePlan& plan)
 {
@@ -29,6 +26,8 @@ struct Sequence::Body {
     SequenceOptions options;
     std::vector<SequenceUnit> units;
     SequenceJournal journal;
+    SequenceWatch watch;
+    std::atomic<SequenceHold> hold{SequenceHold::None};
 
     Body(SequencePlan given, SequenceOptions how)
         : plan(std::move(given)), options(std::move(how)), units(unitsOf(plan)),
@@ -43,7 +42,24 @@ Sequence::~Sequence() = default;
 
 void Sequence::run(Camera& camera)
 {
-    SequenceRun(camera, body_->plan, body_->options, body_->units, body_->journal).run();
+    SequenceRun(camera, {body_->plan, body_->options, body_->watch, body_->hold}, body_->units,
+                body_->journal)
+        .run();
+}
+
+void Sequence::watch(SequenceWatch watch)
+{
+    body_->watch = std::move(watch);
+}
+
+void Sequence::stop(SequenceStop when)
+{
+    if (when == SequenceStop::Now) {
+        body_->hold = SequenceHold::Now;
+        return;
+    }
+    SequenceHold none = SequenceHold::None;
+    body_->hold.compare_exchange_strong(none, SequenceHold::BehindFrame);
 }
 
 bool Sequence::isComplete() const
@@ -59,20 +75,7 @@ bool Sequence::isComplete() const
 
 SequenceReport Sequence::report() const
 {
-    const SequenceJournal& journal = body_->journal;
-    SequenceReport report;
-    report.journal = journal.path();
-    report.runs = static_cast<int>(journal.processes().size());
-    report.before = static_cast<int>(journal.frames().size()) - journal.framesNow();
-    report.complete = journal.hasEnded();
-    for (const SequenceUnit& unit : body_->units) {
-        report.frames += unit.kind == SequenceUnit::Kind::Frame;
-    }
-    for (const auto& [unit, frame] : journal.frames()) {
-        report.files.push_back({body_->plan.folder + "/" + frame.file, frame.bytes});
-    }
-    report.failures = journal.failures();
-    return report;
+    return reportOf(body_->plan, body_->units, body_->journal);
 }
 
 } // namespace vxcam

@@ -6,6 +6,7 @@
 #include <vxcamkit/cooler.h>
 #include <vxcamkit/error.h>
 #include <vxcamkit/export.h>
+#include <vxcamkit/frame.h>
 #include <vxcamkit/header.h>
 #include <vxcamkit/plan.h>
 #include <vxcamkit/value.h>
@@ -76,9 +77,29 @@ struct SequencePlan {
     std::vector<SequenceStep> steps;
 };
 
-// Reads a plan and checks all of it. Throws Error{Usage}, whose text names each mistake with its
-// line; Error{File} when it cannot be read.
+struct SequenceMistake {
+    int line = 0; // of the file; 0: the plan as a whole
+    std::string text;
+};
+
+// What is wrong with a plan: a usage error whose text names each mistake with its line, the first
+// ten of them.
+class VXCAMKIT_EXPORT SequenceError : public Error
+{
+public:
+    SequenceError(const std::string& path, std::vector<SequenceMistake> mistakes);
+    ~SequenceError() override;
+
+    const std::vector<SequenceMistake>& mistakes() const { return mistakes_; } // all of them
+
+private:
+    std::vector<SequenceMistake> mistakes_;
+};
+
+// Reads a plan and checks all of it. Throws SequenceError; Error{File} when it cannot be read.
 VXCAMKIT_EXPORT SequencePlan readSequence(const std::string& path);
+// The same with a text that stands, or might stand, in that file.
+VXCAMKIT_EXPORT SequencePlan parseSequence(const std::string& text, const std::string& path);
 
 // What a plan comes to. Times are the camera's.
 struct SequenceNeeds {
@@ -87,7 +108,7 @@ struct SequenceNeeds {
     std::chrono::milliseconds duration{0}; // as far as it can be told: hooks count for nothing
     std::optional<uint64_t> bytes;         // of all files; nothing: the sensor is not known
 };
-// `sensor`: of the camera; else what the plan says. Throws Error{Usage} for areas beyond it.
+// `sensor`: of the camera; else what the plan says. Throws SequenceError for areas beyond it.
 VXCAMKIT_EXPORT SequenceNeeds needsOf(const SequencePlan& plan,
                                       const std::optional<Size>& sensor = {});
 
@@ -129,6 +150,25 @@ struct SequenceReport {
     std::vector<SequenceFailure> failures;
 };
 
+// The same from the journal beside the frames, also while a run goes on; nothing where no run of
+// this plan has begun. Throws Error as Sequence does.
+VXCAMKIT_EXPORT std::optional<SequenceReport> reportOf(const SequencePlan& plan);
+
+// What becomes of a run, besides its progress; all are called on the thread of run(), and may be
+// empty. What they throw ends it.
+struct SequenceWatch {
+    std::function<void(int line)> onStep; // another step of the plan begins
+    // Each that came, incomplete ones and those for looking for an exposure included; before it is
+    // written to a file.
+    std::function<void(const Frame&)> onFrame;
+    std::function<void(const std::string& name, const Value&)> onSetting; // the camera took it
+    std::function<void(const SequenceFailure&)> onFailure;
+};
+
+// When a run ends that is stopped: at once, with the exposure aborted and a command killed; or
+// behind the frame, if one is under way, and else at once.
+enum class SequenceStop { Now, BehindFrame };
+
 // A hook ended with another code than 0, or not in time.
 class VXCAMKIT_EXPORT HookError : public Error
 {
@@ -140,7 +180,7 @@ public:
 // A sequence, begun or gone on with: beside its frames stands a journal of what is done. Whatever
 // ends a run, another one goes on behind the last frame that stands on the disk.
 //
-// Threads: one. Owns: the journal, which one run at a time may have.
+// Threads: one; stop() on any. Owns: the journal, which one run at a time may have.
 class VXCAMKIT_EXPORT Sequence
 {
 public:
@@ -154,8 +194,14 @@ public:
     // Does what is left to do. A link that is lost is waited for, and the frame taken again; so is
     // a frame that fails otherwise, some times. Throws Error: Usage for what this camera cannot do,
     // before anything is done; File for a disk without room or a file that is there already;
-    // HookError; what the camera fails with at last.
+    // HookError; Aborted when it is stopped; what the camera fails with at last. A ramp of the
+    // temperature that is under way ends then, at what the set point has come to.
     void run(Camera& camera);
+
+    void watch(SequenceWatch watch); // before run()
+
+    // Has run() end, or not begin; for good: another Sequence goes on.
+    void stop(SequenceStop when = SequenceStop::Now);
 
     bool isComplete() const; // nothing is left to do
     SequenceReport report() const;

@@ -92,7 +92,7 @@ SequenceJournal::SequenceJournal(const std::string& path, const std::string& mar
             create(mark);
         } else {
             size_ = end + 1;
-            read(text.substr(0, size_), mark);
+            if (!read(text.substr(0, size_), mark)) beginAnew(mark);
         }
     } catch (...) {
         ::close(descriptor_);
@@ -102,7 +102,7 @@ SequenceJournal::SequenceJournal(const std::string& path, const std::string& mar
 
 SequenceJournal::~SequenceJournal()
 {
-    ::close(descriptor_);
+    if (descriptor_ >= 0) ::close(descriptor_);
 }
 
 void SequenceJournal::lock()
@@ -119,7 +119,7 @@ void SequenceJournal::create(const std::string& mark)
     syncFolder(path_);
 }
 
-void SequenceJournal::read(const std::string& text, const std::string& mark)
+bool SequenceJournal::read(const std::string& text, const std::string& mark)
 {
     std::istringstream lines(text);
     std::string line, name, version, planned;
@@ -130,17 +130,36 @@ void SequenceJournal::read(const std::string& text, const std::string& mark)
     for (int number = 2; std::getline(lines, line); ++number) {
         if (!take(line)) refuse(path_, "line " + std::to_string(number) + " is damaged");
     }
-    if (planned == mark) return;
+    if (planned == mark) return true;
     if (!frames_.empty() || !done_.empty()) {
         throw Error(ErrorKind::Usage, path_ +
                                           ": is of another plan, or the plan was changed since; "
                                           "choose another folder, or go on with the old plan");
     }
+    return false;
+}
+
+void SequenceJournal::beginAnew(const std::string& mark)
+{
     failures_.clear();
     processes_.clear();
     hasEnded_ = false;
     size_ = 0;
     create(mark);
+}
+
+std::unique_ptr<const SequenceJournal> SequenceJournal::look(const std::string& path,
+                                                             const std::string& mark)
+{
+    std::unique_ptr<SequenceJournal> journal(new SequenceJournal(path));
+    journal->descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (journal->descriptor_ < 0 && errno == ENOENT) return nullptr;
+    if (journal->descriptor_ < 0) refuseErrno(path, errno);
+    const std::string text = textOf(journal->descriptor_, path);
+    const size_t end = text.rfind('\n');
+    if (end == std::string::npos && !isBeginning(text)) refuse(path, "is no journal");
+    if (end == std::string::npos || !journal->read(text.substr(0, end + 1), mark)) return nullptr;
+    return journal;
 }
 
 bool SequenceJournal::take(const std::string& line)

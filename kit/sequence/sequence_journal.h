@@ -5,8 +5,10 @@
 #include <vxcamkit/sequence.h>
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vxcam {
@@ -27,6 +29,10 @@ public:
 
     // Makes it, or reads it and goes on behind its end.
     SequenceJournal(const std::string& path, const std::string& mark);
+    // What it says now, also while somebody else has it; nothing where there is none, or one in
+    // which nothing of this plan is done. Only to read from.
+    static std::unique_ptr<const SequenceJournal> look(const std::string& path,
+                                                       const std::string& mark);
     ~SequenceJournal();
     SequenceJournal(const SequenceJournal&) = delete;
     SequenceJournal& operator=(const SequenceJournal&) = delete;
@@ -48,10 +54,12 @@ public:
     int framesNow() const { return framesNow_; } // of this run
 
 private:
+    explicit SequenceJournal(std::string path) : path_(std::move(path)) {}
     void lock();
     void create(const std::string& mark);
-    void read(const std::string& text, const std::string& mark);
-    bool take(const std::string& line); // false: no line of a journal
+    void beginAnew(const std::string& mark);
+    bool read(const std::string& text, const std::string& mark); // false: another plan's
+    bool take(const std::string& line);                          // false: no line of a journal
     void append(const std::string& line);
 
     const std::string path_;

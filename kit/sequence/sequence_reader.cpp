@@ -22,7 +22,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kMostCount = kMostUnits, kMostFactor = 65535, kMostDepth = 8;
+constexpr int kMostCount = kMostUnits, kMostSteps = 100000, kMostFactor = 65535, kMostDepth = 8;
 constexpr double kColdest = -273, kWarmest = 100; // degrees Celsius
 constexpr double kMostRamp = 1000;                // degrees a minute
 constexpr double kMostMean = 4294967295.0;
@@ -69,7 +69,14 @@ public:
         const SequenceKeys keys = {
             {"target",
              [&](const YAML::Node& value) { plan_.target = Target::parse(textIn(value)).text(); }},
-            {"folder", [&](const YAML::Node& value) { plan_.folder = textIn(value); }},
+            {"folder",
+             [&](const YAML::Node& value) {
+                 plan_.folder = textIn(value);
+                 const auto isControl = [](unsigned char c) { return c < ' '; };
+                 if (std::any_of(plan_.folder.begin(), plan_.folder.end(), isControl)) {
+                     refuse("control characters are in it");
+                 }
+             }},
             {"sensor",
              [&](const YAML::Node& value) {
                  const auto [columns, rows] = pairIn(value, kMostFactor);
@@ -110,6 +117,8 @@ private:
         if (depth > kMostDepth) refuse("repeats are too deep in each other");
         if (!node.IsSequence() || node.size() == 0) refuse("write a list: '- lights: ...'");
         for (const auto& one : node) {
+            // Written in few bytes where lists stand for lists.
+            if (++steps_ > kMostSteps) refuse("a plan has at most 100000 steps");
             SequenceStep step;
             step.line = one.Mark().line + 1;
             if (!one.IsMap() || one.size() != 1) {
@@ -300,6 +309,7 @@ private:
 
     SequencePlan plan_;
     SequenceFaults faults_;
+    int steps_ = 0; // read so far
 };
 
 std::string contentOf(const std::string& path)
@@ -318,22 +328,29 @@ std::string contentOf(const std::string& path)
         throw Error(ErrorKind::File, path + ": cannot be read", EIO);
     }
     text.resize(static_cast<size_t>(file.gcount()));
-    if (text.size() > kMostBytes) refuse(path + ": a plan has at most 1 MiB");
     return text;
 }
 
 } // namespace
 
-SequencePlan readSequence(const std::string& path)
+SequencePlan parseSequence(const std::string& text, const std::string& path)
 {
-    const std::string text = contentOf(path);
+    const auto refuseAt = [&](int line, const std::string& why) {
+        throw SequenceError(path, {{line, why}});
+    };
+    if (text.size() > kMostBytes) refuseAt(0, "a plan has at most 1 MiB");
     try {
         const std::vector<YAML::Node> documents = YAML::LoadAll(text);
-        if (documents.size() != 1) refuse(path + ": one plan is expected in it");
+        if (documents.size() != 1) refuseAt(0, "one plan is expected in it");
         return Reader(path).read(documents.front());
     } catch (const YAML::Exception& error) {
-        refuse(path + ":" + std::to_string(error.mark.line + 1) + ": " + error.msg);
+        throw SequenceError(path, {{error.mark.line + 1, error.msg}});
     }
+}
+
+SequencePlan readSequence(const std::string& path)
+{
+    return parseSequence(contentOf(path), path);
 }
 
 } // namespace vxcam

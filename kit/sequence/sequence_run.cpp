@@ -24,23 +24,35 @@ bool isOfLink(ErrorKind kind)
 
 } // namespace
 
-SequenceRun::SequenceRun(Camera& camera, const SequencePlan& plan, const SequenceOptions& options,
+SequenceRun::SequenceRun(Camera& camera, const SequenceOrders& orders,
                          const std::vector<SequenceUnit>& units, SequenceJournal& journal)
-    : camera_(camera), plan_(plan), options_(options), units_(units), journal_(journal)
+    : camera_(camera), plan_(orders.plan), options_(orders.options), watch_(orders.watch),
+      hold_(orders.hold), units_(units), journal_(journal)
 {}
 
 void SequenceRun::run()
 {
+    throwIfStopped();
     check();
-    const int first = firstLeft(), count = static_cast<int>(units_.size());
+    const int first = firstLeft();
     countAll(first);
     removeRemains();
     journal_.begin();
     losses_ = camera_.statistics().connectionsLost;
-    for (int unit = first; unit < count; ++unit) {
-        if (!journal_.isDone(unit)) doUnit(unit, unit == first);
+    try {
+        doUnits(first);
+    } catch (...) {
+        if (hasCooled_) camera_.cooler().stop();
+        throw;
     }
     journal_.ended();
+}
+
+void SequenceRun::doUnits(int first)
+{
+    for (int unit = first; unit < static_cast<int>(units_.size()); ++unit) {
+        if (!journal_.isDone(unit)) doUnit(unit, unit == first);
+    }
 }
 
 // The first unit that is not done. Of settings and temperatures the journal says nothing: those
@@ -142,6 +154,7 @@ void SequenceRun::doUnit(int number, bool isRestoreDue)
 {
     const SequenceUnit& unit = units_[static_cast<size_t>(number)];
     auto start = Clock::now();
+    begin(*unit.step);
     for (int failures = 1;; ++failures) {
         try {
             while (isRestoreDue || hasLostLink()) {
@@ -151,9 +164,15 @@ void SequenceRun::doUnit(int number, bool isRestoreDue)
                 isRestoreDue = false;
                 start = Clock::now();
             }
+            throwIfStopped();
+            isInFrame_ = unit.kind == SequenceUnit::Kind::Frame;
             tryUnit(unit, number);
+            isInFrame_ = false;
             break;
+        } catch (const SequenceStopped&) {
+            throw;
         } catch (const Error& error) {
+            isInFrame_ = false;
             if (!mayGoOn(error, unit, failures)) throw;
             if (isOfLink(error.kind())) {
                 isRestoreDue = true;
@@ -199,7 +218,7 @@ bool SequenceRun::mayGoOn(const Error& error, const SequenceUnit& unit, int fail
     const bool mayGoOn =
         failures <= plan_.retries && (isLost || (isFrame && isOfFrame && !isOfCooling));
     try {
-        journal_.failed(textOf(unit) + ": " + error.what());
+        failed(textOf(unit) + ": " + error.what());
     } catch (const Error&) {
         if (mayGoOn) throw;
     }
@@ -252,7 +271,7 @@ void SequenceRun::restore(int before)
     }
     for (const std::string& name : order) {
         tell("settings");
-        camera_.set(name, last[name]);
+        setOne(name, last[name]);
     }
     if (cooling != nullptr && !isCooledAnew(before)) cool(*cooling);
 }
@@ -266,9 +285,34 @@ bool SequenceRun::isCooledAnew(int from) const
     return next != units_.end() && next->isCooling();
 }
 
+void SequenceRun::throwIfStopped() const
+{
+    const SequenceHold hold = hold_;
+    const bool isForNow = hold == SequenceHold::BehindFrame && !isInFrame_;
+    if (hold == SequenceHold::Now || isForNow) throw SequenceStopped();
+}
+
+void SequenceRun::begin(const SequenceStep& step)
+{
+    if (&step == step_) return;
+    step_ = &step;
+    if (watch_.onStep) watch_.onStep(step.line);
+}
+
+void SequenceRun::failed(const std::string& text)
+{
+    journal_.failed(text);
+    if (watch_.onFailure) watch_.onFailure(journal_.failures().back());
+}
+
 void SequenceRun::tell(const std::string& doing, const std::string& file)
 {
-    if (!options_.onProgress) return;
+    if (options_.onProgress) options_.onProgress(progressOf(doing, file));
+    throwIfStopped();
+}
+
+SequenceProgress SequenceRun::progressOf(const std::string& doing, const std::string& file) const
+{
     SequenceProgress progress;
     progress.frames = frames_;
     progress.taken = static_cast<int>(journal_.frames().size());
@@ -281,7 +325,7 @@ void SequenceRun::tell(const std::string& doing, const std::string& file)
                                        : 0;
     progress.doing = doing;
     progress.file = file;
-    options_.onProgress(progress);
+    return progress;
 }
 
 // What frames take beyond what was thought, on the wall, tells how long the rest takes.

@@ -8,6 +8,7 @@
 
 #include <vxcamkit/camera.h>
 
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <string>
@@ -22,13 +23,31 @@ public:
     explicit CoolingFailure(const std::string& text) : Error(ErrorKind::Timeout, text) {}
 };
 
+// What holds a run up: nothing, or how it is to be stopped.
+enum class SequenceHold { None, BehindFrame, Now };
+
+// It was.
+class SequenceStopped : public Error
+{
+public:
+    SequenceStopped() : Error(ErrorKind::Aborted, "the sequence was stopped") {}
+};
+
+// What a run goes by.
+struct SequenceOrders {
+    const SequencePlan& plan;
+    const SequenceOptions& options;
+    const SequenceWatch& watch;
+    const std::atomic<SequenceHold>& hold;
+};
+
 // One run, with a camera.
 //
 // Threads: one.
 class SequenceRun
 {
 public:
-    SequenceRun(Camera& camera, const SequencePlan& plan, const SequenceOptions& options,
+    SequenceRun(Camera& camera, const SequenceOrders& orders,
                 const std::vector<SequenceUnit>& units, SequenceJournal& journal);
 
     void run();
@@ -44,6 +63,7 @@ private:
     void removeRemains() const;
     int firstLeft() const;
     void countAll(int first);
+    void doUnits(int first);
     void doUnit(int unit, bool isRestoreDue);
     void tryUnit(const SequenceUnit& unit, int number);
     bool mayGoOn(const Error& error, const SequenceUnit& unit, int failures);
@@ -58,17 +78,25 @@ private:
     Time exposureOf(const SequenceStep& step);
     FlatExposure& flatOf(const SequenceStep& step);
     void set(const SequenceStep& step);
+    void setOne(const std::string& name, const Value& value);
     void cool(const SequenceUnit& unit);
+    void awaitTemperature(const SequenceStep& step);
     void delay(const SequenceUnit& unit);
     void runHook(const SequenceUnit& unit);
 
+    void throwIfStopped() const;
+    void begin(const SequenceStep& step);
+    void failed(const std::string& text);
     void tell(const std::string& doing, const std::string& file = "");
+    SequenceProgress progressOf(const std::string& doing, const std::string& file) const;
     void count(const SequenceUnit& unit, Clock::duration taken);
     std::string pathOf(const std::string& file) const { return plan_.folder + "/" + file; }
 
     Camera& camera_;
     const SequencePlan& plan_;
     const SequenceOptions& options_;
+    const SequenceWatch& watch_;
+    const std::atomic<SequenceHold>& hold_;
     const std::vector<SequenceUnit>& units_;
     SequenceJournal& journal_;
     std::map<const SequenceStep*, FlatExposure> flats_;
@@ -79,6 +107,8 @@ private:
     int framesLeft_ = 0;
     uint64_t losses_ = 0; // of the connection, that have been dealt with
     std::string last_;    // file of a frame
+    const SequenceStep* step_ = nullptr;
+    bool isInFrame_ = false, hasCooled_ = false;
 };
 
 } // namespace vxcam

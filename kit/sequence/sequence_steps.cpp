@@ -95,6 +95,7 @@ Frame SequenceRun::grab(const Plan& plan, const std::string& doing)
         try {
             std::optional<Frame> frame = stream.next(isRunning ? kPoll : Time(0));
             if (!frame) throw Error(ErrorKind::Incomplete, "the frame never came");
+            if (watch_.onFrame) watch_.onFrame(*frame);
             if (!frame->complete()) throw IncompleteFrame(*std::move(frame));
             return *std::move(frame);
         } catch (const Error& error) {
@@ -124,14 +125,21 @@ void SequenceRun::set(const SequenceStep& step)
 {
     for (const auto& [name, value] : step.settings) {
         tell("settings");
-        camera_.set(name, value);
+        setOne(name, value);
     }
+}
+
+void SequenceRun::setOne(const std::string& name, const Value& value)
+{
+    const Value taken = camera_.set(name, value);
+    if (watch_.onSetting) watch_.onSetting(name, taken);
 }
 
 void SequenceRun::cool(const SequenceUnit& unit)
 {
     const SequenceStep& step = *unit.step;
     Cooler& cooler = camera_.cooler();
+    hasCooled_ = true;
     if (unit.kind == SequenceUnit::Kind::Cool) {
         cooler.cool(step.cooling);
     } else {
@@ -140,8 +148,14 @@ void SequenceRun::cool(const SequenceUnit& unit)
         warming.ramp = step.cooling.ramp;
         cooler.warmUp(warming);
     }
+    if (step.waits) awaitTemperature(step);
+}
+
+void SequenceRun::awaitTemperature(const SequenceStep& step)
+{
+    Cooler& cooler = camera_.cooler();
     const auto deadline = Clock::now() + step.patience;
-    while (step.waits) {
+    while (true) {
         const std::optional<CoolingState> end = cooler.wait(kPoll); // the camera has taken it, too
         const CoolingState state = end.value_or(cooler.state());
         tell(std::string(nameOf(state.phase)) + ": " + state.text);
@@ -152,7 +166,7 @@ void SequenceRun::cool(const SequenceUnit& unit)
         }
         if (end) break;
     }
-    if (step.waits) cooler.stop();
+    cooler.stop();
 }
 
 void SequenceRun::delay(const SequenceUnit& unit)
@@ -176,7 +190,7 @@ void SequenceRun::runHook(const SequenceUnit& unit)
         vxcam::runHook(*unit.hook, variables, [&] { tell(textOf(unit)); });
     } catch (const HookError& error) {
         if (!unit.hook->mayFail) throw;
-        journal_.failed(textOf(unit) + ": " + error.what());
+        failed(textOf(unit) + ": " + error.what());
     }
 }
 

@@ -92,8 +92,9 @@ std::vector<SequenceUnit> unitsOf(const SequencePlan& plan)
     int frames = 0;
     expand(plan.steps, &units, &frames);
     if (units.size() > kMostUnits) {
-        throw Error(ErrorKind::Usage, plan.path + ": more than " + std::to_string(kMostUnits) +
-                                          " things to do, repeats counted");
+        const std::string text =
+            "more than " + std::to_string(kMostUnits) + " things to do, repeats counted";
+        throw SequenceError(plan.path, {{0, text}});
     }
     return units;
 }
@@ -167,10 +168,10 @@ SequenceNeeds needsOf(const SequencePlan& plan, const std::optional<Size>& camer
         if (unit.kind != SequenceUnit::Kind::Frame) continue;
         const Plan& frame = unit.step->plan;
         if (sensor && frame.area && !frame.area->fits(*sensor)) {
-            throw Error(ErrorKind::Usage, plan.path + ":" + std::to_string(unit.step->line) +
-                                              ": the area reaches beyond the sensor of " +
-                                              std::to_string(sensor->columns) + " x " +
-                                              std::to_string(sensor->rows) + " pixels");
+            const std::string text = "the area reaches beyond the sensor of " +
+                                     std::to_string(sensor->columns) + " x " +
+                                     std::to_string(sensor->rows) + " pixels";
+            throw SequenceError(plan.path, {{unit.step->line, text}});
         }
         ++needs.frames;
         needs.exposure += std::chrono::duration_cast<milliseconds>(

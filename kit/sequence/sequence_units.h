@@ -27,7 +27,7 @@ struct SequenceUnit {
     bool isCooling() const { return kind == Kind::Cool || kind == Kind::WarmUp; }
 };
 
-// Throws Error{Usage} when there are too many.
+// Throws SequenceError when there are too many.
 std::vector<SequenceUnit> unitsOf(const SequencePlan& plan);
 
 // By the camera's clock, as far as it is known before.

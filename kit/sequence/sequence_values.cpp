@@ -13,7 +13,6 @@ namespace vxcam {
 
 namespace {
 
-constexpr size_t kMostTold = 10;
 constexpr int kMostPixel = 65535;
 
 [[noreturn]] void refuse(const std::string& why)
@@ -54,8 +53,7 @@ std::string toldOf(const std::string& what, const char* before, const std::strin
 
 void SequenceFaults::add(const YAML::Node& node, const std::string& text)
 {
-    const int line = node.Mark().is_null() ? 0 : node.Mark().line + 1;
-    texts_.push_back(path_ + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text);
+    mistakes_.push_back({node.Mark().is_null() ? 0 : node.Mark().line + 1, text});
 }
 
 void SequenceFaults::guard(const YAML::Node& node, const std::string& what,
@@ -70,15 +68,7 @@ void SequenceFaults::guard(const YAML::Node& node, const std::string& what,
 
 void SequenceFaults::throwIfAny() const
 {
-    if (texts_.empty()) return;
-    std::string text;
-    for (size_t i = 0; i < std::min(texts_.size(), kMostTold); ++i) {
-        text += (i > 0 ? "; " : "") + texts_[i];
-    }
-    if (texts_.size() > kMostTold) {
-        text += "; and " + std::to_string(texts_.size() - kMostTold) + " more";
-    }
-    refuse(text);
+    if (!mistakes_.empty()) throw SequenceError(path_, mistakes_);
 }
 
 std::string textIn(const YAML::Node& node)

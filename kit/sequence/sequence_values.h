@@ -3,6 +3,7 @@
 #define VXCAMKIT_SEQUENCE_VALUES_H
 
 #include <vxcamkit/area.h>
+#include <vxcamkit/sequence.h>
 
 #include <yaml-cpp/yaml.h>
 
@@ -25,11 +26,11 @@ public:
     void add(const YAML::Node& node, const std::string& text); // with the line of the node
     // Adds what the call throws as an Error.
     void guard(const YAML::Node& node, const std::string& what, const std::function<void()>& call);
-    void throwIfAny() const; // Error{Usage}
+    void throwIfAny() const; // SequenceError
 
 private:
     const std::string path_;
-    std::vector<std::string> texts_;
+    std::vector<SequenceMistake> mistakes_;
 };
 
 // Values of a node. Throw Error{Usage}.

@@ -260,6 +260,62 @@ TEST_F(SequenceReader, WaitsForNoWriterOfAPipe)
     }
 }
 
+TEST_F(SequenceReader, ReadsATextThatStandsInNoFile)
+{
+    const SequencePlan plan = parseSequence("steps: [{bias: {count: 3}}]\n", "a/night.yaml");
+    EXPECT_EQ(plan.path, "a/night.yaml");
+    EXPECT_EQ(plan.folder, "a/night");
+    EXPECT_EQ(plan.mark, planOf("steps: [{bias: {count: 3}}]\n").mark);
+}
+
+TEST_F(SequenceReader, TellsTheLineOfEachMistake)
+{
+    const auto linesOf = [](const std::string& text) {
+        std::vector<int> lines;
+        try {
+            parseSequence(text, "night.yaml");
+        } catch (const SequenceError& error) {
+            for (const SequenceMistake& mistake : error.mistakes()) {
+                lines.push_back(mistake.line);
+                EXPECT_THAT(error.what(), HasSubstr(mistake.text));
+            }
+        }
+        return lines;
+    };
+    using testing::ElementsAre;
+    EXPECT_THAT(linesOf("retries: x\nsteps:\n  - bias: {count: 0}\n  - wait: x\n"),
+                ElementsAre(1, 3, 4));
+    EXPECT_THAT(linesOf("steps:\n  - wait: ]\n"), ElementsAre(2));
+    EXPECT_THAT(linesOf("sensor: [8, 8]\nsteps:\n  - bias: {count: 1, area: [0, 0, 9, 9]}\n"),
+                ElementsAre(3));
+    EXPECT_THAT(linesOf(""), ElementsAre(0));
+    EXPECT_THAT(linesOf(std::string((1 << 20) + 1, '#')), ElementsAre(0));
+}
+
+// A plan of a few hundred bytes that would take years to read.
+TEST_F(SequenceReader, RefusesListsOfListsOfLists)
+{
+    std::string text = "steps:\n  - &r0 {repeat: {times: 1, steps: [{wait: 1s}]}}\n";
+    for (int depth = 1; depth <= 7; ++depth) {
+        text += "  - &r" + std::to_string(depth) + " {repeat: {times: 1, steps: [";
+        for (int i = 0; i < 20; ++i) {
+            text += "*r" + std::to_string(depth - 1) + (i < 19 ? ", " : "]}}\n");
+        }
+    }
+    EXPECT_THAT(mistakesOf(text), HasSubstr("at most 100000 steps"));
+}
+
+TEST_F(SequenceReader, RefusesControlCharactersInTheNameOfTheFolder)
+{
+    EXPECT_THAT(mistakesOf("folder: \"a\\0b\"\nsteps: [{bias: {count: 1}}]\n"),
+                HasSubstr("night.yaml:1: folder: control characters"));
+}
+
+TEST_F(SequenceReader, RefusesWhatIsTooDeep)
+{
+    EXPECT_THAT(mistakesOf("steps: " + std::string(100000, '[')), HasSubstr("night.yaml:"));
+}
+
 TEST_F(SequenceReader, MarksPlansByWhatTheySay)
 {
     const std::string mark = planOf("steps: [{bias: {count: 3}}]\n").mark;

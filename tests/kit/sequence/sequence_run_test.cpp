@@ -1,0 +1,210 @@
+// Runs that are watched and stopped by whoever embeds them.
+#include "files_support.h"
+#include "kit_support.h"
+
+#include <vxcamkit/sequence.h>
+
+#include <future>
+#include <mutex>
+
+namespace vxcam {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class SequenceRunTest : public KitCamera
+{
+protected:
+    SequencePlan plan(const std::string& text) const
+    {
+        return parseSequence(text, folder_.path("night.yaml"));
+    }
+    // Runs it on a thread of its own until `doing` is told; then stops it. What run() threw.
+    Error stopped(Sequence& sequence, const std::string& doing, SequenceStop when)
+    {
+        auto run = std::async(std::launch::async,
+                              [&] { return errorOf([&] { sequence.run(*camera_); }); });
+        EXPECT_TRUE(waitUntil([&] { return hasTold(doing); })) << doing;
+        sequence.stop(when);
+        return run.get();
+    }
+    SequenceOptions options()
+    {
+        SequenceOptions options;
+        options.onProgress = [this](const SequenceProgress& progress) {
+            std::lock_guard<std::mutex> guard(mutex_);
+            told_.push_back(progress.doing);
+            if (!progress.file.empty()) written_.push_back(progress.file);
+        };
+        return options;
+    }
+    bool hasTold(const std::string& doing)
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        return std::any_of(told_.begin(), told_.end(),
+                           [&](const std::string& text) { return text.rfind(doing, 0) == 0; });
+    }
+
+    Folder folder_;
+    std::mutex mutex_;
+    std::vector<std::string> told_, written_;
+};
+
+} // namespace
+
+TEST_F(SequenceRunTest, TellsStepsFramesSettingsAndFailures)
+{
+    open({"missing-packet:readout=2,packet=1"});
+    Sequence sequence(plan("steps:\n"
+                           "  - set: {gain: 3}\n"
+                           "  - lights: {count: 2, exposure: 1ms}\n"
+                           "  - run: {command: 'exit 3', may-fail: true}\n"
+                           "  - bias: {count: 1}\n"));
+    std::vector<int> lines;
+    std::vector<std::string> settings, failures;
+    std::vector<bool> frames; // whether they were complete
+    SequenceWatch watch;
+    watch.onStep = [&](int line) { lines.push_back(line); };
+    watch.onFrame = [&](const Frame& frame) { frames.push_back(frame.complete()); };
+    watch.onSetting = [&](const std::string& name, const Value& value) {
+        settings.push_back(name + "=" + value.text());
+    };
+    watch.onFailure = [&](const SequenceFailure& failure) { failures.push_back(failure.text); };
+    sequence.watch(watch);
+    sequence.run(*camera_);
+    EXPECT_THAT(lines, ElementsAre(3, 4, 5));
+    EXPECT_THAT(settings, ElementsAre("gain=3"));
+    EXPECT_THAT(frames, ElementsAre(true, false, true, true));
+    EXPECT_THAT(failures, ElementsAre(HasSubstr("light 2: "), HasSubstr("ended with code 3")));
+}
+
+TEST_F(SequenceRunTest, TellsTheSettingsThatAreMadeAgain)
+{
+    open({"close:readout=1,packet=1"});
+    Sequence sequence(plan("steps: [{set: {gain: 3}}, {lights: {count: 1, exposure: 1ms}}]\n"));
+    int settings = 0;
+    SequenceWatch watch;
+    watch.onSetting = [&](const std::string&, const Value&) { ++settings; };
+    sequence.watch(watch);
+    sequence.run(*camera_);
+    EXPECT_EQ(settings, 2);
+}
+
+TEST_F(SequenceRunTest, EndsWithWhatAWatcherThrows)
+{
+    open();
+    Sequence sequence(plan("steps: [{lights: {count: 2, exposure: 1ms}}]\n"));
+    SequenceWatch watch;
+    watch.onFrame = [](const Frame&) { throw std::runtime_error("no more"); };
+    sequence.watch(watch);
+    EXPECT_THROW(sequence.run(*camera_), std::runtime_error);
+    EXPECT_THAT(sequence.report().files, IsEmpty());
+}
+
+TEST_F(SequenceRunTest, IsStoppedAtOnceAndGoesOnBehindItsLastFrame)
+{
+    open();
+    const SequencePlan night =
+        plan("steps: [{bias: {count: 2}}, {lights: {count: 1, exposure: 1h}}]\n");
+    {
+        Sequence sequence(night, options());
+        const Error error = stopped(sequence, "light 3: exposing", SequenceStop::Now);
+        EXPECT_EQ(error.kind(), ErrorKind::Aborted);
+        EXPECT_STREQ(error.what(), "the sequence was stopped");
+        EXPECT_THAT(sequence.report().files, SizeIs(2));
+        EXPECT_THAT(sequence.report().failures, IsEmpty());
+        EXPECT_EQ(errorOf([&] { sequence.run(*camera_); }).kind(), ErrorKind::Aborted);
+        EXPECT_EQ(sequence.report().runs, 1);
+    }
+    EXPECT_EQ(camera_->grab(planOf(1)).facts().number, 1); // none runs on the camera
+    Sequence sequence(night, options());
+    stopped(sequence, "light 3: exposing", SequenceStop::Now);
+    EXPECT_EQ(sequence.report().before, 2);
+    EXPECT_THAT(written_, SizeIs(2));
+}
+
+TEST_F(SequenceRunTest, IsStoppedBehindTheFrameThatIsUnderWay)
+{
+    open();
+    Sequence sequence(plan("steps: [{lights: {count: 3, exposure: 300ms}}]\n"), options());
+    stopped(sequence, "light 2: exposing", SequenceStop::BehindFrame);
+    EXPECT_THAT(sequence.report().files, SizeIs(2));
+    EXPECT_THAT(written_, SizeIs(2)); // the last one is told, too
+}
+
+TEST_F(SequenceRunTest, IsStoppedAtOnceWhereNoFrameIsUnderWay)
+{
+    open();
+    for (const auto& [step, doing] : std::vector<std::pair<std::string, std::string>>{
+             {"wait: 1h", "wait "}, {"run: sleep 3600", "run 'sleep 3600'"}}) {
+        for (const SequenceStop when : {SequenceStop::Now, SequenceStop::BehindFrame}) {
+            SequencePlan night = plan("steps: [{" + step + "}, {bias: {count: 1}}]\n");
+            night.folder = folder_.path(std::to_string(told_.size()));
+            told_.clear();
+            Sequence sequence(night, options());
+            EXPECT_EQ(stopped(sequence, doing, when).kind(), ErrorKind::Aborted) << step;
+            EXPECT_THAT(sequence.report().files, IsEmpty());
+        }
+    }
+}
+
+TEST_F(SequenceRunTest, StopsForGoodWhenItIsStoppedTwice)
+{
+    open();
+    Sequence sequence(plan("steps: [{lights: {count: 1, exposure: 1h}}]\n"), options());
+    auto run =
+        std::async(std::launch::async, [&] { return errorOf([&] { sequence.run(*camera_); }); });
+    ASSERT_TRUE(waitUntil([&] { return hasTold("light 1: exposing"); }));
+    sequence.stop(SequenceStop::BehindFrame);
+    sequence.stop(SequenceStop::Now);
+    sequence.stop(SequenceStop::BehindFrame);
+    EXPECT_EQ(run.get().kind(), ErrorKind::Aborted);
+}
+
+TEST_F(SequenceRunTest, LeavesTheTemperatureAsItIsWhenItIsStopped)
+{
+    options_.timeScale = 20;
+    options_.heartbeatSeconds = 0.05;
+    open();
+    Sequence sequence(plan("steps: [{temperature: {to: -50, ramp: 1}}, {bias: {count: 1}}]\n"),
+                      SequenceOptions());
+    auto run =
+        std::async(std::launch::async, [&] { return errorOf([&] { sequence.run(*camera_); }); });
+    ASSERT_TRUE(
+        waitUntil([&] { return camera_->cooler().state().phase == CoolingPhase::Ramping; }));
+    sequence.stop();
+    EXPECT_EQ(run.get().kind(), ErrorKind::Aborted);
+    EXPECT_EQ(camera_->cooler().state().phase, CoolingPhase::Idle);
+}
+
+TEST_F(SequenceRunTest, IsReportedFromItsJournalAlsoWhileItRuns)
+{
+    open();
+    const SequencePlan night =
+        plan("steps: [{bias: {count: 2}}, {lights: {count: 1, exposure: 1h}}]\n");
+    EXPECT_FALSE(reportOf(night));
+    EXPECT_THAT(folder_.names(), IsEmpty()); // nothing is made
+    Sequence sequence(night, options());
+    EXPECT_EQ(reportOf(night)->runs, 0);
+    auto run =
+        std::async(std::launch::async, [&] { return errorOf([&] { sequence.run(*camera_); }); });
+    ASSERT_TRUE(waitUntil([&] { return hasTold("light 3: exposing"); }));
+    const auto report = reportOf(night);
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->runs, 1);
+    EXPECT_EQ(report->frames, 3);
+    EXPECT_FALSE(report->complete);
+    ASSERT_THAT(report->files, SizeIs(2));
+    EXPECT_EQ(report->files[1].path, folder_.path("night/bias-0002.fits"));
+    EXPECT_EQ(report->files[1].bytes, std::filesystem::file_size(report->files[1].path));
+    sequence.stop();
+    run.get();
+    const SequencePlan other = plan("steps: [{bias: {count: 3}}]\n");
+    EXPECT_EQ(errorOf([&] { reportOf(other); }).kind(), ErrorKind::Usage);
+}
+
+} // namespace vxcam
