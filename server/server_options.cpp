@@ -123,6 +123,11 @@ void declare(CLI::App* app, Words* words, ServerOptions* options)
     app->add_option("--connections", options->web.connections, "that are served at once")
         ->check(between(4, 20000))
         ->capture_default_str();
+    CLI::Option* const plans = app->add_option(
+        "--plans", options->plans, "folder of plans of sequences; their frames go below it");
+    app->add_flag("--plan-hooks", options->runsHooks,
+                  "run the commands of plans: whoever may send a plan can do what the server can")
+        ->needs(plans);
     app->add_option("--at-end", words->atEnd, "what becomes of exposures that run when it ends")
         ->check(CLI::IsMember({"abort", "finish"}))
         ->capture_default_str();

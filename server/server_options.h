@@ -22,6 +22,8 @@ struct ServerOptions {
     SharingOptions sharing;
     std::string token;            // empty: none is needed
     std::string certificate, key; // files; empty: no TLS
+    std::string plans;            // folder of plans; empty: none
+    bool runsHooks = false;       // commands in plans
     bool finishes = false;        // exposures that run at the end, instead of aborting them
     bool opensBrowser = false;
     bool hasAlpaca = false, isAlpacaOpen = false; // open: without the token

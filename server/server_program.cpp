@@ -82,13 +82,19 @@ void openBrowser(const std::string& address)
     ::posix_spawnattr_destroy(&attributes);
 }
 
-// Lets exposures that have an end come to it, and those who wait for them fetch what came, unless a
-// second signal comes.
+// Lets frames of sequences and exposures that have an end come to it, and those who wait for them
+// fetch what came, unless a second signal comes.
 void finish(const Cameras& cameras, const Signals& signals)
 {
     constexpr int kToFetch = 5000; // ms
     bool isAnyFinished = false;
     for (const auto& camera : cameras) {
+        camera->sequences().stop(SequenceStop::BehindFrame);
+    }
+    for (const auto& camera : cameras) {
+        while (!camera->sequences().wait(kLook)) {
+            if (signals.came(0)) return;
+        }
         const auto running = camera->exposures().running();
         if (!running || running->plan.frames == 0) continue;
         while (!camera->exposures().waitUntilIdle(kLook)) {
@@ -108,7 +114,10 @@ void serve(ServerOptions options, const Signals& signals)
         cameras.push_back(std::make_unique<SharedCamera>(static_cast<int>(cameras.size()), target,
                                                          options.sharing));
     }
+    std::optional<PlanFolder> plans;
+    if (!options.plans.empty()) plans.emplace(options.plans, options.runsHooks);
     ServiceOptions facts;
+    facts.plans = plans ? &*plans : nullptr;
     facts.version = "vxcamd " VXCAM_VERSION;
     facts.token = options.token;
     facts.isSecret = !options.certificate.empty();
@@ -131,10 +140,12 @@ void serve(ServerOptions options, const Signals& signals)
     std::printf("ending\n");
     std::fflush(stdout);
     for (const auto& camera : cameras) {
+        camera->sequences().close();
         camera->exposures().close();
     }
     if (options.finishes) finish(cameras, signals);
     for (const auto& camera : cameras) {
+        camera->sequences().end();
         camera->exposures().end();
     }
     server.stop();

@@ -30,7 +30,8 @@ bool isBelow(const std::string& path, const std::string& folder)
 } // namespace
 
 Service::Service(const Cameras& cameras, const ServiceOptions& options)
-    : cameras_(cameras), options_(options), guard_(options.token), rest_(cameras, options.version)
+    : cameras_(cameras), options_(options), guard_(options.token),
+      rest_(cameras, options.plans, options.version)
 {
     if (options.alpaca) alpaca_ = std::make_unique<AlpacaDoor>(cameras, *options.alpaca);
 }

@@ -20,6 +20,7 @@ struct ServiceOptions {
     bool isSecret = false;               // TLS
     std::optional<AlpacaOptions> alpaca; // nothing: without
     bool isAlpacaOpen = false;           // its clients need no token
+    PlanFolder* plans = nullptr;         // null: without
 };
 
 // Finds the door for a request, and tells whatever it throws in the words of that door.

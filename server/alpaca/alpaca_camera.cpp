@@ -190,6 +190,7 @@ void AlpacaCamera::control(const std::string& client)
         key = leaseKey_;
     }
     try {
+        camera_.sequences().refuseIfRunning();
         key = camera_.lease().take(client, key, false);
     } catch (const Refusal& refusal) {
         throw AlpacaError(AlpacaNumber::InvalidOperation, refusal.what());

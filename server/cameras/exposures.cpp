@@ -68,16 +68,34 @@ bool Exposures::isIdle() const
     return exposures_.empty() || isOver(exposures_.back()->state);
 }
 
+void Exposures::requireIdle() const
+{
+    if (isIdle()) return;
+    throw Refusal(409, "exposing",
+                  "exposure " + std::to_string(exposures_.back()->id) + " runs; end it first");
+}
+
+void Exposures::lend(const std::string& why)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    requireIdle();
+    lent_ = why;
+}
+
+void Exposures::takeBack()
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    lent_.clear();
+}
+
 uint64_t Exposures::start(const Plan& plan, std::chrono::milliseconds wait)
 {
     std::unique_lock<std::mutex> guard(mutex_);
     changed_.wait(guard,
                   [this] { return !isAwaited_ || !isIdle(); }); // what is over is reported first
     if (isClosed_) throw Refusal(503, "ending", "the server is about to end");
-    if (!isIdle()) {
-        throw Refusal(409, "exposing",
-                      "exposure " + std::to_string(exposures_.back()->id) + " runs; end it first");
-    }
+    if (!lent_.empty()) throw Refusal(409, "sequence", lent_);
+    requireIdle();
     auto exposure = std::make_unique<Exposure>();
     exposure->id = ++lastId_;
     exposure->plan = plan;

@@ -62,9 +62,9 @@ public:
     Exposures& operator=(const Exposures&) = delete;
 
     // Has it started, and returns its number; waits until the camera has taken it, for at most so
-    // long. Throws Refusal{409} while another one runs and {503} behind close(), and Error{Usage}
-    // as Camera::stream() does within this time: then there was no exposure, and its number is the
-    // next one's.
+    // long. Throws Refusal{409} while another one runs or the camera is lent, and {503} behind
+    // close(), and Error{Usage} as Camera::stream() does within this time: then there was no
+    // exposure, and its number is the next one's.
     uint64_t start(const Plan& plan, std::chrono::milliseconds wait);
 
     // Nothing when it is unknown, or was forgotten.
@@ -77,6 +77,11 @@ public:
 
     // Ends it and waits until it is over; true when it ran.
     bool abort(uint64_t id);
+
+    // Nothing is started until it is taken back, and `why` told instead. Throws Refusal{409} while
+    // an exposure runs.
+    void lend(const std::string& why);
+    void takeBack();
 
     // Takes no more; waits for the one that runs, if it has an end, for at most so long.
     void close();
@@ -96,6 +101,7 @@ private:
     void makeRoom();
     Exposure reported(const Exposure& exposure) const;
     bool isIdle() const;
+    void requireIdle() const;
 
     const CameraSource source_;
     EventLog& events_;
@@ -107,6 +113,7 @@ private:
     std::deque<std::unique_ptr<Exposure>> exposures_; // the last one may run
     std::shared_ptr<Stream> stream_;                  // of the one that runs
     uint64_t lastId_ = 0;
+    std::string lent_; // why nothing is started; empty: it may be
     bool isAbortAsked_ = false, isClosed_ = false, isEnding_ = false;
     bool isAwaited_ = false, isRefused_ = false; // the start of the last one
     std::vector<uint64_t> ends_;

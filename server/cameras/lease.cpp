@@ -27,7 +27,7 @@ std::string makeKey()
 
 bool Lease::isHeld() const
 {
-    return !key_.empty() && SteadyClock::now() - used_ < time_;
+    return !key_.empty() && (isKept_ || SteadyClock::now() - used_ < time_);
 }
 
 void Lease::refuse() const
@@ -50,6 +50,7 @@ std::string Lease::take(const std::string& holder, const std::string& key, bool 
             before = holder_;
         }
         key_ = makeKey();
+        isKept_ = false;
         holder_ = holder;
         since_ = utcText(std::chrono::system_clock::now());
         used_ = SteadyClock::now();
@@ -67,6 +68,7 @@ void Lease::giveBack(const std::string& key)
     if (!isHeld()) return;
     if (key != key_) refuse();
     key_.clear();
+    isKept_ = false;
     events_.post("lease", {{"holder", nullptr}});
 }
 
@@ -84,11 +86,27 @@ void Lease::renew(const std::string& key)
     if (isHeld() && key == key_) used_ = SteadyClock::now();
 }
 
+void Lease::keep(const std::string& key)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (isHeld() && key == key_) isKept_ = true;
+}
+
+void Lease::keepNoMore(const std::string& key)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!isKept_ || key != key_) return;
+    isKept_ = false;
+    used_ = SteadyClock::now();
+}
+
 Lease::State Lease::state() const
 {
     std::lock_guard<std::mutex> guard(mutex_);
     if (!isHeld()) return {};
-    const auto left = time_ - (SteadyClock::now() - used_);
+    const SteadyClock::duration used =
+        isKept_ ? SteadyClock::duration(0) : SteadyClock::now() - used_;
+    const auto left = time_ - used;
     return {true, holder_, since_, std::chrono::duration_cast<std::chrono::milliseconds>(left)};
 }
 

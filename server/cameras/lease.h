@@ -36,6 +36,10 @@ public:
     void require(const std::string& key);
     void renew(const std::string& key); // if that is the key
 
+    // If that is the key: it is not freed by time alone, until it may be again.
+    void keep(const std::string& key);
+    void keepNoMore(const std::string& key);
+
     State state() const;
 
 private:
@@ -47,6 +51,7 @@ private:
     mutable std::mutex mutex_;
     std::string key_, holder_, since_;
     std::chrono::steady_clock::time_point used_;
+    bool isKept_ = false;
 };
 
 } // namespace vxcam

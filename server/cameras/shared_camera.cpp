@@ -17,12 +17,26 @@ SharedCamera::SharedCamera(int number, const Target& target, const SharingOption
     : number_(number), target_(target), lease_(events_, options.leaseTime),
       trouble_(Error(ErrorKind::NotFound, target.text() + ": not opened yet")),
       exposures_([this] { return camera(); }, events_, feed_, options.keptBytes),
-      opener_([this] { keepOpen(); })
+      sequences_(surroundings()), opener_([this] { keepOpen(); })
 {}
 
 SharedCamera::~SharedCamera()
 {
     end();
+}
+
+SequenceSurroundings SharedCamera::surroundings()
+{
+    return {[this] { return camera(); },
+            exposures_,
+            events_,
+            feed_,
+            lease_,
+            [this](const std::string& name, const Value& value) { wasSet(name, value); },
+            [this] {
+                std::lock_guard<std::mutex> guard(mutex_);
+                forgetTold();
+            }};
 }
 
 void SharedCamera::keepOpen()
@@ -151,10 +165,16 @@ Value SharedCamera::known(const std::string& name)
 
 Value SharedCamera::set(const std::string& name, const Value& value)
 {
+    sequences_.refuseIfRunning();
     Value taken = camera()->set(name, value);
-    tell(name, taken);
-    events_.post("property", {{"name", name}, {"value", Json::parse(taken.json())}});
+    wasSet(name, taken);
     return taken;
+}
+
+void SharedCamera::wasSet(const std::string& name, const Value& value)
+{
+    tell(name, value);
+    events_.post("property", {{"name", name}, {"value", Json::parse(value.json())}});
 }
 
 // What can be asked for is asked for again; the rest is what was set last, which the kit sends
@@ -169,6 +189,7 @@ void SharedCamera::forgetTold()
 
 void SharedCamera::end()
 {
+    sequences_.end();
     exposures_.end();
     std::shared_ptr<Camera> open;
     Subscription subscription;

@@ -6,6 +6,7 @@
 #include "cameras/exposures.h"
 #include "cameras/feed.h"
 #include "cameras/lease.h"
+#include "cameras/sequences.h"
 
 #include <vxcamkit/camera.h>
 
@@ -33,7 +34,7 @@ struct ToldTemperatures {
 // are does not wait for it.
 //
 // Threads: any; it has one that opens the camera. Locks: its own, never held while calling out.
-// Owns: the camera, its exposures, its lease.
+// Owns: the camera, its exposures and sequences, its lease.
 class SharedCamera
 {
 public:
@@ -52,7 +53,7 @@ public:
     std::optional<ToldTemperatures> temperatures() const;
 
     // As Camera::get() and set(). Once told, a setting stays known until something else may have
-    // changed it; `known` takes such an answer.
+    // changed it; `known` takes such an answer. set() throws Refusal{409} while a sequence runs.
     Value get(const std::string& name);
     Value known(const std::string& name);
     Value set(const std::string& name, const Value& value);
@@ -60,16 +61,19 @@ public:
 
     Exposures& exposures() { return exposures_; }
     const Exposures& exposures() const { return exposures_; }
+    Sequences& sequences() { return sequences_; }
     EventLog& events() { return events_; }
     Lease& lease() { return lease_; }
     Feed& feed() { return feed_; }
 
-    void end(); // ends exposures and closes the camera
+    void end(); // ends sequences and exposures, and closes the camera
 
 private:
     void keepOpen();
     void heard(const Event& event);
     void tell(const std::string& name, const Value& value);
+    SequenceSurroundings surroundings();
+    void wasSet(const std::string& name, const Value& value);
     void forgetTold();
 
     const int number_;
@@ -88,6 +92,7 @@ private:
     std::map<std::string, Value> told_;
 
     Exposures exposures_; // uses all of the above
+    Sequences sequences_;
     std::thread opener_;
 };
 

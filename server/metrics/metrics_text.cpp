@@ -153,6 +153,16 @@ void addExposures(const std::vector<OpenCamera>& cameras, Page* page)
     for (const OpenCamera& camera : cameras) {
         page->figure(camera.labels, camera.shared->exposures().running() ? 1 : 0);
     }
+    page->family("sequence_running", "gauge", "1 while a sequence runs");
+    for (const OpenCamera& camera : cameras) {
+        page->figure(camera.labels, camera.shared->sequences().isRunning() ? 1 : 0);
+    }
+    page->family("sequence_left_seconds", "gauge", "what the sequence that runs still takes");
+    for (const OpenCamera& camera : cameras) {
+        const SequenceStatus status = camera.shared->sequences().status();
+        const std::chrono::duration<double> left = status.progress.left;
+        if (!isOver(status.state)) page->figure(camera.labels, left.count());
+    }
     page->family("lease_held", "gauge", "1 while somebody controls the camera");
     for (const OpenCamera& camera : cameras) {
         page->figure(camera.labels, camera.shared->lease().state().isHeld ? 1 : 0);

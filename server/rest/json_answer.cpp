@@ -1,5 +1,7 @@
 #include "rest/json_answer.h"
 
+#include "plans/plan_folder.h"
+
 #include <array>
 #include <limits>
 #include <set>
@@ -14,6 +16,11 @@ constexpr int kMostDepth = 16;
 Json errorOf(const std::string& kind, const std::string& text)
 {
     return {{"kind", kind}, {"text", text}, {"code", 0}, {"sub_code", 0}};
+}
+
+bool isOfHooks(const Error& error)
+{
+    return dynamic_cast<const HooksRefused*>(&error) != nullptr;
 }
 
 } // namespace
@@ -32,12 +39,19 @@ Json errorJson(const Error& error)
     Json json = errorOf(error.row().name, error.what());
     json["code"] = error.code();
     json["sub_code"] = error.subCode();
+    const auto* const plan = dynamic_cast<const SequenceError*>(&error);
+    if (plan == nullptr) return json;
+    if (isOfHooks(error)) json["kind"] = "plan-hooks";
+    json["mistakes"] = Json::array();
+    for (const SequenceMistake& mistake : plan->mistakes()) {
+        json["mistakes"].push_back({{"line", mistake.line}, {"text", mistake.text}});
+    }
     return json;
 }
 
 HttpResponse errorAnswer(const Error& error)
 {
-    return jsonAnswer({{"error", errorJson(error)}}, error.row().http);
+    return jsonAnswer({{"error", errorJson(error)}}, isOfHooks(error) ? 403 : error.row().http);
 }
 
 HttpResponse errorAnswer(const Refusal& refusal)

@@ -14,7 +14,7 @@ namespace vxcam {
 HttpResponse jsonAnswer(const Json& json, int status = 200);
 
 // {"error": {"kind": ..., "text": ..., "code": ..., "sub_code": ...}}, with the status that belongs
-// to it.
+// to it; "mistakes" of plans, too.
 HttpResponse errorAnswer(const Error& error);
 HttpResponse errorAnswer(const Refusal& refusal);
 Json errorJson(const Error& error); // what stands behind "error"

@@ -22,6 +22,8 @@ struct Operation {
 };
 
 constexpr const char* kJson = "application/json";
+constexpr const char* kYaml = "application/yaml";
+constexpr const char* kPlanPattern = "^[A-Za-z0-9_-][A-Za-z0-9._-]*\\.yaml$";
 constexpr const char* kCamera = "/api/v1/cameras/{camera}";
 
 const std::vector<Operation>& operations()
@@ -32,6 +34,14 @@ const std::vector<Operation>& operations()
         {"/api/v1/openapi.json", "get", "this document", kJson, 200, false},
         {"/api/v1/properties", "get", "the table of properties", kJson, 200, false},
         {"/api/v1/cameras", "get", "all cameras", kJson, 200, false},
+        {"/api/v1/plans", "get", "plans of sequences, and what is wrong with them", kJson, 200,
+         false},
+        {"/api/v1/plans/{plan}", "get", "one as it is written", kYaml, 200, false},
+        {"/api/v1/plans/{plan}", "put", "check it, and store it unless ?check=yes", kJson, 200,
+         false},
+        {"/api/v1/plans/{plan}", "delete", "remove it; its frames stay", kJson, 200, false},
+        {"/api/v1/plans/{plan}/report", "get", "what has become of it; in ?folder=FOLDER", kJson,
+         200, false},
         {"/api/v1/session", "post", "trades the token for a cookie", kJson, 200, false},
         {"{camera}", "get", "one camera: who it is, and how it stands", kJson, 200, false},
         {"{camera}/properties", "get", "all properties, asked for now", kJson, 200, false},
@@ -40,6 +50,11 @@ const std::vector<Operation>& operations()
         {"{camera}/lease", "delete", "give the control back", kJson, 200, true},
         {"{camera}/events", "get", "server-sent events", "text/event-stream", 200, false},
         {"{camera}/live", "get", "a WebSocket with the frames as they come", kJson, 101, false},
+        {"{camera}/sequence", "get", "how it stands; waits with ?wait=SECONDS", kJson, 200, false},
+        {"{camera}/sequence", "post", "begin one, or go on with it", kJson, 202, true},
+        {"{camera}/sequence", "delete", "stop it; behind its frame with ?when=frame", kJson, 200,
+         true},
+        {"{camera}/sequence/report", "get", "what has become of it", kJson, 200, false},
         {"{camera}/exposures", "get", "the last exposures", kJson, 200, false},
         {"{camera}/exposures", "post", "start an exposure", kJson, 202, true},
         {"{camera}/exposures/{exposure}", "get", "how it stands; waits with ?wait=SECONDS", kJson,
@@ -70,10 +85,15 @@ Json parameter(const std::string& name)
 Json parametersOf(const std::string& path)
 {
     Json parameters = Json::array();
+    const auto has = [&](const std::string& name) {
+        return path.find("{" + name + "}") != std::string::npos;
+    };
     for (const char* const name : {"camera", "exposure", "number"}) {
-        if (path.find("{" + std::string(name) + "}") != std::string::npos) {
-            parameters.push_back(parameter(name));
-        }
+        if (has(name)) parameters.push_back(parameter(name));
+    }
+    if (has("plan")) {
+        parameters.push_back(parameter("plan"));
+        parameters.back()["schema"] = {{"type", "string"}, {"pattern", kPlanPattern}};
     }
     return parameters;
 }
@@ -170,6 +190,13 @@ Json openApiDocument(const std::string& version)
         document["paths"][path][operation.method] =
             operationJson(operation.summary, path, operation.status, good, operation.isChange);
     }
+    document["paths"]["/api/v1/plans/{plan}"]["put"]["requestBody"] =
+        content(kYaml, {{"type", "string"}});
+    document["paths"][kCamera + std::string("/sequence")]["post"]["requestBody"] = content(
+        kJson,
+        {{"type", "object"},
+         {"required", {"plan"}},
+         {"properties", {{"plan", {{"type", "string"}}}, {"folder", {{"type", "string"}}}}}});
     for (const Property& property : properties()) {
         addProperty(property, &document);
     }

@@ -4,9 +4,11 @@
 #include "rest/openapi.h"
 #include "rest/property_json.h"
 #include "rest/rest_exposures.h"
+#include "rest/rest_sequences.h"
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <optional>
 
 namespace vxcam {
@@ -50,6 +52,8 @@ Json cameraJson(SharedCamera& camera)
     json["lease"] = leaseJson(camera.lease().state());
     const auto running = camera.exposures().running();
     json["exposure"] = running ? Json(running->id) : Json();
+    const SequenceStatus sequence = camera.sequences().status();
+    json["sequence"] = isOver(sequence.state) ? Json() : Json(sequence.order.name);
     return json;
 }
 
@@ -192,6 +196,20 @@ std::optional<std::string> queryValue(const HttpRequest& request, const std::str
     return found;
 }
 
+std::chrono::milliseconds waitOf(const HttpRequest& request)
+{
+    constexpr double kMost = 60; // seconds
+    const std::optional<std::string> text = queryValue(request, "wait");
+    if (!text) return std::chrono::milliseconds(0);
+    double seconds = -1;
+    const char* const last = text->data() + text->size();
+    const auto [end, error] = std::from_chars(text->data(), last, seconds);
+    if (error != std::errc() || end != last || !(seconds >= 0 && seconds <= kMost)) {
+        throw Error(ErrorKind::Usage, "wait: 0 to 60 s");
+    }
+    return std::chrono::milliseconds(std::llround(seconds * 1000));
+}
+
 void requirePlain(const HttpRequest& request, const std::string& allowed)
 {
     requireMethod(request, allowed);
@@ -224,6 +242,9 @@ HttpResponse RestDoor::answerCamera(const HttpRequest& request, SharedCamera& ca
     if (rest[0] == "exposures") {
         return answerExposures(request, camera, {rest.begin() + 1, rest.end()}, version_);
     }
+    if (rest[0] == "sequence") {
+        return answerSequence(request, plans_, camera, {rest.begin() + 1, rest.end()}, version_);
+    }
     if (rest[0] == "lease" && isAlone) return answerLease(request, camera);
     if (rest[0] == "events" && isAlone) return answerEvents(request, camera);
     if (rest[0] == "live" && isAlone) {
@@ -238,7 +259,8 @@ bool RestDoor::isMine(const std::string& path)
 {
     const std::vector<std::string> parts = pathParts(path);
     if (parts.size() < 3 || parts[0] != "api" || parts[1] != "v1") return false;
-    return parts[2] == "cameras" || parts[2] == "properties" || parts[2] == "openapi.json";
+    return parts[2] == "cameras" || parts[2] == "properties" || parts[2] == "plans" ||
+           parts[2] == "openapi.json";
 }
 
 HttpResponse RestDoor::answer(const HttpRequest& request) const
@@ -248,6 +270,9 @@ HttpResponse RestDoor::answer(const HttpRequest& request) const
     constexpr size_t kCameraParts = 4;
     if (what == "cameras" && parts.size() >= kCameraParts && !parts[3].empty()) {
         return answerCamera(request, cameraOf(parts), {parts.begin() + kCameraParts, parts.end()});
+    }
+    if (what == "plans") {
+        return answerPlans(request, plans_, cameras_, {parts.begin() + 3, parts.end()});
     }
     if (parts.size() != 3) refusePath(request.path);
     if (what == "cameras") {

@@ -4,8 +4,9 @@
 
 #include "cameras/shared_camera.h"
 #include "http/http_message.h"
+#include "plans/plan_folder.h"
 
-#include <atomic>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,12 +16,12 @@ namespace vxcam {
 
 using Cameras = std::vector<std::unique_ptr<SharedCamera>>;
 
-// Threads: any. It does not own the cameras.
+// Threads: any. It owns neither the cameras nor the plans, which may be null: there are none.
 class RestDoor
 {
 public:
-    RestDoor(const Cameras& cameras, std::string version)
-        : cameras_(cameras), version_(std::move(version))
+    RestDoor(const Cameras& cameras, PlanFolder* plans, std::string version)
+        : cameras_(cameras), plans_(plans), version_(std::move(version))
     {}
 
     // Whether that path is one of this door's.
@@ -37,6 +38,7 @@ private:
                               const std::vector<std::string>& rest) const;
 
     const Cameras& cameras_;
+    PlanFolder* const plans_;
     const std::string version_;
 };
 
@@ -49,6 +51,8 @@ void requirePlain(const HttpRequest& request, const std::string& allowed);
 std::string leaseKeyOf(const HttpRequest& request);
 // Of the only parameter that the query may have. Throws Error{Usage} for any other.
 std::optional<std::string> queryValue(const HttpRequest& request, const std::string& name);
+// As long as "?wait=SECONDS" says; 0 when it is not there. Throws Error{Usage}.
+std::chrono::milliseconds waitOf(const HttpRequest& request);
 
 } // namespace vxcam
 

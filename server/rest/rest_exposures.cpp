@@ -17,7 +17,6 @@ namespace vxcam {
 namespace {
 
 constexpr std::chrono::seconds kMostStarting{10};
-constexpr double kMostWait = 60; // seconds
 
 template <class Number>
 std::optional<Number> numberOf(const std::string& text)
@@ -185,14 +184,9 @@ HttpResponse start(const HttpRequest& request, SharedCamera& camera)
 std::chrono::nanoseconds waitAsAsked(const HttpRequest& request, const SharedCamera& camera,
                                      uint64_t id)
 {
-    const std::optional<std::string> text = queryValue(request, "wait");
-    if (!text) return {};
-    const auto seconds = numberOf<double>(*text);
-    if (!seconds || !(*seconds >= 0 && *seconds <= kMostWait)) {
-        throw Error(ErrorKind::Usage, "wait: 0 to 60 s");
-    }
+    const std::chrono::milliseconds most = waitOf(request);
     const auto begun = std::chrono::steady_clock::now();
-    camera.exposures().wait(id, std::chrono::milliseconds(std::llround(*seconds * 1000)));
+    if (most.count() > 0) camera.exposures().wait(id, most);
     return std::chrono::steady_clock::now() - begun;
 }
 
