@@ -19,7 +19,16 @@ constexpr int gnDeliveryLimit = 400; // ms that giving a readout up waits for a 
 constexpr int gnNoTimeout = 0x7FFFFFFF;
 constexpr int gnRenewNoOps = 500; // ms before a series of no-ops ends
 
+thread_local int tnPatience = 0; // ms that this thread waits for an answer; 0: as long as it takes
+
 } // namespace
+
+int tcVXCamera::SetPatience(int ms)
+{
+    if (ms < 0) return eVXArgument;
+    tnPatience = ms;
+    return eVXOk;
+}
 
 int tcVXCamera::ImageTimeout() const
 {
@@ -55,6 +64,9 @@ int tcVXCamera::SendAndWait(tuCameraMessages* msg, int item, long* result1, long
 {
     const vx::tcNoCancel noCancel;
     if (RefuseOnReceiveThread("SendAndWait") != eVXOk || CallerIsClosing()) return eVXFailed;
+    const int patience = tnPatience;
+    const auto deadline = patience > 0 ? steady_clock::now() + milliseconds(patience)
+                                       : steady_clock::time_point::max();
     tsRequestWaiter waiter;
     {
         std::lock_guard<std::recursive_mutex> lock(mStackMutex);
@@ -75,26 +87,32 @@ int tcVXCamera::SendAndWait(tuCameraMessages* msg, int item, long* result1, long
             request.waiter = &waiter;
         }
     }
-    if (SendMessage(&msg->header) != 0) {
+    const int sent =
+        patience > 0 ? SendMessageWithin(&msg->header, patience) : SendMessage(&msg->header);
+    if (sent != 0) {
         mLog.logError("SendAndWait could not send message 0x%X",
                       static_cast<unsigned>(msg->header.MsgId));
         std::lock_guard<std::recursive_mutex> lock(mStackMutex);
         if (maItems[item].waiter == &waiter) GiveUpItem(maItems[item], eNotSent);
         return eVXTimeout;
     }
-    return WaitForEnd(waiter, item);
+    return WaitForEnd(waiter, item, deadline);
 }
 
-int tcVXCamera::WaitForEnd(const tsRequestWaiter& waiter, int item)
+int tcVXCamera::WaitForEnd(const tsRequestWaiter& waiter, int item,
+                           steady_clock::time_point deadline)
 {
     std::unique_lock<std::mutex> lock(mWaitMutex);
     while (!waiter.ended) {
-        mWaitCondition.wait_for(lock, milliseconds(gnWaitStep));
-        if (waiter.ended || !CallerIsClosing()) continue;
+        const auto next = steady_clock::now() + milliseconds(gnWaitStep);
+        mWaitCondition.wait_until(lock, std::min(deadline, next));
+        const bool isClosing = CallerIsClosing();
+        if (waiter.ended || (!isClosing && steady_clock::now() < deadline)) continue;
         lock.unlock();
         {
             std::lock_guard<std::recursive_mutex> stack(mStackMutex);
-            if (maItems[item].waiter == &waiter) GiveUpItem(maItems[item], eClosed);
+            tsRequestItem& request = maItems[item];
+            if (request.waiter == &waiter) GiveUpItem(request, isClosing ? eClosed : eNoAnswer);
         }
         lock.lock();
     }

@@ -190,6 +190,9 @@ public:
     int InitReqStackItem(int item, int count);
     // Arms the item, sends and waits for `count` answers, stored where the results point.
     int SendAndWait(tuCameraMessages* msg, int item, long* result1, long* result2, int count);
+    // How long that waits at most on the calling thread, 0: up to the request's time-out; -5 for
+    // less.
+    static int SetPatience(int ms);
     // Waits until nothing is pending and no image callback runs: 0. After about timeoutMs -2, and
     // everything pending is given up as by AbortRead; when only a callback has not returned,
     // nothing is.
@@ -429,7 +432,8 @@ private:
                void* result2, int count = 1);
 
     // requests.cpp
-    int WaitForEnd(const tsRequestWaiter& waiter, int item);
+    int WaitForEnd(const tsRequestWaiter& waiter, int item,
+                   std::chrono::steady_clock::time_point deadline);
     static bool CallerIsClosing();
     enum teGivenUp { eNoAnswer, eNotSent, eClosed };
     void EndRequest(tsRequestItem& item, teGivenUp reason = eNoAnswer);

@@ -89,6 +89,11 @@ extern "C" int VXSetOpeningTap(unsigned what, tpTapCallback callback, void* user
     return tcVXCamera::SetOpeningTap(what, callback, user);
 }
 
+extern "C" int VXSetPatience(int ms)
+{
+    return tcVXCamera::SetPatience(ms);
+}
+
 extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)
 {
     const int refused = tcVXCamera::CheckStatistics(statistics, size);

@@ -235,6 +235,14 @@ VX_EXPORT int VXSetTap(int handle, unsigned what, tpTapCallback callback, void* 
  * this [-5 for other bits in `what`]. */
 VX_EXPORT int VXSetOpeningTap(unsigned what, tpTapCallback callback, void* user);
 
+/* ---- Questions --------------------------------------------------------------------------- */
+
+/* Has all calls of the calling thread that ask a camera something wait for `ms` at most: until the
+ * question can be sent, and for the answer. They return -2 then, as with a time-out. An answer that
+ * comes later is dropped, or taken for that to the next question of its kind: another question
+ * between them, whose answer comes behind it, keeps them apart. 0 ends this [-5 for less]. */
+VX_EXPORT int VXSetPatience(int ms);
+
 /* ---- Statistics -------------------------------------------------------------------------- */
 
 /* What a camera has done since it was opened. Figures only grow, except for those that say what is

@@ -56,6 +56,11 @@ std::optional<Value> Camera::tryGet(const std::string& name, std::string* why)
     return core_->tryGet(name, why);
 }
 
+std::optional<Value> Camera::getWithin(const std::string& name, std::chrono::milliseconds most)
+{
+    return core_->getWithin(name, most);
+}
+
 Value Camera::checked(const std::string& name, const Value& value)
 {
     return core_->checked(name, value);

@@ -109,6 +109,12 @@ public:
     // does not answer to this, but goes on answering to other things.
     std::optional<Value> tryGet(const std::string& name, std::string* why);
 
+    // As get(), for who cannot wait: nothing where the camera does not tell it within `most`, where
+    // its last answer took too long for that, where another thread makes it do something, or
+    // something else has to be done first. What get() asks then is another question; an answer to
+    // this one that comes later is kept apart from others by a question of the kit's own.
+    std::optional<Value> getWithin(const std::string& name, std::chrono::milliseconds most);
+
     // The value in the form that the property has. Throws Error{Usage} as set() does; nothing is
     // sent.
     Value checked(const std::string& name, const Value& value);

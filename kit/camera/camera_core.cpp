@@ -162,16 +162,20 @@ void CameraCore::roundTrip()
     require(VXGetExposureTime(handle_, &exposure), "exposure time");
 }
 
-CameraCore::Command::Command(CameraCore& core) : core_(core), guard_(core.commands_)
+CameraCore::Command::Command(CameraCore& core, Before before) : core_(core), guard_(core.commands_)
 {
     core_.requireOpen();
-    core_.askFirst(came_);
+    if (before == Before::All) {
+        core_.askFirst(came_);
+        core_.awaitLateAnswer();
+    }
     {
         std::lock_guard<std::mutex> guard(core_.state_);
         ++core_.commandsUnderWay_;
         held_ = core_.stream_;
     }
     if (held_) held_->commandBegins();
+    if (before == Before::Nothing) return;
     try {
         core_.restoreIfLost();
         core_.clearAway();

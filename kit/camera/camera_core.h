@@ -52,6 +52,7 @@ public:
     Value get(const std::string& name);
     Value set(const std::string& name, const Value& value);
     std::optional<Value> tryGet(const std::string& name, std::string* why);
+    std::optional<Value> getWithin(const std::string& name, std::chrono::milliseconds most);
     Value checked(const std::string& name, const Value& value);
     Snapshot snapshot();
     Profile profile(bool withMask);
@@ -82,7 +83,8 @@ public:
     class Command
     {
     public:
-        explicit Command(CameraCore& core);
+        enum class Before { All, Nothing }; // what is to be done is done
+        explicit Command(CameraCore& core, Before before = Before::All);
         ~Command();
         Command(const Command&) = delete;
         Command& operator=(const Command&) = delete;
@@ -111,6 +113,12 @@ private:
 
     // first_question.cpp
     bool askFirst(SteadyTime since);
+
+    // short_question.cpp
+    bool isReadyToAsk(std::chrono::milliseconds most) const;
+    std::optional<Value> askShortly(const PropertyName& name, std::chrono::milliseconds most);
+    void awaitLateAnswer();
+    void noteAnswer(const PropertyName& name, SteadyTime asked);
 
     // camera_settings.cpp
     std::optional<Value> learn(const std::string& name);
@@ -182,6 +190,8 @@ private:
     uint64_t packetsAtLoss_ = 0;               // that had come when the link was lost
     uint64_t silentOn_ = 0;                    // where the first question was in vain
     SteadyTime silentUntil_;                   // on that one
+    std::optional<uint64_t> lateOn_;         // where an answer is on its way that nobody waits for
+    std::chrono::nanoseconds lastAnswer_{0}; // took so long
     std::string lastWords_;
     std::string refusal_; // the last error, where it answered a command: no reason of a lost link
     bool isRestoreDue_ = false; // the link was lost, and with it, maybe, the settings

@@ -34,8 +34,11 @@ Value CameraCore::get(const std::string& name)
 {
     const PropertyName property = findProperty(name);
     const Command command(*this);
+    const SteadyTime asked = std::chrono::steady_clock::now();
     try {
-        return readProperty(*this, property);
+        Value told = readProperty(*this, property);
+        noteAnswer(property, asked);
+        return told;
     } catch (const Error& error) {
         throw named(error);
     }

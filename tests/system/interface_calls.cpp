@@ -338,6 +338,7 @@ std::vector<tsCall> Opening()
         {"VXGetTimingDataSize", [](int) { return Told(VXGetTimingDataSize()); }, "4356:"},
         {"VXSetOpeningTap", [](int) { return Told(VXSetOpeningTap(0, nullptr, nullptr)); }, "0:"},
         {"VXSetLogCallback", [](int) { return Told(VXSetLogCallback(nullptr, nullptr)); }, "0:"},
+        {"VXSetPatience", [](int) { return Told(VXSetPatience(0)); }, "0:"},
         {"VXOpenENetCamera",
          [](int) { return Opened(VXOpenENetCamera("127.0.0.1", gpSim->Port())); }, "0: 0"},
         {"VXLocateEnetCameras",

@@ -1,6 +1,7 @@
 // Sending and waiting for the answer.
 #include "requests_support.h"
 #include "tcTestCamera.h"
+#include "vxcamext.h"
 #include "vxcamiface.h"
 
 #include <gtest/gtest.h>
@@ -193,6 +194,61 @@ TEST(SendAndWait, ThatCannotSendEndsAtOnceWithAnErrorLine)
     camera.AnswerTo(0x59, 0x7F, tcPayload().U32(3));
     EXPECT_EQ(camera.GetTrigger(&value), 0);
 }
+
+// ---- Patience
+
+TEST(Patience, EndsAQuestionAndLateAnswersTouchNothing)
+{
+    tcTestCamera camera;
+    EXPECT_EQ(VXSetPatience(30), 0);
+    int value = 4711;
+    const auto start = steady_clock::now();
+    EXPECT_EQ(camera.GetTrigger(&value), -2);
+    EXPECT_GE(SecondsSince(start), 0.029);
+    EXPECT_LT(SecondsSince(start), 3.0);
+    EXPECT_EQ(VXSetPatience(0), 0);
+    EXPECT_EQ(camera.numOpsPending(), 0);
+    EXPECT_TRUE(camera.Errors().empty());
+    camera.Feed(0x7F, tcPayload().U32(9));
+    EXPECT_EQ(value, 4711);
+    tsStatistics figures{};
+    camera.GetStatistics(&figures, sizeof figures);
+    EXPECT_EQ(figures.RequestsTimedOut, 1u);
+    EXPECT_EQ(figures.AnswersLate, 1u);
+}
+
+TEST(Patience, TakesWhatComesInTime)
+{
+    tcTestCamera camera;
+    camera.AnswerTo(0x59, 0x7F, tcPayload().U32(3));
+    EXPECT_EQ(VXSetPatience(1), 0);
+    int value = 0;
+    EXPECT_EQ(camera.GetTrigger(&value), 0);
+    EXPECT_EQ(value, 3);
+    EXPECT_EQ(VXSetPatience(0), 0);
+}
+
+TEST(Patience, IsThatOfOneThread)
+{
+    tcTestCamera camera;
+    EXPECT_EQ(VXSetPatience(1), 0);
+    int value = 0, result = 1;
+    std::thread other([&] { result = camera.GetTrigger(&value); });
+    ASSERT_TRUE(Eventually([&] { return camera.SentCount() == 1; }));
+    EXPECT_EQ(camera.GetGPIO(), -2); // which takes longer than the other one's were it its own
+    camera.Feed(0x7F, tcPayload().U32(5));
+    other.join();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(value, 5);
+    EXPECT_EQ(VXSetPatience(0), 0);
+}
+
+TEST(Patience, OfLessThanNothingIsRefused)
+{
+    EXPECT_EQ(VXSetPatience(-1), -5);
+}
+
+// ----
 
 TEST(SendAndWait, WakesAsSoonAsTheAnswerIsThere)
 {
