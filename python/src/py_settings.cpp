@@ -27,8 +27,18 @@ std::string silenceText(const CoreCamera& self, const char* what, const std::str
            "': the camera does not answer. Is it still there?";
 }
 
+// On the calling thread, as far as no signal has to wait for that.
+std::optional<Value> getAtOnce(const CoreCamera& self, const std::string& name)
+{
+    const std::shared_ptr<Camera> camera = self.use();
+    const python::gil_scoped_release released;
+    return camera->getWithin(name, kSlice);
+}
+
 python::object get(const CoreCamera& self, const std::string& name)
 {
+    if (const std::optional<Value> told = getAtOnce(self, name)) return valueToPython(*told);
+    checkSignals();
     const Limit limit{patienceFor(name), [&] { return silenceText(self, "reading", name); }};
     return valueToPython(
         interruptible([camera = self.use(), name] { return camera->get(name); }, limit));

@@ -76,6 +76,23 @@ def test_ctrl_c_ends_a_question_that_is_not_answered(simulator):
     camera.close()
 
 
+def test_a_read_that_is_answered_late_is_asked_again(simulator):
+    with vxcam.Camera(simulator) as camera:
+        camera.register[1], camera.register[2] = 11, 22
+        simulator.inject("late-answer:id=0x70,seconds=0.3")
+        assert [camera.register[1], camera.register[2], camera.register[1]] == [11, 22, 11]
+        assert camera.statistics.requests_timed_out == 1
+
+
+def test_reads_wait_for_their_turn(camera):
+    """While another thread makes the camera do something that takes long."""
+    checking = threading.Thread(target=lambda: camera.check_link(2000))
+    checking.start()
+    gains = [camera.gain for _ in range(20)]
+    checking.join()
+    assert gains == [0] * 20
+
+
 def test_ctrl_c_ends_the_wait_for_the_cooler(camera):
     camera.cooler.ramp_to(-20, rate=0.01)
     assert interrupted(camera.cooler.wait) < PROMISED
