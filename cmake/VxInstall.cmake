@@ -51,12 +51,11 @@ endif()
 install(EXPORT vxcamifaceTargets NAMESPACE vxcamiface:: DESTINATION ${_package})
 install(FILES ${PROJECT_BINARY_DIR}/vxcamifaceConfig.cmake
               ${PROJECT_BINARY_DIR}/vxcamifaceConfigVersion.cmake DESTINATION ${_package})
-file(GLOB _pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
+file(GLOB _pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md ${PROJECT_SOURCE_DIR}/docs/*.png)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
               ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/SECURITY.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES ${_pages} ${PROJECT_SOURCE_DIR}/docs/frame.png
-              ${PROJECT_SOURCE_DIR}/docs/page.png DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(FILES ${_pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 
 # `cmake --build DIR --target uninstall` removes what the last installation from DIR left.
 if(PROJECT_IS_TOP_LEVEL)

@@ -13,12 +13,16 @@ VX_PAGE_FILE(pageStyle, "style.css")
 VX_PAGE_FILE(pageMain, "page.js")
 VX_PAGE_FILE(pageServer, "server.js")
 VX_PAGE_FILE(pageFigures, "figures.js")
+VX_PAGE_FILE(pageGraphs, "graphs.js")
 VX_PAGE_FILE(pageGraphics, "graphics_painter.js")
 VX_PAGE_FILE(pagePart, "part.js")
 VX_PAGE_FILE(pageProperties, "properties.js")
 VX_PAGE_FILE(pageSoftware, "software_painter.js")
 VX_PAGE_FILE(pageStar, "star.js")
 VX_PAGE_FILE(pageView, "view.js")
+VX_PAGE_FILE(pagePlot, "vendor/uPlot.esm.js")
+VX_PAGE_FILE(pagePlotStyle, "vendor/uPlot.min.css")
+VX_PAGE_FILE(pagePlotLicence, "vendor/uPlot.LICENSE")
 
 #undef VX_PAGE_FILE
 
@@ -34,22 +38,28 @@ struct PageFile {
 };
 
 constexpr const char* kScript = "text/javascript; charset=utf-8";
+constexpr const char* kStyle = "text/css; charset=utf-8";
 // Nothing comes from elsewhere, and nobody frames the page.
 constexpr const char* kPolicy = "default-src 'self'; img-src 'self' data:; connect-src 'self' ws: "
                                 "wss:; frame-ancestors 'none'; base-uri 'none'";
 
 const PageFile kFiles[] = {
     {"/", "text/html; charset=utf-8", pageIndexBegin, pageIndexEnd},
-    {"/style.css", "text/css; charset=utf-8", pageStyleBegin, pageStyleEnd},
+    {"/style.css", kStyle, pageStyleBegin, pageStyleEnd},
     {"/page.js", kScript, pageMainBegin, pageMainEnd},
     {"/server.js", kScript, pageServerBegin, pageServerEnd},
     {"/figures.js", kScript, pageFiguresBegin, pageFiguresEnd},
+    {"/graphs.js", kScript, pageGraphsBegin, pageGraphsEnd},
     {"/graphics_painter.js", kScript, pageGraphicsBegin, pageGraphicsEnd},
     {"/part.js", kScript, pagePartBegin, pagePartEnd},
     {"/properties.js", kScript, pagePropertiesBegin, pagePropertiesEnd},
     {"/software_painter.js", kScript, pageSoftwareBegin, pageSoftwareEnd},
     {"/star.js", kScript, pageStarBegin, pageStarEnd},
     {"/view.js", kScript, pageViewBegin, pageViewEnd},
+    {"/vendor/uPlot.esm.js", kScript, pagePlotBegin, pagePlotEnd},
+    {"/vendor/uPlot.min.css", kStyle, pagePlotStyleBegin, pagePlotStyleEnd},
+    {"/vendor/uPlot.LICENSE", "text/plain; charset=utf-8", pagePlotLicenceBegin,
+     pagePlotLicenceEnd},
 };
 
 } // namespace

@@ -1,9 +1,13 @@
 """The page in a browser: what it draws, and what it says of what is not there."""
 
+import datetime
+import json
 import math
 import os
 import re
 import shutil
+import socket
+import time
 import unittest
 
 import numpy
@@ -21,6 +25,16 @@ def tearDownModule():
 
 def text(element):
     return "document.getElementById('%s').textContent" % element
+
+
+def drawn_in(graph, least=1):
+    """The columns of a graph, once so many points of it are drawn."""
+    return """import('/graphs.js').then(({graphIn}) => {
+      const {plot} = graphIn('%s');
+      const {width, height} = plot.ctx.canvas;
+      const isDrawn = plot.ctx.getImageData(0, 0, width, height).data.some(value => value > 0);
+      return isDrawn && plot.data[0].length >= %d && plot.data;
+    })""" % (graph, least)
 
 
 @unittest.skipUnless(shutil.which("chromium"), "there is no chromium")
@@ -317,6 +331,70 @@ class QuickWithGraphics(Quick):
     graphics = True
 
 
+class Graphs(InBrowser):
+    def test_the_histogram_counts_each_pixel(self):
+        self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "5,8192,49152,8"})
+        self.expose()
+        values, counts = self.browser.until(drawn_in("histogram", 2))
+        self.assertEqual(sum(counts), self.columns * self.rows)
+        wide = values[1] - values[0]
+        most = [value for value, count in zip(values, counts) if count]
+        self.assertEqual(len(most), 2)
+        self.assertLessEqual(most[0], 8192)
+        self.assertLess(8192, most[0] + wide)
+        self.assertLessEqual(most[1], 49152)
+        self.assertLess(49152, most[1] + wide)
+
+    def test_temperatures_are_drawn_with_what_they_are_to_be(self):
+        self.browser.until(drawn_in("temperatures", 3))
+        self.server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -12})
+        self.server.ask("PUT", CAMERA + "/properties/cooling", {"value": True})
+        self.browser.until("(%s).then(columns => columns && columns[2].at(-1) === -12)" % drawn_in("temperatures"))
+        times, sensor, target = self.browser.run(drawn_in("temperatures"))
+        self.assertLess(abs(times[-1] - time.time()), 60)
+        self.assertIsNone(target[0])  # nothing was cooled then
+        self.assertLessEqual(set(zip(times, sensor)), self.told_temperatures(times[-1]))
+        self.assertIn("-12.0", self.browser.run(text("temperatures")))
+        self.server.ask("PUT", CAMERA + "/properties/cooling", {"value": False})
+        self.browser.until("(%s).then(columns => columns && columns[2].at(-1) === null)" % drawn_in("temperatures"))
+
+    def told_temperatures(self, end):
+        """When (UTC, seconds) and what, as the server remembers them, until that time."""
+        with socket.create_connection(("127.0.0.1", self.server.port), PATIENCE) as connection:
+            connection.sendall(b"GET " + CAMERA.encode() + b"/events?since=0 HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+            found = set()
+            for line in connection.makefile("r", encoding="utf-8"):
+                event = json.loads(line[6:]) if line.startswith("data: ") else {}
+                if event.get("sensor_temperature") is None:
+                    continue
+                utc = datetime.datetime.fromisoformat(event["utc"].replace("Z", "")[:23] + "+00:00").timestamp()
+                found.add((utc, event["sensor_temperature"]))
+                if utc >= end:
+                    return found
+        raise AssertionError(found)
+
+    def test_the_dome_has_its_colours_in_graphs_and_keeps_them(self):
+        is_blue = """(%s).then(columns => columns && import('/graphs.js').then(({graphIn}) => {
+          const {ctx} = graphIn('temperatures').plot;
+          const {data} = ctx.getImageData(0, 0, ctx.canvas.width, ctx.canvas.height);
+          return data.some((value, at) => at %% 4 === 2 && value > data[at - 2]) ? 'yes' : 'no';
+        }))""" % drawn_in("temperatures", 3)
+        self.assertEqual(self.browser.until(is_blue), "yes")
+        self.browser.run("document.body.dispatchEvent(new KeyboardEvent('keydown', {key: 'n', bubbles: true}))")
+        self.assertEqual(self.browser.until(is_blue), "no")
+        self.browser.open("http://127.0.0.1:%d/?again" % self.server.port)
+        self.browser.until("document.documentElement.matches('.dome')")
+        self.assertEqual(self.browser.until(is_blue), "no")
+
+    def test_what_is_not_our_own_is_served_with_its_licence(self):
+        for name, kind in (("uPlot.esm.js", "text/javascript"), ("uPlot.min.css", "text/css"),
+                           ("uPlot.LICENSE", "text/plain")):
+            answer = self.server.get("/vendor/" + name)
+            self.assertEqual(answer.status, 200)
+            self.assertTrue(answer.headers["content-type"].startswith(kind))
+        self.assertIn(b"Permission is hereby granted, free of charge", answer.body)
+
+
 class Stars(unittest.TestCase):
     def test_a_star_that_is_clicked_is_followed_until_it_is_left(self):
         camera = Simulator("--seeing", "4", "--heartbeat", "0.1", sensor="320x240")
@@ -352,14 +430,74 @@ class Stars(unittest.TestCase):
         self.assertAlmostEqual(width, wide, delta=0.15 * wide)
         server.expose(exposure=1, frames=2)
         browser.until("document.getElementById('image').dataset.frame === '2.2'")
-        browser.until("""(() => {
-          const canvas = document.getElementById('focus');
-          const data = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;
-          return data.some(value => value > 0);
-        })()""")
+        frames, diameters, widths = browser.until(drawn_in("focus", 3))
+        self.assertEqual(frames, [1, 2, 3])
+        told = re.search(r"HFD ([\d.]+), FWHM ([\d.]+)", browser.run(text("width"))).groups()
+        self.assertEqual(["%.2f" % diameters[-1], "%.2f" % widths[-1]], list(told))
+        distances, light = browser.run(drawn_in("profile", 5))
+        self.assertEqual(distances, sorted(distances))
+        self.assertAlmostEqual(light[0], int(re.search(r"peak (\d+)", browser.run(text("width"))).group(1)),
+                               delta=0.2 * light[0])
+        half = next(distance for distance, value in zip(distances, light) if value < light[0] / 2)
+        self.assertAlmostEqual(half, wide / 2, delta=0.5)
         browser.run("document.getElementById('leave').click()")
         self.assertTrue(browser.run("document.getElementById('star').hidden"))
         self.assertEqual(browser.complaints, [])
+
+
+class Readable(unittest.TestCase):
+    def test_all_can_be_read_on_small_screens_in_every_light(self):
+        camera = Simulator("--heartbeat", "0.1", sensor="320x240")
+        self.addCleanup(camera.retire)
+        server = Server(camera.target)
+        self.addCleanup(server.retire)
+        server.open()
+        browser = Browser()
+        self.addCleanup(browser.close)
+        browser.open("http://127.0.0.1:%d/" % server.port)
+        server.expose(exposure=1)
+        browser.until("document.getElementById('image').dataset.frame !== undefined")
+        browser.until(drawn_in("temperatures", 3))
+        browser.run("""document.getElementById('star').hidden = false;
+                       document.getElementById('table').open = true""")
+        browser.until("document.querySelectorAll('#properties label').length > 15")
+        for width, height in ((1366, 768), (1180, 820), (820, 1180), (768, 1024)):
+            browser.call("Emulation.setDeviceMetricsOverride", width=width, height=height,
+                         deviceScaleFactor=1, mobile=False)
+            browser.until("document.documentElement.clientWidth > %d" % (width - 30))
+            self.assertEqual(browser.until(BESIDE), "nothing", (width, height))
+        for scheme, dome in (("light", False), ("dark", False), ("dark", True)):
+            browser.call("Emulation.setEmulatedMedia",
+                         features=[{"name": "prefers-color-scheme", "value": scheme}])
+            browser.run("document.documentElement.classList.toggle('dome', %s)" % str(dome).lower())
+            for name, least in (("ink", 4.5), ("soft", 4), ("bad", 4), ("good", 4), ("accent", 3.5),
+                                ("second", 3.5)):
+                self.assertGreater(contrast(browser, name), least, (scheme, dome, name))
+        self.assertEqual(browser.complaints, [])
+
+
+# What reaches beyond the window or the column that it is in, once the layout has settled.
+BESIDE = """new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done))).then(() => {
+  const isBeside = element => {
+    const box = element.getBoundingClientRect();
+    const around = element.closest('aside > *')?.getBoundingClientRect() ?? {left: 0, right: innerWidth};
+    return box.width > 0 && (box.left < around.left - 1 || box.right > around.right + 1);
+  };
+  const beside = [...document.querySelectorAll('header *, footer, aside *')].filter(isBeside);
+  return beside.map(element => element.outerHTML.slice(0, 80)).join() || 'nothing';
+})"""
+
+
+def contrast(browser, name):
+    """Of a colour of the page on its panels, as the WCAG count it."""
+    def light(colour):
+        text_ = browser.run("getComputedStyle(document.documentElement).getPropertyValue('--%s').trim()" % colour)
+        digits = text_[1:] if len(text_) == 7 else "".join(2 * digit for digit in text_[1:])
+        parts = [int(digits[at:at + 2], 16) / 255 for at in (0, 2, 4)]
+        linear = [part / 12.92 if part <= 0.03928 else ((part + 0.055) / 1.055)**2.4 for part in parts]
+        return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2] + 0.05
+    one, other = light(name), light("panel")
+    return max(one, other) / min(one, other)
 
 
 class Missing(InBrowser):
@@ -384,23 +522,58 @@ class MissingWithoutGraphics(Missing):
 
 @unittest.skipUnless(os.environ.get("VX_SCREENSHOT"), "VX_SCREENSHOT names no file")
 class Screenshot(unittest.TestCase):
-    def test_a_picture_of_the_page_is_taken(self):
-        server = Server("sim?sensor=1024x768&seed=3")
-        self.addCleanup(server.retire)
-        server.open()
-        browser = Browser()
+    """VX_SCREENSHOT=docs/page.png: page.png, page-dark.png, page-dome.png, page-tablet.png."""
+
+    def setUp(self):
+        self.server = Server("sim?sensor=1024x768&seed=3")
+        self.addCleanup(self.server.retire)
+        self.server.open()
+        self.server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -10})
+        self.server.ask("PUT", CAMERA + "/properties/cooling", {"value": True})
+
+    def browser(self, width, height, scheme):
+        browser = Browser(width, height)
         self.addCleanup(browser.close)
-        browser.open("http://127.0.0.1:%d/" % server.port)
+        browser.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
+        browser.open("http://127.0.0.1:%d/" % self.server.port)
         browser.until(text("link") + " === 'connected'")
-        server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -10})
-        server.ask("PUT", CAMERA + "/properties/cooling", {"value": True})
-        browser.until("parseFloat(%s) < 10" % text("temperature"))
-        server.expose(exposure=2)
+        self.server.expose(exposure=2)
         browser.until("document.getElementById('image').dataset.frame !== undefined")
         browser.until("document.getElementById('target').value === '-10'")
+        return browser
+
+    def follow(self, browser, column=556, row=293, frames=12):
+        """A star, over some frames."""
+        spot = browser.run("""(() => {
+          const {left, top, width, height} = document.getElementById('image').getBoundingClientRect();
+          const scale = Math.min(width / 1024, height / 768);
+          return [left + (width - 1024 * scale) / 2 + %d * scale, top + (height - 768 * scale) / 2 + %d * scale];
+        })()""" % (column, row))
+        browser.mouse("mousePressed", *spot)
+        browser.mouse("mouseReleased", *spot)
+        self.server.expose(exposure=0.5, frames=frames)
+        browser.until("(%s).then(columns => columns && columns[0].length > %d)" % (drawn_in("focus"), frames))
+
+    def take(self, browser, name=""):
         browser.until(text("state") + " === 'complete'")
+        browser.until("!%s.includes('of 1 in')" % text("facts"))
+        browser.until(drawn_in("temperatures", 12))
         self.assertEqual(browser.run(text("stale")), "")
-        browser.screenshot(os.environ["VX_SCREENSHOT"])
+        base, ending = os.path.splitext(os.environ["VX_SCREENSHOT"])
+        browser.screenshot(base + name + ending)
+
+    def test_pictures_of_the_page_are_taken(self):
+        self.take(self.browser(1366, 768, "light"))
+        dark = self.browser(1366, 768, "dark")
+        self.follow(dark)
+        dark.run("document.getElementById('histogram').scrollIntoView()")
+        self.take(dark, "-dark")
+        dome = self.browser(1366, 768, "dark")
+        dome.run("document.getElementById('mode').click()")
+        self.take(dome, "-dome")
+        tablet = self.browser(820, 1180, "light")
+        self.follow(tablet)
+        self.take(tablet, "-tablet")
 
 
 if __name__ == "__main__":

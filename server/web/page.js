@@ -1,5 +1,6 @@
 import {ask, askForPart, camera, cameraPath, giveLease, hasLease, takeLease, watch} from './server.js';
-import {drawGraph, drawHistogram, exactFigures, figuresOf, stretchOf} from './figures.js';
+import {exactFigures, figuresOf, stretchOf} from './figures.js';
+import {graphIn, recolour, showHistogram} from './graphs.js';
 import {PartAsked, pixelOf, wholeOf} from './part.js';
 import {showProperties} from './properties.js';
 import {starAt} from './star.js';
@@ -8,7 +9,7 @@ import {View} from './view.js';
 const at = id => document.getElementById(id);
 const view = new View(at('image'), new URLSearchParams(location.search).get('painter'));
 const arrays = {8: Uint8Array, 16: Uint16Array, 32: Uint32Array};
-const temperatures = [];
+const temperatures = [[], [], []]; // when, of the sensor, and what it is to be
 const recent = [];      // [time, bytes] of the last seconds' frames
 const totals = {complete: 0, incomplete: 0, missed: 0};
 let cameraFacts = null, exposure = null, area = null, isServerThere = false;
@@ -16,17 +17,19 @@ let newest = null;  // the frame that is drawn: facts, part, pixels, since: when
                     // and figures of it
 let stretch = null; // of it
 
-const colours = () => {
-  const style = getComputedStyle(document.documentElement);
-  return Object.fromEntries(['ink', 'soft', 'accent'].map(
-      name => [name, style.getPropertyValue(`--${name}`).trim()]));
-};
-
 function tell(text) {
   const line = document.createElement('li');
   line.textContent = `${new Date().toLocaleTimeString()} ${text}`;
   at('events').prepend(line);
   while (at('events').children.length > 100) at('events').lastChild.remove();
+}
+
+// Adds a row to columns, and forgets the first one beyond so many.
+function keepLast(columns, most, row) {
+  columns.forEach((column, at) => {
+    column.push(row[at]);
+    if (column.length > most) column.shift();
+  });
 }
 
 const doing = work => work().catch(error => {
@@ -61,7 +64,7 @@ function showFacts({facts, figures}) {
 // ---- A star
 
 let star = null;    // where it was last, and what it was like: of starAt()
-const widths = [];  // [seconds, half flux diameter] of its frames
+let widths = [[], [], []];  // frames from 1, half flux diameter, full width at half of its peak
 
 let picked = null;  // a place where one is looked for, as soon as each pixel there is known
 
@@ -75,7 +78,7 @@ function starNear(column, row) {
 
 function pick(place) {
   [star, picked] = [null, place];
-  widths.length = 0;
+  widths = [[], [], []];
   at('star').hidden = true;
   at('state').className = '';
   askForWhatShows();
@@ -87,18 +90,22 @@ function lookForStar() {
   star = starNear(picked[0] - 0.5, picked[1] - 0.5);
   picked = null;
   at('star').hidden = !star;
-  if (!star) at('state').textContent = 'no star there';
+  if (star) keepWidths(star);
+  else at('state').textContent = 'no star there';
   showStar();
+}
+
+function keepWidths(found) {
+  keepLast(widths, 300, [(widths[0].at(-1) ?? 0) + 1, found?.hfd ?? null, found?.fwhm || null]);
 }
 
 // The star of the frame before, which may have moved a little.
 function followStar(isAgain) {
   if (newest.part.step > 1) return;
-  if (picked) lookForStar();
+  if (picked) return lookForStar();
   if (!star || isAgain) return;
   const found = starNear(star.column, star.row);
-  if (found) widths.push([performance.now() / 1000, found.hfd]);
-  if (widths.length > 300) widths.shift();
+  keepWidths(found);
   star = found ?? {...star, isLost: true};
   showRing();
 }
@@ -111,8 +118,8 @@ function showStar() {
   at('width').textContent = star.isLost ? 'the star is lost' :
       `HFD ${star.hfd.toFixed(2)}, FWHM ${width}; at ${star.column.toFixed(1)}, ` +
       `${star.row.toFixed(1)}; peak ${Math.round(star.peak)}${star.isFull ? ', full' : ''}`;
-  drawGraph(at('profile'), star.profile, colours(), 'counts', `${star.radius.toFixed(0)} pixels wide`);
-  drawGraph(at('focus'), widths, colours(), 'HFD');
+  graphIn('profile').show([0, 1].map(column => star.profile.map(point => point[column])), 0);
+  graphIn('focus').show(widths, widths[0].length - 1);
 }
 
 function showRing() {
@@ -173,7 +180,7 @@ let panelAt = 0, panelTimer = 0;
 function showPanel() {
   clearTimeout(panelTimer);
   [panelAt, panelTimer] = [performance.now(), 0];
-  drawHistogram(at('histogram'), newest.figures, stretch, colours());
+  showHistogram(newest.figures, stretch);
   showFacts(newest);
   showStar();
   showTruth();
@@ -290,16 +297,17 @@ async function refresh() {
   }
 }
 
+function showTemperature({utc, sensor_temperature, board_temperature}) {
+  keepLast(temperatures, 3600, [Date.parse(utc) / 1000, sensor_temperature, setTo]);
+  graphIn('temperatures').show(temperatures, temperatures[0].length - 1);
+  if (!cameraFacts) return;
+  Object.assign(cameraFacts, {sensor_temperature, board_temperature});
+  showCamera();
+}
+
 function onEvent(event) {
   if (event.event === 'heartbeat') {
-    temperatures.push([performance.now() / 1000, event.sensor_temperature]);
-    if (temperatures.length > 1200) temperatures.shift();
-    drawGraph(at('temperatures'), temperatures, colours(), '\u00b0C');
-    if (cameraFacts) {
-      Object.assign(cameraFacts, event.sensor_temperature !== undefined && {
-        sensor_temperature: event.sensor_temperature, board_temperature: event.board_temperature});
-      showCamera();
-    }
+    if (event.sensor_temperature !== undefined) showTemperature(event);
     return;
   }
   if (event.event === 'link-lost' && cameraFacts) { // at once; the rest is asked for
@@ -336,9 +344,11 @@ async function setArea(wanted) {
       'whole sensor; drag with Shift to draw a region';
 }
 
+let setTo = null; // degrees; null while nothing is cooled
 async function showCooler() {
   at('target').value = (await camera('GET', '/properties/target-temp')).value;
   at('cooling').checked = (await camera('GET', '/properties/cooling')).value;
+  setTo = at('cooling').checked ? Number(at('target').value) : null;
 }
 
 at('expose').addEventListener('submit', event => {
@@ -367,9 +377,9 @@ at('table').ontoggle = () => at('table').open && doing(() => showProperties(at('
 at('mode').onclick = () => {
   const isDome = document.documentElement.classList.toggle('dome');
   localStorage.setItem('dome', isDome ? '1' : '');
-  if (newest) showFrame();
+  recolour();
 };
-if (localStorage.getItem('dome')) document.documentElement.classList.add('dome');
+if (localStorage.getItem('dome')) at('mode').click();
 at('login').onclose = () => doing(async () => {
   await ask('POST', '/api/v1/session', {token: at('token').value});
   location.reload();
