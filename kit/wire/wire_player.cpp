@@ -24,10 +24,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-constexpr size_t kAhead = 512;                      // events that are looked at
-constexpr std::chrono::milliseconds kStep(50);      // between two looks whether to stop
-constexpr std::chrono::milliseconds kPatience(500); // with a client that leaves messages out
-constexpr Seconds kFar(1e9);                        // for times that are nonsense
+constexpr size_t kAhead = 512;                 // events that are looked at
+constexpr std::chrono::milliseconds kStep(50); // between two looks whether to stop
+constexpr int kLeftOutPart = 20; // of the patience: with a client that leaves messages out
+constexpr Seconds kFar(1e9);     // for times that are nonsense
 
 // Of any two times.
 Seconds secondsBetween(SteadyTime from, SteadyTime to)
@@ -251,7 +251,7 @@ bool WirePlayer::Body::stepSent(const Item& item)
     }
     if (!isStalled) stalled = Clock::now();
     isStalled = true;
-    if (Clock::now() - stalled < kPatience) return false;
+    if (Clock::now() - stalled < options.patience / kLeftOutPart) return false;
     setAnchor(item.event.time.steady);
     ++books.skipped;
     return true;

@@ -14,10 +14,12 @@
 namespace vxcam {
 
 struct PlayOptions {
-    uint16_t port = 0;                          // on loopback; 0 takes a free one
-    double speed = 1;                           // 10: ten times as fast; 0: as fast as can be
-    uint8_t camera = 0;                         // of the recording
-    std::chrono::milliseconds patience{10'000}; // with a client that takes no bytes
+    uint16_t port = 0;  // on loopback; 0 takes a free one
+    double speed = 1;   // 10: ten times as fast; 0: as fast as can be
+    uint8_t camera = 0; // of the recording
+    // With a client that takes no bytes; a twentieth of it with one that sends a later message
+    // first, after which that one counts as left out.
+    std::chrono::milliseconds patience{10'000};
 };
 
 struct PlayBooks {

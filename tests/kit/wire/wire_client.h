@@ -9,11 +9,12 @@
 
 #include <zlib.h>
 
-#include <array>
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <random>
 #include <string>
@@ -75,27 +76,39 @@ public:
     // Of VXSetLogCallback; for all clients of the process.
     static int log(const tsLoggedError* record, void*)
     {
-        static std::mutex lock;
-        const std::lock_guard<std::mutex> guard(lock);
-        if (record->Handle >= 0)
-            logged()[static_cast<size_t>(record->Handle) % kHandles].emplace_back(record->Text);
+        const std::lock_guard<std::mutex> guard(logged().lock);
+        if (record->Handle >= 0) logged().texts[record->Handle].emplace_back(record->Text);
         return 1;
     }
 
 private:
     using Clock = std::chrono::steady_clock;
     using Milliseconds = std::chrono::milliseconds;
-    static constexpr size_t kMostPixels = size_t{128} * 128, kHandles = 4096;
+    static constexpr size_t kMostPixels = size_t{128} * 128;
     static constexpr int kTries = 3;
-    static constexpr uint32_t kMostFrames = 8;      // of a readout that does not end by itself
-    static constexpr Milliseconds kImpatience{400}; // after which a question is given up
-    static constexpr Milliseconds kLate{1200};      // that its answer may come behind that
-    static constexpr Milliseconds kLinkPatience{5000}, kTick{1}, kQuiet{20};
+    static constexpr uint32_t kMostFrames = 8; // of a readout that does not end by itself
+    // After which a question, or an image that does not go on, is given up: longer than a machine
+    // that is busy elsewhere takes for what the camera does at once. What then comes, never came.
+    static constexpr Milliseconds kImpatience{4000};
+    static constexpr Milliseconds kPatience{60000}, kSilence{10000}, kTick{1};
 
-    static std::array<std::vector<std::string>, kHandles>& logged()
+    // What was logged of each camera; a handle is given once.
+    struct Logged {
+        std::mutex lock;
+        std::map<int, std::vector<std::string>> texts;
+    };
+    static Logged& logged()
     {
-        static auto* const texts = new std::array<std::vector<std::string>, kHandles>;
-        return *texts;
+        static auto* const logged = new Logged;
+        return *logged;
+    }
+    static std::vector<std::string> takeLogged(int handle)
+    {
+        const std::lock_guard<std::mutex> guard(logged().lock);
+        std::vector<std::string> texts = std::move(logged().texts[handle]);
+        logged().texts.erase(handle);
+        std::sort(texts.begin(), texts.end());
+        return texts;
     }
     static int64_t now() { return Clock::now().time_since_epoch() / Milliseconds(1); }
     static WireClient& of(void* user) { return *static_cast<WireClient*>(user); }
@@ -115,10 +128,10 @@ private:
     int draw(int most) { return std::uniform_int_distribution<int>(1, most)(random_); }
     Notes& notes() { return notes_.back(); }
     void note(const std::string& line) { notes().done.push_back(line); }
-    tsStatistics books() const
+    static tsStatistics booksOf(int handle)
     {
         tsStatistics books{};
-        VXGetStatistics(handle_, &books, sizeof books);
+        VXGetStatistics(handle, &books, sizeof books);
         return books;
     }
 
@@ -142,32 +155,43 @@ private:
         for (uint32_t i = 0; record->MissingRows != nullptr && i < record->MissingRowCount; ++i) {
             line += " -" + std::to_string(record->MissingRows[i]);
         }
-        client.notes().told.push_back(line);
+        client.tell(line);
         if (record->Frame == client.abortAt_ || record->Frame == kMostFrames) VXAbortRead(handle);
     }
     static void link(int, const tsLinkRecord* record, void* user)
     {
         WireClient& client = of(user);
         const bool isLost = record->Event == eLinkLost;
-        client.notes().told.push_back((isLost ? "lost " : "restored ") +
-                                      std::string(record->LastWords));
+        client.tell((isLost ? "lost " : "restored ") + std::string(record->LastWords));
         client.isLinkUp_ = !isLost;
     }
     static void error(int, const tsCameraErrorRecord* record, void* user)
     {
-        of(user).notes().told.push_back("error " + std::to_string(record->Code) + " " +
-                                        std::to_string(record->SubCode) + " " + record->Text);
+        of(user).tell("error " + std::to_string(record->Code) + " " +
+                      std::to_string(record->SubCode) + " " + record->Text);
     }
     static void heartbeat(int, const tsHeartBeatRecord* record, void* user)
     {
-        of(user).notes().told.push_back("heartbeat " + std::to_string(record->CCDTemp) + " " +
-                                        std::to_string(record->BoardTemp));
+        of(user).tell("heartbeat " + std::to_string(record->CCDTemp) + " " +
+                      std::to_string(record->BoardTemp));
     }
-    static void tap(int, const tsTapRecord* record, void* user)
+    // A recording ends in front of bytes: all that is recorded has been told, and is in the books.
+    static void tap(int handle, const tsTapRecord* record, void* user)
     {
         WireClient& client = of(user);
-        if (record->What == eTapBytesReceived) client.recorded_ += record->Length;
-        client.capture_->take(client.notes().camera, *record);
+        const bool isNext = record->What == eTapBytesReceived && client.isEnding_;
+        if (isNext && !client.isRecorded_) client.endNotes(handle);
+        if (!client.isRecorded_) client.capture_->take(client.notes().camera, *record);
+    }
+    void tell(const std::string& line)
+    {
+        if (!isRecorded_) notes().told.push_back(line);
+    }
+    void endNotes(int handle)
+    {
+        notes().books = booksOf(handle);
+        notes().error = takeLogged(handle);
+        isRecorded_ = true;
     }
 
     // ---- What it does
@@ -179,7 +203,7 @@ private:
         notes_.emplace_back();
         notes().camera =
             before_ != nullptr ? (*before_)[number].camera : capture_->addCamera("soaked");
-        recorded_ = 0;
+        isEnding_ = isRecorded_ = false;
         isLinkUp_ = true;
         constexpr unsigned all = eTapBytesReceived | eTapBytesSent | eTapLink;
         const uint16_t port = places_(notes().camera);
@@ -188,12 +212,11 @@ private:
         VXSetOpeningTap(0, nullptr, nullptr);
         note("opened " + std::to_string(handle_ >= 0));
         if (handle_ < 0) return false;
-        logged()[static_cast<size_t>(handle_) % kHandles].clear();
         VXSetFrameCallback(handle_, frame, this);
         VXSetLinkCallback(handle_, link, this);
         VXSetCameraErrorCallback(handle_, error, this);
         VXSetHeartBeatRecordCallback(handle_, heartbeat, this);
-        VXOverrideImageTimout(handle_, 300);
+        VXOverrideImageTimout(handle_, static_cast<int>(kImpatience.count()));
         VXSetExposure(handle_, 0);
         return true;
     }
@@ -218,7 +241,7 @@ private:
         const int started = kind == 1   ? VXReadCCDArea8(handle_, bytes, frames, 0)
                             : kind == 2 ? VXReadCCDBinned(handle_, longs, nullptr, frames, 0)
                                         : VXReadCCDArea(handle_, shorts, frames, 0);
-        const int result = VXWaitCompletion(handle_, 20000);
+        const int result = VXWaitCompletion(handle_, static_cast<unsigned>(kPatience.count()));
         const int end = VXReadoutResult(handle_);
         note("readout " + std::to_string(kind) + " of " + std::to_string(frames) + ": " +
              std::to_string(started) + " " + std::to_string(result) + " " + std::to_string(end));
@@ -230,30 +253,32 @@ private:
         long exposure = -1;
         const int result = within([&] { return VXGetExposureTime(handle_, &exposure); });
         note("exposure " + std::to_string(result) + " " + std::to_string(exposure));
-        // An answer that comes late, or twice, is not to meet the same question.
-        const bool isSettled = settle();
-        if (result != 0) await(kLate, [] { return false; });
-        return isSettled;
+        return settle(); // an answer that comes twice is not to meet the same question
     }
 
     // A question that is given up before the library does.
     int within(const std::function<int()>& question)
     {
-        askingSince_ = now();
+        setAsking(now());
         const int result = question();
-        askingSince_ = 0;
+        setAsking(0);
         return result;
     }
+    void setAsking(int64_t since)
+    {
+        const std::lock_guard<std::mutex> guard(asking_);
+        askingSince_ = since;
+    }
 
+    // Whatever is pending is given up, which is the question and nothing that comes behind it.
     void losePatience()
     {
         while (!isOver_) {
             std::this_thread::sleep_for(Milliseconds(10));
-            int64_t since = askingSince_;
-            const bool isLong = since != 0 && now() - since > kImpatience.count();
-            if (isLong && askingSince_.compare_exchange_strong(since, 0)) {
-                VXWaitCompletion(handle_, 20);
-            }
+            const std::lock_guard<std::mutex> guard(asking_);
+            if (askingSince_ == 0 || now() - askingSince_ <= kImpatience.count()) continue;
+            VXWaitCompletion(handle_, 20);
+            askingSince_ = 0;
         }
     }
 
@@ -261,7 +286,7 @@ private:
     bool settle()
     {
         for (int i = 0; i < kTries; ++i) {
-            const bool isUp = await(kLinkPatience, [this] { return isLinkUp_.load(); });
+            const bool isUp = await(kPatience, [this] { return isLinkUp_.load(); });
             note("link " + std::to_string(isUp));
             if (!isUp) return false;
             // What is still on its way is not to meet a second abort.
@@ -279,41 +304,32 @@ private:
         return false;
     }
 
-    // When all that came has been told, which is behind its recording.
-    tsStatistics quietBooks() const
+    // Of a camera that is silent, the recording ends by itself.
+    void endRecording()
     {
-        tsStatistics last = books(), now = last;
-        do {
-            last = now;
-            std::this_thread::sleep_for(kQuiet);
-            now = books();
-        } while (std::memcmp(&last, &now, sizeof now) != 0);
-        return now;
+        isEnding_ = true;
+        if (await(kSilence, [this] { return isRecorded_.load(); })) return;
+        VXSetTap(handle_, 0, nullptr, nullptr);
+        if (!isRecorded_) endNotes(handle_);
     }
 
-    // The books are those of what was recorded.
     void close()
     {
         settle();
-        tsStatistics last = books();
+        const int handle = handle_;
         if (capture_ != nullptr) {
-            last = quietBooks();
-            VXSetTap(handle_, 0, nullptr, nullptr);
-            if (last.BytesReceived != recorded_) last = quietBooks();
+            endRecording();
         } else {
             const tsStatistics& before = (*before_)[notes_.size() - 1].books;
-            await(kLinkPatience, [&] {
-                last = books();
-                return std::memcmp(&last, &before, sizeof last) == 0;
+            await(kPatience, [&] {
+                const tsStatistics books = booksOf(handle);
+                return std::memcmp(&books, &before, sizeof books) == 0;
             });
+            notes().books = booksOf(handle);
         }
-        const int handle = handle_;
-        VXSetHeartBeatRecordCallback(handle, nullptr, nullptr);
         handle_ = -1;
         VXCloseCamera(handle);
-        notes().books = last;
-        notes().error = logged()[static_cast<size_t>(handle) % kHandles];
-        std::sort(notes().error.begin(), notes().error.end());
+        if (capture_ == nullptr) notes().error = takeLogged(handle);
     }
 
     std::mt19937_64 random_;
@@ -325,9 +341,10 @@ private:
     std::vector<Notes> notes_;
     std::atomic<int> handle_{-1};
     std::atomic<uint32_t> abortAt_{0};
-    std::atomic<uint64_t> recorded_{0}; // bytes from the camera
+    std::atomic<bool> isEnding_{false}, isRecorded_{false}; // the recording of a camera
     std::atomic<bool> isLinkUp_{true}, isOver_{false};
-    std::atomic<int64_t> askingSince_{0};
+    std::mutex asking_;
+    int64_t askingSince_ = 0; // with the lock; 0: nothing
 };
 
 } // namespace vxcam
