@@ -59,6 +59,9 @@ private:
     void create();
     void mark();
     size_t addPixels(const RecordedFrame& frame); // how many bytes they take
+    size_t writePixels(const RecordedFrame& frame, haddr_t end);
+    haddr_t endOfFile() const;
+    haddr_t placeOfLast(haddr_t end, size_t count) const;
     void makeGroups(Hdf5Maker& maker, const Frame& first, const RecordOptions& options);
     void makeSettings(Hdf5Maker& maker, const Snapshot& settings);
     void makeColumns(Hdf5Maker& maker);
@@ -107,7 +110,9 @@ void Hdf5Record::create()
     require(H5Pset_libver_bounds(access, H5F_LIBVER_LATEST, H5F_LIBVER_LATEST));
     require(H5Pset_fclose_degree(access, H5F_CLOSE_STRONG));
     require(H5Pset_alignment(access, kLarge, DirectWriter::kBlock));
-    file_ = Hdf5Id(H5Fcreate(path_.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, access), H5Fclose);
+    const Hdf5Id how(H5Pcreate(H5P_FILE_CREATE), H5Pclose);
+    require(H5Pset_file_space_strategy(how, H5F_FSPACE_STRATEGY_NONE, false, 1));
+    file_ = Hdf5Id(H5Fcreate(path_.c_str(), H5F_ACC_EXCL, how, access), H5Fclose);
     require(file_);
 }
 
@@ -196,24 +201,59 @@ void Hdf5Record::makeColumns(Hdf5Maker& maker)
     eventText_ = column(maker, events + "text", textType_);
 }
 
-// As they are, they go to their place past the library, which would take them through the system's
-// memory.
+haddr_t Hdf5Record::endOfFile() const
+{
+    haddr_t end = 0;
+    require(H5Fget_eoa(file_, &end));
+    return end;
+}
+
+// Of the frame that was added last, before which the file ended there; undefined when that cannot
+// be told. All that the library places, it places at the end of the file, and so, when the file has
+// grown by the frame alone, the frame. Whatever else came with it, the library is asked, which
+// walks along all frames for that; as a check also when there are twice as many as the last time.
+haddr_t Hdf5Record::placeOfLast(haddr_t end, size_t count) const
+{
+    constexpr haddr_t block = DirectWriter::kBlock;
+    const haddr_t first = count >= kLarge ? (end + block - 1) / block * block : end;
+    const bool isAsked = (added_ & (added_ - 1)) == 0;
+    if (!isAsked && endOfFile() == first + count) return first;
+    const hsize_t offset[] = {added_, 0, 0};
+    unsigned filters = 0;
+    haddr_t place = HADDR_UNDEF;
+    hsize_t room = 0;
+    require(H5Dget_chunk_info_by_coord(pixels_, offset, &filters, &place, &room));
+    return room == count ? place : HADDR_UNDEF;
+}
+
+// What cannot be written is no frame of the dataset.
 size_t Hdf5Record::addPixels(const RecordedFrame& frame)
 {
+    const hsize_t before[] = {added_, rows_, frameColumns_};
     const hsize_t size[] = {added_ + 1, rows_, frameColumns_};
+    const haddr_t end = endOfFile();
+    try {
+        require(H5Dset_extent(pixels_, size));
+        return writePixels(frame, end);
+    } catch (const Error&) {
+        H5Dset_extent(pixels_, before);
+        throw;
+    }
+}
+
+// As they are, they go to their place past the library, which would take them through the system's
+// memory.
+size_t Hdf5Record::writePixels(const RecordedFrame& frame, haddr_t end)
+{
     const hsize_t offset[] = {added_, 0, 0};
-    require(H5Dset_extent(pixels_, size));
     if (frame.encoded.size() > 0) {
         require(H5Dwrite_chunk(pixels_, H5P_DEFAULT, 0, offset, frame.encoded.size(),
                                frame.encoded.data()));
         return frame.encoded.size();
     }
     const size_t count = frame.frame.bytes();
-    unsigned filters = 0;
-    haddr_t place = HADDR_UNDEF;
-    hsize_t room = 0;
-    require(H5Dget_chunk_info_by_coord(pixels_, offset, &filters, &place, &room));
-    if (place != HADDR_UNDEF && room == count) {
+    const haddr_t place = placeOfLast(end, count);
+    if (place != HADDR_UNDEF) {
         writer_->write(place, static_cast<const char*>(frame.frame.data()), count);
     } else {
         require(H5Dwrite_chunk(pixels_, H5P_DEFAULT, 0, offset, count, frame.frame.data()));

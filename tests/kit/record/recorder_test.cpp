@@ -143,7 +143,7 @@ for line in open(sys.argv[1] + '/a.raw.jsonl'):
               "\n2-3,5 0 0\ncamera-error 7 stuck\n4 stopped\n");
 }
 
-// A reader that follows the file while it grows.
+// A reader that follows the file while it grows, with frames that are written past the library.
 TEST(Recorder, Hdf5IsReadWhileItGrows)
 {
     const Folder folder;
@@ -163,7 +163,7 @@ while seen < 6 and time.time() < end:
 print('seen', seen)
 )");
     Recorder recorder(path);
-    ASSERT_TRUE(recorder.write(numbered<uint16_t>(1, 32, 32)));
+    ASSERT_TRUE(recorder.write(numbered<uint16_t>(1, 307, 213)));
     ASSERT_TRUE(waitUntil([&] { return recorder.books().flushed == 1; }));
     std::string said;
     std::thread reader([&] {
@@ -173,7 +173,7 @@ print('seen', seen)
     for (int i = 2; i <= 6; ++i) { // each when the one before it was seen
         EXPECT_TRUE(
             waitUntil([&] { return ReadFile(folder.path("seen")) == std::to_string(i - 1); }));
-        EXPECT_TRUE(recorder.write(numbered<uint16_t>(i, 32, 32)));
+        EXPECT_TRUE(recorder.write(numbered<uint16_t>(i, 307, 213)));
     }
     reader.join();
     recorder.finish();
