@@ -193,8 +193,8 @@ let drawn = null;   // settles when it is drawn
 function onFrame(facts, buffer, toldAt) {
   const {part: sent = wholeOf(facts)} = facts;
   arrived = {facts, part: sent, pixels: new arrays[facts.bits](buffer), since: toldAt - facts.age * 1000};
-  part.came(facts);
   if (!facts.again) {
+    part.came(facts);
     recent.push([performance.now(), buffer.byteLength]);
     totals[facts.complete ? 'complete' : 'incomplete']++;
     totals.missed += facts.missed;

@@ -25,11 +25,12 @@ export class PartAsked {
     this.asked = '{}';
   }
 
-  // A frame that is new has come.
-  came(facts) {
-    const now = performance.now();
-    this.isQuick = facts.missed > 0 || now - this.last < kPause;
-    this.last = now;
+  // A frame that is new has come. How quickly they do is told by the camera's times: here some may
+  // have waited, and then come at once.
+  came({times, missed}) {
+    const end = Date.parse(times.end);
+    this.isQuick = (end - this.last) / (missed + 1) < kPause;
+    this.last = end;
     clearTimeout(this.timer);
     this.timer = setTimeout(() => {
       this.isQuick = false;
