@@ -112,6 +112,10 @@ struct SequenceNeeds {
 VXCAMKIT_EXPORT SequenceNeeds needsOf(const SequencePlan& plan,
                                       const std::optional<Size>& sensor = {});
 
+// What it comes to with this camera. Throws Error{Usage} for what that cannot do: it has another
+// sensor, areas reach beyond it, or it cannot take a setting. Nothing is sent.
+VXCAMKIT_EXPORT SequenceNeeds checkSequence(const SequencePlan& plan, Camera& camera);
+
 struct SequenceProgress {
     int frames = 0, taken = 0;         // of the plan; of them, in all runs
     double done = 0;                   // of the time, 0 to 1

@@ -24,6 +24,25 @@ bool isOfLink(ErrorKind kind)
 
 } // namespace
 
+SequenceNeeds checkSequence(const SequencePlan& plan, Camera& camera)
+{
+    const Size sensor = camera.sensor();
+    if (plan.sensor && *plan.sensor != sensor) {
+        throw Error(ErrorKind::Usage,
+                    plan.path + ": the plan is for a sensor of " +
+                        std::to_string(plan.sensor->columns) + " x " +
+                        std::to_string(plan.sensor->rows) + " pixels, and the camera has " +
+                        std::to_string(sensor.columns) + " x " + std::to_string(sensor.rows));
+    }
+    for (const SequenceUnit& unit : unitsOf(plan)) {
+        if (unit.kind != SequenceUnit::Kind::Set) continue;
+        for (const auto& [name, value] : unit.step->settings) {
+            camera.checked(name, value);
+        }
+    }
+    return needsOf(plan, sensor);
+}
+
 SequenceRun::SequenceRun(Camera& camera, const SequenceOrders& orders,
                          const std::vector<SequenceUnit>& units, SequenceJournal& journal)
     : camera_(camera), plan_(orders.plan), options_(orders.options), watch_(orders.watch),
@@ -72,21 +91,7 @@ int SequenceRun::firstLeft() const
 // Whatever this camera or this disk cannot do is known before anything is done.
 void SequenceRun::check()
 {
-    needsOf(plan_, camera_.sensor());
-    if (plan_.sensor && *plan_.sensor != camera_.sensor()) {
-        throw Error(ErrorKind::Usage, plan_.path + ": the plan is for a sensor of " +
-                                          std::to_string(plan_.sensor->columns) + " x " +
-                                          std::to_string(plan_.sensor->rows) +
-                                          " pixels, and the camera has " +
-                                          std::to_string(camera_.sensor().columns) + " x " +
-                                          std::to_string(camera_.sensor().rows));
-    }
-    for (const SequenceUnit& unit : units_) {
-        if (unit.kind != SequenceUnit::Kind::Set) continue;
-        for (const auto& [name, value] : unit.step->settings) {
-            camera_.checked(name, value);
-        }
-    }
+    checkSequence(plan_, camera_);
     checkFiles();
     checkRoom();
 }

@@ -82,6 +82,25 @@ TEST_F(SequenceRunTest, TellsStepsFramesSettingsAndFailures)
     EXPECT_THAT(failures, ElementsAre(HasSubstr("light 2: "), HasSubstr("ended with code 3")));
 }
 
+TEST_F(SequenceRunTest, IsCheckedWithACameraThatIsSentNothing)
+{
+    Camera& camera = open();
+    const uint64_t sent = camera.statistics().messagesSent;
+    const auto refusal = [&](const std::string& text) {
+        return std::string(errorOf([&] { checkSequence(plan(text), camera); }).what());
+    };
+    const std::string lights = "steps: [{lights: {count: 2, exposure: 1ms}}]\n";
+    const SequenceNeeds needs = checkSequence(plan(lights), camera);
+    EXPECT_EQ(needs.frames, 2);
+    EXPECT_GT(needs.bytes.value_or(0), uint64_t{2} * kRows * kColumns * 2);
+    EXPECT_THAT(refusal("sensor: [8, 8]\n" + lights), HasSubstr("sensor of 8 x 8"));
+    EXPECT_THAT(refusal("steps: [{lights: {count: 1, exposure: 1ms, area: [0, 0, 97, 1]}}]\n"),
+                HasSubstr("night.yaml:1: the area"));
+    EXPECT_THAT(refusal("steps: [{repeat: {times: 2, steps: [{set: {area: '90,0,10,1'}}]}}]\n"),
+                HasSubstr("area"));
+    EXPECT_EQ(camera.statistics().messagesSent, sent);
+}
+
 TEST_F(SequenceRunTest, TellsTheSettingsThatAreMadeAgain)
 {
     open({"close:readout=1,packet=1"});
