@@ -68,6 +68,7 @@ using CameraClass = pybind11::class_<CoreCamera, std::unique_ptr<CoreCamera, Let
 void addCamera(pybind11::module_& module);
 void addStream(pybind11::module_& module);
 void addRecords(pybind11::module_& module);
+void addSequences(pybind11::module_& module);
 // What of a camera stands in files of their own.
 void addCooler(CameraClass& camera);
 void addEvents(pybind11::module_& module, CameraClass& camera);

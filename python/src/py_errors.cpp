@@ -4,6 +4,7 @@
 #include "py_values.h"
 
 #include <vxcamkit/error.h>
+#include <vxcamkit/sequence.h>
 #include <vxcamkit/stream.h>
 
 namespace vxcam::py {
@@ -11,6 +12,15 @@ namespace vxcam::py {
 namespace python = pybind11;
 
 namespace {
+
+python::tuple toPython(const std::vector<SequenceMistake>& mistakes)
+{
+    python::list result;
+    for (const SequenceMistake& mistake : mistakes) {
+        result.append(python::make_tuple(mistake.line, textToPython(mistake.text)));
+    }
+    return python::tuple(result);
+}
 
 python::object raised(const Error& error)
 {
@@ -20,7 +30,13 @@ python::object raised(const Error& error)
         return error.code() != 0 ? type(error.code(), text) : type(text);
     }
     const python::module_ errors = python::module_::import("vxcam._errors");
-    python::object exception = errors.attr(error.row().python)(text);
+    const auto* plan = dynamic_cast<const SequenceError*>(&error);
+    const char* const type = plan != nullptr ? "PlanError"
+                             : dynamic_cast<const HookError*>(&error) != nullptr
+                                 ? "HookError"
+                                 : error.row().python;
+    python::object exception = errors.attr(type)(text);
+    if (plan != nullptr) exception.attr("mistakes") = toPython(plan->mistakes());
     if (error.kind() == ErrorKind::Camera) {
         exception.attr("code") = error.code();
         exception.attr("sub_code") = error.subCode();

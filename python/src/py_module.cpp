@@ -38,6 +38,7 @@ void fill(python::module_ module)
     addCamera(module);
     addSimulator(module);
     addRecords(module);
+    addSequences(module);
 }
 
 // The module, once filled. Its classes are there once in a process: who imports it again gets the

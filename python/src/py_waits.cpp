@@ -14,6 +14,8 @@ namespace vxcam::py {
 
 namespace {
 
+constexpr std::chrono::milliseconds kEnd(60); // for a job that is told to end
+
 // Where a thread gets its work. The last of both who leave clears it away.
 struct Desk {
     Desk()
@@ -87,6 +89,15 @@ bool waitASlice(Desk* desk)
     return desk->served.load(std::memory_order_acquire) > 0;
 }
 
+// What a job does until it ends, nobody is to see half done, as far as there is time for that.
+void leaveInOrder(Desk* desk, const Company& company)
+{
+    company.leave();
+    const auto until = std::chrono::steady_clock::now() + kEnd;
+    while (!waitASlice(desk) && std::chrono::steady_clock::now() < until) {
+    }
+}
+
 // That of the calling thread, which is kept from wait to wait; none while it is in use.
 struct KeptDesk {
     std::shared_ptr<Desk> desk;
@@ -104,7 +115,7 @@ thread_local KeptDesk kept;
 
 } // namespace
 
-void runAside(std::shared_ptr<Job> job, const Limit& limit)
+void runAside(std::shared_ptr<Job> job, const Limit& limit, const Company& company)
 {
     const auto start = std::chrono::steady_clock::now();
     std::shared_ptr<Desk> desk = std::exchange(kept.desk, nullptr);
@@ -117,11 +128,13 @@ void runAside(std::shared_ptr<Job> job, const Limit& limit)
     try {
         while (!waitASlice(desk.get())) {
             checkSignals();
+            if (company.look) company.look();
             if (limit.most && std::chrono::steady_clock::now() - start >= *limit.most) {
                 throw Error(ErrorKind::Timeout, limit.text());
             }
         }
     } catch (...) {
+        if (company.leave) leaveInOrder(desk.get(), company);
         leave(desk);
         throw;
     }

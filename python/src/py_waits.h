@@ -29,6 +29,13 @@ struct Limit {
     std::function<std::string()> text;
 };
 
+// What goes on beside a wait, with the interpreter lock: `look` after each slice, and what it
+// throws ends the wait; `leave` has the job end when that, or a signal, has ended the wait, which
+// goes on for a moment then.
+struct Company {
+    std::function<void()> look, leave;
+};
+
 // What another thread does meanwhile.
 class Job
 {
@@ -40,7 +47,7 @@ public:
 // Runs the job on a thread of its own and waits for it. Throws pybind11::error_already_set when the
 // handler of a signal raised meanwhile, and as the limit says; the job goes on then, and nobody
 // waits for it. With the interpreter lock, which is free during the wait.
-void runAside(std::shared_ptr<Job> job, const Limit& limit);
+void runAside(std::shared_ptr<Job> job, const Limit& limit, const Company& company = {});
 
 // Keeps what the work returns or throws; lets the work go on the thread that did it.
 template <class Work>

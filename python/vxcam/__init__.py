@@ -23,9 +23,11 @@ from ._errors import (
     CameraError,
     CameraTimeout,
     Error,
+    HookError,
     IncompleteFrame,
     LinkLost,
     NotFoundError,
+    PlanError,
     UsageError,
 )
 from ._events import Event, Subscription, log
@@ -33,6 +35,15 @@ from ._facts import Complaint, FrameStatistics, FrameTimes, Settings, Star
 from ._frame import Frame
 from ._recording import Finding, Record, RecordedFile, Recorder, Verdict, verify
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
+from ._sequence import (
+    Sequence,
+    SequenceFailure,
+    SequenceFile,
+    SequenceNeeds,
+    SequenceProgress,
+    SequenceReport,
+    SequenceStep,
+)
 from ._simulator import Found, SentFrame, Simulator, discover
 from ._stream import AsyncStream, Progress, Stream
 from ._table import Area, Properties, Property, properties
@@ -60,10 +71,10 @@ def __dir__() -> list[str]:
 __all__ = [
     "Aborted", "AccessError", "Area", "AsyncStream", "BusyError", "Camera", "CameraError",
     "CameraTimeout", "Complaint", "Cooler", "CoolingState", "Error", "Event", "Finding", "Found", "Frame",
-    "FrameStatistics", "FrameTimes", "Identity", "IncompleteFrame", "LinkCheck", "LinkLost",
-    "NotFoundError", "Outcome", "Progress", "Properties", "Property", "Record", "RecordedFile",
-    "Recorder", "SentFrame", "Setting",
-    "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "UsageError", "Verdict",
+    "FrameStatistics", "FrameTimes", "HookError", "Identity", "IncompleteFrame", "LinkCheck", "LinkLost",
+    "NotFoundError", "Outcome", "PlanError", "Progress", "Properties", "Property", "Record", "RecordedFile",
+    "Recorder", "SentFrame", "Sequence", "SequenceFailure", "SequenceFile", "SequenceNeeds", "SequenceProgress",
+    "SequenceReport", "SequenceStep", "Setting", "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "UsageError", "Verdict",
     "__version__", "discover", "library_version", "log", "properties", "statistics", "verify",
 ]
 

@@ -19,6 +19,13 @@ class UsageError(Error, ValueError):
     """A value, a name or a range that is not possible. Nothing was sent to the camera."""
 
 
+class PlanError(UsageError):
+    """A plan of a sequence that cannot be: the text names each mistake with its line."""
+
+    mistakes: tuple[tuple[int, str], ...] = ()
+    """Line and text of each; line 0 is the plan as a whole."""
+
+
 class AccessError(UsageError, AttributeError):
     """A property that can only be read was set, or one that can only be set was read."""
 
@@ -56,3 +63,7 @@ class IncompleteFrame(Error):
 
 class Aborted(Error):
     """By Camera.abort(), by closing the camera, or by another thread."""
+
+
+class HookError(Aborted):
+    """A command of a sequence failed, or did not end in time; the sequence has ended with it."""
