@@ -125,6 +125,7 @@ private:
     {
         tsFramed<Payload> answer{HeaderOf(id, sizeof payload), payload};
         answer.header.SeqNo = mnNumber++;
+        mbAnswers = true;
         return SendAll(mnFD, &answer, sizeof answer);
     }
 
@@ -170,9 +171,11 @@ private:
         return true;
     }
 
-    // The numbers of frames begin with 0, and are to be those behind the last message.
+    // The numbers of frames begin with 0, and are to be those behind the last message. A bare loop
+    // asks nothing, and gets frames alone.
     bool SendHeartBeats()
     {
+        if (!mbAnswers) return true;
         tcBytes bytes;
         while (mnNumber != 0 || !mbHadHeartBeat) {
             tsFramed<tsHeartBeatData> message{HeaderOf(ansHeartBeat.id, sizeof(tsHeartBeatData)),
@@ -226,7 +229,7 @@ private:
     tcBytes mvInput;
     int mnFrames = 0;
     uint8_t mnNumber = 0; // of the next message that is not of a frame
-    bool mbStreaming = false, mbHadHeartBeat = false;
+    bool mbStreaming = false, mbAnswers = false, mbHadHeartBeat = false;
     steady_clock::time_point mtStart;
     uint64_t mnSent = 0;
 };
