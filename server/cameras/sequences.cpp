@@ -243,16 +243,24 @@ bool Sequences::wait(std::chrono::milliseconds most) const
 
 void Sequences::stop(SequenceStop when)
 {
-    {
-        std::unique_lock<std::mutex> guard(mutex_);
-        if (isOver(status_.state)) return;
-        if (sequence_) {
-            sequence_->stop(when);
-            status_.state = SequenceState::Stopping;
-        }
-    }
+    if (!order(when)) return;
     post();
-    if (when == SequenceStop::BehindFrame) return;
+    if (when == SequenceStop::Now) awaitEnd();
+}
+
+// False: there is nothing to stop.
+bool Sequences::order(SequenceStop when)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (isOver(status_.state)) return false;
+    if (!sequence_) return true; // it is about to end anyway
+    sequence_->stop(when);
+    status_.state = SequenceState::Stopping;
+    return true;
+}
+
+void Sequences::awaitEnd() const
+{
     std::unique_lock<std::mutex> guard(mutex_);
     changed_.wait(guard, [this] { return isOver(status_.state); });
 }
@@ -266,7 +274,7 @@ void Sequences::close()
 void Sequences::end()
 {
     close();
-    stop(SequenceStop::Now);
+    if (order(SequenceStop::Now)) awaitEnd();
     const std::lock_guard<std::mutex> one(starting_);
     if (thread_.joinable()) thread_.join();
 }

@@ -98,6 +98,8 @@ private:
     void run(const std::shared_ptr<Camera>& camera);
     void tell(const SequenceProgress& progress);
     void finish(const std::optional<Error>& error);
+    bool order(SequenceStop when);
+    void awaitEnd() const;
     void post(const Json& more = Json::object());
 
     const SequenceSurroundings around_;
