@@ -1,12 +1,14 @@
 """The page in a browser: what it draws, and what it says of what is not there."""
 
 import datetime
+import glob
 import json
 import math
 import os
 import re
 import shutil
 import socket
+import tempfile
 import time
 import unittest
 
@@ -42,6 +44,7 @@ class InBrowser(unittest.TestCase):
     columns, rows = 64, 32
     options = ()      # of the camera
     faults = ()
+    server_options = ()
     window = (1366, 768)
     graphics = False  # imitated; else as on a host that has none
 
@@ -50,7 +53,7 @@ class InBrowser(unittest.TestCase):
         self.camera = Simulator("--heartbeat", "0.1", *self.options, *options,
                                 sensor="%dx%d" % (self.columns, self.rows))
         self.addCleanup(self.camera.retire)
-        self.server = Server(self.camera.target)
+        self.server = Server(self.camera.target, *self.server_options)
         self.addCleanup(self.server.retire)
         self.server.open()
         self.browser = Browser(*self.window, graphics=self.graphics)
@@ -395,6 +398,138 @@ class Graphs(InBrowser):
         self.assertIn(b"Permission is hereby granted, free of charge", answer.body)
 
 
+class Sequences(InBrowser):
+    PLAN = "steps:\n- lights: {name: M31, count: %d, exposure: %s}\n"
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.plans = folder.name
+        self.server_options = ("--plans", folder.name)
+        self.write("bad.yaml", "steps:\n- lights: {count: 0, exposure: 1s}\n- lights: {count: 1}\n")
+        super().setUp()
+        self.addCleanup(reap)  # before the folder goes
+        self.addCleanup(self.server.retire)
+
+    def write(self, name, plan):
+        with open(os.path.join(self.plans, name), "w", encoding="ascii") as file:
+            file.write(plan)
+
+    def click(self, *buttons):
+        for button in buttons:
+            self.browser.until("!document.getElementById('%s').disabled" % button)
+            self.browser.run("document.getElementById('%s').click()" % button)
+
+    def choose(self, name):
+        self.browser.until("[...document.getElementById('plan').options].some(each => each.value === '%s')" % name)
+        self.browser.run("""(() => {
+          const plan = document.getElementById('plan');
+          plan.value = '%s';
+          plan.dispatchEvent(new Event('change'));
+        })()""" % name)
+
+    def start(self, count, exposure, name="night.yaml"):
+        self.write(name, self.PLAN % (count, exposure))
+        self.click("check")
+        self.choose(name)
+        self.click("run")
+
+    def reads(self, element, part):
+        self.browser.until("!document.getElementById('%s').hidden && %s.includes('%s')" % (
+            element, text(element), part))
+
+    def test_plans_are_listed_and_checked(self):
+        self.choose("bad.yaml")
+        self.reads("checked", "line 2: ")
+        self.assertIn("line 3: ", self.browser.run(text("checked")))
+        self.assertTrue(self.browser.run("document.getElementById('run').disabled"))
+        self.write("bad.yaml", "sensor: [64, 32]\n" + self.PLAN % (20, "2min"))
+        self.click("check")
+        self.reads("checked", "good: 20 frames, 40 min exposed")
+        self.assertFalse(self.browser.run("document.getElementById('run').disabled"))
+
+    def test_a_sequence_is_watched_stopped_and_gone_on_with(self):
+        self.start(8, "1s")
+        self.reads("doing", "night.yaml, line 2: M31")
+        self.reads("counts", " of 8 frames, ")
+        self.assertIn(" left", self.browser.run(text("counts")))
+        self.browser.until("document.getElementById('start').disabled")
+        self.reads("state", "the sequence night.yaml runs")
+        self.browser.until("document.getElementById('image').dataset.frame !== undefined")
+        self.assertTrue(self.browser.run("document.getElementById('save').hidden"))
+        self.click("halt-after")
+        self.reads("doing", "stopped")
+        taken = self.server.get(CAMERA + "/sequence").json["taken"]
+        self.assertLess(taken, 8)
+        self.reads("report", "not complete, %d of 8 frames" % taken)
+        self.reads("checked", "%d of 8 frames taken in 1 run" % taken)
+        self.assertEqual(self.browser.run(text("run")), "Go on")
+        self.browser.until("!document.getElementById('start').disabled")
+        self.click("run")
+        self.browser.until("document.getElementById('report').hidden")
+        self.reads("doing", "night.yaml: complete")
+        self.reads("report", "complete, 8 of 8 frames, %d before this run" % taken)
+        told = self.browser.run("[...document.getElementById('report-files').children].map(each => each.textContent)")
+        self.assertEqual([each.split(" ")[0] for each in told],
+                         ["night/M31-%04d.fits" % number for number in range(1, 9)])
+        self.assertEqual(len(glob.glob(os.path.join(self.plans, "night", "M31-*.fits"))), 8)
+
+    def test_one_is_stopped_at_once_and_its_frames_may_go_elsewhere(self):
+        self.browser.run("document.getElementById('folder').value = 'elsewhere'")
+        self.start(2, "1h")
+        self.reads("doing", "M31")
+        self.click("halt")
+        self.reads("doing", "stopped")
+        self.reads("report", "0 of 2 frames")
+        self.assertTrue(os.path.isdir(os.path.join(self.plans, "elsewhere")))
+
+    def test_what_fails_is_told_and_why_it_ended(self):
+        self.camera.end()
+        camera = Simulator("--fault", "missing-packet:packet=7,times=0", port=self.camera.port, sensor="64x32")
+        self.addCleanup(camera.retire)
+        until(lambda: self.server.get(CAMERA).json["link"], "the link")
+        self.PLAN = "retries: 2\n" + self.PLAN
+        self.start(2, "500ms")
+        self.browser.until(text("failures") + ".includes('M31')")
+        self.reads("counts", "failure")
+        self.reads("doing", "night.yaml: failed: ")
+        self.reads("report", "3 failures")
+        self.assertEqual(self.browser.run("document.getElementById('report-failures').children.length"), 3)
+
+    def test_a_plan_is_added_from_here(self):
+        self.browser.run("""(() => {
+          const chosen = new DataTransfer();
+          chosen.items.add(new File([%r], 'added.yaml'));
+          document.getElementById('file').files = chosen.files;
+          document.getElementById('file').dispatchEvent(new Event('change'));
+        })()""" % (self.PLAN % (3, "1s")))
+        self.browser.until("document.getElementById('plan').value === 'added.yaml'")
+        self.reads("checked", "good: 3 frames")
+        with open(os.path.join(self.plans, "added.yaml"), encoding="ascii") as file:
+            self.assertEqual(file.read(), self.PLAN % (3, "1s"))
+
+    def test_what_somebody_else_controls_is_not_begun(self):
+        self.server.ask("POST", CAMERA + "/lease", {"holder": "night script"})
+        self.start(2, "1s")
+        self.reads("trouble", "night script")
+        self.assertEqual(self.server.get(CAMERA + "/sequence").json["state"], "none")
+
+    def test_what_runs_already_is_shown_by_a_page_that_comes(self):
+        self.write("night.yaml", self.PLAN % (3, "1h"))
+        self.server.ask("POST", CAMERA + "/sequence", {"plan": "night.yaml"})
+        self.browser.open("http://127.0.0.1:%d/?again" % self.server.port)
+        self.reads("doing", "night.yaml, line 2: M31")
+        self.browser.until("document.getElementById('plan').value === 'night.yaml'")
+        self.assertTrue(self.browser.run("document.getElementById('plan').disabled"))
+
+
+class NoPlans(InBrowser):
+    def test_without_plans_sequences_are_disabled_and_the_reason_is_told(self):
+        self.browser.until(text("no-plans") + ".includes('--plans')")
+        for button in ("run", "halt", "halt-after", "check", "add"):
+            self.assertTrue(self.browser.run("document.getElementById('%s').matches(':disabled')" % button))
+
+
 class Stars(unittest.TestCase):
     def test_a_star_that_is_clicked_is_followed_until_it_is_left(self):
         camera = Simulator("--seeing", "4", "--heartbeat", "0.1", sensor="320x240")
@@ -449,13 +584,22 @@ class Readable(unittest.TestCase):
     def test_all_can_be_read_on_small_screens_in_every_light(self):
         camera = Simulator("--heartbeat", "0.1", sensor="320x240")
         self.addCleanup(camera.retire)
-        server = Server(camera.target)
-        self.addCleanup(server.retire)
+        with tempfile.TemporaryDirectory() as folder:
+            self.look(camera, folder)
+            reap()  # before the folder goes
+
+    def look(self, camera, folder):
+        name = 59 * "n" + ".yaml"
+        with open(os.path.join(folder, name), "w", encoding="ascii") as file:
+            file.write("steps:\n- lights: {count: 3, exposure: 1ms, name: %s}\n" % (60 * "m"))
+        server = Server(camera.target, "--plans", folder)
         server.open()
         browser = Browser()
         self.addCleanup(browser.close)
         browser.open("http://127.0.0.1:%d/" % server.port)
-        server.expose(exposure=1)
+        self.assertEqual(server.ask("POST", CAMERA + "/sequence", {"plan": name}).status, 202)
+        browser.until("!document.getElementById('report').hidden")
+        browser.run("document.getElementById('report').open = true")
         browser.until("document.getElementById('image').dataset.frame !== undefined")
         browser.until(drawn_in("temperatures", 3))
         browser.run("""document.getElementById('star').hidden = false;
@@ -474,6 +618,7 @@ class Readable(unittest.TestCase):
                                 ("second", 3.5)):
                 self.assertGreater(contrast(browser, name), least, (scheme, dome, name))
         self.assertEqual(browser.complaints, [])
+        server.retire()
 
 
 # What reaches beyond the window or the column that it is in, once the layout has settled.
@@ -525,7 +670,12 @@ class Screenshot(unittest.TestCase):
     """VX_SCREENSHOT=docs/page.png: page.png, page-dark.png, page-dome.png, page-tablet.png."""
 
     def setUp(self):
-        self.server = Server("sim?sensor=1024x768&seed=3")
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.addCleanup(reap)
+        with open(os.path.join(folder.name, "night.yaml"), "w", encoding="ascii") as file:
+            file.write("steps:\n- lights: {name: M31, count: 20, exposure: 1s}\n- darks: {count: 10, exposure: 1min}\n")
+        self.server = Server("sim?sensor=1024x768&seed=3", "--plans", folder.name)
         self.addCleanup(self.server.retire)
         self.server.open()
         self.server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -10})
@@ -542,8 +692,9 @@ class Screenshot(unittest.TestCase):
         browser.until("document.getElementById('target').value === '-10'")
         return browser
 
-    def follow(self, browser, column=556, row=293, frames=12):
-        """A star, over some frames."""
+    @staticmethod
+    def pick(browser, column=556, row=293):
+        """A star."""
         spot = browser.run("""(() => {
           const {left, top, width, height} = document.getElementById('image').getBoundingClientRect();
           const scale = Math.min(width / 1024, height / 768);
@@ -551,11 +702,12 @@ class Screenshot(unittest.TestCase):
         })()""" % (column, row))
         browser.mouse("mousePressed", *spot)
         browser.mouse("mouseReleased", *spot)
-        self.server.expose(exposure=0.5, frames=frames)
+
+    @staticmethod
+    def follow(browser, frames):
         browser.until("(%s).then(columns => columns && columns[0].length > %d)" % (drawn_in("focus"), frames))
 
     def take(self, browser, name=""):
-        browser.until(text("state") + " === 'complete'")
         browser.until("!%s.includes('of 1 in')" % text("facts"))
         browser.until(drawn_in("temperatures", 12))
         self.assertEqual(browser.run(text("stale")), "")
@@ -563,16 +715,24 @@ class Screenshot(unittest.TestCase):
         browser.screenshot(base + name + ending)
 
     def test_pictures_of_the_page_are_taken(self):
-        self.take(self.browser(1366, 768, "light"))
+        light = self.browser(1366, 768, "light")
+        light.until(text("state") + " === 'complete'")
+        self.take(light)
         dark = self.browser(1366, 768, "dark")
-        self.follow(dark)
+        self.pick(dark)
+        self.server.expose(exposure=0.5, frames=12)
+        self.follow(dark, 12)
+        dark.until(text("state") + " === 'complete'")
         dark.run("document.getElementById('histogram').scrollIntoView()")
         self.take(dark, "-dark")
         dome = self.browser(1366, 768, "dark")
         dome.run("document.getElementById('mode').click()")
         self.take(dome, "-dome")
         tablet = self.browser(820, 1180, "light")
-        self.follow(tablet)
+        self.pick(tablet)
+        self.server.ask("POST", CAMERA + "/sequence", {"plan": "night.yaml"})
+        self.follow(tablet, 8)
+        tablet.until("!document.getElementById('doing').hidden && %s.includes(' left')" % text("counts"))
         self.take(tablet, "-tablet")
 
 

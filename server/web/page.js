@@ -3,6 +3,7 @@ import {exactFigures, figuresOf, stretchOf} from './figures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
 import {PartAsked, pixelOf, wholeOf} from './part.js';
 import {showProperties} from './properties.js';
+import {onSequence, showPlans} from './sequences.js';
 import {starAt} from './star.js';
 import {View} from './view.js';
 
@@ -184,7 +185,7 @@ function showPanel() {
   showFacts(newest);
   showStar();
   showTruth();
-  at('save').hidden = false;
+  at('save').hidden = newest.facts.exposure_id === 0; // of a sequence: it is a file already
   at('save').href = `${cameraPath}/exposures/${newest.facts.exposure_id}/frame.fits`;
 }
 
@@ -255,12 +256,14 @@ function showCamera() {
 
 function showExposure() {
   const isOver = !exposure || exposure.over;
-  at('start').disabled = at('live').disabled = !isOver;
+  const plan = cameraFacts?.sequence;
+  at('start').disabled = at('live').disabled = !isOver || Boolean(plan);
   at('stop').disabled = isOver;
-  if (!exposure) return;
-  const {progress, plan, error} = exposure;
+  if (plan) [at('state').textContent, at('state').className] = [`the sequence ${plan} runs`, ''];
+  if (plan || !exposure) return;
+  const {progress, error} = exposure;
   at('progress').value = isOver ? (exposure.state === 'complete' ? 1 : 0) : progress.phase === 'exposing' ? progress.done : 1;
-  const running = () => `${plan.frames === 0 ? 'live' : `frame ${progress.frame} of ${plan.frames}`}, ${progress.phase}`;
+  const running = () => `${exposure.plan.frames === 0 ? 'live' : `frame ${progress.frame} of ${exposure.plan.frames}`}, ${progress.phase}`;
   at('state').textContent = isOver ? exposure.state + (error ? `: ${error.text}` : '') : running();
   at('state').className = isOver && error && exposure.state !== 'aborted' ? 'wrong' : '';
 }
@@ -315,8 +318,10 @@ function onEvent(event) {
     showTruth();
   }
   if (event.event === 'property') showCooler().catch(() => {});
+  if (event.event === 'sequence') onSequence();
   if (event.event !== 'frame') {
-    tell([event.event, event.name, event.state, event.holder, event.text].filter(Boolean).join(' '));
+    tell([event.event, event.name, event.plan, event.state, event.holder, event.file, event.failure, event.text]
+        .filter(Boolean).join(' '));
   }
   refresh();
 }
@@ -459,7 +464,9 @@ watch({onFrame, onEvent, onLink: isThere => {
   isServerThere = isThere;
   part.forget();
   refresh();
-  if (isThere) showCooler().catch(() => {});
+  if (!isThere) return;
+  showCooler().catch(() => {});
+  showPlans().then(onSequence);
 }});
 setInterval(() => exposure && !exposure.over ? refresh() : showTruth(), 250);
 setInterval(refresh, 2000);

@@ -11,15 +11,16 @@ function keep(key) {
   sessionStorage.setItem('lease', key);
 }
 
-// Throws an Error with the server's sentence; its `kind` is the server's word for it.
+// Throws an Error with the server's sentence, and what else it told: `kind` is its word for it.
 export async function ask(method, path, body) {
   const headers = leaseKey ? {'X-Lease': leaseKey} : {};
-  if (body !== undefined) headers['Content-Type'] = 'application/json';
-  const answer = await fetch(path, {method, headers, body: body && JSON.stringify(body)});
+  const isFile = body instanceof Blob;
+  if (body !== undefined && !isFile) headers['Content-Type'] = 'application/json';
+  const answer = await fetch(path, {method, headers, body: isFile ? body : body && JSON.stringify(body)});
   const json = await answer.json();
   if (answer.ok) return json;
   if (answer.status === 423) keep('');
-  throw Object.assign(new Error(json.error.text), {kind: json.error.kind});
+  throw Object.assign(new Error(json.error.text), json.error);
 }
 
 export const camera = (method, path = '', body) => ask(method, cameraPath + path, body);
