@@ -57,7 +57,7 @@ python::tuple stepsOf(const std::vector<SequenceStep>& steps)
         python::dict one, settings;
         one["kind"] = kindOf(step);
         one["line"] = step.line;
-        one["count"] = step.count;
+        one["number"] = step.count;
         one["name"] = textToPython(step.name);
         if (step.plan.exposure) one["exposure"] = seconds(*step.plan.exposure);
         for (const auto& [name, value] : step.settings) {

@@ -49,7 +49,7 @@ def test_a_plan_says_what_it_comes_to(plan, tmp_path):
     assert sequence.duration == pytest.approx(0.08 + 0.2 + 7 * 0.1, abs=0.1)
     assert 7 * 64 * 48 * 2 < sequence.disk_need < 7 * 64 * 48 * 2 + 7 * 20_000
     assert sequence.folder == str(tmp_path / "night") and not (tmp_path / "night").exists()
-    kinds = [(step.kind, step.line, step.count) for step in sequence.steps]
+    kinds = [(step.kind, step.line, step.number) for step in sequence.steps]
     assert kinds == [("set", 5, 1), ("lights", 6, 3), ("repeat", 7, 2), ("bias", 12, 2)]
     settings, lights, repeat, _ = sequence.steps
     assert settings.settings == {"gain": 2} and lights.settings == {"gain": 1}

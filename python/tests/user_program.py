@@ -3,6 +3,8 @@
 from __future__ import annotations
 
 import asyncio
+import os
+import tempfile
 from datetime import datetime, timedelta
 from typing import Optional
 
@@ -48,6 +50,24 @@ async def watch(camera: vxcam.Camera) -> int:
     return count
 
 
+def follow(progress: vxcam.SequenceProgress) -> None:
+    print(progress.taken, progress.left, progress.file)
+
+
+def night(folder: str) -> int:
+    path = os.path.join(folder, "night.yaml")
+    with open(path, "w") as file:
+        file.write("steps: [{lights: {count: 2, exposure: 10ms}}]")
+    try:
+        sequence = vxcam.Sequence(path)
+    except vxcam.PlanError as error:
+        raise SystemExit(f"{error.mistakes[0][0]}")
+    need: Optional[int] = sequence.disk_need
+    seconds: list[float] = [step.exposure or 0 for step in sequence.steps]
+    report: vxcam.SequenceReport = sequence.run("sim?sensor=8x8&scale=50", on_progress=follow)
+    return report.taken + (need or 0) + len(seconds)
+
+
 def main() -> None:
     with vxcam.Simulator(sensor=(64, 48), faults=["missing-packet:frame=9"]) as simulator:
         try:
@@ -58,6 +78,8 @@ def main() -> None:
             print(error.frame.missing_rows)
         except vxcam.CameraError as error:
             print(error.code, error.sub_code)
+    with tempfile.TemporaryDirectory() as folder:
+        print(night(folder))
     print([found.target for found in vxcam.discover()])
 
 

@@ -17,14 +17,14 @@ class SequenceStep(NamedTuple):
     """A step of a plan, and the line where it stands.
 
     `kind` is "lights", "darks", "bias", "flats", "temperature", "warm-up", "set", "wait", "run" or
-    "repeat". `count` is how many frames, or how often; `name` what the names of the files begin
+    "repeat". `number` is how many frames, or how often; `name` what the names of the files begin
     with; `exposure` and `delay` are seconds, `temperature` degrees, `ramp` degrees a minute;
     `settings` are set before the first frame; `command` runs as the step, or between frames.
     """
 
     kind: str
     line: int
-    count: int
+    number: int
     name: str
     exposure: Optional[float]
     settings: Mapping[str, Any]
@@ -107,9 +107,9 @@ def _folder(folder: Optional[Path]) -> Optional[str]:
 
 
 def _step(given: Mapping[str, Any]) -> SequenceStep:
-    steps = tuple(_step(one) for one in given["steps"])
     usual: dict[str, Any] = {"exposure": None, "temperature": None, "ramp": 0.0}
-    return SequenceStep(**{**usual, **given, "steps": steps})
+    usual.update(given, steps=tuple(_step(one) for one in given["steps"]))
+    return SequenceStep(**usual)
 
 
 def _failure(utc: str, text: str) -> SequenceFailure:
@@ -254,8 +254,8 @@ class Sequence:
         told = self._core.report(_folder(folder))
         if told is None:
             return None
-        *rest, files, failures = told
-        return SequenceReport(*rest, tuple(SequenceFile(*file) for file in files),
+        journal, runs, frames, before, complete, files, failures = told
+        return SequenceReport(journal, runs, frames, before, complete, tuple(SequenceFile(*file) for file in files),
                               tuple(_failure(*failure) for failure in failures))
 
     def __repr__(self) -> str:
