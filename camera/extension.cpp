@@ -53,7 +53,8 @@ int tcVXCamera::SetTap(unsigned what, tpTapCallback callback, void* user)
 {
     if ((what & ~gnAllTaps) != 0) return eVXArgument;
     mpExtension->tapped = 0;
-    SetSlot(mpExtension->tap, callback, user);
+    const bool waits = CallingCamera() == nullptr && !tcCallbackScope::IsInside();
+    mpExtension->tap.Set(callback, user, waits, what);
     if (callback != nullptr) mpExtension->tapped = what;
     return eVXOk;
 }
@@ -82,7 +83,7 @@ void tcVXCamera::TellTap(unsigned what, const void* bytes, size_t length, uint32
     record.Bytes = static_cast<const uint8_t*>(bytes);
     record.Length = static_cast<uint32_t>(length);
     record.Event = event;
-    mpExtension->tap.Call(mnHandle, &record);
+    mpExtension->tap.CallFor(what, mnHandle, &record); // which may be another one by now
 }
 
 // ---- Buffers in turn ----------------------------------------------------------------------------

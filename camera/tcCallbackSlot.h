@@ -34,12 +34,14 @@ public:
 
     bool IsSet() const { return mbSet.load(std::memory_order_relaxed); }
 
-    // Replaces the callback. Waits until the one before does not run any more, if asked to.
-    void Set(Callback callback, void* user, bool waits)
+    // Replaces the callback, and what it is for. Waits until the one before does not run any more,
+    // if asked to.
+    void Set(Callback callback, void* user, bool waits, unsigned what = gnAll)
     {
         std::unique_lock<std::mutex> lock(mMutex);
         mpCallback = callback;
         mpUser = user;
+        mnWhat = what;
         mbSet = callback != nullptr;
         const uint64_t generation = ++mnGeneration;
         if (!waits) return;
@@ -56,12 +58,21 @@ public:
     template <class... Arguments>
     void Call(Arguments... arguments)
     {
+        CallFor(gnAll, arguments...);
+    }
+    // The same, if it is for any of this.
+    template <class... Arguments>
+    void CallFor(unsigned what, Arguments... arguments)
+    {
         if (!IsSet()) return;
         const tcCall call(*this);
-        if (call.callback != nullptr) call.callback(arguments..., call.user);
+        const bool isFor = (call.what & what) != 0;
+        if (isFor && call.callback != nullptr) call.callback(arguments..., call.user);
     }
 
 private:
+    static constexpr unsigned gnAll = ~0U;
+
     // One call under way, in the list of them.
     class tcCall
     {
@@ -71,6 +82,7 @@ private:
             const std::lock_guard<std::mutex> lock(slot.mMutex);
             callback = slot.mpCallback;
             user = slot.mpUser;
+            what = slot.mnWhat;
             mnGeneration = slot.mnGeneration;
             mpNext = slot.mpCalls;
             slot.mpCalls = this;
@@ -92,6 +104,7 @@ private:
 
         Callback callback;
         void* user;
+        unsigned what;
 
     private:
         friend tcCallbackSlot;
@@ -107,6 +120,7 @@ private:
     std::condition_variable mReturned;
     Callback mpCallback = nullptr;
     void* mpUser = nullptr;
+    unsigned mnWhat = gnAll;
     uint64_t mnGeneration = 0; // of the callback
     tcCall* mpCalls = nullptr;
 };

@@ -1,5 +1,6 @@
 // What a camera tells unasked, with the application's own pointer.
 #include "pixels.h"
+#include "tcCallbackSlot.h"
 #include "vxcamiface.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@ namespace {
 class tcBreakingCamera : public tcTestCamera
 {
 public:
+    using tcVXCamera::CountReceived;
     using tcVXCamera::LinkLost;
     using tcVXCamera::LinkRestored;
 };
@@ -243,4 +245,40 @@ TEST_F(Extension, DoesNotWaitForTheCallbackOfAnotherCamera)
     Feed(other, {e16Bit});
     EXPECT_TRUE(mInside);
     mLetGo = true;
+}
+
+// Bytes come all the while, and each tap is replaced by one that asks for nothing of them.
+TEST_F(Extension, TapsAreNotToldWhatOnlyTheOneBeforeAskedFor)
+{
+    constexpr int replaced = 20'000, leastBytes = 1000;
+    std::atomic<bool> isOver{false};
+    std::atomic<int> bytes{0}, wrong{0};
+    std::thread receiver([&] {
+        while (!isOver) {
+            mCamera.CountReceived("1", 1);
+        }
+    });
+    const auto ofBytes = [](int, const tsTapRecord*, void* user) {
+        ++*static_cast<std::atomic<int>*>(user);
+    };
+    for (int i = 0; i < replaced || bytes < leastBytes; ++i) {
+        VXSetTap(Handle(), eTapBytesReceived, ofBytes, &bytes);
+        VXSetTap(Handle(), eTapLink, ofBytes, &wrong);
+    }
+    isOver = true;
+    receiver.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(CallbackSlot, LooksWithTheCallbackWhatItIsFor)
+{
+    tcCallbackSlot<void (*)(void*)> slot;
+    int calls = 0;
+    slot.Set([](void* user) { ++*static_cast<int*>(user); }, &calls, true, eTapLink);
+    slot.CallFor(eTapBytesReceived);
+    EXPECT_EQ(calls, 0);
+    slot.CallFor(eTapLink);
+    EXPECT_EQ(calls, 1);
+    slot.Call();
+    EXPECT_EQ(calls, 2);
 }
