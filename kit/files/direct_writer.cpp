@@ -34,7 +34,10 @@ void DirectWriter::writeWith(int descriptor, uint64_t at, const char* bytes, siz
         const ssize_t written =
             ::pwrite(descriptor, bytes, std::min(count, kPiece), static_cast<off_t>(at));
         if (written < 0 && errno == EINTR) continue;
-        if (written < 0) throw Error(ErrorKind::File, path_ + ": " + std::strerror(errno), errno);
+        if (written <= 0) {
+            const int why = written < 0 ? errno : EIO; // none would be written for ever
+            throw Error(ErrorKind::File, path_ + ": " + std::strerror(why), why);
+        }
         // A disk that is full may take a part of it: behind that, memory is not aligned any more.
         const bool isAligned = static_cast<size_t>(written) % kBlock == 0;
         if (descriptor == direct_ && !isAligned) descriptor = plain_;
