@@ -394,6 +394,8 @@ protected:
     static tcVXCamera* CallingCamera();
     // What a transport tells about its traffic: bytes read, before they are parsed, and on the same
     // thread after that; messages sent, one thread at a time; connections, on the receive thread.
+    // Bytes read stay where they are, and as they are, until the parser's AddData() has returned:
+    // what stands behind a packet tells whether it is whole.
     void CountReceived(const void* data, int bytes);
     void CountParsed();
     void CountSent(const tsMsgHeader* frame, int bytes, bool isWhole, const tsMoment& begun);
