@@ -5,6 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 using testing::HasSubstr;
 using testing::Not;
 
@@ -243,6 +247,27 @@ TEST(RecordProof, SaysWhyAFileCannotBeRead)
     EXPECT_THAT(errors("none.h5"), HasSubstr("none.h5: is no HDF5 file"));
     EXPECT_THAT(errors("alone.raw"),
                 HasSubstr("alone.raw.jsonl: the index cannot be read: No such file"));
+}
+
+// Also while it waits for something else, here for what comes out of a pipe.
+TEST_F(Record, IsVerifiedUntilCtrlC)
+{
+    const std::string target = Start();
+    tcRun record({"record", target, "-e", "1ms", "-n", "2", "-o", "a.raw"}, In(mFolder));
+    EXPECT_EQ(record.Exit(), 0) << record.Errors();
+    const std::string pipe = mFolder.Path("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    tcRun run({"verify", "a.raw", "--truth", "pipe"}, In(mFolder));
+    int writer = -1;
+    ASSERT_TRUE(WaitUntil(
+        [&] {
+            writer = ::open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+            return writer >= 0;
+        },
+        gnRunPatience));
+    run.Signal(SIGINT);
+    EXPECT_EQ(run.Exit(), 130);
+    ::close(writer);
 }
 
 TEST_F(Record, CountsFramesThatAreDropped)

@@ -99,7 +99,11 @@ void tcVerify::TakeUnread(const std::string& path, const vxcam::Error& error)
 void tcVerify::Verify(const std::string& path, const vxcam::VerifyOptions& options)
 {
     try {
-        vxcam::Verdict verdict = vxcam::verifyRecord(path, options);
+        vxcam::Verdict verdict;
+        {
+            const tcQuickExit quickExit; // also from calls of other libraries
+            verdict = vxcam::verifyRecord(path, options);
+        }
         const std::vector<vxcam::Finding> order = vxcam::verifyOrder(path, msBefore);
         verdict.findings.insert(verdict.findings.end(), order.begin(), order.end());
         Take(verdict);
