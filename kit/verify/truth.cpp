@@ -16,8 +16,18 @@ using Place = std::pair<int64_t, int64_t>; // readout, frame
 
 struct Sent {
     uint32_t crc = 0; // of what went out
-    bool isWhole = false;
+    const char* wrong = nullptr;
 };
+
+// What the camera did to its picture; nothing when it sent it as it was.
+const char* wrongOf(const Json& line)
+{
+    if (line.value("intact", false)) return nullptr;
+    if (line.value("sentLost", 0) > 0) return "the camera did not send all of it";
+    const auto sent = line.value("sentCrc", uint32_t{0});
+    if (line.value("crc", sent) != sent) return "the camera sent other pixels than its picture has";
+    return "the camera did not send each packet once, in order and unchanged";
+}
 
 std::map<Place, Sent> readTruth(const std::string& path)
 {
@@ -28,7 +38,7 @@ std::map<Place, Sent> readTruth(const std::string& path)
         const Json line = Json::parse(text, nullptr, false);
         if (!line.is_object() || line.value("event", "") != "frame") continue;
         const Place place{line.value("readout", int64_t{0}), line.value("frame", int64_t{0})};
-        frames[place] = {line.value("sentCrc", uint32_t{0}), line.value("intact", false)};
+        frames[place] = {line.value("sentCrc", uint32_t{0}), wrongOf(line)};
     }
     if (frames.empty()) throw Error(ErrorKind::File, path + ": tells of no frame", EINVAL);
     return frames;
@@ -82,9 +92,9 @@ void compareWithTruth(const std::string& path, const std::vector<uint32_t>& crcs
         const bool isSame = found->second.crc == crcs[i];
         const bool isTold = row["complete"] == 0;
         if (!isSame && !isTold) record->find("truth", "the camera sent other pixels", frame);
-        if (!found->second.isWhole && isSame && !isTold) {
+        if (found->second.wrong != nullptr && isSame && !isTold) {
             record->find("truth",
-                         "the camera did not send all of it, and it says that it is complete",
+                         std::string(found->second.wrong) + ", and it says that it is complete",
                          frame);
         }
     }

@@ -186,6 +186,19 @@ TEST(VerifyRecords, AreComparedWithTheTruth)
     makeTextFile(options.truth, other);
     EXPECT_THAT(findingsOf(verifyRecord(folder.path("a.raw"), options)),
                 HasSubstr("truth 0 the camera sent other pixels"));
+    const std::string whole = "\"intact\":true";
+    for (const auto& [told, found] :
+         {std::pair{R"("sentLost":1,"intact":false)", "did not send all of it, and it says"},
+          std::pair{R"("sentLost":0,"crc":17,"intact":false)",
+                    "sent other pixels than its picture has, and it says"},
+          std::pair{R"("sentLost":0,"intact":false)",
+                    "did not send each packet once, in order and unchanged, and it says"}}) {
+        other = truth;
+        other.replace(other.find(whole), whole.size(), told);
+        makeTextFile(options.truth, other);
+        EXPECT_THAT(findingsOf(verifyRecord(folder.path("a.raw"), options)),
+                    HasSubstr("truth 0 the camera " + std::string(found)));
+    }
     makeTextFile(options.truth, truth.substr(truth.find('\n') + 1));
     EXPECT_THAT(findingsOf(verifyRecord(folder.path("a.raw"), options)),
                 HasSubstr("truth 0 the camera sent no such frame"));
