@@ -249,6 +249,53 @@ TEST(RecordProof, SaysWhyAFileCannotBeRead)
                 HasSubstr("alone.raw.jsonl: the index cannot be read: No such file"));
 }
 
+TEST_F(Record, OfAKilledProgramIsReadByPlainToolsAsThePageSays)
+{
+    const std::string page = FileText(VXCAM_RECORDING_PAGE);
+    const size_t at = page.find("`h5clear ");
+    ASSERT_NE(at, std::string::npos);
+    const std::string command = page.substr(at + 1, page.find('`', at + 1) - at - 1);
+    EXPECT_THAT(command, testing::EndsWith(" night.h5"));
+    for (const char* const compression : {"none", "gzip"}) {
+        const std::string target = Start(), path = mFolder.Path("night.h5");
+        tcRun run(
+            {"record", target, "-e", "1ms", "-o", "night.h5", "--force", "--compress", compression},
+            In(mFolder));
+        const auto size = [&] {
+            std::error_code none;
+            const auto bytes = std::filesystem::file_size(path, none);
+            return none ? 0 : bytes;
+        };
+        ASSERT_TRUE(WaitUntil([&] { return size() > 300'000; }, gnRunPatience));
+        run.Signal(SIGKILL);
+        run.Exit();
+        const auto killed = size();
+        int status = -1;
+        Output("cd " + mFolder.Path("") + " && " + command + " 2>&1", &status);
+        EXPECT_EQ(status, 0);
+        EXPECT_GE(size(), killed);
+        const std::string frames = Output("/usr/bin/python3 -c 'import h5py, sys, zlib\n"
+                                          "file = h5py.File(sys.argv[1], \"r\")\n"
+                                          "data = file[\"entry/data/data\"]\n"
+                                          "crcs = file[\"entry/instrument/detector/crc32\"]\n"
+                                          "assert len(data) >= len(crcs)\n"
+                                          "assert all(zlib.crc32(data[i].tobytes()) == crcs[i] "
+                                          "for i in range(len(crcs)))\n"
+                                          "print(len(crcs))' " +
+                                          path + " 2>&1");
+        EXPECT_GT(std::atoi(frames.c_str()), 3) << frames;
+        EXPECT_THAT(Output("h5dump -d /entry/instrument/detector/crc32 " + path, &status),
+                    HasSubstr("DATASET"));
+        EXPECT_EQ(status, 0);
+        tcRun verified({"verify", "night.h5", "--json"}, In(mFolder));
+        EXPECT_EQ(verified.Exit(), 4);
+        const nlohmann::json file = verified.Document()["files"][0];
+        EXPECT_EQ(file["frames"], std::atoi(frames.c_str()));
+        ASSERT_EQ(file["findings"].size(), 1u) << file;
+        EXPECT_EQ(file["findings"][0]["check"], "ended");
+    }
+}
+
 // Also while it waits for something else, here for what comes out of a pipe.
 TEST_F(Record, IsVerifiedUntilCtrlC)
 {
