@@ -24,7 +24,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-constexpr size_t kAhead = 512;                 // events that are looked at
+constexpr size_t kAhead = 512; // events among which the client's messages are looked for
+// So much of the recording is put into the order of its times, but of more bytes no more.
+constexpr Seconds kOrdered(2);
+constexpr size_t kMostOrdered = size_t{128} << 20U;
 constexpr std::chrono::milliseconds kStep(50); // between two looks whether to stop
 constexpr int kLeftOutPart = 20; // of the patience: with a client that leaves messages out
 constexpr Seconds kFar(1e9);     // for times that are nonsense
@@ -35,11 +38,11 @@ Seconds secondsBetween(SteadyTime from, SteadyTime to)
     return Seconds(to.time_since_epoch()) - Seconds(from.time_since_epoch());
 }
 
-bool isLaterReceived(const WireEvent& event, SteadyTime time)
+bool isLaterPiece(const WireEvent& event, SteadyTime time)
 {
     const bool isPiece =
         event.kind == WireEvent::Kind::Message || event.kind == WireEvent::Kind::Stray;
-    return isPiece && !event.piece.isSent && event.time.steady > time;
+    return isPiece && event.time.steady > time;
 }
 
 bool isMessage(const WireEvent& event, bool isSent)
@@ -53,6 +56,8 @@ struct WirePlayer::Body {
     struct Item {
         WireEvent event;
         bool isMet = false; // the client has sent it
+
+        size_t bytes() const { return sizeof(Item) + event.piece.bytes.size(); }
     };
 
     std::string path;
@@ -62,6 +67,8 @@ struct WirePlayer::Body {
 
     std::unique_ptr<WireEvents> events;
     std::deque<Item> ahead;
+    size_t aheadBytes = 0;
+    SteadyTime aheadTo; // the latest time that was read
     std::unique_ptr<WireSplitter> heard;
     std::map<uint32_t, std::string> answers; // the last of each id
     Clock::time_point anchor, stalled;       // now, and when it began to wait for the client
@@ -79,6 +86,8 @@ struct WirePlayer::Body {
     void takeCommand(const WirePiece& piece);
     bool send(const std::string& bytes);
     void fill();
+    bool seesFar() const;
+    std::deque<Item>::iterator nearEnd();
     void takeAhead(WireEvent event);
     bool step();
     bool stepSent(const Item& item);
@@ -112,6 +121,8 @@ void WirePlayer::Body::begin()
 {
     events = std::make_unique<WireEvents>(WireReader(path));
     ahead.clear();
+    aheadBytes = 0;
+    aheadTo = SteadyTime::min();
     answers.clear();
     books = {};
     isStalled = isCut = hasLeft = isBehindGap = false;
@@ -151,15 +162,15 @@ bool WirePlayer::Body::hear()
 void WirePlayer::Body::takeCommand(const WirePiece& piece)
 {
     const auto find = [&](bool isSame) {
-        return std::find_if(ahead.begin(), ahead.end(), [&](const Item& item) {
+        return std::find_if(ahead.begin(), nearEnd(), [&](const Item& item) {
             const WirePiece& recorded = item.event.piece;
             return isMessage(item.event, true) && !item.isMet && recorded.id() == piece.id() &&
                    (!isSame || recorded.payload() == piece.payload());
         });
     };
     auto found = find(true);
-    if (found == ahead.end()) found = find(false);
-    if (found != ahead.end()) {
+    if (found == nearEnd()) found = find(false);
+    if (found != nearEnd()) {
         found->isMet = true;
         ++books.taken;
         return;
@@ -190,9 +201,23 @@ bool WirePlayer::Body::send(const std::string& bytes)
     return !hasLeft;
 }
 
+// What the client sent may stand far behind what came of it: the thread that notes it may have to
+// wait for its turn.
+bool WirePlayer::Body::seesFar() const
+{
+    if (ahead.size() < kAhead) return false;
+    return aheadBytes >= kMostOrdered ||
+           secondsBetween(ahead.front().event.time.steady, aheadTo) > kOrdered;
+}
+
+std::deque<WirePlayer::Body::Item>::iterator WirePlayer::Body::nearEnd()
+{
+    return ahead.begin() + static_cast<std::ptrdiff_t>(std::min(ahead.size(), kAhead));
+}
+
 void WirePlayer::Body::fill()
 {
-    while (ahead.size() < kAhead) {
+    while (!seesFar()) {
         std::optional<WireEvent> event = events->next();
         if (!event) return;
         takeAhead(std::move(*event));
@@ -205,6 +230,7 @@ void WirePlayer::Body::takeAhead(WireEvent event)
     using Kind = WireEvent::Kind;
     if (event.kind == Kind::Gap) {
         while (!ahead.empty() && ahead.back().event.kind == Kind::Stray) {
+            aheadBytes -= ahead.back().bytes();
             ahead.pop_back();
         }
         isBehindGap = true;
@@ -217,10 +243,11 @@ void WirePlayer::Body::takeAhead(WireEvent event)
     // What the camera did upon a message may have been noted before that, but is later.
     auto place = ahead.end();
     while (isMessage(event, true) && place != ahead.begin() &&
-           isLaterReceived(std::prev(place)->event, event.time.steady)) {
+           isLaterPiece(std::prev(place)->event, event.time.steady)) {
         --place;
     }
-    ahead.insert(place, {std::move(event)});
+    aheadTo = std::max(aheadTo, event.time.steady);
+    aheadBytes += ahead.insert(place, {std::move(event)})->bytes();
 }
 
 void WirePlayer::Body::setAnchor(SteadyTime recorded)
@@ -244,7 +271,7 @@ bool WirePlayer::Body::stepSent(const Item& item)
         return true;
     }
     const bool wasLeftOut =
-        std::any_of(ahead.begin(), ahead.end(), [](const Item& other) { return other.isMet; });
+        std::any_of(ahead.begin(), nearEnd(), [](const Item& other) { return other.isMet; });
     if (!wasLeftOut) {
         isStalled = false;
         return false;
@@ -289,6 +316,7 @@ bool WirePlayer::Body::step()
     }
     if (!isDone) return false;
     isStalled = false;
+    aheadBytes -= item.bytes();
     ahead.pop_front();
     return true;
 }

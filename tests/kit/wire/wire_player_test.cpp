@@ -215,3 +215,30 @@ TEST(WirePlayer, SendsWhatCameOfAMessageBehindIt)
     EXPECT_EQ(played.link().Read().Id, 0x66u);
     EXPECT_EQ(played.finish().taken, 1u);
 }
+
+// The thread that notes it may have to wait for its turn, while frames come.
+TEST(WirePlayer, SendsWhatCameOfAMessageThatWasNotedLongAfterIt)
+{
+    constexpr int packets = 3000;
+    const std::string packet = wireMessage(0x66, std::string(40, 'p')),
+                      property = wireMessage(0x30, std::string(8, '\0')),
+                      command = wireMessage(0x36, std::string(12, '\0'));
+    std::string records = wireRecord(2, 10, wireMessage(0x60, low(500, 4)));
+    for (int i = 0; i < packets; ++i) {
+        records += wireRecord(2, 1'000'000 + 100'000 * i, packet);
+    }
+    // Two threads of the client, of which the first one was the last to be noted.
+    records += wireRecord(3, 500'000, property) + wireRecord(3, 20, command);
+    Played played(wireHead() + wireBlock(0, 0, 0, records, packets + 3) + wireEnd(1));
+    EXPECT_EQ(played.link().Read().Id, 0x60u);
+    EXPECT_TRUE(played.link().Silent(200)) << "was not asked for";
+    played.link().SendBytes(tBytes(command.begin(), command.end()));
+    EXPECT_TRUE(played.link().Silent(200)) << "came of both";
+    played.link().SendBytes(tBytes(property.begin(), property.end()));
+    for (int i = 0; i < packets; ++i) {
+        ASSERT_EQ(played.link().Read().Id, 0x66u) << i;
+    }
+    const vxcam::PlayBooks books = played.finish();
+    EXPECT_EQ(books.taken, 2u);
+    EXPECT_EQ(books.skipped + books.unexpected, 0u);
+}
