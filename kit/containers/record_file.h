@@ -57,8 +57,9 @@ struct RecordKind {
     // The pixels as the file has them, in the memory of `spare`; nothing: as they lie in memory.
     // Runs on several threads.
     FileBytes (*encode)(const RecordedFrame& frame, const RecordOptions& options, FileBytes spare);
-    int mostBits; // of a pixel
-    bool isMany;  // the name is a pattern, for a file for each frame
+    int mostBits;       // of a pixel
+    bool isMany;        // the name is a pattern, for a file for each frame
+    const char* beside; // what the name of another file has behind this one's; empty: none
 };
 
 inline constexpr size_t kRecordDrafts = 4; // frames that are encoded before their turn, at most

@@ -12,8 +12,10 @@ namespace vxcam {
 
 void checkRecord(const std::string& path, const RecordOptions& options)
 {
-    recordKindOf(path, options);
-    checkNewFile(fileName(path, 1, options.split == 0 ? 1 : 0), options.force);
+    const RecordKind& kind = recordKindOf(path, options);
+    const std::string name = fileName(path, 1, options.split == 0 ? 1 : 0);
+    checkNewFile(name, options.force);
+    if (*kind.beside != '\0') checkNewFile(name + kind.beside, options.force);
 }
 
 uint64_t recordRoom(const std::string& path)

@@ -209,6 +209,25 @@ TEST_F(Record, SaysBeforeTheExposureThatTheDiskIsTooSmall)
     EXPECT_TRUE(mFolder.Names().empty());
 }
 
+TEST_F(Record, LooksBeforeItOpensTheCameraWhetherAllItsFilesCanBeMade)
+{
+    const std::string nobody = "127.0.0.1:9", longest(250, 'x');
+    const auto errors = [&](const std::string& file) {
+        tcRun run({"record", nobody, "-n", "1", "-o", file}, In(mFolder));
+        EXPECT_EQ(run.Exit(), 5) << file;
+        return run.Errors();
+    };
+    for (const std::string name : {"a.raw.jsonl", "a.tif.jsonl", "a.ser.jsonl", "a.fits.frames"}) {
+        std::ofstream(mFolder.Path(name)) << "kept";
+        EXPECT_THAT(errors(name.substr(0, name.rfind('.'))),
+                    HasSubstr(name + ": exists already (--force replaces it)"));
+        EXPECT_EQ(FileText(mFolder.Path(name)), "kept");
+    }
+    EXPECT_THAT(errors(longest + ".raw"), HasSubstr(".raw.jsonl: File name too long"));
+    EXPECT_THAT(errors(longest + "x.fits"), HasSubstr(".fits: File name too long"));
+    EXPECT_EQ(mFolder.Names().size(), 4u);
+}
+
 TEST_F(Record, SaysBeforeTheExposureThatSerTakesNoPixelsOf32Bits)
 {
     const std::string target = Start();
