@@ -47,4 +47,11 @@ FileBytes makeFits(const Frame& frame, const HeaderOptions& options,
     return file;
 }
 
+std::vector<std::string> fitsWarnings(const HeaderCard& card)
+{
+    std::vector<std::string> warnings;
+    fitsCards(card, &warnings);
+    return warnings;
+}
+
 } // namespace vxcam

@@ -96,6 +96,19 @@ TEST_F(Record, WritesACubeThatOthersVerify)
     EXPECT_STREQ(observer, "Anna");
 }
 
+TEST_F(Record, TellsWhichWordsOfTheHeaderItWritesOtherwise)
+{
+    const std::string target = Start();
+    tcRun run({"record", target, "-e", "1ms", "-n", "1", "-o", "a.raw", "--header",
+               "OBSERVER=J\u00fcrgen", "--header", "OBJECT=M31"},
+              In(mFolder));
+    EXPECT_EQ(run.Exit(), 0);
+    EXPECT_THAT(run.Errors(), HasSubstr("a.raw: OBSERVER: 'J\u00fcrgen' is written as 'Juergen'"));
+    EXPECT_THAT(run.Errors(), Not(HasSubstr("OBJECT")));
+    EXPECT_THAT(run.Errors(), Not(HasSubstr("INSTRUME")));
+    EXPECT_THAT(FileText(mFolder.Path("a.raw.jsonl")), HasSubstr("\"OBSERVER\":\"Juergen\""));
+}
+
 TEST_F(Record, EndsWithTheTimeAsked)
 {
     const std::string target = Start();

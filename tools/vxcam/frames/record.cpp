@@ -10,6 +10,7 @@
 #include "tcProgress.h"
 
 #include <vxcamkit/camera.h>
+#include <vxcamkit/fits.h>
 #include <vxcamkit/recorder.h>
 
 #include <nlohmann/json.hpp>
@@ -45,6 +46,7 @@ public:
 
 private:
     void CheckArguments();
+    void WarnOfHeader() const;
     uint64_t FrameBytes(const vxcam::Size& sensor) const; // at most
     void DivideBuffer(uint64_t frameBytes);
     void RequireBits() const;
@@ -110,6 +112,18 @@ void tcRecord::CheckArguments()
     mtOptions.header = mHeaderOptions.Header();
     TargetOf(mtCommon);
     vxcam::checkRecord(msOutput, mtOptions);
+}
+
+// What the header cannot say as it was given; of the camera's name, when it is known.
+void tcRecord::WarnOfHeader() const
+{
+    std::vector<vxcam::HeaderCard> cards = mtOptions.header.cards;
+    cards.push_back({"INSTRUME", mtOptions.header.instrument, ""});
+    for (const vxcam::HeaderCard& card : cards) {
+        for (const std::string& warning : vxcam::fitsWarnings(card)) {
+            PrintWarning(msOutput + ": " + warning);
+        }
+    }
 }
 
 // Of the plan, whose kind is known by now.
@@ -306,6 +320,7 @@ void tcRecord::Run()
     DivideBuffer(frameBytes);
     RequireRoom(frameBytes);
     mtOptions.header.instrument = mHeaderOptions.InstrumentOf(camera);
+    WarnOfHeader();
     tcProgress progress(!mtCommon.quiet);
     Record(camera, progress);
     camera.close();
