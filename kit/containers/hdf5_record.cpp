@@ -51,15 +51,15 @@ public:
     void flush() override;
     void close(const RecordEnd& end) override;
     uint64_t frames() const override { return flushed_; }
-    uint64_t bytes() const override { return bytes_; }
+    uint64_t bytes() const override;
     uint64_t closingBytes() const override { return kClosing; }
 
 private:
     int64_t require(int64_t result) const { return requireHdf5(result, path_); }
     void create();
     void mark();
-    size_t addPixels(const RecordedFrame& frame); // how many bytes they take
-    size_t writePixels(const RecordedFrame& frame, haddr_t end);
+    void addPixels(const RecordedFrame& frame);
+    void writePixels(const RecordedFrame& frame, haddr_t end);
     haddr_t endOfFile() const;
     haddr_t placeOfLast(haddr_t end, size_t count) const;
     void makeGroups(Hdf5Maker& maker, const Frame& first, const RecordOptions& options);
@@ -78,7 +78,8 @@ private:
     std::vector<Hdf5Column> columns_; // as recordColumns()
     Hdf5Column missingFrame_, missingRow_;
     Hdf5Column eventTime_, eventKind_, eventCode_, eventSubCode_, eventText_;
-    uint64_t added_ = 0, flushed_ = 0, bytes_ = 0;
+    uint64_t added_ = 0, flushed_ = 0;
+    uint64_t bytes_ = 0; // when it was closed
 };
 
 Hdf5Record::Hdf5Record(const std::string& path, const RecordOptions& options, const Frame& first)
@@ -208,6 +209,13 @@ haddr_t Hdf5Record::endOfFile() const
     return end;
 }
 
+uint64_t Hdf5Record::bytes() const
+{
+    haddr_t end = bytes_;
+    if (file_ >= 0) H5Fget_eoa(file_, &end);
+    return end;
+}
+
 // Of the frame that was added last, before which the file ended there; undefined when that cannot
 // be told. All that the library places, it places at the end of the file, and so, when the file has
 // grown by the frame alone, the frame. Whatever else came with it, the library is asked, which
@@ -227,14 +235,14 @@ haddr_t Hdf5Record::placeOfLast(haddr_t end, size_t count) const
 }
 
 // What cannot be written is no frame of the dataset.
-size_t Hdf5Record::addPixels(const RecordedFrame& frame)
+void Hdf5Record::addPixels(const RecordedFrame& frame)
 {
     const hsize_t before[] = {added_, rows_, frameColumns_};
     const hsize_t size[] = {added_ + 1, rows_, frameColumns_};
     const haddr_t end = endOfFile();
     try {
         require(H5Dset_extent(pixels_, size));
-        return writePixels(frame, end);
+        writePixels(frame, end);
     } catch (const Error&) {
         H5Dset_extent(pixels_, before);
         throw;
@@ -243,13 +251,13 @@ size_t Hdf5Record::addPixels(const RecordedFrame& frame)
 
 // As they are, they go to their place past the library, which would take them through the system's
 // memory.
-size_t Hdf5Record::writePixels(const RecordedFrame& frame, haddr_t end)
+void Hdf5Record::writePixels(const RecordedFrame& frame, haddr_t end)
 {
     const hsize_t offset[] = {added_, 0, 0};
     if (frame.encoded.size() > 0) {
         require(H5Dwrite_chunk(pixels_, H5P_DEFAULT, 0, offset, frame.encoded.size(),
                                frame.encoded.data()));
-        return frame.encoded.size();
+        return;
     }
     const size_t count = frame.frame.bytes();
     const haddr_t place = placeOfLast(end, count);
@@ -258,12 +266,11 @@ size_t Hdf5Record::writePixels(const RecordedFrame& frame, haddr_t end)
     } else {
         require(H5Dwrite_chunk(pixels_, H5P_DEFAULT, 0, offset, count, frame.frame.data()));
     }
-    return count;
 }
 
 void Hdf5Record::add(const RecordedFrame& frame)
 {
-    const size_t count = addPixels(frame);
+    addPixels(frame);
     for (size_t i = 0; i < columns_.size(); ++i) {
         std::visit(
             [&](auto valueOf) {
@@ -279,7 +286,6 @@ void Hdf5Record::add(const RecordedFrame& frame)
         missingRow_.add(&number);
     }
     ++added_;
-    bytes_ += count;
 }
 
 void Hdf5Record::note(const Event& event)
@@ -338,10 +344,13 @@ void Hdf5Record::close(const RecordEnd& end)
         *one = Hdf5Column();
     }
     pixels_ = Hdf5Id();
+    bytes_ = bytes();
     require(file_.reset());
     const int descriptor = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) return;
     ::fdatasync(descriptor);
+    struct stat closed {};
+    if (::fstat(descriptor, &closed) == 0) bytes_ = static_cast<uint64_t>(closed.st_size);
     ::close(descriptor);
 }
 

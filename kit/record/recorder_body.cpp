@@ -173,7 +173,6 @@ void Recorder::Body::begin(const RecordedFrame& first)
                                           std::to_string(kind.mostBits) + " bits at most");
     }
     if (!shape) shape = facts;
-    std::string name;
     {
         std::lock_guard<std::mutex> guard(lock);
         const int number = static_cast<int>(books.files.size()) + 1;
@@ -184,7 +183,7 @@ void Recorder::Body::begin(const RecordedFrame& first)
     lastFlush = Clock::now();
     added = 0;
     std::lock_guard<std::mutex> guard(lock);
-    books.files.push_back({name, 0, 0});
+    if (!kind.isMany) books.files.push_back({name, 0, 0});
 }
 
 // Looks at the disk before it is too full for what ends the file.
@@ -199,11 +198,8 @@ void Recorder::Body::requireRoom(const RecordedFrame& frame)
     if (isNear || now >= lastLook + kBetweenLooks) {
         lastLook = now;
         sizeAtLook = size;
-        std::unique_lock<std::mutex> guard(lock);
-        const std::string name = books.files.back().path;
-        guard.unlock();
         room = diskRoom(name, size);
-        guard.lock();
+        std::lock_guard<std::mutex> guard(lock);
         books.diskLeft = room - std::min(room, kept);
     }
     if (room != kRoomUnknown && room < kept + (file->bytes() - sizeAtLook) + wanted) {
@@ -225,17 +221,27 @@ void Recorder::Body::add(RecordedFrame frame)
         throw Error(ErrorKind::Usage, path + ": a frame of another size does not belong to it");
     }
     requireRoom(frame);
+    const uint64_t before = file->bytes();
     file->add(frame);
     ++added;
     isFlushed = false;
-    count(facts, frame.frame.bytes());
+    if (kind.isMany) beginBooksOf(frame);
+    count(facts, frame.frame.bytes(), kind.isMany ? file->bytes() - before : file->bytes());
     std::lock_guard<std::mutex> guard(lock);
     if (frame.encoded.size() > 0) spares.push_back(std::move(frame.encoded));
     if (books.held > 0) --books.held;
     changed.notify_all();
 }
 
-void Recorder::Body::count(const FrameFacts& facts, uint64_t bytes)
+// Of the file that a frame has for itself.
+void Recorder::Body::beginBooksOf(const RecordedFrame& frame)
+{
+    const std::string own = fileName(path, static_cast<int>(frame.index) + 1, 1);
+    std::lock_guard<std::mutex> guard(lock);
+    books.files.push_back({own, 0, 0});
+}
+
+void Recorder::Body::count(const FrameFacts& facts, uint64_t bytes, uint64_t fileBytes)
 {
     std::lock_guard<std::mutex> guard(lock);
     ++books.frames;
@@ -243,7 +249,7 @@ void Recorder::Body::count(const FrameFacts& facts, uint64_t bytes)
     books.pixelBytes += bytes;
     books.dropped = std::max(books.dropped, facts.dropped);
     ++books.files.back().frames;
-    books.files.back().bytes = file->bytes();
+    books.files.back().bytes = fileBytes;
 }
 
 void Recorder::Body::flush()
@@ -272,6 +278,10 @@ void Recorder::Body::end(const RecordEnd& how)
     file.reset();
     isFlushed = true;
     std::lock_guard<std::mutex> guard(lock);
+    if (kind.isMany) {
+        books.flushed = books.frames;
+        return;
+    }
     RecordedFile& last = books.files.back();
     books.frames -= last.frames - frames;
     books.flushed = books.frames;

@@ -42,7 +42,8 @@ struct Recorder::Body {
     void flush();
     void end(const RecordEnd& how);
     void endAll();
-    void count(const FrameFacts& facts, uint64_t bytes);
+    void beginBooksOf(const RecordedFrame& frame);
+    void count(const FrameFacts& facts, uint64_t bytes, uint64_t fileBytes);
     void fail();
     void join();
 
@@ -52,6 +53,7 @@ struct Recorder::Body {
 
     // Of the writer.
     std::unique_ptr<RecordFile> file;
+    std::string name;                // of it
     std::optional<FrameFacts> shape; // of all frames
     bool isFlushed = true;
     Clock::time_point lastFlush, lastLook;

@@ -102,6 +102,46 @@ TEST(Recorder, BeginsAnotherFileWhenOneIsLargeEnough)
     EXPECT_EQ(books.files[1].path, folder.path("a-0002.raw"));
 }
 
+TEST(Recorder, TellsOfEachFileThatAFrameHasForItself)
+{
+    const Folder folder;
+    Recorder recorder(folder.path("a-%03d.fits"));
+    for (int i = 1; i <= 3; ++i) {
+        ASSERT_TRUE(recorder.write(numbered<uint16_t>(i, 12, 20)));
+    }
+    recorder.finish();
+    const RecordBooks books = recorder.books();
+    ASSERT_EQ(books.files.size(), 3u);
+    for (size_t i = 0; i < books.files.size(); ++i) {
+        EXPECT_EQ(books.files[i].path, folder.path("a-00" + std::to_string(i + 1) + ".fits"));
+        EXPECT_EQ(books.files[i].frames, 1u);
+        EXPECT_EQ(books.files[i].bytes, std::filesystem::file_size(books.files[i].path));
+    }
+    EXPECT_EQ(books.frames, 3u);
+    EXPECT_EQ(books.flushed, 3u);
+}
+
+TEST(Recorder, TellsHowLargeHdf5FilesAre)
+{
+    for (const Compression compression : {Compression::None, Compression::Gzip}) {
+        const Folder folder;
+        RecordOptions options;
+        options.compression = compression;
+        options.split = 300'000;
+        Recorder recorder(folder.path("a.h5"), options);
+        for (int i = 1; i <= 60; ++i) {
+            ASSERT_TRUE(recorder.write(numbered<uint16_t>(i, 100, 100)));
+        }
+        recorder.finish();
+        const RecordBooks books = recorder.books();
+        EXPECT_EQ(books.files.size() > 1, compression == Compression::None);
+        for (const RecordedFile& file : books.files) {
+            EXPECT_EQ(file.bytes, std::filesystem::file_size(file.path));
+            EXPECT_LT(file.bytes, options.split + 100'000) << "a frame, and what ends the file";
+        }
+    }
+}
+
 TEST(Recorder, TellsWhatIsMissingAndWhatTheCameraTold)
 {
     const Folder folder;

@@ -36,6 +36,7 @@ constexpr tpMilliseconds gnPoll(50);
 constexpr uint64_t gnUsualBuffer = uint64_t{256} << 20U;
 constexpr uint64_t gnFewestBuffers = 4, gnMostBuffers = 1000; // of a frame each
 constexpr double gnMega = 1e6;
+constexpr size_t gnMostPrinted = 20; // files
 
 class tcRecord : public tcVerb
 {
@@ -210,6 +211,7 @@ void tcRecord::TakeRest(vxcam::Stream& stream, vxcam::Recorder& recorder)
 void tcRecord::Show(const vxcam::Stream& stream, const vxcam::Recorder& recorder,
                     tcProgress& progress)
 {
+    if (!progress.IsDue()) return;
     const vxcam::RecordBooks books = recorder.books();
     const vxcam::StreamBooks readout = stream.books();
     const double seconds = std::chrono::duration<double>(tpClock::now() - mStart).count();
@@ -250,9 +252,15 @@ void tcRecord::Describe(const vxcam::Camera& camera, const vxcam::RecordBooks& b
 
 void tcRecord::Print(const vxcam::RecordBooks& books) const
 {
-    for (const vxcam::RecordedFile& file : books.files) {
+    const size_t printed = std::min(books.files.size(), gnMostPrinted);
+    for (size_t i = 0; i < printed; ++i) {
+        const vxcam::RecordedFile& file = books.files[i];
         PrintLine(file.path + ": " + std::to_string(file.frames) + " frames, " +
                   BytesText(file.bytes));
+    }
+    if (printed < books.files.size()) {
+        PrintLine("and " + std::to_string(books.files.size() - printed) + " files more, up to " +
+                  books.files.back().path);
     }
     const double seconds = std::chrono::duration<double>(mEnd - mStart).count();
     char text[128];

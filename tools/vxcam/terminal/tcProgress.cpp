@@ -47,11 +47,15 @@ std::string ProgressLine(const std::string& label, double fraction, const std::s
 
 tcProgress::tcProgress(bool wanted) : mbDrawn(wanted && TerminalTakesEscapes()) {}
 
+bool tcProgress::IsDue() const
+{
+    return mbDrawn && (!mbShown || std::chrono::steady_clock::now() - mLast >= gnBetween);
+}
+
 void tcProgress::Show(const std::string& label, double fraction, const std::string& text)
 {
-    const auto now = std::chrono::steady_clock::now();
-    if (!mbDrawn || (mbShown && now - mLast < gnBetween)) return;
-    mLast = now;
+    if (!IsDue()) return;
+    mLast = std::chrono::steady_clock::now();
     mbShown = true;
     // One column stays free: a cursor behind the last one would break the line on some terminals.
     const std::string line = ProgressLine(label, fraction, text, TerminalWidth() - 1);

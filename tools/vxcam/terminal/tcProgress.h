@@ -27,6 +27,7 @@ public:
 
     // fraction: 0 to 1. At most 20 times a second, calls between are dropped.
     void Show(const std::string& label, double fraction, const std::string& text);
+    bool IsDue() const; // whether Show() would draw something now
     void Clear();
 
 private:
