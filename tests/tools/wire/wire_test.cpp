@@ -1,8 +1,11 @@
 // Recordings of the wire, made and read by the program.
+#include "shell.h"
 #include "tool_support.h"
 #include "wire_support.h"
 
 #include <gmock/gmock.h>
+
+#include <unistd.h>
 
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -62,6 +65,23 @@ TEST_F(Decoding, PrintsALineForEachThing)
                               gsDay + "21.000001Z < user-defined 0xc1 #10 2 bytes 017f\n" + gsDay +
                               "22.000000Z = connection lost\n");
     EXPECT_EQ(msErrors, "");
+}
+
+// As "| head" does, or a pager that is left.
+TEST_F(Decoding, EndsQuietlyWhenNobodyReadsAnyMore)
+{
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::close(ends[0]);
+    for (const char* const options : {"", "--json"}) {
+        int status = -1;
+        EXPECT_EQ(::Output(VXCAM_PROGRAM " decode " + msFile + " " + options + " 2>&1 >&" +
+                               std::to_string(ends[1]),
+                           &status),
+                  "");
+        EXPECT_EQ(status, 0);
+    }
+    ::close(ends[1]);
 }
 
 TEST_F(Decoding, PrintsAnObjectForEachThing)

@@ -28,4 +28,11 @@ private:
     int mnCode;
 };
 
+// Whoever read standard output has gone, as a pager that was left.
+class tcOutputClosed : public tcFailure
+{
+public:
+    using tcFailure::tcFailure;
+};
+
 #endif

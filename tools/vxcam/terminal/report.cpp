@@ -59,7 +59,10 @@ std::string Dumped(const nlohmann::ordered_json& document, int indent)
 
 [[noreturn]] void ThrowOutputFailure()
 {
-    throw tcFailure(eExitFile, std::string("standard output: ") + std::strerror(errno));
+    const int error = errno;
+    const std::string text = std::string("standard output: ") + std::strerror(error);
+    if (error == EPIPE) throw tcOutputClosed(eExitFile, text);
+    throw tcFailure(eExitFile, text);
 }
 
 } // namespace

@@ -280,12 +280,16 @@ void tcDecode::Run()
     if (!msFrom.empty()) mFrom = ParseDuration(msFrom);
     if (!msTo.empty()) mTo = ParseDuration(msTo);
     vxcam::WireEvents events{vxcam::WireReader(msFile)};
-    while (const std::optional<WireEvent> event = events.next()) {
-        ThrowIfInterrupted();
-        if (!mBegin) mBegin = event->time.steady;
-        if (IsChosen(*event, names, without)) Print(*event);
+    try {
+        while (const std::optional<WireEvent> event = events.next()) {
+            ThrowIfInterrupted();
+            if (!mBegin) mBegin = event->time.steady;
+            if (IsChosen(*event, names, without)) Print(*event);
+        }
+        End(events.reader().condition());
+    } catch (const tcOutputClosed&) {
+        // Whoever reads has seen enough.
     }
-    End(events.reader().condition());
 }
 
 } // namespace
