@@ -120,6 +120,13 @@ TEST_F(Record, EndsWithTheTimeAsked)
                 HasSubstr("\"complete"));
 }
 
+TEST_F(Record, ForNoTimeAtAllIsRefused)
+{
+    tcRun run({"record", "127.0.0.1:9", "--for", "0", "-o", "a.h5"}, In(mFolder));
+    EXPECT_EQ(run.Exit(), 1);
+    EXPECT_THAT(run.Errors(), HasSubstr("--for 0"));
+}
+
 TEST_F(Record, WithoutAFrameInTheTimeAskedIsAFailure)
 {
     const std::string target = Start();

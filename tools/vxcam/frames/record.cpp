@@ -105,6 +105,7 @@ void tcRecord::CheckArguments()
     mtPlan.frames = mnFrames > gnMostOfReadout ? 0 : mnFrames;
     if (msWhenFull == "drop") mtPlan.whenFull = vxcam::WhenFull::DropNewest;
     if (!msFor.empty()) mFor = ParseDuration(msFor);
+    if (mFor && mFor->count() <= 0) throw tcFailure(eExitUsage, "--for 0: longer than that");
     if (!msSplit.empty()) mtOptions.split = ParseBytes(msSplit);
     if (!msBuffer.empty()) ParseBytes(msBuffer);
     if (msCompress == "gzip") mtOptions.compression = vxcam::Compression::Gzip;
