@@ -134,13 +134,16 @@ private:
 
     SequenceKeys stepKeys(SequenceStep* step, int depth)
     {
-        const auto frames = [this, step](FrameType type, const char* name) {
-            return [=](const YAML::Node& value) { readFrames(value, type, name, step); };
+        const auto frames = [this, step](FrameType type, const char* key, const char* name) {
+            return [=](const YAML::Node& value) {
+                step->name = name;
+                readFrames(value, type, key, step);
+            };
         };
-        return {{"lights", frames(FrameType::Light, "light")},
-                {"darks", frames(FrameType::Dark, "dark")},
-                {"bias", frames(FrameType::Bias, "bias")},
-                {"flats", frames(FrameType::Flat, "flat")},
+        return {{"lights", frames(FrameType::Light, "lights", "light")},
+                {"darks", frames(FrameType::Dark, "darks", "dark")},
+                {"bias", frames(FrameType::Bias, "bias", "bias")},
+                {"flats", frames(FrameType::Flat, "flats", "flat")},
                 {"temperature", [=](const YAML::Node& value) { readCooling(value, step); }},
                 {"warm-up", [=](const YAML::Node& value) { readWarmUp(value, step); }},
                 {"set",
@@ -161,10 +164,9 @@ private:
                 {"repeat", [=](const YAML::Node& value) { readRepeat(value, step, depth); }}};
     }
 
-    void readFrames(const YAML::Node& node, FrameType type, const char* name, SequenceStep* step)
+    void readFrames(const YAML::Node& node, FrameType type, const char* key, SequenceStep* step)
     {
         step->kind = SequenceStep::Kind::Frames;
-        step->name = name;
         Plan& plan = step->plan;
         plan.kind = ReadoutKind::Area;
         plan.type = type;
@@ -186,7 +188,7 @@ private:
             {"set", [&](const YAML::Node& value) { readSettings(value, step); }},
             {"dither", [&](const YAML::Node& value) { readDither(value, step); }}};
         if (type == FrameType::Flat) addLevel(&keys, step);
-        readMap(node, name, keys, {"count"}, &faults_);
+        readMap(node, key, keys, {"count"}, &faults_);
         if (!node.IsMap()) return;
         const bool isBinned = plan.kind == ReadoutKind::Binned;
         if (isBinned && plan.area) refuse("area and binning exclude each other");

@@ -132,7 +132,7 @@ steps:
               "night.yaml:2: plan: unknown key 'colour'; there are folder, header, link, retries, "
               "sensor, steps, target; "
               "night.yaml:5: count: 'many' is no whole number; "
-              "night.yaml:6: light: unknown key 'expsure'; there are area, binning, bits, count, "
+              "night.yaml:6: lights: unknown key 'expsure'; there are area, binning, bits, count, "
               "dither, exposure, gain, name, set, timeout; "
               "night.yaml:5: lights: 'exposure' is missing; "
               "night.yaml:7: wait: time 'soon': write a number with ms, s, min or h, like 500ms; "
@@ -149,9 +149,9 @@ TEST_F(SequenceReader, TellsOfFramesThatAreNoMapAndOfAllOtherMistakes)
   - bias: ~
   - wait: soon
 )"),
-              "night.yaml:2: light: write 'KEY: VALUE' lines here; "
-              "night.yaml:3: dark: write 'KEY: VALUE' lines here; "
-              "night.yaml:4: flat: write 'KEY: VALUE' lines here; "
+              "night.yaml:2: lights: write 'KEY: VALUE' lines here; "
+              "night.yaml:3: darks: write 'KEY: VALUE' lines here; "
+              "night.yaml:4: flats: write 'KEY: VALUE' lines here; "
               "night.yaml:5: bias: write 'KEY: VALUE' lines here; "
               "night.yaml:6: wait: time 'soon': write a number with ms, s, min or h, like 500ms");
 }
