@@ -1,7 +1,7 @@
 #include "server_program.h"
 
 #include "alpaca/discovery_answer.h"
-#include "http/certificate.h"
+#include "http/tls_keys.h"
 #include "server_options.h"
 #include "service.h"
 
@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <poll.h>
 #include <spawn.h>
@@ -107,8 +108,9 @@ void finish(const Cameras& cameras, const Signals& signals)
 
 void serve(ServerOptions options, const Signals& signals)
 {
-    Certificate certificate(options.certificate, options.key);
-    options.web.certificate = certificate.path();
+    std::optional<TlsKeys> keys;
+    if (!options.certificate.empty()) keys.emplace(options.certificate, options.key);
+    options.web.keys = keys ? &*keys : nullptr;
     Cameras cameras;
     for (const Target& target : options.targets) {
         cameras.push_back(std::make_unique<SharedCamera>(static_cast<int>(cameras.size()), target,
@@ -120,7 +122,7 @@ void serve(ServerOptions options, const Signals& signals)
     facts.plans = plans ? &*plans : nullptr;
     facts.version = "vxcamd " VXCAM_VERSION;
     facts.token = options.token;
-    facts.isSecret = !options.certificate.empty();
+    facts.isSecret = keys.has_value();
     if (options.hasAlpaca) facts.alpaca = options.alpaca;
     facts.isAlpacaOpen = options.isAlpacaOpen;
     Service service(cameras, facts);
@@ -167,6 +169,9 @@ int runServer(std::vector<std::string> arguments)
     } catch (const Error& error) {
         std::fprintf(stderr, "vxcamd: %s\n", error.what());
         return error.row().exitCode;
+    } catch (const std::exception& failure) { // no thread, or no memory
+        std::fprintf(stderr, "vxcamd: %s\n", failure.what());
+        return rowOf(ErrorKind::File).exitCode;
     }
 }
 

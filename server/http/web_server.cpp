@@ -2,6 +2,8 @@
 
 #include "http/caller.h"
 #include "http/crew.h"
+#include "http/message_writer.h"
+#include "http/tls_front.h"
 
 #include <vxcamkit/error.h>
 
@@ -91,47 +93,6 @@ std::string troubleAt(const WebOptions& options, const char* otherwise)
     return why;
 }
 
-class MessageWriter : public SocketWriter
-{
-public:
-    explicit MessageWriter(mg_connection* connection) : connection_(connection) {}
-
-    bool text(const std::string& message) override
-    {
-        return write(MG_WEBSOCKET_OPCODE_TEXT, message.data(), message.size());
-    }
-    bool binary(const void* data, size_t size) override
-    {
-        return write(MG_WEBSOCKET_OPCODE_BINARY, static_cast<const char*>(data), size);
-    }
-    void end() override
-    {
-        constexpr std::array<char, 2> kGoingAway{0x03, static_cast<char>(0xE9)};
-        write(MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE, kGoingAway.data(), kGoingAway.size());
-    }
-    // The web library frees a connection that is closed before somebody reads from it, under those
-    // who are about to; that it is read from is known when something came.
-    void cut() override
-    {
-        isCut_ = true;
-        if (isRead_) mg_close_connection(connection_);
-    }
-    bool isReadOn() // something came: whether more shall be read
-    {
-        isRead_ = true;
-        return !isCut_;
-    }
-
-private:
-    bool write(int opcode, const char* data, size_t size)
-    {
-        return mg_websocket_write(connection_, opcode, data, size) > 0;
-    }
-
-    mg_connection* connection_;
-    std::atomic<bool> isRead_{false}, isCut_{false};
-};
-
 struct OpenSocket {
     explicit OpenSocket(mg_connection* connection) : writer(connection) {}
 
@@ -145,6 +106,7 @@ struct WebServer::Body {
     explicit Body(WebHandlers served) : handlers(std::move(served)), crew(kMostCrew) {}
 
     int serve(mg_connection* connection);
+    bool findCaller(const mg_connection* connection, HttpRequest* request) const;
     HttpResponse answer(mg_connection* connection, HttpRequest* request);
     HttpResponse refused(const HttpRequest& request, const Refusal& refusal) const;
     bool readBody(mg_connection* connection, std::string* body) const;
@@ -156,7 +118,8 @@ struct WebServer::Body {
     Crew crew;
     std::atomic<bool> isEnding{false};
     mg_context* context = nullptr;
-    std::string address;
+    std::unique_ptr<TlsFront> front; // null: without TLS
+    std::string address;             // where the web library listens
     int port = 0;
 };
 
@@ -243,11 +206,23 @@ void WebServer::Body::send(mg_connection* connection, const HttpRequest& request
     }
 }
 
+// Behind TLS, false for whoever did not come that way.
+bool WebServer::Body::findCaller(const mg_connection* connection, HttpRequest* request) const
+{
+    if (!front) return true;
+    const auto caller = front->callerAt(mg_get_request_info(connection)->remote_port);
+    if (caller) request->remote = *caller;
+    return caller.has_value();
+}
+
 // The status, or 0 where a WebSocket shall be opened.
 int WebServer::Body::serve(mg_connection* connection)
 {
     HttpRequest request = requestOf(connection);
     try {
+        if (!findCaller(connection, &request)) {
+            throw Refusal(403, "wrong-host", "this port is the server's own; https is spoken");
+        }
         request.path = decodedPath(request.path);
     } catch (const Refusal& refusal) {
         const HttpResponse response = refused(request, refusal);
@@ -288,15 +263,27 @@ void WebServer::Body::open(mg_connection* connection)
 WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
     : body_(std::make_unique<Body>(std::move(handlers)))
 {
-    const bool isSecret = !options.certificate.empty();
-    // What it needs of OpenSSL is looked for now: a library that lacks it must not lead to plain
-    // HTTP.
-    const unsigned wanted = isSecret ? MG_FEATURES_TLS : MG_FEATURES_DEFAULT;
-    if ((mg_init_library(wanted) & wanted) != wanted) {
-        throw Error(ErrorKind::Usage, "--tls: the web library here finds no OpenSSL that fits it");
+    try {
+        start(options);
+    } catch (...) {
+        stop();
+        throw;
     }
-    const std::string listen =
-        options.address + ":" + std::to_string(options.port) + (isSecret ? "s" : "");
+}
+
+// With TLS, the web library listens where the front alone is to come in.
+void WebServer::start(const WebOptions& options)
+{
+    mg_init_library(MG_FEATURES_DEFAULT);
+    body_->address = options.address;
+    int port = options.port;
+    if (options.keys != nullptr) {
+        body_->front = std::make_unique<TlsFront>(*options.keys, options.address, options.port,
+                                                  options.connections);
+        body_->address = "127.0.0.1";
+        port = 0;
+    }
+    const std::string listen = body_->address + ":" + std::to_string(port);
     const std::string threads = std::to_string(options.connections);
     std::vector<const char*> settings{"listening_ports",
                                       listen.c_str(),
@@ -322,10 +309,6 @@ WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
                                       "yes",
                                       "decode_url", // it would cut them at a %00
                                       "no"};
-    if (isSecret) {
-        settings.insert(settings.end(), {"ssl_certificate", options.certificate.c_str(),
-                                         "ssl_protocol_version", "4"});
-    }
     settings.push_back(nullptr);
     mg_callbacks callbacks{};
     callbacks.begin_request = [](mg_connection* connection) {
@@ -360,8 +343,8 @@ WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
         body_.get());
     std::array<mg_server_port, 2> ports{};
     mg_get_server_ports(body_->context, static_cast<int>(ports.size()), ports.data());
-    body_->address = options.address;
     body_->port = ports[0].port;
+    if (body_->front) body_->front->start(body_->port);
 }
 
 WebServer::~WebServer()
@@ -371,18 +354,22 @@ WebServer::~WebServer()
 
 int WebServer::port() const
 {
-    return body_->port;
+    return body_->front ? body_->front->port() : body_->port;
 }
 
 void WebServer::stop()
 {
     body_->isEnding = true;
-    if (body_->context == nullptr) return;
-    // The web library looks whether it shall end when somebody connects, else every two seconds.
-    const Caller caller(body_->address, body_->port);
-    mg_stop(body_->context);
-    body_->context = nullptr;
-    mg_exit_library();
+    if (body_->front) body_->front->close();
+    if (body_->context != nullptr) {
+        // The web library looks whether it shall end when somebody connects, else every two
+        // seconds.
+        const Caller caller(body_->address, body_->port);
+        mg_stop(body_->context);
+        body_->context = nullptr;
+        mg_exit_library();
+    }
+    if (body_->front) body_->front->stop();
 }
 
 } // namespace vxcam

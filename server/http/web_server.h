@@ -10,11 +10,13 @@
 
 namespace vxcam {
 
+class TlsKeys;
+
 struct WebOptions {
     std::string address = "127.0.0.1";
-    int port = 8080;         // 0: any that is free
-    int connections = 1100;  // that are served at once; a thread with a small stack each
-    std::string certificate; // a PEM file with certificate and key; empty: no TLS
+    int port = 8080;               // 0: any that is free
+    int connections = 1100;        // that are served at once; a thread with a small stack each
+    const TlsKeys* keys = nullptr; // that outlive the server; null: no TLS
 };
 
 // Sends messages to a browser. Threads: one. It is there as long as its connection.
@@ -49,8 +51,8 @@ struct WebHandlers {
 
 // Serves from its construction on.
 //
-// Errors: Error{Usage} when it cannot listen there, or the certificate is none. Threads: stop() on
-//   the one that made it. Owns: its connections and their threads.
+// Errors: Error{Usage} when it cannot listen there, std::system_error without a thread. Threads:
+//   stop() on the one that made it. Owns: its connections and their threads.
 class WebServer
 {
 public:
@@ -66,6 +68,7 @@ public:
 
 private:
     struct Body;
+    void start(const WebOptions& options);
     std::unique_ptr<Body> body_;
 };
 

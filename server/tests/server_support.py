@@ -142,12 +142,15 @@ class Server(Process):
         self.port = int(self.line(r"serving .*:(\d+)/").group(1))
         self.key = None
 
+    def connection(self, timeout=PATIENCE):
+        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
+
     def ask(self, method, path, body=None, headers=None, timeout=PATIENCE):
         headers = dict(headers or {})
         if isinstance(body, (dict, list)):
             body = json.dumps(body)
             headers.setdefault("Content-Type", "application/json")
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
+        connection = self.connection(timeout)
         try:
             connection.request(method, path, body, headers)
             response = connection.getresponse()
@@ -185,12 +188,14 @@ class Server(Process):
 class WebSocket:
     """A client, as simple as the protocol allows."""
 
-    def __init__(self, port, path, headers=None, receive=None):
+    def __init__(self, port, path, headers=None, receive=None, context=None):
         self.socket = socket.socket()
         if receive:
             self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive)
         self.socket.settimeout(PATIENCE)
         self.socket.connect(("127.0.0.1", port))
+        if context:
+            self.socket = context.wrap_socket(self.socket, server_hostname="127.0.0.1")
         lines = ["GET %s HTTP/1.1" % path, "Host: 127.0.0.1:%d" % port, "Upgrade: websocket",
                  "Connection: Upgrade", "Sec-WebSocket-Version: 13",
                  "Sec-WebSocket-Key: " + base64.b64encode(os.urandom(16)).decode()]

@@ -6,7 +6,6 @@ import os
 import select
 import signal
 import socket
-import ssl
 import subprocess
 import tempfile
 import time
@@ -413,35 +412,6 @@ class Desktop(unittest.TestCase):
             with open(opened, encoding="ascii") as file:
                 self.assertEqual(file.read().strip(), address)
             os.remove(opened)
-
-
-class Secret(WithServer):
-    def test_it_speaks_tls_or_nothing(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        certificate, key = (os.path.join(folder.name, name) for name in ("cert.pem", "key.pem"))
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1",
-                        "-subj", "/CN=localhost", "-keyout", key, "-out", certificate], check=True,
-                       capture_output=True)
-        try:
-            server = self.start("--tls", certificate + "," + key)
-        except AssertionError as failure:  # never plain HTTP instead
-            self.assertIn("finds no OpenSSL that fits", str(failure))
-            result = run(SIM, "--tls", certificate + "," + key)
-            self.assertEqual((result.returncode, result.stdout), (1, ""))
-            self.skipTest("the system's web library has no TLS")
-        context = ssl.create_default_context(cafile=certificate)
-        context.check_hostname = False
-        with socket.create_connection(("127.0.0.1", server.port), PATIENCE) as plain:
-            with context.wrap_socket(plain) as connection:
-                connection.sendall(b"GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n"
-                                   b"Connection: close\r\n\r\n")
-                received = b""
-                while not received.endswith(b"ok\n"):
-                    piece = connection.recv(4096)
-                    self.assertTrue(piece, received)
-                    received += piece
-        self.assertIn(b" 200 ", received)
 
 
 if __name__ == "__main__":
