@@ -162,7 +162,15 @@ void CameraCore::roundTrip()
     require(VXGetExposureTime(handle_, &exposure), "exposure time");
 }
 
-CameraCore::Command::Command(CameraCore& core, Before before) : core_(core), guard_(core.commands_)
+std::unique_lock<std::recursive_mutex> CameraCore::takeTurn()
+{
+    ++waiting_;
+    std::unique_lock<std::recursive_mutex> turn(commands_);
+    --waiting_;
+    return turn;
+}
+
+CameraCore::Command::Command(CameraCore& core, Before before) : core_(core), guard_(core.takeTurn())
 {
     core_.requireOpen();
     if (before == Before::All) {
@@ -272,8 +280,8 @@ std::optional<SteadyTime> CameraCore::watch()
 }
 
 // What is left to do when no readout runs: every command does it first, so one that does nothing
-// else. Who makes the camera do something just now does it anyway; a readout that they start is not
-// to wait for this thread.
+// else. Who makes the camera do something just now, or is about to, does it anyway; they are not to
+// wait for this thread, and not for a first question that it asks once more.
 std::optional<SteadyTime> CameraCore::lookAfter()
 {
     {
@@ -281,7 +289,7 @@ std::optional<SteadyTime> CameraCore::lookAfter()
         if (isCleared_ && !(isRestoreDue_ && isLinkUp_)) return std::nullopt;
     }
     const std::unique_lock<std::recursive_mutex> guard(commands_, std::try_to_lock);
-    if (!guard.owns_lock()) return steady_clock::now() + kLater;
+    if (!guard.owns_lock() || waiting_ > 0) return steady_clock::now() + kLater;
     try {
         const Command command(*this);
     } catch (const Error&) { // closed meanwhile

@@ -101,6 +101,8 @@ public:
     };
 
 private:
+    std::unique_lock<std::recursive_mutex> takeTurn();
+
     struct Callbacks;
     class OpeningTap;
     // opening.cpp
@@ -170,6 +172,7 @@ private:
     std::mutex closing_;
 
     std::recursive_mutex commands_;
+    std::atomic<int> waiting_{0}; // for it, of those who command
     // With commands_.
     bool isClearing_ = false, isRestoring_ = false;
     // The last readout's connection was lost: the camera may not have noticed, and still be at it.
