@@ -21,7 +21,7 @@ const char* const gsFlatExamples =
     R"(  vxcam flat 192.168.1.20:2000                     which exposure fills half of the scale?
   vxcam flat 192.168.1.20:2000 --frames 20 -o flat-%02d.fits
   vxcam flat serial:1207 --level 30000 --longest 20s -n 5 --force
-  vxcam flat sim --sim-time-scale 10000 --json     the simulated camera, for scripts)";
+  vxcam flat sim --sim-time-scale 10000 --longest 10min --json   simulated, for scripts)";
 
 namespace {
 
