@@ -217,6 +217,7 @@ class Sequence:
                 self._take(run, camera, on_progress)
         finally:
             self._run = None
+            run.close()
         report = self.report(folder)
         assert report is not None  # it has just run
         return report

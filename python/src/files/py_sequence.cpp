@@ -140,7 +140,8 @@ private:
 class CoreRun
 {
 public:
-    explicit CoreRun(std::shared_ptr<Run> run) : run_(std::move(run)) {}
+    explicit CoreRun(std::shared_ptr<Run> run) : run_(std::make_unique<Owned<Run>>(std::move(run)))
+    {}
 
     bool isComplete() const
     {
@@ -151,7 +152,7 @@ public:
     // stopped, and waited for as far as that takes no longer than a signal may take.
     void run(const CoreCamera& camera, const python::object& listener) const
     {
-        const std::shared_ptr<Run>& run = use();
+        const std::shared_ptr<Run> run = use();
         const auto look = [&] {
             for (const SequenceProgress& progress : run->news()) {
                 if (!listener.is_none()) listener(*toPython(progress));
@@ -166,13 +167,20 @@ public:
 
     void stop(bool behindFrame) const
     {
-        use()->stop(behindFrame ? SequenceStop::BehindFrame : SequenceStop::Now);
+        if (run_) use()->stop(behindFrame ? SequenceStop::BehindFrame : SequenceStop::Now);
     }
 
-private:
-    const std::shared_ptr<Run>& use() const { return run_.use("the sequence"); }
+    // Somebody else may have the journal then, as soon as a run that goes on has ended.
+    void close() { LetGo()(run_.release()); }
 
-    Owned<Run> run_;
+private:
+    const std::shared_ptr<Run>& use() const
+    {
+        if (!run_) throw Error(ErrorKind::Usage, "the run is over");
+        return run_->use("the sequence");
+    }
+
+    std::unique_ptr<Owned<Run>> run_;
 };
 
 // A plan that was read.
@@ -245,7 +253,8 @@ void addSequences(python::module_& module)
     python::class_<CoreRun, std::unique_ptr<CoreRun, LetGo>>(module, "SequenceRun")
         .def("complete", &CoreRun::isComplete)
         .def("run", &CoreRun::run)
-        .def("stop", &CoreRun::stop);
+        .def("stop", &CoreRun::stop)
+        .def("close", &CoreRun::close);
     python::class_<CoreSequence>(module, "Sequence")
         .def(python::init<const python::object&>())
         .def("target", [](const CoreSequence& self) { return textToPython(self.plan().target); })
