@@ -15,6 +15,13 @@ constexpr auto kAfterLoss = 2 * kPromptly; // which every consumer knows by then
 class LostStreams : public Streams
 {
 protected:
+    // What the simulated camera tells goes to members of this.
+    void TearDown() override
+    {
+        camera_.reset();
+        sim_.reset();
+    }
+
     // What the simulated camera saw, beginning with each connection.
     Camera& openWatched(const std::vector<std::string>& faults = {})
     {
