@@ -73,7 +73,7 @@ def test_what_is_wrong_with_a_plan_is_told_with_its_line(plan):
 def test_a_plan_that_is_not_there_is_told(tmp_path):
     with pytest.raises(FileNotFoundError):
         vxcam.Sequence(tmp_path / "none.yaml")
-    with pytest.raises(IsADirectoryError):
+    with pytest.raises(OSError, match="no regular file"):
         vxcam.Sequence(tmp_path)
 
 
@@ -119,7 +119,7 @@ def test_what_a_camera_cannot_do_is_told_before_anything_is_done(plan, camera, t
 
 
 def test_a_run_that_is_interrupted_is_gone_on_with(plan, tmp_path):
-    sequence = vxcam.Sequence(plan())
+    sequence = vxcam.Sequence(plan(PLAN.replace("20ms", "10s")))  # 0.2 s
 
     def interrupt(progress):
         if progress.file and progress.taken == 2:
@@ -130,14 +130,14 @@ def test_a_run_that_is_interrupted_is_gone_on_with(plan, tmp_path):
             sequence.run(camera, on_progress=interrupt)
         assert wait_until(lambda: camera.grab(exposure=0.01).complete)  # which is free again
         begun = sequence.report()
-        assert not begun.complete and 2 <= begun.taken <= 3 and begun.runs == 1
+        assert not begun.complete and 2 <= begun.taken < 7 and begun.runs == 1
         with pytest.raises(FileExistsError, match="resume"):
             sequence.run(camera, resume=False)
         report = sequence.run(camera)
         assert report.complete and names(report) == FILES
         assert (report.runs, report.before) == (2, begun.taken)
         frames = camera.statistics.frames_complete
-        assert sequence.run(camera) == report
+        assert sequence.run(camera) == report._replace(before=7)
         assert camera.statistics.frames_complete == frames, "nothing is left to do"
     elsewhere = sequence.run(SMALL, folder=tmp_path / "elsewhere", resume=False)
     assert elsewhere.complete and elsewhere.journal == str(tmp_path / "elsewhere" / "night.journal")

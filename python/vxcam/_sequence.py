@@ -81,8 +81,9 @@ class SequenceFailure(NamedTuple):
 class SequenceReport(NamedTuple):
     """What became of a sequence in all its runs.
 
-    `frames` is how many the plan has, `taken` how many there are, `before` how many of them earlier
-    runs took; `files` are theirs, in their order; `failures` all that went wrong.
+    `frames` is how many the plan has, `taken` how many there are, `before` how many there were when
+    run() began (all of them where it did not); `files` are theirs, in their order; `failures` all
+    that went wrong.
     """
 
     journal: str
@@ -114,6 +115,12 @@ def _step(given: Mapping[str, Any]) -> SequenceStep:
 
 def _failure(utc: str, text: str) -> SequenceFailure:
     return SequenceFailure(datetime.fromisoformat(utc).replace(tzinfo=timezone.utc), text)
+
+
+def _report(told: tuple[Any, ...]) -> SequenceReport:
+    journal, runs, frames, before, complete, files, failures = told
+    return SequenceReport(journal, runs, frames, before, complete, tuple(SequenceFile(*file) for file in files),
+                          tuple(_failure(*failure) for failure in failures))
 
 
 class Sequence:
@@ -215,12 +222,10 @@ class Sequence:
         try:
             if not run.complete():
                 self._take(run, camera, on_progress)
+            return _report(run.report())
         finally:
             self._run = None
             run.close()
-        report = self.report(folder)
-        assert report is not None  # it has just run
-        return report
 
     def _take(
         self, run: _vxcam.SequenceRun, camera: Union[Camera, str, HasTarget, None], listener: Optional[Listener]
@@ -253,11 +258,7 @@ class Sequence:
     def report(self, folder: Optional[Path] = None) -> Optional[SequenceReport]:
         """What became of the sequence so far, by its journal in the folder; None if it was not begun."""
         told = self._core.report(_folder(folder))
-        if told is None:
-            return None
-        journal, runs, frames, before, complete, files, failures = told
-        return SequenceReport(journal, runs, frames, before, complete, tuple(SequenceFile(*file) for file in files),
-                              tuple(_failure(*failure) for failure in failures))
+        return None if told is None else _report(told)
 
     def __repr__(self) -> str:
         return f"<vxcam.Sequence {self._path}, {self.frames} frames to {self.folder}>"

@@ -97,6 +97,20 @@ python::tuple toPython(const SequenceNeeds& needs)
                               seconds(needs.duration), needs.bytes);
 }
 
+python::tuple toPython(const SequenceReport& report)
+{
+    python::list files, failures;
+    for (const SequenceFile& file : report.files) {
+        files.append(python::make_tuple(textToPython(file.path), file.bytes));
+    }
+    for (const SequenceFailure& failure : report.failures) {
+        failures.append(python::make_tuple(failure.utc, textToPython(failure.text)));
+    }
+    return python::make_tuple(textToPython(report.journal), report.runs, report.frames,
+                              report.before, report.complete, python::tuple(files),
+                              python::tuple(failures));
+}
+
 // One run, and what it tells on the way to the thread that waits for it.
 //
 // Threads: run() on one that nobody else uses; the rest on any.
@@ -108,7 +122,7 @@ public:
     {}
 
     bool isComplete() const { return sequence_.isComplete(); }
-    bool hasBegun() const { return sequence_.report().runs > 0; }
+    SequenceReport report() const { return sequence_.report(); } // not while it runs
     void run(Camera& camera) { sequence_.run(camera); }
     void stop(SequenceStop when) { sequence_.stop(when); }
 
@@ -165,6 +179,8 @@ public:
         job->take();
     }
 
+    python::tuple report() const { return toPython(use()->report()); }
+
     void stop(bool behindFrame) const
     {
         if (run_) use()->stop(behindFrame ? SequenceStop::BehindFrame : SequenceStop::Now);
@@ -207,7 +223,7 @@ public:
         options.software = software;
         auto run = interruptible([plan = in(folder), options, mayGoOn] {
             auto made = std::make_shared<Run>(plan, options);
-            if (!mayGoOn && made->hasBegun()) {
+            if (!mayGoOn && made->report().runs > 0) {
                 throw Error(ErrorKind::File,
                             plan.folder + ": the sequence was begun there; choose another folder, "
                                           "or go on with it by resume=True",
@@ -223,16 +239,7 @@ public:
         const std::optional<SequenceReport> report =
             interruptible([plan = in(folder)] { return reportOf(plan); });
         if (!report) return python::none();
-        python::list files, failures;
-        for (const SequenceFile& file : report->files) {
-            files.append(python::make_tuple(textToPython(file.path), file.bytes));
-        }
-        for (const SequenceFailure& failure : report->failures) {
-            failures.append(python::make_tuple(failure.utc, textToPython(failure.text)));
-        }
-        return python::make_tuple(textToPython(report->journal), report->runs, report->frames,
-                                  report->before, report->complete, python::tuple(files),
-                                  python::tuple(failures));
+        return toPython(*report);
     }
 
 private:
@@ -253,6 +260,7 @@ void addSequences(python::module_& module)
     python::class_<CoreRun, std::unique_ptr<CoreRun, LetGo>>(module, "SequenceRun")
         .def("complete", &CoreRun::isComplete)
         .def("run", &CoreRun::run)
+        .def("report", &CoreRun::report)
         .def("stop", &CoreRun::stop)
         .def("close", &CoreRun::close);
     python::class_<CoreSequence>(module, "Sequence")
