@@ -24,7 +24,7 @@ VXCAMKIT_EXPORT FileBytes makeFits(const Frame& frame, const HeaderOptions& opti
                                    std::vector<std::string>* warnings = nullptr,
                                    FileBytes spare = {});
 
-// The same warnings of one card, before there is a frame; they hold for records of all kinds.
+// The same warnings of one card, before there is a frame.
 VXCAMKIT_EXPORT std::vector<std::string> fitsWarnings(const HeaderCard& card);
 
 } // namespace vxcam

@@ -107,7 +107,7 @@ std::vector<std::string> fitsCards(const HeaderCard& card, std::vector<std::stri
         lines = textCards(front, text);
         if (text != *given && warnings != nullptr) {
             warnings->push_back(card.keyword + ": '" + escaped(*given) + "' is written as '" +
-                                text + "', since headers hold ASCII alone");
+                                text + "', since FITS files hold ASCII alone");
         }
     } else {
         std::string value = scalarText(card);

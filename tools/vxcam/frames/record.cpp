@@ -116,9 +116,11 @@ void tcRecord::CheckArguments()
     vxcam::checkRecord(msOutput, mtOptions);
 }
 
-// What the header cannot say as it was given; of the camera's name, when it is known.
+// What the header of a FITS file cannot say as it was given; of the camera's name, when it is
+// known.
 void tcRecord::WarnOfHeader() const
 {
+    if (vxcam::recordFormatOf(msOutput) != vxcam::RecordFormat::Fits) return;
     std::vector<vxcam::HeaderCard> cards = mtOptions.header.cards;
     cards.push_back({"INSTRUME", mtOptions.header.instrument, ""});
     for (const vxcam::HeaderCard& card : cards) {
