@@ -9,6 +9,7 @@ from typing import Any, NamedTuple, Optional, Union
 
 from . import _vxcam
 from ._camera import Camera, HasTarget
+from ._errors import UsageError
 from ._facts import software
 from ._frame import Path
 
@@ -191,6 +192,8 @@ class Sequence:
         """
         if camera is None:
             return SequenceNeeds(*self._core.needs())
+        if not isinstance(camera, Camera):
+            raise UsageError(f"{camera!r} is no open camera: with vxcam.Camera(...) as camera: ...")
         return SequenceNeeds(*self._core.check(camera._core))
 
     def run(
@@ -218,6 +221,8 @@ class Sequence:
         """
         if on_progress is not None and not callable(on_progress):
             raise TypeError(f"{on_progress!r} cannot be called")
+        if not (camera is None or isinstance(getattr(camera, "target", camera), str)):
+            raise UsageError(f"camera: {camera!r} is none, and no target")
         run = self._run = self._core.begin(_folder(folder), resume, software())
         try:
             if not run.complete():
