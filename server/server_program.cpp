@@ -169,8 +169,8 @@ int runServer(std::vector<std::string> arguments)
     } catch (const Error& error) {
         std::fprintf(stderr, "vxcamd: %s\n", error.what());
         return error.row().exitCode;
-    } catch (const std::exception& failure) { // no thread, or no memory
-        std::fprintf(stderr, "vxcamd: %s\n", failure.what());
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "vxcamd: no thread, or no memory: %s\n", failure.what());
         return rowOf(ErrorKind::File).exitCode;
     }
 }

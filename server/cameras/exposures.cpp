@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <utility>
 
 namespace vxcam {
@@ -264,6 +265,8 @@ void Exposures::readOut(Exposure& exposure)
         }
     } catch (const Error& failure) {
         error = failure;
+    } catch (const std::exception& failure) { // no thread, or no memory
+        error = Error(ErrorKind::Camera, failure.what());
     }
     ExposureState state = stateOf(end);
     if (state == ExposureState::Incomplete && !error) {

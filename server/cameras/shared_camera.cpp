@@ -2,6 +2,7 @@
 
 #include <vxcamkit/property.h>
 
+#include <exception>
 #include <iterator>
 #include <utility>
 
@@ -46,13 +47,16 @@ void SharedCamera::keepOpen()
         guard.unlock();
         std::shared_ptr<Camera> opened;
         std::optional<Error> trouble;
+        Subscription subscription;
         try {
             opened = std::make_shared<Camera>(Camera::open(target_));
+            subscription = opened->onEvent([this](const Event& event) { heard(event); });
         } catch (const Error& error) {
             trouble = error;
+        } catch (const std::exception& failure) { // no thread, or no memory
+            trouble = Error(ErrorKind::NotFound, target_.text() + ": " + failure.what());
         }
-        Subscription subscription;
-        if (opened) subscription = opened->onEvent([this](const Event& event) { heard(event); });
+        if (trouble) opened.reset();
         guard.lock();
         if (opened) {
             camera_ = opened;

@@ -4,6 +4,7 @@ import contextlib
 import http.client
 import os
 import re
+import signal
 import socket
 import ssl
 import subprocess
@@ -322,6 +323,27 @@ class Starts(Secret):
         code, said = self.refused(SIM, "--listen", "127.0.0.999:1", *words)
         self.assertEqual(code, 1)
         self.assertIn("no IPv4 address", said)
+
+    def test_without_threads_it_ends_with_an_error_or_serves(self):
+        library = os.environ.get("FEW_THREADS_LIBRARY")
+        if not library:
+            self.skipTest("no library that withholds threads")
+        words = [SERVER, "127.0.0.1:1", "--listen", "127.0.0.1:0", "--connections", "4", "--tls",
+                 "%s,%s" % (self.files.path("chain.pem"), self.files.path("leaf.key"))]
+        ends = []
+        for count in range(16):
+            environment = dict(os.environ, LD_PRELOAD=library, FEW_THREADS=str(count))
+            with subprocess.Popen(words, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                  env=environment) as process:
+                if process.stdout.readline():  # it serves
+                    process.send_signal(signal.SIGTERM)
+                said = process.communicate(timeout=PATIENCE)[1]
+                ends.append(process.returncode)
+            self.assertIn(ends[-1], (0, 1, 5), (count, said))
+            if ends[-1] != 0:
+                self.assertIn("vxcamd: ", said)
+        self.assertNotEqual(ends[0], 0)
+        self.assertEqual(ends[-1], 0)
 
     def test_both_may_stand_in_one_file(self):
         both = self.files.path("both.pem")
