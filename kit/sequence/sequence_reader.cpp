@@ -68,7 +68,10 @@ public:
     {
         const SequenceKeys keys = {
             {"target",
-             [&](const YAML::Node& value) { plan_.target = Target::parse(textIn(value)).text(); }},
+             [&](const YAML::Node& value) {
+                 plan_.target = textIn(value);
+                 Target::parse(plan_.target); // throws what is wrong with it
+             }},
             {"folder",
              [&](const YAML::Node& value) {
                  plan_.folder = textIn(value);

@@ -100,6 +100,7 @@ def test_a_sequence_takes_its_frames(plan, tmp_path):
 
 
 def test_a_simulated_camera_has_the_sensor_of_the_plan(plan):
+    assert vxcam.Sequence(plan("target: sim?scale=50\n" + PLAN)).target == "sim?scale=50"
     report = vxcam.Sequence(plan("target: sim?scale=50\n" + PLAN)).run()
     assert report.complete and report.files[0].bytes < 64 * 48 * 2 + 20_000
 

@@ -93,6 +93,12 @@ steps:
     EXPECT_FALSE(plan.steps[7].waits);
 }
 
+TEST_F(SequenceReader, KeepsWhatATargetSaysOfASimulatedCamera)
+{
+    const SequencePlan plan = planOf("target: sim?scale=5&seed=3\nsteps: [{wait: 1s}]\n");
+    EXPECT_EQ(plan.target, "sim?scale=5&seed=3");
+}
+
 TEST_F(SequenceReader, CountsFramesTimeAndBytes)
 {
     const SequencePlan plan = planOf(R"(
