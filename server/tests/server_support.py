@@ -46,15 +46,18 @@ class Process:
     """A program whose lines on standard output are read as they come."""
 
     def __init__(self, *arguments):
-        environment = dict(os.environ, DBGD_DISABLE="1")
         self.process = subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                        text=True, env=environment)
+                                        text=True, env=self.environment())
         self.lines, self.errors = [], []
         self.threads = [threading.Thread(target=self._read, args=pair, daemon=True)
                         for pair in ((self.process.stdout, self.lines),
                                      (self.process.stderr, self.errors))]
         for thread in self.threads:
             thread.start()
+
+    @staticmethod
+    def environment():
+        return dict(os.environ, DBGD_DISABLE="1")
 
     @staticmethod
     def _read(stream, lines):

@@ -44,6 +44,30 @@ class WithServer(unittest.TestCase):
         return path
 
 
+class LeftToItself(Server):
+    """With an environment that forbids no debug daemon."""
+
+    @staticmethod
+    def environment():
+        with socket.create_server(("127.0.0.1", 0)) as free:
+            port = free.getsockname()[1]
+        environment = dict(os.environ, DBGD_BIND="127.0.0.1", DBGD_PORTNUM=str(port),
+                           DBGD_ANNOUCE_GROUP="127.0.0.1:7020")
+        environment.pop("DBGD_DISABLE", None)
+        return environment
+
+    def listening(self):
+        """All its ports of TCP."""
+        folder = "/proc/%d/" % self.process.pid
+        mine = {os.readlink(folder + "fd/" + name) for name in os.listdir(folder + "fd")}
+        ports = set()
+        with open(folder + "net/tcp", encoding="ascii") as table:
+            for words in (line.split() for line in table):
+                if words[3] == "0A" and "socket:[%s]" % words[9] in mine:
+                    ports.add(int(words[1].split(":")[1], 16))
+        return ports
+
+
 class CommandLine(WithServer):
     def assertRefused(self, code, text, *options):
         result = run(*options)
@@ -98,6 +122,11 @@ class CommandLine(WithServer):
         with socket.create_server(("127.0.0.1", 0)) as other:
             self.assertRefused(1, "Address already in use", SIM, "--listen",
                                "127.0.0.1:%d" % other.getsockname()[1])
+
+    def test_it_opens_no_port_but_its_own(self):
+        server = LeftToItself("127.0.0.1:9")
+        self.addCleanup(server.retire)
+        self.assertEqual(server.listening(), {server.port})
 
     def test_help_and_version_are_printed(self):
         self.assertIn("--token-file", run("--help").stdout)
