@@ -153,6 +153,26 @@ class Page(InBrowser):
         self.browser.run("document.getElementById('stop').click()")
         self.browser.until(text("state") + ".startsWith('aborted')")
 
+    def test_seconds_that_are_left_empty_are_the_cameras_own(self):
+        self.server.ask("PUT", CAMERA + "/properties/exposure", {"value": 250})
+        self.browser.run("document.getElementById('seconds').value = ' '")
+        self.browser.run("document.getElementById('start').click()")
+        self.browser.until(text("state") + " === 'complete'")
+        self.assertEqual(self.server.get(CAMERA + "/exposures/1/frame.json").json["exposure"], 0.25)
+
+    def test_seconds_that_are_no_number_are_refused_beside_the_field(self):
+        for wrong in ("abc", "0,5", "-1", "Infinity"):
+            self.browser.run("document.getElementById('seconds').value = '%s'" % wrong)
+            self.browser.run("document.getElementById('start').click()")
+            self.assertEqual(self.browser.run(text("seconds-wrong")), "'%s' is no number of seconds" % wrong)
+            self.assertTrue(self.browser.run("document.getElementById('seconds').matches('.wrong')"))
+        self.browser.run("document.getElementById('seconds').value = '0.01'")
+        self.browser.run("document.getElementById('start').click()")
+        self.browser.until(text("state") + " === 'complete'")
+        self.assertEqual(self.browser.run(text("seconds-wrong")), "")
+        self.assertEqual([each["plan"]["exposure"] for each in self.server.get(CAMERA + "/exposures").json["exposures"]],
+                         [0.01])
+
     def test_the_width_of_a_star_is_that_of_its_gaussian(self):
         for sigma in (1.0, 1.5, 2.0, 3.0):
             star = self.browser.run("""import('/star.js').then(({starAt}) => {

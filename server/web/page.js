@@ -328,10 +328,26 @@ function onEvent(event) {
 
 // ---- Commands
 
+// Says beside a field what is wrong with it; '': nothing.
+function complain(field, text = '') {
+  at(field).classList.toggle('wrong', text !== '');
+  at(`${field}-wrong`).textContent = text;
+}
+
+// The number in a field, undefined when it is empty; null, and said beside it, when there is no number of `what`.
+function numberIn(field, what, least = -Infinity) {
+  const text = at(field).value.trim();
+  const number = text === '' ? undefined : Number(text);
+  const isRight = number === undefined || (Number.isFinite(number) && number >= least);
+  complain(field, isRight ? '' : `'${text}' is no number of ${what}`);
+  return isRight ? number : null;
+}
+
+// An empty field leaves the exposure time to the camera.
 async function expose(frames) {
-  const plan = {exposure: Number(at('seconds').value), frames, type: at('type').value,
-                bits: Number(at('bits').value)};
-  if (!(plan.exposure >= 0)) throw new Error('Seconds: a number is needed');
+  const seconds = numberIn('seconds', 'seconds', 0);
+  if (seconds === null) return;
+  const plan = {exposure: seconds, frames, type: at('type').value, bits: Number(at('bits').value)};
   exposure = await camera('POST', '/exposures', plan);
   showExposure();
 }
