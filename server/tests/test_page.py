@@ -173,6 +173,29 @@ class Page(InBrowser):
         self.assertEqual([each["plan"]["exposure"] for each in self.server.get(CAMERA + "/exposures").json["exposures"]],
                          [0.01])
 
+    def test_enter_exposes_but_where_it_means_something_else(self):
+        press = lambda: [self.browser.call("Input.dispatchKeyEvent", type=kind, key="Enter", code="Enter",
+                                           text="\r" * (kind == "keyDown"), windowsVirtualKeyCode=13)
+                         for kind in ("keyDown", "keyUp")]
+        count = lambda: len(self.server.get(CAMERA + "/exposures").json["exposures"])
+        for focus in ("document.activeElement.blur()", "document.getElementById('image').focus()",
+                      "document.getElementById('seconds').focus()"):
+            wanted = count() + 1
+            self.browser.run(focus)
+            press()
+            self.browser.until("document.getElementById('save').href.includes('exposures/%d/')" % wanted)
+            self.browser.until("%s === 'complete' && !document.getElementById('start').disabled" % text("state"))
+        self.browser.run("document.getElementById('mode').focus()")
+        press()
+        self.browser.until("document.documentElement.matches('.dome')")
+        self.browser.run("document.querySelector('#table summary').focus()")
+        press()
+        self.browser.until("document.getElementById('table').open")
+        self.browser.run("document.getElementById('target').focus()")
+        press()
+        self.browser.run("fetch('%s')" % CAMERA)  # what it asked for before is answered
+        self.assertEqual(count(), 3)
+
     def test_the_width_of_a_star_is_that_of_its_gaussian(self):
         for sigma in (1.0, 1.5, 2.0, 3.0):
             star = self.browser.run("""import('/star.js').then(({starAt}) => {

@@ -408,6 +408,7 @@ at('login').onclose = () => doing(async () => {
 
 document.addEventListener('keydown', event => {
   if (event.target.matches('input, select') || event.ctrlKey || event.metaKey) return;
+  if (event.key === 'Enter' && !event.repeat && !event.target.closest('button, a, summary')) at('start').click();
   const keys = {l: 'live', Escape: 'stop', f: 'fit', 1: 'one', n: 'mode', x: 'leave'};
   if (keys[event.key]) at(keys[event.key]).click();
   const moves = {ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1]};
