@@ -228,6 +228,21 @@ class Page(InBrowser):
         self.browser.run("document.getElementById('control').click()")
         self.browser.until(text("lease") + " === 'you control'")
 
+    def test_a_refused_exposure_stays_told_beside_the_state(self):
+        self.browser.run("document.getElementById('start').click()")
+        self.browser.until(text("state") + " === 'complete'")
+        self.server.ask("POST", CAMERA + "/lease", {"holder": "night script"})
+        self.browser.until(text("lease") + " === 'night script controls'")
+        self.browser.run("document.getElementById('start').click()")
+        self.browser.until(text("state") + ".includes('night script')")
+        looks = "performance.getEntriesByType('resource').filter(each => each.name.endsWith('%s')).length" % CAMERA
+        before = self.browser.run(looks)
+        self.browser.until("%s > %d" % (looks, before + 1))
+        self.assertIn("night script", self.browser.run(text("state")))
+        self.assertTrue(self.browser.run("document.getElementById('state').matches('.wrong')"))
+        self.browser.run("document.getElementById('control').click()")
+        self.browser.until(text("state") + " === 'complete'")
+
     def test_a_lost_camera_shows_within_a_second_and_no_image_stays_current(self):
         self.expose()
         self.camera.end()
@@ -242,12 +257,20 @@ class Page(InBrowser):
     def test_a_server_that_comes_back_is_found(self):
         self.expose()
         port = self.server.port
+        self.browser.until(text("temperature") + ".startsWith('20')")
         self.server.end()
         self.browser.until(text("stale") + ".includes('no connection to the server')")
+        self.assertEqual(self.browser.run(text("link")), "no connection")
+        self.assertTrue(self.browser.run("document.getElementById('link').matches('.bad')"))
+        self.assertTrue(self.browser.run(text("temperature")).startswith("was 20"))
+        self.assertEqual(self.browser.run(text("state")), "no connection to the server")
+        self.assertTrue(self.browser.run("document.getElementById('start').disabled"))
         self.server = Server(self.camera.target, "--listen", "127.0.0.1:%d" % port)
         self.addCleanup(self.server.retire)
         self.browser.until("!%s.includes('connection')" % text("stale"))
         self.browser.until(text("link") + " === 'connected'")
+        self.browser.until(text("temperature") + ".startsWith('20')")
+        self.browser.until("!document.getElementById('start').disabled && %s !== 'no connection to the server'" % text("state"))
         self.expose()
 
     def test_properties_are_a_form(self):
@@ -497,7 +520,12 @@ class Sequences(InBrowser):
         self.reads("counts", " of 8 frames, ")
         self.assertIn(" left", self.browser.run(text("counts")))
         self.browser.until("document.getElementById('start').disabled")
-        self.reads("state", "the sequence night.yaml runs")
+        self.reads("state", "the sequence night.yaml runs; it is stopped under Sequence")
+        self.assertEqual(self.browser.run("document.getElementById('start').title"), "the sequence night.yaml runs")
+        self.browser.run("document.getElementById('start').disabled = false")  # as before the page knew
+        self.browser.run("document.getElementById('start').click()")
+        self.reads("state", "the sequence night.yaml runs; it is stopped under Sequence; ")
+        self.assertTrue(self.browser.run("document.getElementById('state').matches('.wrong')"))
         self.browser.until("document.getElementById('image').dataset.frame !== undefined")
         self.assertTrue(self.browser.run("document.getElementById('save').hidden"))
         self.click("halt-after")

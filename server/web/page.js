@@ -33,12 +33,14 @@ function keepLast(columns, most, row) {
   });
 }
 
-const doing = work => work().catch(error => {
-  at('state').textContent = error.message;
-  at('state').className = 'wrong';
-  tell(error.message);
-  refresh();
-});
+function doing(work) {
+  note('');
+  return work().catch(error => {
+    note(error.message, true);
+    tell(error.message);
+    refresh();
+  });
+}
 
 // ---- Frames
 
@@ -81,7 +83,7 @@ function pick(place) {
   [star, picked] = [null, place];
   widths = [[], [], []];
   at('star').hidden = true;
-  at('state').className = '';
+  note('');
   askForWhatShows();
   if (place && newest.part.step === 1) lookForStar();
   showRing();
@@ -92,7 +94,7 @@ function lookForStar() {
   picked = null;
   at('star').hidden = !star;
   if (star) keepWidths(star);
-  else at('state').textContent = 'no star there';
+  else note('no star there');
   showStar();
 }
 
@@ -221,24 +223,41 @@ function showTruth() {
   showNotes();
 }
 
+const isCut = () => !isServerThere || Boolean(cameraFacts && !cameraFacts.link);
+
 // Says of every frame that is not current that it is not.
 function showNotes() {
   const now = performance.now();
   const age = newest ? (now - newest.since) / 1000 : 0;
-  const isCut = !isServerThere || (cameraFacts && !cameraFacts.link);
   const notes = [];
-  if (isCut) notes.push(`no connection to the ${isServerThere ? 'camera' : 'server'}`);
+  if (isCut()) notes.push(`no connection to the ${isServerThere ? 'camera' : 'server'}`);
   if (!newest) notes.push('no frame yet');
   if (newest && !newest.facts.complete) notes.push('incomplete: rows are missing');
   const isBad = notes.length > 0;
   if (age > 2) notes.push(`this frame is ${age < 120 ? Math.round(age) + ' s' : Math.round(age / 60) + ' min'} old`);
   const text = notes.join('; ');
   at('stale').className = isBad ? 'bad' : '';
-  at('stage').classList.toggle('old', Boolean(newest) && isCut);
+  at('stage').classList.toggle('old', Boolean(newest) && isCut());
   if (at('stale').textContent !== text) at('stale').textContent = text;
 }
 
 // ---- State
+
+// What was known last is not what is so.
+function showCut() {
+  document.body.classList.toggle('cut', isCut());
+  if (isServerThere) return;
+  [at('link').textContent, at('link').className] = ['no connection', 'lamp bad'];
+  if (cameraFacts) at('temperature').textContent = temperatureText('was ');
+  [at('state').textContent, at('state').className] = ['no connection to the server', 'wrong'];
+  at('start').disabled = at('live').disabled = at('stop').disabled = true;
+}
+
+function temperatureText(when) {
+  const {sensor_temperature: sensor, board_temperature: board} = cameraFacts;
+  if (sensor === null) return 'no temperature';
+  return `${when}${sensor.toFixed(1)} \u00b0C, board ${board.toFixed(1)} \u00b0C`;
+}
 
 function showCamera() {
   const facts = cameraFacts;
@@ -248,10 +267,19 @@ function showCamera() {
   const {lease} = facts;
   at('lease').textContent = !lease.held ? 'free for all' : hasLease() ? 'you control' : `${lease.holder} controls`;
   at('control').textContent = hasLease() ? 'Give back' : lease.held ? 'Take over' : 'Take control';
-  const told = facts.sensor_temperature;
-  at('temperature').textContent = told === null ? 'no temperature' :
-      `${told.toFixed(1)} \u00b0C, board ${facts.board_temperature.toFixed(1)} \u00b0C`;
+  at('temperature').textContent = temperatureText('');
   document.title = `${at('camera').textContent} - vxcamd`;
+}
+
+let notice = null; // beside the state until the next command, or until what runs has ended: text, isWrong
+function note(text, isWrong) {
+  notice = text ? {text, isWrong} : null;
+  showExposure();
+}
+
+function stateOf({over, state, error, plan, progress}) {
+  if (over) return state + (error ? `: ${error.text}` : '');
+  return `${plan.frames === 0 ? 'live' : `frame ${progress.frame} of ${plan.frames}`}, ${progress.phase}`;
 }
 
 function showExposure() {
@@ -259,13 +287,20 @@ function showExposure() {
   const plan = cameraFacts?.sequence;
   at('start').disabled = at('live').disabled = !isOver || Boolean(plan);
   at('stop').disabled = isOver;
-  if (plan) [at('state').textContent, at('state').className] = [`the sequence ${plan} runs`, ''];
+  at('start').title = plan ? `the sequence ${plan} runs` : 'Enter';
+  at('live').title = plan ? `the sequence ${plan} runs` : 'l';
+  at('stop').title = plan ? 'the sequence is stopped under Sequence' : 'Escape';
+  if (notice && (plan || !isOver)) notice.isPassing = true;
+  else if (notice?.isPassing) notice = null;
+  const texts = [plan ? `the sequence ${plan} runs; it is stopped under Sequence` : exposure ? stateOf(exposure) : 'idle'];
+  if (notice && isOver && !plan) texts.pop();
+  if (notice) texts.push(notice.text);
+  at('state').textContent = texts.join('; ');
+  const isFailed = isOver && !plan && exposure?.error && exposure.state !== 'aborted';
+  at('state').className = (notice ? notice.isWrong : isFailed) ? 'wrong' : '';
   if (plan || !exposure) return;
-  const {progress, error} = exposure;
+  const {progress} = exposure;
   at('progress').value = isOver ? (exposure.state === 'complete' ? 1 : 0) : progress.phase === 'exposing' ? progress.done : 1;
-  const running = () => `${exposure.plan.frames === 0 ? 'live' : `frame ${progress.frame} of ${exposure.plan.frames}`}, ${progress.phase}`;
-  at('state').textContent = isOver ? exposure.state + (error ? `: ${error.text}` : '') : running();
-  at('state').className = isOver && error && exposure.state !== 'aborted' ? 'wrong' : '';
 }
 
 async function look() {
@@ -280,6 +315,7 @@ async function look() {
     if (error.kind === 'token') at('login').open || at('login').showModal();
     else isServerThere = false;
   }
+  showCut();
   showTruth();
 }
 
@@ -479,6 +515,7 @@ at('image').onwheel = event => {
 
 watch({onFrame, onEvent, onLink: isThere => {
   isServerThere = isThere;
+  showCut();
   part.forget();
   refresh();
   if (!isThere) return;
