@@ -44,7 +44,8 @@ class Browser:
 
     def send(self, text):
         data, mask = text.encode(), os.urandom(4)
-        size = struct.pack(">BH", 0xFE, len(data)) if len(data) > 125 else bytes([0x80 | len(data)])
+        size = (struct.pack(">BQ", 0xFF, len(data)) if len(data) > 65535 else
+                struct.pack(">BH", 0xFE, len(data)) if len(data) > 125 else bytes([0x80 | len(data)]))
         masked = bytes(byte ^ mask[i % 4] for i, byte in enumerate(data))
         self.socket.socket.sendall(b"\x81" + size + mask + masked)
 

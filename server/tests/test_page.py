@@ -455,6 +455,36 @@ class Graphs(InBrowser):
         self.browser.until("document.documentElement.matches('.dome')")
         self.assertEqual(self.browser.until(is_blue), "no")
 
+    def test_nothing_in_the_dome_is_bright_but_red(self):
+        self.browser.call("Emulation.setDeviceMetricsOverride", width=1366, height=2600, deviceScaleFactor=1,
+                          mobile=False)
+        self.browser.run('''document.getElementById('mode').click();
+          document.getElementById('table').open = true;
+          document.getElementById('progress').value = 0.5;
+          document.getElementById('target').placeholder = 'warm'; document.getElementById('target').value = ''
+          ''')
+        self.browser.until("document.querySelectorAll('#properties label').length > 15")
+        self.expose(exposure=0.1)
+        for is_on in ("true", "false"):
+            self.browser.run("document.getElementById('cooling').checked = %s" % is_on)
+            data = self.browser.call("Page.captureScreenshot", format="png")["data"]
+            brightest = self.browser.run('''(async () => {
+              const image = new Image();
+              image.src = 'data:image/png;base64,%s';
+              await image.decode();
+              const context = Object.assign(document.createElement('canvas'),
+                  {width: image.width, height: image.height}).getContext('2d');
+              context.drawImage(image, 0, 0);
+              const {data} = context.getImageData(0, 0, image.width, image.height);
+              let [most, place] = [0, null];
+              for (let at = 0; at < data.length; at += 4) {
+                const light = Math.max(data[at + 1], data[at + 2]);
+                if (light > most) [most, place] = [light, [at / 4 %% image.width, Math.floor(at / 4 / image.width)]];
+              }
+              return [most, place];
+            })()''' % data)
+            self.assertLess(brightest[0], 130, brightest)
+
     def test_what_is_not_our_own_is_served_with_its_licence(self):
         for name, kind in (("uPlot.esm.js", "text/javascript"), ("uPlot.min.css", "text/css"),
                            ("uPlot.LICENSE", "text/plain")):
