@@ -75,7 +75,7 @@ bool Sequence::isComplete() const
 
 SequenceReport Sequence::report() const
 {
-    return reportOf(body_->plan, body_->units, body_->journal);
+    return reportOf(body_->plan, body_->journal);
 }
 
 } // namespace vxcam

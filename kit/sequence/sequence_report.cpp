@@ -1,6 +1,5 @@
 #include "sequence/sequence_report.h"
 
-#include <algorithm>
 #include <filesystem>
 
 namespace vxcam {
@@ -10,18 +9,14 @@ std::string journalOf(const SequencePlan& plan)
     return plan.folder + "/" + std::filesystem::path(plan.path).stem().string() + ".journal";
 }
 
-SequenceReport reportOf(const SequencePlan& plan, const std::vector<SequenceUnit>& units,
-                        const SequenceJournal& journal)
+SequenceReport reportOf(const SequencePlan& plan, const SequenceJournal& journal)
 {
     SequenceReport report;
     report.journal = journal.path();
     report.runs = static_cast<int>(journal.processes().size());
     report.before = static_cast<int>(journal.frames().size()) - journal.framesNow();
     report.complete = journal.hasEnded();
-    report.frames =
-        static_cast<int>(std::count_if(units.begin(), units.end(), [](const SequenceUnit& unit) {
-            return unit.kind == SequenceUnit::Kind::Frame;
-        }));
+    report.frames = framesOf(plan);
     for (const auto& [unit, frame] : journal.frames()) {
         report.files.push_back({plan.folder + "/" + frame.file, frame.bytes});
     }
@@ -33,7 +28,7 @@ std::optional<SequenceReport> reportOf(const SequencePlan& plan)
 {
     const auto journal = SequenceJournal::look(journalOf(plan), plan.mark);
     if (!journal) return {};
-    return reportOf(plan, unitsOf(plan), *journal);
+    return reportOf(plan, *journal);
 }
 
 } // namespace vxcam

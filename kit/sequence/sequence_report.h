@@ -11,8 +11,7 @@
 namespace vxcam {
 
 std::string journalOf(const SequencePlan& plan); // its path
-SequenceReport reportOf(const SequencePlan& plan, const std::vector<SequenceUnit>& units,
-                        const SequenceJournal& journal);
+SequenceReport reportOf(const SequencePlan& plan, const SequenceJournal& journal);
 
 } // namespace vxcam
 

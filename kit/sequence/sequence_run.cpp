@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <set>
 
 namespace vxcam {
 
@@ -20,6 +21,16 @@ constexpr uint64_t kReserve = uint64_t{1} << 20U; // bytes, for the journal and 
 bool isOfLink(ErrorKind kind)
 {
     return kind == ErrorKind::LinkLost || kind == ErrorKind::Timeout;
+}
+
+std::set<std::string> namesIn(const std::string& folder)
+{
+    std::set<std::string> names;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+        names.insert(entry.path().filename().string());
+    }
+    return names;
 }
 
 } // namespace
@@ -34,13 +45,13 @@ SequenceNeeds checkSequence(const SequencePlan& plan, Camera& camera)
                         std::to_string(plan.sensor->rows) + " pixels, and the camera has " +
                         std::to_string(sensor.columns) + " x " + std::to_string(sensor.rows));
     }
-    for (const SequenceUnit& unit : unitsOf(plan)) {
-        if (unit.kind != SequenceUnit::Kind::Set) continue;
-        for (const auto& [name, value] : unit.step->settings) {
+    const SequenceNeeds needs = needsOf(plan, sensor);
+    forEachStep(plan.steps, [&](const SequenceStep& step, int) {
+        for (const auto& [name, value] : step.settings) {
             camera.checked(name, value);
         }
-    }
-    return needsOf(plan, sensor);
+    });
+    return needs;
 }
 
 SequenceRun::SequenceRun(Camera& camera, const SequenceOrders& orders,
@@ -115,27 +126,36 @@ void SequenceRun::checkRoom() const
 }
 
 // Those that are taken have the bytes that were written; what is there of the others was written
-// by a run that ended before the journal said so.
+// by a run that ended before the journal said so. Those that the folder does not name are not
+// looked for one by one.
 void SequenceRun::checkFiles() const
 {
+    const std::set<std::string> there = namesIn(plan_.folder);
+    std::set<const SequenceStep*> seen;
     for (size_t i = 0; i < units_.size(); ++i) {
-        if (units_[i].kind != SequenceUnit::Kind::Frame) continue;
+        throwIfStopped();
+        const SequenceUnit& unit = units_[i];
+        if (unit.kind != SequenceUnit::Kind::Frame) continue;
         const auto number = static_cast<int>(i);
         const auto taken = journal_.frames().find(number);
-        const std::string path = pathOf(fileOf(units_[i]));
-        std::error_code error;
-        const uint64_t bytes = std::filesystem::file_size(path, error);
-        if (taken == journal_.frames().end()) {
-            if (error || !isOurs(units_[i])) checkNewFile(path, false);
-        } else if (error) {
-            journal_.again(number);
-        } else if (bytes != taken->second.bytes) {
-            throw Error(ErrorKind::File, path + ": was changed: it has " + std::to_string(bytes) +
-                                             " bytes, and had " +
-                                             std::to_string(taken->second.bytes) +
-                                             "; move it away to have the frame taken again");
+        if (taken != journal_.frames().end()) {
+            checkTaken(number, taken->second.bytes);
+        } else if (seen.insert(unit.step).second || there.count(fileOf(unit)) != 0) {
+            if (!isOurs(unit)) checkNewFile(pathOf(fileOf(unit)), false);
         }
     }
+}
+
+void SequenceRun::checkTaken(int number, uint64_t wanted) const
+{
+    const std::string path = pathOf(fileOf(units_[static_cast<size_t>(number)]));
+    std::error_code error;
+    const uint64_t bytes = std::filesystem::file_size(path, error);
+    if (error) return journal_.again(number);
+    if (bytes == wanted) return;
+    throw Error(ErrorKind::File, path + ": was changed: it has " + std::to_string(bytes) +
+                                     " bytes, and had " + std::to_string(wanted) +
+                                     "; move it away to have the frame taken again");
 }
 
 // Of files that were being written when a run was killed.

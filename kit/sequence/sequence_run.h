@@ -59,6 +59,7 @@ private:
     void check();
     void checkRoom() const;
     void checkFiles() const;
+    void checkTaken(int number, uint64_t wanted) const;
     bool isOurs(const SequenceUnit& unit) const;
     void removeRemains() const;
     int firstLeft() const;

@@ -19,6 +19,35 @@ constexpr milliseconds kReadoutMore(100);
 constexpr double kAmbient = 20; // degrees Celsius, where a way down is thought to begin
 constexpr milliseconds kCoolingAtOnce(60000);
 
+int dithersOf(const SequenceStep& step)
+{
+    return step.dither.command.empty() ? 0 : (step.count - 1) / step.ditherEvery;
+}
+
+// At most one more than may be.
+int64_t unitCount(const std::vector<SequenceStep>& steps)
+{
+    int64_t count = 0;
+    for (const SequenceStep& step : steps) {
+        int64_t more = 1;
+        if (step.kind == SequenceStep::Kind::Frames) {
+            more = int64_t{step.count} + dithersOf(step) + (step.settings.empty() ? 0 : 1);
+        } else if (step.kind == SequenceStep::Kind::Repeat) {
+            more = int64_t{step.count} * unitCount(step.steps);
+        }
+        count = std::min<int64_t>(count + more, kMostUnits + 1);
+    }
+    return count;
+}
+
+void requireFew(const SequencePlan& plan)
+{
+    if (unitCount(plan.steps) <= kMostUnits) return;
+    const std::string text =
+        "more than " + std::to_string(kMostUnits) + " things to do, repeats counted";
+    throw SequenceError(plan.path, {{0, text}});
+}
+
 void expand(const std::vector<SequenceStep>& steps, std::vector<SequenceUnit>* units, int* frames);
 
 void expandFrames(const SequenceStep& step, std::vector<SequenceUnit>* units, int* frames)
@@ -29,7 +58,6 @@ void expandFrames(const SequenceStep& step, std::vector<SequenceUnit>* units, in
         units->push_back({Kind::Frame, &step, nullptr, ++*frames});
         const bool isDithered = !step.dither.command.empty() && i % step.ditherEvery == 0;
         if (isDithered && i < step.count) units->push_back({Kind::Hook, &step, &step.dither, 0});
-        if (units->size() > kMostUnits) return;
     }
 }
 
@@ -50,7 +78,7 @@ void expandStep(const SequenceStep& step, std::vector<SequenceUnit>* units, int*
     case SequenceStep::Kind::Hook:
         return units->push_back({Kind::Hook, &step, &step.hook, 0});
     case SequenceStep::Kind::Repeat:
-        for (int i = 0; i < step.count && units->size() <= kMostUnits; ++i) {
+        for (int i = 0; i < step.count; ++i) {
             expand(step.steps, units, frames);
         }
         return;
@@ -60,7 +88,6 @@ void expandStep(const SequenceStep& step, std::vector<SequenceUnit>* units, int*
 void expand(const std::vector<SequenceStep>& steps, std::vector<SequenceUnit>* units, int* frames)
 {
     for (const SequenceStep& step : steps) {
-        if (units->size() > kMostUnits) return;
         expandStep(step, units, frames);
     }
 }
@@ -84,36 +111,40 @@ milliseconds coolingCost(const SequenceStep& step)
     return ramp + (step.kind == SequenceStep::Kind::Cool ? cooling.settle : milliseconds(0));
 }
 
+// Of a step without frames.
+milliseconds timeOf(const SequenceStep& step)
+{
+    using Kind = SequenceStep::Kind;
+    if (step.kind == Kind::Cool || step.kind == Kind::WarmUp) return coolingCost(step);
+    return step.kind == Kind::Delay ? step.delay : milliseconds(0);
+}
+
+void requireArea(const SequencePlan& plan, const SequenceStep& step,
+                 const std::optional<Size>& sensor)
+{
+    if (!sensor || !step.plan.area || step.plan.area->fits(*sensor)) return;
+    const std::string text = "the area reaches beyond the sensor of " +
+                             std::to_string(sensor->columns) + " x " +
+                             std::to_string(sensor->rows) + " pixels";
+    throw SequenceError(plan.path, {{step.line, text}});
+}
+
 } // namespace
 
 std::vector<SequenceUnit> unitsOf(const SequencePlan& plan)
 {
+    requireFew(plan);
     std::vector<SequenceUnit> units;
     int frames = 0;
     expand(plan.steps, &units, &frames);
-    if (units.size() > kMostUnits) {
-        const std::string text =
-            "more than " + std::to_string(kMostUnits) + " things to do, repeats counted";
-        throw SequenceError(plan.path, {{0, text}});
-    }
     return units;
 }
 
 milliseconds costOf(const SequenceUnit& unit, const std::optional<Size>& sensor)
 {
-    switch (unit.kind) {
-    case SequenceUnit::Kind::Frame:
-        return frameCost(*unit.step, sensor);
-    case SequenceUnit::Kind::Cool:
-    case SequenceUnit::Kind::WarmUp:
-        return coolingCost(*unit.step);
-    case SequenceUnit::Kind::Delay:
-        return unit.step->delay;
-    case SequenceUnit::Kind::Set:
-    case SequenceUnit::Kind::Hook:
-        break;
-    }
-    return milliseconds(0);
+    using Kind = SequenceUnit::Kind;
+    if (unit.kind == Kind::Frame) return frameCost(*unit.step, sensor);
+    return unit.isCooling() || unit.kind == Kind::Delay ? timeOf(*unit.step) : milliseconds(0);
 }
 
 std::optional<uint64_t> bytesOf(const SequenceStep& step, const std::optional<Size>& sensor)
@@ -157,28 +188,41 @@ std::string textOf(const SequenceUnit& unit)
     return (unit.hook == &unit.step->dither ? "dither '" : "run '") + unit.hook->command + "'";
 }
 
+int framesOf(const SequencePlan& plan)
+{
+    requireFew(plan);
+    int frames = 0;
+    forEachStep(plan.steps, [&](const SequenceStep& step, int times) {
+        if (step.kind == SequenceStep::Kind::Frames) frames += times * step.count;
+    });
+    return frames;
+}
+
+// Each step is looked at once, however many frames it has.
 SequenceNeeds needsOf(const SequencePlan& plan, const std::optional<Size>& camera)
 {
+    requireFew(plan);
     const std::optional<Size> sensor = camera ? camera : plan.sensor;
     SequenceNeeds needs;
     needs.bytes = 0;
-    for (const SequenceUnit& unit : unitsOf(plan)) {
-        needs.duration += costOf(unit, sensor);
-        if (unit.kind == SequenceUnit::Kind::Hook) ++needs.hooks;
-        if (unit.kind != SequenceUnit::Kind::Frame) continue;
-        const Plan& frame = unit.step->plan;
-        if (sensor && frame.area && !frame.area->fits(*sensor)) {
-            const std::string text = "the area reaches beyond the sensor of " +
-                                     std::to_string(sensor->columns) + " x " +
-                                     std::to_string(sensor->rows) + " pixels";
-            throw SequenceError(plan.path, {{unit.step->line, text}});
+    forEachStep(plan.steps, [&](const SequenceStep& step, int times) {
+        if (step.kind != SequenceStep::Kind::Frames) {
+            needs.duration += times * timeOf(step);
+            if (step.kind == SequenceStep::Kind::Hook) needs.hooks += times;
+            return;
         }
-        ++needs.frames;
-        needs.exposure += std::chrono::duration_cast<milliseconds>(
-            frame.exposure.value_or(std::chrono::microseconds(0)));
-        const std::optional<uint64_t> bytes = bytesOf(*unit.step, sensor);
-        needs.bytes = needs.bytes && bytes ? std::optional(*needs.bytes + *bytes) : std::nullopt;
-    }
+        requireArea(plan, step, sensor);
+        const int frames = times * step.count;
+        needs.frames += frames;
+        needs.hooks += times * dithersOf(step);
+        needs.duration += frames * frameCost(step, sensor);
+        needs.exposure += frames * std::chrono::duration_cast<milliseconds>(
+                                       step.plan.exposure.value_or(std::chrono::microseconds(0)));
+        const std::optional<uint64_t> bytes = bytesOf(step, sensor);
+        needs.bytes = needs.bytes && bytes
+                          ? std::optional(*needs.bytes + *bytes * static_cast<uint64_t>(frames))
+                          : std::nullopt;
+    });
     return needs;
 }
 

@@ -27,7 +27,22 @@ struct SequenceUnit {
     bool isCooling() const { return kind == Kind::Cool || kind == Kind::WarmUp; }
 };
 
-// Throws SequenceError when there are too many.
+// Calls of(step, how often it is done) for each step that is no repeat, in their order; of plans
+// that have not too many units.
+template <class Of>
+void forEachStep(const std::vector<SequenceStep>& steps, const Of& of, int times = 1)
+{
+    for (const SequenceStep& step : steps) {
+        if (step.kind != SequenceStep::Kind::Repeat) {
+            of(step, times);
+        } else if (!step.steps.empty()) {
+            forEachStep(step.steps, of, times * step.count);
+        }
+    }
+}
+
+// Both throw SequenceError when there are too many units.
+int framesOf(const SequencePlan& plan);
 std::vector<SequenceUnit> unitsOf(const SequencePlan& plan);
 
 // By the camera's clock, as far as it is known before.

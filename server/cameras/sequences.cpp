@@ -182,7 +182,8 @@ void Sequences::finish(const std::optional<Error>& error)
     bool isRefused = false;
     {
         std::lock_guard<std::mutex> guard(mutex_);
-        const bool isStopped = status_.state == SequenceState::Stopping;
+        const bool isStopped = status_.state == SequenceState::Stopping &&
+                               (!error || error->kind() == ErrorKind::Aborted);
         isRefused = isRefused_ = isAwaited_ && !hasBegun_ && error && !isStopped;
         status_.state = !error      ? SequenceState::Complete
                         : isStopped ? SequenceState::Stopped

@@ -27,12 +27,13 @@ def tearDownModule():
 class WithPlans(unittest.TestCase):
     options = ()
     camera_options = ()
+    sensor = "128x96"
 
     def setUp(self):
         self.made = tempfile.TemporaryDirectory()
         self.addCleanup(self.made.cleanup)
         self.folder = self.made.name
-        self.camera = Simulator(*self.camera_options)
+        self.camera = Simulator(*self.camera_options, sensor=self.sensor)
         self.addCleanup(self.retire, self.camera)
         self.server = self.start(self.camera.target)
 
@@ -101,6 +102,19 @@ class WithPlans(unittest.TestCase):
             if events[-1].get("name") == "test-pattern":
                 return events
         raise AssertionError("the events ended")
+
+
+class LargePlans(WithPlans):
+    sensor = "4096x4096"
+
+    def test_more_than_the_disk_holds_is_refused_and_nothing_has_begun(self):
+        plan = "sensor: [4096, 4096]\nsteps:\n- bias: {count: 999999}\n"
+        self.assertGreater(self.put("many.yaml", plan).json["needs_bytes"], 999999 << 25)
+        answer = self.again("many.yaml")
+        self.assertRefused(answer, 500, "file")
+        self.assertIn("the disk has", answer.json["error"]["text"])
+        self.assertEqual(self.state()["state"], "none")
+        self.assertEqual(self.begin().status, 202)
 
 
 class Plans(WithPlans):

@@ -4,6 +4,7 @@
 
 #include <vxcamkit/sequence.h>
 
+#include <filesystem>
 #include <future>
 #include <mutex>
 
@@ -99,6 +100,32 @@ TEST_F(SequenceRunTest, IsCheckedWithACameraThatIsSentNothing)
     EXPECT_THAT(refusal("steps: [{repeat: {times: 2, steps: [{set: {area: '90,0,10,1'}}]}}]\n"),
                 HasSubstr("area"));
     EXPECT_EQ(camera.statistics().messagesSent, sent);
+}
+
+TEST_F(SequenceRunTest, FindsWhatStandsInItsWayBeforeAnythingIsDone)
+{
+    open();
+    const std::string text = "steps: [{lights: {count: 20, exposure: 1ms}}]\n";
+    const std::string name = plan(text).folder + "/light-0017.fits";
+    std::filesystem::create_directories(plan(text).folder);
+    std::filesystem::create_symlink("nowhere", name);
+    Sequence sequence(plan(text));
+    const Error error = errorOf([&] { sequence.run(*camera_); });
+    EXPECT_EQ(error.kind(), ErrorKind::File);
+    EXPECT_THAT(error.what(), HasSubstr(name));
+    EXPECT_THAT(sequence.report().files, IsEmpty());
+}
+
+TEST_F(SequenceRunTest, CountsWhatRepeatsComeTo)
+{
+    open();
+    const SequencePlan many =
+        plan("steps: [{repeat: {times: 999, steps: [{bias: {count: 1000}}]}}]\n");
+    const SequenceNeeds needs = checkSequence(many, *camera_);
+    EXPECT_EQ(needs.frames, 999000);
+    EXPECT_EQ(needs.bytes.value_or(0),
+              checkSequence(plan("steps: [{bias: {count: 1}}]\n"), *camera_).bytes.value_or(0) *
+                  999000);
 }
 
 TEST_F(SequenceRunTest, TellsTheSettingsThatAreMadeAgain)
