@@ -5,6 +5,7 @@ import io
 import json
 import os
 import re
+import signal
 import struct
 import threading
 import time
@@ -193,6 +194,20 @@ class Faults(Rest):
         until(lambda: server.get(CAMERA).json["link"], "the link is made anew")
         self.assertEqual(server.expose(exposure=0.001)["state"], "complete")
         self.assertEqual(server.metric('vxcamd_links_lost_total{camera="0"}'), 1)
+        # What the alert of docs/operations.md looks at.
+        self.assertEqual(server.metric('vxcamd_frames_total{camera="0",end="aborted"}'), 1)
+        self.assertEqual(server.metric('vxcamd_exposures_total{camera="0",end="failed"}'), 1)
+
+    def test_an_exposure_that_is_begun_while_the_link_is_lost_fails(self):
+        camera = Simulator()
+        server = Server(camera.target)
+        self.addCleanup(server.retire)
+        server.open()
+        camera.end(signal.SIGKILL)
+        until(lambda: not server.get(CAMERA).json["link"], "the link is lost")
+        exposure = server.expose(exposure=0.001)
+        self.assertEqual((exposure["state"], exposure["error"]["kind"]), ("failed", "link-lost"))
+        self.assertEqual(server.metric('vxcamd_exposures_total{camera="0",end="failed"}'), 1)
 
     def test_a_camera_that_refuses_is_told_with_its_code(self):
         answer = self.server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -250})
