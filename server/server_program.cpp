@@ -8,9 +8,12 @@
 #include <vxcamkit/error.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <poll.h>
@@ -18,6 +21,7 @@
 #include <string>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace vxcam {
@@ -106,6 +110,38 @@ void finish(const Cameras& cameras, const Signals& signals)
     if (isAnyFinished) signals.came(kToFetch);
 }
 
+// While it exists, a signal ends the process as it is, unless it comes with the one before: a
+// terminal and a parent may both send one.
+class Impatience
+{
+public:
+    explicit Impatience(const Signals& signals) : thread_([this, &signals] { watch(signals); }) {}
+    ~Impatience()
+    {
+        isOver_ = true;
+        thread_.join();
+    }
+    Impatience(const Impatience&) = delete;
+    Impatience& operator=(const Impatience&) = delete;
+
+private:
+    void watch(const Signals& signals) const
+    {
+        constexpr int kLookMs = 50;
+        const auto begun = std::chrono::steady_clock::now();
+        while (!isOver_) {
+            if (!signals.came(kLookMs)) continue;
+            if (std::chrono::steady_clock::now() - begun < kTogether) continue;
+            std::fprintf(stderr, "vxcamd: ends at once\n");
+            std::_Exit(EXIT_FAILURE);
+        }
+    }
+
+    static constexpr std::chrono::milliseconds kTogether{500};
+    std::atomic<bool> isOver_{false};
+    std::thread thread_;
+};
+
 void serve(ServerOptions options, const Signals& signals)
 {
     std::optional<TlsKeys> keys;
@@ -146,6 +182,7 @@ void serve(ServerOptions options, const Signals& signals)
         camera->exposures().close();
     }
     if (options.finishes) finish(cameras, signals);
+    const Impatience impatience(signals);
     for (const auto& camera : cameras) {
         camera->sequences().end();
         camera->exposures().end();

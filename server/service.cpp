@@ -127,7 +127,7 @@ HttpResponse Service::mayOpen(const HttpRequest& request) const
         if (!isLive) refusePath(request.path);
         rest_.cameraOf(parts);
         if (meters_.watchers >= Watcher::kMost) {
-            throw Refusal(503, "watchers", "there are too many watchers already");
+            throw Refusal(503, "watchers", Watcher::kTooMany);
         }
         return {};
     } catch (const Refusal& refusal) {

@@ -1,6 +1,7 @@
 #include "live/watcher.h"
 
 #include "cameras/frame_json.h"
+#include "http/http_message.h"
 
 #include <algorithm>
 
@@ -16,7 +17,10 @@ Watcher::Watcher(SharedCamera& camera, SocketWriter& writer, Meters& meters)
     : camera_(camera), writer_(writer), meters_(meters), seenEvent_(camera.events().last()),
       expected_(std::max<uint64_t>(camera.feed().last(), 1))
 {
-    ++meters_.watchers;
+    int before = meters_.watchers;
+    do {
+        if (before >= kMost) throw Refusal(503, "watchers", kTooMany);
+    } while (!meters_.watchers.compare_exchange_weak(before, before + 1));
     thread_ = std::thread([this] { send(); });
 }
 

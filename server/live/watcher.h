@@ -32,7 +32,9 @@ class Watcher : public Socket
 {
 public:
     static constexpr int kMost = 64; // at once
+    static constexpr const char* kTooMany = "there are too many watchers already";
 
+    // Throws Refusal{503} when there are so many.
     Watcher(SharedCamera& camera, SocketWriter& writer, Meters& meters);
     ~Watcher() override;
     Watcher(const Watcher&) = delete;

@@ -150,7 +150,7 @@ HttpResponse answerFrames(const HttpRequest& request, const Exposure& exposure,
         return answerFrame(request, *frame, format, version);
     }
     if (exposure.error) throw Error(*exposure.error);
-    if (isOne && static_cast<uint64_t>(number) <= exposure.came) {
+    if (isLast ? exposure.came > 0 : static_cast<uint64_t>(number) <= exposure.came) {
         throw Refusal(410, "gone", "this frame is not kept any more");
     }
     if (!isOver(exposure.state)) throw Refusal(409, "not-ready", "this frame has not come yet");

@@ -1,5 +1,6 @@
 """Exposures and properties through REST, against the simulated camera's own account."""
 
+import concurrent.futures
 import hashlib
 import io
 import json
@@ -160,6 +161,34 @@ class Exposures(Rest):
         exposure = server.expose(exposure=0.001, frames=8)
         self.assertEqual([frame["number"] for frame in exposure["frames"]], [5, 6, 7, 8])
         self.assertRefused(server.get(CAMERA + "/exposures/1/frames/2.raw"), 410, "gone")
+        server.expose(exposure=0.001, frames=4)
+        for name in ("frame.raw", "frame.json", "frames/8.raw"):
+            self.assertRefused(server.get(CAMERA + "/exposures/1/" + name), 410, "gone")
+        self.assertRefused(server.get(CAMERA + "/exposures/1/frames/9.raw"), 404, "unknown-frame")
+
+    def test_many_watchers_at_once_are_not_more_than_there_may_be(self):
+        server = Server("sim?sensor=64x48&heartbeat=0", "--connections", "150")
+        self.addCleanup(server.retire)
+        server.open()
+        with concurrent.futures.ThreadPoolExecutor(100) as pool:
+            watchers = list(pool.map(lambda _: WebSocket(server.port, CAMERA + "/live"),
+                                     range(100)))
+        for watcher in watchers:
+            self.addCleanup(watcher.close)
+        self.assertLessEqual({watcher.status for watcher in watchers}, {101, 503})
+        self.assertEqual(sum(self.is_served(watcher) for watcher in watchers), 64)
+
+    @staticmethod
+    def is_served(watcher):
+        if watcher.status != 101:
+            return False
+        try:
+            watcher.socket.sendall(b"\x89\x80" + bytes(4))
+            while (message := watcher.message()) not in ("pong", None):
+                pass
+            return message == "pong"
+        except (OSError, ValueError):  # closed
+            return False
 
 
 class Faults(Rest):

@@ -11,7 +11,7 @@ import tempfile
 import time
 import unittest
 
-from server_support import (PATIENCE, SERVER, Process, Server, WebSocket, raw_exchange, reap, until)
+from server_support import (PATIENCE, SERVER, Process, Server, Simulator, WebSocket, raw_exchange, reap, until)
 
 CAMERA = "/api/v1/cameras/0"
 TOKEN = "correct-horse-battery-staple"
@@ -143,6 +143,26 @@ class Ending(WithServer):
         self.assertEqual(server.end(), 0)
         self.assertLess(time.monotonic() - begun, 10)
         watcher.close()
+
+    def test_a_second_signal_ends_it_also_while_it_waits_for_a_camera(self):
+        camera = Simulator()
+        self.addCleanup(camera.end, signal.SIGKILL)
+        server = Server(camera.target)
+        server.open()
+        camera.process.send_signal(signal.SIGSTOP)
+        client = server.connection()
+        self.addCleanup(client.close)
+        client.request("PUT", CAMERA + "/properties/gain", '{"value": 2}',
+                       {"Content-Type": "application/json"})
+        server.process.send_signal(signal.SIGTERM)
+        server.line("ending")
+
+        def has_ended():
+            server.process.send_signal(signal.SIGTERM)
+            return server.process.poll() is not None
+        until(has_ended, "the end")
+        self.assertEqual(server.end(), 1)
+        self.assertEqual(server.errors, ["vxcamd: ends at once"])
 
     def test_it_ends_at_once_when_nobody_is_connected(self):
         times = []
