@@ -196,6 +196,35 @@ class Page(InBrowser):
         self.browser.run("fetch('%s')" % CAMERA)  # what it asked for before is answered
         self.assertEqual(count(), 3)
 
+    def test_a_wrong_set_point_is_told_beside_its_field(self):
+        self.browser.until("document.getElementById('target').value !== ''")
+        target = lambda: self.server.get(CAMERA + "/properties/target-temp").json["value"]
+        before = target()
+        for wrong, told in (("warm", "'warm' is no number of degrees"), ("500", "out of range")):
+            self.browser.run('''document.getElementById('target').value = '%s';
+                                document.getElementById('target').dispatchEvent(new Event('change'))''' % wrong)
+            self.browser.until(text("target-wrong") + ".includes(%r)" % told)
+            self.assertEqual(target(), before)
+        self.browser.run('''document.getElementById('target').value = '-7';
+                            document.getElementById('target').dispatchEvent(new Event('change'))''')
+        self.browser.until(text("target-wrong") + " === ''")
+        until(lambda: target() == -7, "the set point")
+
+    def test_all_times_are_utc(self):
+        self.browser.call("Emulation.setTimezoneOverride", timezoneId="Asia/Kathmandu")
+        self.browser.run("document.getElementById('start').click()")
+        self.browser.until(text("events") + ".includes('exposure complete')")
+        told = self.browser.run("[...document.getElementById('events').children].map(each => each.textContent)")
+        now = datetime.datetime.now(datetime.timezone.utc)
+        for each in told:
+            then = datetime.datetime.strptime(each[:8], "%H:%M:%S").replace(
+                year=now.year, month=now.month, day=now.day, tzinfo=datetime.timezone.utc)
+            self.assertLess(abs((now - then).total_seconds()) % 86100, 300, each)
+        self.browser.until(drawn_in("temperatures", 3))
+        clock = "import('/graphs.js').then(({graphIn}) => graphIn('temperatures').plot.series[0].value(null, 1700000000))"
+        self.assertEqual(self.browser.run(clock), "22:13:20")
+        self.assertIn("UTC", self.browser.run("document.querySelector('footer').textContent"))
+
     def test_the_width_of_a_star_is_that_of_its_gaussian(self):
         for sigma in (1.0, 1.5, 2.0, 3.0):
             star = self.browser.run("""import('/star.js').then(({starAt}) => {

@@ -19,7 +19,7 @@ export function recolour() {
 readColours();
 matchMedia('(prefers-color-scheme: dark)').addEventListener('change', recolour);
 
-const clock = seconds => new Date(seconds * 1000).toTimeString().slice(0, 8);
+const clock = seconds => new Date(seconds * 1000).toISOString().slice(11, 19); // UTC
 
 const text = (value, digits) => value == null ? '\u2013' : value.toFixed(digits);
 

@@ -18,9 +18,9 @@ let newest = null;  // the frame that is drawn: facts, part, pixels, since: when
                     // and figures of it
 let stretch = null; // of it
 
-function tell(text) {
+function tell(text, utc = new Date().toISOString()) {
   const line = document.createElement('li');
-  line.textContent = `${new Date().toLocaleTimeString()} ${text}`;
+  line.textContent = `${utc.slice(11, 19)} ${text}`;
   at('events').prepend(line);
   while (at('events').children.length > 100) at('events').lastChild.remove();
 }
@@ -357,7 +357,7 @@ function onEvent(event) {
   if (event.event === 'sequence') onSequence();
   if (event.event !== 'frame') {
     tell([event.event, event.name, event.plan, event.state, event.holder, event.file, event.failure, event.text]
-        .filter(Boolean).join(' '));
+        .filter(Boolean).join(' '), event.utc);
   }
   refresh();
 }
@@ -404,6 +404,7 @@ async function setArea(wanted) {
 let setTo = null; // degrees; null while nothing is cooled
 async function showCooler() {
   at('target').value = (await camera('GET', '/properties/target-temp')).value;
+  complain('target');
   at('cooling').checked = (await camera('GET', '/properties/cooling')).value;
   setTo = at('cooling').checked ? Number(at('target').value) : null;
 }
@@ -423,8 +424,15 @@ at('fit').onclick = () => view.setZoom(0);
 at('leave').onclick = () => pick(null);
 at('one').onclick = () => view.setZoom(1);
 at('target').onchange = () => doing(async () => {
-  await camera('PUT', '/properties/target-temp', {value: Number(at('target').value)});
-  await showCooler();
+  const value = numberIn('target', 'degrees') ?? null;
+  if (value === null) return;
+  try {
+    await camera('PUT', '/properties/target-temp', {value});
+    await showCooler();
+  } catch (error) {
+    complain('target', error.message);
+    tell(error.message);
+  }
 });
 at('cooling').onchange = () => doing(async () => {
   await camera('PUT', '/properties/cooling', {value: at('cooling').checked});
