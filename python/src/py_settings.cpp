@@ -30,9 +30,11 @@ std::string silenceText(const CoreCamera& self, const char* what, const std::str
 // On the calling thread, as far as no signal has to wait for that.
 std::optional<Value> getAtOnce(const CoreCamera& self, const std::string& name)
 {
-    const std::shared_ptr<Camera> camera = self.use();
-    const python::gil_scoped_release released;
-    return camera->getWithin(name, kSlice);
+    const auto ask = [camera = self.use(), &name] { // which another thread may close meanwhile
+        const python::gil_scoped_release released;
+        return camera->getWithin(name, kSlice);
+    };
+    return ask();
 }
 
 python::object get(const CoreCamera& self, const std::string& name)
