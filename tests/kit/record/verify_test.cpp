@@ -1,78 +1,13 @@
 // Records that are good, and some that are not; tests/tools/verify damages them in all ways.
-#include "record_support.h"
+#include "record/verify_support.h"
 
 #include <vxcamkit/verify.h>
 
 using testing::HasSubstr;
 
-#ifdef __SANITIZE_ADDRESS__
-// The HDF5 library keeps what it has of files that it cannot read. What a record itself would keep,
-// the tests of vxcam see.
-extern "C" __attribute__((visibility("default"))) const char*
-__lsan_default_suppressions() // NOLINT(bugprone-reserved-identifier)
-{
-    return "leak:libhdf5";
-}
-#endif
-
 namespace vxcam {
 
-namespace {
-
-constexpr int kFrames = 6, kRows = 12, kColumns = 20;
-
-Frame goodFrame(int number)
-{
-    FrameFacts facts;
-    facts.exposure = std::chrono::milliseconds(10);
-    facts.readout = 1;
-    facts.packetsExpected = kRows;
-    return numbered<uint16_t>(number, kRows, kColumns, facts);
-}
-
-void makeRecord(const std::string& path, const RecordOptions& options = {})
-{
-    Recorder recorder(path, options);
-    for (int i = 1; i <= kFrames; ++i) {
-        ASSERT_TRUE(recorder.write(goodFrame(i)));
-    }
-    recorder.finish();
-}
-
-std::string findingsOf(const Verdict& verdict)
-{
-    std::string text;
-    for (const Finding& finding : verdict.findings) {
-        text += finding.check + " " + std::to_string(finding.frame) + " " + finding.text + "\n";
-    }
-    return text;
-}
-
-bool isFoundDamaged(const std::string& path)
-{
-    try {
-        return !verifyRecord(path).isGood();
-    } catch (const Error& error) {
-        EXPECT_EQ(error.kind(), ErrorKind::File) << error.what();
-        return true;
-    }
-}
-
-// Whichever byte it is: the HDF5 library would look again and again, for what may still be written.
-void lookAtDamage(const Folder& folder, const std::string& bytes)
-{
-    size_t found = 0, tried = 0;
-    for (size_t at = 0; at < std::min<size_t>(bytes.size(), 4096); at += 7) {
-        std::string damaged = bytes;
-        damaged[at] ^= 4;
-        makeTextFile(folder.path("b.h5"), damaged);
-        ++tried;
-        if (isFoundDamaged(folder.path("b.h5"))) ++found;
-    }
-    EXPECT_GT(found, tried / 3);
-}
-
-} // namespace
+namespace {} // namespace
 
 TEST(VerifyRecords, FindsNothingInGoodOnes)
 {
@@ -105,32 +40,6 @@ TEST(VerifyRecords, FindsDamageInCompressedOnes)
     bytes[bytes.find("RICE_1", bytes.find("RICE_1") + 1) + 9000] ^= 1;
     makeTextFile(folder.path("b.fits"), bytes);
     EXPECT_THAT(findingsOf(verifyRecord(folder.path("b.fits"))), HasSubstr("the sum of part"));
-}
-
-TEST(VerifyRecords, TellOfDamageInHdf5WithoutAWait)
-{
-    const Folder folder;
-    makeRecord(folder.path("a.h5"));
-    lookAtDamage(folder, ReadFile(folder.path("a.h5")));
-}
-
-// As one is whose writer was killed: marked as being written.
-TEST(VerifyRecords, TellOfDamageInHdf5ThatWasNotEndedWithoutAWait)
-{
-    const Folder folder;
-    Recorder recorder(folder.path("a.h5"));
-    for (int i = 1; i <= kFrames; ++i) {
-        ASSERT_TRUE(recorder.write(goodFrame(i)));
-    }
-    ASSERT_TRUE(waitUntil([&] { return recorder.books().flushed == kFrames; }));
-    const std::string bytes = ReadFile(folder.path("a.h5"));
-    makeTextFile(folder.path("c.h5"), bytes);
-    const Verdict running = verifyRecord(folder.path("c.h5"));
-    EXPECT_EQ(findingsOf(running), "ended -1 it still runs, or its process was killed\n");
-    EXPECT_EQ(running.frames, size_t{kFrames});
-    makeTextFile(folder.path("c.h5"), bytes.substr(0, bytes.size() / 2));
-    EXPECT_TRUE(isFoundDamaged(folder.path("c.h5")));
-    lookAtDamage(folder, bytes);
 }
 
 // Rows that are missing have a number that no other pixel has, which is not always that of 0.
