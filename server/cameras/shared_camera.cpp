@@ -84,6 +84,7 @@ void SharedCamera::heard(const Event& event)
         switch (event.kind) {
         case EventKind::Heartbeat:
             temperatures_ = ToldTemperatures{event.sensorTemperature, event.boardTemperature};
+            heartAt_ = std::chrono::steady_clock::now();
             facts = {{"sensor_temperature", event.sensorTemperature},
                      {"board_temperature", event.boardTemperature}};
             break;
@@ -128,14 +129,30 @@ bool SharedCamera::waitUntilOpen(std::chrono::milliseconds most) const
 
 bool SharedCamera::isLinkUp() const
 {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return isLinkUp_;
+    std::shared_ptr<Camera> open;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (isLinkUp_) open = camera_;
+    }
+    try { // that it is lost is known a little before it is heard
+        return open && open->waitForLink(std::chrono::milliseconds(0));
+    } catch (const Error&) { // it is being closed
+        return false;
+    }
 }
 
 std::optional<ToldTemperatures> SharedCamera::temperatures() const
 {
+    const auto age = heartbeatAge();
     std::lock_guard<std::mutex> guard(mutex_);
-    return temperatures_;
+    return age && *age <= kTemperaturesLast ? temperatures_ : std::nullopt;
+}
+
+std::optional<std::chrono::duration<double>> SharedCamera::heartbeatAge() const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!temperatures_) return std::nullopt;
+    return std::chrono::steady_clock::now() - heartAt_;
 }
 
 void SharedCamera::tell(const std::string& name, const Value& value)

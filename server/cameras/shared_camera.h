@@ -25,10 +25,12 @@ struct SharingOptions {
     size_t keptBytes = size_t{256} << 20; // of frames of the last exposures
 };
 
-// What a heartbeat told.
+// What a heartbeat told. A camera sends one every second or so; what it told longer ago than
+// kTemperaturesLast is no temperature of now.
 struct ToldTemperatures {
     double sensor = 0, board = 0; // degrees Celsius
 };
+constexpr std::chrono::seconds kTemperaturesLast{10};
 
 // Opens the camera as soon as it answers, and keeps what it told, so that what only asks how things
 // are does not wait for it.
@@ -51,6 +53,7 @@ public:
     bool waitUntilOpen(std::chrono::milliseconds most) const;
     bool isLinkUp() const; // open, and the connection is there
     std::optional<ToldTemperatures> temperatures() const;
+    std::optional<std::chrono::duration<double>> heartbeatAge() const; // none without a connection
 
     // As Camera::get() and set(). Once told, a setting stays known until something else may have
     // changed it; `known` takes such an answer. set() throws Refusal{409} while a sequence runs.
@@ -88,7 +91,8 @@ private:
     Subscription subscription_;
     std::optional<Error> trouble_; // why it is not open
     bool isLinkUp_ = false, isEnding_ = false;
-    std::optional<ToldTemperatures> temperatures_;
+    std::optional<ToldTemperatures> temperatures_; // of heartAt_
+    std::chrono::steady_clock::time_point heartAt_;
     std::map<std::string, Value> told_;
 
     Exposures exposures_; // uses all of the above

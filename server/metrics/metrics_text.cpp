@@ -129,6 +129,12 @@ void addCameras(const std::vector<OpenCamera>& cameras, Page* page)
                          figure);
         }
     }
+    page->family("heartbeat_age_seconds", "gauge",
+                 "time since the camera told something of itself");
+    for (const OpenCamera& camera : cameras) {
+        if (const auto age = camera.shared->heartbeatAge())
+            page->figure(camera.labels, age->count());
+    }
     page->family("temperature_celsius", "gauge", "temperatures, as long as the camera tells them");
     for (const OpenCamera& camera : cameras) {
         const auto told = camera.shared->temperatures();

@@ -49,6 +49,8 @@ Json cameraJson(SharedCamera& camera)
     const auto temperatures = camera.temperatures();
     json["sensor_temperature"] = temperatures ? Json(temperatures->sensor) : Json();
     json["board_temperature"] = temperatures ? Json(temperatures->board) : Json();
+    const auto age = camera.heartbeatAge();
+    json["heartbeat_age"] = age ? Json(age->count()) : Json();
     json["lease"] = leaseJson(camera.lease().state());
     const auto running = camera.exposures().running();
     json["exposure"] = running ? Json(running->id) : Json();

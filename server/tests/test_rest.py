@@ -227,6 +227,25 @@ class Faults(Rest):
         self.assertEqual(server.metric('vxcamd_frames_total{camera="0",end="aborted"}'), 1)
         self.assertEqual(server.metric('vxcamd_exposures_total{camera="0",end="failed"}'), 1)
 
+    def test_a_camera_that_falls_silent_has_no_temperatures(self):
+        camera = Simulator()
+        self.addCleanup(camera.retire)
+        server = Server(camera.target)
+        self.addCleanup(server.retire)
+        server.open()
+        until(lambda: server.get(CAMERA).json["sensor_temperature"] is not None, "a temperature")
+        self.assertLess(server.get(CAMERA).json["heartbeat_age"], 10)
+        camera.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(camera.process.send_signal, signal.SIGCONT)
+        until(lambda: server.get(CAMERA).json["sensor_temperature"] is None, "silence", 20)
+        silent = server.get(CAMERA).json
+        self.assertEqual((silent["link"], silent["board_temperature"]), (True, None))
+        self.assertGreater(silent["heartbeat_age"], 10)
+        self.assertGreater(server.metric('vxcamd_heartbeat_age_seconds{camera="0"}'), 10)
+        self.assertNotIn("vxcamd_temperature_celsius{", server.get("/metrics").body.decode())
+        camera.process.send_signal(signal.SIGCONT)
+        until(lambda: server.get(CAMERA).json["sensor_temperature"] is not None, "it speaks again")
+
     def test_an_exposure_that_is_begun_while_the_link_is_lost_fails(self):
         camera = Simulator()
         server = Server(camera.target)
