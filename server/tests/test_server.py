@@ -150,10 +150,13 @@ class Ending(WithServer):
         server = Server(camera.target)
         server.open()
         camera.process.send_signal(signal.SIGSTOP)
+        sent = 'vxcamd_sent_bytes_total{camera="0"}'
+        before = server.metric(sent)
         client = server.connection()
         self.addCleanup(client.close)
         client.request("PUT", CAMERA + "/properties/gain", '{"value": 2}',
                        {"Content-Type": "application/json"})
+        until(lambda: server.metric(sent) > before, "the camera is asked")
         server.process.send_signal(signal.SIGTERM)
         server.line("ending")
 
