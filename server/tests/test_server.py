@@ -88,6 +88,21 @@ class CommandLine(WithServer):
         self.assertRefused(1, "16", SIM, "--token-file", nothing)
         self.assertRefused(5, "/nowhere", SIM, "--token-file", "/nowhere")
 
+    def test_the_unit_of_the_service_manager_starts_it(self):
+        unit = os.path.join(os.path.dirname(os.environ["VXCAMD"]), "vxcamd.service")
+        with open(unit, encoding="utf-8") as file:
+            line = next(line for line in file if line.startswith("ExecStart="))
+        camera = Simulator()
+        self.addCleanup(camera.retire)
+        known = {"${CREDENTIALS_DIRECTORY}/token": [self.token_file()], "$CAMERAS": [camera.target],
+                 "$OPTIONS": ["--alpaca", "--discovery-port", "0", "--at-end", "finish"]}
+        words = [each for word in line.split("=", 1)[1].split()[1:]
+                 for each in known.get(word, [word])]
+        server = self.start(*words, targets=())
+        self.assertEqual(server.get("/api/v1/cameras").status, 401)
+        self.assertEqual(
+            server.get("/api/v1/cameras", headers={"Authorization": "Bearer " + TOKEN}).status, 200)
+
     def test_a_token_that_the_service_manager_hands_over_is_taken(self):
         """Its access list shows as the rights of a group."""
         path, elsewhere = (self.token_file(mode=0o440) for _ in range(2))
