@@ -170,37 +170,40 @@ std::unique_lock<std::recursive_mutex> CameraCore::takeTurn()
     return turn;
 }
 
-CameraCore::Command::Command(CameraCore& core, Before before) : core_(core), guard_(core.takeTurn())
+CameraCore::Command::UnderWay::UnderWay(CameraCore& core) : core_(core)
 {
-    core_.requireOpen();
-    if (before == Before::All) {
-        core_.askFirst(came_);
-        core_.awaitLateAnswer();
-    }
     {
         std::lock_guard<std::mutex> guard(core_.state_);
         ++core_.commandsUnderWay_;
         held_ = core_.stream_;
     }
     if (held_) held_->commandBegins();
-    if (before == Before::Nothing) return;
-    try {
-        core_.restoreIfLost();
-        core_.clearAway();
-    } catch (const Error&) { // what comes next will fail in its own way
-    }
 }
 
-CameraCore::Command::~Command()
+CameraCore::Command::UnderWay::~UnderWay()
 {
     if (held_) held_->commandEnds();
     answered();
 }
 
-void CameraCore::Command::answered()
+void CameraCore::Command::UnderWay::answered()
 {
     std::lock_guard<std::mutex> guard(core_.state_);
     if (!std::exchange(isAnswered_, true)) --core_.commandsUnderWay_;
+}
+
+CameraCore::Command::Command(CameraCore& core, Before before)
+    : guard_(core.takeTurn()), underWay_(core)
+{
+    core.requireOpen();
+    if (before == Before::Nothing) return;
+    core.askFirst(came_);
+    core.awaitLateAnswer();
+    try {
+        core.restoreIfLost();
+        core.clearAway();
+    } catch (const Error&) { // what comes next will fail in its own way
+    }
 }
 
 // ---- Readouts ---------------------------------------------------------------------------------

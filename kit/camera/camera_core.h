@@ -85,19 +85,33 @@ public:
     public:
         enum class Before { All, Nothing }; // what is to be done is done
         explicit Command(CameraCore& core, Before before = Before::All);
-        ~Command();
         Command(const Command&) = delete;
         Command& operator=(const Command&) = delete;
 
         // All its questions are answered: errors that come now are not its own any more.
-        void answered();
+        void answered() { underWay_.answered(); }
 
     private:
-        CameraCore& core_;
-        bool isAnswered_ = false;
+        // While it lives, those know of the command for whom that matters: errors that come are its
+        // own, and a camera that is held back can answer.
+        class UnderWay
+        {
+        public:
+            explicit UnderWay(CameraCore& core);
+            ~UnderWay();
+            UnderWay(const UnderWay&) = delete;
+            UnderWay& operator=(const UnderWay&) = delete;
+            void answered();
+
+        private:
+            CameraCore& core_;
+            bool isAnswered_ = false;
+            std::shared_ptr<StreamCore> held_;
+        };
+
         const SteadyTime came_ = std::chrono::steady_clock::now();
         std::unique_lock<std::recursive_mutex> guard_;
-        std::shared_ptr<StreamCore> held_;
+        UnderWay underWay_;
     };
 
 private:

@@ -95,6 +95,26 @@ protected:
     std::optional<Camera> camera_;
 };
 
+class ShortQuestionInAReadout : public KitCamera
+{
+protected:
+    // A readout whose frames nobody takes holds the camera back soon.
+    Stream heldStream()
+    {
+        Plan plan = planOf(0);
+        plan.buffers = 2;
+        Stream stream = open().stream(plan);
+        EXPECT_TRUE(waitUntil([&] { return camera_->statistics().framesComplete >= 2; }));
+        return stream;
+    }
+    void askInVain(const std::string& fault)
+    {
+        sim_->Inject(ParseSimFault(fault));
+        EXPECT_FALSE(camera_->getWithin("gain", kShortly));
+        ASSERT_EQ(camera_->statistics().requestsTimedOut, 1u) << "it was asked";
+    }
+};
+
 } // namespace
 
 TEST_F(ShortQuestion, IsAnswered)
@@ -168,4 +188,11 @@ TEST_F(ShortQuestion, OfAClosedCameraSaysSo)
     camera_->close();
     EXPECT_EQ(errorOf([&] { camera_->getWithin("register:1", kPatience); }).kind(),
               ErrorKind::Aborted);
+}
+
+TEST_F(ShortQuestionInAReadout, LetsALaterOneBeAnsweredWhileFramesAreHeldBack)
+{
+    const Stream stream = heldStream();
+    askInVain("late-answer:seconds=0.5");
+    EXPECT_EQ(camera_->get("gain").toInt(), 0);
 }
