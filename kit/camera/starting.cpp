@@ -1,11 +1,11 @@
 // From a plan to a readout that runs.
 #include "camera/camera_core.h"
 #include "readout/host_clock.h"
+#include "readout/plan_check.h"
 
 #include "vxcamiface.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 namespace vxcam {
@@ -16,13 +16,9 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using SteadyClock = std::chrono::steady_clock;
 
-constexpr int kMostFrames = 32767;
-constexpr size_t kMostRegions = 16;
-constexpr int kUsualBuffers = 8, kMostBuffers = 1024;
+constexpr int kUsualBuffers = 8;
 constexpr size_t kUsualBytes = size_t{256} << 20;
-constexpr int kBinnedBits = 32;
 constexpr unsigned short kShutterStaysClosed = 0x0001; // flag of an area readout
-constexpr int kMostFactor = 65535, kMostTable = 7, kMostFlags = 65535;
 constexpr int kUsualBits = 16;
 
 bool isDark(const Plan& plan)
@@ -61,11 +57,6 @@ Value valueOf(const std::vector<Area>& regions)
     return Value::list(std::move(groups));
 }
 
-std::string sizeText(const Size& size)
-{
-    return std::to_string(size.columns) + " x " + std::to_string(size.rows);
-}
-
 // Of the camera or the way to it, not of the application's will.
 bool isFailure(ReadoutEnd end)
 {
@@ -98,45 +89,7 @@ size_t bufferBytes(const Plan& plan, const FrameFacts& facts)
 
 void CameraCore::checkPlan(const Plan& plan) const
 {
-    const auto refuse = [this](const std::string& text) { fail(ErrorKind::Usage, text); };
-    const bool isArea = plan.kind == ReadoutKind::Area || plan.kind == ReadoutKind::AsSet;
-    if (plan.frames < 0 || plan.frames > kMostFrames) refuse("frames: 0 to 32767");
-    if (isArea && plan.bits != 8 && plan.bits != 16) refuse("bits: 8 or 16 of the area kind");
-    if (!isArea && plan.bits != 16 && plan.bits != kBinnedBits)
-        refuse("bits: binned pixels have 32");
-    if (plan.exposure) {
-        const microseconds most{milliseconds(std::numeric_limits<uint32_t>::max())};
-        if (*plan.exposure < microseconds(0) || *plan.exposure > most) {
-            refuse("exposure: 0 to 4294967295 ms");
-        }
-        if (*plan.exposure % milliseconds(1) != microseconds(0)) {
-            refuse("exposure: the finest step is 1 ms");
-        }
-    }
-    if (plan.area && !isArea) refuse("area: binned readouts are of the whole sensor");
-    if (plan.area && !plan.area->fits(sensor_)) {
-        refuse("area: no part of the sensor of " + sizeText(sensor_) + " pixels");
-    }
-    if (!plan.regions.empty()) {
-        if (plan.area || !isArea) refuse("regions: of the area kind, and instead of an area");
-        if (plan.regions.size() > kMostRegions) refuse("regions: 16 at most");
-        for (const Area& region : plan.regions) {
-            if (!region.fits(sensor_)) {
-                refuse("regions: one is no part of the sensor of " + sizeText(sensor_) + " pixels");
-            }
-        }
-    }
-    if ((plan.binningX || plan.binningY) && plan.kind != ReadoutKind::Binned) {
-        refuse("binning: of the binned kind only");
-    }
-    for (const std::optional<int>& factor : {plan.binningX, plan.binningY}) {
-        if (factor && (*factor < 1 || *factor > kMostFactor)) refuse("binning: 1 to 65535");
-    }
-    if (plan.mode < 0 || plan.mode > (isArea ? kMostFlags : kMostTable)) {
-        refuse(isArea ? "mode: flags of 16 bits" : "mode: a table from 0 to 7");
-    }
-    if (plan.buffers < 0 || plan.buffers > kMostBuffers) refuse("buffers: 0 to 1024");
-    if (plan.timeout && *plan.timeout <= milliseconds(0)) refuse("time-out: more than 0");
+    if (const auto mistake = mistakeIn(plan, sensor_)) fail(ErrorKind::Usage, *mistake);
 }
 
 // Sets a property for this readout, and remembers what it was before.

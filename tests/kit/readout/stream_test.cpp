@@ -228,6 +228,27 @@ TEST_F(Streams, RefusePlansBeforeAnythingIsSent)
     EXPECT_EQ(camera.statistics().messagesSent, sent);
 }
 
+TEST_F(Streams, TellWhatOfAPlanCannotBeAndWhatCan)
+{
+    Camera& camera = open();
+    const auto textOf = [&](const auto& change) -> std::string {
+        Plan plan;
+        change(&plan);
+        return errorOf([&] { camera.stream(plan); }).what();
+    };
+    EXPECT_THAT(textOf([](Plan* plan) { plan->frames = 40000; }),
+                HasSubstr("frames 40000: give 0 to 32767"));
+    EXPECT_THAT(textOf([](Plan* plan) { plan->bits = 12; }), HasSubstr("bits 12: give 8 or 16"));
+    EXPECT_THAT(textOf([](Plan* plan) { plan->buffers = -1; }),
+                HasSubstr("buffers -1: give 0 to 1024"));
+    EXPECT_THAT(textOf([](Plan* plan) { plan->exposure = 1500us; }),
+                HasSubstr("exposure 1500 us: the finest step is 1 ms"));
+    EXPECT_THAT(textOf([](Plan* plan) {
+                    plan->area = Area{1, 2, 3, 4000};
+                }),
+                HasSubstr("area 1,2,3,4000: no part of the sensor of "));
+}
+
 TEST_F(Streams, BinAsTheCameraIsSetToUnlessThePlanSaysOtherwise)
 {
     Camera& camera = open();
