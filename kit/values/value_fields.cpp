@@ -98,6 +98,9 @@ double switchNumber(const std::string& name, const Value& value)
 
 double timeNumber(const std::string& name, const Value& value)
 {
+    if (value.kind() == Value::Kind::Switch) {
+        refuseValue(name, value.text(), "write a time, like 500ms");
+    }
     try {
         const double seconds = value.toDouble();
         return static_cast<double>(checkedDuration(seconds * kMilliseconds, value.text()).count());

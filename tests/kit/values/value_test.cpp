@@ -141,6 +141,14 @@ TEST(Values, ThatMakeNoSenseAreRefused)
     EXPECT_LT(complaint({{kBytes}}, std::string(100000, '1')).size(), 200u);
 }
 
+TEST(Values, ThatAreSwitchesAreNoTimes)
+{
+    for (const bool on : {false, true}) {
+        EXPECT_THAT(misfit({{kTime}}, on), HasSubstr("write a time, like 500ms"));
+    }
+    EXPECT_THAT(noJson({{kTime}}, "true"), testing::Ne("nothing"));
+}
+
 TEST(Values, OfSeveralFieldsNeedAllThatHaveNoDefault)
 {
     const Shape shape{{kNumber, optional(kChoice, 9), optional(kSwitch, 0)}};
