@@ -72,9 +72,10 @@ std::shared_ptr<StreamCore> CameraCore::present() const
 
 // ---- What the camera tells --------------------------------------------------------------------
 
-std::optional<Temperatures> CameraCore::lastTemperatures() const
+std::optional<Temperatures> CameraCore::lastTemperatures(SteadyTime* told) const
 {
     std::lock_guard<std::mutex> guard(state_);
+    if (told) *told = temperatureTime_;
     const bool isOld = steady_clock::now() - temperatureTime_ > kTemperatureAge;
     return isOld ? std::nullopt : temperatures_;
 }

@@ -67,7 +67,8 @@ public:
     double timeScale() const;
     Statistics statistics() const;
     bool isClosed() const { return isClosed_; }
-    std::optional<Temperatures> lastTemperatures() const; // as temperatures(), without waiting
+    // As temperatures(), without waiting; and when they came.
+    std::optional<Temperatures> lastTemperatures(SteadyTime* told = nullptr) const;
 
     // ---- Access
     int handle() const override { return handle_; }

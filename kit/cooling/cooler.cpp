@@ -20,6 +20,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr milliseconds kStep(500), kShortestStep(10); // between two looks at the sensor
+constexpr duration<double> kSilence(5);               // such a one may come with any camera
 constexpr double kColdest = -273, kWarmest = 273;     // degrees Celsius
 constexpr double kMostRamp = 1000, kMostTolerance = 100;
 
@@ -49,6 +50,7 @@ struct Cooler::Work {
     mutable std::condition_variable changed;
     std::optional<Ramp> ramp;
     Ramp::Orders orders; // that could not be given yet
+    SteadyTime told;     // the last temperature that was looked at; with `turn`
     bool isClosed = false;
     std::optional<Keeper> keeper;
 
@@ -58,6 +60,8 @@ struct Cooler::Work {
     {
         return duration<double>(steady_clock::now().time_since_epoch()) * camera.timeScale();
     }
+
+    Ramp::Time silence() const { return kSilence * camera.timeScale(); }
 
     void start(Ramp next)
     {
@@ -104,13 +108,16 @@ struct Cooler::Work {
     // camera does.
     void step()
     {
-        const auto temperatures = camera.lastTemperatures();
+        SteadyTime when;
+        const auto temperatures = camera.lastTemperatures(&when);
+        const bool isNew = std::exchange(told, when) != when;
         Ramp::Orders next;
         {
             std::lock_guard<std::mutex> guard(lock);
             if (!ramp) return;
             const Ramp::Orders fresh = ramp->step(
-                now(), temperatures ? std::optional<double>(temperatures->sensor) : std::nullopt);
+                now(), temperatures ? std::optional<double>(temperatures->sensor) : std::nullopt,
+                isNew);
             if (fresh.setPoint) orders.setPoint = fresh.setPoint;
             if (fresh.cooling) orders.cooling = fresh.cooling;
             next = orders;
@@ -171,7 +178,7 @@ void Cooler::cool(const Cooling& cooling)
             "a tolerance is more than 0 and at most 100 degrees");
     require(cooling.settle >= milliseconds(0) && cooling.patience > milliseconds(0),
             "times are not negative");
-    work_->start(Ramp(cooling));
+    work_->start(Ramp(cooling, work_->silence()));
 }
 
 void Cooler::warmUp(const Warming& warming)
@@ -179,7 +186,7 @@ void Cooler::warmUp(const Warming& warming)
     checkTarget(warming.target);
     checkRamp(warming.ramp);
     require(warming.patience > milliseconds(0), "times are not negative");
-    work_->start(Ramp(warming));
+    work_->start(Ramp(warming, work_->silence()));
 }
 
 void Cooler::stop()

@@ -14,6 +14,7 @@ constexpr double kStep = 0.1;     // of a set point, degrees
 constexpr double kProgress = 0.2; // degrees nearer that count as such
 constexpr double kLag = 1.0;      // behind the set point, beyond the tolerance, while it moves
 constexpr double kRounding = 1e-6;
+constexpr int kLooks = 3; // at the least, before a sensor is said to stay where it is
 
 double inSteps(double degrees)
 {
@@ -48,18 +49,18 @@ const char* nameOf(CoolingPhase phase)
     return "idle";
 }
 
-Ramp::Ramp(const Cooling& cooling)
+Ramp::Ramp(const Cooling& cooling, Time silence)
     : isWarming_(false), rampRate_(cooling.ramp / kMinute), tolerance_(cooling.tolerance),
-      settle_(cooling.settle), patience_(cooling.patience)
+      settle_(cooling.settle), patience_(cooling.patience), silence_(std::max(patience_, silence))
 {
     state_.phase = CoolingPhase::Ramping;
     state_.target = inSteps(cooling.target);
     describe();
 }
 
-Ramp::Ramp(const Warming& warming)
+Ramp::Ramp(const Warming& warming, Time silence)
     : isWarming_(true), rampRate_(warming.ramp / kMinute), tolerance_(kStep), settle_(0),
-      patience_(warming.patience)
+      patience_(warming.patience), silence_(std::max(patience_, silence))
 {
     state_.phase = CoolingPhase::WarmingUp;
     state_.target = inSteps(warming.target);
@@ -77,21 +78,25 @@ void Ramp::fail(const std::string& text)
     state_.text = text;
 }
 
-Ramp::Orders Ramp::step(Time now, std::optional<double> temperature)
+Ramp::Orders Ramp::step(Time now, std::optional<double> temperature, bool isNew)
 {
     state_.temperature = temperature;
     if (!isWatching()) return {};
     if (!temperature) {
         if (!silentSince_) silentSince_ = now;
-        if (now - *silentSince_ > patience_) fail("the camera tells no temperature of its sensor");
+        if (now - *silentSince_ > silence_) fail("the camera tells no temperature of its sensor");
         return {};
     }
+    if (silentSince_ && began_) passOver(now - *silentSince_);
     silentSince_.reset();
-    Orders orders = began_ ? move(now) : begin(now, *temperature);
-    if (isWarming_) {
-        judgeWarm(&orders, now, *temperature);
-    } else {
-        judge(now, *temperature);
+    const bool isFirst = !began_;
+    Orders orders = isFirst ? begin(now, *temperature) : move(now);
+    if (isNew || isFirst) {
+        if (isWarming_) {
+            judgeWarm(&orders, now, *temperature);
+        } else {
+            judge(now, *temperature);
+        }
     }
     if (state_.phase != CoolingPhase::Failed) describe();
     return orders;
@@ -99,11 +104,27 @@ Ramp::Orders Ramp::step(Time now, std::optional<double> temperature)
 
 Ramp::Orders Ramp::begin(Time now, double temperature)
 {
-    began_ = bestTime_ = now;
-    from_ = best_ = temperature;
+    began_ = now;
+    from_ = temperature;
+    noteProgress(now, temperature);
     state_.setPoint = rampRate_ > 0 ? inSteps(temperature) : state_.target;
     if (isWarming_ && rampRate_ == 0) return {std::nullopt, false};
     return {state_.setPoint, true};
+}
+
+// Time in which nothing was told and no order given counts for nothing.
+void Ramp::passOver(Time silence)
+{
+    *began_ += silence;
+    bestTime_ += silence;
+    if (within_) *within_ += silence;
+}
+
+void Ramp::noteProgress(Time now, double temperature)
+{
+    best_ = temperature;
+    bestTime_ = now;
+    lookedSince_ = 0;
 }
 
 // The set point where the ramp has it now.
@@ -121,11 +142,11 @@ Ramp::Orders Ramp::move(Time now)
 // Whether the sensor has not come nearer for as long as that may take.
 bool Ramp::isStuck(Time now, double temperature)
 {
+    ++lookedSince_;
     if (std::abs(temperature - state_.target) < std::abs(best_ - state_.target) - kProgress) {
-        best_ = temperature;
-        bestTime_ = now;
+        noteProgress(now, temperature);
     }
-    return now - bestTime_ > patience_;
+    return now - bestTime_ > patience_ && lookedSince_ >= kLooks;
 }
 
 void Ramp::judge(Time now, double temperature)
@@ -139,20 +160,15 @@ void Ramp::judge(Time now, double temperature)
         const bool isSettled = now - *within_ >= settle_;
         state_.phase = isSettled ? CoolingPhase::Settled : CoolingPhase::Settling;
         if (isSettled) state_.done = 1;
-        best_ = temperature;
-        bestTime_ = now;
+        noteProgress(now, temperature);
         return;
     }
-    if (within_) { // it was there, and has left again
-        best_ = temperature;
-        bestTime_ = now;
-    }
+    if (within_) noteProgress(now, temperature); // it was there, and has left again
     within_.reset();
     state_.phase = isThere ? CoolingPhase::Settling : CoolingPhase::Ramping;
     const bool isBehind = isThere || std::abs(temperature - state_.setPoint) > tolerance_ + kLag;
     if (!isBehind) {
-        best_ = temperature;
-        bestTime_ = now;
+        noteProgress(now, temperature);
     } else if (isStuck(now, temperature)) {
         fail("out of reach: the sensor stays at " + degreesText(temperature) + ", " +
              degreesText(away) + " from the target of " + degreesText(state_.target));
@@ -166,10 +182,7 @@ void Ramp::judgeWarm(Orders* orders, Time now, double temperature)
     const double way = std::max(0.0, state_.target - from_);
     state_.done = way > 0 ? std::clamp(1 - away / way, 0.0, 1.0) : 1;
     const bool isBehind = rampRate_ == 0 || state_.setPoint - temperature > kLag;
-    if (!isBehind) {
-        best_ = temperature;
-        bestTime_ = now;
-    }
+    if (!isBehind) noteProgress(now, temperature);
     if (away > tolerance_ + kRounding && !(isBehind && isStuck(now, temperature))) return;
     orders->setPoint.reset();
     orders->cooling = false;

@@ -102,6 +102,41 @@ TEST_F(Coolers, WarmUpAndSwitchOff)
     EXPECT_FALSE(camera.get("cooling").toBool());
 }
 
+// Whose camera goes through its patience between two temperatures.
+TEST_F(Coolers, BearAFastClock)
+{
+    Camera& camera = camera_.emplace(Camera::open("sim?sensor=8x8&scale=1000&heartbeat=0.3"));
+    Cooling cooling;
+    cooling.target = -20;
+    for (const double ramp : {0.0, 120.0}) {
+        cooling.ramp = ramp;
+        camera.cooler().cool(cooling);
+        const auto cold = camera.cooler().wait(kPatience);
+        ASSERT_TRUE(cold.has_value());
+        EXPECT_EQ(cold->phase, CoolingPhase::Settled) << cold->text;
+        Warming warming;
+        warming.ramp = 60;
+        warming.target = 15;
+        camera.cooler().warmUp(warming);
+        const auto warm = camera.cooler().wait(kPatience);
+        ASSERT_TRUE(warm.has_value());
+        EXPECT_EQ(warm->phase, CoolingPhase::Warm);
+        EXPECT_GT(*warm->temperature, 14);
+    }
+}
+
+TEST_F(Coolers, SayWhatIsOutOfReachAlsoWithAFastClock)
+{
+    Camera& camera = camera_.emplace(Camera::open("sim?sensor=8x8&scale=1000&heartbeat=0.1"));
+    Cooling cooling;
+    cooling.target = -80;
+    camera.cooler().cool(cooling);
+    const auto state = camera.cooler().wait(kPatience);
+    ASSERT_TRUE(state.has_value());
+    EXPECT_EQ(state->phase, CoolingPhase::Failed);
+    EXPECT_THAT(state->text, HasSubstr("out of reach: the sensor stays at -"));
+}
+
 TEST_F(Coolers, RefuseWhatIsImpossible)
 {
     Camera& camera = openFast();

@@ -152,3 +152,66 @@ TEST(Ramp, FailsWithoutATemperature)
     EXPECT_EQ(ramp.state().phase, CoolingPhase::Failed);
     EXPECT_THAT(ramp.state().text, HasSubstr("tells no temperature"));
 }
+
+TEST(Ramp, JudgesWhatTheSensorTellsAnew)
+{
+    for (const bool isWarming : {false, true}) {
+        Ramp ramp = isWarming ? Ramp(Warming{15, 1, 60s}) : Ramp(Cooling{-50, 1, 0.5, 10s, 60s});
+        const auto phase = isWarming ? CoolingPhase::WarmingUp : CoolingPhase::Ramping;
+        ramp.step(Time(0), -20);
+        for (int seconds = 1; seconds < 1000; ++seconds)
+            ramp.step(Time(seconds), -20, false);
+        ramp.step(Time(1000), -20);
+        ramp.step(Time(1001), -20);
+        EXPECT_EQ(ramp.state().phase, phase) << "told too seldom to say that it stays";
+        ramp.step(Time(1002), -20);
+        EXPECT_EQ(ramp.state().phase, isWarming ? CoolingPhase::Warm : CoolingPhase::Failed);
+    }
+}
+
+TEST(Ramp, HasSettledBySeveralTemperatures)
+{
+    Ramp ramp(Cooling{-20, 0, 0.5, 10s, 60s});
+    ramp.step(Time(0), -20);
+    ramp.step(Time(11), -20, false);
+    EXPECT_EQ(ramp.state().phase, CoolingPhase::Settling);
+    ramp.step(Time(12), -20);
+    EXPECT_EQ(ramp.state().phase, CoolingPhase::Settled);
+}
+
+TEST(Ramp, GoesOnWhereItWasAfterASilence)
+{
+    Ramp ramp(Cooling{-20, 6, 0.5, 10s, 60s}); // a tenth of a degree a second
+    for (int seconds = 0; seconds <= 100; ++seconds)
+        ramp.step(Time(seconds), 20 - seconds / 10.0);
+    EXPECT_NEAR(ramp.state().setPoint, 10, 0.01);
+    for (int seconds = 100; seconds < 158; ++seconds)
+        ramp.step(Time(seconds), std::nullopt);
+    ramp.step(Time(158), 15); // warmer meanwhile
+    EXPECT_NEAR(ramp.state().setPoint, 10, 0.01) << "no leap";
+    for (int seconds = 159; seconds < 170; ++seconds)
+        ramp.step(Time(seconds), 15);
+    EXPECT_EQ(ramp.state().phase, CoolingPhase::Ramping) << "had no time to come nearer";
+    for (int seconds = 170; seconds < 240; ++seconds)
+        ramp.step(Time(seconds), 15);
+    EXPECT_EQ(ramp.state().phase, CoolingPhase::Failed);
+}
+
+TEST(Ramp, DoesNotSettleByASilence)
+{
+    Ramp ramp(Cooling{-20, 0, 0.5, 10s, 60s});
+    ramp.step(Time(0), -20);
+    ramp.step(Time(1), std::nullopt);
+    ramp.step(Time(50), -20);
+    EXPECT_EQ(ramp.state().phase, CoolingPhase::Settling);
+}
+
+TEST(Ramp, BearsASilenceThatMayComeWithAnyCamera)
+{
+    Ramp ramp(Cooling{-20, 0, 0.5, 10s, 60s}, Time(5000)); // of a fast clock
+    ramp.step(Time(0), std::nullopt);
+    ramp.step(Time(4999), std::nullopt);
+    EXPECT_EQ(ramp.state().phase, CoolingPhase::Ramping);
+    ramp.step(Time(5001), std::nullopt);
+    EXPECT_EQ(ramp.state().phase, CoolingPhase::Failed);
+}
