@@ -36,10 +36,16 @@ double CameraCore::timeScale() const
     return target_.kind == Target::Kind::Simulator ? target_.simulator.timeScale : 1.0;
 }
 
-Statistics CameraCore::statistics() const
+tsStatistics CameraCore::figures() const
 {
     tsStatistics figures{};
     VXGetStatistics(handle_, &figures, sizeof figures);
+    return figures;
+}
+
+Statistics CameraCore::statistics() const
+{
+    const tsStatistics figures = this->figures();
     Statistics result;
     result.bytesReceived = figures.BytesReceived;
     result.bytesSent = figures.BytesSent;
@@ -146,7 +152,7 @@ void CameraCore::require(int result, const std::string& what)
     }
     requireOpen();
     if (!isLinkUp) {
-        fail(ErrorKind::LinkLost, what + ": the connection is lost" +
+        fail(ErrorKind::LinkLost, (asked_.empty() ? what : asked_) + ": the connection is lost" +
                                       (words.empty() ? "" : "; the camera's last words: " + words));
     }
     if (result == eVXTimeout) {
@@ -171,7 +177,8 @@ std::unique_lock<std::recursive_mutex> CameraCore::takeTurn()
     return turn;
 }
 
-CameraCore::Command::UnderWay::UnderWay(CameraCore& core) : core_(core)
+CameraCore::Command::UnderWay::UnderWay(CameraCore& core, std::string asked)
+    : core_(core), outer_(std::exchange(core.asked_, std::move(asked)))
 {
     {
         std::lock_guard<std::mutex> guard(core_.state_);
@@ -185,16 +192,18 @@ CameraCore::Command::UnderWay::~UnderWay()
 {
     if (held_) held_->commandEnds();
     answered();
+    core_.asked_ = outer_;
 }
 
 void CameraCore::Command::UnderWay::answered()
 {
     std::lock_guard<std::mutex> guard(core_.state_);
-    if (!std::exchange(isAnswered_, true)) --core_.commandsUnderWay_;
+    if (std::exchange(isAnswered_, true)) return;
+    if (--core_.commandsUnderWay_ == 0) core_.refusedAt_.reset();
 }
 
-CameraCore::Command::Command(CameraCore& core, Before before)
-    : guard_(core.takeTurn()), underWay_(core)
+CameraCore::Command::Command(CameraCore& core, const std::string& asked, Before before)
+    : guard_(core.takeTurn()), underWay_(core, asked)
 {
     core.requireOpen();
     if (before == Before::Nothing) return;
@@ -277,9 +286,7 @@ std::optional<SteadyTime> CameraCore::watch()
         stream->finish(ReadoutEnd::LinkLost, ErrorKind::LinkLost,
                        "the command of the readout could not be sent");
     }
-    tsStatistics figures{};
-    VXGetStatistics(handle_, &figures, sizeof figures);
-    const auto next = stream->watch(steady_clock::now(), figures.PacketsReceived);
+    const auto next = stream->watch(steady_clock::now(), figures().PacketsReceived);
     return next ? next : lookAfter();
 }
 

@@ -85,7 +85,8 @@ public:
     {
     public:
         enum class Before { All, Nothing }; // what is to be done is done
-        explicit Command(CameraCore& core, Before before = Before::All);
+        explicit Command(CameraCore& core, const std::string& asked = "",
+                         Before before = Before::All);
         Command(const Command&) = delete;
         Command& operator=(const Command&) = delete;
 
@@ -98,7 +99,7 @@ public:
         class UnderWay
         {
         public:
-            explicit UnderWay(CameraCore& core);
+            UnderWay(CameraCore& core, std::string asked);
             ~UnderWay();
             UnderWay(const UnderWay&) = delete;
             UnderWay& operator=(const UnderWay&) = delete;
@@ -106,6 +107,7 @@ public:
 
         private:
             CameraCore& core_;
+            const std::string outer_; // what the thread does by this one
             bool isAnswered_ = false;
             std::shared_ptr<StreamCore> held_;
         };
@@ -117,9 +119,14 @@ public:
 
 private:
     std::unique_lock<std::recursive_mutex> takeTurn();
+    tsStatistics figures() const;
 
     struct Callbacks;
     class OpeningTap;
+    struct LateQuestion {
+        uint64_t connection;              // where its answer may be on its way
+        uint64_t complaints, lateAnswers; // that had come when it was asked
+    };
     // opening.cpp
     void connect();
     void openAt(const std::string& host, uint16_t port);
@@ -135,6 +142,8 @@ private:
     bool isReadyToAsk(std::chrono::milliseconds most) const;
     std::optional<Value> askShortly(const PropertyName& name, std::chrono::milliseconds most);
     void awaitLateAnswer();
+    bool isLate() const;
+    bool isRefusalDue(const tsStatistics& figures) const;
     void noteAnswer(const PropertyName& name, SteadyTime asked);
 
     // camera_settings.cpp
@@ -190,6 +199,7 @@ private:
     std::atomic<int> waiting_{0}; // for it, of those who command
     // With commands_.
     bool isClearing_ = false, isRestoring_ = false;
+    std::string asked_; // by the application: what a lost link brings to nothing
     // The last readout's connection was lost: the camera may not have noticed, and still be at it.
     bool isStopDue_ = false;
     std::vector<std::pair<PropertyName, Value>> undo_; // what a plan changed, and what was there
@@ -208,10 +218,13 @@ private:
     uint64_t packetsAtLoss_ = 0;               // that had come when the link was lost
     uint64_t silentOn_ = 0;                    // where the first question was in vain
     SteadyTime silentUntil_;                   // on that one
-    std::optional<uint64_t> lateOn_;         // where an answer is on its way that nobody waits for
-    std::chrono::nanoseconds lastAnswer_{0}; // took so long
+    std::optional<LateQuestion> late_;         // whose answer nobody waits for
+    std::chrono::nanoseconds lastAnswer_{0};   // took so long
     std::string lastWords_;
-    std::string refusal_; // the last error, where it answered a command: no reason of a lost link
+    // The last error, where it answered a command, and how many questions were answered by then;
+    // none once that command was over. Behind either it is no reason of a lost link.
+    std::string refusal_;
+    std::optional<uint64_t> refusedAt_;
     bool isRestoreDue_ = false; // the link was lost, and with it, maybe, the settings
     std::optional<Temperatures> temperatures_;
     SteadyTime temperatureTime_;

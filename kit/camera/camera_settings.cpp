@@ -33,7 +33,7 @@ bool goesWithFrames(const Property& property)
 Value CameraCore::get(const std::string& name)
 {
     const PropertyName property = findProperty(name);
-    const Command command(*this);
+    const Command command(*this, name);
     const SteadyTime asked = std::chrono::steady_clock::now();
     try {
         Value told = readProperty(*this, property);
@@ -48,7 +48,7 @@ Value CameraCore::set(const std::string& name, const Value& value)
 {
     const PropertyName property = findProperty(name);
     checkedValue(*this, property, value);
-    const Command command(*this);
+    const Command command(*this, name);
     try {
         const Value asked = isTrigger(property) ? sendTrigger(property, value)
                                                 : sendProperty(*this, property, value);
@@ -64,7 +64,7 @@ Value CameraCore::set(const std::string& name, const Value& value)
 std::optional<Value> CameraCore::tryGet(const std::string& name, std::string* why)
 {
     const PropertyName property = findProperty(name);
-    const Command command(*this);
+    const Command command(*this, name);
     try {
         return tryProperty(*this, property, why);
     } catch (const Error& error) {
@@ -134,14 +134,14 @@ void CameraCore::survey(Snapshot::Again which)
 
 Snapshot CameraCore::snapshot()
 {
-    const Command command(*this);
+    const Command command(*this, "settings");
     survey(Snapshot::Again::All);
     return settings_;
 }
 
 Profile CameraCore::profile(bool withMask)
 {
-    const Command command(*this);
+    const Command command(*this, "settings");
     Profile profile = Profile::of(*this, made_, withMask);
     profile.setCamera(target_.text());
     return profile;
@@ -150,7 +150,7 @@ Profile CameraCore::profile(bool withMask)
 // What was put into force counts as made by the application.
 std::vector<Outcome> CameraCore::apply(const Profile& profile)
 {
-    const Command command(*this);
+    const Command command(*this, "settings");
     std::vector<Outcome> outcomes = profile.applyTo(*this);
     for (const Outcome& outcome : outcomes) {
         if (outcome.isRestored()) made_.set(findProperty(outcome.name), outcome.asked);
@@ -161,7 +161,7 @@ std::vector<Outcome> CameraCore::apply(const Profile& profile)
 
 std::string CameraCore::restore()
 {
-    const Command command(*this);
+    const Command command(*this, "settings");
     return sendAgain();
 }
 

@@ -21,7 +21,7 @@ using Block = std::array<uint8_t, LinkCheck::kMessageBytes>;
 
 LinkCheck CameraCore::checkLink(int messages)
 {
-    const Command command(*this);
+    const Command command(*this, "link test");
     std::mt19937 random(std::random_device{}());
     LinkCheck check;
     const auto start = std::chrono::steady_clock::now();

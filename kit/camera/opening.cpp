@@ -108,9 +108,7 @@ struct CameraCore::Callbacks {
         const std::shared_ptr<StreamCore> stream = camera.present();
         if (!stream) return;
         Arrival arrival;
-        tsStatistics figures{};
-        VXGetStatistics(camera.handle_, &figures, sizeof figures);
-        arrival.packets = figures.PacketsReceived;
+        arrival.packets = camera.figures().PacketsReceived;
         if (const auto temperatures = camera.lastTemperatures()) {
             arrival.sensorTemperature = temperatures->sensor;
             arrival.boardTemperature = temperatures->board;
@@ -126,15 +124,16 @@ struct CameraCore::Callbacks {
         CameraCore& camera = of(user);
         const bool isUp = record->Event == eLinkRestored;
         std::string words = record->LastWords != nullptr ? record->LastWords : "";
-        const uint64_t packets = camera.statistics().packetsReceived;
+        const tsStatistics figures = camera.figures();
         {
             std::lock_guard<std::mutex> guard(camera.state_);
-            if (camera.commandsUnderWay_ == 0 && words == camera.refusal_) words.clear();
+            const bool isOver = camera.refusedAt_ != figures.RequestsAnswered;
+            if (isOver && words == camera.refusal_) words.clear();
             camera.isLinkUp_ = isUp;
             if (isUp) ++camera.connection_;
             camera.temperatures_.reset();
             if (!isUp) camera.lastWords_ = words;
-            if (!isUp) camera.packetsAtLoss_ = packets;
+            if (!isUp) camera.packetsAtLoss_ = figures.PacketsReceived;
             camera.isRestoreDue_ = true;
             camera.changed_.notify_all();
         }
@@ -186,11 +185,15 @@ struct CameraCore::Callbacks {
         event.subCode = complaint.subCode;
         event.readout = record->Readout;
         event.text = complaint.text;
+        const tsStatistics figures = camera.figures();
         bool isOfCommand = false;
         {
             std::lock_guard<std::mutex> guard(camera.state_);
-            isOfCommand = camera.commandsUnderWay_ > 0;
+            const bool isWaitedFor = camera.commandsUnderWay_ > 0;
+            isOfCommand = isWaitedFor || camera.isRefusalDue(figures);
             camera.refusal_ = isOfCommand ? complaint.text : "";
+            camera.refusedAt_.reset();
+            if (isWaitedFor) camera.refusedAt_ = figures.RequestsAnswered;
             ++camera.complaintCount_;
             if (camera.complaintList_.size() >= kMostComplaintsKept) {
                 camera.complaintList_.erase(camera.complaintList_.begin());

@@ -30,7 +30,7 @@ std::optional<Value> CameraCore::getWithin(const std::string& name, milliseconds
     if (!property.property->isReadable() || property.property->cost != Cost::Answer) return {};
     const std::unique_lock<std::recursive_mutex> guard(commands_, std::try_to_lock);
     if (!guard.owns_lock() || !isReadyToAsk(most)) return {};
-    const Command command(*this, Command::Before::Nothing);
+    const Command command(*this, name, Command::Before::Nothing);
     try {
         return askShortly(property, most);
     } catch (const Error& error) {
@@ -42,14 +42,14 @@ std::optional<Value> CameraCore::getWithin(const std::string& name, milliseconds
 bool CameraCore::isReadyToAsk(milliseconds most) const
 {
     std::lock_guard<std::mutex> guard(state_);
-    const bool isAnswered = connection_ == answeredOn_ && lateOn_ != connection_;
+    const bool isAnswered = connection_ == answeredOn_ && !isLate();
     const bool isClear = isCleared_ || isClearing_ || (stream_ && stream_->isRunning());
     return isLinkUp_ && isAnswered && !isRestoreDue_ && isClear && lastAnswer_ < most / 2;
 }
 
 std::optional<Value> CameraCore::askShortly(const PropertyName& name, milliseconds most)
 {
-    const uint64_t before = complaints();
+    const uint64_t before = complaints(), lateAnswers = figures().AnswersLate;
     const SteadyTime asked = steady_clock::now();
     FieldValues values;
     int result = eVXOk;
@@ -60,7 +60,7 @@ std::optional<Value> CameraCore::askShortly(const PropertyName& name, millisecon
     noteAnswer(name, asked);
     if (result == eVXTimeout) {
         std::lock_guard<std::mutex> guard(state_);
-        lateOn_ = connection_;
+        late_ = LateQuestion{connection_, before, lateAnswers};
     }
     throwComplaint(before);
     if (result != eVXOk) return {};
@@ -74,6 +74,20 @@ void CameraCore::noteAnswer(const PropertyName& name, SteadyTime asked)
     lastAnswer_ = steady_clock::now() - asked;
 }
 
+// With state_.
+bool CameraCore::isLate() const
+{
+    return late_ && late_->connection == connection_;
+}
+
+// Whether an error may be the answer to a question for which nobody waits any more: neither an
+// answer nor an error has come since it was asked.
+bool CameraCore::isRefusalDue(const tsStatistics& figures) const
+{
+    return isLate() && late_->complaints == complaintCount_ &&
+           late_->lateAnswers == figures.AnswersLate;
+}
+
 // Called with commands_. Two questions, since one of them may be of the late answer's kind: the
 // answer to the other one comes behind it.
 void CameraCore::awaitLateAnswer()
@@ -81,7 +95,7 @@ void CameraCore::awaitLateAnswer()
     uint64_t connection = 0;
     {
         std::lock_guard<std::mutex> guard(state_);
-        if (!isLinkUp_ || lateOn_ != connection_) return;
+        if (!isLinkUp_ || !isLate()) return;
         connection = connection_;
     }
     long exposure = 0;
@@ -94,7 +108,7 @@ void CameraCore::awaitLateAnswer()
     if (result == eVXFailed && !isClosed_) return; // the application asks the same just now
     require(result, "the question before");
     std::lock_guard<std::mutex> guard(state_);
-    if (lateOn_ == connection) lateOn_.reset();
+    if (late_ && late_->connection == connection) late_.reset();
 }
 
 } // namespace vxcam

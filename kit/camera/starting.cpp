@@ -146,7 +146,7 @@ ReadoutKind CameraCore::kindOf(const Plan& plan)
 {
     const ReadoutKind given = kindGiven(plan);
     if (given != ReadoutKind::AsSet) return given;
-    const Command command(*this);
+    const Command command(*this, "readout");
     try {
         return kindSet();
     } catch (const Error& error) {
@@ -287,7 +287,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(Plan plan)
 {
     plan.kind = kindGiven(plan);
     checkPlan(plan);
-    Command command(*this);
+    Command command(*this, "readout");
     {
         const std::shared_ptr<StreamCore> last = present();
         if (last && last->isRunning())

@@ -158,6 +158,36 @@ TEST_F(CameraSettings, RefusedEarlierAreNoReasonOfALostLink)
     EXPECT_EQ(words.get(), "");
 }
 
+TEST_F(CameraSettings, RefusedEarlierAreNoReasonWhereTheLinkIsLostDuringALaterCommand)
+{
+    Camera& camera = open();
+    std::promise<std::string> told;
+    const Subscription listening = camera.onEvent([&](const Event& event) {
+        if (event.kind == EventKind::LinkLost) told.set_value(event.text);
+    });
+    EXPECT_EQ(errorOf([&] { camera.set("gain", 99); }).kind(), ErrorKind::Camera);
+    sim_->Inject(ParseSimFault("no-answer"));
+    const uint64_t asked = camera.statistics().requestsSent;
+    auto later = std::async(std::launch::async, [&] { errorOf([&] { camera.get("gain"); }); });
+    ASSERT_TRUE(waitUntil([&] { return camera.statistics().requestsSent > asked; }));
+    sim_.reset();
+    EXPECT_EQ(told.get_future().get(), "");
+    camera.close();
+}
+
+TEST_F(CameraSettings, OfAReadoutAreNotNamedWhereTheLinkIsLost)
+{
+    Camera& camera = open();
+    std::promise<void> told;
+    const Subscription listening = camera.onEvent([&](const Event& event) {
+        if (event.kind == EventKind::LinkLost) told.set_value();
+    });
+    sim_.reset();
+    told.get_future().wait();
+    EXPECT_EQ(std::string(errorOf([&] { camera.grab(planOf(1)); }).what()),
+              place() + ": readout: the connection is lost");
+}
+
 TEST_F(CameraSettings, GoWithEachFrame)
 {
     Camera& camera = open();

@@ -1,6 +1,7 @@
 // Questions for whose answers nobody waits for long.
 #include "kit_support.h"
 #include "tcScriptedCamera.h"
+#include "vxcamext.h"
 
 #include <atomic>
 #include <future>
@@ -11,7 +12,7 @@ using namespace vxcam;
 
 namespace {
 
-constexpr std::chrono::milliseconds kShortly(50), kMuchLonger(5000);
+constexpr std::chrono::milliseconds kShortly(50), kNotLong(500), kMuchLonger(5000);
 
 constexpr uint32_t kGetRegister = 0x38, kRegister = 0x70;
 
@@ -110,8 +111,14 @@ protected:
     void askInVain(const std::string& fault)
     {
         sim_->Inject(ParseSimFault(fault));
-        EXPECT_FALSE(camera_->getWithin("gain", kShortly));
+        EXPECT_FALSE(camera_->getWithin("gain", kNotLong));
         ASSERT_EQ(camera_->statistics().requestsTimedOut, 1u) << "it was asked";
+    }
+    void complain(int times)
+    {
+        sim_->Inject(ParseSimFault("error-storm:count=" + std::to_string(times)));
+        ASSERT_TRUE(waitUntil(
+            [&] { return camera_->statistics().cameraErrors == static_cast<uint64_t>(times); }));
     }
 };
 
@@ -190,9 +197,39 @@ TEST_F(ShortQuestion, OfAClosedCameraSaysSo)
               ErrorKind::Aborted);
 }
 
+TEST_F(ShortQuestionInAReadout, IsRefusedLateWithoutAnEndOfTheReadout)
+{
+    const Stream stream = open().stream(planOf(1, 1h));
+    askInVain("no-answer");
+    complain(1);
+    EXPECT_EQ(camera_->get("gain").toInt(), 0);
+    EXPECT_EQ(stream.end(), ReadoutEnd::Running);
+}
+
+TEST_F(ShortQuestionInAReadout, IsRefusedOnceAtMost)
+{
+    Stream stream = open().stream(planOf(1, 1h));
+    askInVain("no-answer");
+    complain(2);
+    EXPECT_EQ(errorOf([&] { stream.next(kPatience); }).kind(), ErrorKind::Camera);
+}
+
+TEST_F(ShortQuestionInAReadout, IsNotRefusedBehindItsLateAnswer)
+{
+    Stream stream = open().stream(planOf(1, 1h));
+    askInVain("late-answer:seconds=1");
+    ASSERT_TRUE(waitUntil([&] {
+        tsStatistics figures{};
+        VXGetStatistics(camera_->handle(), &figures, sizeof figures);
+        return figures.AnswersLate == 1;
+    }));
+    complain(1);
+    EXPECT_EQ(errorOf([&] { stream.next(kPatience); }).kind(), ErrorKind::Camera);
+}
+
 TEST_F(ShortQuestionInAReadout, LetsALaterOneBeAnsweredWhileFramesAreHeldBack)
 {
     const Stream stream = heldStream();
-    askInVain("late-answer:seconds=0.5");
+    askInVain("late-answer:seconds=1");
     EXPECT_EQ(camera_->get("gain").toInt(), 0);
 }
