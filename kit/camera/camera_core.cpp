@@ -16,6 +16,7 @@ using std::chrono::steady_clock;
 constexpr milliseconds kFirstHeartbeat(1500); // from the opening on
 constexpr milliseconds kLater(50);
 constexpr milliseconds kFlightPause(1000); // between two files
+constexpr milliseconds kLook(100);         // whether a camera has gone on
 constexpr milliseconds kClearance(200);
 constexpr milliseconds kLossPatience(200);
 constexpr std::chrono::seconds kTemperatureAge(30); // older ones say nothing
@@ -223,21 +224,22 @@ CameraCore::Command::Command(CameraCore& core, const std::string& asked, Before 
 void CameraCore::clearAway()
 {
     const std::shared_ptr<StreamCore> stream = present();
-    bool isLinkUp = true, isOnThisLink = true, hasGoneOn = false;
-    const uint64_t packets = statistics().packetsReceived;
+    bool isCleared = false, isLinkUp = true, isOnThisLink = true;
     {
         std::lock_guard<std::mutex> guard(state_);
-        if (isCleared_ || isClearing_ || !stream || stream->isRunning()) return;
+        if (isClearing_ || !stream || stream->isRunning()) return;
+        isCleared = isCleared_;
         isLinkUp = isLinkUp_;
         isOnThisLink = isLinkUp_ && connection_ == readoutOn_;
-        hasGoneOn = isLinkUp_ && packets > packetsAtLoss_;
     }
+    if (isCleared && isStopDue_ && hasGoneOn()) stopCamera();
+    if (isCleared) return;
     isClearing_ = true;
     const std::unique_ptr<bool, void (*)(bool*)> done(&isClearing_,
                                                       [](bool* flag) { *flag = false; });
     if (!stream->isWhole()) {
         isStopDue_ = !isOnThisLink;
-        if (isOnThisLink || hasGoneOn) {
+        if (isOnThisLink || hasGoneOn()) {
             stopCamera();
         } else {
             VXGiveUpReadout(handle_);
@@ -248,6 +250,15 @@ void CameraCore::clearAway()
     std::lock_guard<std::mutex> guard(state_);
     isCleared_ = true;
     changed_.notify_all();
+}
+
+// Whether packets came since the link was lost. One that was cut then is none: what followed it,
+// filled it up.
+bool CameraCore::hasGoneOn() const
+{
+    const uint64_t packets = wholePackets(figures());
+    std::lock_guard<std::mutex> guard(state_);
+    return isLinkUp_ && packets > packetsAtLoss_;
 }
 
 // The answer to a question behind the abort comes behind all that was still under way.
@@ -295,17 +306,27 @@ std::optional<SteadyTime> CameraCore::watch()
 // wait for this thread, and not for a first question that it asks once more.
 std::optional<SteadyTime> CameraCore::lookAfter()
 {
+    bool isDue = false;
     {
         std::lock_guard<std::mutex> guard(state_);
-        if (isCleared_ && !(isRestoreDue_ && isLinkUp_)) return std::nullopt;
+        isDue = !isCleared_ || (isRestoreDue_ && isLinkUp_);
     }
+    if (!isDue && !(isStopDue_ && hasGoneOn())) return nextLook();
     const std::unique_lock<std::recursive_mutex> guard(commands_, std::try_to_lock);
     if (!guard.owns_lock() || waiting_ > 0) return steady_clock::now() + kLater;
     try {
         const Command command(*this);
     } catch (const Error&) { // closed meanwhile
     }
-    return std::nullopt;
+    return nextLook();
+}
+
+// At a camera that may still be at a readout, though all else is cleared away.
+std::optional<SteadyTime> CameraCore::nextLook() const
+{
+    std::lock_guard<std::mutex> guard(state_);
+    if (!isStopDue_ || !isCleared_ || !isLinkUp_) return std::nullopt;
+    return steady_clock::now() + kLook;
 }
 
 // ---- The flight recorder ----------------------------------------------------------------------

@@ -120,6 +120,10 @@ public:
 private:
     std::unique_lock<std::recursive_mutex> takeTurn();
     tsStatistics figures() const;
+    static uint64_t wholePackets(const tsStatistics& figures)
+    {
+        return figures.PacketsReceived - figures.PacketsDamaged;
+    }
 
     struct Callbacks;
     class OpeningTap;
@@ -172,10 +176,12 @@ private:
 
     void readoutEnded(const StreamCore& stream);
     void clearAway();
+    bool hasGoneOn() const;
     void stopCamera();
     void awaitClearance();
     std::optional<SteadyTime> watch();
     std::optional<SteadyTime> lookAfter();
+    std::optional<SteadyTime> nextLook() const;
     void noteFailure(const std::string& text);
     std::optional<SteadyTime> saveFlight();
     std::shared_ptr<StreamCore> present() const;
@@ -197,11 +203,11 @@ private:
 
     std::recursive_mutex commands_;
     std::atomic<int> waiting_{0}; // for it, of those who command
+    // The last readout's connection was lost: the camera may not have noticed, and still be at it.
+    std::atomic<bool> isStopDue_{false}; // changed with commands_
     // With commands_.
     bool isClearing_ = false, isRestoring_ = false;
     std::string asked_; // by the application: what a lost link brings to nothing
-    // The last readout's connection was lost: the camera may not have noticed, and still be at it.
-    bool isStopDue_ = false;
     std::vector<std::pair<PropertyName, Value>> undo_; // what a plan changed, and what was there
     std::shared_ptr<FramePool> pool_;
     Settings made_;                                                    // by the application
@@ -215,7 +221,7 @@ private:
     bool isLinkUp_ = true;
     uint64_t connection_ = 0, answeredOn_ = 0; // counted; the last one with a first answer
     uint64_t readoutOn_ = 0;                   // where the last readout began
-    uint64_t packetsAtLoss_ = 0;               // that had come when the link was lost
+    uint64_t packetsAtLoss_ = 0;               // that had come whole when the link was lost
     uint64_t silentOn_ = 0;                    // where the first question was in vain
     SteadyTime silentUntil_;                   // on that one
     std::optional<LateQuestion> late_;         // whose answer nobody waits for

@@ -133,7 +133,7 @@ struct CameraCore::Callbacks {
             if (isUp) ++camera.connection_;
             camera.temperatures_.reset();
             if (!isUp) camera.lastWords_ = words;
-            if (!isUp) camera.packetsAtLoss_ = figures.PacketsReceived;
+            if (!isUp) camera.packetsAtLoss_ = wholePackets(figures);
             camera.isRestoreDue_ = true;
             camera.changed_.notify_all();
         }
