@@ -264,7 +264,7 @@ bool CameraCore::hasGoneOn() const
 // The answer to a question behind the abort comes behind all that was still under way.
 void CameraCore::stopCamera()
 {
-    VXAbortRead(handle_);
+    require(VXAbortRead(handle_), "abort");
     roundTrip();
     isStopDue_ = false;
 }

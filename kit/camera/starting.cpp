@@ -300,6 +300,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(Plan plan)
         if (plan.kind == ReadoutKind::AsSet) plan.kind = kindSet();
         applyPlan(plan);
         const StreamSetup setup = setUp(plan);
+        if (isStopDue_) stopCamera(); // the link came back meanwhile
         const auto& buffers = setup.pool->buffers();
         require(
             VXSetImageBuffers(handle_, buffers.data(), setup.pool->count(), setup.pool->bytes()),
