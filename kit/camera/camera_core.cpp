@@ -167,7 +167,9 @@ void CameraCore::roundTrip()
 {
     if (askFirst(steady_clock::now())) return;
     long exposure = 0;
+    const SteadyTime asked = steady_clock::now();
     require(VXGetExposureTime(handle_, &exposure), "exposure time");
+    noteAnswer(asked);
 }
 
 std::unique_lock<std::recursive_mutex> CameraCore::takeTurn()

@@ -148,7 +148,7 @@ private:
     void awaitLateAnswer();
     bool isLate() const;
     bool isRefusalDue(const tsStatistics& figures) const;
-    void noteAnswer(const PropertyName& name, SteadyTime asked);
+    void noteAnswer(SteadyTime asked);
 
     // camera_settings.cpp
     std::optional<Value> learn(const std::string& name);

@@ -37,7 +37,7 @@ Value CameraCore::get(const std::string& name)
     const SteadyTime asked = std::chrono::steady_clock::now();
     try {
         Value told = readProperty(*this, property);
-        noteAnswer(property, asked);
+        if (property.property->cost == Cost::Answer) noteAnswer(asked);
         return told;
     } catch (const Error& error) {
         throw named(error);

@@ -57,7 +57,7 @@ std::optional<Value> CameraCore::askShortly(const PropertyName& name, millisecon
         const Patience patience(most);
         result = name.property->read(*this, name.key, &values);
     }
-    noteAnswer(name, asked);
+    noteAnswer(asked);
     if (result == eVXTimeout) {
         std::lock_guard<std::mutex> guard(state_);
         late_ = LateQuestion{connection_, before, lateAnswers};
@@ -67,9 +67,9 @@ std::optional<Value> CameraCore::askShortly(const PropertyName& name, millisecon
     return valueOf(name.property->shape, values);
 }
 
-void CameraCore::noteAnswer(const PropertyName& name, SteadyTime asked)
+// How long the camera took over the question before.
+void CameraCore::noteAnswer(SteadyTime asked)
 {
-    if (name.property->cost != Cost::Answer) return;
     std::lock_guard<std::mutex> guard(state_);
     lastAnswer_ = steady_clock::now() - asked;
 }
@@ -98,15 +98,18 @@ void CameraCore::awaitLateAnswer()
         if (!isLinkUp_ || !isLate()) return;
         connection = connection_;
     }
+    SteadyTime asked;
     long exposure = 0;
     int result = VXGetExposureTime(handle_, &exposure);
     if (result == eVXOk) {
         TVXCameraHardware hardware{};
         int size = sizeof hardware;
+        asked = steady_clock::now();
         result = VXGetCameraHardwareInfo(handle_, &hardware, &size);
     }
     if (result == eVXFailed && !isClosed_) return; // the application asks the same just now
     require(result, "the question before");
+    noteAnswer(asked);
     std::lock_guard<std::mutex> guard(state_);
     if (late_ && late_->connection == connection) late_.reset();
 }

@@ -197,6 +197,18 @@ TEST_F(ShortQuestion, OfAClosedCameraSaysSo)
               ErrorKind::Aborted);
 }
 
+TEST_F(ShortQuestion, IsAskedAgainBehindACommandThatWasAnsweredInTime)
+{
+    there_.holdBack(true);
+    EXPECT_FALSE(camera_->getWithin("register:7", kShortly));
+    there_.holdBack(false);
+    const bool isAskedAgain = waitUntil([&] {
+        camera_->set("exposure", 1ms);
+        return camera_->getWithin("register:9", kShortly).has_value();
+    });
+    EXPECT_TRUE(isAskedAgain);
+}
+
 TEST_F(ShortQuestionInAReadout, IsRefusedLateWithoutAnEndOfTheReadout)
 {
     const Stream stream = open().stream(planOf(1, 1h));
