@@ -19,9 +19,10 @@ namespace vxcam {
 namespace {
 
 constexpr size_t kBlockBytes = size_t{1} << 20U;
-constexpr size_t kMostWaiting = 63;    // blocks
-constexpr size_t kMostSpare = 4;       // likewise
-constexpr uint64_t kMostCameras = 256; // that their numbers tell apart
+constexpr size_t kMostWaiting = 63;            // blocks
+constexpr size_t kMostAbout = kBlockBytes / 2; // what is told of a camera
+constexpr size_t kMostSpare = 4;               // likewise
+constexpr uint64_t kMostCameras = 256;         // that their numbers tell apart
 constexpr std::chrono::milliseconds kLongestWait(100);
 
 int64_t nanoseconds(std::chrono::nanoseconds time)
@@ -50,6 +51,9 @@ uint8_t WireCapture::Body::addCamera(const std::string& target)
     nlohmann::ordered_json about{{"target", target}};
     if (!software_.empty()) about["software"] = software_;
     const std::string text = about.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    if (text.size() > kMostAbout) {
+        throw Error(ErrorKind::Usage, file_.path() + ": what is told of the program is too long");
+    }
     uint8_t number = 0;
     {
         std::lock_guard<std::mutex> guard(lock);
@@ -85,15 +89,16 @@ size_t WireCapture::Body::Block::room() const
     return kBlockBytes - end;
 }
 
-// What there is no room for in one block goes on in the next: so blocks that are full end where
-// blocks of the disk do.
+// Bytes that travelled and for which there is no room in one block go on in the next: so blocks
+// that are full end where blocks of the disk do. Other records are whole.
 void WireCapture::Body::add(WireKind kind, uint8_t camera, const Moment& time, const void* bytes,
                             size_t count)
 {
     const auto* from = static_cast<const char*>(bytes);
     std::unique_lock<std::mutex> guard(lock);
+    const bool isStream = kind == WireKind::Received || kind == WireKind::Sent;
     do {
-        awaitRoom(guard, kWireRecordHead + std::min<size_t>(count, 1));
+        awaitRoom(guard, kWireRecordHead + (isStream ? std::min<size_t>(count, 1) : count));
         if (failure || isEnding_) return;
         const size_t part = std::min(count, present_.room() - kWireRecordHead);
         put(kind, camera, time, from, part);

@@ -254,6 +254,28 @@ TEST(WireCapture, OfAKilledProgramHasAllThatWasWritten)
     EXPECT_EQ(reader.condition().missing, 0u);
 }
 
+TEST(WireCapture, DoesNotSplitWhatIsToldOfACamera)
+{
+    const vxcam::Folder folder;
+    const std::string path = folder.path("run.vxw");
+    {
+        WireCapture capture(path, false, std::string(400000, 's'));
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_EQ(capture.body()->addCamera("sim"), i);
+        }
+    }
+    WireReader reader(path);
+    int told = 0;
+    while (const auto record = reader.next()) {
+        ++told;
+        EXPECT_EQ(record->bytes.substr(0, 11), "{\"target\":\"");
+        EXPECT_EQ(record->bytes.back(), '}');
+    }
+    EXPECT_EQ(told, 5);
+    WireCapture tooMuch(folder.path("other.vxw"), false, std::string(1 << 20, 's'));
+    EXPECT_THROW(tooMuch.body()->addCamera("sim"), vxcam::Error);
+}
+
 TEST(WireCapture, RefusesMoreCamerasThanItCanTellApart)
 {
     const vxcam::Folder folder;
