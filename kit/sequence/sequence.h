@@ -118,7 +118,7 @@ VXCAMKIT_EXPORT SequenceNeeds checkSequence(const SequencePlan& plan, Camera& ca
 
 struct SequenceProgress {
     int frames = 0, taken = 0;         // of the plan; of them, in all runs
-    double done = 0;                   // of the time, 0 to 1
+    double done = 0;                   // of the time of all runs, 0 to 1
     std::chrono::milliseconds left{0}; // on the wall
     std::string doing;                 // "light 5: exposing"
     std::string file;                  // that has just been written; else empty
@@ -161,7 +161,8 @@ VXCAMKIT_EXPORT std::optional<SequenceReport> reportOf(const SequencePlan& plan)
 // What becomes of a run, besides its progress; all are called on the thread of run(), and may be
 // empty. What they throw ends it.
 struct SequenceWatch {
-    std::function<void(int line)> onStep; // another step of the plan begins
+    // Another step of the plan begins; the progress is told behind it at once.
+    std::function<void(int line)> onStep;
     // Each that came, incomplete ones and those for looking for an exposure included; before it is
     // written to a file.
     std::function<void(const Frame&)> onFrame;

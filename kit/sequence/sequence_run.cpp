@@ -57,7 +57,8 @@ SequenceNeeds checkSequence(const SequencePlan& plan, Camera& camera)
 SequenceRun::SequenceRun(Camera& camera, const SequenceOrders& orders,
                          const std::vector<SequenceUnit>& units, SequenceJournal& journal)
     : camera_(camera), plan_(orders.plan), options_(orders.options), watch_(orders.watch),
-      hold_(orders.hold), units_(units), journal_(journal)
+      hold_(orders.hold), units_(units), journal_(journal),
+      clock_(camera.sensor(), camera.timeScale())
 {}
 
 void SequenceRun::run()
@@ -85,18 +86,17 @@ void SequenceRun::doUnits(int first)
     }
 }
 
-// The first unit that is not done. Of settings and temperatures the journal says nothing: those
-// behind all that it keeps are left until it says that the whole is complete.
+// The first unit behind all that is done. Of settings and temperatures the journal says nothing:
+// those in front of it are restored, those behind it done.
 int SequenceRun::firstLeft() const
 {
-    const auto count = static_cast<int>(units_.size());
-    int behindKept = 0;
-    for (int unit = 0; unit < count; ++unit) {
+    int behindDone = 0;
+    for (int unit = 0; unit < static_cast<int>(units_.size()); ++unit) {
         if (!units_[static_cast<size_t>(unit)].isKept()) continue;
-        if (!journal_.isDone(unit)) return unit;
-        behindKept = unit + 1;
+        if (!journal_.isDone(unit)) break;
+        behindDone = unit + 1;
     }
-    return behindKept;
+    return behindDone;
 }
 
 // Whatever this camera or this disk cannot do is known before anything is done.
@@ -178,8 +178,7 @@ void SequenceRun::removeRemains() const
 void SequenceRun::doUnit(int number, bool isRestoreDue)
 {
     const SequenceUnit& unit = units_[static_cast<size_t>(number)];
-    auto start = Clock::now();
-    begin(*unit.step);
+    begin(unit);
     for (int failures = 1;; ++failures) {
         try {
             while (isRestoreDue || hasLostLink()) {
@@ -187,10 +186,10 @@ void SequenceRun::doUnit(int number, bool isRestoreDue)
                 losses_ = camera_.statistics().connectionsLost;
                 restore(number);
                 isRestoreDue = false;
-                start = Clock::now();
             }
             throwIfStopped();
             isInFrame_ = unit.kind == SequenceUnit::Kind::Frame;
+            clock_.begin(unit);
             tryUnit(unit, number);
             isInFrame_ = false;
             break;
@@ -198,14 +197,18 @@ void SequenceRun::doUnit(int number, bool isRestoreDue)
             throw;
         } catch (const Error& error) {
             isInFrame_ = false;
-            if (!mayGoOn(error, unit, failures)) throw;
+            clock_.drop();
+            if (!mayGoOn(error, unit, failures)) {
+                tell(textOf(unit) + ": failed");
+                throw;
+            }
             if (isOfLink(error.kind())) {
                 isRestoreDue = true;
                 awaitLink(error);
             }
         }
     }
-    count(unit, Clock::now() - start);
+    clock_.end(unit);
     tell(textOf(unit) + ": done",
          unit.kind == SequenceUnit::Kind::Frame ? pathOf(fileOf(unit)) : "");
 }
@@ -267,14 +270,13 @@ bool SequenceRun::hasLostLink() const
 void SequenceRun::countAll(int first)
 {
     for (size_t i = 0; i < units_.size(); ++i) {
-        const Time cost = costOf(units_[i], camera_.sensor());
-        const bool isFrame = units_[i].kind == SequenceUnit::Kind::Frame;
-        whole_ += cost;
-        frames_ += isFrame;
         const auto number = static_cast<int>(i);
-        if (journal_.isDone(number) || (number < first && !units_[i].isKept())) continue;
-        left_ += cost;
-        framesLeft_ += isFrame;
+        frames_ += units_[i].kind == SequenceUnit::Kind::Frame;
+        if (journal_.isDone(number)) {
+            clock_.wasDone(units_[i]);
+        } else if (number >= first) {
+            clock_.isLeft(units_[i]);
+        }
     }
 }
 
@@ -298,7 +300,10 @@ void SequenceRun::restore(int before)
         tell("settings");
         setOne(name, last[name]);
     }
-    if (cooling != nullptr && !isCooledAnew(before)) cool(*cooling);
+    if (cooling == nullptr || isCooledAnew(before)) return;
+    clock_.beginAgain(*cooling);
+    cool(*cooling);
+    clock_.endAgain();
 }
 
 // Whether another temperature comes before anything that needs the one before.
@@ -310,18 +315,23 @@ bool SequenceRun::isCooledAnew(int from) const
     return next != units_.end() && next->isCooling();
 }
 
-void SequenceRun::throwIfStopped() const
+bool SequenceRun::isStopped() const
 {
     const SequenceHold hold = hold_;
-    const bool isForNow = hold == SequenceHold::BehindFrame && !isInFrame_;
-    if (hold == SequenceHold::Now || isForNow) throw SequenceStopped();
+    return hold == SequenceHold::Now || (hold == SequenceHold::BehindFrame && !isInFrame_);
 }
 
-void SequenceRun::begin(const SequenceStep& step)
+void SequenceRun::throwIfStopped() const
 {
-    if (&step == step_) return;
-    step_ = &step;
-    if (watch_.onStep) watch_.onStep(step.line);
+    if (isStopped()) throw SequenceStopped();
+}
+
+void SequenceRun::begin(const SequenceUnit& unit)
+{
+    if (unit.step == step_) return;
+    step_ = unit.step;
+    if (watch_.onStep) watch_.onStep(step_->line);
+    tell(textOf(unit));
 }
 
 void SequenceRun::failed(const std::string& text)
@@ -330,39 +340,20 @@ void SequenceRun::failed(const std::string& text)
     if (watch_.onFailure) watch_.onFailure(journal_.failures().back());
 }
 
+// Of what is under way when it is stopped, nothing is done.
 void SequenceRun::tell(const std::string& doing, const std::string& file)
 {
-    if (options_.onProgress) options_.onProgress(progressOf(doing, file));
-    throwIfStopped();
-}
-
-SequenceProgress SequenceRun::progressOf(const std::string& doing, const std::string& file) const
-{
-    SequenceProgress progress;
-    progress.frames = frames_;
-    progress.taken = static_cast<int>(journal_.frames().size());
-    const double scale = camera_.timeScale();
-    const Time more = measured_ > 0 ? more_ / measured_ * framesLeft_ : Time(0);
-    const auto seconds = std::chrono::duration<double, std::milli>(left_) / scale + more;
-    progress.left = std::max(Time(0), std::chrono::duration_cast<Time>(seconds));
-    progress.done = whole_.count() > 0 ? 1 - static_cast<double>(left_.count()) /
-                                                 static_cast<double>(whole_.count())
-                                       : 0;
-    progress.doing = doing;
-    progress.file = file;
-    return progress;
-}
-
-// What frames take beyond what was thought, on the wall, tells how long the rest takes.
-void SequenceRun::count(const SequenceUnit& unit, Clock::duration taken)
-{
-    const Time cost = costOf(unit, camera_.sensor());
-    left_ -= cost;
-    if (unit.kind != SequenceUnit::Kind::Frame) return;
-    const auto thought = std::chrono::duration<double, std::milli>(cost) / camera_.timeScale();
-    more_ += std::chrono::duration_cast<Time>(taken - thought);
-    ++measured_;
-    --framesLeft_;
+    const bool isLast = isStopped();
+    if (isLast) clock_.drop();
+    if (options_.onProgress) {
+        SequenceProgress progress = clock_.progress();
+        progress.frames = frames_;
+        progress.taken = static_cast<int>(journal_.frames().size());
+        progress.doing = doing;
+        progress.file = file;
+        options_.onProgress(progress);
+    }
+    if (isLast) throw SequenceStopped();
 }
 
 } // namespace vxcam

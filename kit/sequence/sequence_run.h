@@ -3,6 +3,7 @@
 #define VXCAMKIT_SEQUENCE_RUN_H
 
 #include "sequence/flat_exposure.h"
+#include "sequence/sequence_clock.h"
 #include "sequence/sequence_journal.h"
 #include "sequence/sequence_units.h"
 
@@ -85,12 +86,11 @@ private:
     void delay(const SequenceUnit& unit);
     void runHook(const SequenceUnit& unit);
 
+    bool isStopped() const;
     void throwIfStopped() const;
-    void begin(const SequenceStep& step);
+    void begin(const SequenceUnit& unit);
     void failed(const std::string& text);
     void tell(const std::string& doing, const std::string& file = "");
-    SequenceProgress progressOf(const std::string& doing, const std::string& file) const;
-    void count(const SequenceUnit& unit, Clock::duration taken);
     std::string pathOf(const std::string& file) const { return plan_.folder + "/" + file; }
 
     Camera& camera_;
@@ -101,11 +101,8 @@ private:
     const std::vector<SequenceUnit>& units_;
     SequenceJournal& journal_;
     std::map<const SequenceStep*, FlatExposure> flats_;
+    SequenceClock clock_;
     int frames_ = 0;
-    Time whole_{0}, left_{0}; // of the camera
-    Time more_{0};            // that frames took beyond what was thought
-    int measured_ = 0;        // frames of that
-    int framesLeft_ = 0;
     uint64_t losses_ = 0; // of the connection, that have been dealt with
     std::string last_;    // file of a frame
     const SequenceStep* step_ = nullptr;

@@ -98,6 +98,7 @@ void Sequences::begin(SequenceOrder order, const std::shared_ptr<Camera>& camera
     sequence_ = std::move(sequence);
     isAwaited_ = true;
     isRefused_ = hasBegun_ = false;
+    newLine_.reset();
     try {
         thread_ = std::thread([this, camera] { run(camera); });
     } catch (...) {
@@ -110,16 +111,7 @@ void Sequences::begin(SequenceOrder order, const std::shared_ptr<Camera>& camera
 SequenceWatch Sequences::watch()
 {
     SequenceWatch watch;
-    watch.onStep = [this](int line) {
-        {
-            std::lock_guard<std::mutex> guard(mutex_);
-            status_.line = line;
-            hasBegun_ = true;
-        }
-        changed_.notify_all();
-        around_.onStep();
-        post();
-    };
+    watch.onStep = [this](int line) { newLine_ = line; };
     watch.onFrame = [this](const Frame& frame) { around_.feed.put(frame, 0); };
     watch.onSetting = around_.onSetting;
     watch.onFailure = [this](const SequenceFailure& failure) {
@@ -134,16 +126,27 @@ SequenceWatch Sequences::watch()
     return watch;
 }
 
+// A step and its progress are known together.
 void Sequences::tell(const SequenceProgress& progress)
 {
     std::string file;
+    const std::optional<int> line = std::exchange(newLine_, std::nullopt);
     {
         std::lock_guard<std::mutex> guard(mutex_);
         status_.progress = progress;
+        if (line) {
+            status_.line = *line;
+            hasBegun_ = true;
+        }
         if (!progress.file.empty()) {
             const std::string name = std::filesystem::path(progress.file).filename().string();
             file = status_.file = status_.order.folder + "/" + name;
         }
+    }
+    if (line) {
+        changed_.notify_all();
+        around_.onStep();
+        post();
     }
     if (!file.empty()) post({{"file", file}});
 }

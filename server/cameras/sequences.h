@@ -111,7 +111,8 @@ private:
     std::unique_ptr<Sequence> sequence_; // that runs
     bool hasBegun_ = false, isClosed_ = false;
     bool isAwaited_ = false, isRefused_ = false; // the last start
-    std::thread thread_;
+    std::optional<int> newLine_;                 // of a step whose progress is not told yet
+    std::thread thread_;                         // alone knows that
 };
 
 } // namespace vxcam

@@ -311,9 +311,40 @@ class Sequences(WithPlans):
         told = [event for event in events if event["event"] == "sequence"]
         self.assertEqual([event["file"] for event in told if "file" in event],
                          ["night/bias-0001.fits", "night/bias-0002.fits", "night/light-0003.fits"])
-        self.assertEqual([event["line"] for event in told if "file" not in event], [3, 4, 0])
+        self.assertEqual([event["line"] for event in told if "file" not in event],
+                         [2, 3, 4, 0])
         self.assertEqual(told[-1]["state"], "complete")
         self.assertIn(("gain", 3), [(event.get("name"), event.get("value")) for event in events])
+
+    def test_how_far_it_is_is_told_from_the_first_moment(self):
+        plan = ("steps:\n- temperature: {to: -273, ramp: 60}\n"  # out of reach, and 5 min of time
+                "- lights: {count: 2, exposure: 10s}\n")
+        answer = self.begin(plan)
+        self.assertEqual(answer.status, 202, answer.body)
+        for state in (answer.json, self.state()):
+            self.assertEqual((state["state"], state["line"], state["taken"]), ("running", 2, 0))
+            self.assertLess(state["done"], 0.1)
+            self.assertGreater(state["left"], 240)
+            self.assertTrue(state["doing"])
+        self.assertLess(self.stop().json["done"], 0.1)
+        first = next(event for event in self.events() if event["event"] == "sequence")
+        self.assertEqual((first["line"], first["taken"]), (2, 0))
+        self.assertGreater(first["left"], 240)
+
+    def test_what_is_done_stays_so_when_the_server_starts_anew(self):
+        self.begin("steps:\n- bias: {count: 2}\n- lights: {count: 3, exposure: 100ms}\n"
+                   "- lights: {count: 1, exposure: 2s}\n")
+        self.until_doing("light 6: exposing")
+        stopped = self.stop().json
+        self.assertEqual(stopped["taken"], 5)
+        self.assertGreater(stopped["left"], 2)  # nothing of that frame is done
+        self.assertEqual(self.server.end(), 0)
+        self.server = self.start(self.camera.target)
+        state = self.again().json
+        self.assertEqual((state["line"], state["taken"], state["before"]), (4, 5, 5))
+        self.assertGreater(state["done"], 0.1)
+        self.assertLess(state["done"], 0.5)
+        self.assertGreater(state["left"], 1)
 
     def test_a_report_tells_what_came(self):
         self.assertRefused(self.server.get(SEQUENCE + "/report"), 404, "unknown-sequence")

@@ -39,6 +39,7 @@ protected:
         options.onProgress = [this](const SequenceProgress& progress) {
             std::lock_guard<std::mutex> guard(mutex_);
             told_.push_back(progress.doing);
+            progress_.push_back(progress);
             if (!progress.file.empty()) written_.push_back(progress.file);
         };
         return options;
@@ -53,6 +54,7 @@ protected:
     Folder folder_;
     std::mutex mutex_;
     std::vector<std::string> told_, written_;
+    std::vector<SequenceProgress> progress_;
 };
 
 } // namespace
@@ -77,10 +79,87 @@ TEST_F(SequenceRunTest, TellsStepsFramesSettingsAndFailures)
     watch.onFailure = [&](const SequenceFailure& failure) { failures.push_back(failure.text); };
     sequence.watch(watch);
     sequence.run(*camera_);
-    EXPECT_THAT(lines, ElementsAre(3, 4, 5));
+    EXPECT_THAT(lines, ElementsAre(2, 3, 4, 5));
     EXPECT_THAT(settings, ElementsAre("gain=3"));
     EXPECT_THAT(frames, ElementsAre(true, false, true, true));
     EXPECT_THAT(failures, ElementsAre(HasSubstr("light 2: "), HasSubstr("ended with code 3")));
+}
+
+TEST_F(SequenceRunTest, IsAsFarAsTheTimeThatItTook)
+{
+    options_.heartbeatSeconds = 0.05;
+    open();
+    Sequence sequence(plan("steps:\n"
+                           "  - temperature: {to: 20, ramp: 600, settle: 400ms}\n"
+                           "  - wait: 300ms\n"
+                           "  - lights: {count: 2, exposure: 300ms}\n"),
+                      options());
+    std::vector<int> lines;
+    std::vector<size_t> toldBefore; // each of them
+    SequenceWatch watch;
+    watch.onStep = [&](int line) {
+        lines.push_back(line);
+        toldBefore.push_back(progress_.size());
+    };
+    sequence.watch(watch);
+    sequence.run(*camera_);
+    EXPECT_THAT(lines, ElementsAre(2, 3, 4));
+    ASSERT_THAT(toldBefore, SizeIs(3));
+    EXPECT_EQ(toldBefore[0], 0U);
+    EXPECT_EQ(progress_[0].doing, "temperature");
+    EXPECT_LT(progress_[0].done, 0.01);
+    EXPECT_GE(progress_[0].left, 1300ms); // and more for the readouts
+    EXPECT_EQ(progress_[toldBefore[1]].doing, "wait 300ms");
+    EXPECT_EQ(progress_[toldBefore[2]].doing, "light 1");
+    EXPECT_GT(progress_[toldBefore[2]].done, 0.1);
+    EXPECT_EQ(progress_.back().done, 1);
+    EXPECT_EQ(progress_.back().left, 0s);
+    std::vector<SequenceProgress> exposing;
+    std::copy_if(progress_.begin(), progress_.end(), std::back_inserter(exposing),
+                 [](const SequenceProgress& one) { return one.doing == "light 1: exposing"; });
+    ASSERT_GT(exposing.size(), 1U);
+    EXPECT_LT(exposing.back().left, exposing.front().left);
+    EXPECT_GT(exposing.back().done, exposing.front().done);
+}
+
+TEST_F(SequenceRunTest, GoesOnAsFarAsItHadCome)
+{
+    open();
+    const SequencePlan night = plan("steps:\n"
+                                    "  - set: {gain: 3}\n"
+                                    "  - lights: {count: 2, exposure: 100ms}\n"
+                                    "  - darks: {count: 2, exposure: 100ms}\n"
+                                    "  - lights: {count: 1, exposure: 1h}\n");
+    {
+        Sequence sequence(night, options());
+        stopped(sequence, "light 5: exposing", SequenceStop::Now);
+    }
+    const SequenceProgress last = progress_.back();
+    EXPECT_GE(last.left, 1h); // nothing of that frame is done
+    EXPECT_GT(last.done, 0);
+    progress_.clear();
+    told_.clear();
+    Sequence sequence(night, options());
+    std::vector<int> lines;
+    SequenceWatch watch;
+    watch.onStep = [&](int line) { lines.push_back(line); };
+    sequence.watch(watch);
+    stopped(sequence, "light 5: exposing", SequenceStop::Now);
+    EXPECT_THAT(lines, ElementsAre(5));
+    EXPECT_EQ(progress_[0].taken, 4);
+    EXPECT_GE(progress_[0].left, 1h);
+    EXPECT_NEAR(progress_[0].done, 0.8 / 3601, 0.3 / 3601); // 0.2 s each, with the readout
+}
+
+TEST_F(SequenceRunTest, CountsNothingOfAFrameThatFailed)
+{
+    open({"missing-packet:readout=1,packet=1"});
+    Sequence sequence(plan("retries: 0\nsteps: [{lights: {count: 1, exposure: 100ms}}]\n"),
+                      options());
+    EXPECT_EQ(errorOf([&] { sequence.run(*camera_); }).kind(), ErrorKind::Incomplete);
+    EXPECT_EQ(progress_.back().doing, "light 1: failed");
+    EXPECT_LT(progress_.back().done, 0.01);
+    EXPECT_GE(progress_.back().left, 100ms);
 }
 
 TEST_F(SequenceRunTest, IsCheckedWithACameraThatIsSentNothing)
