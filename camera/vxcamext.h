@@ -237,10 +237,12 @@ VX_EXPORT int VXSetOpeningTap(unsigned what, tpTapCallback callback, void* user)
 
 /* ---- Questions --------------------------------------------------------------------------- */
 
-/* Has all calls of the calling thread that ask a camera something wait for `ms` at most: until the
- * question can be sent, and for the answer. They return -2 then, as with a time-out. An answer that
- * comes later is dropped, or taken for that to the next question of its kind: another question
- * between them, whose answer comes behind it, keeps them apart. 0 ends this [-5 for less]. */
+/* Has each question that the calling thread asks a camera wait for `ms` at most: until it can be
+ * sent, and for its answer; calls that ask several may take so long for each of them. They return
+ * -2 then, as with a time-out. A question that has gone out in part is finished all the same,
+ * unless the camera takes nothing for 5 s, which ends the connection. An answer that comes later is
+ * dropped, or taken for that to the next question of its kind: another question between them, whose
+ * answer comes behind it, keeps them apart. 0 ends this [-5 for less]. */
 VX_EXPORT int VXSetPatience(int ms);
 
 /* ---- Statistics -------------------------------------------------------------------------- */

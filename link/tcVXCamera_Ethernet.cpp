@@ -148,7 +148,9 @@ int tcVXCamera_Ethernet::Transmit(tsMsgHeader* frame, milliseconds limit, bool e
     const auto start = steady_clock::now();
     const tsMoment begun = ThisMoment();
     const int length = frame->Length + gnHeaderBytes;
-    const int sent = SendBytes(reinterpret_cast<const char*>(frame), length, limit);
+    const auto* const bytes = reinterpret_cast<const char*>(frame);
+    int sent = endsLink || AwaitRoom(limit) ? SendBytes(bytes, length, limit) : 0;
+    if (sent > 0 && !endsLink) sent += SendBytes(bytes + sent, length - sent, mSendLimit);
     CountSent(frame, sent, sent == length, begun);
     if (sent == length) return eVXOk;
     if (sent == 0 && !endsLink) return eVXFailed;
@@ -161,6 +163,18 @@ int tcVXCamera_Ethernet::Transmit(tsMsgHeader* frame, milliseconds limit, bool e
     // thread sees its end and makes a new one.
     mSocket.Shutdown(SHUT_RDWR);
     return eVXFailed;
+}
+
+// Whether a message may be begun within the limit without going out in part only.
+bool tcVXCamera_Ethernet::AwaitRoom(milliseconds limit)
+{
+    const auto deadline = steady_clock::now() + limit;
+    const int step = std::clamp<int>(static_cast<int>(limit.count()), 0, gnSendStep);
+    do {
+        pollfd ready{mSocket.GetFD(), POLLOUT, 0};
+        if (poll(&ready, 1, step) > 0) return true;
+    } while (!mbStopMonitor && steady_clock::now() < deadline);
+    return false;
 }
 
 // Returns the bytes sent: fewer than asked for when the connection broke or stalled.

@@ -75,6 +75,7 @@ private:
     void AwaitLastWords();
     bool HasVanished();
     int Transmit(tsMsgHeader* frame, std::chrono::milliseconds limit, bool endsLink);
+    bool AwaitRoom(std::chrono::milliseconds limit);
     int SendBytes(const char* bytes, int length, std::chrono::milliseconds limit);
     void StopReceiving();
     int Receive(char* buffer, int size);

@@ -59,6 +59,19 @@ TEST_F(Link, SendsWholeMessagesInSequenceFromManyThreads)
         sender.join();
 }
 
+// Until somebody who counts makes no progress any more.
+static bool AwaitStall(const std::atomic<int>& count)
+{
+    int before = -1;
+    return WaitUntil([&] {
+        const int now = count;
+        if (now == before) return true;
+        before = now;
+        std::this_thread::sleep_for(milliseconds(50));
+        return false;
+    });
+}
+
 // Bytes that no network buffer takes at once.
 constexpr int gnManyMessages = 1500;
 
@@ -94,6 +107,39 @@ TEST_F(Link, CompletesShortAndInterruptedSends)
     sender.join();
 }
 
+// One that is given up goes out whole, or not at all.
+TEST_F(Link, FinishesAMessageThatWentOutInPartThoughTheTimeForItIsOver)
+{
+    constexpr int attempts = 200, payload = 60000;
+    constexpr uint32_t last = 0x22;
+    peer.LimitReceiveBuffer(4096);
+    Open();
+    std::atomic<int> tried{0}, sent{0};
+    std::thread sender([&] {
+        std::vector<char> bytes(12 + payload);
+        auto* const frame = reinterpret_cast<tsMsgHeader*>(bytes.data());
+        for (; tried < attempts; ++tried) {
+            frame->MsgId = 0x54;
+            frame->Length = payload;
+            if (camera->SendMessageWithin(frame, 1) == 0) ++sent;
+        }
+        frame->MsgId = last;
+        frame->Length = 0;
+        EXPECT_EQ(0, camera->SendMessage(frame));
+    });
+    EXPECT_TRUE(AwaitStall(tried));
+    int received = 0;
+    for (std::string message; IdOf(message = peer.ReadMessage()) == 0x54; ++received) {
+        ASSERT_EQ(12u + payload, message.size());
+    }
+    sender.join();
+    EXPECT_EQ(sent, received);
+    EXPECT_GT(received, 0);
+    tsStatistics figures{};
+    camera->GetStatistics(&figures, sizeof figures);
+    EXPECT_EQ(0u, figures.ConnectionsLost);
+}
+
 TEST_F(Link, ReceivesWhileASendIsStalled)
 {
     peer.LimitReceiveBuffer(4096);
@@ -104,15 +150,7 @@ TEST_F(Link, ReceivesWhileASendIsStalled)
         for (; sent < gnManyMessages; ++sent)
             EXPECT_EQ(0, camera->SetTimingData(const_cast<char*>(data.data()), 4356));
     });
-    // Stalled is who makes no progress any more.
-    int before = -1;
-    EXPECT_TRUE(WaitUntil([&] {
-        const int now = sent;
-        if (now == before) return true;
-        before = now;
-        std::this_thread::sleep_for(milliseconds(50));
-        return false;
-    }));
+    EXPECT_TRUE(AwaitStall(sent));
     EXPECT_LT(sent, gnManyMessages);
     Synchronise();
     for (int i = 0; i < gnManyMessages; ++i)
