@@ -1,5 +1,7 @@
 #include <vxcamkit/figures.h>
 
+#include "measure/pixel_tally.h"
+
 #include <vxcamkit/error.h>
 
 #include <algorithm>
@@ -13,33 +15,57 @@ namespace {
 
 constexpr size_t kBatch = 4096; // pixels whose squares are added up without rounding
 
+__extension__ using Whole = __int128; // of which no square of pixels is too large
+
+// The highest value where the level is none that a pixel can have.
+template <class Pixel>
+Pixel limitOf(uint32_t saturation)
+{
+    constexpr Pixel highest = std::numeric_limits<Pixel>::max();
+    return saturation == 0 || saturation > highest ? highest : static_cast<Pixel>(saturation);
+}
+
+// Exact, but for the root.
 template <class Pixel>
 FrameFigures figuresOf(const PixelView<Pixel>& pixels, uint64_t sum, uint32_t saturation)
 {
-    const Pixel limit = saturation == 0 || saturation > std::numeric_limits<Pixel>::max()
-                            ? std::numeric_limits<Pixel>::max()
-                            : static_cast<Pixel>(saturation);
+    const auto count = static_cast<double>(pixels.size());
+    const PixelTally tally = tallyOf(pixels.data(), pixels.size(), limitOf<Pixel>(saturation));
+    const Whole all = static_cast<Whole>(pixels.size());
+    const Whole distances = static_cast<Whole>(sum) - all * kMiddle<Pixel>;
+    FrameFigures figures;
+    figures.sum = sum;
+    figures.least = tally.least;
+    figures.most = tally.most;
+    figures.mean = static_cast<double>(sum) / count;
+    figures.deviation =
+        std::sqrt(static_cast<double>(all * tally.squares - distances * distances)) / count;
+    figures.saturated = tally.saturated;
+    return figures;
+}
+
+FrameFigures figuresOf(const PixelView<uint32_t>& pixels, uint64_t sum, uint32_t saturation)
+{
+    const auto limit = limitOf<uint32_t>(saturation);
     FrameFigures figures;
     figures.sum = sum;
     const auto count = static_cast<double>(pixels.size());
     figures.mean = static_cast<double>(sum) / count;
-    Pixel least = pixels[0], most = pixels[0];
+    figures.least = figures.most = pixels[0];
     double squares = 0;
     for (size_t begin = 0; begin < pixels.size(); begin += kBatch) {
         const size_t end = std::min(begin + kBatch, pixels.size());
         double batch = 0;
         for (size_t i = begin; i < end; ++i) {
-            const Pixel pixel = pixels[i];
-            least = std::min(least, pixel);
-            most = std::max(most, pixel);
+            const uint32_t pixel = pixels[i];
+            figures.least = std::min(figures.least, pixel);
+            figures.most = std::max(figures.most, pixel);
             figures.saturated += pixel >= limit ? 1 : 0;
             const double distance = pixel - figures.mean;
             batch += distance * distance;
         }
         squares += batch;
     }
-    figures.least = least;
-    figures.most = most;
     figures.deviation = std::sqrt(squares / count);
     return figures;
 }
