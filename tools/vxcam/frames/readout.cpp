@@ -8,6 +8,7 @@
 #include <vxcamkit/error.h>
 #include <vxcamkit/fits.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <utility>
 
@@ -17,7 +18,9 @@ using tpMilliseconds = std::chrono::milliseconds;
 
 constexpr tpMilliseconds gnPoll(50);
 constexpr tpMilliseconds gnUsualTimeout(20000);
-constexpr size_t gnMostUnderWay = 4; // frames on their way to the disk
+// Frames on their way to the disk: as many as keep it busy, but of large ones only some.
+constexpr size_t gnMostUnderWay = 8, gnLeastUnderWay = 4;
+constexpr size_t gnBytesUnderWay = size_t{256} << 20U;
 
 } // namespace
 
@@ -90,8 +93,8 @@ bool tcReadout::Step(tcProgress& progress)
 {
     ThrowIfInterrupted();
     if (mWriter.hasFailed()) return false;
-    if (UnderWay() >= MostUnderWay()) {
-        WaitForWriter();
+    if (const size_t most = MostUnderWay(); UnderWay() >= most) {
+        WaitForWriter(most);
         return true;
     }
     ShowProgress(progress);
@@ -158,7 +161,7 @@ void tcReadout::WriteAll()
 {
     while (UnderWay() > 0 && !mWriter.hasFailed()) {
         ThrowIfInterrupted();
-        WaitForWriter();
+        WaitForWriter(1);
     }
     mWriter.finish();
 }
@@ -173,13 +176,15 @@ size_t tcReadout::MostUnderWay() const
     const std::filesystem::path folder = std::filesystem::path(maTaken.back().file).parent_path();
     std::error_code error;
     const auto space = std::filesystem::space(folder.empty() ? "." : folder, error);
-    return !error && space.available / bytes < 2 * gnMostUnderWay ? 1 : gnMostUnderWay;
+    if (!error && space.available / bytes < 2 * gnMostUnderWay) return 1;
+    return std::clamp(gnBytesUnderWay / bytes, gnLeastUnderWay, gnMostUnderWay);
 }
 
-void tcReadout::WaitForWriter()
+// Until fewer are under way, nothing more is written, or it is time to look for signals.
+void tcReadout::WaitForWriter(size_t most)
 {
     std::unique_lock<std::mutex> lock(mLock);
-    mChanged.wait_for(lock, gnPoll);
+    mChanged.wait_for(lock, gnPoll, [&] { return UnderWay() < most || mWriter.hasFailed(); });
 }
 
 std::string tcReadout::SilenceText() const

@@ -50,7 +50,7 @@ private:
     void Take(vxcam::Frame frame);
     vxcam::Frame WithTemperature(vxcam::Frame frame) const;
     void WriteAll();
-    void WaitForWriter();
+    void WaitForWriter(size_t most);
     size_t UnderWay() const { return maTaken.size() - mnWritten; }
     size_t MostUnderWay() const;
     void ShowProgress(tcProgress& progress) const;
