@@ -48,6 +48,7 @@ try {
     MeasureParts(table, choice, options);
     MeasureFiles(table, choice, options);
     MeasureRecords(table, choice, options);
+    MeasurePrograms(table, choice, options);
     MeasureWire(table, choice, options);
     MeasureKit(table, choice, options);
     MeasurePython(table, choice, options);

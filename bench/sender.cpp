@@ -138,12 +138,6 @@ private:
             return Reply(ansHardware.id, info);
         }
         if (id == cmdGetTrigger.id) return Reply(ansTrigger.id, tsWordMsg{1});
-        if (id == cmdGetExposureTime.id) return Reply(ansExposure.id, tsWordMsg{0});
-        if (id == cmdGetImageIntervals.id)
-            return Reply(ansImageIntervals.id, tsImageIntervalsMsg{});
-        if (id == cmdGetTriggerMode.id) return Reply(ansTriggerMode.id, tsTriggerModeMsg{});
-        if (id == cmdGetSimpleBinning.id) return Reply(ansSimpleBinning.id, tsSimpleBinningMsg{});
-        if (id == cmdGetAreaEx.id) return Reply(ansAreaEx.id, tsAreaExMsg{});
         if (id == cmdReadCCDArea.id) {
             tsReadAreaMsg read;
             memcpy(&read, message.data() + gnHeaderBytes, sizeof read);
@@ -153,9 +147,22 @@ private:
             memcpy(&read, message.data() + gnHeaderBytes, sizeof read);
             mnFrames = read.Frames;
         } else {
-            return true;
+            return ReplyNothing(id);
         }
         return mbStreaming || Stream();
+    }
+
+    // To all else that is asked: zeros, of the answer's length.
+    bool ReplyNothing(uint32_t id)
+    {
+        const tsCommandRow* const command = FindCommand(id);
+        if (command == nullptr || command->answer == nullptr) return true;
+        tsMsgHeader header = HeaderOf(command->answer->id, command->answer->bytes);
+        header.SeqNo = mnNumber++;
+        tcBytes answer(sizeof header + command->answer->bytes);
+        memcpy(answer.data(), &header, sizeof header);
+        mbAnswers = true;
+        return SendAll(mnFD, answer.data(), answer.size());
     }
 
     bool Stream()

@@ -19,7 +19,7 @@ struct tsStream {
 };
 
 // Starts the child; it takes any number of connections, each served by a thread of its own, answers
-// the hardware information, the trigger and what else is asked for before a readout, and streams on
+// the hardware information and the trigger, zeros to all other questions, and streams on
 // a readout command. Owns: the child process, ended by the destructor.
 class tcSender
 {

@@ -1,14 +1,13 @@
 // The Python module beside the kit and the C interface that it stands on.
 #include "receiver.h"
 #include "rows.h"
+#include "spawned_program.h"
 
 #include "vxcamiface.h"
 
 #include <vxcamkit/camera.h>
 
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,11 +27,6 @@ constexpr int kOwnCore = 0;
 constexpr int kSenderCore = 1;
 constexpr int kFirstFrames = 24;
 
-std::string targetOf(const tcSender& sender)
-{
-    return std::string(sender.Stream().address) + ":" + std::to_string(sender.Port());
-}
-
 // A program in Python with an open camera, which does what it is asked.
 class PythonSide
 {
@@ -44,26 +38,18 @@ public:
         if (pipe2(asked, O_CLOEXEC) != 0 || pipe2(told, O_CLOEXEC) != 0) {
             throw std::runtime_error("no pipes");
         }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, asked[0], STDIN_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, told[1], STDOUT_FILENO);
         setenv("PYTHONPATH", VX_PYTHON_PACKAGE, 1);
-        std::vector<std::string> words = {VX_PYTHON, VX_PYTHON_SIDE, targetOf(sender)};
-        char* const arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-        const int failure = posix_spawn(&child_, VX_PYTHON, &actions, nullptr, arguments, environ);
-        posix_spawn_file_actions_destroy(&actions);
+        const std::vector<std::string> words = {VX_PYTHON, VX_PYTHON_SIDE, TargetOf(sender)};
+        program_.emplace(words, asked[0], told[1]);
         close(asked[0]);
         close(told[1]);
         asks_ = fdopen(asked[1], "w");
         tells_ = fdopen(told[0], "r");
-        if (failure != 0) throw std::runtime_error("no Python");
     }
     ~PythonSide()
     {
         fclose(asks_);
         fclose(tells_);
-        if (child_ > 0) waitpid(child_, nullptr, 0);
     }
     PythonSide(const PythonSide&) = delete;
     PythonSide& operator=(const PythonSide&) = delete;
@@ -79,7 +65,7 @@ public:
     }
 
 private:
-    pid_t child_ = -1;
+    std::optional<tcSpawnedProgram> program_; // ends when nothing is asked any more
     FILE* asks_ = nullptr;
     FILE* tells_ = nullptr;
 };
@@ -104,7 +90,7 @@ void compareFrames(tcTable& table, const tsBenchOptions& options)
 {
     const tcSender sender({});
     PythonSide python(sender);
-    vxcam::Camera kit = vxcam::Camera::open(targetOf(sender));
+    vxcam::Camera kit = vxcam::Camera::open(TargetOf(sender));
     const int frames = options.quick ? 5 : 150;
     const double megabytes = static_cast<double>(sender.Stream().PixelBytes()) * frames / 1e6;
     // So many that each buffer was written to, and Python has loaded what it needs.
