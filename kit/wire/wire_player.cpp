@@ -5,7 +5,6 @@
 
 #include <vxcamkit/error.h>
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -13,9 +12,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <iterator>
 #include <map>
+#include <vector>
 
 namespace vxcam {
 
@@ -28,7 +27,9 @@ constexpr size_t kAhead = 512; // events among which the client's messages are l
 // So much of the recording is put into the order of its times, but of more bytes no more.
 constexpr Seconds kOrdered(2);
 constexpr size_t kMostOrdered = size_t{128} << 20U;
-constexpr std::chrono::milliseconds kStep(50); // between two looks whether to stop
+constexpr size_t kMostAtOnce = size_t{256} << 10U; // bytes that are sent at once, about
+constexpr size_t kMostPieces = 512;                // of them
+constexpr std::chrono::milliseconds kStep(50);     // between two looks whether to stop
 constexpr int kLeftOutPart = 20; // of the patience: with a client that leaves messages out
 constexpr Seconds kFar(1e9);     // for times that are nonsense
 
@@ -48,6 +49,14 @@ bool isLaterPiece(const WireEvent& event, SteadyTime time)
 bool isMessage(const WireEvent& event, bool isSent)
 {
     return event.kind == WireEvent::Kind::Message && event.piece.isSent == isSent;
+}
+
+// Bytes of the camera.
+bool isOfCamera(const WireEvent& event)
+{
+    const bool isPiece =
+        event.kind == WireEvent::Kind::Message || event.kind == WireEvent::Kind::Stray;
+    return isPiece && !event.piece.isSent;
 }
 
 } // namespace
@@ -79,43 +88,24 @@ struct WirePlayer::Body {
     const std::function<bool()>* isStopped = nullptr;
     PlayBooks books;
 
-    void listen();
     void begin();
     bool accept();
     bool hear();
     void takeCommand(const WirePiece& piece);
-    bool send(const std::string& bytes);
+    size_t send(std::vector<iovec> pieces);
     void fill();
     bool seesFar() const;
     std::deque<Item>::iterator nearEnd();
     void takeAhead(WireEvent event);
     bool step();
+    void pass();
     bool stepSent(const Item& item);
-    bool stepReceived(const Item& item);
+    bool stepReceived();
+    std::vector<iovec> duePieces();
     void setAnchor(SteadyTime recorded);
     Clock::time_point dueOf(SteadyTime recorded) const;
     int patience() const;
 };
-
-void WirePlayer::Body::listen()
-{
-    listener.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const int on = 1;
-    ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(options.port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* const place = reinterpret_cast<sockaddr*>(&address);
-    if (::bind(listener.get(), place, size) != 0 || ::listen(listener.get(), 4) != 0 ||
-        ::getsockname(listener.get(), place, &size) != 0) {
-        const int error = errno;
-        throw Error(ErrorKind::Busy,
-                    "port " + std::to_string(options.port) + ": " + std::strerror(error), error);
-    }
-    port = ntohs(address.sin_port);
-}
 
 void WirePlayer::Body::begin()
 {
@@ -177,28 +167,26 @@ void WirePlayer::Body::takeCommand(const WirePiece& piece)
     }
     ++books.unexpected;
     const auto answer = answers.find(wireAnswer(piece.id()));
-    if (answer != answers.end()) send(answer->second);
+    if (answer != answers.end()) send({{answer->second.data(), answer->second.size()}});
 }
 
-// False when the client has left or takes nothing any more, or when it was stopped meanwhile: what
-// it has of the message then is the last it gets.
-bool WirePlayer::Body::send(const std::string& bytes)
+// How many went out whole: not all when the client has left or takes nothing any more, or when it
+// was stopped meanwhile: what it has of the next one then is the last it gets.
+size_t WirePlayer::Body::send(std::vector<iovec> pieces)
 {
     Clock::time_point taken = Clock::now();
-    for (size_t at = 0; at < bytes.size() && !hasLeft;) {
-        const ssize_t count =
-            ::send(client.get(), bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (count > 0) {
-            at += static_cast<size_t>(count);
+    size_t first = 0;
+    while (first < pieces.size() && !hasLeft) {
+        if (client.send(&pieces, &first)) {
             taken = Clock::now();
             continue;
         }
-        const bool isFull = count < 0 && (errno == EAGAIN || errno == EINTR);
+        const bool isFull = errno == EAGAIN || errno == EINTR;
         hasLeft = !isFull || (*isStopped)() || Clock::now() - taken >= options.patience;
         pollfd entry{client.get(), POLLOUT, 0};
         if (!hasLeft) ::poll(&entry, 1, static_cast<int>(kStep.count()));
     }
-    return !hasLeft;
+    return first;
 }
 
 // What the client sent may stand far behind what came of it: the thread that notes it may have to
@@ -284,15 +272,43 @@ bool WirePlayer::Body::stepSent(const Item& item)
     return true;
 }
 
-bool WirePlayer::Body::stepReceived(const Item& item)
+// What is due of the camera's bytes that come next.
+std::vector<iovec> WirePlayer::Body::duePieces()
 {
-    const WirePiece& piece = item.event.piece;
-    if (Clock::now() < dueOf(item.event.time.steady)) return false;
-    if (!send(piece.bytes)) return false;
-    if (item.event.kind != WireEvent::Kind::Message) return true;
-    ++books.played;
-    answers[piece.id()] = piece.bytes;
-    return true;
+    std::vector<iovec> pieces;
+    size_t bytes = 0;
+    const Clock::time_point now = Clock::now();
+    for (Item& item : ahead) {
+        WireEvent& event = item.event;
+        if (bytes >= kMostAtOnce || pieces.size() >= kMostPieces) break;
+        if (!isOfCamera(event) || now < dueOf(event.time.steady)) break;
+        pieces.push_back({event.piece.bytes.data(), event.piece.bytes.size()});
+        bytes += event.piece.bytes.size();
+    }
+    return pieces;
+}
+
+bool WirePlayer::Body::stepReceived()
+{
+    const std::vector<iovec> pieces = duePieces();
+    if (pieces.empty()) return false;
+    for (size_t left = send(pieces); left > 0; --left) {
+        const WireEvent& event = ahead.front().event;
+        if (event.kind == WireEvent::Kind::Message) {
+            ++books.played;
+            answers[event.piece.id()] = event.piece.bytes;
+        }
+        pass();
+    }
+    return !hasLeft;
+}
+
+// What comes first is done.
+void WirePlayer::Body::pass()
+{
+    isStalled = false;
+    aheadBytes -= ahead.front().bytes();
+    ahead.pop_front();
 }
 
 // Does the next thing; false when it is not time for it.
@@ -303,22 +319,18 @@ bool WirePlayer::Body::step()
     if (ahead.empty() || !client.isOpen()) return false;
     const Item& item = ahead.front();
     const WireEvent& event = item.event;
+    if (isOfCamera(event)) return stepReceived();
     bool isDone = true;
     if (event.kind == WireEvent::Kind::Message) {
-        isDone = event.piece.isSent ? stepSent(item) : stepReceived(item);
-    } else if (event.kind == WireEvent::Kind::Stray) {
-        isDone = event.piece.isSent || stepReceived(item);
+        isDone = stepSent(item);
     } else if (event.kind == WireEvent::Kind::LinkLost) {
         isDone = Clock::now() >= dueOf(event.time.steady);
         isCut = isDone;
-    } else {
+    } else if (event.kind != WireEvent::Kind::Stray) {
         setAnchor(event.time.steady);
     }
-    if (!isDone) return false;
-    isStalled = false;
-    aheadBytes -= item.bytes();
-    ahead.pop_front();
-    return true;
+    if (isDone) pass();
+    return isDone;
 }
 
 // ms until the next thing is due, or may be.
@@ -338,7 +350,7 @@ WirePlayer::WirePlayer(const std::string& path, const PlayOptions& options)
     body_->path = path;
     body_->options = options;
     body_->begin();
-    body_->listen();
+    body_->port = body_->listener.listen(options.port);
 }
 
 WirePlayer::~WirePlayer() = default;

@@ -48,8 +48,8 @@ public:
 
     uint16_t port() const;
     // Plays it once: from when a client connects until it has left or takes nothing any more, or
-    // until `isStopped`, which is asked before each message and at least every 50 ms. Throws
-    // Error{File} when the disk cannot be read.
+    // until `isStopped`, which is asked whenever some 256 KiB have been sent and at least every
+    // 50 ms. Throws Error{File} when the disk cannot be read.
     PlayBooks play(const std::function<bool()>& isStopped);
     // How the recording is, as far as it has been read: wholly, when all was played.
     const WireCondition& condition() const;

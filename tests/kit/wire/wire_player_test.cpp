@@ -162,6 +162,25 @@ TEST(WirePlayer, IsStoppedWhileMessagesFlow)
     EXPECT_LT(books.played, kMany);
 }
 
+// What is due goes out together: it is asked less often than there are messages.
+TEST(WirePlayer, SendsManyMessagesAtOnce)
+{
+    constexpr int count = 400;
+    const std::string message = wireMessage(0x60, low(500, 4));
+    std::string records;
+    for (int i = 0; i < count; ++i) {
+        records += wireRecord(2, 1, message);
+    }
+    Played played(wireHead() + wireBlock(0, 0, 0, records, count) + wireEnd(1));
+    for (int i = 0; i < count; ++i) {
+        const tsFrame one = played.link().Read();
+        ASSERT_TRUE(one.Came) << i;
+        EXPECT_EQ(one.Payload, (tBytes{0xF4, 1, 0, 0})) << i;
+    }
+    EXPECT_LT(played.asked(), count / 2);
+    EXPECT_EQ(played.finish().played, uint64_t{count});
+}
+
 // Between these times lies more than a number of nanoseconds can tell.
 TEST(WirePlayer, PlaysTimesThatAreNonsense)
 {
