@@ -2,6 +2,7 @@
 // the frames grows in a file of its own beside it, and is put behind them at the end.
 #include "containers/fits_table.h"
 #include "containers/frame_table.h"
+#include "fits/rice_tiles.h"
 
 #include <vxcamkit/error.h>
 
@@ -183,12 +184,13 @@ std::unique_ptr<RecordFile> makeTilesRecord(const std::string& path, const Recor
 FileBytes encodeForTiles(const RecordedFrame& frame, const RecordOptions& options, FileBytes spare)
 {
     const Frame& image = frame.frame;
+    const bool isRice = options.compression == Compression::Rice;
+    if (isRice && fitsRiceTiles(image)) return riceTiles(image, options.header, std::move(spare));
     const ImageKind& kind = kindOf(image.bits());
     long axes[] = {image.columns(), image.rows()};
     MemoryFits fits;
     int* const status = fits.status();
-    const int how = options.compression == Compression::Rice ? RICE_1 : GZIP_2;
-    fits.check(fits_set_compression_type(fits.file(), how, status));
+    fits.check(fits_set_compression_type(fits.file(), isRice ? RICE_1 : GZIP_2, status));
     fits.check(fits_create_img(fits.file(), kind.image, 2, axes, status));
     for (const HeaderCard& card : makeHeader(image, options.header)) {
         for (const std::string& line : fitsCards(card, nullptr)) {
