@@ -67,12 +67,8 @@ void CcdDevice::disconnectCamera()
 
 void CcdDevice::opened()
 {
-    Camera& camera = *session_.camera();
-    const Identity& identity = camera.identity();
-    identityTP_[0].setText(identity.name);
-    identityTP_[1].setText(identity.serial);
-    identityTP_[2].setText(identity.version);
-    identityTP_[3].setText(camera.address());
+    const Camera& camera = *session_.camera();
+    noteIdentity(camera);
     isLinkLost_ = false;
     setConnected(true, IPS_OK, ("Connected to " + camera.address()).c_str());
     updateProperties();
@@ -92,6 +88,15 @@ void CcdDevice::opened()
         showControls(told);
     };
     session_.ask(ask, show, [this](const Error& error) { LOGF_ERROR("%s", error.what()); });
+}
+
+void CcdDevice::noteIdentity(const Camera& camera)
+{
+    const Identity& identity = camera.identity();
+    identityTP_[0].setText(identity.name);
+    identityTP_[1].setText(identity.serial);
+    identityTP_[2].setText(identity.version);
+    identityTP_[3].setText(camera.address());
 }
 
 // What changes by itself.
@@ -132,8 +137,10 @@ void CcdDevice::handle(const Event& event)
         } else {
             setConnected(true, IPS_OK, ("Not restored: " + event.text).c_str());
         }
-        if (sensor() != Size{PrimaryCCD.getXRes(), PrimaryCCD.getYRes()}) showSensor();
         askStates();
+        break;
+    case EventKind::CameraChanged:
+        cameraChanged(event);
         break;
     default:
         break;
@@ -149,6 +156,17 @@ void CcdDevice::linkLost(const Event& event)
                  ("The connection to the camera is lost" + last +
                   "; it will be made anew as soon as the camera answers.")
                      .c_str());
+}
+
+// Nothing more of one that was closed meanwhile.
+void CcdDevice::cameraChanged(const Event& event)
+{
+    const std::shared_ptr<Camera> camera = session_.camera();
+    if (!camera) return;
+    setConnected(true, IPS_OK, ("The camera is not what it was: " + event.text).c_str());
+    noteIdentity(*camera);
+    identityTP_.apply();
+    if (sensor() != Size{PrimaryCCD.getXRes(), PrimaryCCD.getYRes()}) showSensor();
 }
 
 } // namespace vxcam

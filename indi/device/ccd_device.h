@@ -75,6 +75,8 @@ private:
     void opened();
     void handle(const Event& event);
     void linkLost(const Event& event);
+    void cameraChanged(const Event& event);
+    void noteIdentity(const Camera& camera);
     std::string targetText() const;
     void addressGiven(const Given& given);
     void askStates();

@@ -282,6 +282,17 @@ class Failing(DriverTest):
                     "the settings are back")
         self.assertEqual(client.expose().fits()[1]["GAIN"], 4)
 
+    def test_a_camera_that_has_another_sensor_afterwards_is_told_and_read_whole(self):
+        fault = "reboot-resized:readout=2,packet=20,seconds=1,rows=32,columns=40"
+        camera, client = self.connected("--fault", fault)
+        client.expose()
+        client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 0.1}, "Alert")
+        connection = client.vector("CONNECTION")
+        client.wait(lambda: any("40 x 32" in message for message in connection.messages), "told")
+        client.wait(lambda: client.value("CCD_FRAME", "WIDTH") == 40, "the frame is the sensor")
+        self.assertEqual(client.value("CCD_INFO", "CCD_MAX_Y"), 32)
+        self.assertEqual(client.expose().fits()[0].shape, (32, 40))
+
     def test_an_error_of_the_camera_ends_the_exposure_with_its_words(self):
         why = self.failing("error-storm:time=1.5,count=1,code=77,subcode=5", 5)[2]
         self.assertIn("77", why)

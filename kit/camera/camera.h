@@ -67,11 +67,11 @@ struct OpenOptions {
 //
 // Once a connection is known to have been made anew, a question of the kit's own goes ahead of the
 // commands that follow, for the exposure time: its answer may be lost, since a message that was cut
-// takes in what comes first. It is asked again until it is answered, for 10 s (and, so that no
-// answer is left over, the hardware information behind it); commands that wait for it in vain throw
-// Error{Timeout}, and nothing of theirs was sent. A command that was already under way may still go
-// out before it. Nothing else is ever repeated: no setting but by Restore, no other question, no
-// readout, no trigger.
+// takes in what comes first. It is asked again until it is answered, for 10 s, and the hardware
+// information behind it: so no answer is left over, and a camera that is another one by then is
+// noticed (CameraChanged). Commands that wait for it in vain throw Error{Timeout}, and nothing of
+// theirs was sent. A command that was already under way may still go out before it. Nothing else is
+// ever repeated: no setting but by Restore, no other question, no readout, no trigger.
 //
 // Errors: what fails throws Error. Threads: any; commands of several threads go one after another.
 // Owns: the connection, the simulated camera if there is one, and threads for events, for watching
@@ -169,6 +169,7 @@ public:
     // Cools the sensor slowly, and warms it up again. Lives as long as the camera.
     Cooler& cooler();
 
+    // As it is now: see EventKind::CameraChanged. What was told of an identity stays as it was.
     Size sensor() const;
     const Identity& identity() const;
     std::string target() const;  // as it was opened

@@ -20,6 +20,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <mutex>
 #include <utility>
 
@@ -61,7 +62,7 @@ public:
     std::string restore();
     LinkCheck checkLink(int messages);
 
-    const Identity& identity() const { return identity_; }
+    const Identity& identity() const { return *identity_; }
     const Target& target() const { return target_; }
     const std::string& address() const { return address_; }
     double timeScale() const;
@@ -137,7 +138,12 @@ private:
     void openSerial();
     void openFound(const FoundCamera& camera, const std::string& who);
     void listen();
+
+    // identifying.cpp
+    int askHardware(TVXCameraHardware* hardware);
     void identify();
+    void compare(TVXCameraHardware hardware);
+    void takeChange(const Size& size, const Identity& identity);
 
     // first_question.cpp
     bool askFirst(SteadyTime since);
@@ -195,8 +201,9 @@ private:
     std::unique_ptr<Simulator> simulator_;
     std::string address_;
     int handle_ = -1;
-    Size sensor_;
-    Identity identity_;
+    std::atomic<Size> sensor_{Size{}};
+    std::deque<Identity> identities_{1}; // all that it had: an application may look at one
+    std::atomic<const Identity*> identity_{&identities_.front()};
     SteadyTime opened_;
     std::atomic<bool> isClosed_{false};
     std::mutex closing_;

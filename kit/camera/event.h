@@ -21,11 +21,12 @@ enum class EventKind {
     SettingsRestored, // after that, see Restore; text: what could not be restored, empty if all was
     RestoreAsked,     // likewise, where Restore::Ask leaves it to Camera::restore()
     ReadoutEnded,     // readout, text: how ("complete", "timed out", ...)
-    Message           // code: the id of a message of the camera's own (0xC0 and above), bytes
+    Message,          // code: the id of a message of the camera's own (0xC0 and above), bytes
+    CameraChanged     // after LinkRestored: it has another sensor, or is another one; text: how
 };
 
 // "heartbeat", "camera-error", "link-lost", "link-restored", "settings-restored", "restore-asked",
-// "readout-ended", "message"
+// "readout-ended", "message", "camera-changed"
 VXCAMKIT_EXPORT const char* nameOf(EventKind kind);
 
 struct Event {

@@ -26,6 +26,8 @@ const char* nameOf(EventKind kind)
         return "readout-ended";
     case EventKind::Message:
         return "message";
+    case EventKind::CameraChanged:
+        return "camera-changed";
     case EventKind::Heartbeat:
         break;
     }

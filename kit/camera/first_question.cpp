@@ -43,11 +43,7 @@ public:
         keeper_.wake();
     }
 
-    int stop() // how often it has asked
-    {
-        keeper_.stop();
-        return asked_;
-    }
+    void stop() { keeper_.stop(); }
 
 private:
     SteadyTime look()
@@ -60,7 +56,6 @@ private:
         for (int i = 0; i < atATime_; ++i) {
             std::array<uint8_t, kHeaderBytes> question{};
             question[kIdAt] = kExposureQuestion;
-            ++asked_;
             if (VXSendUserDefined(handle_, question.data()) != eVXOk) break;
         }
         return steady_clock::now() + pause_;
@@ -70,7 +65,7 @@ private:
     uint64_t received_;
     const SteadyTime start_;
     milliseconds pause_ = kPause;
-    int atATime_ = 1, asked_ = 0;
+    int atATime_ = 1;
     Keeper keeper_; // the last one: it uses the others
 };
 
@@ -95,27 +90,20 @@ bool CameraCore::askFirst(SteadyTime since)
 {
     const std::string what = "the first question on the new connection";
     uint64_t connection = 0;
-    bool wasSilent = false;
     {
         std::lock_guard<std::mutex> guard(state_);
         connection = connection_;
         if (!isLinkUp_ || connection == answeredOn_) return false;
-        wasSilent = connection == silentOn_;
-        if (wasSilent && since < silentUntil_ + kPause) {
+        if (connection == silentOn_ && since < silentUntil_ + kPause) {
             fail(ErrorKind::Timeout, what + ": the camera does not answer");
         }
     }
-    const uint64_t bad = figuresOf(handle_).MessagesBad;
     long exposure = 0;
     const std::unique_ptr<Repeater> repeater = repeaterOf(handle_);
     int result = VXGetExposureTime(handle_, &exposure);
-    const int repeats = repeater ? repeater->stop() : 0;
-    const bool isClear = !wasSilent && repeats == 0 && figuresOf(handle_).MessagesBad == bad;
-    if (result == eVXOk && !isClear) {
-        TVXCameraHardware hardware{};
-        int size = sizeof hardware;
-        result = VXGetCameraHardwareInfo(handle_, &hardware, &size);
-    }
+    if (repeater) repeater->stop();
+    TVXCameraHardware hardware{};
+    if (result == eVXOk) result = askHardware(&hardware);
     {
         std::lock_guard<std::mutex> guard(state_);
         if (result == eVXOk) {
@@ -127,6 +115,7 @@ bool CameraCore::askFirst(SteadyTime since)
     }
     if (result == eVXFailed && !isClosed_) return false; // the application asks the same just now
     require(result, what);
+    compare(hardware);
     return true;
 }
 

@@ -3,15 +3,12 @@
 #include "network/probe.h"
 #include "readout/frame_facts.h"
 #include "readout/host_clock.h"
-#include "values/escapes.h"
 #include "wire/capture_body.h"
 
 #include <vxcamkit/discover.h>
 
 #include "vxcamiface.h"
 
-#include <algorithm>
-#include <cstring>
 #include <map>
 
 namespace vxcam {
@@ -23,65 +20,10 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kProbePatience(3000);
 constexpr milliseconds kNoAnswer(9000); // of the ten seconds that the library waits for an answer
-constexpr int kUnknownSize = 65535;
 constexpr int kHeaderBytes = 12, kIdAt = 9; // of a message
 constexpr double kHeartbeatUnits = 10.0;    // in a degree Celsius
 constexpr size_t kMostComplaintsKept = 64;
 constexpr unsigned kFlightTaps = eTapMessagesReceived | eTapMessagesSent | eTapLink;
-
-// Bytes of the hardware information, of cameras that lay it out like this.
-constexpr unsigned char kFirstBeyondAscii = 0x80;
-constexpr int kLongestCharacter = 4; // bytes, in UTF-8
-constexpr size_t kSerialAt = 0, kNameAt = 4, kNameBytes = 32, kVersionAt = 36, kBitsAt = 40;
-
-std::string utf8OfLatin(const std::string& bytes)
-{
-    std::string utf8;
-    for (const char byte : bytes) {
-        const auto code = static_cast<unsigned char>(byte);
-        if (code >= kFirstBeyondAscii) utf8 += static_cast<char>(0xC0U | code >> 6U);
-        utf8 += static_cast<char>(code < kFirstBeyondAscii ? code : 0x80U | (code & 0x3FU));
-    }
-    return utf8;
-}
-
-// In UTF-8, maybe cut within a character, or in Latin-1, most of it ASCII; what has control
-// characters, or looks like neither, is no name.
-std::string nameIn(const std::string& bytes)
-{
-    std::string name = bytes;
-    const auto isBeyond = [](char byte) {
-        return static_cast<unsigned char>(byte) >= kFirstBeyondAscii;
-    };
-    const bool mayBeCut = bytes.size() + 1 == kNameBytes;
-    for (int i = 1; i < kLongestCharacter && mayBeCut && !isUtf8(name); ++i) {
-        name.pop_back();
-    }
-    if (!isUtf8(name)) {
-        const auto others = std::count_if(bytes.begin(), bytes.end(), isBeyond);
-        if (2 * static_cast<size_t>(others) >= bytes.size()) return "";
-        name = utf8OfLatin(bytes);
-    }
-    std::string shown = name;
-    shown.erase(std::remove(shown.begin(), shown.end(), '\\'), shown.end());
-    return escaped(shown) == shown ? name : "";
-}
-
-Identity identityOf(const TVXCameraHardware& hardware)
-{
-    const auto* const bytes = reinterpret_cast<const uint8_t*>(&hardware);
-    const uint8_t* const nameEnd = std::find(bytes + kNameAt, bytes + kNameAt + kNameBytes, 0);
-    if (nameEnd == bytes + kNameAt + kNameBytes) return {};
-    const std::string name = nameIn(std::string(bytes + kNameAt, nameEnd));
-    if (name.empty()) return {};
-    uint32_t serial = 0, version = 0;
-    uint16_t bits = 0;
-    std::memcpy(&serial, bytes + kSerialAt, sizeof serial);
-    std::memcpy(&version, bytes + kVersionAt, sizeof version);
-    std::memcpy(&bits, bytes + kBitsAt, sizeof bits);
-    return {name, std::to_string(serial),
-            std::to_string(version >> 16U) + "." + std::to_string(version & 0xFFFFU), bits};
-}
 
 // Cameras by their handles, for the one callback that has no pointer of the application's. Never
 // destroyed: a camera's thread may still run at exit.
@@ -349,20 +291,6 @@ void CameraCore::listen()
     VXSetHeartBeatRecordCallback(handle_, Callbacks::heartbeat, this);
     VXSetCameraErrorCallback(handle_, Callbacks::error, this);
     VXSetUserDefinedCallback(handle_, Callbacks::message);
-}
-
-void CameraCore::identify()
-{
-    const Command command(*this);
-    TVXCameraHardware hardware{};
-    int size = sizeof hardware;
-    require(VXGetCameraHardwareInfo(handle_, &hardware, &size), "hardware information");
-    if (hardware.Columns == 0 || hardware.Columns == kUnknownSize || hardware.Rows == 0 ||
-        hardware.Rows == kUnknownSize) {
-        fail(ErrorKind::Camera, "the camera does not tell the size of its sensor");
-    }
-    sensor_ = {hardware.Columns, hardware.Rows};
-    identity_ = identityOf(hardware);
 }
 
 void CameraCore::close()

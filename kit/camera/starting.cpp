@@ -89,7 +89,7 @@ size_t bufferBytes(const Plan& plan, const FrameFacts& facts)
 
 void CameraCore::checkPlan(const Plan& plan) const
 {
-    if (const auto mistake = mistakeIn(plan, sensor_)) fail(ErrorKind::Usage, *mistake);
+    if (const auto mistake = mistakeIn(plan, sensor())) fail(ErrorKind::Usage, *mistake);
 }
 
 // Sets a property for this readout, and remembers what it was before.
@@ -196,10 +196,10 @@ void CameraCore::fillFacts(const Plan& plan, FrameFacts* facts)
     facts->frames = plan.frames;
     facts->kind = plan.kind;
     facts->type = plan.type;
-    facts->sensor = sensor_;
-    facts->area = {0, 0, sensor_.columns, sensor_.rows};
-    facts->cameraName = identity_.name;
-    facts->serial = identity_.serial;
+    facts->sensor = sensor();
+    facts->area = {0, 0, facts->sensor.columns, facts->sensor.rows};
+    facts->cameraName = identity().name;
+    facts->serial = identity().serial;
     facts->target = target_.text();
     const Value exposure = readProperty(*this, findProperty("exposure"));
     facts->exposure = std::chrono::duration_cast<microseconds>(exposure.toTime());
@@ -288,6 +288,7 @@ std::shared_ptr<StreamCore> CameraCore::stream(Plan plan)
     plan.kind = kindGiven(plan);
     checkPlan(plan);
     Command command(*this, "readout");
+    checkPlan(plan); // the sensor may be another one
     {
         const std::shared_ptr<StreamCore> last = present();
         if (last && last->isRunning())

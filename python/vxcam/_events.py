@@ -28,7 +28,7 @@ class Event(NamedTuple):
     """Something that a camera told.
 
     `kind` is "heartbeat", "camera-error", "link-lost", "link-restored", "settings-restored",
-    "restore-asked", "readout-ended" or "message".
+    "restore-asked", "readout-ended", "message" or "camera-changed".
     """
 
     kind: str
@@ -91,6 +91,8 @@ def _tell_log(target: str, event: Event) -> None:
         level = logging.WARNING if event.text else logging.INFO
         left = f", but for {event.text}" if event.text else ""
         log.getChild("link").log(level, "%s: the settings were restored%s", target, left)
+    elif event.kind == "camera-changed":
+        log.getChild("link").warning("%s: the camera is not what it was: %s", target, event.text)
     elif event.kind == "restore-asked":
         log.getChild("link").warning("%s: the settings may be lost; restore() sends them again", target)
     elif event.kind == "camera-error":

@@ -97,6 +97,7 @@ void SharedCamera::heard(const Event& event)
             isLinkUp_ = true;
             break;
         case EventKind::SettingsRestored:
+        case EventKind::CameraChanged:
         case EventKind::CameraError:
             forgetTold();
             break;

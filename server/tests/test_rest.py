@@ -2,6 +2,7 @@
 
 import concurrent.futures
 import hashlib
+import http.client
 import io
 import json
 import os
@@ -245,6 +246,19 @@ class Faults(Rest):
         self.assertNotIn("vxcamd_temperature_celsius{", server.get("/metrics").body.decode())
         camera.process.send_signal(signal.SIGCONT)
         until(lambda: server.get(CAMERA).json["sensor_temperature"] is not None, "it speaks again")
+
+    def test_a_camera_that_has_another_sensor_afterwards_is_told_and_read_whole(self):
+        server = self.start("reboot-resized:readout=1,packet=20,seconds=0.3,rows=32,columns=40")
+        self.assertEqual(server.expose(exposure=0.001)["state"], "failed")
+        until(lambda: server.get(CAMERA).json["columns"] == 40, "the other sensor")
+        self.assertEqual(server.expose(exposure=0.001)["state"], "complete")
+        self.assertEqual(len(server.get(CAMERA + "/exposures/2/frame.raw").body), 2 * 40 * 32)
+        connection = http.client.HTTPConnection("127.0.0.1", server.port, timeout=PATIENCE)
+        self.addCleanup(connection.close)
+        connection.request("GET", CAMERA + "/events?since=0")
+        told = (json.loads(line[6:]) for line in connection.getresponse() if line.startswith(b"data: "))
+        changed = next(event for event in told if event["event"] == "camera-changed")
+        self.assertEqual(changed["text"], "its sensor has 40 x 32 pixels, before 128 x 96 pixels")
 
     def test_an_exposure_that_is_begun_while_the_link_is_lost_fails(self):
         camera = Simulator()
@@ -551,7 +565,6 @@ class Watching(Rest):
         watcher.close()
 
     def test_events_of_a_server_before_this_one_do_not_hide_its_own(self):
-        import http.client
         self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 2})
         connection = http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=PATIENCE)
         connection.request("GET", CAMERA + "/events", headers={"Last-Event-ID": "99999"})
@@ -560,7 +573,6 @@ class Watching(Rest):
         connection.close()
 
     def test_events_tell_what_happens(self):
-        import http.client
         connection = http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=PATIENCE)
         connection.request("GET", CAMERA + "/events?since=0")
         response = connection.getresponse()

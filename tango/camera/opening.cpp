@@ -110,6 +110,9 @@ void Station::hear(const Event& event)
             trouble(Error(ErrorKind::Camera, "not set as before: " + event.text));
         }
         return;
+    case EventKind::CameraChanged:
+        complain(Error(ErrorKind::Camera, "the camera is not what it was: " + event.text));
+        break;
     default:
         return;
     }

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr uint32_t kAbort = 0x4C, kQuestion = 0x30, kSetExposure = 0x20;
+constexpr uint32_t kAbort = 0x4C, kQuestion = 0x30, kGetHardware = 0x34, kSetExposure = 0x20;
 constexpr auto kAfterLoss = 2 * kPromptly; // which every consumer knows by then
 
 class LostStreams : public Streams
@@ -78,6 +78,7 @@ protected:
             if (told.back() == kQuestion) {
                 other.Send(MessageBytes(0x60, LittleEndian(5, 4)));
             }
+            if (told.back() == kGetHardware) other.Send(HardwareAnswer(kRows, kColumns));
             // Once since the application set it, and once since the plan had changed it.
             const auto settings = std::count(told.begin(), told.end(), kSetExposure);
             if (settings == 2 && later.empty()) break;
