@@ -52,6 +52,28 @@ void tcVXCamera::CountReceived(const void* data, int bytes)
                              mpParser->BytesIn};
 }
 
+bool tcVXCamera::NoteRead(int64_t begun, int bytes, bool isAll)
+{
+    tcArrivals& arrivals = mpExtension->arrivals;
+    const uint32_t position = mpParser->BytesIn;
+    const uint32_t end = position + static_cast<uint32_t>(std::max(bytes, 0));
+    arrivals.BeginRead(position, static_cast<uint32_t>(mpParser->Pending()));
+    if (isAll) arrivals.Mark(end, begun, true);
+    mpExtension->readEnd = end;
+    return !isAll && arrivals.IsPassed(end);
+}
+
+void tcVXCamera::NoteWaiting(int64_t time, int bytes)
+{
+    mpExtension->arrivals.Mark(mpExtension->readEnd + static_cast<uint32_t>(bytes), time, false);
+}
+
+// A moment at which a message that is being dispatched had not come yet; see tcArrivals.
+int64_t tcVXCamera::ArrivedAfter(const tsMsgHeader& message) const
+{
+    return mpExtension->arrivals.After(mpParser->BytesIn - gnHeaderBytes - message.Length);
+}
+
 // Whether the header of the camera's next message has come and stands right behind this one, which
 // is being dispatched. A message that was cut short, and so filled up with others, is not followed
 // so: what stands behind it is the rest of one, or one that was counted later.

@@ -2,6 +2,7 @@
 #ifndef TCEXTENSION_H
 #define TCEXTENSION_H
 
+#include "tcArrivals.h"
 #include "tcBufferTurn.h"
 #include "tcCallbackSlot.h"
 #include "tcFrameAccount.h"
@@ -83,7 +84,7 @@ private:
 // A packet whose frame is not known yet.
 struct tsHeldPacket {
     bool isHeld = false;
-    tsMoment time{};
+    tsArrival arrival{};
     uint8_t bytes[gnLargestMessage] = {};
 };
 
@@ -153,6 +154,8 @@ struct tsExtension {
     tsReadoutFacts readouts[eFrameKinds]; // by the frames that they were started for
     tcFrameAccount frames[eFrameKinds];
     tsReceived received;  // by the receive thread, as it is used
+    tcArrivals arrivals;  // likewise
+    uint32_t readEnd = 0; // position behind what was read last
     tcMessageOrder order; // of this connection; by the receive thread
     tsLastPacket lastPacket;
     tsLeftover leftovers[eFrameKinds];

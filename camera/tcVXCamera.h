@@ -216,6 +216,7 @@ public:
     // On the receive thread, while a message is dispatched: whether the connection broke inside it,
     // so that its end is the beginning of what came over the next one.
     bool MessageSpansConnections() const { return mpParser->SpansBreak(); }
+    int64_t ArrivedAfter(const tsMsgHeader& message) const;
 
     // ---- Readout -----------------------------------------------------------------------------
     // Starts a readout of the current area, 16 bits a pixel; returns at once: 0, or -1 if one is
@@ -397,6 +398,11 @@ protected:
     // Bytes read stay where they are, and as they are, until the parser's AddData() has returned:
     // what stands behind a packet tells whether it is whole.
     void CountReceived(const void* data, int bytes);
+    // Before that: how many bytes a call read that began at `begun`, and whether there were no more
+    // to read. Where it returns true, the transport tells how many there still are, if it can: at
+    // `time` or later. Without all that, a packet counts as read at once when it came.
+    bool NoteRead(int64_t begun, int bytes, bool isAll);
+    void NoteWaiting(int64_t time, int bytes);
     void CountParsed();
     void CountSent(const tsMsgHeader* frame, int bytes, bool isWhole, const tsMoment& begun);
     void LinkLost();

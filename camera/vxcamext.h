@@ -97,11 +97,16 @@ typedef struct tsFrameRecord {
     tsMoment CommandSent;  /* when it had been handed over; FirstPacket if that was noted later */
     tsMoment FirstPacket;
     tsMoment LastPacket;
+    /* Where the first packet was read behind others and so may have waited, unread for as long as
+     * the process did not run: a moment at which it had not come yet. Both 0 where it was waited
+     * for: then it came when FirstPacket was noted, or while the process did not run. */
+    tsMoment FirstPacketAfter;
 } tsFrameRecord;
-static_assert(sizeof(tsFrameRecord) == 216, "record");
+static_assert(sizeof(tsFrameRecord) == 232, "record");
 static_assert(offsetof(tsFrameRecord, Buffer) == 32, "record");
 static_assert(offsetof(tsFrameRecord, MissingBits) == 128, "record");
 static_assert(offsetof(tsFrameRecord, CommandBegun) == 152, "record");
+static_assert(offsetof(tsFrameRecord, FirstPacketAfter) == 216, "record");
 
 /* Called with each frame of a readout; not with frames that arrive while none runs. */
 typedef void (*tpFrameCallback)(int handle, const tsFrameRecord* frame, void* user);

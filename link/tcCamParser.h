@@ -65,6 +65,9 @@ public:
     // what anybody sent.
     bool SpansBreak() const { return mbSpansBreak; }
 
+    // Between two calls of AddData(): the bytes of a frame that has not come whole.
+    int Pending() const { return count; }
+
 protected:
     ParserState state = Hunting;
     int32_t count = 0;       // bytes of the current frame in the buffer

@@ -10,6 +10,7 @@
 #include <memory>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -252,10 +253,16 @@ void tcVXCamera_Ethernet::MonitorThread()
 }
 
 // As HSocket::Receive with the time-out that the socket carries: one call of the kernel waits and
-// reads.
+// reads. How much is left is asked only where all that was left has been read.
 int tcVXCamera_Ethernet::Receive(char* buffer, int size)
 {
+    const int64_t begun = MonotonicTime();
     const int n = mSocket.Receive(buffer, size);
+    if (NoteRead(begun, n, n < size)) {
+        const int64_t now = MonotonicTime();
+        int left = 0;
+        if (ioctl(mSocket.GetFD(), FIONREAD, &left) == 0) NoteWaiting(now, left);
+    }
     return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) ? -2 : n;
 }
 

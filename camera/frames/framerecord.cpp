@@ -282,6 +282,7 @@ void tcVXCamera::MakeNews(tsFrameNews& news, teFrameKind kind, const tsRequestIt
     record.Exposure = facts.exposure;
     record.CommandBegun = facts.commandBegun;
     record.FirstPacket = account.FirstPacket();
+    record.FirstPacketAfter = account.FirstPacketAfter();
     if (record.Outcome != eFrameCut) record.LastPacket = ThisMoment();
     // Whoever sent it may not have come to note that yet, or only when frames were coming.
     const tsMoment& sent = facts.commandSent;

@@ -218,9 +218,10 @@ void tcVXCamera::StorePacket(Packet& packet, bool isWhole, bool isHeld)
     BeginFrame(maItems[index]);
     tsPixelsOf<Packet>::Compile(*this, packet, maItems[index].result1);
     const teArrival arrival = !isWhole ? eDamaged : mbPlacedOutside ? eMisplaced : eCame;
-    mpExtension->frames[KindOf(index)].Note(
-        packet.PacketNumber, packet.TotalPackets,
-        {packet.Row, packet.FirstColumn, packet.LastColumn, arrival}, isHeld);
+    tcFrameAccount& account = mpExtension->frames[KindOf(index)];
+    account.Note(packet.PacketNumber, packet.TotalPackets,
+                 {packet.Row, packet.FirstColumn, packet.LastColumn, arrival}, isHeld,
+                 account.IsTimed(isHeld) ? ArrivedAfter(packet.header) : 0);
 }
 
 // Enters a packet into the books. Where it shows that the frame before was cut short, that is told
@@ -242,7 +243,7 @@ bool tcVXCamera::TakePacket(tStackLock& lock, const tsPacketFacts& facts, bool* 
         held->isHeld = false;
         auto& first = *reinterpret_cast<Packet*>(held->bytes);
         if (goesOn) StorePacket(first, true, false);
-        if (goesOn && cut.packets > 0) mpExtension->frames[kind].BeginAt(held->time);
+        if (goesOn && cut.packets > 0) mpExtension->frames[kind].BeginAt(held->arrival);
     }
     return goesOn;
 }
@@ -256,7 +257,7 @@ void tcVXCamera::HoldPacket(const Packet& packet)
     tsHeldPacket& held = *mpExtension->held[KindOf(tsPixelsOf<Packet>::item)];
     memset(held.bytes, 0, gnPacketHeadBytes);
     memcpy(held.bytes, &packet, std::min(length, sizeof held.bytes));
-    held.time = ThisMoment();
+    held.arrival = {ThisMoment(), ArrivedAfter(packet.header)};
     held.isHeld = true;
 }
 

@@ -11,16 +11,30 @@ static int64_t Nanoseconds(clockid_t clock)
     return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
 }
 
+int64_t MonotonicTime()
+{
+    return Nanoseconds(CLOCK_MONOTONIC);
+}
+
+// A thread that is kept from running between the two clocks looks again.
 tsMoment ThisMoment()
 {
-    return {Nanoseconds(CLOCK_MONOTONIC), Nanoseconds(CLOCK_REALTIME)};
+    constexpr int64_t together = 20000; // ns
+    constexpr int tries = 8;
+    tsMoment now{};
+    for (int i = 0; i < tries; ++i) {
+        now = {MonotonicTime(), Nanoseconds(CLOCK_REALTIME)};
+        if (MonotonicTime() - now.Monotonic < together) break;
+    }
+    return now;
 }
 
 // ---- Packets ------------------------------------------------------------------------------------
 
-void tcFrameAccount::Note(uint32_t number, uint32_t total, const tsPacketPlace& place, bool isHeld)
+void tcFrameAccount::Note(uint32_t number, uint32_t total, const tsPacketPlace& place, bool isHeld,
+                          int64_t after)
 {
-    if (!IsRunning()) mtFirstPacket = ThisMoment();
+    if (!IsRunning()) mtFirst = {ThisMoment(), after};
     mnLast = number;
     mnTotal = total;
     mnLastRow = place.row;
@@ -29,7 +43,7 @@ void tcFrameAccount::Note(uint32_t number, uint32_t total, const tsPacketPlace& 
     if (mtHeld) Store(mtHeld->number, mtHeld->place);
     mtHeld.reset();
     if (isHeld) {
-        mtHeld = tsHeld{number, place, ThisMoment()};
+        mtHeld = tsHeld{number, place, {ThisMoment(), after}};
     } else {
         Store(number, place);
     }
@@ -70,8 +84,15 @@ void tcFrameAccount::BeginAgain()
     const uint32_t total = mnTotal;
     Clear();
     if (!held) return;
-    Note(held->number, total, held->place, false);
-    mtFirstPacket = held->time;
+    Note(held->number, total, held->place, false, 0);
+    mtFirst = held->arrival;
+}
+
+tsMoment tcFrameAccount::FirstPacketAfter() const
+{
+    if (mtFirst.after == 0) return {};
+    const tsMoment& noted = mtFirst.noted;
+    return {mtFirst.after, noted.Realtime - (noted.Monotonic - mtFirst.after)};
 }
 
 void tcFrameAccount::Clear()
@@ -83,7 +104,7 @@ void tcFrameAccount::Clear()
     mnHighest = mnLast = mnTotal = mnMisplaced = mnDamaged = 0;
     mbInterrupted = mbSuspects = mbMisfits = false;
     mtHeld.reset();
-    mtFirstPacket = {};
+    mtFirst = {};
 }
 
 // ---- Places that contradict each other ----------------------------------------------------------

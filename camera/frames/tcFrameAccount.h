@@ -12,6 +12,13 @@
 
 // Now, on both clocks.
 tsMoment ThisMoment();
+int64_t MonotonicTime(); // on the one that is never set
+
+// When a packet was there, and a moment at which it was not yet, as tcArrivals::After().
+struct tsArrival {
+    tsMoment noted;
+    int64_t after;
+};
 
 // What became of a packet.
 enum teArrival : uint16_t { eNeverCame, eDamaged, eMisplaced, eCame };
@@ -55,15 +62,18 @@ class tcFrameAccount
 public:
     // Notes a packet of the running frame, the first of which begins it, and how many it has. One
     // that is held may be the first of another frame instead: the next call takes it for one of
-    // this frame; BeginAgain() ends what was running and begins the other one with it.
-    void Note(uint32_t number, uint32_t total, const tsPacketPlace& place, bool isHeld);
+    // this frame; BeginAgain() ends what was running and begins the other one with it. `after` is
+    // that of its arrival, where IsTimed() says that it counts.
+    void Note(uint32_t number, uint32_t total, const tsPacketPlace& place, bool isHeld,
+              int64_t after);
+    bool IsTimed(bool isHeld) const { return isHeld || !IsRunning(); }
     void BeginAgain();
     // The one that is held is a repetition, and of no use.
     void ForgetHeld() { mtHeld.reset(); }
     void Clear();
 
     // When it began, where that was noted late.
-    void BeginAt(const tsMoment& time) { mtFirstPacket = time; }
+    void BeginAt(const tsArrival& first) { mtFirst = first; }
 
     bool IsRunning() const { return mnHighest > 0; }
     // The number noted last, and how many there are to be; 0 when the rest of the frame can not
@@ -78,7 +88,8 @@ public:
     void CheckPlaces(const std::vector<tsRegion>& regions, uint32_t total);
     // The connection on which the frame arrived is lost.
     void Interrupt() { mbInterrupted = true; }
-    const tsMoment& FirstPacket() const { return mtFirstPacket; }
+    const tsMoment& FirstPacket() const { return mtFirst.noted; }
+    tsMoment FirstPacketAfter() const; // both 0 where it was waited for
     uint32_t Misplaced() const { return mnMisplaced; }
     // Some of them, though none came from outside.
     bool HasMisfits() const { return mbMisfits; }
@@ -103,7 +114,7 @@ private:
     struct tsHeld {
         uint32_t number;
         tsPacketPlace place;
-        tsMoment time;
+        tsArrival arrival;
     };
 
     void Store(uint32_t number, const tsPacketPlace& place);
@@ -119,7 +130,7 @@ private:
     bool mbInterrupted = false;
     bool mbSuspects = false; // some row
     bool mbMisfits = false;
-    tsMoment mtFirstPacket{};
+    tsArrival mtFirst{};
     uint32_t mnMisplaced = 0, mnDamaged = 0;
     std::optional<tsHeld> mtHeld;
 };

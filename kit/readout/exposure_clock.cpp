@@ -82,7 +82,7 @@ SteadyTime ExposureClock::recentBound(int number) const
     SteadyTime least = SteadyTime::max();
     size_t count = 0;
     for (auto one = seen_.rbegin(); one != seen_.rend() && count < kRecent; ++one, ++count) {
-        least = std::min(least, one->latest + spacing() * (number - one->number));
+        least = std::min(least, one->quickest + spacing() * (number - one->number));
     }
     return least - *floor_ - unrest();
 }
@@ -129,7 +129,7 @@ ExposureClock::Bounds ExposureClock::triggered(const FrameMoments& frame,
     if (first == nullptr) { // from outside
         if (plan_.lengthIsTriggered || isHeld_) return bounds;
         const Span delay = floor_.value_or(plan_.delay + kDelayMargin) + kTriggerMargin;
-        bounds.low = std::max(bounds.low, bounds.high - delay);
+        bounds.low = std::max(bounds.low, frame.earliestPacket() - exposureFloor() - delay);
         return bounds;
     }
     bounds.low = std::max(bounds.low, first->begun);
@@ -147,7 +147,8 @@ FrameTimes ExposureClock::timesOf(const FrameMoments& frame, std::optional<Span>
     times.lastPacket = frame.lastPacket;
     isHeld_ = isHeld_ || frame.wasHeld;
     Bounds bounds{};
-    seen_.push_back({frame.number, frame.firstPacket.steady - exposureFloor()});
+    seen_.push_back({frame.number, frame.firstPacket.steady - exposureFloor(),
+                     frame.earliestPacket() - exposureFloor()});
     if (seen_.size() > kRemembered) seen_.pop_front();
     if (isTriggered(frame.number)) {
         bounds = triggered(frame, exposure);

@@ -9,7 +9,8 @@
 // every time, as each is by a little, leaves that bound further and further behind. So something is
 // assumed: that of the last four frames one came as quickly after its end as the readout's first
 // one did, give or take a millisecond and the most that a recent frame came too early or too late
-// by. Where the camera was held back, that is not assumed.
+// by. Where the camera was held back, that is not assumed. Nor is a frame taken for one that came
+// quickly that may have waited unread in the host: it counts as of the moment when it had not come.
 #ifndef VXCAMKIT_EXPOSURE_CLOCK_H
 #define VXCAMKIT_EXPOSURE_CLOCK_H
 
@@ -34,7 +35,13 @@ struct ExposurePlan {
 struct FrameMoments {
     int number = 0; // within the readout, from 1
     Moment commandBegun, commandSent, firstPacket, lastPacket;
-    bool wasHeld = false; // the camera was held back since the frame before
+    bool wasHeld = false;      // the camera was held back since the frame before
+    Moment firstPacketAfter{}; // known: the first packet may have waited to be read since then
+
+    SteadyTime earliestPacket() const
+    {
+        return firstPacketAfter.known ? firstPacketAfter.steady : firstPacket.steady;
+    }
 };
 
 // Threads: timesOf() on one, those of triggers on any. Locks: its own, for the triggers.
@@ -64,7 +71,8 @@ private:
     };
     struct Seen {
         int number;
-        SteadyTime latest; // that it can have begun
+        SteadyTime latest;   // that it can have begun
+        SteadyTime quickest; // that it can have begun if it came at once
     };
 
     bool isTriggered(int number) const;

@@ -163,7 +163,8 @@ FrameFacts StreamCore::factsOf(const tsFrameRecord& record, const Arrival& arriv
     std::optional<nanoseconds> exposure;
     facts.times =
         clock_.timesOf({facts.number, momentOf(record.CommandBegun), momentOf(record.CommandSent),
-                        momentOf(record.FirstPacket), momentOf(record.LastPacket), wasHeld},
+                        momentOf(record.FirstPacket), momentOf(record.LastPacket), wasHeld,
+                        momentOf(record.FirstPacketAfter)},
                        &exposure);
     facts.times.clock = hostClock();
     if (setup_.exposures.lengthIsTriggered) {

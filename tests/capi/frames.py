@@ -26,7 +26,8 @@ class FrameRecord(ctypes.Structure):
         + [("MissingBits", ctypes.POINTER(ctypes.c_uint8)),
            ("MissingRows", ctypes.POINTER(ctypes.c_uint32)),
            ("MissingRowCount", ctypes.c_uint32), ("Exposure", ctypes.c_uint32)]
-        + [(name, Moment) for name in ("CommandBegun", "CommandSent", "FirstPacket", "LastPacket")])
+        + [(name, Moment) for name in (
+            "CommandBegun", "CommandSent", "FirstPacket", "LastPacket", "FirstPacketAfter")])
 
 
 FrameCallback = ctypes.CFUNCTYPE(
@@ -38,6 +39,7 @@ def keep(camera, frame, sums):
     assert frame.Size == ctypes.sizeof(FrameRecord)
     assert frame.Outcome == 0 and frame.PacketsReceived == frame.PacketsExpected == frame.Rows
     assert frame.CommandBegun.Monotonic < frame.FirstPacket.Monotonic
+    assert frame.FirstPacketAfter.Monotonic < frame.FirstPacket.Monotonic
     pixels = (ctypes.c_uint16 * (frame.Rows * frame.Stride)).from_address(frame.Buffer)
     sums.append(sum(pixels))
     assert library.VXReturnImageBuffer(camera, ctypes.c_void_p(frame.Buffer)) == 0

@@ -159,6 +159,43 @@ TEST_F(FrameRecords, TellTimesThatHoldTheExposure)
     }
 }
 
+// The receive thread is kept for as long as the camera needs for all frames.
+TEST_F(FrameRecords, TellSinceWhenFramesMayHaveWaited)
+{
+    constexpr int frames = 10;
+    Start({});
+    struct tsLate {
+        tcSimServer& camera;
+        std::vector<tsFrameRecord> records;
+        std::chrono::steady_clock::time_point allCame;
+    } late{*sim, {}, {}};
+    const auto keep = [](int, const tsFrameRecord* record, void* user) {
+        auto& state = *static_cast<tsLate*>(user);
+        state.records.push_back(*record);
+        const auto haveAllCome = [&] { return state.camera.Frames().size() == frames; };
+        if (record->Frame > 1) return;
+        EXPECT_TRUE(WaitUntil(haveAllCome));
+        state.allCame = std::chrono::steady_clock::now();
+    };
+    ASSERT_EQ(0, VXSetFrameCallback(handle, keep, &late));
+    tcImage<uint16_t> image(nRows, nColumns);
+    ASSERT_EQ(0, VXReadCCDArea(handle, image.Data(), frames, 0));
+    ASSERT_EQ(0, VXWaitCompletion(handle, gnPatienceMs));
+    ASSERT_EQ(size_t{frames}, late.records.size());
+    const int64_t came = late.allCame.time_since_epoch() / std::chrono::nanoseconds(1);
+    int waited = 0;
+    for (const tsFrameRecord& record : late.records) {
+        if (record.Frame == 1 || record.Frame == frames) continue;
+        EXPECT_GE(record.FirstPacket.Monotonic, came) << record.Frame;
+        if (record.FirstPacketAfter.Monotonic == 0) continue; // what came first
+        ++waited;
+        EXPECT_LT(record.FirstPacketAfter.Monotonic, came) << record.Frame;
+        EXPECT_EQ(record.FirstPacket.Realtime - record.FirstPacket.Monotonic,
+                  record.FirstPacketAfter.Realtime - record.FirstPacketAfter.Monotonic);
+    }
+    EXPECT_GE(waited, frames - 3);
+}
+
 // ---- Buffers in turn
 
 TEST_F(FrameRecords, OfBuffersInTurnHoldTheSumsThatTheCameraSent)

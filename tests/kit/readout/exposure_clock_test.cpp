@@ -171,6 +171,38 @@ TEST(ExposureClock, SaysThatFramesWithoutAPauseAreOnlyBounded)
     EXPECT_LT(model.typical(), 50ms);
 }
 
+// More of them than are looked back on, in time, and read at once half a second later.
+TEST(ExposureClock, TakesNoFrameForQuickThatMayHaveWaited)
+{
+    ExposureClock clock({1ms, 5ms, 1ms});
+    std::optional<nanoseconds> exposure;
+    for (int number = 1; number <= 120; ++number) {
+        const nanoseconds truth = 5ms * (number - 1) + 100us;
+        const bool isLate = number > 10 && number <= 110;
+        const SteadyTime packet = kStart + (isLate ? 600ms + 10us * number : truth + 1100us);
+        FrameMoments moments{number, at(kStart), at(kStart), at(packet), at(packet)};
+        if (isLate && number > 11) moments.firstPacketAfter = at(kStart + 46ms);
+        const FrameTimes times = clock.timesOf(moments, &exposure);
+        EXPECT_LE(times.begin - times.uncertainty, kStartUtc + truth) << number;
+        EXPECT_GE(times.begin + times.uncertainty, kStartUtc + truth) << number;
+        EXPECT_LT(times.uncertainty, number <= 10 ? 2ms : 1s) << number;
+    }
+}
+
+TEST(ExposureClock, TakesNoTriggerFromOutsideForRecentWhoseFrameMayHaveWaited)
+{
+    ExposurePlan plan{10ms, 0ns, 1ms};
+    plan.firstIsTriggered = plan.eachIsTriggered = true;
+    ExposureClock clock(plan);
+    std::optional<nanoseconds> exposure;
+    const SteadyTime packet = kStart + 60s, truth = packet - 300ms;
+    FrameMoments moments{1, at(kStart), at(kStart), at(packet), at(packet)};
+    moments.firstPacketAfter = at(truth);
+    const FrameTimes times = clock.timesOf(moments, &exposure);
+    EXPECT_LE(times.begin - times.uncertainty, at(truth).utc);
+    EXPECT_GE(times.begin + times.uncertainty, at(truth).utc);
+}
+
 TEST(ExposureClock, AssumesNothingOnceTheCameraWasHeldBack)
 {
     ExposureClock clock({1ms, 10ms, 1ms});

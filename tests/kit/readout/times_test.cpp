@@ -2,7 +2,12 @@
 #include "DelayRelay.h"
 #include "kit_support.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <map>
 #include <mutex>
 
@@ -47,19 +52,23 @@ protected:
     // Counts the frame, and whether its true times are within those that it tells.
     void check(const Frame& frame)
     {
-        const FrameTimes& times = frame.times();
-        const tsSimFrame truth = truthOf(frame.facts());
+        check(frame.facts());
+        EXPECT_LE(frame.times().commandSent.steady, frame.times().firstPacket.steady);
+        EXPECT_LE(frame.times().firstPacket.steady, frame.times().lastPacket.steady);
+    }
+    void check(const FrameFacts& facts)
+    {
+        const FrameTimes& times = facts.times;
+        const tsSimFrame truth = truthOf(facts);
         const UtcTime begin{nanoseconds(truth.begin.realtime)};
         ++frames_;
         uncertainties_.push_back(times.uncertainty);
         const bool isRight =
             begin >= times.begin - times.uncertainty && begin <= times.begin + times.uncertainty;
         if (isRight) ++right_;
-        EXPECT_TRUE(isRight) << "frame " << frame.facts().number << ", " << nameOf(times.how)
-                             << ": off by " << (begin - times.begin).count() << " ns, told "
+        EXPECT_TRUE(isRight) << "frame " << facts.number << ", " << nameOf(times.how) << ": off by "
+                             << (begin - times.begin).count() << " ns, told "
                              << times.uncertainty.count() << " ns";
-        EXPECT_LE(times.commandSent.steady, times.firstPacket.steady);
-        EXPECT_LE(times.firstPacket.steady, times.lastPacket.steady);
     }
 
     void readOut(const Plan& plan)
@@ -119,6 +128,71 @@ public:
 private:
     std::atomic<bool> isOver_{false};
     std::vector<std::thread> threads_;
+};
+
+// What a process that reads frames tells of each of them.
+struct Told {
+    int number;
+    UtcTime begin;
+    nanoseconds uncertainty;
+};
+
+// Reads frames in a process of its own, that can be kept from running. Made before there are
+// threads.
+class Reader
+{
+public:
+    Reader(int frames, std::chrono::milliseconds exposure, std::chrono::milliseconds interval)
+    {
+        if (pipe(port_) != 0 || pipe(told_) != 0) throw std::runtime_error("no pipe");
+        process_ = fork();
+        if (process_ == 0) {
+            read(frames, exposure, interval);
+            _exit(0);
+        }
+        close(told_[1]);
+    }
+    ~Reader()
+    {
+        kill(process_, SIGCONT);
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+        for (const int end : {port_[0], port_[1], told_[0]}) {
+            close(end);
+        }
+    }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    void start(uint16_t port) { EXPECT_EQ(write(port_[1], &port, sizeof port), ssize_t{2}); }
+    void halt() const { kill(process_, SIGSTOP); }
+    void goOn() const { kill(process_, SIGCONT); }
+    // The next one; false when there are no more.
+    bool next(Told* told) const { return ::read(told_[0], told, sizeof *told) == sizeof *told; }
+
+private:
+    void read(int frames, std::chrono::milliseconds exposure, std::chrono::milliseconds interval)
+    try {
+        uint16_t port = 0;
+        if (::read(port_[0], &port, sizeof port) != sizeof port) return;
+        Camera camera = Camera::open("127.0.0.1:" + std::to_string(port));
+        camera.set("image-interval", interval);
+        Plan plan;
+        plan.frames = frames;
+        plan.exposure = exposure;
+        plan.buffers = frames; // the camera is not held back
+        Stream stream = camera.stream(plan);
+        while (const std::optional<Frame> frame = stream.next(kPatience)) {
+            const Told told{frame->facts().number, frame->times().begin,
+                            frame->times().uncertainty};
+            if (write(told_[1], &told, sizeof told) != sizeof told) return;
+        }
+    } catch (const std::exception& error) {
+        fprintf(stderr, "%s\n", error.what());
+    }
+
+    int port_[2] = {-1, -1}, told_[2] = {-1, -1};
+    pid_t process_ = -1;
 };
 
 } // namespace
@@ -232,4 +306,58 @@ TEST_F(Times, OfFramesThatASlowConsumerHeldBackAreTrue)
         if (++taken % 20 == 0) std::this_thread::sleep_for(200ms);
     }
     expectAll(60);
+}
+
+// Frames wait in the system's buffers while the process that reads them does not run.
+class HaltedTimes : public Times
+{
+protected:
+    void readOut(std::chrono::milliseconds interval, int frames, std::chrono::milliseconds halted,
+                 std::chrono::milliseconds between)
+    {
+        Reader reader(frames, 1ms, interval);
+        start();
+        reader.start(port_);
+        std::atomic<bool> isOver{false};
+        std::thread halting([&] {
+            const auto hasBegun = [&] {
+                std::lock_guard<std::mutex> guard(lock_);
+                return truth_.size() > 5;
+            };
+            EXPECT_TRUE(waitUntil(hasBegun));
+            while (!isOver) {
+                reader.halt();
+                std::this_thread::sleep_for(halted);
+                reader.goOn();
+                std::this_thread::sleep_for(between);
+            }
+        });
+        Told told{};
+        while (reader.next(&told)) {
+            FrameFacts facts;
+            facts.readout = 1;
+            facts.number = told.number;
+            facts.times.begin = told.begin;
+            facts.times.uncertainty = told.uncertainty;
+            check(facts);
+        }
+        isOver = true;
+        halting.join();
+        expectAll(static_cast<size_t>(frames));
+    }
+};
+
+TEST_F(HaltedTimes, OfFramesThatWaitedInNumbersAreTrue)
+{
+    readOut(2ms, 1000, 300ms, 50ms);
+}
+
+TEST_F(HaltedTimes, OfFramesWithoutAPauseThatWaitedAreTrue)
+{
+    readOut(0ms, 1000, 200ms, 20ms);
+}
+
+TEST_F(HaltedTimes, OfFramesThatWaitedOneByOneAreTrue)
+{
+    readOut(40ms, 100, 70ms, 20ms);
 }
