@@ -48,6 +48,27 @@ TEST(Program, MissingOrUnknownVerbsAreUsageErrors)
     ExpectUsageError({"help", "grub"}, "unknown verb 'grub'");
 }
 
+TEST(Program, TheFlightFileMayStandBeforeTheVerb)
+{
+    const tcFolder folder;
+    const std::string file = folder.Path("flight.jsonl");
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"--flight", file, "grab"}, {"--flight=" + file, "grab"}}) {
+        std::vector<std::string> arguments = words;
+        arguments.insert(arguments.end(), {"sim?fault=half-open:frame=1,packet=5", "-e", "1ms",
+                                           "--timeout", "200ms", "--sim-sensor=64x32"});
+        tcRun run(arguments);
+        EXPECT_EQ(run.Exit(), 3) << run.Errors();
+        EXPECT_TRUE(std::filesystem::remove(file)) << words[0];
+    }
+    EXPECT_EQ(OutputOf({"--flight", file, "get", "sim", "gain"}), "gain=0\n");
+    EXPECT_EQ(OutputOf({"--flight", file, "help", "grab"}), OutputOf({"help", "grab"}));
+    ExpectUsageError({"--flight"}, "--flight: its value is missing");
+    ExpectUsageError({"--flight", file}, "a verb is missing");
+    ExpectUsageError({"--flight", file, "grub"}, "unknown verb 'grub'");
+    ExpectUsageError({"--flights", file, "grab"}, "unknown option '--flights'");
+}
+
 TEST(Program, UnknownOptionsAndSurplusArgumentsAreUsageErrors)
 {
     ExpectUsageError({"grab", "--nonsense"}, "--nonsense");

@@ -43,7 +43,7 @@ std::string OverviewText()
     }
     text += "\nA TARGET is HOST:PORT, serial:NUMBER, or sim for a simulated camera that lives\n"
             "as long as the command; sim is what is taken without one. Processes are named\n"
-            "HOST or HOST:PORT.\n\n"
+            "HOST or HOST:PORT. --flight FILE may stand before a verb.\n\n"
             "vxcam VERB --help tells about a verb, vxcam --version the version.\n\n";
     return text + gsExitCodes;
 }
@@ -134,8 +134,25 @@ int RunHelp(const std::vector<std::string>& arguments)
     return RunVerb(FindVerb(arguments[0]), {"--help"});
 }
 
+// --flight FILE may stand before the verb, too.
+std::vector<std::string> InOrder(std::vector<std::string> arguments)
+{
+    const std::string name = "--flight";
+    const bool isBefore = !arguments.empty() && arguments[0].rfind(name, 0) == 0;
+    const bool isJoined = isBefore && arguments[0].rfind(name + "=", 0) == 0;
+    if (!isJoined && (!isBefore || arguments[0] != name)) return arguments;
+    const size_t words = isJoined ? 1 : 2;
+    if (arguments.size() < words) throw tcFailure(eExitUsage, "--flight: its value is missing");
+    const auto begin = arguments.begin();
+    const auto verb = begin + static_cast<std::ptrdiff_t>(words);
+    if (verb == arguments.end()) return {};
+    std::rotate(begin, verb, std::find(verb, arguments.end(), "--"));
+    return arguments;
+}
+
 int Dispatch(std::vector<std::string> arguments)
 {
+    arguments = InOrder(std::move(arguments));
     if (arguments.empty()) {
         throw tcFailure(eExitUsage, "a verb is missing (vxcam --help lists the verbs)");
     }
