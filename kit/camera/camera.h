@@ -95,7 +95,7 @@ public:
     Camera& operator=(Camera&& other) noexcept;
 
     // Ends a readout, and calls that wait on other threads; they throw Error{Aborted}. At most 0.5
-    // s.
+    // s, and for as long as Cooler::warmUpBeforeClose() was told.
     void close();
 
     // One of the properties (vxcamkit/property.h): "gain", "register:0x10". get() asks the camera;

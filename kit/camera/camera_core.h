@@ -180,6 +180,7 @@ private:
     std::shared_ptr<FramePool> poolFor(const Plan& plan, const FrameFacts& facts);
     int sendReadout(const StreamSetup& setup);
 
+    void endReadout();
     void readoutEnded(const StreamCore& stream);
     void clearAway();
     bool hasGoneOn() const;

@@ -293,14 +293,21 @@ void CameraCore::listen()
     VXSetUserDefinedCallback(handle_, Callbacks::message);
 }
 
-void CameraCore::close()
+void CameraCore::endReadout()
 {
-    std::lock_guard<std::mutex> closing(closing_);
-    if (isClosed_) return;
     if (const auto stream = present()) {
         stream->finish(ReadoutEnd::Closed, ErrorKind::Aborted, "the camera was closed");
     }
     awaitClearance();
+}
+
+void CameraCore::close()
+{
+    std::lock_guard<std::mutex> closing(closing_);
+    if (isClosed_) return;
+    endReadout();
+    cooler_.warmUpFirst();
+    endReadout(); // one that was begun meanwhile
     isClosed_ = true;
     {
         std::lock_guard<std::mutex> guard(state_);

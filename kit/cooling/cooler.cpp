@@ -20,6 +20,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr milliseconds kStep(500), kShortestStep(10); // between two looks at the sensor
+constexpr milliseconds kTold(200);                    // between two calls of a closing's progress
 constexpr duration<double> kSilence(5);               // such a one may come with any camera
 constexpr double kColdest = -273, kWarmest = 273;     // degrees Celsius
 constexpr double kMostRamp = 1000, kMostTolerance = 100;
@@ -39,6 +40,25 @@ void checkRamp(double ramp)
     require(ramp >= 0 && ramp <= kMostRamp, "a ramp is 0 to 1000 degrees a minute");
 }
 
+void check(const Warming& warming)
+{
+    checkTarget(warming.target);
+    checkRamp(warming.ramp);
+    require(warming.patience > milliseconds(0), "times are not negative");
+}
+
+// What is to be done before the camera is closed.
+struct Farewell {
+    Warming warming;
+    milliseconds most;
+    Cooler::Progress progress;
+
+    void tell(const CoolingState& state) const
+    {
+        if (progress) progress(state);
+    }
+};
+
 } // namespace
 
 // Threads: the orders are given on the keeper's, the first ones on the caller's.
@@ -52,6 +72,7 @@ struct Cooler::Work {
     Ramp::Orders orders; // that could not be given yet
     SteadyTime told;     // the last temperature that was looked at; with `turn`
     bool isClosed = false;
+    std::optional<Farewell> farewell;
     std::optional<Keeper> keeper;
 
     explicit Work(CameraCore& owner) : camera(owner) {}
@@ -183,9 +204,7 @@ void Cooler::cool(const Cooling& cooling)
 
 void Cooler::warmUp(const Warming& warming)
 {
-    checkTarget(warming.target);
-    checkRamp(warming.ramp);
-    require(warming.patience > milliseconds(0), "times are not negative");
+    check(warming);
     work_->start(Ramp(warming, work_->silence()));
 }
 
@@ -195,6 +214,43 @@ void Cooler::stop()
     work_->ramp.reset();
     work_->orders = {};
     work_->changed.notify_all();
+}
+
+void Cooler::warmUpBeforeClose(const std::optional<Warming>& warming, milliseconds most,
+                               Progress progress)
+{
+    if (warming) check(*warming);
+    require(most >= milliseconds(0), "times are not negative");
+    std::lock_guard<std::mutex> guard(work_->lock);
+    work_->farewell.reset();
+    if (warming) work_->farewell = Farewell{*warming, most, std::move(progress)};
+}
+
+void Cooler::warmUpFirst() noexcept
+{
+    std::optional<Farewell> farewell;
+    {
+        std::lock_guard<std::mutex> guard(work_->lock);
+        farewell = std::exchange(work_->farewell, std::nullopt);
+    }
+    if (!farewell) return;
+    const auto end = steady_clock::now() + farewell->most;
+    try {
+        if (!work_->camera.get("cooling").toBool()) return;
+        warmUp(farewell->warming);
+        std::optional<CoolingState> over;
+        while (!over && steady_clock::now() < end) {
+            farewell->tell(state());
+            const auto left = duration_cast<milliseconds>(end - steady_clock::now());
+            over = wait(std::clamp(left, milliseconds(0), kTold));
+        }
+        farewell->tell(over.value_or(state()));
+    } catch (const Error& error) {
+        CoolingState failed = state();
+        failed.phase = CoolingPhase::Failed;
+        failed.text = error.what();
+        farewell->tell(failed);
+    }
 }
 
 // The camera is closed: no order can be given any more.

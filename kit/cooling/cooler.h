@@ -74,6 +74,16 @@ public:
     // Leaves everything as it is, and no longer watches.
     void stop();
 
+    // Has Camera::close(), and the end of the last Camera, warm the sensor up first where cooling
+    // is on, and wait for that: no longer than `most`, by the clock of this host, and not where the
+    // camera cannot be told, or stop() is called meanwhile. `progress` is called by the thread that
+    // closes, several times a second, and last with how it ended. Nothing takes it back. Throws
+    // Error{Usage} as warmUp().
+    using Progress = std::function<void(const CoolingState&)>;
+    void warmUpBeforeClose(const std::optional<Warming>& warming,
+                           std::chrono::milliseconds most = std::chrono::minutes(30),
+                           Progress progress = {});
+
     CoolingState state() const;
 
     // Waits until it is settled, warm or failed; nothing when `most` is over before. Throws
@@ -82,6 +92,7 @@ public:
 
 private:
     friend class CameraCore;
+    void warmUpFirst() noexcept; // before the camera is closed
     void close();
 
     struct Work;

@@ -137,6 +137,56 @@ TEST_F(Coolers, SayWhatIsOutOfReachAlsoWithAFastClock)
     EXPECT_THAT(state->text, HasSubstr("out of reach: the sensor stays at -"));
 }
 
+TEST_F(Coolers, WarmUpBeforeTheCameraIsClosed)
+{
+    options_.timeScale = 1000;
+    options_.heartbeatSeconds = 0.02;
+    Warming warming;
+    warming.target = 15;
+    for (const bool isAsked : {true, false}) {
+        std::vector<CoolingState> told;
+        {
+            Camera& camera = open();
+            Cooling cooling;
+            cooling.target = -10;
+            camera.cooler().warmUpBeforeClose(warming, kPatience,
+                                              [&](const auto& state) { told.push_back(state); });
+            if (!isAsked) camera.cooler().warmUpBeforeClose(std::nullopt);
+            camera.cooler().cool(cooling);
+            ASSERT_TRUE(camera.cooler().wait(kPatience).has_value());
+            camera_.reset(); // as close()
+        }
+        EXPECT_EQ(told.empty(), !isAsked);
+        if (isAsked) {
+            EXPECT_EQ(told.front().phase, CoolingPhase::WarmingUp);
+            EXPECT_EQ(told.back().phase, CoolingPhase::Warm);
+            EXPECT_GT(*told.back().temperature, 14.5);
+        }
+        camera_.emplace(Camera::open(place()));
+        EXPECT_EQ(camera_->get("cooling").toBool(), !isAsked);
+        camera_.reset();
+    }
+}
+
+TEST_F(Coolers, WarmUpNoLongerThanACloseMayTake)
+{
+    Camera& camera = openFast();
+    camera.set("cooling", true);
+    Warming warming;
+    warming.ramp = 0.01;
+    std::vector<CoolingState> told;
+    camera.cooler().warmUpBeforeClose(warming, 100ms,
+                                      [&](const auto& state) { told.push_back(state); });
+    camera.set("target-temp", -10);
+    ASSERT_TRUE(waitUntil([&] { return camera.get("ccd-temp").toDouble() < -9; }));
+    camera.close();
+    ASSERT_FALSE(told.empty());
+    EXPECT_EQ(told.back().phase, CoolingPhase::WarmingUp);
+    warming.ramp = -1;
+    EXPECT_EQ(errorOf([&] { camera.cooler().warmUpBeforeClose(warming); }).kind(),
+              ErrorKind::Usage);
+}
+
 TEST_F(Coolers, RefuseWhatIsImpossible)
 {
     Camera& camera = openFast();
