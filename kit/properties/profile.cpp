@@ -2,6 +2,7 @@
 
 #include <vxcamkit/error.h>
 #include <vxcamkit/frame_times.h>
+#include <vxcamkit/new_file.h>
 
 #include <nlohmann/json.hpp>
 
@@ -149,6 +150,12 @@ std::string Profile::json() const
         settings[setting.name.text] = Json::parse(setting.value.json());
     }
     return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+void Profile::save(const std::string& path, bool force) const
+{
+    const std::string text = json();
+    writeNewFile(path, text.data(), text.size(), force);
 }
 
 std::vector<Outcome> Profile::applyTo(Access& access) const

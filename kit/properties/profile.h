@@ -43,6 +43,9 @@ public:
     static Profile load(const std::string& path);
 
     std::string json() const;
+    // As writeNewFile() of <vxcamkit/new_file.h>: whole or not at all, and in place of a file that
+    // exists only with `force`. Throws Error{File}.
+    void save(const std::string& path, bool force = false) const;
 
     // Has a camera take it, as Settings::applyTo(). Gaps of a profile that was read are outcomes,
     // too: refused.

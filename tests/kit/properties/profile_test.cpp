@@ -129,6 +129,27 @@ TEST(Profile, RefusesWhatIsNone)
               "profile: it has no settings");
 }
 
+TEST(Profile, IsSavedAsAWholeOrNotAtAll)
+{
+    std::string folder = (std::filesystem::temp_directory_path() / "vxcamXXXXXX").string();
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const std::string name = folder + "/night.json";
+    const Profile first = Profile::parse(kHead + R"({"gain": 2}})");
+    const Profile second = Profile::parse(kHead + R"({"exposure": 20}})");
+    first.save(name);
+    EXPECT_THAT(namesIn(Profile::load(name)), testing::ElementsAre("gain"));
+    EXPECT_THAT(refusalOf([&] { second.save(name); }, vxcam::ErrorKind::File),
+                HasSubstr("exists already"));
+    EXPECT_THAT(namesIn(Profile::load(name)), testing::ElementsAre("gain"));
+    second.save(name, true);
+    EXPECT_THAT(namesIn(Profile::load(name)), testing::ElementsAre("exposure"));
+    EXPECT_THAT(refusalOf([&] { first.save(folder + "/none/night.json"); }, vxcam::ErrorKind::File),
+                HasSubstr("there is no folder"));
+    const auto left = std::filesystem::directory_iterator(folder);
+    EXPECT_EQ(std::distance(begin(left), end(left)), 1) << "nothing hidden stays beside it";
+    std::filesystem::remove_all(folder);
+}
+
 TEST(Profile, IsLoadedFromAFile)
 {
     std::string name = (std::filesystem::temp_directory_path() / "vxcamXXXXXX").string();

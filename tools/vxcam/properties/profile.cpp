@@ -75,9 +75,8 @@ void tcProfileVerb::Save()
     vxcam::Profile profile = camera.profile(mbMask);
     profile.setCamera(name);
     camera.close();
-    const std::string text = profile.json();
-    vxcam::writeNewFile(msFile, text.data(), text.size(), mbForce);
-    mDocument["settings"] = nlohmann::ordered_json::parse(text)["settings"];
+    profile.save(msFile, mbForce);
+    mDocument["settings"] = nlohmann::ordered_json::parse(profile.json())["settings"];
     mDocument["gaps"] = nlohmann::ordered_json::object();
     for (const vxcam::Profile::Gap& gap : profile.gaps()) {
         mDocument["gaps"][gap.name] = Told(gap.why);
