@@ -73,7 +73,10 @@ std::vector<std::string> LinkFaults()
             "endless:chance=0.01,times=0",
             "reboot:chance=0.0002,times=0,seconds=0.3",
             "error-storm:chance=0.0005,times=0,count=30",
-            "heartbeat-stop:id=0x69,chance=0.05,times=0,seconds=0.5"};
+            "heartbeat-stop:id=0x69,chance=0.05,times=0,seconds=0.5",
+            "cooler-failure:chance=0.001",
+            "refuse:connection=2",
+            "refuse:connection=4,silent=1"};
 }
 
 tsSimOptions OptionsOf(uint64_t seed, const std::vector<std::string>& faults)

@@ -58,6 +58,35 @@ TEST(Hdf5Record, AsksForTheirPlacesOfFewFramesOnly)
     EXPECT_EQ(readBack(folder, names), expected);
 }
 
+// What readers of NeXus go by, from the root to the frames.
+TEST(Hdf5Record, IsLaidOutAsReadersOfNexusExpect)
+{
+    const Folder folder;
+    record<uint16_t>(folder.path("a.h5"), 3, 16, 24);
+    makeTextFile(folder.path("look.py"), R"(
+import sys, h5py
+word = lambda value: value.decode() if isinstance(value, bytes) else value
+with h5py.File(sys.argv[1], 'r') as file:
+    classes = {}
+    file.visititems(lambda name, object: classes.update({name: word(object.attrs['NX_class'])})
+                    if isinstance(object, h5py.Group) else None)
+    print(word(file.attrs['NX_class']))
+    for name in ('entry', 'entry/instrument', 'entry/instrument/detector', 'entry/data'):
+        print(name, classes.pop(name))
+    assert set(classes.values()) == {'NXcollection'}, classes
+    entry = file[word(file.attrs['default'])]
+    plot = entry[word(entry.attrs['default'])]
+    signal = plot[word(plot.attrs['signal'])]
+    print(entry.name, plot.name, signal.name, signal.shape)
+    assert signal == file['entry/instrument/detector/data']
+)");
+    EXPECT_EQ(
+        Output("/usr/bin/python3 " + folder.path("look.py") + " " + folder.path("a.h5") + " 2>&1"),
+        "NXroot\nentry NXentry\nentry/instrument NXinstrument\n"
+        "entry/instrument/detector NXdetector\nentry/data NXdata\n"
+        "/entry /entry/data /entry/data/data (3, 16, 24)\n");
+}
+
 TEST(Hdf5Record, HasNoFrameThatCouldNotBeWritten)
 {
     const Folder folder;

@@ -24,7 +24,7 @@ double setting(const char* name, double fallback)
     return text != nullptr ? atof(text) : fallback;
 }
 
-const std::array<const char*, 33> kFaults = {
+const std::array<const char*, 36> kFaults = {
     "missing-packet:packet=5,chance=0.2,times=0",
     "duplicate-packet:packet=9,chance=0.2,times=0,count=2",
     "reorder:packet=13,chance=0.2,times=0,count=3",
@@ -58,6 +58,9 @@ const std::array<const char*, 33> kFaults = {
     "reboot:chance=0.0002,times=0,seconds=0.3",
     "error-storm:chance=0.0005,times=0,count=30",
     "heartbeat-stop:id=0x69,chance=0.05,times=0,seconds=0.5",
+    "cooler-failure:chance=0.001",
+    "refuse:connection=2",
+    "refuse:connection=4,silent=1",
 };
 
 struct Totals {

@@ -54,6 +54,26 @@ TEST_F(Streams, AbandonedReadoutsLeaveNothingForTheNext)
     EXPECT_EQ(frame.sum(), sumOf(2, 1).value());
 }
 
+TEST_F(Streams, NothingComesWhenAnAbandonedExposureWouldHaveEnded)
+{
+    Camera& camera = open();
+    const auto start = Clock::now();
+    {
+        Stream stream = camera.stream(planOf(1, 2s));
+        EXPECT_EQ(errorOf([&] { stream.next(100ms); }).kind(), ErrorKind::Timeout);
+    }
+    const Frame frame = camera.grab(planOf(1, 500ms));
+    EXPECT_EQ(frame.facts().readout, 2u);
+    EXPECT_EQ(frame.facts().exposure, 500ms);
+    EXPECT_EQ(frame.sum(), sumOf(2, 1).value());
+    const uint64_t packets = camera.statistics().packetsReceived;
+    std::this_thread::sleep_until(start + 2500ms); // half a second behind its end
+    camera.checkLink(1);                           // what had come before that was counted
+    EXPECT_EQ(camera.statistics().packetsReceived, packets);
+    EXPECT_EQ(camera.statistics().framesComplete, 1u);
+    EXPECT_EQ(sim_->Frames().size(), 1u);
+}
+
 TEST_F(Streams, FramesOnTheirWayWhenAbandonedAreNotTheNextOnes)
 {
     options_.rows = options_.columns = 512;

@@ -217,6 +217,7 @@ TEST_F(Times, OfFramesAtAnIntervalAreTrue)
     camera_->set("image-interval", 50ms);
     readOut(planOf(50, 20ms));
     expectAll(250);
+    EXPECT_LT(atBest(), 2ms);
 }
 
 TEST_F(Times, OfFramesWithoutAPauseAreTrue)
