@@ -22,11 +22,11 @@ FitsPixels cubePixels(int bits)
 class CubeRecord : public RecordFile
 {
 public:
-    CubeRecord(const std::string& path, const RecordOptions& options, const Frame& first)
-        : cards_(recordHeader(first, options.header)), rows_(first.rows()),
-          columns_(first.columns()), pixels_(cubePixels(first.bits())),
+    CubeRecord(const std::string& path, const RecordOptions& options, const RecordedFrame& first)
+        : cards_(recordHeader(first.frame, options.header)), rows_(first.frame.rows()),
+          columns_(first.frame.columns()), pixels_(cubePixels(first.frame.bits())),
           date_(utcText(std::chrono::system_clock::now(), 0)), cube_(path, options.force),
-          table_(path, options.force)
+          table_(path, options.force, first.measures.has_value())
     {
         const std::string header = headerText({"running", 0});
         start_ = header.size();
@@ -117,7 +117,7 @@ std::string CubeRecord::headerText(const RecordEnd& end) const
 std::unique_ptr<RecordFile> makeCubeRecord(const std::string& path, const RecordOptions& options,
                                            const RecordedFrame& first)
 {
-    return std::make_unique<CubeRecord>(path, options, first.frame);
+    return std::make_unique<CubeRecord>(path, options, first);
 }
 
 FileBytes encodeForCube(const RecordedFrame& recorded, const RecordOptions& /*options*/,

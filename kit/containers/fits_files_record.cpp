@@ -1,5 +1,5 @@
 // A FITS file for each frame, with all that is known of it. Each appears when it is whole.
-#include "containers/record_file.h"
+#include "containers/record_columns.h"
 
 #include <vxcamkit/fits.h>
 #include <vxcamkit/frame_file.h>
@@ -46,7 +46,7 @@ std::unique_ptr<RecordFile> makeFitsFilesRecord(const std::string& path,
 FileBytes encodeForFitsFiles(const RecordedFrame& frame, const RecordOptions& options,
                              FileBytes spare)
 {
-    return makeFits(frame.frame, options.header, nullptr, std::move(spare));
+    return makeFits(frame.frame, headerOf(frame, options.header), nullptr, std::move(spare));
 }
 
 } // namespace vxcam

@@ -10,8 +10,7 @@ namespace vxcam {
 
 namespace {
 
-constexpr size_t kRowsText = 256; // characters of the rows that are missing
-constexpr size_t kMostHow = 30;   // characters, which one card has room for
+constexpr size_t kMostHow = 30; // characters, which one card has room for
 constexpr size_t kKindText = 20, kEventText = 200;
 
 void addNumber(uint64_t bits, std::string* row)
@@ -65,28 +64,17 @@ std::string textForm(size_t width)
     return std::to_string(width) + "A";
 }
 
-} // namespace
-
-size_t frameTableRowBytes()
+void addColumns(const std::vector<RecordColumn>& columns, TableHeader* header)
 {
-    return recordColumns().size() * sizeof(uint64_t) + kRowsText;
-}
-
-std::string frameTableHeader(uint64_t rows, uint32_t dataSum)
-{
-    const std::vector<RecordColumn>& columns = recordColumns();
-    TableHeader header("FRAMES", frameTableRowBytes(), rows, static_cast<int>(columns.size()) + 1);
     for (const RecordColumn& column : columns) {
-        header.column(column.name, column.isWhole() ? "1K" : "1D", column.unit, column.meaning);
+        header->column(column.name, column.isWhole() ? "1K" : "1D", column.unit, column.meaning);
     }
-    header.column("missing_rows", textForm(kRowsText), "", "rows that are not whole");
-    return header.finish(dataSum);
 }
 
-std::string frameTableRow(const RecordedFrame& frame)
+void addNumbers(const std::vector<RecordColumn>& columns, const RecordedFrame& frame,
+                std::string* row)
 {
-    std::string row;
-    for (const RecordColumn& column : recordColumns()) {
+    for (const RecordColumn& column : columns) {
         uint64_t bits = 0;
         std::visit(
             [&](auto valueOf) {
@@ -95,9 +83,29 @@ std::string frameTableRow(const RecordedFrame& frame)
                 std::memcpy(&bits, &value, sizeof bits);
             },
             column.value);
-        addNumber(bits, &row);
+        addNumber(bits, row);
     }
+}
+
+} // namespace
+
+std::string frameTableHeader(uint64_t rows, bool isMeasured, uint32_t dataSum)
+{
+    const size_t numbers = recordColumns().size() + (isMeasured ? measureColumns().size() : 0);
+    TableHeader header("FRAMES", numbers * sizeof(uint64_t) + kRowsText, rows,
+                       static_cast<int>(numbers) + 1);
+    addColumns(recordColumns(), &header);
+    header.column("missing_rows", textForm(kRowsText), "", "rows that are not whole");
+    if (isMeasured) addColumns(measureColumns(), &header);
+    return header.finish(dataSum);
+}
+
+std::string frameTableRow(const RecordedFrame& frame)
+{
+    std::string row;
+    addNumbers(recordColumns(), frame, &row);
     addText(rangesText(frame.frame.facts().missingRows), kRowsText, &row);
+    if (frame.measures) addNumbers(measureColumns(), frame, &row);
     return row;
 }
 

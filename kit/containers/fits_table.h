@@ -10,9 +10,11 @@
 
 namespace vxcam {
 
-// The table FRAMES: a row for each frame, with the columns of records.
-std::string frameTableHeader(uint64_t rows, uint32_t dataSum);
-size_t frameTableRowBytes();
+inline constexpr size_t kRowsText = 256; // characters of the rows that are missing
+
+// The table FRAMES: a row for each frame, with the columns of records, the rows that are missing,
+// and what is measured, if it is.
+std::string frameTableHeader(uint64_t rows, bool isMeasured, uint32_t dataSum);
 std::string frameTableRow(const RecordedFrame& frame);
 
 // The table EVENTS, whole: what the camera told.

@@ -28,7 +28,8 @@ void RunningSum::add(const void* bytes, size_t count)
     count_ += count;
 }
 
-FrameTable::FrameTable(const std::string& path, bool force) : file_(path + ".frames", force)
+FrameTable::FrameTable(const std::string& path, bool force, bool isMeasured)
+    : file_(path + ".frames", force), isMeasured_(isMeasured)
 {
     FitsHeader primary;
     primary.logical("SIMPLE", true, "a FITS file");
@@ -37,7 +38,7 @@ FrameTable::FrameTable(const std::string& path, bool force) : file_(path + ".fra
     primary.logical("EXTEND", true, "a table follows");
     const std::string start = primary.finish(0);
     start_ = start.size();
-    file_.append(start + frameTableHeader(0, 0));
+    file_.append(start + frameTableHeader(0, isMeasured_, 0));
     file_.flush();
 }
 
@@ -57,7 +58,7 @@ void FrameTable::note(const Event& event)
 void FrameTable::flush()
 {
     file_.flush(kFitsBlock);
-    const std::string header = frameTableHeader(rows_, sum_.sum());
+    const std::string header = frameTableHeader(rows_, isMeasured_, sum_.sum());
     file_.rewrite(start_, header.data(), header.size());
 }
 

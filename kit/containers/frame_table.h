@@ -30,7 +30,7 @@ class FrameTable
 {
 public:
     // Beside the record of that name, with ".frames" behind it.
-    FrameTable(const std::string& path, bool force);
+    FrameTable(const std::string& path, bool force, bool isMeasured);
 
     void add(const RecordedFrame& frame);
     void note(const Event& event);
@@ -43,6 +43,7 @@ public:
 
 private:
     AppendFile file_;
+    const bool isMeasured_;
     uint64_t start_ = 0; // where the table begins
     uint64_t rows_ = 0;
     RunningSum sum_;

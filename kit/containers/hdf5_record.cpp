@@ -43,7 +43,7 @@ hid_t pixelType(int bits)
 class Hdf5Record : public RecordFile
 {
 public:
-    Hdf5Record(const std::string& path, const RecordOptions& options, const Frame& first);
+    Hdf5Record(const std::string& path, const RecordOptions& options, const RecordedFrame& first);
     ~Hdf5Record() override = default;
 
     void add(const RecordedFrame& frame) override;
@@ -71,21 +71,24 @@ private:
 
     const std::string path_;
     const hsize_t rows_, frameColumns_;
+    const std::vector<RecordColumn> layout_;
     WriterLock lock_;
     std::unique_ptr<DirectWriter> writer_;
     Hdf5Id file_, pixels_;
     Hdf5Id kindType_ = hdf5Text(kKindText), textType_ = hdf5Text(kEventText);
-    std::vector<Hdf5Column> columns_; // as recordColumns()
+    std::vector<Hdf5Column> columns_; // as layout_
     Hdf5Column missingFrame_, missingRow_;
     Hdf5Column eventTime_, eventKind_, eventCode_, eventSubCode_, eventText_;
     uint64_t added_ = 0, flushed_ = 0;
     uint64_t bytes_ = 0; // when it was closed
 };
 
-Hdf5Record::Hdf5Record(const std::string& path, const RecordOptions& options, const Frame& first)
-    : path_(path), rows_(static_cast<hsize_t>(first.rows())),
-      frameColumns_(static_cast<hsize_t>(first.columns()))
+Hdf5Record::Hdf5Record(const std::string& path, const RecordOptions& options,
+                       const RecordedFrame& recorded)
+    : path_(path), rows_(static_cast<hsize_t>(recorded.frame.rows())),
+      frameColumns_(static_cast<hsize_t>(recorded.frame.columns())), layout_(columnsOf(recorded))
 {
+    const Frame& first = recorded.frame;
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // errors are told by what is thrown
     checkNewFile(path, options.force);
     if (options.force) removeOldFile(path);
@@ -185,7 +188,7 @@ Hdf5Column Hdf5Record::column(Hdf5Maker& maker, const std::string& name, hid_t t
 
 void Hdf5Record::makeColumns(Hdf5Maker& maker)
 {
-    for (const RecordColumn& row : recordColumns()) {
+    for (const RecordColumn& row : layout_) {
         const std::string name = inDetector(row.name);
         columns_.push_back(
             column(maker, name, row.isWhole() ? H5T_NATIVE_INT64 : H5T_NATIVE_DOUBLE));
@@ -277,7 +280,7 @@ void Hdf5Record::add(const RecordedFrame& frame)
                 const auto value = valueOf(frame);
                 columns_[i].add(&value);
             },
-            recordColumns()[i].value);
+            layout_[i].value);
     }
     for (const int row : frame.frame.facts().missingRows) {
         const auto index = static_cast<int64_t>(frame.index);
@@ -370,7 +373,7 @@ void shuffle(const char* from, size_t count, size_t width, char* to)
 std::unique_ptr<RecordFile> makeHdf5Record(const std::string& path, const RecordOptions& options,
                                            const RecordedFrame& first)
 {
-    return std::make_unique<Hdf5Record>(path, options, first.frame);
+    return std::make_unique<Hdf5Record>(path, options, first);
 }
 
 FileBytes encodeForHdf5(const RecordedFrame& recorded, const RecordOptions& options,

@@ -28,6 +28,12 @@ double real(const std::optional<double>& number)
     return number.value_or(std::numeric_limits<double>::quiet_NaN());
 }
 
+// No number where there is no star that is not saturated.
+double ofStars(Row row, double figure)
+{
+    return row.measures->hfd > 0 ? figure : std::numeric_limits<double>::quiet_NaN();
+}
+
 // Cards of one frame alone.
 constexpr std::array<const char*, 30> kOfOneFrame = {
     "DATE-AVG", "DATE-END", "MJD-AVG",  "MJD-END",  "TELAPSE",  "CCD-TEMP", "BRD-TEMP", "FRAMENO",
@@ -78,10 +84,37 @@ const std::vector<RecordColumn>& recordColumns()
     return columns;
 }
 
+const std::vector<RecordColumn>& measureColumns()
+{
+    // clang-format off
+    static const std::vector<RecordColumn>& columns = *new std::vector<RecordColumn>{
+        {"mean", "adu", "of the pixels that came", +[](Row row) { return row.measures->mean; }},
+        {"median", "adu", "likewise", +[](Row row) { return row.measures->median; }},
+        {"noise", "adu", "sigma of the background", +[](Row row) { return row.measures->noise; }},
+        {"min", "adu", "the least pixel that came", +[](Row row) { return int64_t{row.measures->least}; }},
+        {"max", "adu", "the highest pixel", +[](Row row) { return int64_t{row.measures->most}; }},
+        {"saturated_pixels", "", "pixels at full scale", +[](Row row) { return whole(row.measures->saturated); }},
+        {"stars", "", "that were found", +[](Row row) { return whole(row.measures->stars); }},
+        {"hfd", "pixel", "half flux diameter of stars, their median", +[](Row row) { return ofStars(row, row.measures->hfd); }},
+        {"fwhm", "pixel", "full width at half maximum, likewise", +[](Row row) { return ofStars(row, row.measures->fwhm); }},
+        {"elongation", "", "1: round, likewise", +[](Row row) { return ofStars(row, row.measures->elongation); }},
+    };
+    // clang-format on
+    return columns;
+}
+
+std::vector<RecordColumn> columnsOf(const RecordedFrame& frame)
+{
+    std::vector<RecordColumn> columns = recordColumns();
+    if (!frame.measures) return columns;
+    columns.insert(columns.end(), measureColumns().begin(), measureColumns().end());
+    return columns;
+}
+
 std::string recordRowJson(const RecordedFrame& frame)
 {
     nlohmann::ordered_json line;
-    for (const RecordColumn& column : recordColumns()) {
+    for (const RecordColumn& column : columnsOf(frame)) {
         std::visit([&](auto value) { line[column.name] = value(frame); }, column.value);
     }
     line["missing_rows"] = rangesText(frame.frame.facts().missingRows);
@@ -98,6 +131,16 @@ std::string recordNoteJson(const Event& event)
     line["readout"] = event.readout;
     line["text"] = event.text;
     return line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+HeaderOptions headerOf(const RecordedFrame& frame, const HeaderOptions& options)
+{
+    HeaderOptions header = options;
+    if (!frame.measures) return header;
+    for (const HeaderCard& card : cardsOf(*frame.measures)) {
+        header.cards.push_back(card);
+    }
+    return header;
 }
 
 std::vector<HeaderCard> recordHeader(const Frame& first, const HeaderOptions& options)

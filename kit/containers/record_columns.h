@@ -24,13 +24,20 @@ struct RecordColumn {
 };
 
 const std::vector<RecordColumn>& recordColumns();
+// Of frames that are measured, besides.
+const std::vector<RecordColumn>& measureColumns();
+// All of those that a frame has.
+std::vector<RecordColumn> columnsOf(const RecordedFrame& frame);
 
-// The numbers of one frame, and its rows that are missing: a JSON object in a line, without its
-// end.
+// The numbers of one frame, measured ones too, and its rows that are missing: a JSON object in a
+// line, without its end.
 std::string recordRowJson(const RecordedFrame& frame);
 
 // What the camera told, likewise.
 std::string recordNoteJson(const Event& event);
+
+// With the cards of what is measured of the frame.
+HeaderOptions headerOf(const RecordedFrame& frame, const HeaderOptions& options);
 
 // The cards of a frame that hold for all frames of its record.
 std::vector<HeaderCard> recordHeader(const Frame& first, const HeaderOptions& options);

@@ -3,9 +3,11 @@
 #define VXCAMKIT_RECORD_FILE_H
 
 #include <vxcamkit/file_bytes.h>
+#include <vxcamkit/measures.h>
 #include <vxcamkit/recorder.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace vxcam {
@@ -13,9 +15,10 @@ namespace vxcam {
 // A frame on its way into a file.
 struct RecordedFrame {
     Frame frame;
-    uint64_t index = 0; // within the record, from 0
-    uint32_t crc = 0;   // of its pixels as they lie in memory
-    FileBytes encoded;  // its pixels as the file has them; empty: as they lie in memory
+    uint64_t index = 0;                    // within the record, from 0
+    uint32_t crc = 0;                      // of its pixels as they lie in memory
+    std::optional<Measures> measures = {}; // of all frames of a record, or of none
+    FileBytes encoded; // its pixels as the file has them; empty: as they lie in memory
 };
 
 // How a record ended.

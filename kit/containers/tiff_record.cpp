@@ -1,5 +1,6 @@
 // A BigTIFF, a page for each frame, and an index beside it.
 #include "containers/frame_index.h"
+#include "containers/record_columns.h"
 
 #include <vxcamkit/header.h>
 
@@ -96,7 +97,7 @@ void TiffRecord::add(const RecordedFrame& frame)
     const Frame& image = frame.frame;
     const uint64_t pixels = file_.size();
     file_.append(image.data(), image.bytes());
-    const std::string description = headerJson(makeHeader(image, header_));
+    const std::string description = headerJson(makeHeader(image, headerOf(frame, header_)));
     const uint64_t text = file_.size();
     file_.append(description.c_str(), description.size() + 1);
     file_.append(std::string((kAlignment - file_.size() % kAlignment) % kAlignment, '\0'));

@@ -23,10 +23,10 @@ constexpr size_t kGrowth = size_t{1} << 20U;
 class TilesRecord : public RecordFile
 {
 public:
-    TilesRecord(const std::string& path, const RecordOptions& options, const Frame& first)
-        : cards_(recordHeader(first, options.header)),
+    TilesRecord(const std::string& path, const RecordOptions& options, const RecordedFrame& first)
+        : cards_(recordHeader(first.frame, options.header)),
           date_(utcText(std::chrono::system_clock::now(), 0)), file_(path, options.force),
-          table_(path, options.force)
+          table_(path, options.force, first.measures.has_value())
     {
         file_.append(headerText({"running", 0}));
         file_.flush();
@@ -178,7 +178,7 @@ const ImageKind& kindOf(int bits)
 std::unique_ptr<RecordFile> makeTilesRecord(const std::string& path, const RecordOptions& options,
                                             const RecordedFrame& first)
 {
-    return std::make_unique<TilesRecord>(path, options, first.frame);
+    return std::make_unique<TilesRecord>(path, options, first);
 }
 
 FileBytes encodeForTiles(const RecordedFrame& frame, const RecordOptions& options, FileBytes spare)
@@ -192,7 +192,7 @@ FileBytes encodeForTiles(const RecordedFrame& frame, const RecordOptions& option
     int* const status = fits.status();
     fits.check(fits_set_compression_type(fits.file(), isRice ? RICE_1 : GZIP_2, status));
     fits.check(fits_create_img(fits.file(), kind.image, 2, axes, status));
-    for (const HeaderCard& card : makeHeader(image, options.header)) {
+    for (const HeaderCard& card : makeHeader(image, headerOf(frame, options.header))) {
         for (const std::string& line : fitsCards(card, nullptr)) {
             fits.check(fits_write_record(fits.file(), line.c_str(), status));
         }

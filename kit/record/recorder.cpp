@@ -2,6 +2,7 @@
 
 #include "record/recorder_body.h"
 
+#include <vxcamkit/error.h>
 #include <vxcamkit/frame_file.h>
 #include <vxcamkit/new_file.h>
 
@@ -36,6 +37,15 @@ Recorder::~Recorder()
     }
 }
 
+void Recorder::measure(const StarOptions& options)
+{
+    std::lock_guard<std::mutex> guard(body_->lock);
+    if (body_->given > 0) {
+        throw Error(ErrorKind::Usage, body_->path + ": frames are measured from the first one on");
+    }
+    body_->measuring = options;
+}
+
 bool Recorder::write(Frame frame)
 {
     std::unique_lock<std::mutex> guard(body_->lock);
@@ -43,7 +53,7 @@ bool Recorder::write(Frame frame)
     const size_t most = std::max<size_t>(body_->options.most, 1);
     body_->changed.wait(guard, [&] { return isOver() || body_->books.held < most; });
     if (isOver()) return false;
-    body_->jobs.push_back({body_->given++, std::move(frame)});
+    body_->jobs.push_back({body_->given++, std::move(frame), body_->measuring});
     ++body_->books.held;
     body_->changed.notify_all();
     return true;

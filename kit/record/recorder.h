@@ -6,6 +6,7 @@
 #include <vxcamkit/export.h>
 #include <vxcamkit/frame.h>
 #include <vxcamkit/header.h>
+#include <vxcamkit/stars.h>
 
 #include <cstdint>
 #include <memory>
@@ -80,6 +81,11 @@ public:
     ~Recorder(); // as finish("stopped"), without its errors
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
+
+    // Has what is measured of each frame (<vxcamkit/measures.h>) stand beside its numbers, with the
+    // names that docs/recording.md says. Costs a pass over all pixels, on threads of the record's.
+    // Throws Error{Usage} when a frame was taken already.
+    void measure(const StarOptions& options = {});
 
     // Takes a frame; waits while too many are held. False, and the frame is not taken, when the
     // record has failed or has ended. Frames that are of another size than the first one fail it.

@@ -96,9 +96,10 @@ void Recorder::Body::encode()
     FileBytes spare;
     while (std::optional<Job> job = nextJob(&spare)) {
         try {
-            RecordedFrame frame{std::move(job->frame), job->index, 0, {}};
+            RecordedFrame frame{std::move(job->frame), job->index, 0, {}, {}};
             frame.crc = pixelCrc(frame.frame.data(), frame.frame.bytes());
             frame.frame.sum();
+            if (job->measuring) frame.measures = measuresOf(frame.frame, *job->measuring);
             frame.encoded = kind.encode(frame, options, std::move(spare));
             std::lock_guard<std::mutex> guard(lock);
             --encoding;

@@ -27,6 +27,7 @@ struct Recorder::Body {
     struct Job {
         uint64_t index;
         Frame frame;
+        std::optional<StarOptions> measuring;
     };
 
     Body(std::string recordPath, RecordOptions recordOptions);
@@ -68,7 +69,8 @@ struct Recorder::Body {
     std::vector<Event> notes;
     size_t encoding = 0; // frames
     uint64_t given = 0;  // so far
-    uint64_t next = 0;   // that the writer has its turn
+    std::optional<StarOptions> measuring;
+    uint64_t next = 0; // that the writer has its turn
     bool isFinishing = false;
     RecordEnd ending;
     std::exception_ptr failure;

@@ -1,5 +1,5 @@
 // FITS records: cubes, compressed ones, and files of one frame.
-#include "containers/record_columns.h"
+#include "containers/fits_table.h"
 #include "fits/fits_header.h"
 #include "verify/fits_parts.h"
 #include "verify/frame_cards.h"
@@ -70,7 +70,7 @@ void readTable(FitsParts* parts, const FitsPart& table, ReadRecord* record)
     const std::vector<RecordColumn>& columns = recordColumns();
     const auto width = static_cast<size_t>(table.number("NAXIS1"));
     const size_t numbers = columns.size() * sizeof(int64_t);
-    if (width < numbers || width > numbers + 4096) {
+    if (width < numbers || width > numbers + 4096) { // what is measured stands behind
         record->find("file", "the table FRAMES is laid out in another way");
         return;
     }
@@ -85,7 +85,7 @@ void readTable(FitsParts* parts, const FitsPart& table, ReadRecord* record)
             if (!columns[k].isWhole()) continue;
             read.numbers[columns[k].name] = highFirst(row.data() + k * sizeof(int64_t));
         }
-        std::string text = row.substr(numbers);
+        std::string text = row.substr(numbers, kRowsText);
         text = text.substr(0, text.find('\0'));
         read.areRowsCut = text.size() > 3 && text.compare(text.size() - 3, 3, "...") == 0;
         if (!read.areRowsCut && !parseRanges(text, &read.missingRows)) {

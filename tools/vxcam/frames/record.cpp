@@ -65,7 +65,7 @@ private:
     tcHeaderOptions mHeaderOptions;
     std::string msOutput, msFor, msSplit, msBuffer, msCompress = "none", msWhenFull = "wait";
     int mnFrames = 0;
-    bool mbAllowIncomplete = false;
+    bool mbAllowIncomplete = false, mbMeasure = false;
 
     vxcam::Plan mtPlan;
     vxcam::RecordOptions mtOptions;
@@ -91,6 +91,7 @@ void tcRecord::Declare(tcCommandLine& line)
     line.Option("--compress", &msCompress, "HOW", "none, gzip or rice")
         .OneOf({"none", "gzip", "rice"});
     line.Option("--split", &msSplit, "SIZE", "begins another file when one is so large: 2GB");
+    line.Flag("--measure", &mbMeasure, "keep level, noise and stars of each frame beside it");
     line.Option("--buffer", &msBuffer, "SIZE", "memory for frames that wait; 256MiB");
     line.Option("--when-full", &msWhenFull, "HOW",
                 "when it is full: wait holds the camera back, drop loses frames")
@@ -280,6 +281,7 @@ void tcRecord::Record(vxcam::Camera& camera, tcProgress& progress)
 {
     const tcComplaints complaints(camera);
     vxcam::Recorder recorder(msOutput, mtOptions);
+    if (mbMeasure) recorder.measure();
     const vxcam::Subscription listening = camera.onEvent([&](const vxcam::Event& event) {
         if (event.kind != vxcam::EventKind::Heartbeat) recorder.note(event);
     });
