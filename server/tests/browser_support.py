@@ -1,103 +1,140 @@
-"""Chromium without a window, driven through its debugging protocol."""
+"""Chromium without a window, which browser.mjs drives by Playwright."""
 
 import base64
+import contextlib
+import io
 import json
-import os
-import re
+import pathlib
+import select
 import shutil
-import struct
 import subprocess
+import sys
 import tempfile
-import urllib.request
-import zlib
+import unittest
 
-from server_support import PATIENCE, WebSocket, until
+import numpy
+from PIL import Image
+
+from server_support import PATIENCE, until
+
+BRIDGE = pathlib.Path(__file__).resolve().with_name("browser.mjs")
+PACKAGES = BRIDGE.parents[2] / "build" / "page" / "package.json"  # scripts/setup page
+GONE = "Execution context was destroyed"                          # by a page that goes
+
+
+def missing():
+    """Why there can be no browser, or nothing."""
+    for what, there in (("chromium", shutil.which("chromium")), ("node", shutil.which("node")),
+                        ("playwright-core", (PACKAGES.parent / "node_modules/playwright-core").exists())):
+        if not there:
+            return "there is no %s; scripts/setup page installs it" % what
+    return None
+
+
+def skip_without_browser():
+    """For setUpModule()."""
+    if missing():
+        print("skipped: " + missing(), file=sys.stderr)
+        raise unittest.SkipTest(missing())
 
 
 class Browser:
     """As on a host without a graphics card, unless `graphics` are to be imitated."""
+    program = shutil.which("chromium")
 
     def __init__(self, width=1366, height=768, graphics=False):
-        self.folder = tempfile.mkdtemp()
-        self.errors = open(os.path.join(self.folder, "errors"), "w+", encoding="utf-8")
-        self.process = subprocess.Popen(
-            ["chromium", "--headless", "--no-sandbox", "--no-first-run", "--remote-debugging-port=0",
-             *(("--disable-gpu-sandbox", "--use-angle=swiftshader", "--enable-unsafe-swiftshader")
-               if graphics else ("--disable-gpu",)), "--user-data-dir=" + self.folder,
-             "--window-size=%d,%d" % (width, height), "about:blank"],
-            stdout=subprocess.DEVNULL, stderr=self.errors)
+        assert not missing(), missing()
+        options = {"program": self.program, "width": width, "height": height, "graphics": graphics}
+        self.errors = tempfile.TemporaryFile("w+", encoding="utf-8")
+        self.bridge = subprocess.Popen(["node", BRIDGE, PACKAGES, json.dumps(options)], encoding="utf-8",
+                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=self.errors)
+        try:
+            self._answer()
+        except BaseException:
+            self.close()
+            raise
 
-        def port():
-            with open(self.errors.name, encoding="utf-8") as file:
-                return re.search(r"ws://127\.0\.0\.1:(\d+)/", file.read())
-        self.port = int(until(port, "the browser").group(1))
-        with urllib.request.urlopen("http://127.0.0.1:%d/json" % self.port) as answer:
-            pages = json.load(answer)
-        url = next(page for page in pages if page["type"] == "page")["webSocketDebuggerUrl"]
-        self.socket = WebSocket(self.port, "/" + url.split("/", 3)[3])
-        self.socket.socket.settimeout(3 * PATIENCE)  # a browser takes its time on a busy machine
-        self.number, self.complaints = 0, []
-        self.call("Runtime.enable")
-        self.call("Page.enable")
-        self.call("Emulation.setDeviceMetricsOverride", width=width, height=height,
-                  deviceScaleFactor=1, mobile=False)
+    def _answer(self):
+        # A browser takes its time on a busy machine.
+        there, _, _ = select.select([self.bridge.stdout], [], [], 6 * PATIENCE)
+        line = self.bridge.stdout.readline() if there else ""
+        if not line:
+            self.bridge.terminate()  # what it answers later would be taken for that to the next question
+            self.errors.seek(0)
+            raise AssertionError("no answer of the browser: " + self.errors.read())
+        answer = json.loads(line)
+        assert "error" not in answer, answer["error"]
+        return answer.get("value")
 
-    def send(self, text):
-        data, mask = text.encode(), os.urandom(4)
-        size = (struct.pack(">BQ", 0xFF, len(data)) if len(data) > 65535 else
-                struct.pack(">BH", 0xFE, len(data)) if len(data) > 125 else bytes([0x80 | len(data)]))
-        masked = bytes(byte ^ mask[i % 4] for i, byte in enumerate(data))
-        self.socket.socket.sendall(b"\x81" + size + mask + masked)
+    def _ask(self, do, **what):
+        self.bridge.stdin.write(json.dumps(dict(what, do=do)) + "\n")
+        self.bridge.stdin.flush()
+        return self._answer()
 
     def call(self, method, **parameters):
-        self.number += 1
-        self.send(json.dumps({"id": self.number, "method": method, "params": parameters}))
-        while True:
-            message = self.socket.message()
-            if message.get("method") == "Runtime.exceptionThrown":
-                self.complaints.append(message["params"]["exceptionDetails"])
-            if message.get("id") == self.number:
-                assert "error" not in message, message
-                return message["result"]
+        """What Playwright has no words for, in those of the browser's debugging protocol."""
+        return self._ask("call", method=method, parameters=parameters)
 
     def run(self, script):
         """The value of an expression in the page."""
-        result = self.call("Runtime.evaluate", expression=script, returnByValue=True,
-                           awaitPromise=True)
-        assert "exceptionDetails" not in result, result
-        return result["result"].get("value")
+        return self._ask("run", script=script)
 
     def until(self, script, patience=PATIENCE):
-        return until(lambda: self.run(script), script, patience)
+        """Waits until an expression holds, also while the page goes and another comes."""
+        def value():
+            try:
+                return self.run(script)
+            except AssertionError as failure:
+                if GONE not in str(failure):
+                    raise
+                return None
+        return until(value, script, patience)
 
     def open(self, url):
-        self.call("Page.navigate", url=url)
-        self.until("document.readyState === 'complete'")
+        self._ask("open", url=url)
 
-    def mouse(self, kind, x, y, modifiers=0):
-        self.call("Input.dispatchMouseEvent", type=kind, x=x, y=y, modifiers=modifiers,
-                  button="left", buttons=0 if kind == "mouseReleased" else 1, clickCount=1)
+    def resize(self, width, height):
+        self._ask("resize", width=width, height=height)
+
+    def prefer(self, scheme):
+        """Colours that are "light" or "dark"."""
+        self._ask("prefer", colorScheme=scheme)
+
+    def press(self, key):
+        self._ask("press", key=key)
+
+    def mouse(self, kind, x, y, held=None):
+        """mouseMoved, mousePressed or mouseReleased, while a key is held."""
+        self._ask("mouse", kind=kind, x=x, y=y, held=held)
 
     def screenshot(self, path):
-        data = self.call("Page.captureScreenshot", format="png")["data"]
-        with open(path, "wb") as file:
-            file.write(base64.b64decode(data))
+        self._picture().save(path)
+
+    def pixels(self):
+        """Rows of columns of red, green and blue of the whole screen."""
+        return numpy.asarray(self._picture())
 
     def pixel(self, x, y):
         """Red, green and blue of a pixel of the screen."""
-        clip = {"x": x, "y": y, "width": 1, "height": 1, "scale": 1}
-        image = base64.b64decode(self.call("Page.captureScreenshot", format="png", clip=clip)["data"])
-        at, data = 8, b""
-        while at < len(image):
-            length, = struct.unpack(">I", image[at:at + 4])
-            if image[at + 4:at + 8] == b"IDAT":
-                data += image[at + 8:at + 8 + length]
-            at += length + 12
-        return list(zlib.decompress(data)[1:4])  # of a single pixel every filter is none
+        return list(self._picture(clip={"x": x, "y": y, "width": 1, "height": 1}).getpixel((0, 0)))
+
+    def _picture(self, **part):
+        return Image.open(io.BytesIO(base64.b64decode(self._ask("screenshot", **part)))).convert("RGB")
+
+    @property
+    def complaints(self):
+        """What the page threw and nobody caught, and the errors that it wrote on the console."""
+        return self._ask("complaints")
 
     def close(self):
-        self.socket.close()
-        self.process.terminate()
-        self.process.wait(PATIENCE)
-        self.errors.close()
-        shutil.rmtree(self.folder, ignore_errors=True)
+        with contextlib.suppress(BrokenPipeError):
+            self.bridge.stdin.close()
+        try:
+            self.bridge.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.bridge.kill()
+            self.bridge.wait()
+            raise
+        finally:
+            self.bridge.stdout.close()
+            self.errors.close()

@@ -6,7 +6,6 @@ import json
 import math
 import os
 import re
-import shutil
 import socket
 import tempfile
 import time
@@ -14,11 +13,14 @@ import unittest
 
 import numpy
 
-from browser_support import Browser
+from browser_support import Browser, skip_without_browser
 from server_support import PATIENCE, Server, Simulator, reap, until
 
 CAMERA = "/api/v1/cameras/0"
-SHIFT = 8
+
+
+def setUpModule():
+    skip_without_browser()
 
 
 def tearDownModule():
@@ -39,7 +41,6 @@ def drawn_in(graph, least=1):
     })""" % (graph, least)
 
 
-@unittest.skipUnless(shutil.which("chromium"), "there is no chromium")
 class InBrowser(unittest.TestCase):
     columns, rows = 64, 32
     options = ()      # of the camera
@@ -134,10 +135,10 @@ class Page(InBrowser):
         scale = min(box[2] / 64, box[3] / 32)
         left, top = (box[0] + (box[2] - 64 * scale) / 2, box[1] + (box[3] - 32 * scale) / 2)
         place = lambda column, row: (left + (column + 0.5) * scale, top + (row + 0.5) * scale)
-        self.browser.mouse("mousePressed", *place(10, 5), SHIFT)
-        self.browser.mouse("mouseMoved", *place(20, 9), SHIFT)
-        self.browser.mouse("mouseMoved", *place(41, 20), SHIFT)
-        self.browser.mouse("mouseReleased", *place(41, 20), SHIFT)
+        self.browser.mouse("mousePressed", *place(10, 5), "Shift")
+        self.browser.mouse("mouseMoved", *place(20, 9), "Shift")
+        self.browser.mouse("mouseMoved", *place(41, 20), "Shift")
+        self.browser.mouse("mouseReleased", *place(41, 20), "Shift")
         self.browser.until(text("area") + ".startsWith('area 10,5,32,16')")
         value = self.server.get(CAMERA + "/properties/area").json["text"]
         self.assertEqual(value, "10,5,32,16")
@@ -174,25 +175,22 @@ class Page(InBrowser):
                          [0.01])
 
     def test_enter_exposes_but_where_it_means_something_else(self):
-        press = lambda: [self.browser.call("Input.dispatchKeyEvent", type=kind, key="Enter", code="Enter",
-                                           text="\r" * (kind == "keyDown"), windowsVirtualKeyCode=13)
-                         for kind in ("keyDown", "keyUp")]
         count = lambda: len(self.server.get(CAMERA + "/exposures").json["exposures"])
         for focus in ("document.activeElement.blur()", "document.getElementById('image').focus()",
                       "document.getElementById('seconds').focus()"):
             wanted = count() + 1
             self.browser.run(focus)
-            press()
+            self.browser.press("Enter")
             self.browser.until("document.getElementById('save').href.includes('exposures/%d/')" % wanted)
             self.browser.until("%s === 'complete' && !document.getElementById('start').disabled" % text("state"))
         self.browser.run("document.getElementById('mode').focus()")
-        press()
+        self.browser.press("Enter")
         self.browser.until("document.documentElement.matches('.dome')")
         self.browser.run("document.querySelector('#table summary').focus()")
-        press()
+        self.browser.press("Enter")
         self.browser.until("document.getElementById('table').open")
         self.browser.run("document.getElementById('target').focus()")
-        press()
+        self.browser.press("Enter")
         self.browser.run("fetch('%s')" % CAMERA)  # what it asked for before is answered
         self.assertEqual(count(), 3)
 
@@ -485,8 +483,7 @@ class Graphs(InBrowser):
         self.assertEqual(self.browser.until(is_blue), "no")
 
     def test_nothing_in_the_dome_is_bright_but_red(self):
-        self.browser.call("Emulation.setDeviceMetricsOverride", width=1366, height=2600, deviceScaleFactor=1,
-                          mobile=False)
+        self.browser.resize(1366, 2600)
         self.browser.run('''document.getElementById('mode').click();
           document.getElementById('table').open = true;
           document.getElementById('progress').value = 0.5;
@@ -496,23 +493,8 @@ class Graphs(InBrowser):
         self.expose(exposure=0.1)
         for is_on in ("true", "false"):
             self.browser.run("document.getElementById('cooling').checked = %s" % is_on)
-            data = self.browser.call("Page.captureScreenshot", format="png")["data"]
-            brightest = self.browser.run('''(async () => {
-              const image = new Image();
-              image.src = 'data:image/png;base64,%s';
-              await image.decode();
-              const context = Object.assign(document.createElement('canvas'),
-                  {width: image.width, height: image.height}).getContext('2d');
-              context.drawImage(image, 0, 0);
-              const {data} = context.getImageData(0, 0, image.width, image.height);
-              let [most, place] = [0, null];
-              for (let at = 0; at < data.length; at += 4) {
-                const light = Math.max(data[at + 1], data[at + 2]);
-                if (light > most) [most, place] = [light, [at / 4 %% image.width, Math.floor(at / 4 / image.width)]];
-              }
-              return [most, place];
-            })()''' % data)
-            self.assertLess(brightest[0], 130, brightest)
+            light = self.browser.pixels()[..., 1:].max(axis=2)  # green or blue
+            self.assertLess(light.max(), 130, numpy.unravel_index(light.argmax(), light.shape))
 
     def test_what_is_not_our_own_is_served_with_its_licence(self):
         for name, kind in (("uPlot.esm.js", "text/javascript"), ("uPlot.min.css", "text/css"),
@@ -736,13 +718,11 @@ class Readable(unittest.TestCase):
                        document.getElementById('table').open = true""")
         browser.until("document.querySelectorAll('#properties label').length > 15")
         for width, height in ((1366, 768), (1180, 820), (820, 1180), (768, 1024)):
-            browser.call("Emulation.setDeviceMetricsOverride", width=width, height=height,
-                         deviceScaleFactor=1, mobile=False)
+            browser.resize(width, height)
             browser.until("document.documentElement.clientWidth > %d" % (width - 30))
             self.assertEqual(browser.until(BESIDE), "nothing", (width, height))
         for scheme, dome in (("light", False), ("dark", False), ("dark", True)):
-            browser.call("Emulation.setEmulatedMedia",
-                         features=[{"name": "prefers-color-scheme", "value": scheme}])
+            browser.prefer(scheme)
             browser.run("document.documentElement.classList.toggle('dome', %s)" % str(dome).lower())
             for name, least in (("ink", 4.5), ("soft", 4), ("bad", 4), ("good", 4), ("accent", 3.5),
                                 ("second", 3.5)):
@@ -814,7 +794,7 @@ class Screenshot(unittest.TestCase):
     def browser(self, width, height, scheme):
         browser = Browser(width, height)
         self.addCleanup(browser.close)
-        browser.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
+        browser.prefer(scheme)
         browser.open("http://127.0.0.1:%d/" % self.server.port)
         browser.until(text("link") + " === 'connected'")
         self.server.expose(exposure=2)
