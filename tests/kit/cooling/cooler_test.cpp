@@ -149,6 +149,7 @@ TEST_F(Coolers, WarmUpBeforeTheCameraIsClosed)
             Camera& camera = open();
             Cooling cooling;
             cooling.target = -10;
+            cooling.settle = 10ms; // of this host: it does not know the camera's clock
             camera.cooler().warmUpBeforeClose(warming, kPatience,
                                               [&](const auto& state) { told.push_back(state); });
             if (!isAsked) camera.cooler().warmUpBeforeClose(std::nullopt);

@@ -5,6 +5,9 @@
 #include <vxcamkit/measures.h>
 #include <vxcamkit/verify.h>
 
+#include <cmath>
+#include <cstdio>
+
 namespace vxcam {
 
 namespace {
@@ -28,8 +31,12 @@ Frame starField(int number)
     FrameFacts facts;
     facts.rows = facts.columns = kSide;
     facts.number = number;
+    facts.readout = 1;
+    facts.packetsExpected = kSide;
+    facts.exposure = std::chrono::milliseconds(10);
     facts.times.begin = UtcTime(std::chrono::seconds(1'700'000'000 + number));
-    facts.times.middle = facts.times.end = facts.times.begin;
+    facts.times.middle = facts.times.begin + std::chrono::milliseconds(5);
+    facts.times.end = facts.times.begin + std::chrono::milliseconds(10);
     return frameOf(facts, pixels);
 }
 
