@@ -131,6 +131,8 @@ void declare(CLI::App* app, Words* words, ServerOptions* options)
     app->add_option("--at-end", words->atEnd, "what becomes of exposures that run when it ends")
         ->check(CLI::IsMember({"abort", "finish"}))
         ->capture_default_str();
+    app->add_flag("--verbose", options->isVerbose,
+                  "show the library's own error log on standard error, too");
     declareAlpaca(app, words, options);
     app->set_version_flag("--version", "vxcamd " VXCAM_VERSION);
     app->footer(kExamples);

@@ -26,6 +26,7 @@ struct ServerOptions {
     bool runsHooks = false;       // commands in plans
     bool finishes = false;        // exposures that run at the end, instead of aborting them
     bool opensBrowser = false;
+    bool isVerbose = false; // the library's own errors on standard error, too
     bool hasAlpaca = false, isAlpacaOpen = false; // open: without the token
     AlpacaOptions alpaca;
     int discoveryPort = DiscoveryAnswer::kUsualPort; // 0: no discovery

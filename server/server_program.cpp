@@ -200,6 +200,7 @@ int runServer(std::vector<std::string> arguments)
     try {
         const auto options = parsedOptions(std::move(arguments));
         if (!options) return 0;
+        if (!options->isVerbose) ::setenv("TCLOG_SUPPRESS_ERR_CONSOLE", "1", 0);
         const Signals signals;
         serve(*options, signals);
         return 0;

@@ -1,7 +1,10 @@
 #include "cameras/shared_camera.h"
 
+#include "cameras/outage.h"
+
 #include <vxcamkit/property.h>
 
+#include <cstdio>
 #include <exception>
 #include <iterator>
 #include <utility>
@@ -12,13 +15,18 @@ namespace {
 
 constexpr std::chrono::seconds kBetweenAttempts{2};
 
+void print(const std::string& line)
+{
+    if (!line.empty()) std::fprintf(stderr, "vxcamd: %s\n", line.c_str());
+}
+
 } // namespace
 
 SharedCamera::SharedCamera(int number, const Target& target, const SharingOptions& options)
     : number_(number), target_(target), lease_(events_, options.leaseTime),
       trouble_(Error(ErrorKind::NotFound, target.text() + ": not opened yet")),
       exposures_([this] { return camera(); }, events_, feed_, options.keptBytes),
-      sequences_(surroundings()), opener_([this] { keepOpen(); })
+      sequences_(surroundings()), looker_([this] { look(); })
 {}
 
 SharedCamera::~SharedCamera()
@@ -40,40 +48,74 @@ SequenceSurroundings SharedCamera::surroundings()
             }};
 }
 
-void SharedCamera::keepOpen()
+void SharedCamera::look()
+{
+    Outage outage("camera " + std::to_string(number_) + " (" + target_.text() + ")");
+    while (!openOnce()) {
+        std::unique_lock<std::mutex> guard(mutex_);
+        std::string why = trouble_->what();
+        guard.unlock();
+        const std::string name = target_.text() + ": ";
+        if (why.rfind(name, 0) == 0) why.erase(0, name.size());
+        print(outage.isMissing(why, SteadyClock::now()));
+        guard.lock();
+        if (changed_.wait_for(guard, kBetweenAttempts, [this] { return isEnding_; })) return;
+    }
+    for (bool isUp = true;; isUp = awaitLink(isUp, outage.due())) {
+        if (isUp) {
+            print(outage.isThere(SteadyClock::now()));
+        } else {
+            print(outage.isMissing("the connection is lost", SteadyClock::now()));
+        }
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (isEnding_) return;
+    }
+}
+
+// Until that changes, the time comes, or the server ends.
+bool SharedCamera::awaitLink(bool isUp, SteadyClock::time_point until)
 {
     std::unique_lock<std::mutex> guard(mutex_);
-    while (!isEnding_ && !camera_) {
-        guard.unlock();
-        std::shared_ptr<Camera> opened;
-        std::optional<Error> trouble;
-        Subscription subscription;
-        try {
-            opened = std::make_shared<Camera>(Camera::open(target_));
-            subscription = opened->onEvent([this](const Event& event) { heard(event); });
-        } catch (const Error& error) {
-            trouble = error;
-        } catch (const std::exception& failure) { // no thread, or no memory
-            trouble = Error(ErrorKind::NotFound, target_.text() + ": " + failure.what());
-        }
-        if (trouble) opened.reset();
-        guard.lock();
-        if (opened) {
-            camera_ = opened;
-            subscription_ = std::move(subscription);
-            isLinkUp_ = true;
-            trouble_.reset();
-            guard.unlock();
-            changed_.notify_all();
-            events_.post("opened", {{"address", opened->address()}});
-            return;
-        }
-        const bool isNews = !trouble_ || std::string(trouble_->what()) != trouble->what();
-        trouble_ = trouble;
-        if (isNews) events_.post("not-open", {{"text", trouble->what()}});
-        changed_.notify_all();
-        changed_.wait_for(guard, kBetweenAttempts, [this] { return isEnding_; });
+    const auto isNews = [&] { return isEnding_ || isLinkUp_ != isUp; };
+    if (isUp) {
+        changed_.wait(guard, isNews);
+    } else {
+        changed_.wait_until(guard, until, isNews);
     }
+    return isLinkUp_;
+}
+
+// False: it cannot be, for now.
+bool SharedCamera::openOnce()
+{
+    std::shared_ptr<Camera> opened;
+    std::optional<Error> trouble;
+    Subscription subscription;
+    try {
+        opened = std::make_shared<Camera>(Camera::open(target_));
+        subscription = opened->onEvent([this](const Event& event) { heard(event); });
+    } catch (const Error& error) {
+        trouble = error;
+    } catch (const std::exception& failure) { // no thread, or no memory
+        trouble = Error(ErrorKind::NotFound, target_.text() + ": " + failure.what());
+    }
+    if (trouble) opened.reset();
+    std::unique_lock<std::mutex> guard(mutex_);
+    if (opened) {
+        camera_ = opened;
+        subscription_ = std::move(subscription);
+        isLinkUp_ = true;
+        trouble_.reset();
+        guard.unlock();
+        changed_.notify_all();
+        events_.post("opened", {{"address", opened->address()}});
+        return true;
+    }
+    const bool isNews = !trouble_ || std::string(trouble_->what()) != trouble->what();
+    trouble_ = trouble;
+    if (isNews) events_.post("not-open", {{"text", trouble->what()}});
+    changed_.notify_all();
+    return false;
 }
 
 void SharedCamera::heard(const Event& event)
@@ -107,6 +149,7 @@ void SharedCamera::heard(const Event& event)
             break;
         }
     }
+    changed_.notify_all();
     if (event.code != 0) facts["code"] = event.code;
     if (event.subCode != 0) facts["sub_code"] = event.subCode;
     if (event.readout != 0) facts["readout"] = event.readout;
@@ -223,7 +266,7 @@ void SharedCamera::end()
     }
     changed_.notify_all();
     events_.end();
-    if (opener_.joinable()) opener_.join();
+    if (looker_.joinable()) looker_.join();
     subscription.end();
     if (open) open->close();
 }

@@ -10,6 +10,7 @@
 
 #include <vxcamkit/camera.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <map>
 #include <memory>
@@ -35,8 +36,8 @@ constexpr std::chrono::seconds kTemperaturesLast{10};
 // Opens the camera as soon as it answers, and keeps what it told, so that what only asks how things
 // are does not wait for it.
 //
-// Threads: any; it has one that opens the camera. Locks: its own, never held while calling out.
-// Owns: the camera, its exposures and sequences, its lease.
+// Threads: any; it has one that opens the camera, and tells the log while it is not there. Locks:
+// its own, never held while calling out. Owns: the camera, its exposures and sequences, its lease.
 class SharedCamera
 {
 public:
@@ -72,7 +73,11 @@ public:
     void end(); // ends sequences and exposures, and closes the camera
 
 private:
-    void keepOpen();
+    using SteadyClock = std::chrono::steady_clock;
+
+    void look();
+    bool openOnce();
+    bool awaitLink(bool isUp, SteadyClock::time_point until);
     void heard(const Event& event);
     void tell(const std::string& name, const Value& value);
     SequenceSurroundings surroundings();
@@ -97,7 +102,7 @@ private:
 
     Exposures exposures_; // uses all of the above
     Sequences sequences_;
-    std::thread opener_;
+    std::thread looker_;
 };
 
 } // namespace vxcam

@@ -182,6 +182,34 @@ class Ending(WithServer):
         self.assertEqual(server.end(), 1)
         self.assertEqual(server.errors, ["vxcamd: ends at once"])
 
+    def test_a_camera_that_is_not_there_is_named_once_and_when_it_is_back(self):
+        attempts = []
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            port = listener.getsockname()[1]
+            server = self.start(targets=(SIM, "127.0.0.1:%d" % port))
+            while len(attempts) < 3:  # each of them fails
+                attempts.append(listener.accept()[0])
+                attempts[-1].close()
+        name = r"vxcamd: camera 1 \(127\.0\.0\.1:%d\)" % port
+        until(lambda: len(server.errors) == 1, "it is told")
+        self.assertRegex(server.errors[0], name + ": .")
+        camera = Simulator(port=port)
+        until(lambda: len(server.errors) == 2, "it is there")
+        self.assertRegex(server.errors[1], name + ": is there, after [0-9]+s$")
+        server.open(1)
+        camera.end(signal.SIGKILL)
+        until(lambda: len(server.errors) == 3, "it is gone")
+        self.assertRegex(server.errors[2], name + ": the connection is lost$")
+        self.addCleanup(Simulator(port=port).retire)
+        until(lambda: len(server.errors) == 4, "it is back")
+        self.assertRegex(server.errors[3], name + ": is there, after [0-9]+s$")
+
+    def test_the_log_of_the_library_is_shown_where_that_is_wanted(self):
+        with socket.create_server(("127.0.0.1", 0)) as free:
+            port = free.getsockname()[1]
+        server = self.start("--verbose", targets=("127.0.0.1:%d" % port,))
+        until(lambda: any("ERR:" in line for line in server.errors), "a line of the library")
+
     def test_it_ends_at_once_when_nobody_is_connected(self):
         times = []
         for _ in range(3):
