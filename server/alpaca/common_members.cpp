@@ -2,6 +2,7 @@
 #include "alpaca/alpaca_error.h"
 #include "alpaca/alpaca_members.h"
 #include "cameras/frame_json.h"
+#include "cameras/time_text.h"
 
 namespace vxcam {
 
@@ -36,8 +37,7 @@ Json deviceState(AlpacaCamera& camera)
     addState(&states, "ImageReady", [&] { return Json(camera.imageReady()); });
     addState(&states, "IsPulseGuiding", [] { return Json(false); });
     addState(&states, "PercentCompleted", [&] { return Json(camera.percentCompleted()); });
-    addState(&states, "TimeStamp",
-             [] { return Json(utcText(std::chrono::system_clock::now()) + "Z"); });
+    addState(&states, "TimeStamp", [] { return Json(presentText()); });
     return states;
 }
 

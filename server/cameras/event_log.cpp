@@ -1,6 +1,6 @@
 #include "cameras/event_log.h"
 
-#include <vxcamkit/frame_times.h>
+#include "cameras/time_text.h"
 
 #include <utility>
 
@@ -17,7 +17,7 @@ void EventLog::post(const std::string& kind, Json facts)
     {
         std::lock_guard<std::mutex> guard(mutex_);
         event["id"] = ++last_;
-        event["utc"] = utcText(std::chrono::system_clock::now());
+        event["utc"] = presentText();
         event["event"] = kind;
         event.update(facts);
         events_.push_back({last_, kind, textOf(event)});

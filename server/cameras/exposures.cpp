@@ -1,5 +1,6 @@
 #include "cameras/exposures.h"
 
+#include "cameras/time_text.h"
 #include "http/http_message.h"
 
 #include <algorithm>
@@ -100,7 +101,7 @@ uint64_t Exposures::start(const Plan& plan, std::chrono::milliseconds wait)
     auto exposure = std::make_unique<Exposure>();
     exposure->id = ++lastId_;
     exposure->plan = plan;
-    exposure->begun = utcText(std::chrono::system_clock::now());
+    exposure->begun = presentText();
     const uint64_t id = exposure->id;
     exposures_.push_back(std::move(exposure));
     makeRoom();

@@ -1,5 +1,7 @@
 #include "cameras/frame_json.h"
 
+#include "cameras/time_text.h"
+
 namespace vxcam {
 
 namespace {
@@ -19,9 +21,9 @@ Json jsonOf(const FrameTimes& times)
 {
     constexpr int kDecimals = 6;
     Json json;
-    json["begin"] = utcText(times.begin, kDecimals);
-    json["middle"] = utcText(times.middle, kDecimals);
-    json["end"] = utcText(times.end, kDecimals);
+    json["begin"] = timeText(times.begin, kDecimals);
+    json["middle"] = timeText(times.middle, kDecimals);
+    json["end"] = timeText(times.end, kDecimals);
     json["uncertainty"] = std::chrono::duration<double>(times.uncertainty).count();
     json["how"] = nameOf(times.how);
     json["synchronised"] = times.clock.synchronised;

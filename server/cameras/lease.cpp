@@ -1,8 +1,7 @@
 #include "cameras/lease.h"
 
+#include "cameras/time_text.h"
 #include "http/http_message.h"
-
-#include <vxcamkit/frame_times.h>
 
 #include <random>
 
@@ -52,7 +51,7 @@ std::string Lease::take(const std::string& holder, const std::string& key, bool 
         key_ = makeKey();
         isKept_ = false;
         holder_ = holder;
-        since_ = utcText(std::chrono::system_clock::now());
+        since_ = presentText();
         used_ = SteadyClock::now();
         Json facts;
         facts["holder"] = holder;

@@ -1,8 +1,7 @@
 #include "cameras/sequences.h"
 
+#include "cameras/time_text.h"
 #include "http/http_message.h"
-
-#include <vxcamkit/frame_times.h>
 
 #include <array>
 #include <cerrno>
@@ -15,11 +14,6 @@ namespace vxcam {
 namespace {
 
 constexpr size_t kStates = 6;
-
-std::string present()
-{
-    return utcText(std::chrono::system_clock::now());
-}
 
 } // namespace
 
@@ -85,7 +79,7 @@ void Sequences::begin(SequenceOrder order, const std::shared_ptr<Camera>& camera
     sequence->watch(watch());
     SequenceStatus status;
     status.state = SequenceState::Running;
-    status.begun = present();
+    status.begun = presentText();
     status.before = static_cast<int>(report.files.size());
     status.progress.frames = report.frames;
     status.progress.taken = status.before;
@@ -192,7 +186,7 @@ void Sequences::finish(const std::optional<Error>& error)
                         : isStopped ? SequenceState::Stopped
                                     : SequenceState::Failed;
         status_.error = error;
-        status_.ended = present();
+        status_.ended = presentText();
         status_.line = 0;
         status_.progress.taken = taken;
         status_.progress.doing.clear();

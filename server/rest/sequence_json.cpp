@@ -21,7 +21,7 @@ std::string seenFile(const std::string& folder, const std::string& path)
 
 Json failureJson(const SequenceFailure& failure)
 {
-    return {{"utc", failure.utc}, {"text", failure.text}};
+    return {{"utc", failure.utc + "Z"}, {"text", failure.text}};
 }
 
 // Nothing where nothing has begun, or what has is of another plan.

@@ -558,7 +558,7 @@ class Watching(Rest):
         watcher.send('{"rate": 10}')
         self.server.ask("POST", CAMERA + "/exposures", {"exposure": 0.001, "frames": 0})
         watcher.frame()
-        begins = [watcher.frame()[0]["times"]["begin"] for _ in range(4)]
+        begins = [watcher.frame()[0]["times"]["begin"].rstrip("Z") for _ in range(4)]
         seconds = [float(begin.split(":")[-1]) for begin in begins]
         apart = [(later - sooner) % 60 for sooner, later in zip(seconds, seconds[1:])]
         self.assertGreater(min(apart), 0.05)
