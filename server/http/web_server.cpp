@@ -333,7 +333,10 @@ void WebServer::start(const WebOptions& options)
             auto* const opened = static_cast<OpenSocket*>(mg_get_user_connection_data(connection));
             const int opcode = bits & 0xF;
             if (opened == nullptr || !opened->socket || size > kMostBody) return 0;
+            const bool isBytes =
+                opcode == MG_WEBSOCKET_OPCODE_BINARY || opcode == MG_WEBSOCKET_OPCODE_CONTINUATION;
             if (opcode == MG_WEBSOCKET_OPCODE_TEXT) opened->socket->message({data, size});
+            if (isBytes) opened->socket->message(""); // which says nothing, either
             const bool isLast = opcode == MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE;
             return opened->writer.isReadOn() && !isLast ? 1 : 0;
         },

@@ -10,6 +10,9 @@ namespace vxcam {
 namespace {
 
 constexpr std::chrono::milliseconds kLook{100}; // for events, while no frame comes
+// So many messages that are refused in that time are a flood.
+constexpr int kMostRefused = 100;
+constexpr std::chrono::seconds kFloodTime{10};
 
 } // namespace
 
@@ -32,26 +35,63 @@ Watcher::~Watcher()
     --meters_.watchers;
 }
 
+// One that is wrong in any part changes nothing.
 void Watcher::message(const std::string& text)
 {
-    constexpr double kMostRate = 1000;
-    constexpr int64_t kMostWanted = 1000;
-    const Json json = Json::parse(text, nullptr, false);
-    if (!json.is_object()) return;
-    std::lock_guard<std::mutex> guard(mutex_);
-    if (const auto rate = json.find("rate"); rate != json.end() && rate->is_number()) {
-        rate_ = std::clamp(rate->get<double>(), 0.0, kMostRate);
+    std::optional<Error> trouble;
+    WatcherWish wish;
+    try {
+        wish = WatcherWish::of(text);
+    } catch (const Error& error) {
+        trouble = error;
     }
-    if (const auto more = json.find("more"); more != json.end() && more->is_number_integer()) {
-        const int64_t asked = std::clamp<int64_t>(more->get<int64_t>(), 0, kMostWanted);
-        wanted_ = std::min(wanted_.value_or(0) + asked, kMostWanted);
+    bool isFlood = false;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (trouble) {
+            isFlood = !refuse(*trouble);
+        } else {
+            take(wish);
+        }
     }
-    const auto part = json.find("part");
-    if (const auto told = part == json.end() ? std::nullopt : FramePart::of(*part)) {
-        part_ = told;
-        isAgain_ = true;
-    }
+    if (isFlood) writer_.cut();
     changed_.notify_all();
+}
+
+void Watcher::take(const WatcherWish& wish)
+{
+    if (wish.rate) rate_ = *wish.rate;
+    if (wish.more) wanted_ = std::min(wanted_.value_or(0) + *wish.more, WatcherWish::kMostMore);
+    if (!wish.part) return;
+    part_ = wish.part;
+    isAgain_ = true;
+}
+
+// False: there were too many.
+bool Watcher::refuse(const Error& error)
+{
+    ++meters_.watcherMessagesRefused;
+    const auto now = SteadyClock::now();
+    if (now - refusedSince_ >= kFloodTime) {
+        refusedSince_ = now;
+        refused_ = 0;
+    }
+    if (++refused_ > kMostRefused) return false;
+    const Json facts{
+        {"kind", error.row().name}, {"text", error.what()}, {"code", 0}, {"sub_code", 0}};
+    refusals_.push_back(textOf({{"message", "error"}, {"error", facts}}));
+    return true;
+}
+
+bool Watcher::sendRefusals()
+{
+    std::vector<std::string> refusals;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        refusals.swap(refusals_);
+    }
+    return std::all_of(refusals.begin(), refusals.end(),
+                       [this](const std::string& text) { return writer_.text(text); });
 }
 
 bool Watcher::sendFrame(const FedFrame& fed, const std::optional<FramePart>& part)
@@ -128,7 +168,7 @@ void Watcher::hasSent(SteadyClock::time_point begun)
 // False: the client has gone, or takes nothing any more.
 bool Watcher::sendNext()
 {
-    if (!sendEvents()) return false;
+    if (!sendEvents() || !sendRefusals()) return false;
     if (!maySend()) return true;
     const uint64_t seen = expected_ - 1;
     const uint64_t than = isAgain_ && seen > 0 ? seen - 1 : seen;

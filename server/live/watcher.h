@@ -4,7 +4,7 @@
 
 #include "cameras/shared_camera.h"
 #include "http/web_server.h"
-#include "live/frame_part.h"
+#include "live/watcher_wish.h"
 #include "metrics/meters.h"
 
 #include <atomic>
@@ -25,7 +25,8 @@ namespace vxcam {
 // {...}}. The client may send {"rate": 5}, which makes it 5 frames a second at most; and {"more":
 // 1}, from when on it gets as many frames as it has asked for, so that none waits for it on the way
 // and grows old. {"part": {...}} makes it that part of each frame, and what it is stands in the
-// frame's text as "part"; the newest frame comes once more then, with "again".
+// frame's text as "part"; the newest frame comes once more then, with "again". Anything else is
+// answered with {"message": "error", "error": {...}}; too much of it ends the connection.
 //
 // Threads: it sends on one of its own. Locks: its own, never held while sending.
 class Watcher : public Socket
@@ -45,6 +46,9 @@ public:
 private:
     using SteadyClock = std::chrono::steady_clock;
 
+    void take(const WatcherWish& wish);
+    bool refuse(const Error& error);
+    bool sendRefusals();
     void send();
     bool sendNext();
     bool maySend();
@@ -65,6 +69,9 @@ private:
     std::optional<int64_t> wanted_; // frames that were asked for; nothing: all
     std::optional<FramePart> part_; // nothing: frames are sent as they are, and nothing said of it
     SteadyClock::time_point due_;
+    std::vector<std::string> refusals_; // of messages, not sent yet
+    int refused_ = 0;                   // since then
+    SteadyClock::time_point refusedSince_;
     std::atomic<bool> isAgain_{false}; // the newest frame is wanted though it was sent before
     std::vector<std::byte> pixels_;    // of a part
     std::atomic<bool> isEnding_{false};

@@ -39,6 +39,7 @@ struct Meters {
     // From a camera's last packet of a frame to its pixels handed to a watcher's connection.
     TimeHistogram watcherDelay;
     std::atomic<uint64_t> watcherFrames{0}, watcherBytes{0}, watcherMissed{0};
+    std::atomic<uint64_t> watcherMessagesRefused{0}; // that made no sense
     std::atomic<int> watchers{0};
 
 private:

@@ -190,6 +190,9 @@ void addServer(const Meters& meters, Page* page)
     page->figure({}, static_cast<double>(meters.watcherFrames));
     page->family("watcher_missed_total", "counter", "frames that watchers were too slow for");
     page->figure({}, static_cast<double>(meters.watcherMissed));
+    page->family("watcher_messages_refused_total", "counter",
+                 "messages of watchers that made no sense");
+    page->figure({}, static_cast<double>(meters.watcherMessagesRefused));
     page->family("watcher_bytes_total", "counter", "bytes of frames sent to watchers");
     page->figure({}, static_cast<double>(meters.watcherBytes));
     page->histogram("watcher_delay_seconds",

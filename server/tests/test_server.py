@@ -474,19 +474,51 @@ class Hostile(WithServer):
         self.assertEqual(server.expose(exposure=0.001)["state"], "complete")
         lazy.close()
 
+    def test_what_a_websocket_says_in_vain_is_answered_and_counted(self):
+        server = self.start()
+        server.open()
+        watcher = WebSocket(server.port, CAMERA + "/live")
+        self.addCleanup(watcher.close)
+        texts = ("", "{", "[]", "{}", "null", '{"rate": "x"}', '{"rate": -1}', '{"more": -1}', '{"more": 1.5}',
+                 '{"more": 1, "rates": 5}', '{"part": 3}', '{"part": {"step": 0}}', '{"rate": null}', "\xff")
+
+        def told():
+            return next(each["error"] for each in iter(watcher.message, None)
+                        if isinstance(each, dict) and each["message"] == "error")
+        for text in texts:
+            watcher.send(text)
+            error = told()
+            self.assertEqual((error["kind"], error["code"], error["sub_code"]), ("usage", 0, 0), text)
+            self.assertTrue(error["text"], text)
+        watcher.socket.sendall(b"\x82\x82" + bytes(4) + b"{}")  # bytes
+        self.assertEqual(told()["kind"], "usage")
+        count = server.metric("vxcamd_watcher_messages_refused_total")
+        self.assertEqual(count, len(texts) + 1)
+        for text in ('{"rate": 1e99}', '{"rate": 0}', '{"rate": 1000}', '{"part": {}}'):
+            watcher.send(text)  # still taken, and "more" above was not
+        server.expose(exposure=0.001)
+        self.assertTrue(watcher.frame()[0]["complete"])
+        self.assertEqual(server.metric("vxcamd_watcher_messages_refused_total"), count)
+
+    def test_a_flood_of_such_messages_ends_the_connection_alone(self):
+        server = self.start()
+        watcher = WebSocket(server.port, CAMERA + "/live")
+        self.addCleanup(watcher.close)
+        for _ in range(101):
+            watcher.send("{")
+        until(lambda: server.metric("vxcamd_watchers") == 0, "the watcher is gone")
+        other = WebSocket(server.port, CAMERA + "/live")
+        self.assertEqual(other.status, 101)
+        other.close()
+
     def test_websockets_that_send_garbage_are_closed(self):
         server = self.start()
         watcher = WebSocket(server.port, CAMERA + "/live")
         self.assertEqual(watcher.status, 101)
-        for text in ("", "{", "[]", '{"rate": "x"}', '{"rate": 1e99}', '{"rate": 1e-300}', '{"rate": -1}'):
-            watcher.send(text)
         watcher.socket.sendall(os.urandom(3000))
         watcher.close()
         until(lambda: server.metric("vxcamd_watchers") == 0, "the watcher is gone")
-        self.alive(server)
 
-
-class Desktop(unittest.TestCase):
     def test_the_page_is_opened_by_what_the_desktop_has_for_it(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
