@@ -4,12 +4,20 @@
 #include "metrics/metrics_text.h"
 #include "page/page_files.h"
 #include "rest/json_answer.h"
+#include "rest/routes.h"
 
 #include <exception>
 
 namespace vxcam {
 
 namespace {
+
+// Of what takes anything in its query, or is no interface for scripts.
+void requireGet(const HttpRequest& request)
+{
+    if (request.method == "GET") return;
+    throw Refusal(405, "wrong-method", "this takes only GET", {{"Allow", "GET"}});
+}
 
 constexpr size_t kLivePart = 4; // of /api/v1/cameras/0/live
 
@@ -31,14 +39,14 @@ bool isBelow(const std::string& path, const std::string& folder)
 
 Service::Service(const Cameras& cameras, const ServiceOptions& options)
     : cameras_(cameras), options_(options), guard_(options.token),
-      rest_(cameras, options.plans, options.version)
+      rest_(cameras, options.plans, options.version, !options.token.empty())
 {
     if (options.alpaca) alpaca_ = std::make_unique<AlpacaDoor>(cameras, *options.alpaca);
 }
 
 HttpResponse Service::answerSession(const HttpRequest& request) const
 {
-    requireMethod(request, "POST");
+    requireRoute(request);
     guard_.requireSite(request, true);
     Members members(bodyObject(request));
     const std::string token = members.takeText("token", "");
@@ -53,13 +61,13 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
 {
     const std::string& path = request.path;
     if (path == "/healthz") {
-        requireMethod(request, "GET");
+        requireGet(request);
         return textAnswer("ok\n");
     }
     if (path == "/api/v1/session") return answerSession(request);
     if (const std::optional<HttpResponse> file = pageFile(path)) { // has no secrets
         *door = "page";
-        requireMethod(request, "GET");
+        requireGet(request);
         guard_.requireSite(request, false);
         return *file;
     }
@@ -76,7 +84,7 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
     }
     if (path == "/metrics") {
         *door = "metrics";
-        requireMethod(request, "GET");
+        requireGet(request);
         HttpResponse response = textAnswer(metricsText(cameras_, meters_, options_.version));
         response.type = kMetricsType;
         return response;
@@ -125,6 +133,7 @@ HttpResponse Service::mayOpen(const HttpRequest& request) const
         const bool isLive = isBelow(request.path, "/api/v1/cameras") &&
                             parts.size() == kLivePart + 1 && parts[kLivePart] == "live";
         if (!isLive) refusePath(request.path);
+        requireRoute(request);
         rest_.cameraOf(parts);
         if (meters_.watchers >= Watcher::kMost) {
             throw Refusal(503, "watchers", Watcher::kTooMany);

@@ -1,204 +1,242 @@
 #include "rest/openapi.h"
 
 #include "rest/property_json.h"
+#include "rest/routes.h"
+#include "rest/schemas.h"
 
 #include <vxcamkit/error.h>
 
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <map>
 #include <set>
+#include <sstream>
+#include <string>
 #include <vector>
 
 namespace vxcam {
 
 namespace {
 
-// A path with a method, and what it answers when all is well.
-struct Operation {
-    const char* path;
-    const char* method; // in small letters
-    const char* summary;
-    const char* type; // of the answer
-    int status;
-    bool isChange; // needs the lease, if somebody holds it
+constexpr const char* kJson = "application/json";
+constexpr const char* kAbout =
+    "Cameras that are shared: whoever holds a camera's lease controls it, all others watch. "
+    "Whatever is unknown, in queries and bodies, is refused. Times are UTC. Alpaca clients and the "
+    "page have interfaces of their own.";
+
+struct PathParameter {
+    const char* name;
+    const char* schema; // as JSON
+    const char* help;
 };
 
-constexpr const char* kJson = "application/json";
-constexpr const char* kYaml = "application/yaml";
-constexpr const char* kPlanPattern = "^[A-Za-z0-9_-][A-Za-z0-9._-]*\\.yaml$";
-constexpr const char* kCamera = "/api/v1/cameras/{camera}";
-
-const std::vector<Operation>& operations()
+const std::vector<PathParameter>& pathParameters()
 {
-    static const std::vector<Operation>& list = *new std::vector<Operation>{
-        {"/healthz", "get", "whether the server serves", "text/plain", 200, false},
-        {"/metrics", "get", "figures for Prometheus", "text/plain", 200, false},
-        {"/api/v1/openapi.json", "get", "this document", kJson, 200, false},
-        {"/api/v1/properties", "get", "the table of properties", kJson, 200, false},
-        {"/api/v1/cameras", "get", "all cameras", kJson, 200, false},
-        {"/api/v1/plans", "get", "plans of sequences, and what is wrong with them", kJson, 200,
-         false},
-        {"/api/v1/plans/{plan}", "get", "one as it is written", kYaml, 200, false},
-        {"/api/v1/plans/{plan}", "put", "check it, and store it unless ?check=yes", kJson, 200,
-         false},
-        {"/api/v1/plans/{plan}", "delete", "remove it; its frames stay", kJson, 200, false},
-        {"/api/v1/plans/{plan}/report", "get", "what has become of it; in ?folder=FOLDER", kJson,
-         200, false},
-        {"/api/v1/session", "post", "trades the token for a cookie", kJson, 200, false},
-        {"{camera}", "get", "one camera: who it is, and how it stands", kJson, 200, false},
-        {"{camera}/properties", "get", "all properties, asked for now", kJson, 200, false},
-        {"{camera}/lease", "get", "who controls the camera", kJson, 200, false},
-        {"{camera}/lease", "post", "take the control", kJson, 200, false},
-        {"{camera}/lease", "delete", "give the control back", kJson, 200, true},
-        {"{camera}/events", "get", "server-sent events", "text/event-stream", 200, false},
-        {"{camera}/live", "get", "a WebSocket with the frames as they come", kJson, 101, false},
-        {"{camera}/sequence", "get", "how it stands; waits with ?wait=SECONDS", kJson, 200, false},
-        {"{camera}/sequence", "post", "begin one, or go on with it", kJson, 202, true},
-        {"{camera}/sequence", "delete", "stop it; behind its frame with ?when=frame", kJson, 200,
-         true},
-        {"{camera}/sequence/report", "get", "what has become of it", kJson, 200, false},
-        {"{camera}/exposures", "get", "the last exposures", kJson, 200, false},
-        {"{camera}/exposures", "post", "start an exposure", kJson, 202, true},
-        {"{camera}/exposures/{exposure}", "get", "how it stands; waits with ?wait=SECONDS", kJson,
-         200, false},
-        {"{camera}/exposures/{exposure}", "delete", "abort it", kJson, 200, true},
-        {"{camera}/exposures/{exposure}/frame.json", "get", "facts of its last frame", kJson, 200,
-         false},
-        {"{camera}/exposures/{exposure}/frame.fits", "get", "its last frame", "application/fits",
-         200, false},
-        {"{camera}/exposures/{exposure}/frame.png", "get", "the same to look at", "image/png", 200,
-         false},
-        {"{camera}/exposures/{exposure}/frame.raw", "get", "pixels, low bytes first",
-         "application/octet-stream", 200, false},
-        {"{camera}/exposures/{exposure}/frames/{number}.fits", "get", "one of its frames",
-         "application/fits", 200, false},
+    static const std::vector<PathParameter>& list = *new std::vector<PathParameter>{
+        {"camera", R"({"type": "integer", "minimum": 0})", "among the server's"},
+        {"exposure", R"({"type": "integer", "minimum": 1})", "its id"},
+        {"number", R"({"type": "integer", "minimum": 1})", "of the frame"},
+        {"format", R"({"enum": ["fits", "png", "raw", "json"]})", "raw: the pixels alone"},
+        {"plan", R"({"type": "string", "pattern": "^[A-Za-z0-9_-][A-Za-z0-9._-]*\\.yaml$"})",
+         "its name"},
+        {"key", R"({"type": "integer", "minimum": 0})", "which of them"},
     };
     return list;
 }
 
-Json parameter(const std::string& name)
+// What the server itself refuses; cameras' failures are in the kit's table.
+struct Refused {
+    int status;
+    const char* kinds;
+};
+constexpr std::array<Refused, 14> kRefused{{{400, "usage"},
+                                            {401, "token"},
+                                            {403, "wrong-origin, wrong-host, plan-hooks"},
+                                            {404, "unknown-..., no-plans"},
+                                            {408, "late"},
+                                            {409, "exposing, sequence, not-ready, too-many"},
+                                            {410, "gone"},
+                                            {411, "length"},
+                                            {413, "too-long"},
+                                            {415, "media-type"},
+                                            {423, "lease-held"},
+                                            {426, "websocket"},
+                                            {500, "server"},
+                                            {503, "ending, watchers"}}};
+
+std::string responseName(int status)
 {
-    return {{"name", name},
-            {"in", "path"},
-            {"required", true},
-            {"schema", {{"type", "integer"}, {"minimum", 0}}}};
+    return "Error" + std::to_string(status);
 }
 
-Json parametersOf(const std::string& path)
+Json reference(const std::string& place, const std::string& name)
+{
+    return {{"$ref", "#/components/" + place + "/" + name}};
+}
+
+// "FrameFacts image/png": JSON of that schema, or a picture.
+Json contentOf(const std::string& words)
+{
+    Json content = Json::object();
+    std::istringstream stream(words);
+    for (std::string word; stream >> word;) {
+        const bool isType = word.find('/') != std::string::npos;
+        const Json text{{"type", "string"}};
+        content[isType ? word : kJson]["schema"] = !isType ? reference("schemas", word)
+                                                   : word.rfind("text/", 0) == 0 ? text
+                                                                                 : Json::object();
+    }
+    return content;
+}
+
+// Whether a body must be there.
+bool isNeeded(const std::string& body)
+{
+    return body.find('/') != std::string::npos || schemas()[body].contains("required");
+}
+
+Json errorResponses()
+{
+    std::map<int, std::string> kinds;
+    const auto add = [&](int status, const std::string& names) {
+        std::string& text = kinds[status];
+        text += (text.empty() ? "" : ", ") + names;
+    };
+    for (const Refused& refused : kRefused) {
+        add(refused.status, refused.kinds);
+    }
+    for (const ErrorRow& row : errorTable()) {
+        if (row.http != 400) add(row.http, row.name);
+    }
+    Json responses;
+    for (const auto& [status, names] : kinds) {
+        responses[responseName(status)] = {{"description", names}, {"content", contentOf("Error")}};
+    }
+    return responses;
+}
+
+Json parametersOf(const std::string& path, const Operation& operation)
 {
     Json parameters = Json::array();
-    const auto has = [&](const std::string& name) {
-        return path.find("{" + name + "}") != std::string::npos;
-    };
-    for (const char* const name : {"camera", "exposure", "number"}) {
-        if (has(name)) parameters.push_back(parameter(name));
+    for (const PathParameter& one : pathParameters()) {
+        if (path.find("{" + std::string(one.name) + "}") == std::string::npos) continue;
+        parameters.push_back({{"name", one.name},
+                              {"in", "path"},
+                              {"required", true},
+                              {"description", one.help},
+                              {"schema", Json::parse(one.schema)}});
     }
-    if (has("plan")) {
-        parameters.push_back(parameter("plan"));
-        parameters.back()["schema"] = {{"type", "string"}, {"pattern", kPlanPattern}};
+    for (const QueryParameter& one : operation.query) {
+        parameters.push_back({{"name", one.name},
+                              {"in", "query"},
+                              {"description", one.help},
+                              {"schema", Json::parse(one.schema)}});
+    }
+    if (operation.isChange) {
+        parameters.push_back({{"name", "X-Lease"},
+                              {"in", "header"},
+                              {"description", "the key of the lease, while it is held"},
+                              {"schema", {{"type", "string"}}}});
     }
     return parameters;
 }
 
-Json content(const std::string& type, const Json& schema)
+std::set<int> refusalsOf(const Route& route, const Operation& operation)
 {
-    return {{"content", {{type, {{"schema", schema}}}}}};
+    std::set<int> statuses(operation.refusals.begin(), operation.refusals.end());
+    statuses.insert({400, 401, 403, 500});
+    if (operation.body != nullptr) statuses.insert({408, 411, 413});
+    const bool isJson =
+        operation.body != nullptr && std::string(operation.body).find('/') == std::string::npos;
+    if (isJson) statuses.insert(415);
+    const bool isForScripts = std::string(route.path).rfind("/api/", 0) == 0;
+    if (!isForScripts && route.isOpen) statuses = {400};
+    return statuses;
 }
 
-Json reference(const std::string& name)
-{
-    return {{"$ref", "#/components/schemas/" + name}};
-}
-
-// Every status that a failure of a camera has, from the kit's table.
-void addErrors(Json* responses)
-{
-    std::set<int> statuses{401, 403, 404, 405, 413, 423};
-    for (const ErrorRow& row : errorTable()) {
-        statuses.insert(row.http);
-    }
-    for (const int status : statuses) {
-        Json response = content(kJson, reference("Error"));
-        std::string text;
-        for (const ErrorRow& row : errorTable()) {
-            if (row.http == status) text += (text.empty() ? "" : ", ") + std::string(row.name);
-        }
-        response["description"] = text.empty() ? "refused" : text;
-        (*responses)[std::to_string(status)] = response;
-    }
-}
-
-Json operationJson(const std::string& summary, const std::string& path, int status,
-                   const Json& good, bool isChange)
+Json operationJson(const Route& route, const std::string& path, const Operation& operation)
 {
     Json json;
-    json["summary"] = summary;
-    json["parameters"] = parametersOf(path);
-    if (isChange) {
-        json["parameters"].push_back(
-            {{"name", "X-Lease"}, {"in", "header"}, {"schema", {{"type", "string"}}}});
+    json["summary"] = operation.summary;
+    if (*operation.more != '\0') json["description"] = operation.more;
+    json["parameters"] = parametersOf(path, operation);
+    if (operation.body != nullptr) {
+        json["requestBody"] = {{"content", contentOf(operation.body)},
+                               {"required", isNeeded(operation.body)}};
     }
-    json["responses"][std::to_string(status)] = good;
-    addErrors(&json["responses"]);
+    for (const int status : operation.statuses) {
+        Json& response = json["responses"][std::to_string(status)];
+        response["description"] = operation.summary;
+        const Json content = contentOf(operation.answer);
+        if (!content.empty()) response["content"] = content;
+    }
+    for (const int status : refusalsOf(route, operation)) {
+        json["responses"][std::to_string(status)] = reference("responses", responseName(status));
+    }
+    if (route.isOpen) json["security"] = Json::array();
     return json;
 }
 
-void addProperty(const Property& property, Json* document)
+std::string smallLetters(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char letter) { return std::tolower(letter); });
+    return text;
+}
+
+// In place of the one path for all properties.
+void addProperty(const Route& route, const Property& property, Json* document)
 {
     const bool isKeyed = property.key != nullptr;
-    const std::string name = property.name;
-    const std::string schema = isKeyed ? name + ".key" : name;
-    const std::string path =
-        std::string(kCamera) + "/properties/" + name + (isKeyed ? ":{number}" : "");
+    const std::string name = property.name, schema = isKeyed ? name + ".key" : name;
+    std::string path = route.path;
+    path.replace(path.find("{property}"), std::string::npos, name + (isKeyed ? ":{key}" : ""));
     (*document)["components"]["schemas"][schema] = schemaOf(property);
-    Json& entry = (*document)["paths"][path];
-    Json good =
-        content(kJson, {{"type", "object"}, {"properties", {{"value", reference(schema)}}}});
-    good["description"] = property.help;
-    if (property.isReadable()) {
-        entry["get"] = operationJson(property.help, path, 200, good, false);
+    const Json value{{"properties", {{"value", reference("schemas", schema)}}}};
+    for (const Operation& operation : route.operations) {
+        const bool isGet = std::string(operation.method) == "GET";
+        if (isGet ? !property.isReadable() : !property.isWritable()) continue;
+        Json json = operationJson(route, path, operation);
+        json["summary"] = (isGet ? "" : "sets: ") + std::string(property.help);
+        const auto narrow = [&](Json& place) {
+            Json& whole = place["content"][kJson]["schema"];
+            whole = {{"allOf", {whole, value}}};
+        };
+        narrow(json["responses"]["200"]);
+        if (!isGet) narrow(json["requestBody"]);
+        (*document)["paths"][path][smallLetters(operation.method)] = json;
     }
-    if (!property.isWritable()) return;
-    entry["put"] = operationJson("set: " + std::string(property.help), path, 200, good, true);
-    entry["put"]["requestBody"] = content(kJson, {{"type", "object"},
-                                                  {"required", {"value"}},
-                                                  {"properties", {{"value", reference(schema)}}}});
 }
 
 } // namespace
 
-Json openApiDocument(const std::string& version)
+Json openApiDocument(const std::string& version, bool needsToken)
 {
     Json document;
     document["openapi"] = "3.1.0";
-    document["info"] = {{"title", "vxcamd"}, {"version", version}};
-    document["components"]["schemas"]["Error"] = {{"type", "object"},
-                                                  {"properties",
-                                                   {{"error",
-                                                     {{"type", "object"},
-                                                      {"required", {"kind", "text"}},
-                                                      {"properties",
-                                                       {{"kind", {{"type", "string"}}},
-                                                        {"text", {{"type", "string"}}},
-                                                        {"code", {{"type", "integer"}}},
-                                                        {"sub_code", {{"type", "integer"}}}}}}}}}};
-    document["components"]["securitySchemes"]["token"] = {{"type", "http"}, {"scheme", "bearer"}};
-    document["security"] = Json::array({Json{{"token", Json::array()}}});
-    for (const Operation& operation : operations()) {
-        std::string path = operation.path;
-        if (path.rfind("{camera}", 0) == 0) path.replace(0, 8, kCamera);
-        Json good = content(operation.type, Json::object());
-        good["description"] = operation.summary;
-        document["paths"][path][operation.method] =
-            operationJson(operation.summary, path, operation.status, good, operation.isChange);
+    document["info"] = {{"title", "vxcamd"}, {"version", version}, {"description", kAbout}};
+    document["components"]["schemas"] = schemas();
+    document["components"]["responses"] = errorResponses();
+    document["components"]["securitySchemes"] = {
+        {"token", {{"type", "http"}, {"scheme", "bearer"}}},
+        {"password", {{"type", "http"}, {"scheme", "basic"}}},
+        {"cookie", {{"type", "apiKey"}, {"in", "cookie"}, {"name", "vxcamd"}}}};
+    document["security"] = Json::array();
+    for (const char* const scheme : {"token", "password", "cookie"}) {
+        if (needsToken) document["security"].push_back({{scheme, Json::array()}});
     }
-    document["paths"]["/api/v1/plans/{plan}"]["put"]["requestBody"] =
-        content(kYaml, {{"type", "string"}});
-    document["paths"][kCamera + std::string("/sequence")]["post"]["requestBody"] = content(
-        kJson,
-        {{"type", "object"},
-         {"required", {"plan"}},
-         {"properties", {{"plan", {{"type", "string"}}}, {"folder", {{"type", "string"}}}}}});
-    for (const Property& property : properties()) {
-        addProperty(property, &document);
+    for (const Route& route : routes()) {
+        if (std::string(route.path) == kPropertyPath) {
+            for (const Property& property : properties()) {
+                addProperty(route, property, &document);
+            }
+            continue;
+        }
+        for (const Operation& operation : route.operations) {
+            document["paths"][route.path][smallLetters(operation.method)] =
+                operationJson(route, route.path, operation);
+        }
     }
     return document;
 }

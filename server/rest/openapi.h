@@ -8,9 +8,9 @@
 
 namespace vxcam {
 
-// An OpenAPI 3.1 document: every path and method, and each property of the table with the schema of
-// its values.
-Json openApiDocument(const std::string& version);
+// An OpenAPI 3.1 document: every route with its parameters, bodies and answers, and each property
+// of the table with the schema of its values.
+Json openApiDocument(const std::string& version, bool needsToken);
 
 } // namespace vxcam
 

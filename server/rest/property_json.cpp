@@ -54,9 +54,10 @@ Json fieldSchema(const Field& field)
     case FieldKind::Choice:
         schema["type"] = "string";
         break;
+    case FieldKind::Bytes:
+        return {{"type", {"string", "null"}}, {"description", "0x...; null: none are there"}};
     case FieldKind::Hex:
     case FieldKind::Text:
-    case FieldKind::Bytes:
         return {{"type", {"string", "integer"}}};
     }
     if (isNumber(field.kind) && !rangeText(field).empty()) {

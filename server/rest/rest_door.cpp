@@ -5,6 +5,7 @@
 #include "rest/property_json.h"
 #include "rest/rest_exposures.h"
 #include "rest/rest_sequences.h"
+#include "rest/routes.h"
 
 #include <algorithm>
 #include <charconv>
@@ -60,9 +61,8 @@ Json cameraJson(SharedCamera& camera)
 }
 
 // All that is listed and can be read, asked for now.
-HttpResponse answerProperties(const HttpRequest& request, SharedCamera& camera)
+HttpResponse answerProperties(SharedCamera& camera)
 {
-    requirePlain(request, "GET");
     const std::shared_ptr<Camera> open = camera.camera();
     Json json = Json::object();
     for (const Property& property : properties()) {
@@ -81,7 +81,6 @@ HttpResponse answerProperties(const HttpRequest& request, SharedCamera& camera)
 HttpResponse answerProperty(const HttpRequest& request, SharedCamera& camera,
                             const std::string& text)
 {
-    requirePlain(request, "GET, PUT");
     const PropertyName name = [&] {
         try {
             return findProperty(text);
@@ -104,7 +103,6 @@ HttpResponse answerProperty(const HttpRequest& request, SharedCamera& camera,
 
 HttpResponse answerLease(const HttpRequest& request, SharedCamera& camera)
 {
-    requirePlain(request, "GET, POST, DELETE");
     Lease& lease = camera.lease();
     const std::string key = leaseKeyOf(request);
     if (request.method == "DELETE") lease.giveBack(key);
@@ -129,7 +127,6 @@ HttpResponse answerLease(const HttpRequest& request, SharedCamera& camera)
 // Server-sent events.
 HttpResponse answerEvents(const HttpRequest& request, SharedCamera& camera)
 {
-    requireMethod(request, "GET");
     uint64_t last = camera.events().last();
     const std::string* const header = request.header("Last-Event-ID");
     std::optional<std::string> since = queryValue(request, "since");
@@ -166,21 +163,6 @@ HttpResponse answerEvents(const HttpRequest& request, SharedCamera& camera)
 
 } // namespace
 
-void requireMethod(const HttpRequest& request, const std::string& allowed)
-{
-    for (size_t begin = 0; begin < allowed.size(); begin += 2) {
-        const size_t end = std::min(allowed.find(", ", begin), allowed.size());
-        if (request.method == allowed.substr(begin, end - begin)) return;
-        begin = end;
-    }
-    throw Refusal(405, "wrong-method", "this takes only " + allowed, {{"Allow", allowed}});
-}
-
-void refusePath(const std::string& path)
-{
-    throw Refusal(404, "unknown-path", "there is nothing at " + path);
-}
-
 std::string leaseKeyOf(const HttpRequest& request)
 {
     const std::string* const key = request.header("X-Lease");
@@ -189,13 +171,10 @@ std::string leaseKeyOf(const HttpRequest& request)
 
 std::optional<std::string> queryValue(const HttpRequest& request, const std::string& name)
 {
-    std::optional<std::string> found;
     for (const auto& [key, value] : parsedForm(request.query)) {
-        if (key != name) throw Error(ErrorKind::Usage, "'" + key + "' is unknown in this query");
-        if (found) throw Error(ErrorKind::Usage, "'" + key + "' is there twice");
-        found = value;
+        if (key == name) return value;
     }
-    return found;
+    return {};
 }
 
 std::chrono::milliseconds waitOf(const HttpRequest& request)
@@ -212,12 +191,6 @@ std::chrono::milliseconds waitOf(const HttpRequest& request)
     return std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
-void requirePlain(const HttpRequest& request, const std::string& allowed)
-{
-    requireMethod(request, allowed);
-    queryValue(request, "");
-}
-
 SharedCamera& RestDoor::cameraOf(const std::vector<std::string>& parts) const
 {
     constexpr size_t kPlace = 3;
@@ -232,29 +205,16 @@ HttpResponse RestDoor::answerCamera(const HttpRequest& request, SharedCamera& ca
                                     const std::vector<std::string>& rest) const
 {
     camera.lease().renew(leaseKeyOf(request));
-    if (rest.empty()) {
-        requirePlain(request, "GET");
-        return jsonAnswer(cameraJson(camera));
-    }
-    const bool isAlone = rest.size() == 1;
-    if (rest[0] == "properties" && isAlone) return answerProperties(request, camera);
-    if (rest[0] == "properties" && rest.size() == 2) {
-        return answerProperty(request, camera, rest[1]);
-    }
-    if (rest[0] == "exposures") {
-        return answerExposures(request, camera, {rest.begin() + 1, rest.end()}, version_);
-    }
-    if (rest[0] == "sequence") {
-        return answerSequence(request, plans_, camera, {rest.begin() + 1, rest.end()}, version_);
-    }
-    if (rest[0] == "lease" && isAlone) return answerLease(request, camera);
-    if (rest[0] == "events" && isAlone) return answerEvents(request, camera);
-    if (rest[0] == "live" && isAlone) {
-        requireMethod(request, "GET");
-        throw Refusal(426, "websocket", "frames come here by a WebSocket alone",
-                      {{"Upgrade", "websocket"}});
-    }
-    refusePath(request.path);
+    if (rest.empty()) return jsonAnswer(cameraJson(camera));
+    if (rest[0] == "properties" && rest.size() == 1) return answerProperties(camera);
+    if (rest[0] == "properties") return answerProperty(request, camera, rest[1]);
+    const std::vector<std::string> behind(rest.begin() + 1, rest.end());
+    if (rest[0] == "exposures") return answerExposures(request, camera, behind, version_);
+    if (rest[0] == "sequence") return answerSequence(request, plans_, camera, behind, version_);
+    if (rest[0] == "lease") return answerLease(request, camera);
+    if (rest[0] == "events") return answerEvents(request, camera);
+    throw Refusal(426, "websocket", "frames come here by a WebSocket alone",
+                  {{"Upgrade", "websocket"}});
 }
 
 bool RestDoor::isMine(const std::string& path)
@@ -265,39 +225,40 @@ bool RestDoor::isMine(const std::string& path)
            parts[2] == "openapi.json";
 }
 
+// Made once: it takes longer than anything else that is asked for.
+HttpResponse RestDoor::answerDocument() const
+{
+    std::call_once(documentMade_,
+                   [this] { document_ = jsonAnswer(openApiDocument(version_, needsToken_)); });
+    return document_;
+}
+
 HttpResponse RestDoor::answer(const HttpRequest& request) const
 {
+    requireRoute(request);
     const std::vector<std::string> parts = pathParts(request.path); // api, v1, ...
-    const std::string what = parts.size() > 2 ? parts[2] : "";
+    const std::string& what = parts[2];
     constexpr size_t kCameraParts = 4;
-    if (what == "cameras" && parts.size() >= kCameraParts && !parts[3].empty()) {
+    if (what == "cameras" && parts.size() >= kCameraParts) {
         return answerCamera(request, cameraOf(parts), {parts.begin() + kCameraParts, parts.end()});
     }
     if (what == "plans") {
         return answerPlans(request, plans_, cameras_, {parts.begin() + 3, parts.end()});
     }
-    if (parts.size() != 3) refusePath(request.path);
+    Json json = Json::array();
     if (what == "cameras") {
-        requirePlain(request, "GET");
-        Json json = Json::array();
         for (const auto& camera : cameras_) {
             json.push_back(cameraJson(*camera));
         }
         return jsonAnswer({{"cameras", json}, {"server", version_}});
     }
     if (what == "properties") {
-        requirePlain(request, "GET");
-        Json json = Json::array();
         for (const Property& property : properties()) {
             json.push_back(propertyJson(property));
         }
         return jsonAnswer({{"properties", json}});
     }
-    if (what == "openapi.json") {
-        requirePlain(request, "GET");
-        return jsonAnswer(openApiDocument(version_));
-    }
-    refusePath(request.path);
+    return answerDocument();
 }
 
 } // namespace vxcam

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,8 +21,8 @@ using Cameras = std::vector<std::unique_ptr<SharedCamera>>;
 class RestDoor
 {
 public:
-    RestDoor(const Cameras& cameras, PlanFolder* plans, std::string version)
-        : cameras_(cameras), plans_(plans), version_(std::move(version))
+    RestDoor(const Cameras& cameras, PlanFolder* plans, std::string version, bool needsToken)
+        : cameras_(cameras), plans_(plans), version_(std::move(version)), needsToken_(needsToken)
     {}
 
     // Whether that path is one of this door's.
@@ -36,20 +37,19 @@ public:
 private:
     HttpResponse answerCamera(const HttpRequest& request, SharedCamera& camera,
                               const std::vector<std::string>& rest) const;
+    HttpResponse answerDocument() const;
 
     const Cameras& cameras_;
     PlanFolder* const plans_;
     const std::string version_;
+    const bool needsToken_;
+    mutable std::once_flag documentMade_;
+    mutable HttpResponse document_;
 };
 
-// Throws Refusal{405} for a method that is not among them ("GET, PUT").
-void requireMethod(const HttpRequest& request, const std::string& allowed);
-// The same where no query is; throws Error{Usage} for one.
-void requirePlain(const HttpRequest& request, const std::string& allowed);
-[[noreturn]] void refusePath(const std::string& path);
 // The key of the lease that came with it; empty when none did.
 std::string leaseKeyOf(const HttpRequest& request);
-// Of the only parameter that the query may have. Throws Error{Usage} for any other.
+// Of a parameter of the query; nothing when it is not there.
 std::optional<std::string> queryValue(const HttpRequest& request, const std::string& name);
 // As long as "?wait=SECONDS" says; 0 when it is not there. Throws Error{Usage}.
 std::chrono::milliseconds waitOf(const HttpRequest& request);

@@ -4,6 +4,7 @@
 #include "rest/json_answer.h"
 #include "rest/plan_json.h"
 #include "rest/rest_door.h"
+#include "rest/routes.h"
 
 #include <vxcamkit/fits.h>
 #include <vxcamkit/preview.h>
@@ -137,12 +138,8 @@ HttpResponse answerFrames(const HttpRequest& request, const Exposure& exposure,
     const bool isOne = rest.size() == 2 && rest[0] == "frames";
     const int number = isOne ? numberOf<int>(stem).value_or(0) : 0;
     if (!isKnown || (!isLast && number < 1)) {
-        throw Refusal(404, "unknown-path",
-                      "there is nothing at " + request.path +
-                          "; frames are frame.FORMAT, the last one, and frames/NUMBER.FORMAT, from "
-                          "1; formats are fits, png, raw and json");
+        refusePath(request.path);
     }
-    requireMethod(request, "GET");
     if (isLast && !exposure.frames.empty()) {
         return answerFrame(request, exposure.frames.back(), format, version);
     }
@@ -196,7 +193,6 @@ HttpResponse answerExposures(const HttpRequest& request, SharedCamera& camera,
                              const std::vector<std::string>& rest, const std::string& version)
 {
     if (rest.empty()) {
-        requirePlain(request, "GET, POST");
         if (request.method == "POST") return start(request, camera);
         Json list = Json::array();
         for (const Exposure& exposure : camera.exposures().all()) {
@@ -212,7 +208,6 @@ HttpResponse answerExposures(const HttpRequest& request, SharedCamera& camera,
     if (rest.size() > 1) {
         return answerFrames(request, *exposure, {rest.begin() + 1, rest.end()}, version);
     }
-    requireMethod(request, "GET, DELETE");
     if (request.method == "DELETE") {
         camera.lease().require(leaseKeyOf(request));
         camera.exposures().abort(*id);

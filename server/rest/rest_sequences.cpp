@@ -35,9 +35,8 @@ HttpResponse textAnswer(const std::string& text)
     return response;
 }
 
-HttpResponse answerList(const HttpRequest& request, const PlanFolder& plans)
+HttpResponse answerList(const PlanFolder& plans)
 {
-    requirePlain(request, "GET");
     Json list = Json::array();
     for (const std::string& name : plans.names()) {
         list.push_back(planFactsJson(plans, name));
@@ -100,17 +99,13 @@ HttpResponse answerPlans(const HttpRequest& request, PlanFolder* folder,
                          const std::vector<std::string>& rest)
 {
     PlanFolder& plans = requirePlans(folder);
-    if (rest.empty()) return answerList(request, plans);
+    if (rest.empty()) return answerList(plans);
     const std::string& name = rest[0];
     if (rest.size() == 2 && rest[1] == "report") {
-        requireMethod(request, "GET");
         const std::string place = queryValue(request, "folder").value_or("");
         return answerReport(plans, plans.plan(name, place), name);
     }
-    if (rest.size() > 1) refusePath(request.path);
-    requireMethod(request, "GET, PUT, DELETE");
     if (request.method == "PUT") return put(request, plans, cameras, name);
-    queryValue(request, "");
     if (request.method == "GET") return textAnswer(plans.text(name));
     requireIdle(cameras, name);
     plans.remove(name);
@@ -120,25 +115,19 @@ HttpResponse answerPlans(const HttpRequest& request, PlanFolder* folder,
 HttpResponse answerSequence(const HttpRequest& request, PlanFolder* plans, SharedCamera& camera,
                             const std::vector<std::string>& rest, const std::string& version)
 {
-    const bool isReport = rest.size() == 1 && rest[0] == "report";
-    if (!isReport && !rest.empty()) refusePath(request.path);
-    requireMethod(request, isReport ? "GET" : "GET, POST, DELETE");
+    const bool isReport = !rest.empty();
     if (request.method == "GET" && !isReport && plans == nullptr) {
         return jsonAnswer({{"state", "none"}, {"over", true}, {"available", false}});
     }
     requirePlans(plans);
     if (isReport) {
-        queryValue(request, "");
         const SequenceStatus status = camera.sequences().status();
         if (status.state == SequenceState::None) {
             throw Refusal(404, "unknown-sequence", "this camera has had no sequence yet");
         }
         return answerReport(*plans, status.order.plan, status.order.name);
     }
-    if (request.method == "POST") {
-        queryValue(request, "");
-        return start(request, *plans, camera, version);
-    }
+    if (request.method == "POST") return start(request, *plans, camera, version);
     if (request.method == "DELETE") return stop(request, camera);
     const std::chrono::milliseconds most = waitOf(request);
     const auto begun = std::chrono::steady_clock::now();
