@@ -16,11 +16,7 @@ namespace vxcam {
 
 namespace {
 
-constexpr const char* kExamples =
-    "Examples:\n"
-    "  vxcamd sim                          a simulated camera, at http://127.0.0.1:8080\n"
-    "  vxcamd 192.168.1.20:2000 serial:17  two cameras\n"
-    "  vxcamd serial:17 --listen 0.0.0.0:8080 --token-file /etc/vxcamd.token\n";
+constexpr const char* kAbout = "vxcamd - shares cameras: REST, live frames, Alpaca, metrics";
 
 int portOf(const std::string& text)
 {
@@ -135,7 +131,7 @@ void declare(CLI::App* app, Words* words, ServerOptions* options)
                   "show the library's own error log on standard error, too");
     declareAlpaca(app, words, options);
     app->set_version_flag("--version", "vxcamd " VXCAM_VERSION);
-    app->footer(kExamples);
+    app->footer(std::string("Examples:\n") + kServerExamples);
 }
 
 void requireSafe(const ServerOptions& options)
@@ -152,11 +148,26 @@ bool ServerOptions::isLoopback() const
     return web.address.rfind("127.", 0) == 0 || web.address == "[::1]";
 }
 
+std::vector<OptionFacts> optionFacts()
+{
+    ServerOptions options;
+    Words words;
+    CLI::App app(kAbout, "vxcamd");
+    declare(&app, &words, &options);
+    std::vector<OptionFacts> all;
+    for (const CLI::Option* const option : app.get_options()) {
+        all.push_back({option->get_name(true, true),
+                       option->get_type_size() > 0 ? option->get_type_name() : "",
+                       option->get_description(), option->get_default_str()});
+    }
+    return all;
+}
+
 std::optional<ServerOptions> parsedOptions(std::vector<std::string> arguments)
 {
     ServerOptions options;
     Words words;
-    CLI::App app("vxcamd - shares cameras: REST, live frames, Alpaca, metrics", "vxcamd");
+    CLI::App app(kAbout, "vxcamd");
     declare(&app, &words, &options);
     std::reverse(arguments.begin(), arguments.end());
     try {

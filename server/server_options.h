@@ -26,13 +26,24 @@ struct ServerOptions {
     bool runsHooks = false;       // commands in plans
     bool finishes = false;        // exposures that run at the end, instead of aborting them
     bool opensBrowser = false;
-    bool isVerbose = false; // the library's own errors on standard error, too
+    bool isVerbose = false;                       // the library's own errors on standard error, too
     bool hasAlpaca = false, isAlpacaOpen = false; // open: without the token
     AlpacaOptions alpaca;
     int discoveryPort = DiscoveryAnswer::kUsualPort; // 0: no discovery
 
     bool isLoopback() const; // of the address
 };
+
+inline constexpr const char* kServerExamples =
+    "  vxcamd sim                          a simulated camera, at http://127.0.0.1:8080\n"
+    "  vxcamd 192.168.1.20:2000 serial:17  two cameras\n"
+    "  vxcamd serial:17 --listen 0.0.0.0:8080 --token-file /etc/vxcamd.token\n";
+
+// Of an option, as the help has it.
+struct OptionFacts {
+    std::string names, kind, help, usual;
+};
+std::vector<OptionFacts> optionFacts();
 
 // Nothing when only help or the version was asked for, which is printed then. Throws Error{Usage}.
 std::optional<ServerOptions> parsedOptions(std::vector<std::string> arguments);

@@ -3,6 +3,7 @@
 import base64
 import json
 import os
+import re
 import select
 import signal
 import socket
@@ -16,6 +17,7 @@ from server_support import (PATIENCE, SERVER, Process, Server, Simulator, WebSoc
 CAMERA = "/api/v1/cameras/0"
 TOKEN = "correct-horse-battery-staple"
 SIM = "sim?sensor=64x48"
+PAGES = os.environ.get("VXCAMD_PAGES")  # folder of the manual page, where it is made
 VXCAM = os.environ.get("VXCAM")  # the command line, where it is built
 
 
@@ -146,6 +148,24 @@ class CommandLine(WithServer):
     def test_help_and_version_are_printed(self):
         self.assertIn("--token-file", run("--help").stdout)
         self.assertRegex(run("--version").stdout, r"^vxcamd \d+\.\d+\.\d+\n$")
+
+    @unittest.skipUnless(PAGES, "which pages are meant is not said")
+    def test_the_manual_page_and_the_completion_know_every_option(self):
+        options = set(re.findall(r"^  (?:-\w,)?(--[a-z-]+)", run("--help").stdout, re.M))
+        self.assertGreater(len(options), 15)
+        page = os.path.join(PAGES, "vxcamd.1")
+        told = subprocess.run(["groff", "-man", "-ww", "-b", "-z", page], capture_output=True, text=True, check=True)
+        self.assertEqual(told.stderr, "")
+        told = subprocess.run(["groff", "-man", "-Tascii", "-P-c", "-P-b", "-P-u", "-P-o", page],
+                              capture_output=True, text=True, check=True).stdout
+        for part in ("shares cameras", "127.0.0.1:8080", "EXIT STATUS", "vxcamd sim", *options):
+            self.assertIn(part, told)
+        script = 'source "$0"; COMPREPLY=(); _vxcamd vxcamd "$1" "$2"; printf "%s\\n" "${COMPREPLY[@]}"'
+        offers = lambda *words: subprocess.run(
+            ["bash", "--norc", "-c", script, os.path.join(PAGES, "vxcamd.bash"), *words],
+            capture_output=True, text=True, check=True).stdout.split()
+        self.assertEqual(set(offers("--", "vxcamd")), options)
+        self.assertEqual(offers("a", "--at-end"), ["abort"])
 
 
 class Ending(WithServer):
