@@ -12,6 +12,7 @@ VX_PAGE_FILE(pageIndex, "index.html")
 VX_PAGE_FILE(pageStyle, "style.css")
 VX_PAGE_FILE(pageMain, "page.js")
 VX_PAGE_FILE(pageServer, "server.js")
+VX_PAGE_FILE(pageCameras, "cameras.js")
 VX_PAGE_FILE(pageSequences, "sequences.js")
 VX_PAGE_FILE(pageFigures, "figures.js")
 VX_PAGE_FILE(pageGraphs, "graphs.js")
@@ -49,6 +50,7 @@ const PageFile kFiles[] = {
     {"/style.css", kStyle, pageStyleBegin, pageStyleEnd},
     {"/page.js", kScript, pageMainBegin, pageMainEnd},
     {"/server.js", kScript, pageServerBegin, pageServerEnd},
+    {"/cameras.js", kScript, pageCamerasBegin, pageCamerasEnd},
     {"/sequences.js", kScript, pageSequencesBegin, pageSequencesEnd},
     {"/figures.js", kScript, pageFiguresBegin, pageFiguresEnd},
     {"/graphs.js", kScript, pageGraphsBegin, pageGraphsEnd},

@@ -1,4 +1,5 @@
-import {ask, askForPart, camera, cameraPath, giveLease, hasLease, takeLease, watch} from './server.js';
+import {ask, askForPart, camera, cameraPath, giveLease, hasLease, number, takeLease, watch} from './server.js';
+import {isOneOfSeveral, showCameras, showOne} from './cameras.js';
 import {exactFigures, figuresOf, stretchOf} from './figures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
 import {PartAsked, pixelOf, wholeOf} from './part.js';
@@ -268,7 +269,7 @@ function showCamera() {
   at('lease').textContent = !lease.held ? 'free for all' : hasLease() ? 'you control' : `${lease.holder} controls`;
   at('control').textContent = hasLease() ? 'Give back' : lease.held ? 'Take over' : 'Take control';
   at('temperature').textContent = temperatureText('');
-  document.title = `${at('camera').textContent} - vxcamd`;
+  document.title = `${isOneOfSeveral() ? `${number} ` : ''}${at('camera').textContent} - vxcamd`;
 }
 
 let notice = null; // beside the state until the next command, or until what runs has ended: text, isWrong
@@ -308,11 +309,13 @@ async function look() {
     cameraFacts = await camera('GET');
     isServerThere = true;
     showCamera();
+    showOne(cameraFacts);
     const id = cameraFacts.exposure ?? exposure?.id;
     if (id) exposure = await camera('GET', `/exposures/${id}`).catch(() => null);
     showExposure();
   } catch (error) {
     if (error.kind === 'token') at('login').open || at('login').showModal();
+    else if (error.kind === 'unknown-camera') showCameras();
     else isServerThere = false;
   }
   showCut();
@@ -452,6 +455,7 @@ at('login').onclose = () => doing(async () => {
 
 document.addEventListener('keydown', event => {
   if (event.target.matches('input, select') || event.ctrlKey || event.metaKey) return;
+  if (document.body.matches('.unknown')) return;
   if (event.key === 'Enter' && !event.repeat && !event.target.closest('button, a, summary')) at('start').click();
   const keys = {l: 'live', Escape: 'stop', f: 'fit', 1: 'one', n: 'mode', x: 'leave'};
   if (keys[event.key]) at(keys[event.key]).click();
@@ -521,7 +525,7 @@ at('image').onwheel = event => {
 
 // ---- Start
 
-watch({onFrame, onEvent, onLink: isThere => {
+function onLink(isThere) {
   isServerThere = isThere;
   showCut();
   part.forget();
@@ -529,6 +533,11 @@ watch({onFrame, onEvent, onLink: isThere => {
   if (!isThere) return;
   showCooler().catch(() => {});
   showPlans().then(onSequence);
-}});
-setInterval(() => exposure && !exposure.over ? refresh() : showTruth(), 250);
-setInterval(refresh, 2000);
+}
+
+setInterval(showCameras, 2000);
+if (await showCameras()) {
+  watch({onFrame, onEvent, onLink});
+  setInterval(() => exposure && !exposure.over ? refresh() : showTruth(), 250);
+  setInterval(refresh, 2000);
+}

@@ -1,14 +1,15 @@
 // What the server offers: requests, the lease, and frames as they come.
 
-const number = new URLSearchParams(location.search).get('camera') ?? '0';
-export const cameraPath = `/api/v1/cameras/${number}`;
-let leaseKey = sessionStorage.getItem('lease') ?? '';
+export const number = new URLSearchParams(location.search).get('camera') || '0';
+export const cameraPath = `/api/v1/cameras/${encodeURIComponent(number)}`;
+const kLease = `lease of ${number}`; // where its key is kept
+let leaseKey = sessionStorage.getItem(kLease) ?? '';
 
 export const hasLease = () => leaseKey !== '';
 
 function keep(key) {
   leaseKey = key;
-  sessionStorage.setItem('lease', key);
+  sessionStorage.setItem(kLease, key);
 }
 
 // Throws an Error with the server's sentence, and what else it told: `kind` is its word for it.

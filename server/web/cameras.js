@@ -1,0 +1,70 @@
+// The cameras of the server: how they stand, and links from one to another.
+import {ask, number} from './server.js';
+
+const at = id => document.getElementById(id);
+let cameras = []; // as the server told last
+
+function stateOf({open, link, sequence, exposure}) {
+  if (!link) return open ? 'link lost' : 'not there';
+  return sequence ? 'sequence' : exposure ? 'exposing' : 'idle';
+}
+
+export const isOneOfSeveral = () => cameras.length > 1;
+
+function linkTo({id}) {
+  const words = new URLSearchParams(location.search);
+  words.set('camera', id);
+  const link = document.createElement('a');
+  link.href = `?${words}`;
+  link.append(...['id', 'name', 'state'].map(part => {
+    const text = document.createElement('span');
+    text.className = part;
+    return text;
+  }));
+  if (String(id) === number) link.setAttribute('aria-current', 'page');
+  return link;
+}
+
+function show(link, facts, was) {
+  const {id, name, target, address, serial} = facts;
+  const texts = [id, name || target, was + stateOf(facts)];
+  texts.forEach((text, part) => { link.children[part].textContent = text; });
+  link.lastChild.classList.toggle('bad', !facts.link);
+  link.title = [target, address !== target && address, serial && `serial ${serial}`].filter(Boolean).join(', ');
+}
+
+// Links stay as long as the cameras do, with the focus that one may have.
+function showAll(place, was = '') {
+  const isSame = place.children.length === cameras.length &&
+      cameras.every(({id}, i) => place.children[i].firstChild.textContent === String(id));
+  if (!isSame) place.replaceChildren(...cameras.map(linkTo));
+  cameras.forEach((facts, i) => show(place.children[i], facts, was));
+}
+
+// What was asked for newly of one of them.
+export function showOne(facts) {
+  cameras = cameras.map(each => each.id === facts.id ? facts : each);
+  showAll(at('cameras'));
+}
+
+// Asks for all. False: that of the page is none of them, which it says then, until it is.
+export async function showCameras() {
+  try {
+    ({cameras} = await ask('GET', '/api/v1/cameras'));
+  } catch {
+    showAll(at('cameras'), 'was ');
+    return true; // what is wrong is told for this page's camera
+  }
+  showAll(at('cameras'));
+  const isThere = cameras.some(({id}) => String(id) === number);
+  const wasThere = at('unknown').hidden;
+  if (isThere && !wasThere) location.reload();
+  at('cameras').hidden = !isOneOfSeveral() || !isThere;
+  at('unknown').hidden = isThere;
+  document.body.classList.toggle('unknown', !isThere);
+  if (isThere) return true;
+  at('no-camera').textContent = `no such camera: ${number}`;
+  document.title = 'no such camera - vxcamd';
+  showAll(at('offered'));
+  return false;
+}
