@@ -15,8 +15,10 @@ VX_PAGE_FILE(pageServer, "server.js")
 VX_PAGE_FILE(pageCameras, "cameras.js")
 VX_PAGE_FILE(pageSequences, "sequences.js")
 VX_PAGE_FILE(pageFigures, "figures.js")
+VX_PAGE_FILE(pageGestures, "gestures.js")
 VX_PAGE_FILE(pageGraphs, "graphs.js")
 VX_PAGE_FILE(pageGraphics, "graphics_painter.js")
+VX_PAGE_FILE(pageMeasure, "measure.js")
 VX_PAGE_FILE(pagePart, "part.js")
 VX_PAGE_FILE(pageProperties, "properties.js")
 VX_PAGE_FILE(pageSoftware, "software_painter.js")
@@ -53,8 +55,10 @@ const PageFile kFiles[] = {
     {"/cameras.js", kScript, pageCamerasBegin, pageCamerasEnd},
     {"/sequences.js", kScript, pageSequencesBegin, pageSequencesEnd},
     {"/figures.js", kScript, pageFiguresBegin, pageFiguresEnd},
+    {"/gestures.js", kScript, pageGesturesBegin, pageGesturesEnd},
     {"/graphs.js", kScript, pageGraphsBegin, pageGraphsEnd},
     {"/graphics_painter.js", kScript, pageGraphicsBegin, pageGraphicsEnd},
+    {"/measure.js", kScript, pageMeasureBegin, pageMeasureEnd},
     {"/part.js", kScript, pagePartBegin, pagePartEnd},
     {"/properties.js", kScript, pagePropertiesBegin, pagePropertiesEnd},
     {"/software_painter.js", kScript, pageSoftwareBegin, pageSoftwareEnd},

@@ -25,20 +25,20 @@ function linkTo({id}) {
   return link;
 }
 
-function show(link, facts, was) {
+function show(link, facts, state) {
   const {id, name, target, address, serial} = facts;
-  const texts = [id, name || target, was + stateOf(facts)];
+  const texts = [id, name || target, state];
   texts.forEach((text, part) => { link.children[part].textContent = text; });
-  link.lastChild.classList.toggle('bad', !facts.link);
+  link.lastChild.classList.toggle('bad', state !== 'not known' && !facts.link);
   link.title = [target, address !== target && address, serial && `serial ${serial}`].filter(Boolean).join(', ');
 }
 
 // Links stay as long as the cameras do, with the focus that one may have.
-function showAll(place, was = '') {
+function showAll(place, tell = stateOf) {
   const isSame = place.children.length === cameras.length &&
       cameras.every(({id}, i) => place.children[i].firstChild.textContent === String(id));
   if (!isSame) place.replaceChildren(...cameras.map(linkTo));
-  cameras.forEach((facts, i) => show(place.children[i], facts, was));
+  cameras.forEach((facts, i) => show(place.children[i], facts, tell(facts)));
 }
 
 // What was asked for newly of one of them.
@@ -52,7 +52,7 @@ export async function showCameras() {
   try {
     ({cameras} = await ask('GET', '/api/v1/cameras'));
   } catch {
-    showAll(at('cameras'), 'was ');
+    showAll(at('cameras'), () => 'not known');
     return true; // what is wrong is told for this page's camera
   }
   showAll(at('cameras'));

@@ -1,7 +1,9 @@
 import {ask, askForPart, camera, cameraPath, giveLease, hasLease, number, takeLease, watch} from './server.js';
 import {isOneOfSeveral, showCameras, showOne} from './cameras.js';
 import {exactFigures, figuresOf, stretchOf} from './figures.js';
+import {Gestures} from './gestures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
+import {figuresIn, regionOf} from './measure.js';
 import {PartAsked, pixelOf, wholeOf} from './part.js';
 import {showProperties} from './properties.js';
 import {onSequence, showPlans} from './sequences.js';
@@ -14,7 +16,7 @@ const arrays = {8: Uint8Array, 16: Uint16Array, 32: Uint32Array};
 const temperatures = [[], [], []]; // when, of the sensor, and what it is to be
 const recent = [];      // [time, bytes] of the last seconds' frames
 const totals = {complete: 0, incomplete: 0, missed: 0};
-let cameraFacts = null, exposure = null, area = null, isServerThere = false;
+let cameraFacts = null, exposure = null, isServerThere = false;
 let newest = null;  // the frame that is drawn: facts, part, pixels, since: when its last packet came,
                     // and figures of it
 let stretch = null; // of it
@@ -45,24 +47,30 @@ function doing(work) {
 
 // ---- Frames
 
-function showFacts({facts, figures}) {
-  const share = Math.round(facts.columns * facts.rows / figures.samples);
-  const rows = [
-    ['size', `${facts.columns} x ${facts.rows}, ${facts.bits} bits`],
-    ['exposure', `${facts.exposure} s, ${facts.type}`],
-    ['middle', `${facts.times.middle.slice(11, 23)} +/- ${(facts.times.uncertainty * 1000).toFixed(1)} ms`],
-    ['values', `${figures.least} to ${figures.most}${share > 1 ? `, of 1 in ${share}` : ''}`],
-    ['median', String(Math.floor(figures.percentile(0.5)))],
-    ['sum', String(facts.sum)],
-    ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packets missing`],
-  ];
-  at('facts').replaceChildren(...rows.flatMap(([name, text]) => {
+// A list of names and texts.
+function showList(place, rows) {
+  place.replaceChildren(...rows.flatMap(([name, text, isWrong]) => {
     const [title, value] = [document.createElement('dt'), document.createElement('dd')];
     title.textContent = name;
     value.textContent = text;
-    if (name === 'pixels' && !facts.complete) value.className = 'wrong';
+    if (isWrong) value.className = 'wrong';
     return [title, value];
   }));
+}
+
+const inAll = share => share > 1 ? `, of 1 in ${share}` : '';
+
+function showFacts({facts, figures}) {
+  const share = Math.round(facts.columns * facts.rows / figures.samples);
+  showList(at('facts'), [
+    ['size', `${facts.columns} x ${facts.rows}, ${facts.bits} bits`],
+    ['exposure', `${facts.exposure} s, ${facts.type}`],
+    ['middle', `${facts.times.middle.slice(11, 23)} +/- ${(facts.times.uncertainty * 1000).toFixed(1)} ms`],
+    ['values', `${figures.least} to ${figures.most}${inAll(share)}`],
+    ['median', String(Math.floor(figures.percentile(0.5)))],
+    ['sum', String(facts.sum)],
+    ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packets missing`, !facts.complete],
+  ]);
 }
 
 // ---- A star
@@ -136,7 +144,50 @@ function showRing() {
   at('ring').setAttribute('r', Math.max(12, 2 * star.radius * scale));
 }
 
-view.onDraw = showRing;
+// ---- A region
+
+let measured = null; // in pixels of the frame
+
+function measure(region) {
+  measured = region;
+  at('region-facts').hidden = !measured;
+  showRegion();
+  showMeasured();
+}
+
+function isMissingIn({row, rows}) {
+  const {missing_rows: missing} = newest.facts;
+  return missing ? missing.some(each => each >= row && each < row + rows) : true; // any may be
+}
+
+function showRegion() {
+  if (!measured || !newest) return;
+  const {column, row, columns, rows} = measured;
+  const figures = figuresIn(newest, measured);
+  const size = ['size', `${columns} x ${rows} at ${column}, ${row}`];
+  showList(at('figures'), !figures ? [size, ['', 'not in this frame', true]] : [
+    size,
+    ['values', `${figures.least} to ${figures.most}${inAll(Math.round(1 / figures.share))}`],
+    ['median', String(figures.median)],
+    ['mean', figures.mean.toFixed(2)],
+    ['deviation', figures.deviation.toFixed(2)],
+    ...(isMissingIn(measured) ? [['', 'rows are missing', true]] : []),
+  ]);
+}
+
+function showMeasured() {
+  at('measured').setAttribute('visibility', measured && newest ? 'visible' : 'hidden');
+  if (!measured || !newest) return;
+  const [scale, left, top] = view.placing().map(part => part / devicePixelRatio);
+  const {column, row, columns, rows} = measured;
+  const sides = {x: left + column * scale, y: top + row * scale, width: columns * scale, height: rows * scale};
+  for (const [side, length] of Object.entries(sides)) at('measured').setAttribute(side, length);
+}
+
+view.onDraw = () => {
+  showRing();
+  showMeasured();
+};
 
 // ---- The newest frame
 
@@ -187,6 +238,7 @@ function showPanel() {
   showHistogram(newest.figures, stretch);
   showFacts(newest);
   showStar();
+  showRegion();
   showTruth();
   at('save').hidden = newest.facts.exposure_id === 0; // of a sequence: it is a file already
   at('save').href = `${cameraPath}/exposures/${newest.facts.exposure_id}/frame.fits`;
@@ -356,7 +408,10 @@ function onEvent(event) {
     cameraFacts.link = false;
     showTruth();
   }
-  if (event.event === 'property') showCooler().catch(() => {});
+  if (event.event === 'property') {
+    showCooler().catch(() => {});
+    showArea().catch(() => {});
+  }
   if (event.event === 'sequence') onSequence();
   if (event.event !== 'frame') {
     tell([event.event, event.name, event.plan, event.state, event.holder, event.file, event.failure, event.text]
@@ -399,9 +454,16 @@ async function stop() {
 async function setArea(wanted) {
   const value = wanted ? [wanted.column, wanted.row, wanted.columns, wanted.rows].join(',') : 'none';
   await camera('PUT', '/properties/area', {value});
-  area = wanted;
-  at('area').textContent = area ? `area ${value}; Shift-click for the whole sensor` :
-      'whole sensor; drag with Shift to draw a region';
+  await showArea();
+}
+
+// What the camera reads, whoever has set it.
+async function showArea() {
+  const [{value, text}, {columns, rows}] =
+      await Promise.all([camera('GET', '/properties/area'), cameraFacts ?? camera('GET')]);
+  const isWhole = !value || (value.columns === columns && value.rows === rows);
+  at('area').textContent = isWhole ? 'whole sensor' : `area ${text}`;
+  at('whole').hidden = isWhole;
 }
 
 let setTo = null; // degrees; null while nothing is cooled
@@ -425,6 +487,7 @@ at('control').onclick = () => doing(async () => {
 at('stretch').onchange = () => newest && showFrame();
 at('fit').onclick = () => view.setZoom(0);
 at('leave').onclick = () => pick(null);
+at('leave-region').onclick = () => measure(null);
 at('one').onclick = () => view.setZoom(1);
 at('target').onchange = () => doing(async () => {
   const value = numberIn('target', 'degrees') ?? null;
@@ -457,8 +520,14 @@ document.addEventListener('keydown', event => {
   if (event.target.matches('input, select') || event.ctrlKey || event.metaKey) return;
   if (document.body.matches('.unknown')) return;
   if (event.key === 'Enter' && !event.repeat && !event.target.closest('button, a, summary')) at('start').click();
-  const keys = {l: 'live', Escape: 'stop', f: 'fit', 1: 'one', n: 'mode', x: 'leave'};
+  if (event.key === 'Escape' && gestures.cancel()) return;
+  const keys = {l: 'live', Escape: 'stop', f: 'fit', 1: 'one', n: 'mode'};
   if (keys[event.key]) at(keys[event.key]).click();
+  tools.find(({value}) => value[0] === event.key)?.click();
+  if (event.key === 'x') {
+    pick(null);
+    measure(null);
+  }
   const moves = {ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1]};
   if (newest && moves[event.key]) view.move(...moves[event.key].map(part => part * 40 / (view.placing()[0])));
   if (newest && (event.key === '+' || event.key === '-')) {
@@ -466,62 +535,34 @@ document.addEventListener('keydown', event => {
   }
 });
 
-// ---- Mouse
-
-let drag = null;
-const clamp = (value, most) => Math.min(Math.max(Math.floor(value), 0), most);
+// ---- Mouse and fingers
 
 // From pixels of the frame to those of the sensor.
-function sensorArea([x0, y0], [x1, y1]) {
+function sensorArea({column, row, columns, rows}) {
   const {facts} = newest;
-  const [left, right] = [Math.min(x0, x1), Math.max(x0, x1)].map(x => clamp(x, facts.columns - 1));
-  const [top, bottom] = [Math.min(y0, y1), Math.max(y0, y1)].map(y => clamp(y, facts.rows - 1));
   const [binX, binY] = facts.binning.map(bin => bin || 1);
-  return {column: facts.area.column + left * binX, row: facts.area.row + top * binY,
-          columns: (right - left + 1) * binX, rows: (bottom - top + 1) * binY};
+  return {column: facts.area.column + column * binX, row: facts.area.row + row * binY,
+          columns: columns * binX, rows: rows * binY};
 }
 
-function drawRegion() {
-  const box = at('image').getBoundingClientRect();
-  const region = at('region');
-  region.setAttribute('visibility', drag?.isRegion ? 'visible' : 'hidden');
-  if (!drag?.isRegion) return;
-  const [a, b] = [drag.from, drag.to];
-  region.setAttribute('x', Math.min(a.clientX, b.clientX) - box.left);
-  region.setAttribute('y', Math.min(a.clientY, b.clientY) - box.top);
-  region.setAttribute('width', Math.abs(a.clientX - b.clientX));
-  region.setAttribute('height', Math.abs(a.clientY - b.clientY));
-}
-
-at('image').onpointerdown = event => {
-  if (!newest) return;
-  drag = {from: event, to: event, isRegion: event.shiftKey};
-  at('image').setPointerCapture(event.pointerId);
-};
-at('image').onpointermove = event => {
-  if (!newest) return;
-  const pixel = pixelOf(newest, ...view.pixelAt(event));
-  at('pixel').textContent = pixel ? `${pixel[0]}, ${pixel[1]}: ${pixel[2]}` : '';
-  if (!drag) return;
-  const [before, now] = [view.pixelAt(drag.to), view.pixelAt(event)];
-  if (!drag.isRegion) view.move(before[0] - now[0], before[1] - now[1]);
-  drag.to = event;
-  drawRegion();
-};
-at('image').onpointerup = event => {
-  const isClick = drag && Math.hypot(event.clientX - drag.from.clientX, event.clientY - drag.from.clientY) < 4;
-  if (isClick && !drag.isRegion) pick(view.pixelAt(event));
-  if (drag?.isRegion) {
-    const region = isClick ? null : sensorArea(view.pixelAt(drag.from), view.pixelAt(event));
-    doing(() => setArea(region));
-  }
-  drag = null;
-  drawRegion();
-};
-at('image').onwheel = event => {
-  event.preventDefault();
-  if (newest) view.setZoom(view.placing()[0] * (event.deltaY < 0 ? 1.25 : 0.8), event);
-};
+const tools = [...at('tools').querySelectorAll('[value]')];
+const gestures = new Gestures(view, at('region'), tools, {
+  onMove: event => {
+    const pixel = newest && pixelOf(newest, ...view.pixelAt(event));
+    at('pixel').textContent = pixel ? `${pixel[0]}, ${pixel[1]}: ${pixel[2]}` : '';
+  },
+  onClick: (event, tool) => {
+    if (tool !== 'area') pick(view.pixelAt(event));
+    else if (event.shiftKey) doing(() => setArea(null));
+  },
+  onBox: (tool, from, to) => {
+    const region = regionOf(newest.facts, view.pixelAt(from), view.pixelAt(to));
+    if (tool === 'measure') return measure(region);
+    gestures.hold('pan'); // the next drag is to change no setting
+    doing(() => setArea(sensorArea(region)));
+  },
+});
+at('whole').onclick = () => doing(() => setArea(null));
 
 // ---- Start
 
@@ -532,6 +573,7 @@ function onLink(isThere) {
   refresh();
   if (!isThere) return;
   showCooler().catch(() => {});
+  showArea().catch(() => {});
   showPlans().then(onSequence);
 }
 

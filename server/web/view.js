@@ -2,6 +2,8 @@
 import {GraphicsPainter} from './graphics_painter.js';
 import {SoftwarePainter} from './software_painter.js';
 
+const within = zoom => Math.min(64, Math.max(1 / 32, zoom));
+
 export class View {
   // `painter`: "graphics" or "software"; else what is faster here.
   constructor(canvas, painter) {
@@ -76,13 +78,18 @@ export class View {
 
   setZoom(zoom, keep) {
     if (!this.frame) return;
-    const spot = keep ? this.pixelAt(keep) : [this.frame.columns / 2, this.frame.rows / 2];
-    this.zoom = zoom === 0 ? 0 : Math.min(64, Math.max(1 / 32, zoom));
-    this.centre = spot;
-    if (keep && zoom !== 0) {
-      const now = this.pixelAt(keep);
-      this.centre = [2 * spot[0] - now[0], 2 * spot[1] - now[1]];
-    }
+    if (keep) return this.hold(this.pixelAt(keep), zoom, keep);
+    this.zoom = zoom === 0 ? 0 : within(zoom);
+    this.centre = [this.frame.columns / 2, this.frame.rows / 2];
+    this.draw();
+  }
+
+  // Shows a pixel of the frame under a place of the page.
+  hold(pixel, zoom, place) {
+    this.zoom = within(zoom);
+    this.centre = pixel;
+    const now = this.pixelAt(place);
+    this.centre = [2 * pixel[0] - now[0], 2 * pixel[1] - now[1]];
     this.draw();
   }
 
