@@ -856,6 +856,8 @@ class Sequences(InBrowser):
         self.assertTrue(self.browser.run("document.getElementById('state').matches('.wrong')"))
         self.browser.until("document.getElementById('image').dataset.frame !== undefined")
         self.assertTrue(self.browser.run("document.getElementById('save').hidden"))
+        self.assertLess(self.browser.run("document.getElementById('halt-after').getBoundingClientRect().bottom"),
+                        self.browser.run("document.querySelector('footer').getBoundingClientRect().top"))
         self.click("halt-after")
         self.reads("doing", "stopped")
         taken = self.server.get(CAMERA + "/sequence").json["taken"]
@@ -929,6 +931,25 @@ class NoPlans(InBrowser):
             self.assertTrue(self.browser.run("document.getElementById('%s').matches(':disabled')" % button))
 
 
+def hidden_of_the_star(browser):
+    """What of the star's panel is not to be seen without scrolling, on each screen; and what scrolls by itself in it."""
+    hidden = {}
+    for width, height in ((1366, 768), (1180, 820), (820, 1180)):
+        browser.call("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1, mobile=False)
+        browser.until("innerWidth === %d && innerHeight === %d" % (width, height))
+        found = browser.run("""new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done))).then(() => {
+          const foot = document.querySelector('footer').getBoundingClientRect().top;
+          const head = document.getElementById('stage').getBoundingClientRect().top;
+          return [...document.querySelectorAll('#start, #live, #star :not(.u-off)')].filter(element => {
+            const {top, bottom} = element.getBoundingClientRect();
+            return top < head || bottom > foot || /auto|scroll/.test(getComputedStyle(element).overflowY);
+          }).map(element => element.id || element.tagName + '.' + element.className);
+        })""")
+        if found:
+            hidden[width, height] = found
+    return hidden
+
+
 class Stars(unittest.TestCase):
     def test_a_star_that_is_clicked_is_followed_until_it_is_left(self):
         camera = Simulator("--seeing", "4", "--heartbeat", "0.1", sensor="320x240")
@@ -954,6 +975,7 @@ class Stars(unittest.TestCase):
         browser.mouse("mousePressed", *spot)
         browser.mouse("mouseReleased", *spot)
         browser.until("!document.getElementById('star').hidden")
+        self.assertEqual(hidden_of_the_star(browser), {})
         told = browser.run(text("width"))
         near = [float(part) for part in re.search(r"at ([\d.]+), ([\d.]+);", told).groups()]
         self.assertLess(math.dist(near, (column, row)), 2)
@@ -1055,7 +1077,9 @@ class Missing(InBrowser):
         red, green, blue = self.pixel(5, 6)
         self.assertGreater(blue, green + 40)
         self.assertIn("incomplete", self.browser.run(text("stale")))
-        self.browser.until(text("facts") + ".includes('1 packets missing')")
+        self.browser.until(text("facts") + ".includes('1 packet missing')")
+        self.assertEqual(self.browser.run(text("save")), "FITS, incomplete")
+        self.assertEqual(self.browser.run("fetch(document.getElementById('save').href).then(answer => answer.status)"), 200)
 
 
 class MissingWithoutGraphics(Missing):

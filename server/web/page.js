@@ -69,7 +69,7 @@ function showFacts({facts, figures}) {
     ['values', `${figures.least} to ${figures.most}${inAll(share)}`],
     ['median', String(Math.floor(figures.percentile(0.5)))],
     ['sum', String(facts.sum)],
-    ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packets missing`, !facts.complete],
+    ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packet${facts.packets_missing === 1 ? '' : 's'} missing`, !facts.complete],
   ]);
 }
 
@@ -240,8 +240,10 @@ function showPanel() {
   showStar();
   showRegion();
   showTruth();
-  at('save').hidden = newest.facts.exposure_id === 0; // of a sequence: it is a file already
-  at('save').href = `${cameraPath}/exposures/${newest.facts.exposure_id}/frame.fits`;
+  const {exposure_id: id, complete} = newest.facts;
+  at('save').hidden = id === 0; // of a sequence: it is a file already
+  at('save').textContent = complete ? 'FITS' : 'FITS, incomplete';
+  at('save').href = `${cameraPath}/exposures/${id}/frame.fits${complete ? '' : '?incomplete=yes'}`;
 }
 
 let arrived = null; // the newest frame that came
@@ -338,6 +340,7 @@ function stateOf({over, state, error, plan, progress}) {
 function showExposure() {
   const isOver = !exposure || exposure.over;
   const plan = cameraFacts?.sequence;
+  document.body.classList.toggle('in-sequence', Boolean(plan));
   at('start').disabled = at('live').disabled = !isOver || Boolean(plan);
   at('stop').disabled = isOver;
   at('start').title = plan ? `the sequence ${plan} runs` : 'Enter';
@@ -345,12 +348,13 @@ function showExposure() {
   at('stop').title = plan ? 'the sequence is stopped under Sequence' : 'Escape';
   if (notice && (plan || !isOver)) notice.isPassing = true;
   else if (notice?.isPassing) notice = null;
-  const texts = [plan ? `the sequence ${plan} runs; it is stopped under Sequence` : exposure ? stateOf(exposure) : 'idle'];
+  const texts = [plan ? `the sequence ${plan} runs; it is stopped under Sequence` : exposure ? stateOf(exposure) : isCut() ? 'no connection to the camera' : 'idle'];
   if (notice && isOver && !plan) texts.pop();
   if (notice) texts.push(notice.text);
   at('state').textContent = texts.join('; ');
   const isFailed = isOver && !plan && exposure?.error && exposure.state !== 'aborted';
   at('state').className = (notice ? notice.isWrong : isFailed) ? 'wrong' : '';
+  if (plan) at('progress').value = 0; // its own is told there
   if (plan || !exposure) return;
   const {progress} = exposure;
   at('progress').value = isOver ? (exposure.state === 'complete' ? 1 : 0) : progress.phase === 'exposing' ? progress.done : 1;
