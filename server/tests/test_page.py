@@ -300,6 +300,19 @@ class Page(InBrowser):
         is_busy = os.getloadavg()[0] > os.cpu_count()  # then a second says nothing of the page
         self.assertTrue(is_busy, "shown after %.2f s" % took)
 
+    def test_what_the_server_refuses_of_the_live_view_is_told(self):
+        self.browser.call("Page.addScriptToEvaluateOnNewDocument", source="""
+          const send = WebSocket.prototype.send;
+          WebSocket.prototype.send = function(text) {
+            window.liveSocket = this;
+            send.call(this, text);
+          }""")
+        self.browser.open("http://127.0.0.1:%d/?again" % self.server.port)
+        self.browser.until("window.liveSocket !== undefined")
+        self.browser.run("""liveSocket.onmessage({data: JSON.stringify(
+            {message: 'error', error: {kind: 'usage', text: "'more' is no number"}})})""")
+        self.assertIn("the live view was refused: 'more' is no number", self.browser.run(text("events")))
+
     def test_a_server_that_comes_back_is_found(self):
         self.expose()
         port = self.server.port

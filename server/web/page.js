@@ -583,7 +583,7 @@ function onLink(isThere) {
 
 setInterval(showCameras, 2000);
 if (await showCameras()) {
-  watch({onFrame, onEvent, onLink});
+  watch({onFrame, onEvent, onLink, onError: text => tell(`the live view was refused: ${text}`)});
   setInterval(() => exposure && !exposure.over ? refresh() : showTruth(), 250);
   setInterval(refresh, 2000);
 }

@@ -45,10 +45,11 @@ export function askForPart(part) {
   return true;
 }
 
-// Calls with frames (facts, ArrayBuffer, when the facts came), every event, and change of the connection, for ever. What
+// Calls with frames (facts, ArrayBuffer, when the facts came), every event, what the server refused of
+// what it was sent (a text), and change of the connection, for ever. What
 // onFrame returns is waited for: the next frame but one is asked for when this one is done with, so
 // that none waits on the way and grows old.
-export function watch({onFrame, onEvent, onLink}) {
+export function watch({onFrame, onEvent, onError, onLink}) {
   const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
   const socket = new WebSocket(`${scheme}//${location.host}${cameraPath}/live`);
   live = socket;
@@ -67,9 +68,10 @@ export function watch({onFrame, onEvent, onLink}) {
     const message = JSON.parse(data);
     if (message.message === 'frame') [facts, toldAt] = [message, performance.now()];
     if (message.message === 'event') onEvent(message.event);
+    if (message.message === 'error') onError(message.error.text);
   };
   socket.onclose = () => {
     onLink(false);
-    setTimeout(() => watch({onFrame, onEvent, onLink}), 1000);
+    setTimeout(() => watch({onFrame, onEvent, onError, onLink}), 1000);
   };
 }
