@@ -963,6 +963,14 @@ def hidden_of_the_star(browser):
     return hidden
 
 
+# Whether something of the colour of lines is drawn in the graph of widths.
+ACCENT_IN_FOCUS = """import('/graphs.js').then(({graphIn}) => {
+  const {ctx} = graphIn('focus').plot;
+  const {data} = ctx.getImageData(0, 0, ctx.canvas.width, ctx.canvas.height);
+  return data.some((value, at) => at % 4 === 2 && data[at + 1] > 200 && value > data[at - 2] + 80);
+})"""
+
+
 class Stars(unittest.TestCase):
     def test_a_star_that_is_clicked_is_followed_until_it_is_left(self):
         camera = Simulator("--seeing", "4", "--heartbeat", "0.1", sensor="320x240")
@@ -989,6 +997,7 @@ class Stars(unittest.TestCase):
         browser.mouse("mouseReleased", *spot)
         browser.until("!document.getElementById('star').hidden")
         self.assertEqual(hidden_of_the_star(browser), {})
+        browser.until(ACCENT_IN_FOCUS)  # one frame is a point
         told = browser.run(text("width"))
         near = [float(part) for part in re.search(r"at ([\d.]+), ([\d.]+);", told).groups()]
         self.assertLess(math.dist(near, (column, row)), 2)

@@ -39,6 +39,8 @@ const line = (label, colour, digits, more) => ({
 });
 
 const dashed = {dash: [5, 4]};
+// One alone would be no line.
+const dotted = {points: {show: (plot, at, first, last) => last - first < 30, size: 4, fill: () => colours.panel}};
 
 class Graph {
   constructor(place, {x, axisX, axisY, scale = {}, lines, draw = []}) {
@@ -79,7 +81,7 @@ const kinds = {
   },
   focus: {
     x: line('frame', '', 0), axisX: {incrs: [1, 2, 5, 10, 20, 50, 100]}, axisY: true,
-    lines: [line('HFD', 'accent', 2), line('FWHM', 'second', 2, dashed)],
+    lines: [line('HFD', 'accent', 2, dotted), line('FWHM', 'second', 2, {...dashed, ...dotted})],
   },
   profile: {
     x: line('pixels', '', 1), axisY: true,
