@@ -50,8 +50,11 @@ class InBrowser(unittest.TestCase):
     graphics = False  # imitated; else as on a host that has none
 
     def setUp(self):
+        # A processor that imitates graphics takes long for each picture of the page, on a busy machine
+        # seconds: it is to make few.
+        heartbeat = "1" if self.graphics else "0.1"
         options = [word for fault in self.faults for word in ("--fault", fault)]
-        self.camera = Simulator("--heartbeat", "0.1", *self.options, *options,
+        self.camera = Simulator("--heartbeat", heartbeat, *self.options, *options,
                                 sensor="%dx%d" % (self.columns, self.rows))
         self.addCleanup(self.camera.retire)
         self.server = Server(self.camera.target, *self.server_options)
@@ -68,7 +71,7 @@ class InBrowser(unittest.TestCase):
 
     def expose(self, **plan):
         exposure = self.server.expose(**dict({"exposure": 0.001}, **plan))
-        self.browser.until("document.getElementById('image').dataset.frame !== undefined")
+        self.browser.until("document.getElementById('image').dataset.frame !== undefined", 3 * PATIENCE)
         return exposure
 
     def place(self, column, row, scale=None):
@@ -123,6 +126,7 @@ class Drawing(InBrowser):
 
 class DrawingWithGraphics(Drawing):
     graphics = True
+    window = (920, 400)  # with fewer pixels to imitate
 
 
 class Page(InBrowser):
@@ -1088,6 +1092,7 @@ def contrast(browser, name):
 
 class Missing(InBrowser):
     graphics = True
+    window = (920, 400)
     faults = ("missing-packet:packet=7",)
 
     def test_missing_rows_are_drawn_as_what_they_are(self):
