@@ -1156,8 +1156,8 @@ class Screenshot(unittest.TestCase):
         browser.until("(%s).then(columns => columns && columns[0].length > %d)" % (drawn_in("focus"), frames))
 
     def take(self, browser, name=""):
-        browser.until("!%s.includes('of 1 in')" % text("facts"))
         browser.until(drawn_in("temperatures", 12))
+        browser.until("!%s.includes('of 1 in')" % text("facts"))
         self.assertEqual(browser.run(text("stale")), "")
         base, ending = os.path.splitext(os.environ["VX_SCREENSHOT"])
         browser.screenshot(base + name + ending)
@@ -1171,7 +1171,6 @@ class Screenshot(unittest.TestCase):
         self.server.expose(exposure=0.5, frames=12)
         self.follow(dark, 12)
         dark.until(text("state") + " === 'complete'")
-        dark.run("document.getElementById('histogram').scrollIntoView()")
         self.take(dark, "-dark")
         dome = self.browser(1366, 768, "dark")
         dome.run("document.getElementById('mode').click()")
