@@ -1056,9 +1056,13 @@ class Readable(unittest.TestCase):
             browser.resize(width, height)
             browser.until("document.documentElement.clientWidth > %d" % (width - 30))
             self.assertEqual(browser.until(BESIDE), "nothing", (width, height))
+            columns = browser.run("new Set([...document.querySelectorAll('#properties label')].map("
+                                  "each => each.getBoundingClientRect().left)).size")
+            self.assertEqual(columns, 2 if width < 900 else 1, (width, height))
         for scheme, dome in (("light", False), ("dark", False), ("dark", True)):
             browser.prefer(scheme)
             browser.run("document.documentElement.classList.toggle('dome', %s)" % str(dome).lower())
+            self.assertGreater(contrast(browser, "on", "accent"), 4, (scheme, dome))
             for name, least in (("ink", 4.5), ("soft", 4), ("bad", 4), ("good", 4), ("accent", 3.5),
                                 ("second", 3.5)):
                 self.assertGreater(contrast(browser, name), least, (scheme, dome, name))
@@ -1078,15 +1082,15 @@ BESIDE = """new Promise(done => requestAnimationFrame(() => requestAnimationFram
 })"""
 
 
-def contrast(browser, name):
-    """Of a colour of the page on its panels, as the WCAG count it."""
+def contrast(browser, name, behind="panel"):
+    """Of a colour of the page on another one, as the WCAG count it."""
     def light(colour):
         text_ = browser.run("getComputedStyle(document.documentElement).getPropertyValue('--%s').trim()" % colour)
         digits = text_[1:] if len(text_) == 7 else "".join(2 * digit for digit in text_[1:])
         parts = [int(digits[at:at + 2], 16) / 255 for at in (0, 2, 4)]
         linear = [part / 12.92 if part <= 0.03928 else ((part + 0.055) / 1.055)**2.4 for part in parts]
         return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2] + 0.05
-    one, other = light(name), light("panel")
+    one, other = light(name), light(behind)
     return max(one, other) / min(one, other)
 
 
