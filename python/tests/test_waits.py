@@ -1,30 +1,17 @@
 """Waits: what ends them, and what goes on meanwhile."""
 
+import json
 import signal
-import socket
 import threading
 import time
 
 import pytest
 
 import vxcam
-from conftest import SMALL, wait_until
+from conftest import SMALL, Silent, run_python, wait_until
 
 # So much later than the signal the wait has to be over: what is promised.
 PROMISED = 0.2
-
-
-class Silent:
-    """Something that takes connections and never says a word."""
-
-    def __init__(self):
-        self._socket = socket.socket()
-        self._socket.bind(("127.0.0.1", 0))
-        self._socket.listen(8)
-        self.target = f"127.0.0.1:{self._socket.getsockname()[1]}"
-
-    def close(self):
-        self._socket.close()
 
 
 @pytest.fixture
@@ -115,40 +102,11 @@ def test_a_handler_that_does_not_raise_goes_on(camera):
     assert frame.complete and pressed == [0]
 
 
-def test_a_silent_peer_is_told_within_15_seconds(silent):
-    outcomes = {}
-
-    def tried(name, wait):
-        start = time.monotonic()
-        try:
-            wait()
-        except vxcam.Error as error:
-            outcomes[name] = (type(error), time.monotonic() - start)
-
-    with vxcam.Simulator((64, 48)) as first, vxcam.Simulator((64, 48)) as second, \
-            vxcam.Simulator((64, 48)) as third, vxcam.Simulator((64, 48)) as fourth:
-        cameras = [vxcam.Camera(one) for one in (first, second, third, fourth)]
-        cameras[2].grab(exposure=0)
-        stream = cameras[3].stream(exposure=0.5)
-        next(stream)
-        for one in (first, second, third, fourth):
-            one.inject("half-open")
-        threads = [threading.Thread(target=tried, args=given, daemon=True) for given in (
-            ("open", lambda: vxcam.Camera(silent.target)),
-            ("read", lambda: cameras[0].gain),
-            ("read twice", lambda: cameras[0].target_temp),
-            ("first grab", lambda: cameras[1].grab(exposure=0)),
-            ("second grab", lambda: cameras[2].grab(exposure=0)),
-            ("stream", lambda: [frame for frame in stream]),
-        )]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
-        for camera in cameras:
-            camera.close()
-    assert {name: kind for name, (kind, _) in outcomes.items()} == dict.fromkeys(
-        ["open", "read", "read twice", "first grab", "second grab", "stream"], vxcam.CameraTimeout), outcomes
+@pytest.mark.besides("silence.py")
+def test_a_silent_peer_is_told_within_15_seconds(besides):
+    outcomes = json.loads(besides())
+    assert {name: told for name, (told, _) in outcomes.items()} == dict.fromkeys(
+        ["open", "read", "read twice", "first grab", "second grab", "stream"], "CameraTimeout"), outcomes
     assert max(seconds for _, seconds in outcomes.values()) < 15, outcomes
 
 
