@@ -1,8 +1,10 @@
 """Failures: which class they are, and what they say."""
 
 import copy
+import gc
 import socket
 import threading
+import weakref
 
 import pytest
 
@@ -49,6 +51,21 @@ def test_a_target_that_is_none_is_refused(target):
 def test_what_cannot_be_a_target_is_refused(target):
     with pytest.raises(vxcam.UsageError, match="target"):
         vxcam.Camera(target)
+
+
+def test_a_camera_holds_its_simulator_until_it_is_closed():
+    camera = vxcam.Camera(vxcam.Simulator((64, 48), scale=50))
+    simulator = weakref.ref(camera._held)
+    gc.collect()
+    assert camera.grab(exposure=0.01).complete
+    camera.close()
+    gc.collect()
+    assert simulator() is None
+
+
+def test_a_target_alone_holds_no_simulator():
+    with pytest.raises(vxcam.NotFoundError):
+        vxcam.Camera(vxcam.Simulator((64, 48)).target)
 
 
 def test_a_camera_that_serves_somebody_else_is_busy(simulator):

@@ -99,7 +99,8 @@ class Camera(CameraProperties, Scope):
 
     `target` is "192.168.1.20:2000", "serial:17" for the camera with that serial number on the local
     networks, "sim" for a simulated one in this process ("sim?sensor=1024x1024&seed=3&scale=10"), or
-    a Simulator or Found. Every property of the table is an attribute: `camera.exposure = 0.5`.
+    a Found or a Simulator, which goes on for as long as the camera is open; who gives no more than
+    `simulator.target` keeps the Simulator. Every property of the table is an attribute: `camera.exposure = 0.5`.
 
     `restore` is what becomes of the settings when the connection was lost and made anew: they are
     sent again ("all"), or not ("none"), or restore() does it ("ask"). `flight_file` is where the
@@ -110,7 +111,8 @@ class Camera(CameraProperties, Scope):
     that is none. Any thread may use a camera. Use it in a with block, or close() it.
     """
 
-    __slots__ = ("_core", "_target", "_line", "_number", "_listener", "_final", "_closing", "__weakref__")
+    __slots__ = ("_core", "_target", "_line", "_number", "_listener", "_final", "_closing", "_held",
+                 "__weakref__")
 
     def __init__(
         self,
@@ -133,6 +135,7 @@ class Camera(CameraProperties, Scope):
         self._line = _events.line()  # takes what the opening logs
         self._core = _vxcam.Camera(text, restore, flight)
         self._target = text
+        self._held = target  # a Simulator goes on for as long as it is open
         self._number, self._listener = self._line.attach(self._core, self._target)
         _events.opened(self)
 
@@ -411,6 +414,7 @@ class Camera(CameraProperties, Scope):
                 with _totals_lock:
                     self._final = figures
                     _totals = _added(_totals, figures)
+                self._held = self._target
                 self._line.detach(self._number)
 
     def __copy__(self) -> NoReturn:

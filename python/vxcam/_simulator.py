@@ -46,7 +46,10 @@ class SentFrame(NamedTuple):
 
 
 class Simulator(Scope):
-    """A simulated camera in this process, to open again and again: Camera(simulator.target).
+    """A simulated camera in this process, to open again and again: Camera(simulator).
+
+    It goes on while a camera that was opened so is open, and ends when close() is called, or nothing
+    holds it any more: of Camera(Simulator().target) it has ended before it is opened.
 
     `sensor` is (columns, rows). `faults` are what goes wrong, as docs/simulator.md has them:
     "missing-packet:readout=1,packet=20". `scale` is how much faster than the clock camera time
