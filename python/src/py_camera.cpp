@@ -15,14 +15,27 @@ namespace python = pybind11;
 
 namespace {
 
+std::atomic<int> openings{0};
+
+class Opening
+{
+public:
+    Opening() { ++openings; }
+    ~Opening() { --openings; }
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+};
+
 CoreCamera open(const std::string& target, const std::string& restore, const std::string& flight)
 {
     OpenOptions options;
     options.flightFile = flight;
     if (restore == "none") options.restore = Restore::None;
     if (restore == "ask") options.restore = Restore::Ask;
-    return CoreCamera(interruptible(
-        [target, options] { return std::make_shared<Camera>(Camera::open(target, options)); }));
+    return CoreCamera(interruptible([target, options] {
+        const Opening counted;
+        return std::make_shared<Camera>(Camera::open(target, options));
+    }));
 }
 
 ReadoutKind kindNamed(const std::string& name)
@@ -177,6 +190,11 @@ python::tuple identityOf(const CoreCamera& self)
 }
 
 } // namespace
+
+int openingsUnderWay()
+{
+    return openings;
+}
 
 void addCamera(python::module_& module)
 {

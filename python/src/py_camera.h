@@ -63,6 +63,9 @@ private:
     Owned<Held> held_;
 };
 
+// How many cameras are being opened, also by threads whose wait a signal has ended.
+int openingsUnderWay();
+
 using CameraClass = pybind11::class_<CoreCamera, std::unique_ptr<CoreCamera, LetGo>>;
 
 void addCamera(pybind11::module_& module);

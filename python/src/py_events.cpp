@@ -116,6 +116,12 @@ int keep(const tsLoggedError* record, void* user)
     return 1;
 }
 
+// When the interpreter has ended, nobody is there to be told of an opening that Ctrl-C left behind.
+int drop(const tsLoggedError*, void*)
+{
+    return openingsUnderWay() > 0 ? 1 : 0;
+}
+
 // The line that the library's log goes to: the one that was made last, until it is stopped.
 std::atomic<const EventLine*> logged{nullptr};
 
@@ -148,7 +154,7 @@ public:
         const EventLine* own = line.get();
         if (logged.compare_exchange_strong(own, nullptr)) {
             const python::gil_scoped_release released;
-            VXSetLogCallback(nullptr, nullptr);
+            VXSetLogCallback(&drop, nullptr);
         }
         line->stop();
     }

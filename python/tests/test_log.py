@@ -27,6 +27,42 @@ def errors_of(program):
     return done.stdout.strip(), done.stderr.strip()
 
 
+def test_an_opening_that_ctrl_c_left_behind_prints_nothing_when_the_program_ends():
+    told, errors = errors_of("""
+        import atexit, os, signal, socket, threading, time
+        peer = socket.socket()
+        peer.bind(("127.0.0.1", 0))
+        peer.listen(8)
+
+        def threads():
+            return len(os.listdir("/proc/self/task"))
+
+        @atexit.register  # runs behind those of vxcam
+        def hang_up():
+            before = threads()
+            accepted.shutdown(socket.SHUT_RDWR)
+            peer.close()
+            end = time.monotonic() + 10
+            while threads() >= before and time.monotonic() < end:
+                time.sleep(0.005)
+            print("given up" if threads() < before else "still opening")
+
+        import vxcam
+
+        def press():
+            global accepted
+            accepted = peer.accept()[0]
+            os.kill(os.getpid(), signal.SIGINT)
+
+        threading.Thread(target=press).start()
+        try:
+            vxcam.Camera(f"127.0.0.1:{peer.getsockname()[1]}")
+        except KeyboardInterrupt:
+            pass
+    """)
+    assert (told, errors) == ("given up", "")
+
+
 def library_lines(caplog):
     return [record for record in caplog.records if record.name == "vxcam.library"]
 
