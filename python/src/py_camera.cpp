@@ -214,8 +214,9 @@ void addCamera(python::module_& module)
                  interruptible([camera = self.use()] { camera->close(); });
              })
         .def("wait_for_link",
-             [](const CoreCamera& self, double seconds) {
-                 const auto most = std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000));
+             [](const CoreCamera& self, const python::object& timeout) {
+                 const auto most = std::chrono::ceil<std::chrono::milliseconds>(
+                     timeFromPython("timeout", timeout));
                  return interruptible(
                      [camera = self.use(), most] { return camera->waitForLink(most); });
              })

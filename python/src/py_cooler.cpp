@@ -48,9 +48,10 @@ void warmUp(const CoreCamera& self, double target, double rate, const python::ob
 }
 
 // Nothing when the time was over before.
-std::optional<python::tuple> wait(const CoreCamera& self, std::optional<double> seconds)
+std::optional<python::tuple> wait(const CoreCamera& self, const python::object& timeout)
 {
     const std::shared_ptr<Camera>& camera = self.use();
+    const std::optional<milliseconds> most = patienceFromPython("timeout", timeout);
     const auto start = steady_clock::now();
     for (;;) {
         std::optional<CoolingState> state;
@@ -60,8 +61,7 @@ std::optional<python::tuple> wait(const CoreCamera& self, std::optional<double> 
         }
         if (state) return stateOf(*state);
         checkSignals();
-        const std::chrono::duration<double> passed = steady_clock::now() - start;
-        if (seconds && passed.count() >= *seconds) return std::nullopt;
+        if (most && steady_clock::now() - start >= *most) return std::nullopt;
     }
 }
 

@@ -152,7 +152,7 @@ Value valueFromPython(const std::string& name, const python::handle& value)
 
 std::chrono::nanoseconds timeFromPython(const std::string& name, const python::handle& value)
 {
-    const char* const wanted = "seconds as a number, or a timedelta";
+    const char* const wanted = "seconds from 0 on, as a number or a timedelta";
     double seconds = NAN;
     if (isTimedelta(value)) {
         seconds = secondsOf(value);

@@ -226,7 +226,7 @@ def test_what_is_no_name_of_a_property_is_refused(shared, name):
 
 @pytest.mark.parametrize("key", ["0x10", None, 1.5, slice(0, 3)])
 def test_what_is_no_number_of_a_register_is_told_as_a_wrong_type(shared, key):
-    with pytest.raises(TypeError, match="integer"):
+    with pytest.raises(TypeError, match="give a whole number"):
         shared.register[key]
 
 

@@ -263,7 +263,7 @@ def test_what_is_no_listener_and_no_camera_is_refused(plan, camera, tmp_path):
         vxcam.Sequence(plan()).run(camera, on_progress="tell")
     with pytest.raises(vxcam.UsageError, match="5"):
         vxcam.Sequence(plan()).run(5)
-    with pytest.raises(vxcam.UsageError, match="no open camera"):
+    with pytest.raises(vxcam.UsageError, match="give an open camera"):
         vxcam.Sequence(plan()).check(SMALL)
     assert not (tmp_path / "night").exists()
     assert vxcam.Sequence(plan()).report() is None

@@ -29,6 +29,7 @@ from ._errors import (
     NotFoundError,
     PlanError,
     UsageError,
+    WrongTypeError,
 )
 from ._events import Event, Subscription, log
 from ._facts import Complaint, FrameStatistics, FrameTimes, Settings, Star
@@ -75,7 +76,7 @@ __all__ = [
     "NotFoundError", "Outcome", "PlanError", "Progress", "Properties", "Property", "Record", "RecordedFile",
     "Recorder", "SentFrame", "Sequence", "SequenceFailure", "SequenceFile", "SequenceNeeds", "SequenceProgress",
     "SequenceReport", "SequenceStep", "Setting", "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "UsageError", "Verdict",
-    "__version__", "discover", "library_version", "log", "properties", "statistics", "verify",
+    "WrongTypeError", "__version__", "discover", "library_version", "log", "properties", "statistics", "verify",
 ]
 
 for _name in __all__:

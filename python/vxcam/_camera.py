@@ -9,12 +9,13 @@ import threading
 from collections.abc import Iterable, Sequence
 from typing import Any, NoReturn, Optional, Protocol, Union
 
-from . import _events, _vxcam
+from . import _events, _given, _vxcam
 from ._cooler import Cooler, Seconds
 from ._errors import IncompleteFrame, UsageError
 from ._events import Handler, Subscription
 from ._facts import Header
-from ._frame import Frame, Path
+from ._frame import Frame
+from ._given import Path
 from ._properties import CameraProperties
 from ._recording import Record, Recorder, recorded
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
@@ -32,6 +33,9 @@ class HasTarget(Protocol):
 
 _RESTORE = ("all", "none", "ask")
 _WHEN_FULL = ("wait", "drop")
+_KINDS = ("area", "binned", "mask-binned", "as-set")
+_TYPES = ("light", "dark", "bias", "flat")
+_MOST_CHECKED = 2**31 - 1  # messages
 _MOST_FRAMES = 32767  # of a readout
 
 _totals = Statistics()  # of the cameras that were closed
@@ -52,46 +56,39 @@ def process_statistics() -> Statistics:
     return total
 
 
-def _area(area: Optional[Sequence[int]]) -> Optional[tuple[int, ...]]:
-    if area is None:
-        return None
-    numbers = tuple(operator.index(number) for number in area)
-    if len(numbers) != 4:
-        raise UsageError(f"area: {area!r} is not possible, give column, row, columns, rows")
-    return numbers
-
-
-def _pair(binning: Union[int, Sequence[int], None]) -> Optional[tuple[int, int]]:
-    if binning is None:
-        return None
-    if not isinstance(binning, Sequence):
-        return (operator.index(binning), operator.index(binning))
-    if len(binning) != 2:
-        raise UsageError(f"binning: {binning!r} is not possible, give columns, rows")
-    return (operator.index(binning[0]), operator.index(binning[1]))
-
-
 def _plan(
     kind: Optional[str],
     bits: Optional[int],
     binning: Union[int, Sequence[int], None],
     area: Optional[Sequence[int]],
     regions: Optional[Iterable[Sequence[int]]],
+    type: str,
+    mode: int,
+    settings: bool,
     **given: Any,
 ) -> dict[str, Any]:
-    pair = _pair(binning)
-    if kind is None and pair is not None:
+    pair = _given.binning(binning)
+    if kind is not None:
+        _given.word("kind", kind, _KINDS)
+    elif pair is not None:
         kind = "binned"
-    elif kind is None and bits is not None:
+    elif bits is not None:
         kind = "area"
     return {
         "kind": kind,
-        "bits": bits,
+        "bits": None if bits is None else _given.whole("bits", bits),
         "binning": pair,
-        "area": _area(area),
-        "regions": None if regions is None else [_area(region) for region in regions],
+        "area": _given.area(area),
+        "regions": _given.regions(regions),
+        "type": _given.word("type", type, _TYPES),
+        "mode": _given.whole("mode", mode),
+        "settings": _given.flag("settings", settings),
         **given,
     }
+
+
+def _count(name: str, value: Optional[int]) -> int:
+    return 0 if value is None else _given.whole(name, value)
 
 
 class Camera(CameraProperties, Scope):
@@ -123,12 +120,10 @@ class Camera(CameraProperties, Scope):
     ) -> None:
         self._final: Optional[Statistics] = None
         self._closing = threading.Lock()
-        if restore not in _RESTORE:
-            raise UsageError(f"restore: {restore!r} is none of {', '.join(_RESTORE)}")
-        text = getattr(target, "target", target)
-        if not isinstance(text, str):
-            raise UsageError(f"target {target!r}: give a text, a Simulator or what discover() found")
-        flight = "" if flight_file is None else os.fsdecode(flight_file)
+        _given.word("restore", restore, _RESTORE)
+        text = _given.text("target", getattr(target, "target", target),
+                           "a text, a Simulator or what discover() found")
+        flight = "" if flight_file is None else _given.path("flight_file", flight_file)
         folder = os.path.dirname(flight) or os.curdir
         if flight and not os.path.isdir(folder):
             raise FileNotFoundError(errno.ENOENT, "flight_file: there is no such folder", folder)
@@ -155,12 +150,14 @@ class Camera(CameraProperties, Scope):
         Raises UsageError for a name or a value that there is not, before anything is sent.
         """
         name = known_name(name)
-        return shown(name, self._core.set(name, value))
+        with _given.told_as_given(name, value):
+            return shown(name, self._core.set(name, value))
 
     def check(self, name: str, value: Any) -> Any:
         """The value in the form that the property has. Raises UsageError as set() does; sends nothing."""
         name = known_name(name)
-        return shown(name, self._core.checked(name, value))
+        with _given.told_as_given(name, value):
+            return shown(name, self._core.checked(name, value))
 
     @property
     def properties(self) -> Properties:
@@ -175,12 +172,13 @@ class Camera(CameraProperties, Scope):
 
     def profile(self, with_mask: bool = False) -> str:
         """All settings as JSON, for a file; the mask of the bins, some seconds of questions, on demand."""
-        return str(self._core.profile(with_mask))
+        return str(self._core.profile(_given.flag("with_mask", with_mask)))
 
     def apply(self, profile: str) -> tuple[Outcome, ...]:
         """Sets what a profile says, and tells what became of each setting."""
+        text = _given.text("profile", profile, "the text of one, as profile() makes it")
         return tuple(Outcome(name, how, shown(name, asked), shown(name, told), why, restored)
-                     for name, how, asked, told, why, restored in self._core.apply(profile))
+                     for name, how, asked, told, why, restored in self._core.apply(text))
 
     # ---- Frames
 
@@ -216,8 +214,7 @@ class Camera(CameraProperties, Scope):
         it is missing, CameraTimeout, LinkLost, CameraError, Aborted, and UsageError for what this
         camera cannot take. Ctrl-C ends it at once and aborts the readout.
         """
-        plan = _plan(kind, bits, binning, area, regions, exposure=exposure, type=type, mode=mode,
-                     settings=settings, frames=1)
+        plan = _plan(kind, bits, binning, area, regions, type, mode, settings, exposure=exposure, frames=1)
         return Frame(self._core.grab(plan, timeout))
 
     def stream(
@@ -247,11 +244,9 @@ class Camera(CameraProperties, Scope):
 
         Frames may be kept as long as one likes: no frame is overwritten while it is held.
         """
-        if when_full not in _WHEN_FULL:
-            raise UsageError(f"when_full: {when_full!r} is none of {', '.join(_WHEN_FULL)}")
-        plan = _plan(kind, bits, binning, area, regions, exposure=exposure, type=type, mode=mode,
-                     settings=settings, frames=0 if frames is None else operator.index(frames),
-                     buffers=0 if buffers is None else operator.index(buffers), when_full=when_full)
+        plan = _plan(kind, bits, binning, area, regions, type, mode, settings, exposure=exposure,
+                     frames=_count("frames", frames), buffers=_count("buffers", buffers),
+                     when_full=_given.word("when_full", when_full, _WHEN_FULL))
         return Stream(self, self._core.start(plan, timeout), timeout)
 
     def astream(
@@ -307,7 +302,7 @@ class Camera(CameraProperties, Scope):
         Frames that are incomplete are counted in the result. Raises what stream() and Recorder do;
         what came before is in the file.
         """
-        wanted = 0 if frames is None else operator.index(frames)
+        wanted = 0 if frames is None else _given.whole("frames", frames, 0)
         recorder = Recorder(path, compress=compress, split=split, overwrite=overwrite, header=header,
                             reserve=reserve)
         return recorded(self, recorder, wanted, lambda: self.stream(
@@ -331,8 +326,7 @@ class Camera(CameraProperties, Scope):
         It is called on a thread of Python's, one event at a time, and may use the camera. What it
         raises goes to the log.
         """
-        if not callable(handler):
-            raise TypeError(f"{handler!r} cannot be called")
+        _given.handler("handler", handler)
         self._core.own()
         return self._line.add(self._number, handler)
 
@@ -373,9 +367,9 @@ class Camera(CameraProperties, Scope):
         """Of the C interface, for what that offers beyond; -1 when closed."""
         return int(self._core.handle())
 
-    def wait_for_link(self, timeout: float = 10) -> bool:
+    def wait_for_link(self, timeout: Seconds = 10) -> bool:
         """Waits until a connection that was lost is there again; False after `timeout` seconds."""
-        return bool(self._core.wait_for_link(float(timeout)))
+        return bool(self._core.wait_for_link(timeout))
 
     def restore(self) -> str:
         """Sends the settings that were made here again; what could not be restored, empty if all was."""
@@ -383,7 +377,7 @@ class Camera(CameraProperties, Scope):
 
     def check_link(self, messages: int = 100) -> LinkCheck:
         """Has the camera send messages of random bytes back, and compares them."""
-        return LinkCheck(*self._core.check_link(operator.index(messages)))
+        return LinkCheck(*self._core.check_link(_given.whole("messages", messages, 1, _MOST_CHECKED)))
 
     def flight(self) -> str:
         """The last 10,000 things that happened to the camera: a JSON object a line."""

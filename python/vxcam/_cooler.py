@@ -6,6 +6,7 @@ from datetime import timedelta
 from typing import Any, NamedTuple, Optional, Union
 
 from ._errors import Aborted, CameraError, CameraTimeout, UsageError
+from ._given import real
 
 Seconds = Union[float, timedelta]
 
@@ -47,11 +48,13 @@ class Cooler:
         It is settled when it was within `tolerance` degrees for `settle` seconds; it has failed
         when it came no nearer for `patience` seconds. What was under way before ends.
         """
-        self._camera._core.cool(float(target), float(rate), float(tolerance), settle, patience)
+        self._camera._core.cool(real("target", target, "degrees Celsius"), real("rate", rate, "degrees a minute"),
+                                real("tolerance", tolerance, "degrees"), settle, patience)
 
     def warm_up(self, target: float = 20, rate: float = 0, *, patience: Seconds = 120) -> None:
         """Warms the sensor up by `rate` degrees a minute (0: at once), switches cooling off, and returns."""
-        self._camera._core.warm_up(float(target), float(rate), patience)
+        self._camera._core.warm_up(real("target", target, "degrees Celsius"),
+                                   real("rate", rate, "degrees a minute"), patience)
 
     def stop(self) -> None:
         """Leaves everything as it is, and no longer watches."""
@@ -62,7 +65,7 @@ class Cooler:
         """How far it is: phase, temperature, set_point, target, done (0 to 1), text."""
         return CoolingState(*self._camera._core.cooling_state())
 
-    def wait(self, timeout: Optional[float] = None) -> CoolingState:
+    def wait(self, timeout: Optional[Seconds] = None) -> CoolingState:
         """Waits until the sensor has settled, or is warm, and returns the state.
 
         Raises CameraTimeout after `timeout` seconds (it goes on then), and CameraError when the
@@ -73,7 +76,7 @@ class Cooler:
             raise Aborted(f"{self._camera.target}: the camera is closed, nothing is cooled any more")
         if self.state.phase == "idle":
             raise UsageError(f"{self._camera.target}: there is nothing to wait for, begin with ramp_to() or warm_up()")
-        told = self._camera._core.wait_for_cooler(None if timeout is None else float(timeout))
+        told = self._camera._core.wait_for_cooler(timeout)
         if told is None:
             raise CameraTimeout(
                 f"{self._camera.target}: the sensor is not there after {timeout} s: {self.state.text}"

@@ -19,6 +19,10 @@ class UsageError(Error, ValueError):
     """A value, a name or a range that is not possible. Nothing was sent to the camera."""
 
 
+class WrongTypeError(UsageError, TypeError):
+    """An argument of another type than is possible. Nothing was sent to the camera."""
+
+
 class PlanError(UsageError):
     """A plan of a sequence that cannot be: the text names each mistake with its line."""
 

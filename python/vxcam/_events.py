@@ -12,7 +12,7 @@ from collections.abc import Callable
 from datetime import datetime
 from typing import Any, NamedTuple, Optional
 
-from . import _vxcam
+from . import _given, _vxcam
 from ._facts import utc
 from ._scope import Scope
 
@@ -54,6 +54,7 @@ class Subscription(Scope):
     """A handler that is called with the events of a camera, until end()."""
 
     def __init__(self, handler: Handler) -> None:
+        _given.handler("handler", handler)
         self._handler: Optional[Handler] = handler
         self._running = threading.RLock()
 

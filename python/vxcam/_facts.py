@@ -9,6 +9,7 @@ from typing import Any, NamedTuple, Optional, Union
 
 from . import _vxcam
 from ._errors import UsageError
+from ._given import refuse_type
 from ._table import shown, table_name
 
 _EPOCH = datetime(1970, 1, 1, tzinfo=timezone.utc)
@@ -165,7 +166,7 @@ class Settings(Mapping[str, Any]):
         return Settings, (self._entries,)
 
     def __getitem__(self, name: str) -> Any:
-        return self._values[table_name(name)]
+        return self._values[self._known(name)]
 
     def __iter__(self) -> Iterator[str]:
         return iter(self._values)
@@ -175,7 +176,13 @@ class Settings(Mapping[str, Any]):
 
     def text(self, name: str) -> str:
         """The value as it is written to set it: "250ms"."""
-        return self._texts[table_name(name)]
+        return self._texts[self._known(name)]
+
+    def _known(self, name: str) -> str:
+        known = table_name(name) if isinstance(name, str) and name else None
+        if known not in self._values:
+            raise KeyError(f"the frame has no property {name!r}; list(settings) has all")
+        return known
 
     def __repr__(self) -> str:
         return "<vxcam.Settings " + ", ".join(f"{name}={text}" for name, text in self._texts.items()) + ">"
@@ -218,7 +225,14 @@ def _card(keyword: str, value: Any) -> str:
 
 
 def cards(header: Optional[Header]) -> list[str]:
-    return [_card(keyword, value) for keyword, value in (header or {}).items()]
+    if header is None:
+        return []
+    if not hasattr(header, "items"):
+        refuse_type("header", header, 'a dict: {"OBJECT": "M31"}')
+    for keyword in header:
+        if not isinstance(keyword, str):
+            refuse_type("header", keyword, "texts as keywords")
+    return [_card(keyword, value) for keyword, value in header.items()]
 
 
 def software() -> str:

@@ -5,18 +5,15 @@ from __future__ import annotations
 import base64
 import html
 import json
-import os
-from typing import TYPE_CHECKING, Any, Optional, Union
+from typing import TYPE_CHECKING, Any, Optional
 
-from . import _vxcam
+from . import _given, _vxcam
 from ._facts import Complaint, FrameStatistics, FrameTimes, Header, Settings, Star, cards, software
+from ._given import Path
 from ._table import Area
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
-
-
-Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 
 
 class Frame:
@@ -284,9 +281,10 @@ class Frame:
 
         `header` has further cards: {"OBJECT": "M31", "AIRMASS": (1.2, "at the middle")}. The file
         appears under its name when it is whole. Raises FileExistsError for one that is there,
-        unless `overwrite`, and other OSErrors as they come.
+        unless `overwrite`, other OSErrors as they come, and UsageError for a name that ends as those
+        of another kind of file do.
         """
-        self._core.write("FITS", os.fsdecode(path), overwrite, software(), cards(header))
+        self._write("FITS", path, overwrite, header)
 
     def to_tiff(
         self,
@@ -295,11 +293,15 @@ class Frame:
         header: Optional[Header] = None,
     ) -> None:
         """Writes a TIFF file, with the header as JSON in its description; as to_fits()."""
-        self._core.write("TIFF", os.fsdecode(path), overwrite, software(), cards(header))
+        self._write("TIFF", path, overwrite, header)
 
     def to_png(self, path: Path, overwrite: bool = False) -> None:
         """Writes a picture to look at, stretched to 8 bits; as to_fits()."""
-        self._core.write("PNG", os.fsdecode(path), overwrite, software(), [])
+        self._write("PNG", path, overwrite, None)
+
+    def _write(self, format: str, path: Path, overwrite: bool, header: Optional[Header]) -> None:
+        self._core.write(format, _given.path("path", path), _given.flag("overwrite", overwrite), software(),
+                         cards(header))
 
     def to_hdu(self, header: Optional[Header] = None) -> Any:
         """An astropy.io.fits.PrimaryHDU with pixels and header, as to_fits() writes them."""

@@ -6,6 +6,7 @@ import operator
 from typing import Any, Generic, NoReturn, TypeVar
 
 from ._errors import AccessError
+from ._given import refuse_type
 from ._table import Property, properties, records, shown
 
 Told = TypeVar("Told")
@@ -49,6 +50,8 @@ class Keyed(Generic[Told, Taken]):
         self._row = row
 
     def _name(self, key: int) -> str:
+        if isinstance(key, bool) or not hasattr(key, "__index__"):
+            refuse_type(f"{self._row.python_name}[{self._row.key}]", key, f"a whole number up to {self._row.most_key}")
         return f"{self._row.name}:{operator.index(key)}"
 
     def __getitem__(self, key: int) -> Any:

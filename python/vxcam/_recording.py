@@ -2,14 +2,14 @@
 
 from __future__ import annotations
 
-import operator
 import os
 from typing import Any, NamedTuple, Optional
 
-from . import _vxcam
+from . import _given, _vxcam
 from ._errors import UsageError
 from ._facts import Header, cards, software
-from ._frame import Frame, Path
+from ._frame import Frame
+from ._given import Path
 from ._scope import Scope
 
 
@@ -55,11 +55,12 @@ class Verdict(NamedTuple):
         return not self.findings
 
 
-def _count(name: str, value: int) -> int:
-    number = operator.index(value)
-    if not 0 <= number < 2**63:
-        raise UsageError(f"{name}: {value!r} is not possible, give a number from 0 on")
-    return number
+_COMPRESSIONS = ("none", "gzip", "rice")
+_ENDS = ("complete", "stopped", "failed")
+
+
+def _count(name: str, value: int, least: int = 0) -> int:
+    return _given.whole(name, value, least, 2**63 - 1)
 
 
 class Recorder(Scope):
@@ -90,11 +91,10 @@ class Recorder(Scope):
         buffers: int = 4,
         reserve: int = 0,
     ) -> None:
-        most = _count("buffers", buffers)
-        if most == 0:
-            raise UsageError("buffers: 0 is not possible, a record holds one frame at least")
-        self._core = _vxcam.Recorder(os.fsdecode(path), compress, bool(overwrite), _count("split", split),
-                                     most, _count("reserve", reserve), software(), cards(header))
+        self._core = _vxcam.Recorder(
+            _given.path("path", path), _given.word("compress", compress, _COMPRESSIONS),
+            _given.flag("overwrite", overwrite), _count("split", split), _count("buffers", buffers, 1),
+            _count("reserve", reserve), software(), cards(header))
 
     def write(self, frame: Frame) -> None:
         """Takes a frame; waits while too many are held.
@@ -102,6 +102,8 @@ class Recorder(Scope):
         Raises OSError when the disk is full or takes no more, and UsageError for a frame of another
         size than the first one; what was written stays readable.
         """
+        if not isinstance(frame, Frame):
+            _given.refuse_type("frame", frame, "a vxcam.Frame")
         if not self._core.write(frame._core):
             self._core.throw_failure()
             raise UsageError("the record has ended, and takes no more frames")
@@ -112,7 +114,8 @@ class Recorder(Scope):
         `how` is written in it ("complete", "stopped", "failed"), and how many frames were dropped in
         all. Raises as write() does.
         """
-        self._core.finish(how, dropped)
+        self._core.finish(_given.word("how", how, _ENDS),
+                          None if dropped is None else _count("dropped", dropped))
         return self.record
 
     @property
@@ -163,7 +166,8 @@ def verify(path: Path, truth: Optional[Path] = None) -> Verdict:
     and that the file is whole. `truth` is a file with what a simulated camera printed with --json.
     Raises OSError for what cannot be read at all, UsageError for a name that says no format.
     """
-    os.stat(path)  # raises what is the matter with a name
-    name, format, frames, ended, findings = _vxcam.verify(
-        os.fsdecode(path), "" if truth is None else os.fsdecode(truth))
+    file = _given.path("path", path)
+    told = "" if truth is None else _given.path("truth", truth)
+    os.stat(file)  # raises what is the matter with a name
+    name, format, frames, ended, findings = _vxcam.verify(file, told)
     return Verdict(name, format, frames, ended, tuple(Finding(*finding) for finding in findings))

@@ -7,11 +7,10 @@ from collections.abc import Callable, Mapping
 from datetime import datetime, timezone
 from typing import Any, NamedTuple, Optional, Union
 
-from . import _vxcam
+from . import _given, _vxcam
 from ._camera import Camera, HasTarget
-from ._errors import UsageError
 from ._facts import software
-from ._frame import Path
+from ._given import Path
 
 
 class SequenceStep(NamedTuple):
@@ -105,7 +104,7 @@ Listener = Callable[[SequenceProgress], object]
 
 
 def _folder(folder: Optional[Path]) -> Optional[str]:
-    return None if folder is None else os.fsdecode(folder)
+    return None if folder is None else _given.path("folder", folder)
 
 
 def _step(given: Mapping[str, Any]) -> SequenceStep:
@@ -134,8 +133,8 @@ class Sequence:
     __slots__ = ("_core", "_path", "_run", "__weakref__")
 
     def __init__(self, plan: Path) -> None:
-        self._path = os.fsdecode(plan)
-        os.stat(plan)  # raises what is the matter with a name
+        self._path = _given.path("plan", plan)
+        os.stat(self._path)  # raises what is the matter with a name
         self._core = _vxcam.Sequence(self._path)
         self._run: Optional[_vxcam.SequenceRun] = None
 
@@ -193,7 +192,7 @@ class Sequence:
         if camera is None:
             return SequenceNeeds(*self._core.needs())
         if not isinstance(camera, Camera):
-            raise UsageError(f"{camera!r} is no open camera: with vxcam.Camera(...) as camera: ...")
+            _given.refuse_type("camera", camera, "an open camera: with vxcam.Camera(...) as camera: ...")
         return SequenceNeeds(*self._core.check(camera._core))
 
     def run(
@@ -219,11 +218,11 @@ class Sequence:
         camera cannot do, before anything is done, HookError when a command fails, OSError for the
         disk, and what the camera fails with at last; report() tells what there is then.
         """
-        if on_progress is not None and not callable(on_progress):
-            raise TypeError(f"{on_progress!r} cannot be called")
+        if on_progress is not None:
+            _given.handler("on_progress", on_progress)
         if not (camera is None or isinstance(getattr(camera, "target", camera), str)):
-            raise UsageError(f"camera: {camera!r} is none, and no target")
-        run = self._run = self._core.begin(_folder(folder), resume, software())
+            _given.refuse_type("camera", camera, "an open camera, a Simulator or a target")
+        run = self._run = self._core.begin(_folder(folder), _given.flag("resume", resume), software())
         try:
             if not run.complete():
                 self._take(run, camera, on_progress)
@@ -256,9 +255,9 @@ class Sequence:
     def stop(self, behind_frame: bool = False) -> None:
         """Ends the run that another thread waits for, there with Aborted; at once, or behind the frame
         that is under way. Does nothing when there is none."""
-        run = self._run
+        run, is_later = self._run, _given.flag("behind_frame", behind_frame)
         if run is not None:
-            run.stop(behind_frame)
+            run.stop(is_later)
 
     def report(self, folder: Optional[Path] = None) -> Optional[SequenceReport]:
         """What became of the sequence so far, by its journal in the folder; None if it was not begun."""

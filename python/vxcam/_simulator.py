@@ -2,15 +2,16 @@
 
 from __future__ import annotations
 
-import operator
 from collections.abc import Iterable
 from datetime import datetime
 from typing import NamedTuple, Optional
 
-from . import _vxcam
-from ._errors import UsageError
+from . import _given, _vxcam
 from ._facts import utc
 from ._scope import Scope
+
+
+_MOST_SEED = 2**64 - 1
 
 
 class SentFrame(NamedTuple):
@@ -70,12 +71,14 @@ class Simulator(Scope):
     ) -> None:
         if isinstance(faults, str):
             faults = (faults,)
-        columns, rows = (operator.index(side) for side in sensor)
-        seeds = (operator.index(seed), operator.index(fault_seed))
-        if not (0 <= min(seeds) and max(seeds) < 1 << 64 and max(abs(columns), abs(rows)) < 1 << 31):
-            raise UsageError(f"simulated camera: sensor {columns} x {rows}, seeds {seeds}: out of range")
+        columns, rows = _given.wholes("sensor", sensor, 2, "two whole numbers: columns, rows")
         self._core = _vxcam.Simulator(
-            (columns, rows), list(faults), seeds[0], float(scale), float(heartbeat), seeds[1]
+            (columns, rows),
+            [_given.text("faults", fault) for fault in _given.items("faults", faults, "a list of texts")],
+            _given.whole("seed", seed, 0, _MOST_SEED),
+            _given.real("scale", scale),
+            _given.real("heartbeat", heartbeat, "seconds as a number"),
+            _given.whole("fault_seed", fault_seed, 0, _MOST_SEED),
         )
 
     @property
@@ -85,7 +88,7 @@ class Simulator(Scope):
 
     def inject(self, fault: str) -> None:
         """One more fault, for what it sends from now on."""
-        self._core.inject(fault)
+        self._core.inject(_given.text("fault", fault))
 
     @property
     def frames(self) -> tuple[SentFrame, ...]:

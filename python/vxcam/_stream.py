@@ -7,6 +7,7 @@ from collections.abc import AsyncIterator, Callable, Iterator
 from types import TracebackType
 from typing import Any, NamedTuple, Optional
 
+from . import _given, _vxcam
 from ._cooler import Seconds
 from ._frame import Frame
 from ._scope import Scope
@@ -37,6 +38,8 @@ class Stream(Iterator[Frame], Scope):
     __slots__ = ("_camera", "_core", "_timeout", "__weakref__")
 
     def __init__(self, camera: object, core: Any, timeout: Optional[Seconds]) -> None:
+        if not isinstance(core, _vxcam.Stream):
+            _given.refuse_type("stream", core, "nothing: streams come from cameras")
         self._camera = camera  # stays open meanwhile
         self._core = core
         self._timeout = timeout

@@ -142,8 +142,8 @@ class Properties(Mapping[str, Property]):
     def __getitem__(self, name: str) -> Property:
         try:
             return self._rows[name.replace("_", "-")]
-        except KeyError:
-            raise KeyError(f"no property is called '{name}'; list(properties) has all") from None
+        except (KeyError, AttributeError):
+            raise KeyError(f"no property is called {name!r}; list(properties) has all") from None
 
     def __iter__(self) -> Iterator[str]:
         return iter(self._rows)

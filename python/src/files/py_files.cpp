@@ -36,6 +36,11 @@ std::vector<std::string> writeFile(const CoreFrame& self, const std::string& for
                                    const HeaderOptions& options)
 {
     const FileFormat kind = formatNamed(format);
+    const std::optional<FileFormat> named = formatOf(path);
+    if (named && *named != kind) {
+        throw Error(ErrorKind::Usage, "path: '" + path + "' is the name of a " + nameOf(*named) +
+                                          " file, this writes " + format);
+    }
     return interruptible([frame = self, kind, path, overwrite, options] {
         checkNewFile(path, overwrite);
         std::vector<std::string> warnings;
