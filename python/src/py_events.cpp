@@ -166,13 +166,29 @@ private:
 class CoreListener
 {
 public:
-    explicit CoreListener(Subscription subscription)
-        : subscription_(std::make_shared<Subscription>(std::move(subscription)))
+    CoreListener(Subscription subscription, std::shared_ptr<std::atomic<bool>> hearsHeartbeats)
+        : subscription_(std::make_shared<Subscription>(std::move(subscription))),
+          hearsHeartbeats_(std::move(hearsHeartbeats))
     {}
+
+    void hearHeartbeats() const { *hearsHeartbeats_ = true; }
 
 private:
     Owned<Subscription> subscription_;
+    std::shared_ptr<std::atomic<bool>> hearsHeartbeats_;
 };
+
+// Heartbeats come all the time; nobody is woken up for them who has not asked for it.
+std::unique_ptr<CoreListener, LetGo> listen(const CoreCamera& self, const CoreEventLine& to,
+                                            int64_t number)
+{
+    const auto hears = std::make_shared<std::atomic<bool>>(false);
+    Subscription subscription =
+        self.use()->onEvent([line = to.use(), number, hears](const Event& event) {
+            if (event.kind != EventKind::Heartbeat || *hears) line->put({number, event});
+        });
+    return std::unique_ptr<CoreListener, LetGo>(new CoreListener(std::move(subscription), hears));
+}
 
 python::dict eventOf(const Event& event)
 {
@@ -228,15 +244,9 @@ void addEvents(python::module_& module, CameraClass& camera)
                  self.use()->put({number, std::nullopt});
              })
         .def("stop", &CoreEventLine::stop);
-    const python::class_<CoreListener, std::unique_ptr<CoreListener, LetGo>> listener(module,
-                                                                                      "Listener");
-    camera.def("listen", [](const CoreCamera& self, const CoreEventLine& to, int64_t number) {
-        Subscription subscription =
-            self.use()->onEvent([line = to.use(), number](const Event& event) {
-                line->put({number, event});
-            });
-        return std::unique_ptr<CoreListener, LetGo>(new CoreListener(std::move(subscription)));
-    });
+    python::class_<CoreListener, std::unique_ptr<CoreListener, LetGo>>(module, "Listener")
+        .def("hear_heartbeats", &CoreListener::hearHeartbeats);
+    camera.def("listen", &listen);
 }
 
 } // namespace vxcam::py

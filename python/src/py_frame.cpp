@@ -1,5 +1,6 @@
 #include "py_frame.h"
 
+#include "py_package.h"
 #include "py_pickle.h"
 #include "py_values.h"
 
@@ -149,7 +150,70 @@ uint64_t sumOfFrame(const CoreFrame& self)
     return frame.sum();
 }
 
+// The properties of vxcam.Frame that each frame of a fast stream is asked for.
+
+python::object arrayOf(const python::object& frame)
+{
+    static const FieldName core("_core"), kept("_kept");
+    static PyObject* const name = PyUnicode_InternFromString("array");
+    const auto known = kept.of(frame).cast<python::dict>();
+    if (PyObject* const made = PyDict_GetItemWithError(known.ptr(), name)) {
+        return python::reinterpret_borrow<python::object>(made);
+    }
+    if (PyErr_Occurred() != nullptr) throw python::error_already_set();
+    python::object array = core.of(frame).cast<const CoreFrame&>().array();
+    if (PyDict_SetItem(known.ptr(), name, array.ptr()) != 0) throw python::error_already_set();
+    return array;
+}
+
+bool isComplete(const python::object& frame)
+{
+    static const FieldName core("_core");
+    return core.of(frame).cast<const CoreFrame&>().facts().complete();
+}
+
+// A class of the package, whose slots are set and read without code of Python's.
+class PackageClass
+{
+public:
+    PackageClass(const char* module, const char* name)
+        : type_(python::module_::import(module).attr(name))
+    {}
+
+    python::object make() const
+    {
+        auto* const type = reinterpret_cast<PyTypeObject*>(type_.ptr());
+        PyObject* const made = type->tp_alloc(type, 0);
+        if (made == nullptr) throw python::error_already_set();
+        return python::reinterpret_steal<python::object>(made);
+    }
+    python::object slot(const char* name) const { return type_.attr(name); }
+
+private:
+    const python::object type_;
+};
+
+void setSlot(const python::object& slot, const python::object& of, const python::object& value)
+{
+    if (Py_TYPE(slot.ptr())->tp_descr_set(slot.ptr(), of.ptr(), value.ptr()) != 0) {
+        throw python::error_already_set();
+    }
+}
+
 } // namespace
+
+python::object frameToPython(CoreFrame core)
+{
+    struct FrameClass : PackageClass {
+        FrameClass() : PackageClass("vxcam._frame", "Frame") {}
+        python::object core = slot("_core"), kept = slot("_kept");
+    };
+    static const FrameClass& frames = *new FrameClass; // not let go when the interpreter has gone
+    python::object frame = frames.make();
+    setSlot(frames.core, frame, python::cast(std::move(core)));
+    setSlot(frames.kept, frame, python::dict());
+    return frame;
+}
 
 python::array CoreFrame::array() const
 {
@@ -176,9 +240,9 @@ void addFrame(python::module_& module)
         .def_property_readonly("rows", [](const CoreFrame& self) { return self.facts().rows; })
         .def_property_readonly("columns",
                                [](const CoreFrame& self) { return self.facts().columns; })
-        .def_property_readonly("bits", [](const CoreFrame& self) { return self.facts().bits; })
-        .def_property_readonly("complete",
-                               [](const CoreFrame& self) { return self.facts().complete(); });
+        .def_property_readonly("bits", [](const CoreFrame& self) { return self.facts().bits; });
+    module.def("array_of", &arrayOf);
+    module.def("is_complete", &isComplete);
     addFiles(frame);
     addPickle(frame);
 }

@@ -1,4 +1,5 @@
 #include "py_camera.h"
+#include "py_package.h"
 #include "py_values.h"
 #include "py_waits.h"
 
@@ -69,6 +70,17 @@ std::string secondsText(milliseconds time)
 {
     throw Error(ErrorKind::Timeout, camera.target() + ": no frame: " + why +
                                         "; the readout was ended. Is the camera still there?");
+}
+
+// The method __next__ of vxcam.Stream.
+python::object nextFrame(const python::object& stream)
+{
+    static const FieldName core("_core"), timeout("_timeout");
+    auto& readout = core.of(stream).cast<CoreStream&>();
+    std::optional<CoreFrame> frame =
+        readout.next(patienceFromPython("timeout", timeout.of(stream)));
+    if (!frame) throw python::stop_iteration();
+    return frameToPython(std::move(*frame));
 }
 
 } // namespace
@@ -151,6 +163,9 @@ void addStream(python::module_& module)
                                       progress.done, Seconds(progress.elapsed).count(),
                                       Seconds(progress.exposure).count());
         });
+    const python::cpp_function next(&nextFrame, python::name("__next__"));
+    module.attr("next_frame") =
+        python::reinterpret_steal<python::object>(PyInstanceMethod_New(next.ptr()));
 }
 
 } // namespace vxcam::py

@@ -192,6 +192,7 @@ VALUES = {
     "Recorder(buffers=0)": (lambda s: vxcam.Recorder("a.raw", buffers=0), "0"),
     "write(array)": (lambda s: s.recorder.write(s.frame.array), "array"),
     "finish('over')": (lambda s: s.recorder.finish("over"), "'over'"),
+    "Frame(array)": (lambda s: vxcam.Frame(s.frame.array), "array"),
     "Stream(1, 2, 3)": (lambda s: vxcam.Stream(1, 2, 3), "2"),
 }
 

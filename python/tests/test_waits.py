@@ -169,6 +169,45 @@ def test_handlers_run_on_a_thread_of_python_and_may_use_the_camera(camera):
     assert all(gain == 0 and temperature > -273 and zone for _, gain, temperature, zone in seen)
 
 
+def test_an_event_tells_nothing_that_it_does_not_know(camera):
+    seen = {}
+    with camera.on_event(lambda event: seen.setdefault(event.kind, event)):
+        camera.grab(exposure=0.01)
+        with pytest.raises(vxcam.CameraError):
+            camera.gain = 9
+        assert wait_until(lambda: {"heartbeat", "readout-ended", "camera-error"} <= seen.keys())
+    beat, end, error = seen["heartbeat"], seen["readout-ended"], seen["camera-error"]
+    assert beat.ccd_temp > -273 and beat.board_temp > -273
+    assert (beat.readout, beat.code, beat.sub_code) == (None, None, None)
+    assert (end.ccd_temp, end.board_temp, end.code, end.sub_code, end.readout) == (None, None, None, None, 1)
+    assert error.code > 0 and error.sub_code > 0 and (error.readout, error.ccd_temp) == (None, None)
+    assert repr(end).endswith(", readout 1, text 'complete'>") and "readout" not in repr(beat)
+
+
+def test_a_readout_that_never_began_is_told_without_a_number(camera):
+    seen = []
+    camera.on_event(seen.append)
+    camera.stream(exposure=1000).stop()
+    assert wait_until(lambda: [event.readout for event in seen if event.kind == "readout-ended"] == [None])
+
+
+def test_heartbeats_wake_nobody_who_has_not_asked_for_them():
+    assert run_python(f"""
+        import vxcam
+        from vxcam import _vxcam
+        with vxcam.Camera({SMALL!r}) as camera:
+            line = _vxcam.EventLine()
+            listener = camera._core.listen(line, 1)
+            before = camera.statistics.heartbeats
+            while camera.statistics.heartbeats < before + 3:
+                pass
+            camera.grab(exposure=0)
+            print([facts["kind"] for _, facts in line.take()["events"]])
+            listener.hear_heartbeats()
+            print([facts["kind"] for _, facts in line.take()["events"]][:1])
+    """) == "['readout-ended']\n['heartbeat']"
+
+
 def test_an_ended_subscription_is_not_called(camera):
     calls = []
     subscription = camera.on_event(calls.append)

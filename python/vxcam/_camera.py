@@ -328,6 +328,7 @@ class Camera(CameraProperties, Scope):
         """
         _given.handler("handler", handler)
         self._core.own()
+        self._listener.hear_heartbeats()
         return self._line.add(self._number, handler)
 
     @property

@@ -22,19 +22,16 @@ class Frame:
     All facts are read-only. `numpy.asarray(frame)` is the same as `frame.array`.
     """
 
-    __slots__ = ("_core", "_array", "_known", "_settings", "_statistics", "_times", "__weakref__")
+    # What is asked for is kept in `_kept`: most frames of a fast stream are asked for little.
+    __slots__ = ("_core", "_kept", "__weakref__")
     _core: Any
-    _array: Optional[NDArray[Any]]
-    _known: Optional[dict[str, Any]]
-    _settings: Optional[Settings]
-    _statistics: Optional[FrameStatistics]
-    _times: Optional[FrameTimes]
+    _kept: dict[str, Any]
 
     def __init__(self, core: Any) -> None:
-        keep = object.__setattr__
-        keep(self, "_core", core)
-        for name in ("_array", "_known", "_settings", "_statistics", "_times"):
-            keep(self, name, None)
+        if type(core) is not _vxcam.Frame:
+            _given.refuse_type("frame", core, "nothing: frames come from cameras")
+        _set_core(self, core)
+        _set_kept(self, {})
 
     def __setattr__(self, name: str, value: object) -> None:
         raise AttributeError(f"a frame is read-only: '{name}' cannot be set")
@@ -52,29 +49,30 @@ class Frame:
         core = self._core
         return _frame_of, (self.array.tobytes(), core.facts(), core.times(), core.settings())
 
-    def _keep(self, name: str, value: Any) -> Any:
-        object.__setattr__(self, name, value)
-        return value
-
     @property
     def _facts(self) -> dict[str, Any]:
-        facts: dict[str, Any] = self._known or self._keep("_known", self._core.facts())
+        kept = self._kept
+        if "facts" not in kept:
+            kept["facts"] = self._core.facts()
+        facts: dict[str, Any] = kept["facts"]
         return facts
 
     # ---- Pixels
 
-    @property
-    def array(self) -> NDArray[Any]:
-        """The pixels: a read-only numpy array of shape (rows, columns).
+    if TYPE_CHECKING:
+
+        @property
+        def array(self) -> NDArray[Any]: ...
+    else:
+        array = property(
+            _vxcam.array_of,
+            doc="""The pixels: a read-only numpy array of shape (rows, columns).
 
         Of 8 bits it is uint8, of 16 bits uint16, of binned frames int32. Nothing is copied: the
         array has the very memory that the pixels came to, and that lives as long as it does. A
         sum of bins above 2147483647 shows in `array.view("uint32")`.
-        """
-        if self._array is None:
-            self._keep("_array", self._core.array())
-        assert self._array is not None
-        return self._array
+        """,
+        )
 
     def __array__(self, dtype: Any = None) -> NDArray[Any]:
         return self.array if dtype is None else self.array.astype(dtype)
@@ -107,10 +105,10 @@ class Frame:
     @property
     def statistics(self) -> FrameStatistics:
         """Mean, std, min and max of all pixels, and how many have the highest value that there is."""
-        if self._statistics is None:
-            self._keep("_statistics", FrameStatistics(*self._core.figures()))
-        assert self._statistics is not None
-        return self._statistics
+        if "statistics" not in self._kept:
+            self._kept["statistics"] = FrameStatistics(*self._core.figures())
+        statistics: FrameStatistics = self._kept["statistics"]
+        return statistics
 
     def stars(self) -> tuple[Star, ...]:
         """The stars in the frame, the brightest one first."""
@@ -118,10 +116,12 @@ class Frame:
 
     # ---- What is missing
 
-    @property
-    def complete(self) -> bool:
-        """Whether nothing is missing, damaged or misplaced."""
-        return bool(self._core.complete)
+    if TYPE_CHECKING:
+
+        @property
+        def complete(self) -> bool: ...
+    else:
+        complete = property(_vxcam.is_complete, doc="Whether nothing is missing, damaged or misplaced.")
 
     @property
     def missing_rows(self) -> tuple[int, ...]:
@@ -173,18 +173,18 @@ class Frame:
     @property
     def times(self) -> FrameTimes:
         """When it was exposed: times.begin, .middle, .end, .uncertainty, .how."""
-        if self._times is None:
-            self._keep("_times", FrameTimes(self._core.times()))
-        assert self._times is not None
-        return self._times
+        if "times" not in self._kept:
+            self._kept["times"] = FrameTimes(self._core.times())
+        times: FrameTimes = self._kept["times"]
+        return times
 
     @property
     def settings(self) -> Settings:
         """The properties in force: settings["gain"]."""
-        if self._settings is None:
-            self._keep("_settings", Settings(self._core.settings()))
-        assert self._settings is not None
-        return self._settings
+        if "settings" not in self._kept:
+            self._kept["settings"] = Settings(self._core.settings())
+        settings: Settings = self._kept["settings"]
+        return settings
 
     @property
     def number(self) -> int:
@@ -370,6 +370,10 @@ class Frame:
     def __repr__(self) -> str:
         text = f"<vxcam.Frame {self.number}: {self.columns} x {self.rows}, {self.bits} bits, {self.exposure:g} s"
         return text + (">" if self.complete else f", incomplete: {self._gap()}>")
+
+
+_set_core = Frame.__dict__["_core"].__set__  # past __setattr__
+_set_kept = Frame.__dict__["_kept"].__set__
 
 
 def _frame_of(*parts: Any) -> Frame:

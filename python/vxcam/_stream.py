@@ -5,7 +5,7 @@ from __future__ import annotations
 import asyncio
 from collections.abc import AsyncIterator, Callable, Iterator
 from types import TracebackType
-from typing import Any, NamedTuple, Optional
+from typing import TYPE_CHECKING, Any, NamedTuple, Optional
 
 from . import _given, _vxcam
 from ._cooler import Seconds
@@ -47,11 +47,11 @@ class Stream(Iterator[Frame], Scope):
     def __iter__(self) -> Stream:
         return self
 
-    def __next__(self) -> Frame:
-        frame = self._take()
-        if frame is None:
-            raise StopIteration
-        return frame
+    if TYPE_CHECKING:
+
+        def __next__(self) -> Frame: ...
+    else:
+        __next__ = _vxcam.next_frame
 
     def _take(self) -> Optional[Frame]:
         core = self._core.next(self._timeout)
