@@ -195,11 +195,17 @@ python::dict eventOf(const Event& event)
     python::dict result;
     result["kind"] = nameOf(event.kind);
     result["time_ns"] = nanoseconds(event.time.utc);
-    result["ccd_temp"] = event.sensorTemperature;
-    result["board_temp"] = event.boardTemperature;
-    result["code"] = event.code;
-    result["sub_code"] = event.subCode;
-    result["readout"] = event.readout;
+    // None where an event of its kind tells none.
+    const auto told = [](bool isTold, auto value) {
+        return isTold ? python::cast(value) : python::none();
+    };
+    const bool isHeartbeat = event.kind == EventKind::Heartbeat;
+    const bool isError = event.kind == EventKind::CameraError;
+    result["ccd_temp"] = told(isHeartbeat, event.sensorTemperature);
+    result["board_temp"] = told(isHeartbeat, event.boardTemperature);
+    result["code"] = told(isError || event.kind == EventKind::Message, event.code);
+    result["sub_code"] = told(isError, event.subCode);
+    result["readout"] = told(event.readout > 0, event.readout);
     result["text"] = textToPython(event.text);
     result["bytes"] =
         python::bytes(reinterpret_cast<const char*>(event.bytes.data()), event.bytes.size());

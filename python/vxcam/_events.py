@@ -28,19 +28,27 @@ class Event(NamedTuple):
     """Something that a camera told.
 
     `kind` is "heartbeat", "camera-error", "link-lost", "link-restored", "settings-restored",
-    "restore-asked", "readout-ended", "message" or "camera-changed".
+    "restore-asked", "readout-ended", "message" or "camera-changed". What an event of its kind does not
+    tell is None, or empty: temperatures are those of heartbeats, `code` that of an error or a message,
+    `readout` which one ended, or ran when the error came, where the camera had begun with it.
     """
 
     kind: str
     time: datetime
     time_ns: int
-    ccd_temp: float
-    board_temp: float
-    code: int
-    sub_code: int
-    readout: int
+    ccd_temp: Optional[float]
+    board_temp: Optional[float]
+    code: Optional[int]
+    sub_code: Optional[int]
+    readout: Optional[int]
     text: str
     bytes: bytes
+
+    def __repr__(self) -> str:
+        told = {name: value for name, value in self._asdict().items()
+                if name not in ("kind", "time", "time_ns") and value not in (None, "", b"")}
+        facts = "".join(f", {name} {value!r}" for name, value in told.items())
+        return f"<vxcam.Event {self.kind} at {self.time.isoformat(timespec='milliseconds')}{facts}>"
 
 
 Handler = Callable[[Event], object]
@@ -103,7 +111,8 @@ def _tell_log(target: str, event: Event) -> None:
     elif event.kind == "readout-ended":
         quiet = {"complete": logging.DEBUG, "aborted": logging.INFO, "closed": logging.INFO}
         level = quiet.get(event.text, logging.WARNING)
-        log.getChild("readout").log(level, "%s: readout %d ended: %s", target, event.readout, event.text)
+        which = "a readout" if event.readout is None else f"readout {event.readout}"
+        log.getChild("readout").log(level, "%s: %s ended: %s", target, which, event.text)
 
 
 def _tell_lost(lost: int, before: int, what: str) -> None:
