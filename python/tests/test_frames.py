@@ -70,6 +70,14 @@ def test_the_array_is_the_frames_own_memory_and_read_only(camera):
     assert again.__array_interface__["data"][0] == frame.array.__array_interface__["data"][0]
 
 
+def test_a_copy_of_the_pixels_is_made_where_it_is_asked_for(camera):
+    """As NumPy 2 does: numpy.array(frame, copy=True)."""
+    frame = camera.grab()
+    copied = frame.__array__(copy=True)
+    assert copied.flags.writeable and (copied == frame.array).all()
+    assert frame.__array__(copy=None) is frame.array and frame.__array__(frame.array.dtype) is frame.array
+
+
 def test_frames_and_arrays_outlive_the_camera():
     with vxcam.Camera(SMALL) as camera:
         frames = list(camera.stream(frames=12, buffers=4, exposure=0.01))

@@ -74,8 +74,9 @@ class Frame:
         """,
         )
 
-    def __array__(self, dtype: Any = None) -> NDArray[Any]:
-        return self.array if dtype is None else self.array.astype(dtype)
+    def __array__(self, dtype: Any = None, copy: Optional[bool] = None) -> NDArray[Any]:
+        array = self.array if dtype is None else self.array.astype(dtype, copy=False)
+        return array.copy() if copy and array is self.array else array
 
     @property
     def rows(self) -> int:
