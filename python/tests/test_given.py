@@ -229,5 +229,5 @@ def test_numbers_of_numpy_and_timedeltas_are_taken(camera):
     assert camera.grab(exposure=0, binning=numpy.array([2, 2])).binning == (2, 2)
     assert camera.wait_for_link(timedelta(seconds=1))
     camera.cooler.ramp_to(numpy.float64(5))
-    with pytest.raises(vxcam.CameraTimeout):
+    with pytest.raises(vxcam.CameraTimeout, match="after 0.001 s"):
         camera.cooler.wait(timedelta(milliseconds=1))

@@ -78,8 +78,9 @@ class Cooler:
             raise UsageError(f"{self._camera.target}: there is nothing to wait for, begin with ramp_to() or warm_up()")
         told = self._camera._core.wait_for_cooler(timeout)
         if told is None:
+            seconds = timeout.total_seconds() if isinstance(timeout, timedelta) else timeout
             raise CameraTimeout(
-                f"{self._camera.target}: the sensor is not there after {timeout} s: {self.state.text}"
+                f"{self._camera.target}: the sensor is not there after {seconds:g} s: {self.state.text}"
             )
         state = CoolingState(*told)
         if state.phase == "failed":
