@@ -74,16 +74,21 @@ function showPlan() {
   else lines(at('checked'), mistakesOf(plan.error), 'wrong');
 }
 
-// Reads and checks them anew; without any, says why.
+let lastAsked = 0; // of lists of plans
+
+// Reads and checks them anew; without any, says why. An answer that a later one overtook is dropped.
 export async function showPlans() {
-  const before = at('plan').value;
+  const mine = ++lastAsked;
+  let list = {plans: [], hooks: false}, trouble = '';
   try {
-    ({plans, hooks} = await ask('GET', '/api/v1/plans'));
-    at('no-plans').textContent = '';
+    list = await ask('GET', '/api/v1/plans');
   } catch (error) {
-    plans = [];
-    at('no-plans').textContent = error.message;
+    trouble = error.message;
   }
+  if (mine !== lastAsked) return;
+  const before = at('plan').value;
+  ({plans, hooks} = list);
+  at('no-plans').textContent = trouble;
   at('sequence').disabled = at('no-plans').textContent !== '';
   at('plan').replaceChildren(...plans.map(({name, good}) => new Option(good ? name : `! ${name}`, name)));
   const wanted = [state.over ? before : state.plan, state.plan, plans.find(plan => plan.good)?.name];
