@@ -165,7 +165,7 @@ class Page(InBrowser):
         self.browser.run("document.getElementById('start').click()")
         self.browser.until(text("state") + " === 'complete'")
         self.browser.run("document.getElementById('live').click()")
-        self.browser.until("parseFloat(%s) > 2" % text("truth"))
+        self.browser.until("parseFloat(%s) > 2 && !document.getElementById('stop').disabled" % text("truth"))
         self.browser.run("document.getElementById('stop').click()")
         self.browser.until(text("state") + ".startsWith('aborted')")
 
@@ -828,7 +828,7 @@ class Sequences(InBrowser):
 
     def click(self, *buttons):
         for button in buttons:
-            self.browser.until("!document.getElementById('%s').disabled" % button)
+            self.browser.until("!document.getElementById('%s').matches(':disabled')" % button)
             self.browser.run("document.getElementById('%s').click()" % button)
 
     def choose(self, name):
