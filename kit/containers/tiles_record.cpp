@@ -184,15 +184,16 @@ std::unique_ptr<RecordFile> makeTilesRecord(const std::string& path, const Recor
 FileBytes encodeForTiles(const RecordedFrame& frame, const RecordOptions& options, FileBytes spare)
 {
     const Frame& image = frame.frame;
+    const HeaderOptions header = headerOf(frame, options.header);
     const bool isRice = options.compression == Compression::Rice;
-    if (isRice && fitsRiceTiles(image)) return riceTiles(image, options.header, std::move(spare));
+    if (isRice && fitsRiceTiles(image)) return riceTiles(image, header, std::move(spare));
     const ImageKind& kind = kindOf(image.bits());
     long axes[] = {image.columns(), image.rows()};
     MemoryFits fits;
     int* const status = fits.status();
     fits.check(fits_set_compression_type(fits.file(), isRice ? RICE_1 : GZIP_2, status));
     fits.check(fits_create_img(fits.file(), kind.image, 2, axes, status));
-    for (const HeaderCard& card : makeHeader(image, headerOf(frame, options.header))) {
+    for (const HeaderCard& card : makeHeader(image, header)) {
         for (const std::string& line : fitsCards(card, nullptr)) {
             fits.check(fits_write_record(fits.file(), line.c_str(), status));
         }

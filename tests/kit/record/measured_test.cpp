@@ -111,6 +111,32 @@ TEST(MeasuredRecords, HaveTheMeasuresOfEachFrame)
     }
 }
 
+TEST(MeasuredRecords, HaveTheMeasuresInTheHeaderOfEachCompressedFrame)
+{
+    const Folder folder;
+    makeTextFile(folder.path("read.py"),
+                 "import sys\n"
+                 "from astropy.io import fits\n"
+                 "with fits.open(sys.argv[1]) as file:\n"
+                 "    for hdu in file:\n"
+                 "        if isinstance(hdu, fits.CompImageHDU):\n"
+                 "            print(hdu.header['NSTARS'], hdu.header['DATAMAX'])\n");
+    std::string expected;
+    for (int number = 1; number <= 3; ++number) {
+        const Measures is = measuresOf(starField(number));
+        expected += std::to_string(is.stars) + " " + std::to_string(is.most) + "\n";
+    }
+    for (const Compression compression : {Compression::Rice, Compression::Gzip}) {
+        RecordOptions options;
+        options.force = true;
+        options.compression = compression;
+        recordFields(folder.path("a.fits"), options, true);
+        EXPECT_EQ(Output("/usr/bin/python3 " + folder.path("read.py") + " " +
+                         folder.path("a.fits") + " 2>&1"),
+                  expected);
+    }
+}
+
 TEST(MeasuredRecords, AreMeasuredFromTheFirstFrameOn)
 {
     const Folder folder;
