@@ -270,6 +270,23 @@ class Page(InBrowser):
         self.browser.run("document.getElementById('control').click()")
         self.browser.until(text("lease") + " === 'you control'")
 
+    def test_a_lease_that_is_taken_over_is_told(self):
+        self.browser.run("document.getElementById('control').click()")
+        self.browser.until(text("lease") + " === 'you control'")
+        self.server.ask("POST", CAMERA + "/lease", {"holder": "night script", "take": True})
+        self.browser.until(text("lease") + " === 'night script controls'")
+        self.browser.until(text("control") + " === 'Take over'")
+
+    def test_no_number_of_frames_is_no_exposure_without_end(self):
+        self.browser.run("document.getElementById('frames').value = ''")
+        self.browser.run("document.getElementById('start').click()")
+        self.browser.until(text("frames-wrong") + " === 'how many frames?'")
+        self.assertIsNone(self.server.get(CAMERA).json["exposure"])
+        self.browser.run("document.getElementById('frames').value = '1'")
+        self.browser.run("document.getElementById('start').click()")
+        self.browser.until(text("state") + " === 'complete'")
+        self.assertEqual(self.browser.run(text("frames-wrong")), "")
+
     def test_a_refused_exposure_stays_told_beside_the_state(self):
         self.browser.run("document.getElementById('start').click()")
         self.browser.until(text("state") + " === 'complete'")

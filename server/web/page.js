@@ -1,4 +1,4 @@
-import {ask, askForPart, camera, cameraPath, giveLease, hasLease, number, takeLease, watch} from './server.js';
+import {ask, askForPart, camera, cameraPath, cameraNow, giveLease, hasLease, number, takeLease, watch} from './server.js';
 import {isOneOfSeveral, showCameras, showOne} from './cameras.js';
 import {exactFigures, figuresOf, stretchOf} from './figures.js';
 import {Gestures} from './gestures.js';
@@ -362,7 +362,7 @@ function showExposure() {
 
 async function look() {
   try {
-    cameraFacts = await camera('GET');
+    cameraFacts = await cameraNow();
     isServerThere = true;
     showCamera();
     showOne(cameraFacts);
@@ -480,7 +480,9 @@ async function showCooler() {
 
 at('expose').addEventListener('submit', event => {
   event.preventDefault();
-  doing(() => expose(Number(at('frames').value)));
+  const frames = numberIn('frames', 'frames', 1);
+  if (frames === undefined) complain('frames', 'how many frames?');
+  if (frames) doing(() => expose(frames));
 });
 at('live').onclick = () => doing(() => expose(0));
 at('stop').onclick = () => doing(stop);

@@ -5,6 +5,11 @@ export const cameraPath = `/api/v1/cameras/${encodeURIComponent(number)}`;
 const kLease = `lease of ${number}`; // where its key is kept
 let leaseKey = sessionStorage.getItem(kLease) ?? '';
 
+// By which the server's lease tells this page from others.
+const kHolder = 'holder';
+const holder = sessionStorage.getItem(kHolder) ?? `page ${Math.random().toString(36).slice(2, 6)}`;
+sessionStorage.setItem(kHolder, holder);
+
 export const hasLease = () => leaseKey !== '';
 
 function keep(key) {
@@ -26,8 +31,17 @@ export async function ask(method, path, body) {
 
 export const camera = (method, path = '', body) => ask(method, cameraPath + path, body);
 
+// The camera's facts. A lease that somebody else has by now, or nobody, is no longer this page's.
+export async function cameraNow() {
+  const before = leaseKey;
+  const facts = await camera('GET');
+  const {held, holder: has} = facts.lease;
+  if (before === leaseKey && hasLease() && !(held && has === holder)) keep('');
+  return facts;
+}
+
 export async function takeLease() {
-  keep((await camera('POST', '/lease', {holder: 'page', take: true})).key);
+  keep((await camera('POST', '/lease', {holder, take: true})).key);
 }
 
 export async function giveLease() {
