@@ -149,6 +149,16 @@ class Page(InBrowser):
         self.browser.run("document.getElementById('start').click()")
         self.browser.until(text("facts") + ".includes('32 x 16')")
 
+    def test_a_region_that_lies_beside_the_image_is_none(self):
+        for ends in (((-9, 3), (-2, 8)), ((64, 3), (70, 8)), ((3, -9), (8, -1)), ((3, 32), (8, 40))):
+            found = self.browser.run(
+                "import('/measure.js').then(({regionOf}) => regionOf({columns: 64, rows: 32}, [%d, %d], [%d, %d]))"
+                % (*ends[0], *ends[1]))
+            self.assertIsNone(found, ends)
+        found = self.browser.run(
+            "import('/measure.js').then(({regionOf}) => regionOf({columns: 64, rows: 32}, [-9, -9], [70, 40]))")
+        self.assertEqual(found, {"column": 0, "row": 0, "columns": 64, "rows": 32})
+
     def test_the_area_is_what_the_camera_reads_whoever_has_set_it(self):
         self.browser.until(text("area") + " === 'whole sensor'")
         self.server.ask("PUT", CAMERA + "/properties/area", {"value": "4,2,8,6"})

@@ -4,6 +4,8 @@ const kMost = 1 << 20; // pixels that are looked at
 
 // Between two places of the frame, its pixels under both with all between them; they may lie outside.
 export function regionOf({columns, rows}, [x0, y0], [x1, y1]) {
+  const isBeside = (a, b, most) => Math.max(a, b) < 0 || Math.min(a, b) >= most;
+  if (isBeside(x0, x1, columns) || isBeside(y0, y1, rows)) return null;
   const span = (a, b, most) => [Math.min(a, b), Math.max(a, b)].map(
       value => Math.min(Math.max(Math.floor(value), 0), most - 1));
   const [[left, right], [top, bottom]] = [span(x0, x1, columns), span(y0, y1, rows)];

@@ -563,6 +563,7 @@ const gestures = new Gestures(view, at('region'), tools, {
   },
   onBox: (tool, from, to) => {
     const region = regionOf(newest.facts, view.pixelAt(from), view.pixelAt(to));
+    if (!region) return;
     if (tool === 'measure') return measure(region);
     gestures.hold('pan'); // the next drag is to change no setting
     doing(() => setArea(sensorArea(region)));
