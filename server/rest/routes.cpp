@@ -234,7 +234,8 @@ const Route* find(const std::string& path)
 void requireKnown(const std::string& query, const std::vector<QueryParameter>& parameters)
 {
     std::set<std::string> seen;
-    for (const auto& [name, value] : parsedForm(query)) {
+    for (const auto& field : parsedForm(query)) {
+        const std::string& name = field.first;
         const bool isKnown = std::any_of(parameters.begin(), parameters.end(),
                                          [&](const auto& known) { return name == known.name; });
         if (!isKnown) throw Refusal(400, "usage", "'" + name + "' is unknown in this query");

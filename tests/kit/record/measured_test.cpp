@@ -24,7 +24,7 @@ Frame starField(int number)
         for (int column = 0; column < kSide; ++column) {
             const double away = std::hypot(row - 40.3, column - 50.6);
             const double star = number == 2 ? 0 : 20'000 * std::exp(-away * away / 8);
-            pixels[static_cast<size_t>(row * kSide + column)] =
+            pixels[static_cast<size_t>(row) * kSide + static_cast<size_t>(column)] =
                 static_cast<uint16_t>(1000 + (row * 31 + column * 17) % 23 + star);
         }
     }
