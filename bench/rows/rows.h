@@ -16,7 +16,7 @@ struct tsRowChoice {
 // The names of all rows.
 inline constexpr const char* gaRowNames[] = {
     "S1", "S2", "S3", "S4", "S5", "L1", "L2", "L3", "I1", "I2", "P1", "D1", "G1", "G2", "G3", "C1",
-    "F1", "F2", "K1", "K2", "N1", "N2", "W1", "W2", "W3", "W4", "W5", "W6", "W7", "W8", "V1"};
+    "F1", "F2", "K1", "K2", "N1", "N2", "W1", "W2", "W3", "W4", "W5", "W6", "W7", "W8", "V1", "V2"};
 
 void MeasureStreams(tcTable& table, const tsRowChoice& choice, const tsBenchOptions& options);
 void MeasureLatencies(tcTable& table, const tsRowChoice& choice, const tsBenchOptions& options);

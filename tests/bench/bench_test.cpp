@@ -161,7 +161,7 @@ TEST_F(VxBench, MeasuresEveryRow)
     }
     std::set<std::string> all = {"S1", "S2", "S3", "S4", "S5", "L1", "L2", "L3", "I1", "I2",
                                  "P1", "D1", "G1", "G2", "G3", "C1", "F1", "F2", "K1", "K2",
-                                 "W1", "W2", "W3", "W4", "W5", "W6", "W7", "W8", "V1"};
+                                 "W1", "W2", "W3", "W4", "W5", "W6", "W7", "W8", "V1", "V2"};
     if (VX_WITH_PYTHON) all.insert({"N1", "N2"});
     EXPECT_EQ(all, names);
     EXPECT_TRUE(std::filesystem::is_empty(msFolder));
