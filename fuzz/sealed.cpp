@@ -33,6 +33,8 @@ static bool IsOurs(const char* path)
     return std::strlen(digits) == 3 && std::strspn(digits, "0123456789") == 3 && *digits == '1';
 }
 
+// Visible, since the linker has the shared libraries of a target refer to them, too.
+#pragma GCC visibility push(default)
 extern "C" {
 
 int __real_access(const char* path, int mode);
@@ -96,3 +98,4 @@ ssize_t __wrap_sendto(int, const void*, size_t count, int, const sockaddr*, sock
     return static_cast<ssize_t>(count);
 }
 }
+#pragma GCC visibility pop
