@@ -188,7 +188,11 @@ class Callers(Secret):
         """On which it listens."""
         inodes = set()
         for name in os.listdir("/proc/%d/fd" % process):
-            match = re.match(r"socket:\[(\d+)\]", os.readlink("/proc/%d/fd/%s" % (process, name)))
+            try:
+                match = re.match(r"socket:\[(\d+)\]",
+                                 os.readlink("/proc/%d/fd/%s" % (process, name)))
+            except FileNotFoundError:  # closed since
+                continue
             if match:
                 inodes.add(match.group(1))
         with open("/proc/net/tcp", encoding="ascii") as file:
