@@ -17,6 +17,7 @@ constexpr milliseconds kFirstHeartbeat(1500); // from the opening on
 constexpr milliseconds kLater(50);
 constexpr milliseconds kFlightPause(1000); // between two files
 constexpr milliseconds kLook(100);         // whether a camera has gone on
+constexpr milliseconds kAskAgain(1000);    // a camera that took a connection and says nothing
 constexpr milliseconds kClearance(200);
 constexpr milliseconds kLossPatience(200);
 constexpr std::chrono::seconds kTemperatureAge(30); // older ones say nothing
@@ -311,7 +312,7 @@ std::optional<SteadyTime> CameraCore::lookAfter()
     bool isDue = false;
     {
         std::lock_guard<std::mutex> guard(state_);
-        isDue = !isCleared_ || (isRestoreDue_ && isLinkUp_);
+        isDue = !isCleared_ || isQuestionDue();
     }
     if (!isDue && !(isStopDue_ && hasGoneOn())) return nextLook();
     const std::unique_lock<std::recursive_mutex> guard(commands_, std::try_to_lock);
@@ -323,10 +324,18 @@ std::optional<SteadyTime> CameraCore::lookAfter()
     return nextLook();
 }
 
-// At a camera that may still be at a readout, though all else is cleared away.
+// The first question on a new connection, or what comes behind it. Called with state_.
+bool CameraCore::isQuestionDue() const
+{
+    return isLinkUp_ && (isRestoreDue_ || isLossTold_);
+}
+
+// At a camera that has not answered, or one that may still be at a readout, though all else is
+// cleared away.
 std::optional<SteadyTime> CameraCore::nextLook() const
 {
     std::lock_guard<std::mutex> guard(state_);
+    if (isQuestionDue()) return steady_clock::now() + kAskAgain;
     if (!isStopDue_ || !isCleared_ || !isLinkUp_) return std::nullopt;
     return steady_clock::now() + kLook;
 }

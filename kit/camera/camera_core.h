@@ -147,6 +147,8 @@ private:
 
     // first_question.cpp
     bool askFirst(SteadyTime since);
+    void tellLoss(const Moment& time, const std::string& words);
+    void tellAnswer(uint64_t connection);
 
     // short_question.cpp
     bool isReadyToAsk(std::chrono::milliseconds most) const;
@@ -188,6 +190,7 @@ private:
     void awaitClearance();
     std::optional<SteadyTime> watch();
     std::optional<SteadyTime> lookAfter();
+    bool isQuestionDue() const;
     std::optional<SteadyTime> nextLook() const;
     void noteFailure(const std::string& text);
     std::optional<SteadyTime> saveFlight();
@@ -232,6 +235,8 @@ private:
     uint64_t packetsAtLoss_ = 0;               // that had come whole when the link was lost
     uint64_t silentOn_ = 0;                    // where the first question was in vain
     SteadyTime silentUntil_;                   // on that one
+    bool isLossTold_ = false;                  // and no answer since
+    std::string wordsTold_;                    // with it
     std::optional<LateQuestion> late_;         // whose answer nobody waits for
     std::chrono::nanoseconds lastAnswer_{0};   // took so long
     std::string lastWords_;

@@ -17,7 +17,7 @@ enum class EventKind {
     Heartbeat,        // temperatures
     CameraError,      // code, subCode, text
     LinkLost,         // text: what the camera told last on the connection; often empty
-    LinkRestored,     // the connection was made anew
+    LinkRestored,     // the connection was made anew, and the camera answers on it
     SettingsRestored, // after that, see Restore; text: what could not be restored, empty if all was
     RestoreAsked,     // likewise, where Restore::Ask leaves it to Camera::restore()
     ReadoutEnded,     // readout, text: how ("complete", "timed out", ...)

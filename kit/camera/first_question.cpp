@@ -1,5 +1,6 @@
 // The first question on a connection that was made anew.
 #include "camera/camera_core.h"
+#include "readout/host_clock.h"
 
 #include "vxcamiface.h"
 
@@ -115,8 +116,35 @@ bool CameraCore::askFirst(SteadyTime since)
     }
     if (result == eVXFailed && !isClosed_) return false; // the application asks the same just now
     require(result, what);
+    tellAnswer(connection);
     compare(hardware);
     return true;
+}
+
+// Of a camera that takes a connection and ends it again without an answer it is told once, but for
+// what it says with that.
+void CameraCore::tellLoss(const Moment& time, const std::string& words)
+{
+    std::lock_guard<std::mutex> guard(state_);
+    if (isLossTold_ && (words.empty() || words == wordsTold_)) return;
+    isLossTold_ = true;
+    wordsTold_ = words;
+    Event event;
+    event.kind = EventKind::LinkLost;
+    event.time = time;
+    event.text = words;
+    events_.post(std::move(event));
+}
+
+// Unless that connection was lost meanwhile.
+void CameraCore::tellAnswer(uint64_t connection)
+{
+    std::lock_guard<std::mutex> guard(state_);
+    if (!isLinkUp_ || connection != connection_ || !std::exchange(isLossTold_, false)) return;
+    Event event;
+    event.kind = EventKind::LinkRestored;
+    event.time = presentMoment();
+    events_.post(std::move(event));
 }
 
 } // namespace vxcam

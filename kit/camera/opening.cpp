@@ -85,11 +85,7 @@ struct CameraCore::Callbacks {
                            "the connection was lost during the readout" +
                                (words.empty() ? "" : "; the camera's last words: " + words));
         }
-        Event event;
-        event.kind = isUp ? EventKind::LinkRestored : EventKind::LinkLost;
-        event.time = momentOf(record->Time);
-        event.text = words;
-        camera.events_.post(std::move(event));
+        if (!isUp) camera.tellLoss(momentOf(record->Time), words);
         if (!isUp) camera.noteFailure("");
         camera.keeper_->wake();
     }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <future>
+#include <mutex>
 
 using namespace vxcam;
 
@@ -30,9 +31,29 @@ protected:
         ASSERT_TRUE(camera_->waitForLink(kPatience));
     }
 
+    void listen()
+    {
+        subscription_ = camera_->onEvent([this](const Event& event) {
+            std::lock_guard<std::mutex> guard(lock_);
+            if (event.kind != EventKind::Heartbeat) told_.push_back(event.kind);
+        });
+    }
+    std::vector<EventKind> told()
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        return told_;
+    }
+
     BreakingCamera there_;
     std::optional<Camera> camera_;
+
+private:
+    std::mutex lock_;
+    std::vector<EventKind> told_;
+    Subscription subscription_;
 };
+
+using Told = std::vector<EventKind>;
 
 } // namespace
 
@@ -110,4 +131,26 @@ TEST_F(FirstQuestion, ThatIsInVainEndsAllThatWaitsInThePromisedTimeAndLeavesNoAn
     };
     ASSERT_TRUE(waitUntil(isAnswered));
     EXPECT_EQ(told->toTime(), 20ms);
+}
+
+TEST_F(FirstQuestion, IsAnsweredBeforeTheConnectionIsToldToBeThereAgain)
+{
+    listen();
+    breakOff("", {SIZE_MAX});
+    EXPECT_EQ(errorOf([&] { camera_->get("cooling"); }).kind(), ErrorKind::Timeout);
+    EXPECT_EQ(told(), Told{EventKind::LinkLost});
+    there_.wakeUp(0ms); // and nobody commands anything
+    EXPECT_TRUE(waitUntil([&] { return told().size() == 3; }));
+    EXPECT_EQ(told(),
+              (Told{EventKind::LinkLost, EventKind::LinkRestored, EventKind::SettingsRestored}));
+}
+
+TEST_F(FirstQuestion, OfConnectionsThatEndWithoutAnAnswerMakesNoNews)
+{
+    listen();
+    for (int i = 0; i < 3; ++i) {
+        breakOff("", {SIZE_MAX});
+    }
+    EXPECT_TRUE(waitUntil([&] { return camera_->statistics().connectionsLost == 3; }));
+    EXPECT_EQ(told(), Told{EventKind::LinkLost});
 }
