@@ -65,7 +65,7 @@ TEST_F(Flat, SaysWhereNoExposureDoesIt)
 {
     tcRun dark({"flat", msTarget, "--longest", "20ms", "--json"}, In(mFolder));
     EXPECT_EQ(dark.Exit(), 4);
-    EXPECT_EQ(dark.Errors(), "vxcam: too dark, even for 20 ms\n");
+    EXPECT_EQ(dark.Errors(), "vxcam: too dark, even for 20ms\n");
     EXPECT_TRUE(dark.Document()["exposure_s"].is_null());
     ASSERT_EQ(tcRun({"set", msTarget, "offset=30000"}).Exit(), 0);
     tcRun low({"flat", msTarget, "--level", "20%"}, In(mFolder));

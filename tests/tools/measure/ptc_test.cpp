@@ -86,7 +86,7 @@ TEST(Ptc, TellsOfLightThatItCannotUse)
 {
     tcRun dark({"ptc", "--sim-sensor", "64x64", "--longest", "20ms", "--json"});
     EXPECT_EQ(dark.Exit(), 4);
-    EXPECT_EQ(dark.Errors(), "vxcam: too dark, even for 20 ms\n");
+    EXPECT_EQ(dark.Errors(), "vxcam: too dark, even for 20ms\n");
     EXPECT_EQ(dark.Document()["error"]["exit_code"], 4);
 }
 

@@ -158,7 +158,7 @@ void tcFlat::Expose(vxcam::Camera& camera, tcProgress& progress)
                       gnPercent * median / mtGoal.fullScale);
         PrintLine(DurationText(exposure) + ": " + text);
     };
-    mtPlan.exposure = shots.Expose(mtPlan, mtGoal, told);
+    mtPlan.exposure = vxcam::exposureFor(mtPlan, mtGoal, shots.Taking(), told);
     mDocument["exposure_s"] = std::chrono::duration<double>(*mtPlan.exposure).count();
 }
 

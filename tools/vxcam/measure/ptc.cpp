@@ -26,13 +26,8 @@ const char* const gsPtcExamples =
 
 namespace {
 
-using tpMilliseconds = std::chrono::milliseconds;
-
 constexpr int gnFewestPairs = 4, gnMostPairs = 200;
 constexpr double gnFull = 65535;
-constexpr double gnHalf = 0.5, gnNearEnough = 0.1; // of full scale, and of that, for a first look
-constexpr double gnFaintest = 0.01;                // of the exposure that fills the scale ...
-constexpr double gnBeyond[] = {1.25, 1.8};         // ... and pairs that are brighter than it
 
 class tcPtc : public tcVerb
 {
@@ -44,9 +39,6 @@ public:
 private:
     void CheckArguments();
     void CheckFiles() const;
-    std::vector<tpMilliseconds> Exposures(tcShots& shots) const;
-    vxcam::FramePair TakePair(tcShots& shots, vxcam::FrameType type, tpMilliseconds exposure,
-                              const std::string& what);
     void Measure(tcShots& shots);
     void Describe(const vxcam::PhotonTransfer& result);
     void Print(const vxcam::PhotonTransfer& result) const;
@@ -56,11 +48,9 @@ private:
     tsCommonOptions mtCommon;
     tcPartOptions mPartOptions;
     std::string msFrom, msTo, msLongest = "10min", msTable, msPlot;
-    int mnPairs = 16;
     bool mbForce = false;
 
-    vxcam::Plan mtPlan;
-    tpMilliseconds mFrom{0}, mTo{0}, mLongest{0};
+    vxcam::TransferOptions mtOptions;
     vxcam::FramePair mtDark;
     std::vector<vxcam::FramePair> maFlats;
     nlohmann::ordered_json mDocument;
@@ -80,7 +70,7 @@ void tcPtc::Declare(tcCommandLine& line)
     line.Option("--from", &msFrom, "TIME", "the shortest exposure; else found, as --to is");
     line.Option("--to", &msTo, "TIME", "the longest one; else beyond what fills the scale");
     line.Option("--longest", &msLongest, "TIME", "that is tried to find it");
-    line.Option("-n,--pairs", &mnPairs, "NUMBER", "exposures, of two frames each")
+    line.Option("-n,--pairs", &mtOptions.pairs, "NUMBER", "exposures, of two frames each")
         .Within(gnFewestPairs, gnMostPairs);
     mPartOptions.DeclareArea(line);
     mPartOptions.DeclareTimeout(line);
@@ -96,18 +86,16 @@ void tcPtc::CheckArguments()
         throw tcFailure(eExitUsage, "--from and --to go together");
     }
     if (!msFrom.empty()) {
-        mFrom = ParseDuration(msFrom);
-        mTo = ParseDuration(msTo);
-        if (mFrom.count() < 1 || mTo <= mFrom) {
+        mtOptions.from = ParseDuration(msFrom);
+        mtOptions.to = ParseDuration(msTo);
+        if (mtOptions.from.count() < 1 || mtOptions.to <= mtOptions.from) {
             throw tcFailure(eExitUsage, "--from: at least 1 ms, and less than --to");
         }
     }
-    mLongest = ParseDuration(msLongest);
-    if (mLongest.count() < 1) throw tcFailure(eExitUsage, "--longest: at least 1 ms");
-    mtPlan.kind = vxcam::ReadoutKind::Area;
-    mtPlan.type = vxcam::FrameType::Flat;
-    mtPlan.frames = 2;
-    mPartOptions.Apply(&mtPlan);
+    mtOptions.longest = ParseDuration(msLongest);
+    if (mtOptions.longest.count() < 1) throw tcFailure(eExitUsage, "--longest: at least 1 ms");
+    mtOptions.plan.kind = vxcam::ReadoutKind::Area;
+    mPartOptions.Apply(&mtOptions.plan);
     const auto format = vxcam::formatOf(msPlot).value_or(vxcam::FileFormat::Preview);
     if (format != vxcam::FileFormat::Preview) {
         throw tcFailure(eExitUsage,
@@ -129,56 +117,11 @@ void tcPtc::CheckFiles() const
     }
 }
 
-// Evenly spread over the decades of light, and some beyond the end of the scale.
-std::vector<tpMilliseconds> tcPtc::Exposures(tcShots& shots) const
-{
-    double first = static_cast<double>(mFrom.count()), last = static_cast<double>(mTo.count());
-    std::vector<double> times;
-    int spread = mnPairs;
-    if (msFrom.empty()) {
-        vxcam::ExposureGoal goal;
-        goal.level = gnHalf * gnFull;
-        goal.tolerance = gnNearEnough;
-        goal.most = mLongest;
-        const tpMilliseconds half = shots.Expose(mtPlan, goal, [](tpMilliseconds, double) {});
-        last = static_cast<double>(half.count()) / gnHalf;
-        for (const double beyond : gnBeyond) {
-            times.push_back(beyond * last);
-        }
-        spread -= static_cast<int>(times.size());
-        first = std::max(1.0, gnFaintest * last);
-    }
-    for (int i = 0; i < spread; ++i) {
-        times.push_back(first * std::pow(last / first, static_cast<double>(i) / (spread - 1)));
-    }
-    std::sort(times.begin(), times.end());
-    std::vector<tpMilliseconds> exposures;
-    for (const double time : times) {
-        exposures.emplace_back(static_cast<int64_t>(std::llround(time)));
-    }
-    exposures.erase(std::unique(exposures.begin(), exposures.end()), exposures.end());
-    return exposures;
-}
-
-vxcam::FramePair tcPtc::TakePair(tcShots& shots, vxcam::FrameType type, tpMilliseconds exposure,
-                                 const std::string& what)
-{
-    vxcam::Plan plan = mtPlan;
-    plan.type = type;
-    plan.exposure = exposure;
-    const std::vector<vxcam::Frame> frames = shots.Take(plan, what);
-    return vxcam::pairOf(frames.at(0), frames.at(1));
-}
-
 void tcPtc::Measure(tcShots& shots)
 {
-    mtDark = TakePair(shots, vxcam::FrameType::Bias, tpMilliseconds(0), "bias");
-    const std::vector<tpMilliseconds> exposures = Exposures(shots);
-    for (const tpMilliseconds exposure : exposures) {
-        const std::string which =
-            "pair " + std::to_string(maFlats.size() + 1) + "/" + std::to_string(exposures.size());
-        maFlats.push_back(TakePair(shots, vxcam::FrameType::Flat, exposure, which));
-    }
+    const vxcam::TransferSeries series = vxcam::takeTransfer(mtOptions, shots.Taking());
+    mtDark = series.dark;
+    maFlats = series.flats;
 }
 
 void tcPtc::Describe(const vxcam::PhotonTransfer& result)
@@ -301,7 +244,7 @@ void tcPtc::Run()
     CheckFiles();
     vxcam::Camera camera = OpenCamera(mtCommon);
     mDocument["target"] = NameOf(camera);
-    mPartOptions.CheckArea(mtPlan, camera.sensor());
+    mPartOptions.CheckArea(mtOptions.plan, camera.sensor());
     tcProgress progress(!mtCommon.quiet);
     tcShots shots(camera, progress);
     Measure(shots);

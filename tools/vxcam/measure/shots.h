@@ -6,9 +6,8 @@
 #include "tcProgress.h"
 
 #include <vxcamkit/camera.h>
-#include <vxcamkit/exposure_search.h>
+#include <vxcamkit/steady_light.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,12 +24,12 @@ public:
     // after a signal.
     std::vector<vxcam::Frame> Take(const vxcam::Plan& plan, const std::string& what);
 
-    // An exposure of such frames at which the light is as bright as `goal` says; its offset is
-    // found here, by a frame without light. `told` gets each frame's exposure and median. Throws
-    // as Take() does, and tcFailure with eExitCamera where no exposure does it.
-    std::chrono::milliseconds
-    Expose(vxcam::Plan plan, vxcam::ExposureGoal goal,
-           const std::function<void(std::chrono::milliseconds, double)>& told);
+    // Take() as the kit asks for it; as long as this is there.
+    vxcam::TakeFrames Taking()
+    {
+        return
+            [this](const vxcam::Plan& plan, const std::string& what) { return Take(plan, what); };
+    }
 
 private:
     vxcam::Camera& mCamera;
