@@ -62,6 +62,7 @@ void Watcher::take(const WatcherWish& wish)
 {
     if (wish.rate) rate_ = *wish.rate;
     if (wish.more) wanted_ = std::min(wanted_.value_or(0) + *wish.more, WatcherWish::kMostMore);
+    if (wish.beat) beat_ = std::chrono::duration<double>(*wish.beat);
     if (!wish.part) return;
     part_ = wish.part;
     isAgain_ = true;
@@ -91,7 +92,24 @@ bool Watcher::sendRefusals()
         refusals.swap(refusals_);
     }
     return std::all_of(refusals.begin(), refusals.end(),
-                       [this](const std::string& text) { return writer_.text(text); });
+                       [this](const std::string& text) { return say(text); });
+}
+
+bool Watcher::say(const std::string& text)
+{
+    const bool isSent = writer_.text(text);
+    said_ = SteadyClock::now();
+    return isSent;
+}
+
+// Before the time is over, as what is waited for otherwise takes that long.
+bool Watcher::sendBeat()
+{
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (beat_.count() == 0 || SteadyClock::now() + kLook < said_ + beat_) return true;
+    }
+    return say(R"({"message":"beat"})");
 }
 
 bool Watcher::sendFrame(const FedFrame& fed, const std::optional<FramePart>& part)
@@ -107,7 +125,7 @@ bool Watcher::sendFrame(const FedFrame& fed, const std::optional<FramePart>& par
     if (part) json["part"] = jsonOf(*part);
     const SteadyTime last = frame.times().lastPacket.steady;
     json["age"] = std::chrono::duration<double>(SteadyClock::now() - last).count();
-    if (!writer_.text(textOf(json))) return false;
+    if (!say(textOf(json))) return false;
     if (!isAgain) meters_.watcherDelay.add(SteadyClock::now() - last);
     return sendPixels(frame, part);
 }
@@ -122,6 +140,7 @@ bool Watcher::sendPixels(const Frame& frame, const std::optional<FramePart>& par
         bytes = pixels_.size();
     }
     if (!writer_.binary(data, bytes)) return false;
+    said_ = SteadyClock::now();
     ++meters_.watcherFrames;
     meters_.watcherBytes += bytes;
     return true;
@@ -131,7 +150,7 @@ bool Watcher::sendEvents()
 {
     for (const LoggedEvent& event : camera_.events().after(seenEvent_, {})) {
         seenEvent_ = event.id;
-        if (!writer_.text("{\"message\":\"event\",\"event\":" + event.text + "}")) return false;
+        if (!say("{\"message\":\"event\",\"event\":" + event.text + "}")) return false;
     }
     return true;
 }
@@ -168,7 +187,7 @@ void Watcher::hasSent(SteadyClock::time_point begun)
 // False: the client has gone, or takes nothing any more.
 bool Watcher::sendNext()
 {
-    if (!sendEvents() || !sendRefusals()) return false;
+    if (!sendEvents() || !sendRefusals() || !sendBeat()) return false;
     if (!maySend()) return true;
     const uint64_t seen = expected_ - 1;
     const uint64_t than = isAgain_ && seen > 0 ? seen - 1 : seen;

@@ -25,7 +25,8 @@ namespace vxcam {
 // {...}}. The client may send {"rate": 5}, which makes it 5 frames a second at most; and {"more":
 // 1}, from when on it gets as many frames as it has asked for, so that none waits for it on the way
 // and grows old. {"part": {...}} makes it that part of each frame, and what it is stands in the
-// frame's text as "part"; the newest frame comes once more then, with "again". Anything else is
+// frame's text as "part"; the newest frame comes once more then, with "again". {"beat": 0.25} makes
+// {"message": "beat"} come where nothing else has been sent for that many seconds. Anything else is
 // answered with {"message": "error", "error": {...}}; too much of it ends the connection.
 //
 // Threads: it sends on one of its own. Locks: its own, never held while sending.
@@ -49,6 +50,8 @@ private:
     void take(const WatcherWish& wish);
     bool refuse(const Error& error);
     bool sendRefusals();
+    bool sendBeat();
+    bool say(const std::string& text);
     void send();
     bool sendNext();
     bool maySend();
@@ -69,11 +72,13 @@ private:
     std::optional<int64_t> wanted_; // frames that were asked for; nothing: all
     std::optional<FramePart> part_; // nothing: frames are sent as they are, and nothing said of it
     SteadyClock::time_point due_;
-    std::vector<std::string> refusals_; // of messages, not sent yet
-    int refused_ = 0;                   // since then
+    std::chrono::duration<double> beat_{0}; // at most between two messages; 0: any
+    std::vector<std::string> refusals_;     // of messages, not sent yet
+    int refused_ = 0;                       // since then
     SteadyClock::time_point refusedSince_;
     std::atomic<bool> isAgain_{false}; // the newest frame is wanted though it was sent before
     std::vector<std::byte> pixels_;    // of a part
+    SteadyClock::time_point said_;     // when the last message went; of the thread alone
     std::atomic<bool> isEnding_{false};
     std::thread thread_;
 };

@@ -30,6 +30,14 @@ int64_t moreOf(const Json& json)
     return static_cast<int64_t>(std::min<uint64_t>(json.get<uint64_t>(), WatcherWish::kMostMore));
 }
 
+double beatOf(const Json& json)
+{
+    const double beat = json.is_number() ? json.get<double>() : -1;
+    const bool isSpan = beat >= WatcherWish::kLeastBeat && beat <= WatcherWish::kMostBeat;
+    if (beat != 0 && !isSpan) refuse("beat: 0.1 to 60 s; 0: none");
+    return beat;
+}
+
 FramePart partOf(const Json& json)
 {
     const std::optional<FramePart> part = FramePart::of(json);
@@ -43,7 +51,7 @@ WatcherWish WatcherWish::of(const std::string& text)
 {
     const Json json = Json::parse(text, nullptr, false);
     if (!json.is_object() || json.empty()) {
-        refuse("a message is a JSON object with rate, more or part");
+        refuse("a message is a JSON object with rate, more, part or beat");
     }
     WatcherWish wish;
     for (const auto& [name, value] : json.items()) {
@@ -53,6 +61,8 @@ WatcherWish WatcherWish::of(const std::string& text)
             wish.more = moreOf(value);
         } else if (name == "part") {
             wish.part = partOf(value);
+        } else if (name == "beat") {
+            wish.beat = beatOf(value);
         } else {
             refuse("'" + name + "' is unknown here");
         }

@@ -18,7 +18,8 @@ constexpr const char* kFrameHint =
 constexpr const char* kLiveMore =
     "A WebSocket. Of each frame comes a text, LiveFrame, and behind it its pixels in a binary "
     "message, row after row, low bytes first; of each event a LiveEvent. The client may send "
-    "LiveWish; whatever else it sends is answered with LiveError, and changes nothing.";
+    "LiveWish, and has a LiveBeat as often as it asks for; whatever else it sends is answered with "
+    "LiveError, and changes nothing.";
 constexpr const char* kEventsMore =
     "Server-sent events: id is that of the event, event its kind, data an Event. A comment comes "
     "when nothing else has for 15 s.";

@@ -46,6 +46,8 @@ constexpr const char* kWishes = R"({
            "description": "frames a second at most; 0: as they come"},
   "more": {"type": "integer", "minimum": 0, "maximum": 1000,
            "description": "so many more frames, and from now on none that was not asked for"},
+  "beat": {"type": "number", "anyOf": [{"const": 0}, {"minimum": 0.1, "maximum": 60}],
+           "description": "seconds: a LiveBeat where nothing else has come for that long; 0: none"},
   "part": {"type": "object", "additionalProperties": false,
     "description": "that part of each frame",
     "properties": {
@@ -119,6 +121,8 @@ constexpr const char* kCameras = R"({
     "event": {"type": "string"}}},
 "LiveEvent": {"type": "object", "required": ["message", "event"], "properties": {
   "message": {"const": "event"}, "event": {"$ref": "#/components/schemas/Event"}}},
+"LiveBeat": {"type": "object", "required": ["message"], "properties": {
+  "message": {"const": "beat"}}},
 "LiveError": {"type": "object", "required": ["message", "error"], "properties": {
   "message": {"const": "error"}, "error": {"$ref": "#/components/schemas/Trouble"}}}
 })";

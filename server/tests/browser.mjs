@@ -40,6 +40,7 @@ try {
   });
 
   const actions = {
+    prepare: ({script}) => page.addInitScript(script),
     open: ({url}) => page.goto(url),
     run: ({script}) => page.evaluate(script),
     complaints: () => page.evaluate('0').catch(() => 0).then(() => complaints),  // also the latest
@@ -56,7 +57,7 @@ try {
       if (held) await page.keyboard.up(held);
     },
   };
-  const silent = new Set(['open', 'resize', 'prefer', 'press', 'mouse']);
+  const silent = new Set(['prepare', 'open', 'resize', 'prefer', 'press', 'mouse']);
 
   requests.on('line', line => {
     const request = JSON.parse(line);

@@ -90,6 +90,10 @@ class Browser:
                 return None
         return until(value, script, patience)
 
+    def prepare(self, script):
+        """Runs a script in each page that is opened from now on, before its own."""
+        self._ask("prepare", script=script)
+
     def open(self, url):
         self._ask("open", url=url)
 

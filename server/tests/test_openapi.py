@@ -289,9 +289,10 @@ class Document(unittest.TestCase):
         watcher = WebSocket(self.server.port, "/api/v1/cameras/0/live")
         self.assertIn(str(watcher.status), operation["responses"])
         watcher.send('{"bogus": 1}')
+        watcher.send('{"beat": 0.1}')
         seen = set()
         self.server.expose(exposure=0.001)
-        while seen != {"LiveError", "LiveFrame", "LiveEvent"}:
+        while seen != {"LiveError", "LiveFrame", "LiveEvent", "LiveBeat"}:
             message = watcher.message()
             if isinstance(message, dict):
                 name = "Live" + message["message"].title()

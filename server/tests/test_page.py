@@ -6,6 +6,7 @@ import json
 import math
 import os
 import re
+import signal
 import socket
 import tempfile
 import time
@@ -312,27 +313,86 @@ class Page(InBrowser):
         self.browser.run("document.getElementById('control').click()")
         self.browser.until(text("state") + " === 'complete'")
 
-    def test_a_lost_camera_shows_within_a_second_and_no_image_stays_current(self):
-        self.expose()
-        is_lost = text("stale") + ".includes('no connection to the camera')"
-        self.browser.run("""new MutationObserver(() => { if (%s) window.lost ??= Date.now(); }).observe(
-            document.getElementById('stale'), {childList: true, characterData: true, subtree: true})""" % is_lost)
+    def assertToldWithinASecond(self, told, spoil, mend):
+        """What is told beside the image of what spoils it, with which the image is dimmed; mended, that passes."""
+        is_told = text("stale") + ".includes('%s')" % told
+        self.browser.run("""new MutationObserver(() => { if (%s) window.told ??= Date.now(); }).observe(
+            document.getElementById('stale'), {childList: true, characterData: true, subtree: true})""" % is_told)
         for _ in range(3):
-            self.browser.run("delete window.lost")
-            killed = time.time()
-            self.camera.end()
-            took = self.browser.until("window.lost") / 1000 - killed
+            self.browser.run("delete window.told")
+            begun = time.time()
+            spoil()
+            took = self.browser.until("window.told") / 1000 - begun
             self.assertTrue(self.browser.run("document.getElementById('stage').matches('.old')"))
-            self.camera = Simulator(port=self.camera.port, sensor="64x32")
-            self.addCleanup(self.camera.retire)
-            self.browser.until("!%s.includes('connection')" % text("stale"))
+            mend()
+            self.browser.until("!(%s) && !document.getElementById('stage').matches('.old')" % is_told)
             if took < 1:
                 return
         is_busy = os.getloadavg()[0] > os.cpu_count()  # then a second says nothing of the page
         self.assertTrue(is_busy, "shown after %.2f s" % took)
 
+    def test_a_lost_camera_shows_within_a_second_and_no_image_stays_current(self):
+        self.expose()
+
+        def mend():
+            self.camera = Simulator(port=self.camera.port, sensor="64x32")
+            self.addCleanup(self.camera.retire)
+        self.assertToldWithinASecond("no connection to the camera", lambda: self.camera.end(), mend)
+
+    def test_a_server_that_hangs_shows_within_a_second_and_is_heard_again(self):
+        stop, go_on = [lambda how=how: self.server.process.send_signal(how) for how in (signal.SIGSTOP, signal.SIGCONT)]
+        self.addCleanup(go_on)
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 0.01, "frames": 0})
+        self.browser.until("parseFloat(%s) > 2" % text("truth"))
+        self.assertToldWithinASecond("no word from the server for ", stop, go_on)
+        self.browser.until("parseFloat(%s) > 2" % text("truth"))
+        self.server.ask("DELETE", CAMERA + "/exposures/1")
+        self.browser.until("!document.getElementById('start').disabled")
+        self.assertToldWithinASecond("no word from the server for ", stop, go_on)
+        stop()
+        # Beyond when the page tries another connection.
+        self.browser.until(text("stale") + ".includes('for 12 s; this frame is 1')")
+        self.assertEqual(self.browser.run(text("link")), "no word")
+        self.assertTrue(self.browser.run(text("temperature")).startswith("was 20"))
+        self.assertTrue(self.browser.run(text("state")).startswith("no word from the server for 1"))
+        self.assertTrue(self.browser.run("document.getElementById('start').disabled"))
+        go_on()
+        self.browser.until(text("link") + " === 'connected' && !document.getElementById('start').disabled")
+        self.browser.until("!document.getElementById('stage').matches('.old')")
+        shown = self.browser.run("document.getElementById('image').dataset.frame")
+        self.assertEqual(self.server.expose(exposure=0.001)["state"], "complete")
+        self.browser.until("document.getElementById('image').dataset.frame !== '%s'" % shown)
+
+    def test_a_frame_that_takes_long_on_its_way_is_no_silence(self):
+        self.browser.prepare("""
+          window.held = [];  // from a frame's pixels on, while they shall be
+          const {set} = Object.getOwnPropertyDescriptor(WebSocket.prototype, 'onmessage');
+          Object.defineProperty(WebSocket.prototype, 'onmessage', {set(take) {
+            set.call(this, take && (event => {
+              const isHeld = window.isSlow && (held.length > 0 || typeof event.data !== 'string');
+              if (isHeld) held.push(() => take(event));
+              else take(event);
+            }));
+          }})""")
+        self.browser.open("http://127.0.0.1:%d/?again" % self.server.port)
+        self.browser.until(text("link") + " === 'connected'")
+        self.expose()
+        self.browser.run("""window.isSlow = true; window.told = '';
+          new MutationObserver(() => { told += document.getElementById('stale').textContent; }).observe(
+            document.getElementById('stale'), {childList: true, characterData: true, subtree: true})""")
+        self.assertEqual(self.server.expose(exposure=0.001)["state"], "complete")
+        self.browser.until("held.length > 30")  # for seconds
+        self.assertNotIn("word", self.browser.run("told"))
+        self.addCleanup(lambda: self.server.process.send_signal(signal.SIGCONT))
+        self.server.process.send_signal(signal.SIGSTOP)
+        self.browser.until("told.includes('no word from the server')")
+        self.server.process.send_signal(signal.SIGCONT)
+        self.browser.until("!%s.includes('word')" % text("stale"))
+        self.browser.run("isSlow = false; held.forEach(take => take())")
+        self.browser.until("document.getElementById('image').dataset.frame === '2.1'")
+
     def test_what_the_server_refuses_of_the_live_view_is_told(self):
-        self.browser.call("Page.addScriptToEvaluateOnNewDocument", source="""
+        self.browser.prepare("""
           const send = WebSocket.prototype.send;
           WebSocket.prototype.send = function(text) {
             window.liveSocket = this;

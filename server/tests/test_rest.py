@@ -414,6 +414,18 @@ class Watching(Rest):
         self.assertEqual(self.server.get(CAMERA + "/exposures/1").json["state"], "aborted")
         watcher.close()
 
+    def test_a_watcher_hears_of_the_server_as_often_as_it_asks_for(self):
+        asking, silent = [WebSocket(self.server.port, CAMERA + "/live") for _ in range(2)]
+        asking.send('{"beat": 0.1, "more": 0}')
+        begun, beats = time.monotonic(), 0
+        while beats < 20:
+            beats += asking.message() == {"message": "beat"}
+        self.assertLess(time.monotonic() - begun, 20)
+        told = [silent.message() for _ in range(3)]  # meanwhile
+        self.assertEqual({message["message"] for message in told}, {"event"})
+        for each in (asking, silent):
+            each.close()
+
     def test_a_watcher_is_told_what_is_missing(self):
         self.camera.end()
         camera = Simulator("--fault", "missing-packet:packet=3", port=self.camera.port)

@@ -500,7 +500,7 @@ class Hostile(WithServer):
         watcher = WebSocket(server.port, CAMERA + "/live")
         self.addCleanup(watcher.close)
         texts = ("", "{", "[]", "{}", "null", '{"rate": "x"}', '{"rate": -1}', '{"more": -1}', '{"more": 1.5}',
-                 '{"more": 1, "rates": 5}', '{"part": 3}', '{"part": {"step": 0}}', '{"rate": null}', "\xff")
+                 '{"beat": 0.05}', '{"beat": 61}', '{"beat": "1"}', '{"more": 1, "rates": 5}', '{"part": 3}', '{"part": {"step": 0}}', '{"rate": null}', "\xff")
 
         def told():
             return next(each["error"] for each in iter(watcher.message, None)

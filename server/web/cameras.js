@@ -1,5 +1,5 @@
 // The cameras of the server: how they stand, and links from one to another.
-import {ask, number} from './server.js';
+import {glance, number} from './server.js';
 
 const at = id => document.getElementById(id);
 let cameras = []; // as the server told last
@@ -47,12 +47,17 @@ export function showOne(facts) {
   showAll(at('cameras'));
 }
 
+// While the server says nothing.
+export function showUnknown() {
+  showAll(at('cameras'), () => 'not known');
+}
+
 // Asks for all. False: that of the page is none of them, which it says then, until it is.
 export async function showCameras() {
   try {
-    ({cameras} = await ask('GET', '/api/v1/cameras'));
+    ({cameras} = await glance('/api/v1/cameras'));
   } catch {
-    showAll(at('cameras'), () => 'not known');
+    showUnknown();
     return true; // what is wrong is told for this page's camera
   }
   showAll(at('cameras'));

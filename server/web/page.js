@@ -1,5 +1,7 @@
-import {ask, askForPart, camera, cameraPath, cameraNow, giveLease, hasLease, number, takeLease, watch} from './server.js';
-import {isOneOfSeveral, showCameras, showOne} from './cameras.js';
+import {
+  ask, askForPart, camera, cameraPath, cameraNow, giveLease, glance, hasLease, isFrameLate, number, silence, takeLease, watch,
+} from './server.js';
+import {isOneOfSeveral, showCameras, showOne, showUnknown} from './cameras.js';
 import {exactFigures, figuresOf, stretchOf} from './figures.js';
 import {Gestures} from './gestures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
@@ -278,18 +280,31 @@ function showTruth() {
   showNotes();
 }
 
-const isCut = () => !isServerThere || Boolean(cameraFacts && !cameraFacts.link);
+const kSilence = 750; // ms; a server that is there says so more often
+
+// Why nothing is known of the server by now; '' while it is.
+function serverTrouble() {
+  if (!isServerThere) return 'no connection to the server';
+  return silence() < kSilence ? '' : `no word from the server for ${ageText(silence())}`;
+}
+
+const isCut = () => serverTrouble() !== '' || Boolean(cameraFacts && !cameraFacts.link);
+
+function ageText(ms) {
+  const seconds = Math.round(ms / 1000);
+  return seconds < 120 ? `${Math.max(1, seconds)} s` : `${Math.round(seconds / 60)} min`;
+}
 
 // Says of every frame that is not current that it is not.
 function showNotes() {
   const now = performance.now();
-  const age = newest ? (now - newest.since) / 1000 : 0;
+  const age = newest ? now - newest.since : 0;
   const notes = [];
-  if (isCut()) notes.push(`no connection to the ${isServerThere ? 'camera' : 'server'}`);
+  if (isCut()) notes.push(serverTrouble() || 'no connection to the camera');
   if (!newest) notes.push('no frame yet');
   if (newest && !newest.facts.complete) notes.push('incomplete: rows are missing');
   const isBad = notes.length > 0;
-  if (age > 2) notes.push(`this frame is ${age < 120 ? Math.round(age) + ' s' : Math.round(age / 60) + ' min'} old`);
+  if (age > 2000) notes.push(`this frame is ${ageText(age)} old`);
   const text = notes.join('; ');
   at('stale').className = isBad ? 'bad' : '';
   at('stage').classList.toggle('old', Boolean(newest) && isCut());
@@ -301,10 +316,11 @@ function showNotes() {
 // What was known last is not what is so.
 function showCut() {
   document.body.classList.toggle('cut', isCut());
-  if (isServerThere) return;
-  [at('link').textContent, at('link').className] = ['no connection', 'lamp bad'];
+  const trouble = serverTrouble();
+  if (!trouble) return;
+  [at('link').textContent, at('link').className] = [isServerThere ? 'no word' : 'no connection', 'lamp bad'];
   if (cameraFacts) at('temperature').textContent = temperatureText('was ');
-  [at('state').textContent, at('state').className] = ['no connection to the server', 'wrong'];
+  [at('state').textContent, at('state').className] = [trouble, 'wrong'];
   at('start').disabled = at('live').disabled = at('stop').disabled = true;
 }
 
@@ -360,6 +376,12 @@ function showExposure() {
   at('progress').value = isOver ? (exposure.state === 'complete' ? 1 : 0) : progress.phase === 'exposing' ? progress.done : 1;
 }
 
+// Of an exposure that another server knew, nothing is known.
+function forgotten(error) {
+  if (!error.kind) throw error;
+  return null;
+}
+
 async function look() {
   try {
     cameraFacts = await cameraNow();
@@ -367,12 +389,12 @@ async function look() {
     showCamera();
     showOne(cameraFacts);
     const id = cameraFacts.exposure ?? exposure?.id;
-    if (id) exposure = await camera('GET', `/exposures/${id}`).catch(() => null);
+    if (id) exposure = await glance(`${cameraPath}/exposures/${id}`).catch(forgotten);
     showExposure();
   } catch (error) {
     if (error.kind === 'token') at('login').open || at('login').showModal();
     else if (error.kind === 'unknown-camera') showCameras();
-    else isServerThere = false;
+    else if (error.name !== 'TimeoutError') isServerThere = false; // that one is told by the silence
   }
   showCut();
   showTruth();
@@ -573,6 +595,17 @@ at('whole').onclick = () => doing(() => setArea(null));
 
 // ---- Start
 
+// By the page's own clock, as a server that hangs tells nothing.
+let wasSilent = false;
+function listen() {
+  const isSilent = silence() >= kSilence;
+  if (isFrameLate() || isSilent !== wasSilent) refresh();
+  if (isSilent && !wasSilent) showUnknown();
+  wasSilent = isSilent;
+  showCut();
+  showTruth();
+}
+
 function onLink(isThere) {
   isServerThere = isThere;
   showCut();
@@ -587,6 +620,8 @@ function onLink(isThere) {
 setInterval(showCameras, 2000);
 if (await showCameras()) {
   watch({onFrame, onEvent, onLink, onError: text => tell(`the live view was refused: ${text}`)});
-  setInterval(() => exposure && !exposure.over ? refresh() : showTruth(), 250);
+  setInterval(() => exposure && !exposure.over && refresh(), 250);
+  setInterval(listen, 100);
+  document.addEventListener('visibilitychange', listen); // behind others it comes less often
   setInterval(refresh, 2000);
 }

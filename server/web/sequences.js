@@ -1,5 +1,5 @@
 // Plans on the server, and the sequence of this camera that takes one.
-import {ask, camera} from './server.js';
+import {ask, camera, cameraPath, glance} from './server.js';
 
 const at = id => document.getElementById(id);
 let plans = [], hooks = false;
@@ -139,7 +139,7 @@ function take(told) {
 
 async function look() {
   try {
-    take(await camera('GET', '/sequence'));
+    take(await glance(`${cameraPath}/sequence`));
   } catch {
     // The server is gone, which the page tells, or knows no sequences, which the list of plans does.
   }
