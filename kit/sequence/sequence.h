@@ -198,7 +198,8 @@ public:
 
     // Does what is left to do. A link that is lost is waited for, and the frame taken again; so is
     // a frame that fails otherwise, some times. Throws Error: Usage for what this camera cannot do,
-    // before anything is done; File for a disk without room or a file that is there already;
+    // or when frames of another one are there, before anything is done; Camera when another one
+    // takes its place; File for a disk without room or a file that is there already;
     // HookError; Aborted when it is stopped; what the camera fails with at last. A ramp of the
     // temperature that is under way ends then, at what the set point has come to.
     void run(Camera& camera);

@@ -20,6 +20,7 @@ namespace vxcam {
 namespace {
 
 constexpr const char* kTitle = "vxcam-sequence 1";
+constexpr const char* kNoSerial = "-";
 
 [[noreturn]] void refuse(const std::string& path, const std::string& why, int error = 0)
 {
@@ -143,6 +144,7 @@ void SequenceJournal::beginAnew(const std::string& mark)
 {
     failures_.clear();
     processes_.clear();
+    camera_.reset();
     hasEnded_ = false;
     size_ = 0;
     create(mark);
@@ -183,6 +185,14 @@ bool SequenceJournal::take(const std::string& line)
     } else if (what == "run" && words >> unit) {
         processes_.push_back(unit);
         hasEnded_ = false;
+    } else if (what == "camera") {
+        SequenceCamera camera;
+        words >> camera.sensor.columns >> camera.sensor.rows >> camera.serial;
+        if (words.fail()) return false;
+        std::getline(words >> std::ws, camera.name); // there may be none
+        if (camera.serial == kNoSerial) camera.serial.clear();
+        camera_ = camera;
+        return true;
     } else if (what == "complete") {
         hasEnded_ = true;
     } else {
@@ -225,6 +235,14 @@ void SequenceJournal::begin()
     append(present() + " run " + std::to_string(process));
     processes_.push_back(process);
     hasEnded_ = false;
+}
+
+void SequenceJournal::camera(const SequenceCamera& camera)
+{
+    append(present() + " camera " + std::to_string(camera.sensor.columns) + " " +
+           std::to_string(camera.sensor.rows) + " " +
+           (camera.serial.empty() ? kNoSerial : camera.serial) + " " + vx::Visible(camera.name));
+    camera_ = camera;
 }
 
 void SequenceJournal::frame(int unit, const std::string& file, uint64_t bytes)

@@ -2,10 +2,13 @@
 #ifndef VXCAMKIT_SEQUENCE_JOURNAL_H
 #define VXCAMKIT_SEQUENCE_JOURNAL_H
 
+#include "sequence/sequence_camera.h"
+
 #include <vxcamkit/sequence.h>
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -37,7 +40,8 @@ public:
     SequenceJournal(const SequenceJournal&) = delete;
     SequenceJournal& operator=(const SequenceJournal&) = delete;
 
-    void begin(); // a run
+    void begin();                              // a run
+    void camera(const SequenceCamera& camera); // that the frames are of from now on
     void frame(int unit, const std::string& file, uint64_t bytes);
     void again(int unit); // the frame is to be taken again
     void done(int unit);
@@ -50,6 +54,8 @@ public:
     bool isDone(int unit) const { return frames_.count(unit) != 0 || done_.count(unit) != 0; }
     const std::vector<SequenceFailure>& failures() const { return failures_; }
     const std::vector<int>& processes() const { return processes_; } // of all runs
+    // Nothing: not written down.
+    const std::optional<SequenceCamera>& camera() const { return camera_; }
     bool hasEnded() const { return hasEnded_; }
     int framesNow() const { return framesNow_; } // of this run
 
@@ -70,6 +76,7 @@ private:
     std::set<int> done_;
     std::vector<SequenceFailure> failures_;
     std::vector<int> processes_;
+    std::optional<SequenceCamera> camera_;
     bool hasEnded_ = false;
     int framesNow_ = 0;
 };

@@ -70,6 +70,8 @@ void SequenceRun::run()
     removeRemains();
     journal_.begin();
     losses_ = camera_.statistics().connectionsLost;
+    const SequenceCamera camera = cameraOf(camera_);
+    if (!journal_.camera() || !isSame(*journal_.camera(), camera)) journal_.camera(camera);
     try {
         doUnits(first);
     } catch (...) {
@@ -103,7 +105,8 @@ int SequenceRun::firstLeft() const
 void SequenceRun::check()
 {
     checkSequence(plan_, camera_);
-    checkFiles();
+    const bool hasFrames = checkFiles();
+    if (hasFrames) throwIfOther(cameraOf(camera_), ErrorKind::Usage);
     checkRoom();
 }
 
@@ -128,8 +131,9 @@ void SequenceRun::checkRoom() const
 // Those that are taken have the bytes that were written; what is there of the others was written
 // by a run that ended before the journal said so. Those that the folder does not name are not
 // looked for one by one.
-void SequenceRun::checkFiles() const
+bool SequenceRun::checkFiles() const
 {
+    bool isOneLeft = false; // by a run that ended before the journal said so
     const std::set<std::string> there = namesIn(plan_.folder);
     std::set<const SequenceStep*> seen;
     for (size_t i = 0; i < units_.size(); ++i) {
@@ -141,9 +145,14 @@ void SequenceRun::checkFiles() const
         if (taken != journal_.frames().end()) {
             checkTaken(number, taken->second.bytes);
         } else if (seen.insert(unit.step).second || there.count(fileOf(unit)) != 0) {
-            if (!isOurs(unit)) checkNewFile(pathOf(fileOf(unit)), false);
+            if (isOurs(unit)) {
+                isOneLeft = true;
+            } else {
+                checkNewFile(pathOf(fileOf(unit)), false);
+            }
         }
     }
+    return isOneLeft || !journal_.frames().empty();
 }
 
 void SequenceRun::checkTaken(int number, uint64_t wanted) const
@@ -184,10 +193,12 @@ void SequenceRun::doUnit(int number, bool isRestoreDue)
             while (isRestoreDue || hasLostLink()) {
                 isRestoreDue = true;
                 losses_ = camera_.statistics().connectionsLost;
+                askCamera();
                 restore(number);
                 isRestoreDue = false;
             }
             throwIfStopped();
+            throwIfOther(cameraOf(camera_));
             isInFrame_ = unit.kind == SequenceUnit::Kind::Frame;
             clock_.begin(unit);
             tryUnit(unit, number);
@@ -236,15 +247,16 @@ void SequenceRun::tryUnit(const SequenceUnit& unit, int number)
 // What failed is written down; so is why the run ends, if the journal takes it.
 bool SequenceRun::mayGoOn(const Error& error, const SequenceUnit& unit, int failures)
 {
-    const bool isFrame = unit.kind == SequenceUnit::Kind::Frame;
-    const bool isOfFrame = error.kind() == ErrorKind::Camera ||
-                           error.kind() == ErrorKind::Incomplete ||
-                           error.kind() == ErrorKind::Timeout;
-    const bool isOfHook = dynamic_cast<const HookError*>(&error) != nullptr;
-    const bool isLost = error.kind() == ErrorKind::LinkLost || (hasLostLink() && !isOfHook);
-    const bool isOfCooling = dynamic_cast<const CoolingFailure*>(&error) != nullptr;
-    const bool mayGoOn =
-        failures <= plan_.retries && (isLost || (isFrame && isOfFrame && !isOfCooling));
+    const bool isFinal = dynamic_cast<const HookError*>(&error) != nullptr ||
+                         dynamic_cast<const OtherCamera*>(&error) != nullptr ||
+                         failures > plan_.retries;
+    const bool isOfFrame =
+        unit.kind == SequenceUnit::Kind::Frame &&
+        dynamic_cast<const CoolingFailure*>(&error) == nullptr &&
+        (error.kind() == ErrorKind::Camera || error.kind() == ErrorKind::Incomplete ||
+         error.kind() == ErrorKind::Timeout);
+    const bool isLost = error.kind() == ErrorKind::LinkLost || hasLostLink();
+    const bool mayGoOn = !isFinal && (isLost || isOfFrame);
     try {
         failed(textOf(unit) + ": " + error.what());
     } catch (const Error&) {
@@ -265,6 +277,21 @@ void SequenceRun::awaitLink(const Error& error)
 bool SequenceRun::hasLostLink() const
 {
     return camera_.statistics().connectionsLost != losses_;
+}
+
+// What it answers is behind the first question on a connection that was made anew, which tells of
+// another camera.
+void SequenceRun::askCamera()
+{
+    camera_.get("exposure");
+    throwIfOther(cameraOf(camera_));
+}
+
+void SequenceRun::throwIfOther(const SequenceCamera& camera, ErrorKind kind) const
+{
+    const std::optional<SequenceCamera>& before = journal_.camera();
+    if (before && !isSame(*before, camera))
+        throw OtherCamera(kind, journal_.path(), *before, camera);
 }
 
 void SequenceRun::countAll(int first)

@@ -59,7 +59,7 @@ private:
 
     void check();
     void checkRoom() const;
-    void checkFiles() const;
+    bool checkFiles() const; // whether frames are taken
     void checkTaken(int number, uint64_t wanted) const;
     bool isOurs(const SequenceUnit& unit) const;
     void removeRemains() const;
@@ -70,6 +70,8 @@ private:
     void tryUnit(const SequenceUnit& unit, int number);
     bool mayGoOn(const Error& error, const SequenceUnit& unit, int failures);
     void awaitLink(const Error& error);
+    void askCamera();
+    void throwIfOther(const SequenceCamera& camera, ErrorKind kind = ErrorKind::Camera) const;
     void restore(int before);
     bool isCooledAnew(int from) const;
     bool hasLostLink() const;

@@ -87,6 +87,7 @@ Frame SequenceRun::grab(const Plan& plan, const std::string& doing)
     using Phase = Progress::Phase;
     Stream stream = camera_.stream(plan);
     while (true) {
+        throwIfOther(cameraOf(camera_));
         const Phase phase = stream.progress().phase;
         tell(doing + (phase == Phase::Waiting    ? ": waiting for a trigger"
                       : phase == Phase::Exposing ? ": exposing"
@@ -95,6 +96,7 @@ Frame SequenceRun::grab(const Plan& plan, const std::string& doing)
         try {
             std::optional<Frame> frame = stream.next(isRunning ? kPoll : Time(0));
             if (!frame) throw Error(ErrorKind::Incomplete, "the frame never came");
+            throwIfOther(cameraOf(*frame));
             if (watch_.onFrame) watch_.onFrame(*frame);
             if (!frame->complete()) throw IncompleteFrame(*std::move(frame));
             return *std::move(frame);
@@ -156,6 +158,7 @@ void SequenceRun::awaitTemperature(const SequenceStep& step)
     Cooler& cooler = camera_.cooler();
     const auto deadline = Clock::now() + step.patience;
     while (true) {
+        throwIfOther(cameraOf(camera_));
         const std::optional<CoolingState> end = cooler.wait(kPoll); // the camera has taken it, too
         const CoolingState state = end.value_or(cooler.state());
         tell(std::string(nameOf(state.phase)) + ": " + state.text);
@@ -175,6 +178,7 @@ void SequenceRun::delay(const SequenceUnit& unit)
         std::chrono::duration<double, std::milli>(unit.step->delay) / camera_.timeScale();
     const auto until = Clock::now() + std::chrono::duration_cast<Clock::duration>(wanted);
     while (Clock::now() < until) {
+        throwIfOther(cameraOf(camera_));
         tell(textOf(unit));
         std::this_thread::sleep_until(std::min(until, Clock::now() + kPoll));
     }

@@ -69,6 +69,32 @@ TEST_F(SequenceJournalTest, KnowsInAnotherRunWhatWasDone)
     EXPECT_FALSE(journal.hasEnded());
 }
 
+TEST_F(SequenceJournalTest, KnowsTheCameraThatItWasToldLast)
+{
+    SequenceJournal(path_, "abc").done(1); // as those that were written without one
+    EXPECT_FALSE(SequenceJournal(path_, "abc").camera());
+    SequenceJournal(path_, "abc").camera({{96, 64}, "17", "one with spaces"});
+    {
+        const SequenceJournal journal(path_, "abc");
+        ASSERT_TRUE(journal.camera());
+        EXPECT_EQ(journal.camera()->sensor, (Size{96, 64}));
+        EXPECT_EQ(journal.camera()->serial, "17");
+        EXPECT_EQ(journal.camera()->name, "one with spaces");
+    }
+    SequenceJournal(path_, "abc").camera({{40, 32}, "", ""});
+    const SequenceJournal journal(path_, "abc");
+    EXPECT_TRUE(journal.isDone(1));
+    EXPECT_EQ(journal.camera()->sensor, (Size{40, 32}));
+    EXPECT_EQ(journal.camera()->serial + journal.camera()->name, "");
+}
+
+TEST_F(SequenceJournalTest, RefusesACameraThatIsNone)
+{
+    SequenceJournal(path_, "abc").done(1);
+    add("2026-01-01T00:00:00.000 camera 96\n");
+    EXPECT_THAT(errorOf([&] { SequenceJournal(path_, "abc"); }).what(), HasSubstr("line 3"));
+}
+
 TEST_F(SequenceJournalTest, CutsOffWhatAPowerCutLeftOfALine)
 {
     {

@@ -265,6 +265,20 @@ TEST_F(SequenceVerb, TellsWhichSensorACameraOfAnotherPlanHas)
                           "camera has 96 x 64\n"));
 }
 
+TEST_F(SequenceVerb, EndsWithCodeFourWhereAnotherCameraTakesThePlaceOfItsOwn)
+{
+    Start({"reboot-resized:rows=32,columns=40,readout=3,packet=1,seconds=0.05"});
+    Plan("steps: [{lights: {count: 4, exposure: 1ms}}]\n");
+    EXPECT_EQ(RunOnce({"--json"}), 4);
+    ASSERT_EQ(mDocument["failures"].size(), 2u);
+    EXPECT_THAT(mDocument["failures"][1]["text"].get<std::string>(),
+                HasSubstr("begun with another camera (vxcamsim"));
+    EXPECT_THAT(mDocument["error"]["text"].get<std::string>(), HasSubstr("40 x 32 pixels"));
+    EXPECT_EQ(RunOnce(), 1);
+    EXPECT_THAT(msErrors, HasSubstr("choose another folder"));
+    EXPECT_EQ(Frames().size(), 2u);
+}
+
 TEST_F(SequenceVerb, ChecksThePlanBeforeAnything)
 {
     Start();
