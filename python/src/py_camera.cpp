@@ -85,7 +85,8 @@ Area areaOf(const python::handle& given)
             numberOf("area", numbers[2]), numberOf("area", numbers[3])};
 }
 
-// What the Python layer gives: all that a plan has, by name; what is left out is as in Plan.
+} // namespace
+
 Plan planOf(const python::dict& given)
 {
     Plan plan;
@@ -125,12 +126,10 @@ Plan planOf(const python::dict& given)
     return plan;
 }
 
-// `patience`: as Stream.next() takes it.
-std::unique_ptr<CoreStream, LetGo> start(const CoreCamera& self, const python::dict& given,
-                                         std::optional<std::chrono::milliseconds> patience)
+std::unique_ptr<CoreStream, LetGo> startReadout(const CoreCamera& self, const Plan& plan,
+                                                std::optional<std::chrono::milliseconds> patience)
 {
     const std::shared_ptr<Camera>& camera = self.use();
-    const Plan plan = planOf(given);
     const Limit limit{std::min(patience.value_or(kUsualPatience), kUsualPatience), [&self] {
                           return self.target() + ": the readout could not be started: the camera "
                                                  "does not answer. Is it still there?";
@@ -139,12 +138,14 @@ std::unique_ptr<CoreStream, LetGo> start(const CoreCamera& self, const python::d
     return std::unique_ptr<CoreStream, LetGo>(new CoreStream(camera, std::move(stream)));
 }
 
+namespace {
+
 // As Camera::grab().
 CoreFrame grab(const CoreCamera& self, const python::dict& given, const python::object& timeout)
 {
     const auto begin = std::chrono::steady_clock::now();
     const auto patience = patienceFromPython("timeout", timeout);
-    const auto stream = start(self, given, patience);
+    const auto stream = startReadout(self, planOf(given), patience);
     std::optional<std::chrono::milliseconds> rest;
     if (patience) {
         rest = *patience - std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -202,7 +203,7 @@ void addCamera(python::module_& module)
     camera.def(python::init(&open))
         .def("start",
              [](const CoreCamera& self, const python::dict& given, const python::object& timeout) {
-                 return start(self, given, patienceFromPython("timeout", timeout));
+                 return startReadout(self, planOf(given), patienceFromPython("timeout", timeout));
              })
         .def("grab", &grab)
         .def("abort",
@@ -243,6 +244,7 @@ void addCamera(python::module_& module)
         .def("target", &CoreCamera::target);
     addSettings(camera);
     addCooler(camera);
+    addMeasures(camera);
     addEvents(module, camera);
 }
 

@@ -66,6 +66,13 @@ private:
 // How many cameras are being opened, also by threads whose wait a signal has ended.
 int openingsUnderWay();
 
+// What the Python layer gives: all that a plan has, by name; what is left out is as in Plan.
+Plan planOf(const pybind11::dict& given);
+
+// `patience`: as CoreStream::next() takes it.
+std::unique_ptr<CoreStream, LetGo> startReadout(const CoreCamera& camera, const Plan& plan,
+                                                std::optional<std::chrono::milliseconds> patience);
+
 using CameraClass = pybind11::class_<CoreCamera, std::unique_ptr<CoreCamera, LetGo>>;
 
 void addCamera(pybind11::module_& module);
@@ -75,6 +82,7 @@ void addSequences(pybind11::module_& module);
 // What of a camera stands in files of their own.
 void addCooler(CameraClass& camera);
 void addEvents(pybind11::module_& module, CameraClass& camera);
+void addMeasures(CameraClass& camera);
 void addSettings(CameraClass& camera);
 
 } // namespace vxcam::py

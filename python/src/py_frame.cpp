@@ -4,9 +4,6 @@
 #include "py_pickle.h"
 #include "py_values.h"
 
-#include <vxcamkit/figures.h>
-#include <vxcamkit/stars.h>
-
 #include <pybind11/stl.h>
 
 namespace vxcam::py {
@@ -115,34 +112,6 @@ python::dict factsOf(const FrameFacts& facts)
     return result;
 }
 
-python::tuple figuresOfFrame(const CoreFrame& self)
-{
-    const Frame& frame = self.frame();
-    FrameFigures figures;
-    {
-        const python::gil_scoped_release released;
-        figures = figuresOf(frame);
-    }
-    return python::make_tuple(figures.mean, figures.deviation, figures.least, figures.most,
-                              figures.saturated);
-}
-
-python::tuple starsOfFrame(const CoreFrame& self)
-{
-    const Frame& frame = self.frame();
-    StarField field;
-    {
-        const python::gil_scoped_release released;
-        field = findStars(frame);
-    }
-    python::list stars;
-    for (const Star& star : field.stars) {
-        stars.append(python::make_tuple(star.column, star.row, star.flux, star.hfd, star.fwhm,
-                                        star.isSaturated));
-    }
-    return python::tuple(stars);
-}
-
 uint64_t sumOfFrame(const CoreFrame& self)
 {
     const Frame& frame = self.frame();
@@ -235,14 +204,13 @@ void addFrame(python::module_& module)
         .def("times", [](const CoreFrame& self) { return timesOf(self.facts()); })
         .def("settings", [](const CoreFrame& self) { return settingsOf(self.facts()); })
         .def("sum", &sumOfFrame)
-        .def("figures", &figuresOfFrame)
-        .def("stars", &starsOfFrame)
         .def_property_readonly("rows", [](const CoreFrame& self) { return self.facts().rows; })
         .def_property_readonly("columns",
                                [](const CoreFrame& self) { return self.facts().columns; })
         .def_property_readonly("bits", [](const CoreFrame& self) { return self.facts().bits; });
     module.def("array_of", &arrayOf);
     module.def("is_complete", &isComplete);
+    addFigures(module, frame);
     addFiles(frame);
     addPickle(frame);
 }

@@ -40,6 +40,9 @@ void addFrame(pybind11::module_& module);
 // How frames become files.
 void addFiles(pybind11::class_<CoreFrame>& frame);
 
+// What is measured of one, and of pairs of them.
+void addFigures(pybind11::module_& module, pybind11::class_<CoreFrame>& frame);
+
 } // namespace vxcam::py
 
 #endif

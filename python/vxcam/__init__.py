@@ -32,8 +32,9 @@ from ._errors import (
     WrongTypeError,
 )
 from ._events import Event, Subscription, log
-from ._facts import Complaint, FrameStatistics, FrameTimes, Settings, Star
+from ._facts import Complaint, FrameStatistics, FrameTimes, Measures, Settings, Star
 from ._frame import Frame
+from ._measure import FlatExposure, PhotonTransfer, TransferPair, photon_transfer
 from ._recording import Finding, Record, RecordedFile, Recorder, Verdict, verify
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
 from ._sequence import (
@@ -71,12 +72,13 @@ def __dir__() -> list[str]:
 
 __all__ = [
     "Aborted", "AccessError", "Area", "AsyncStream", "BusyError", "Camera", "CameraError",
-    "CameraTimeout", "Complaint", "Cooler", "CoolingState", "Error", "Event", "Finding", "Found", "Frame",
+    "CameraTimeout", "Complaint", "Cooler", "CoolingState", "Error", "Event", "Finding", "FlatExposure", "Found",
+    "Frame",
     "FrameStatistics", "FrameTimes", "HookError", "Identity", "IncompleteFrame", "LinkCheck", "LinkLost",
-    "NotFoundError", "Outcome", "PlanError", "Progress", "Properties", "Property", "Record", "RecordedFile",
+    "Measures", "NotFoundError", "Outcome", "PhotonTransfer", "PlanError", "Progress", "Properties", "Property", "Record", "RecordedFile",
     "Recorder", "SentFrame", "Sequence", "SequenceFailure", "SequenceFile", "SequenceNeeds", "SequenceProgress",
-    "SequenceReport", "SequenceStep", "Setting", "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "UsageError", "Verdict",
-    "WrongTypeError", "__version__", "discover", "library_version", "log", "properties", "statistics", "verify",
+    "SequenceReport", "SequenceStep", "Setting", "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "TransferPair", "UsageError", "Verdict",
+    "WrongTypeError", "__version__", "discover", "library_version", "log", "photon_transfer", "properties", "statistics", "verify",
 ]
 
 for _name in __all__:

@@ -16,6 +16,7 @@ from ._events import Handler, Subscription
 from ._facts import Header
 from ._frame import Frame
 from ._given import Path
+from ._measure import Measuring
 from ._properties import CameraProperties
 from ._recording import Record, Recorder, recorded
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
@@ -91,7 +92,7 @@ def _count(name: str, value: Optional[int]) -> int:
     return 0 if value is None else _given.whole(name, value)
 
 
-class Camera(CameraProperties, Scope):
+class Camera(CameraProperties, Measuring, Scope):
     """An open camera.
 
     `target` is "192.168.1.20:2000", "serial:17" for the camera with that serial number on the local

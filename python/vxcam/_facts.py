@@ -36,7 +36,13 @@ class Complaint(NamedTuple):
 
 
 class Star(NamedTuple):
-    """A star in a frame: its centre, its flux above the background, and how large it is, in pixels."""
+    """A star in a frame.
+
+    `column` and `row` are its centre, in pixels from 0: (0, 0) is the middle of the first pixel. `flux`
+    and `peak`, which is that of its brightest pixel, are ADU above the background; `hfd` is the
+    diameter in pixels of the circle that has half of its flux, `fwhm` the full width at half maximum of
+    its core, `elongation` its long axis by its short one: 1 is round.
+    """
 
     column: float
     row: float
@@ -44,6 +50,28 @@ class Star(NamedTuple):
     hfd: float
     fwhm: float
     saturated: bool
+    elongation: float = 1.0
+    peak: float = 0.0
+
+
+class Measures(NamedTuple):
+    """What is measured of a frame, as `vxcam grab --measure` tells it, of the rows that came whole.
+
+    Values are ADU. `noise` is the standard deviation of the background, without its slopes and stars,
+    `saturated` how many pixels are at full scale, `stars` how many there are; `hfd` and `fwhm`, in
+    pixels, and `elongation` (1 is round) are medians over those that are not saturated, None without any.
+    """
+
+    min: int
+    max: int
+    mean: float
+    median: float
+    noise: float
+    saturated: int
+    stars: int
+    hfd: Optional[float]
+    fwhm: Optional[float]
+    elongation: Optional[float]
 
 
 class FrameStatistics(NamedTuple):

@@ -8,7 +8,7 @@ import json
 from typing import TYPE_CHECKING, Any, Optional
 
 from . import _given, _vxcam
-from ._facts import Complaint, FrameStatistics, FrameTimes, Header, Settings, Star, cards, software
+from ._facts import Complaint, FrameStatistics, FrameTimes, Header, Measures, Settings, Star, cards, software
 from ._given import Path
 from ._table import Area
 
@@ -111,8 +111,22 @@ class Frame:
         statistics: FrameStatistics = self._kept["statistics"]
         return statistics
 
+    @property
+    def measures(self) -> Measures:
+        """Median, noise of the background, and how sharp and round stars are: `frame.measures.hfd`.
+
+        Measured when it is asked for the first time, without the interpreter lock.
+        """
+        if "measures" not in self._kept:
+            self._kept["measures"] = Measures(*self._core.measures())
+        measures: Measures = self._kept["measures"]
+        return measures
+
     def stars(self) -> tuple[Star, ...]:
-        """The stars in the frame, the brightest one first."""
+        """The stars in the frame, the brightest one first, a thousand at most.
+
+        Stars that reach beyond the frame, or into rows that did not come, are left out.
+        """
         return tuple(Star(*star) for star in self._core.stars())
 
     # ---- What is missing
