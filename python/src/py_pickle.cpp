@@ -7,7 +7,6 @@
 
 #include <pybind11/stl.h>
 
-#include <cstring>
 #include <initializer_list>
 #include <string_view>
 #include <tuple>
@@ -160,7 +159,7 @@ CoreFrame frameOf(const python::bytes& pixels, const python::dict& facts, const 
     if (frame.bytes() != bytes.size()) {
         throw Error(ErrorKind::Usage, "a frame: its pixels are of another size");
     }
-    std::memcpy(frame.mutableData(), bytes.data(), bytes.size());
+    copyPixels(frame.mutableData(), bytes.data(), bytes.size());
     return CoreFrame(std::move(frame));
 }
 
@@ -168,7 +167,9 @@ CoreFrame frameOf(const python::bytes& pixels, const python::dict& facts, const 
 
 void addPickle(python::class_<CoreFrame>& frame)
 {
-    frame.def_static("of", &frameOf);
+    frame.def_static("of", &frameOf).def("pixels", [](const CoreFrame& self) {
+        return bytesToPython(self.frame().data(), self.frame().bytes());
+    });
 }
 
 } // namespace vxcam::py

@@ -3,6 +3,7 @@
 #include <vxcamkit/error.h>
 
 #include <cmath>
+#include <cstring>
 
 namespace vxcam::py {
 
@@ -10,9 +11,10 @@ namespace python = pybind11;
 
 namespace {
 
-constexpr double kNanoseconds = 1e9;   // in a second
-constexpr double kMostSeconds = 4.0e9; // of a wait or an exposure: more than a century
-constexpr int kDeepest = 8;            // lists within lists; a property has two
+constexpr double kNanoseconds = 1e9;      // in a second
+constexpr double kMostSeconds = 4.0e9;    // of a wait or an exposure: more than a century
+constexpr size_t kLongCopy = 64UL * 1024; // bytes: a copy of more lets others run
+constexpr int kDeepest = 8;               // lists within lists; a property has two
 
 const char* const kWantedValue = "a number, a text, bytes, or a tuple of such";
 
@@ -169,6 +171,25 @@ std::optional<std::chrono::milliseconds> patienceFromPython(const std::string& n
 {
     if (value.is_none()) return std::nullopt;
     return std::chrono::ceil<std::chrono::milliseconds>(timeFromPython(name, value));
+}
+
+python::bytes bytesToPython(const void* data, size_t size)
+{
+    PyObject* const made = PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(size));
+    if (made == nullptr) throw python::error_already_set();
+    auto bytes = python::reinterpret_steal<python::bytes>(made);
+    copyPixels(PyBytes_AS_STRING(made), data, size); // nobody else has it yet
+    return bytes;
+}
+
+void copyPixels(void* to, const void* from, size_t size)
+{
+    if (size < kLongCopy) {
+        std::memcpy(to, from, size);
+        return;
+    }
+    const python::gil_scoped_release released;
+    std::memcpy(to, from, size);
 }
 
 python::int_ nanoseconds(UtcTime time)

@@ -29,6 +29,10 @@ std::chrono::nanoseconds timeFromPython(const std::string& name, const pybind11:
 std::optional<std::chrono::milliseconds> patienceFromPython(const std::string& name,
                                                             const pybind11::handle& value);
 
+// A copy, made without the interpreter lock where it takes long.
+pybind11::bytes bytesToPython(const void* data, size_t size);
+void copyPixels(void* to, const void* from, size_t size);
+
 pybind11::int_ nanoseconds(UtcTime time); // since the beginning of 1970
 
 } // namespace vxcam::py

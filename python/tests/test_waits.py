@@ -2,6 +2,7 @@
 
 import json
 import signal
+import sys
 import threading
 import time
 
@@ -262,3 +263,40 @@ def test_frames_that_come_at_the_end_of_a_slice_are_no_timeouts():
     with vxcam.Camera("sim?sensor=16x16") as camera:
         for milliseconds in (49, 50, 51, 99, 100, 101) * 3:
             assert camera.grab(exposure=milliseconds / 1000).complete
+
+
+@pytest.fixture
+def released():
+    """Whether a call lets go of the interpreter lock: a thread that waits for the lock, which nobody takes from
+    the one that has it, gets it then. One call may be over before that thread wakes up: so there are many."""
+    before = sys.getswitchinterval()
+    sys.setswitchinterval(1000)
+
+    def while_calling(call, most):
+        got = []
+        asleep = threading.Thread(target=lambda: (time.sleep(0.05), got.append(True)))
+        asleep.start()
+        awake = time.monotonic() + 0.2
+        while time.monotonic() < awake:
+            pass
+        assert not got  # it waits for the lock now
+        for _ in range(most):
+            call()
+            if got:
+                break
+        told = bool(got)
+        asleep.join()
+        return told
+
+    yield while_calling
+    sys.setswitchinterval(before)
+
+
+def test_pixels_are_copied_without_the_interpreter_lock(released):
+    with vxcam.Camera("sim?sensor=2048x2048&scale=1000") as camera:
+        frame = camera.grab(exposure=0)
+    make, parts = frame.__reduce__()
+    assert released(frame._core.pixels, 100)
+    assert released(lambda: type(frame._core).of(*parts), 100)
+    assert make(*parts).sum == frame.sum
+    assert not released(lambda: frame.array.tobytes(), 10)  # NumPy's keeps it: what is looked for can be seen

@@ -47,7 +47,7 @@ class Frame:
 
     def __reduce__(self) -> tuple[Any, ...]:
         core = self._core
-        return _frame_of, (self.array.tobytes(), core.facts(), core.times(), core.settings())
+        return _frame_of, (core.pixels(), core.facts(), core.times(), core.settings())
 
     @property
     def _facts(self) -> dict[str, Any]:

@@ -20,7 +20,7 @@ namespace {
 
 python::bytes bytesOf(const FileBytes& file)
 {
-    return {file.data(), file.size()};
+    return bytesToPython(file.data(), file.size());
 }
 
 FileFormat formatNamed(const std::string& name)
