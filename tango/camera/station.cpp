@@ -1,5 +1,7 @@
 #include "station.h"
 
+#include <tuple>
+
 namespace vxcam {
 
 namespace {
@@ -20,19 +22,43 @@ milliseconds patienceFor(const PropertyName& name)
 
 // ---- State ----------------------------------------------------------------------------------
 
-StationState Station::state() const
+StationReport Station::report() const
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    if (options_.target.empty()) return StationState::Off;
-    if (!camera_) {
-        if (!obstacle_) return StationState::Opening;
-        return obstacle_->kind() == ErrorKind::NotFound ? StationState::Off : StationState::Fault;
-    }
-    if (acquisition_->isRunning()) return StationState::Running;
-    return isLinkUp() && !trouble_ ? StationState::On : StationState::Fault;
+    const bool isRunning = acquisition_ && acquisition_->isRunning();
+    StationReport report;
+    std::tie(report.state, report.status) = presentState(isRunning);
+    report.end = isRunning ? ReadoutEnd::Running : lastEnd_;
+    return report;
 }
 
-// With the lock held. The last acquisition ends behind the camera.
+// With the lock held, as what follows.
+std::pair<StationState, std::string> Station::presentState(bool isRunning) const
+{
+    const std::string& target = options_.target;
+    if (target.empty()) {
+        return {StationState::Off,
+                "No camera is named: set the device property Target to HOST:PORT, serial:NUMBER or "
+                "sim, then call Init."};
+    }
+    if (!camera_ && !obstacle_) return {StationState::Opening, "Opening " + target + "."};
+    if (!camera_) {
+        const bool isThere = obstacle_->kind() != ErrorKind::NotFound;
+        return {isThere ? StationState::Fault : StationState::Off,
+                std::string(obstacle_->what()) + ". It is tried again every " +
+                    std::to_string(options_.retry.count() / 1000) + " s."};
+    }
+    if (isRunning) return {StationState::Running, "An acquisition of " + target + " runs."};
+    if (!isLinkUp()) {
+        return {StationState::Fault, "The connection to " + target +
+                                         " is lost; it is made anew as soon as the camera "
+                                         "answers."};
+    }
+    if (!trouble_) return {StationState::On, target + " is ready."};
+    return {StationState::Fault, trouble_->what()};
+}
+
+// The last acquisition ends behind the camera.
 bool Station::isLinkUp() const
 {
     try {
@@ -42,39 +68,10 @@ bool Station::isLinkUp() const
     }
 }
 
-std::string Station::status() const
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    if (options_.target.empty()) {
-        return "No camera is named: set the device property Target to HOST:PORT, serial:NUMBER or "
-               "sim, then call Init.";
-    }
-    if (!camera_) {
-        if (!obstacle_) return "Opening " + options_.target + ".";
-        return std::string(obstacle_->what()) + ". It is tried again every " +
-               std::to_string(options_.retry.count() / 1000) + " s.";
-    }
-    if (acquisition_->isRunning()) {
-        return "An acquisition of " + options_.target + " runs.";
-    }
-    if (!isLinkUp()) {
-        return "The connection to " + options_.target +
-               " is lost; it is made anew as soon as the camera answers.";
-    }
-    if (trouble_) return trouble_->what();
-    return options_.target + " is ready.";
-}
-
 LastError Station::lastError() const
 {
     const std::lock_guard<std::mutex> guard(lock_);
     return lastError_;
-}
-
-std::optional<ReadoutEnd> Station::lastEnd() const
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    return lastEnd_;
 }
 
 void Station::complain(const Error& error)
@@ -98,10 +95,10 @@ void Station::trouble(const Error& error)
 void Station::changed()
 {
     const std::lock_guard<std::mutex> guard(changeLock_);
-    std::pair<StationState, std::string> change{state(), status()};
-    if (change == toldChange_) return;
-    toldChange_ = change;
-    if (listener_.change) listener_.change(change.first, change.second);
+    StationReport now = report();
+    if (now == told_) return;
+    told_ = std::move(now);
+    if (listener_.change) listener_.change(told_);
 }
 
 void Station::reset()
@@ -126,16 +123,22 @@ std::shared_ptr<Camera> Station::camera() const
 std::shared_ptr<Camera> Station::requireCamera() const
 {
     if (std::shared_ptr<Camera> open = camera()) return open;
-    throw Error(ErrorKind::NotFound, "the camera is not open: " + status());
+    throw Error(ErrorKind::NotFound, "the camera is not open: " + report().status);
+}
+
+void Station::requireLink() const
+{
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        if (isLinkUp()) return;
+    }
+    throw Error(ErrorKind::LinkLost, report().status);
 }
 
 // What the camera does not do is the last error; what was asked for wrongly is not.
 void Station::ask(std::function<void()> work, milliseconds patience)
 {
-    const auto open = requireCamera();
-    const auto requireLink = [&] {
-        if (!open->waitForLink(milliseconds(0))) throw Error(ErrorKind::LinkLost, status());
-    };
+    requireCamera();
     try {
         requireLink();
         try {
@@ -204,14 +207,27 @@ Plan Station::withBuffers(Plan plan, const Camera& camera) const
     return plan;
 }
 
+void Station::requireIdle() const
+{
+    requireCamera();
+    if (acquisition_->isRunning()) {
+        throw Error(ErrorKind::Usage, "an acquisition runs: Stop or Abort ends it");
+    }
+}
+
+void Station::forgetLastAcquisition()
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    trouble_.reset();
+    lastEnd_.reset();
+}
+
 // A camera that answers a question begins to read out without delay.
 void Station::start(const Plan& plan)
 {
+    requireIdle();
+    forgetLastAcquisition();
     const auto open = requireCamera();
-    {
-        const std::lock_guard<std::mutex> guard(lock_);
-        if (!acquisition_->isRunning()) trouble_.reset();
-    }
     try {
         ask([open] { open->get("exposure"); }, kPatience);
         acquisition_->start(withBuffers(plan, *open));
@@ -223,10 +239,7 @@ void Station::start(const Plan& plan)
 
 void Station::prepare()
 {
-    requireCamera();
-    if (acquisition_->isRunning()) {
-        throw Error(ErrorKind::Usage, "an acquisition runs: Stop or Abort ends it");
-    }
+    requireIdle();
     ring_.clear();
 }
 

@@ -38,11 +38,23 @@ struct LastError {
     UtcTime time;
 };
 
+// What belongs together: the end of an acquisition is known when the state is no longer Running.
+struct StationReport {
+    StationState state = StationState::Off;
+    std::string status;            // for people
+    std::optional<ReadoutEnd> end; // of the acquisition that runs, or the last one; nothing: there
+                                   // was none, or it did not begin
+};
+inline bool operator==(const StationReport& one, const StationReport& other)
+{
+    return one.state == other.state && one.status == other.status && one.end == other.end;
+}
+
 // Told on threads of the station and the kit: be brief, and do not call the station.
 struct StationListener {
     std::function<void(int index)> frame; // one came; 0 is the first of its acquisition
-    // State or status are others: each state that there was, in order.
-    std::function<void(StationState, const std::string& status)> change;
+    // Something of it is new: each report that there was, in order.
+    std::function<void(const StationReport&)> change;
 };
 
 // Threads: any. Owns: the camera and three threads. The destructor closes the camera; it waits for
@@ -56,11 +68,9 @@ public:
     Station(const Station&) = delete;
     Station& operator=(const Station&) = delete;
 
-    StationState state() const;
-    std::string status() const; // for people
+    StationReport report() const;
     LastError lastError() const;
-    void complain(const Error& error);         // it becomes the last error
-    std::optional<ReadoutEnd> lastEnd() const; // of an acquisition; nothing: there was none
+    void complain(const Error& error); // it becomes the last error
 
     // As those of Camera, but throw Error: Timeout much earlier, LinkLost while it is, NotFound
     // while no camera was opened yet. Settings (Nature) that are made before that are sent as soon
@@ -93,9 +103,13 @@ private:
     void hearEnd(std::optional<ReadoutEnd> end, const std::optional<Error>& error);
     void trouble(const Error& error); // likewise, and the state is Fault
     void changed();
+    void requireLink() const;
     bool isLinkUp() const;
+    std::pair<StationState, std::string> presentState(bool isRunning) const;
     Plan withBuffers(Plan plan, const Camera& camera) const;
     std::shared_ptr<Camera> requireCamera() const;
+    void requireIdle() const;
+    void forgetLastAcquisition();
     void ask(std::function<void()> work, std::chrono::milliseconds patience);
     bool keepForLater(const PropertyName& name, const Value& fittedValue);
 
@@ -115,7 +129,7 @@ private:
     Settings pending_, made_;
     std::unique_ptr<Acquisition> acquisition_;
     std::mutex changeLock_; // before lock_
-    std::pair<StationState, std::string> toldChange_;
+    StationReport told_;
     Subscription subscription_;
     std::thread opener_;
 };

@@ -214,11 +214,8 @@ void addBooks(Attributes* attributes)
         [](VxCamera& device) { return Tango::DevDouble{device.station().progress().done}; });
     addReading<std::string>(
         attributes, "AcquisitionEnd", Tango::DEV_STRING,
-        "how the latest acquisition ended; empty: there was none, or it did not begin",
-        [](VxCamera& device) {
-            const auto end = device.station().lastEnd();
-            return std::string(end ? vxcam::nameOf(*end) : "");
-        });
+        "how the latest acquisition ended, or running; empty: there was none, or it did not begin",
+        [](VxCamera& device) { return endText(device.station().report()); });
 }
 
 void addTroubles(Attributes* attributes)

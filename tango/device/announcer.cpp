@@ -25,12 +25,12 @@ Announcer::~Announcer()
 
 void Announcer::frame(int index)
 {
-    add({index, Tango::UNKNOWN, ""});
+    add({index, Tango::UNKNOWN, "", ""});
 }
 
-void Announcer::change(Tango::DevState state, const std::string& status)
+void Announcer::change(Tango::DevState state, const std::string& status, const std::string& end)
 {
-    add({-1, state, status});
+    add({-1, state, status, end});
 }
 
 void Announcer::add(News news)
@@ -90,12 +90,13 @@ void Announcer::push(const News& item)
         return;
     }
     Tango::DevState state = item.state;
-    std::string text = item.status;
-    Tango::DevString status = text.data();
+    std::string text = item.status, endText = item.end;
+    Tango::DevString status = text.data(), end = endText.data();
     device_.set_status(item.status); // which is what Tango sends, whatever it is given
     device_.set_state(item.state);
     device_.push_change_event("Status", &status);
     device_.push_change_event("State", &state);
+    device_.push_change_event("AcquisitionEnd", &end);
 }
 
 } // namespace vxcam

@@ -28,14 +28,14 @@ public:
 
     // Each is pushed, in order.
     void frame(int index);
-    void change(Tango::DevState state, const std::string& status);
+    void change(Tango::DevState state, const std::string& status, const std::string& end);
 
 private:
     void loop();
     struct News {
-        int index = -1; // of a frame; -1: state and status changed
+        int index = -1; // of a frame; -1: something of the rest changed
         Tango::DevState state = Tango::UNKNOWN;
-        std::string status;
+        std::string status, end; // as the attribute AcquisitionEnd has it
     };
     void add(News news);
     bool tell(const std::deque<News>& news);

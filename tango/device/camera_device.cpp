@@ -57,10 +57,16 @@ void throwFailed(const Error& error, const std::string& origin)
     std::abort(); // not reached
 }
 
+std::string endText(const StationReport& report)
+{
+    return report.end ? nameOf(*report.end) : "";
+}
+
 VxCamera::VxCamera(Tango::DeviceClass* deviceClass, const std::string& name, int number)
     : TANGO_BASE_CLASS(deviceClass, name.c_str(), "a scientific camera"), number_(number)
 {
-    for (const char* attribute : {"State", "Status", "FrameNumber", "last_image_ready"}) {
+    for (const char* attribute :
+         {"State", "Status", "FrameNumber", "last_image_ready", "AcquisitionEnd"}) {
         set_change_event(attribute, true, false);
     }
     announcer_ = std::make_unique<Announcer>(*this);
@@ -83,8 +89,8 @@ void VxCamera::init_device()
     delete_device();
     StationListener listener;
     listener.frame = [this](int index) { announcer_->frame(index); };
-    listener.change = [this](StationState state, const std::string& status) {
-        announcer_->change(tangoState(state), status);
+    listener.change = [this](const StationReport& report) {
+        announcer_->change(tangoState(report.state), report.status, endText(report));
     };
     station_ =
         std::make_unique<Station>(std::move(options), std::move(settings), std::move(listener));
@@ -128,13 +134,13 @@ std::string VxCamera::targetWithoutDatabase() const
 
 Tango::DevState VxCamera::dev_state()
 {
-    set_state(station_ ? tangoState(station_->state()) : Tango::INIT);
+    set_state(station_ ? tangoState(station_->report().state) : Tango::INIT);
     return get_state();
 }
 
 Tango::ConstDevString VxCamera::dev_status()
 {
-    status_ = station_ ? station_->status() : "The device starts.";
+    status_ = station_ ? station_->report().status : "The device starts.";
     return status_.c_str();
 }
 

@@ -21,6 +21,9 @@ struct AcquisitionSettings {
     double coolingRamp = 0;         // degrees a minute, of Cool and WarmUp
 };
 
+// "complete", "running"; empty: there was no acquisition, or it did not begin.
+std::string endText(const StationReport& report);
+
 // Threads: as Tango serialises: one request of a client at a time. The announcer's thread takes the
 //   same lock to push events.
 class VxCamera : public TANGO_BASE_CLASS

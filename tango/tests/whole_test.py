@@ -245,6 +245,21 @@ class HundredFrames(WithServer):
             return False
 
 
+class Events(WithServer):
+    def test_of_an_end_comes_behind_that_of_the_state(self):
+        told = []
+        for name in ("State", "AcquisitionEnd"):
+            number = self.device.subscribe_event(
+                name, tango.EventType.CHANGE_EVENT,
+                lambda e: told.append(e.err or str(e.attr_value.value)))
+            self.addCleanup(self.device.unsubscribe_event, number)
+        wait_for(lambda: len(told) >= 4, "the first ones")
+        told.clear()
+        self.device.Grab()
+        wait_for(lambda: told[-1:] == ["complete"], "the last one")
+        self.assertEqual(["RUNNING", "running", "ON", "complete"], without_repeats(told))
+
+
 class Page(unittest.TestCase):
     def test_does_what_it_says(self):
         camera = Camera()
