@@ -100,10 +100,10 @@ void Station::hear(const Event& event)
                        event.subCode));
         break;
     case EventKind::LinkLost:
-        complain(Error(ErrorKind::LinkLost, "the connection to " + options_.target + " is lost" +
-                                                (event.text.empty() ? "" : ": " + event.text)));
+        linkLost(event);
         break;
     case EventKind::LinkRestored:
+        linkRestored(event);
         break;
     case EventKind::SettingsRestored:
         if (!event.text.empty()) {
@@ -117,6 +117,22 @@ void Station::hear(const Event& event)
         return;
     }
     changed();
+}
+
+void Station::linkLost(const Event& event)
+{
+    complain(Error(ErrorKind::LinkLost, "the connection to " + options_.target + " is lost" +
+                                            (event.text.empty() ? "" : ": " + event.text)));
+    const std::lock_guard<std::mutex> guard(lock_);
+    if (std::exchange(isAnswering_, false)) lostAt_ = event.time.utc;
+}
+
+void Station::linkRestored(const Event& event)
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    isAnswering_ = true;
+    linkText_ = "The connection was lost at " + utcText(lostAt_) + " UTC, and is back since " +
+                utcText(event.time.utc) + " UTC.";
 }
 
 void Station::hearFrame(const Frame& frame)

@@ -54,15 +54,17 @@ std::pair<StationState, std::string> Station::presentState(bool isRunning) const
                                          " is lost; it is made anew as soon as the camera "
                                          "answers."};
     }
-    if (!trouble_) return {StationState::On, target + " is ready."};
-    return {StationState::Fault, trouble_->what()};
+    const std::string link = linkText_.empty() ? "" : " " + linkText_;
+    if (!trouble_) return {StationState::On, target + " is ready." + link};
+    return {StationState::Fault,
+            std::string(trouble_->what()) + "." + link + " Start, Grab and Reset end this fault."};
 }
 
 // The last acquisition ends behind the camera.
 bool Station::isLinkUp() const
 {
     try {
-        return camera_->waitForLink(milliseconds(0));
+        return isAnswering_ && camera_->waitForLink(milliseconds(0));
     } catch (const Error&) {
         return false; // it is closed
     }
@@ -107,6 +109,7 @@ void Station::reset()
     {
         const std::lock_guard<std::mutex> guard(lock_);
         trouble_.reset();
+        linkText_.clear();
         lastError_ = {};
     }
     changed();
@@ -219,10 +222,12 @@ void Station::forgetLastAcquisition()
 {
     const std::lock_guard<std::mutex> guard(lock_);
     trouble_.reset();
+    linkText_.clear();
     lastEnd_.reset();
 }
 
-// A camera that answers a question begins to read out without delay.
+// A camera that answers a question begins to read out without delay. One whose connection is lost
+// is in trouble for as long as that is so; whoever asked knows of it.
 void Station::start(const Plan& plan)
 {
     requireIdle();
@@ -232,7 +237,12 @@ void Station::start(const Plan& plan)
         ask([open] { open->get("exposure"); }, kPatience);
         acquisition_->start(withBuffers(plan, *open));
     } catch (const Error& error) {
-        if (error.kind() != ErrorKind::Usage) trouble(error);
+        if (error.kind() == ErrorKind::LinkLost) {
+            forgetLastAcquisition();
+            changed();
+        } else if (error.kind() != ErrorKind::Usage) {
+            trouble(error);
+        }
         throw;
     }
 }

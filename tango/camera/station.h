@@ -103,6 +103,8 @@ private:
     void hearEnd(std::optional<ReadoutEnd> end, const std::optional<Error>& error);
     void trouble(const Error& error); // likewise, and the state is Fault
     void changed();
+    void linkLost(const Event& event);
+    void linkRestored(const Event& event);
     void requireLink() const;
     bool isLinkUp() const;
     std::pair<StationState, std::string> presentState(bool isRunning) const;
@@ -123,6 +125,9 @@ private:
     bool isEnding_ = false;
     std::optional<Error> obstacle_; // why it is not open; nothing: it was not tried yet
     std::shared_ptr<Camera> camera_;
+    bool isAnswering_ = true; // on its present connection
+    UtcTime lostAt_;
+    std::string linkText_;         // what became of a connection that was lost; empty: nothing
     std::optional<Error> trouble_; // of the last acquisition, or of restored settings
     LastError lastError_;
     std::optional<ReadoutEnd> lastEnd_;
