@@ -1,5 +1,6 @@
 """What goes wrong around exposures, and what clients are told then."""
 import os
+import socket
 import unittest
 
 from indi_support import DriverTest
@@ -22,6 +23,27 @@ class Mishaps(DriverTest):
         exposure = client.vector("CCD_EXPOSURE")
         self.assertEqual((exposure.state, exposure.values["CCD_EXPOSURE_VALUE"]), ("Idle", 0))
         self.assert_true_frame(client.expose(), camera)
+
+    def test_a_camera_that_takes_the_connection_and_is_silent_is_not_told_to_be_back(self):
+        camera, client = self.connected()
+        connection = client.vector("CONNECTION")
+        camera.close()
+        client.wait(lambda: connection.state == "Alert", "the link is lost")
+        with socket.create_server(("127.0.0.1", camera.port)) as listener:
+            listener.settimeout(20)
+            silent = listener.accept()[0]
+        with silent:
+            silent.settimeout(20)
+            self.assertTrue(silent.recv(12), "it is asked something")
+            client.change("CCD_BINNING", {"HOR_BIN": 1, "VER_BIN": 1})
+            client.pump(0.3)
+            self.assertEqual(connection.state, "Alert", connection.messages)
+        again = self.camera(port=camera.port)
+        client.wait(lambda: connection.state == "Ok", "the link is back")
+        told = " ".join(connection.messages)
+        self.assertLess(told.index("is lost"), told.index("made anew"))
+        self.assertEqual(told.count("is lost"), 1)
+        self.assert_true_frame(client.expose(), again)
 
     def test_a_folder_that_takes_no_files_is_told_before_the_camera_exposes(self):
         camera, client = self.connected()
