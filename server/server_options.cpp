@@ -119,6 +119,9 @@ void declare(CLI::App* app, Words* words, ServerOptions* options)
     app->add_option("--connections", options->web.connections, "that are served at once")
         ->check(between(4, 20000))
         ->capture_default_str();
+    app->add_option("--watchers", options->watchers, "live views at once, of all cameras together")
+        ->check(between(1, 10000))
+        ->capture_default_str();
     CLI::Option* const plans = app->add_option(
         "--plans", options->plans, "folder of plans of sequences; their frames go below it");
     app->add_flag("--plan-hooks", options->runsHooks,

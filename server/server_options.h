@@ -19,6 +19,7 @@ namespace vxcam {
 struct ServerOptions {
     std::vector<Target> targets;
     WebOptions web;
+    int watchers = 64; // at once
     SharingOptions sharing;
     std::string token;            // empty: none is needed
     std::string certificate, key; // files; empty: no TLS

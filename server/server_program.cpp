@@ -158,6 +158,7 @@ void serve(ServerOptions options, const Signals& signals)
     facts.plans = plans ? &*plans : nullptr;
     facts.version = "vxcamd " VXCAM_VERSION;
     facts.token = options.token;
+    facts.watchers = options.watchers;
     facts.isSecret = keys.has_value();
     if (options.hasAlpaca) facts.alpaca = options.alpaca;
     facts.isAlpacaOpen = options.isAlpacaOpen;

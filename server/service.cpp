@@ -19,8 +19,6 @@ void requireGet(const HttpRequest& request)
     throw Refusal(405, "wrong-method", "this takes only GET", {{"Allow", "GET"}});
 }
 
-constexpr size_t kLivePart = 4; // of /api/v1/cameras/0/live
-
 HttpResponse textAnswer(const std::string& text, int status = 200)
 {
     HttpResponse response;
@@ -33,6 +31,15 @@ bool isBelow(const std::string& path, const std::string& folder)
 {
     return path.rfind(folder, 0) == 0 &&
            (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+// /api/v1/cameras/0/live
+bool isLive(const HttpRequest& request)
+{
+    constexpr size_t kPart = 4;
+    const std::vector<std::string> parts = pathParts(request.path);
+    return isBelow(request.path, "/api/v1/cameras") && parts.size() == kPart + 1 &&
+           parts[kPart] == "live";
 }
 
 } // namespace
@@ -91,6 +98,7 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
     }
     if (isBelow(path, "/api/v1")) {
         *door = "rest";
+        if (isLive(request)) requireLive(request);
         return rest_.answer(request);
     }
     refusePath(path);
@@ -129,21 +137,23 @@ HttpResponse Service::mayOpen(const HttpRequest& request) const
 {
     try {
         guard_.require(request, true);
-        const std::vector<std::string> parts = pathParts(request.path);
-        const bool isLive = isBelow(request.path, "/api/v1/cameras") &&
-                            parts.size() == kLivePart + 1 && parts[kLivePart] == "live";
-        if (!isLive) refusePath(request.path);
-        requireRoute(request);
-        rest_.cameraOf(parts);
-        if (meters_.watchers >= Watcher::kMost) {
-            throw Refusal(503, "watchers", Watcher::kTooMany);
-        }
+        if (!isLive(request)) refusePath(request.path);
+        requireLive(request);
         return {};
     } catch (const Refusal& refusal) {
         return errorAnswer(refusal);
     } catch (const std::exception& failure) {
         return errorAnswer(Refusal(500, "server", failure.what()));
     }
+}
+
+// That the camera is there, and a place among its watchers is free. Whom a browser refuses a
+// WebSocket is not told why: a page asks for the same by an ordinary request.
+void Service::requireLive(const HttpRequest& request) const
+{
+    requireRoute(request);
+    rest_.cameraOf(pathParts(request.path));
+    Watcher::requirePlace(meters_, options_.watchers);
 }
 
 WebHandlers Service::handlers()
@@ -155,7 +165,8 @@ WebHandlers Service::handlers()
     };
     handlers.upgrade = [this](const HttpRequest& request) { return mayOpen(request); };
     handlers.open = [this](const HttpRequest& request, SocketWriter& writer) {
-        return std::make_unique<Watcher>(rest_.cameraOf(pathParts(request.path)), writer, meters_);
+        return std::make_unique<Watcher>(rest_.cameraOf(pathParts(request.path)), writer, meters_,
+                                         options_.watchers);
     };
     return handlers;
 }

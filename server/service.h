@@ -21,6 +21,7 @@ struct ServiceOptions {
     std::optional<AlpacaOptions> alpaca; // nothing: without
     bool isAlpacaOpen = false;           // its clients need no token
     PlanFolder* plans = nullptr;         // null: without
+    int watchers = 64;                   // at once, of all cameras
 };
 
 // Finds the door for a request, and tells whatever it throws in the words of that door.
@@ -40,6 +41,7 @@ private:
     HttpResponse answerThrowing(const HttpRequest& request, std::string* door);
     HttpResponse answerSession(const HttpRequest& request) const;
     HttpResponse mayOpen(const HttpRequest& request) const;
+    void requireLive(const HttpRequest& request) const;
 
     const Cameras& cameras_;
     const ServiceOptions options_;

@@ -14,15 +14,27 @@ constexpr std::chrono::milliseconds kLook{100}; // for events, while no frame co
 constexpr int kMostRefused = 100;
 constexpr std::chrono::seconds kFloodTime{10};
 
+[[noreturn]] void refuseMore(int most)
+{
+    throw Refusal(503, "watchers",
+                  "as many watch already as the server's --watchers lets in: " +
+                      std::to_string(most));
+}
+
 } // namespace
 
-Watcher::Watcher(SharedCamera& camera, SocketWriter& writer, Meters& meters)
+void Watcher::requirePlace(const Meters& meters, int most)
+{
+    if (meters.watchers >= most) refuseMore(most);
+}
+
+Watcher::Watcher(SharedCamera& camera, SocketWriter& writer, Meters& meters, int most)
     : camera_(camera), writer_(writer), meters_(meters), seenEvent_(camera.events().last()),
       expected_(std::max<uint64_t>(camera.feed().last(), 1))
 {
     int before = meters_.watchers;
     do {
-        if (before >= kMost) throw Refusal(503, "watchers", kTooMany);
+        if (before >= most) refuseMore(most);
     } while (!meters_.watchers.compare_exchange_weak(before, before + 1));
     thread_ = std::thread([this] { send(); });
 }

@@ -33,11 +33,10 @@ namespace vxcam {
 class Watcher : public Socket
 {
 public:
-    static constexpr int kMost = 64; // at once
-    static constexpr const char* kTooMany = "there are too many watchers already";
+    // Throws Refusal{503} where there are as many as there may be.
+    static void requirePlace(const Meters& meters, int most);
 
-    // Throws Refusal{503} when there are so many.
-    Watcher(SharedCamera& camera, SocketWriter& writer, Meters& meters);
+    Watcher(SharedCamera& camera, SocketWriter& writer, Meters& meters, int most);
     ~Watcher() override;
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;

@@ -437,6 +437,26 @@ class Page(InBrowser):
         until(is_set, "the gain")
 
 
+class Crowded(InBrowser):
+    server_options = ("--watchers", "1")
+
+    def test_one_for_whom_there_is_no_place_is_told_why_until_there_is(self):
+        other = Browser()
+        self.addCleanup(other.close)
+        other.open("http://127.0.0.1:%d/" % self.server.port)
+        other.until(text("stale") + ".startsWith('no live view: as many watch already')")
+        other.until(text("link") + " === 'connected'")
+        self.assertIn("--watchers lets in: 1", other.run(text("stale")))
+        self.assertEqual(self.browser.run(text("stale")), "no frame yet")
+        other.run("document.getElementById('start').click()")  # all else goes on
+        other.until(text("state") + " === 'complete'")
+        self.browser.open("about:blank")
+        other.until("!%s.includes('no live view') && document.getElementById('image').dataset.frame === '1.1'" % text("stale"))
+        other.run("document.getElementById('start').click()")
+        other.until("document.getElementById('image').dataset.frame === '2.1'")
+        self.assertEqual(other.complaints, [])
+
+
 class Tools(InBrowser):
     """What mouse, fingers and keys do on the image with each tool."""
 

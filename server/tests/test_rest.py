@@ -168,7 +168,11 @@ class Exposures(Rest):
         self.assertRefused(server.get(CAMERA + "/exposures/1/frames/9.raw"), 404, "unknown-frame")
 
     def test_many_watchers_at_once_are_not_more_than_there_may_be(self):
-        server = Server("sim?sensor=64x48&heartbeat=0", "--connections", "150")
+        for options, most in (((), 64), (("--watchers", "70"), 70)):
+            self.watch_with_a_hundred(most, "--connections", "150", *options)
+
+    def watch_with_a_hundred(self, most, *options):
+        server = Server("sim?sensor=64x48&heartbeat=0", *options)
         self.addCleanup(server.retire)
         server.open()
         with concurrent.futures.ThreadPoolExecutor(100) as pool:
@@ -177,7 +181,10 @@ class Exposures(Rest):
         for watcher in watchers:
             self.addCleanup(watcher.close)
         self.assertLessEqual({watcher.status for watcher in watchers}, {101, 503})
-        self.assertEqual(sum(self.is_served(watcher) for watcher in watchers), 64)
+        self.assertEqual(sum(self.is_served(watcher) for watcher in watchers), most)
+        refused = server.get(CAMERA + "/live")
+        self.assertRefused(refused, 503, "watchers")
+        self.assertIn("--watchers lets in: %d" % most, refused.json["error"]["text"])
 
     @staticmethod
     def is_served(watcher):

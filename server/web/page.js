@@ -19,6 +19,7 @@ const temperatures = [[], [], []]; // when, of the sensor, and what it is to be
 const recent = [];      // [time, bytes] of the last seconds' frames
 const totals = {complete: 0, incomplete: 0, missed: 0};
 let cameraFacts = null, exposure = null, isServerThere = false;
+let refusal = ''; // why there is no live view of a server that is there
 let newest = null;  // the frame that is drawn: facts, part, pixels, since: when its last packet came,
                     // and figures of it
 let stretch = null; // of it
@@ -285,9 +286,10 @@ const kSilence = 750; // ms; a server that is there says so more often
 // Why nothing is known of the server by now; '' while it is.
 function serverTrouble() {
   if (!isServerThere) return 'no connection to the server';
-  return silence() < kSilence ? '' : `no word from the server for ${ageText(silence())}`;
+  return refusal || silence() < kSilence ? '' : `no word from the server for ${ageText(silence())}`;
 }
 
+const liveTrouble = () => serverTrouble() || (refusal && `no live view: ${refusal}`);
 const isCut = () => serverTrouble() !== '' || Boolean(cameraFacts && !cameraFacts.link);
 
 function ageText(ms) {
@@ -300,14 +302,15 @@ function showNotes() {
   const now = performance.now();
   const age = newest ? now - newest.since : 0;
   const notes = [];
-  if (isCut()) notes.push(serverTrouble() || 'no connection to the camera');
+  const trouble = liveTrouble() || (isCut() ? 'no connection to the camera' : '');
+  if (trouble) notes.push(trouble);
   if (!newest) notes.push('no frame yet');
   if (newest && !newest.facts.complete) notes.push('incomplete: rows are missing');
   const isBad = notes.length > 0;
   if (age > 2000) notes.push(`this frame is ${ageText(age)} old`);
   const text = notes.join('; ');
   at('stale').className = isBad ? 'bad' : '';
-  at('stage').classList.toggle('old', Boolean(newest) && isCut());
+  at('stage').classList.toggle('old', Boolean(newest && trouble));
   if (at('stale').textContent !== text) at('stale').textContent = text;
 }
 
@@ -394,7 +397,7 @@ async function look() {
   } catch (error) {
     if (error.kind === 'token') at('login').open || at('login').showModal();
     else if (error.kind === 'unknown-camera') showCameras();
-    else if (error.name !== 'TimeoutError') isServerThere = false; // that one is told by the silence
+    else if (error.name !== 'TimeoutError' || refusal) isServerThere = false; // that one is told by the silence
   }
   showCut();
   showTruth();
@@ -606,8 +609,9 @@ function listen() {
   showTruth();
 }
 
-function onLink(isThere) {
-  isServerThere = isThere;
+function onLink(isThere, why = '') {
+  refusal = why;
+  isServerThere = isThere || why !== '';
   showCut();
   part.forget();
   refresh();

@@ -81,8 +81,12 @@ export function askForPart(part) {
   return true;
 }
 
+// Why the server lets nobody watch, which a browser does not tell of a WebSocket; '' where it would, or is not there.
+const whyRefused = () => glance(`${cameraPath}/live`).catch(
+    ({kind, message}) => kind && kind !== 'websocket' ? message : '');
+
 // Calls with frames (facts, ArrayBuffer, when the facts came), every event, what the server refused of
-// what it was sent (a text), and change of the connection, for ever. What
+// what it was sent (a text), and change of the connection (and why it was refused, or ''), for ever. What
 // onFrame returns is waited for: the next frame but one is asked for when this one is done with, so
 // that none waits on the way and grows old. Where the server has said nothing for long, another
 // connection takes the place of this one.
@@ -105,6 +109,7 @@ export function watch(page) {
   }, 1000);
   socket.onopen = () => {
     hear();
+    isOpen = true;
     socket.send(`{"more":2,"beat":${kBeat}}`);
     onLink(true);
   };
@@ -120,10 +125,11 @@ export function watch(page) {
     if (message.message === 'event') onEvent(message.event);
     if (message.message === 'error') onError(message.error.text);
   };
-  socket.onclose = () => {
+  let isOpen = false;
+  socket.onclose = async () => {
     clearInterval(looking);
     isFrameComing = false;
-    onLink(false);
+    onLink(false, isOpen ? '' : await whyRefused());
     setTimeout(() => watch(page), 1000);
   };
 }
