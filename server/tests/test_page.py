@@ -200,6 +200,50 @@ class Page(InBrowser):
         self.assertEqual([each["plan"]["exposure"] for each in self.server.get(CAMERA + "/exposures").json["exposures"]],
                          [0.01])
 
+    def test_binned_frames_are_taken_and_told(self):
+        self.server.ask("PUT", CAMERA + "/properties/area", {"value": "4,2,8,6"})
+        self.browser.until(text("area") + " === 'area 4,2,8,6'")
+        for word, binning, size in (("2", [2, 2], "32 x 16"), ("4x2", [4, 2], "16 x 16")):
+            self.type("bins", word)
+            self.assertIn("whole sensor", self.browser.run(text("area")))
+            self.assertTrue(self.browser.run("document.getElementById('bits').disabled"))
+            self.start()
+            told = "size%s, 32 bitsbins%d x %d pixels in one" % (size, *binning)
+            self.browser.until(text("facts") + ".startsWith('%s')" % told)
+        plans = [each["plan"] for each in self.server.get(CAMERA + "/exposures").json["exposures"]]
+        self.assertEqual([(plan["kind"], plan["binning"]) for plan in plans],
+                         [("binned", [2, 2]), ("binned", [4, 2])])
+        for word in ("", "0", "2x", "two", "-1"):
+            self.type("bins", word)
+            self.start()
+            self.assertEqual(self.browser.run(text("bins-wrong")), "'%s' is no bin: 2, or 2x3" % word)
+        self.type("bins", "99")
+        self.start()
+        self.browser.until(text("bins-wrong") + ".startsWith('binning')")
+        self.type("bins", "1x1")
+        self.assertEqual(self.browser.run(text("area")), "area 4,2,8,6")
+        self.start()
+        self.browser.until(text("facts") + ".startsWith('size8 x 6, 16 bitsexposure')")
+        self.assertEqual(self.browser.run(text("bins-wrong")), "")
+
+    def start(self):
+        self.browser.until("!document.getElementById('start').disabled")
+        self.browser.run("document.getElementById('start').click()")
+
+    def type(self, field, word):
+        self.browser.run("""document.getElementById('%s').value = '%s';
+                            document.getElementById('%s').dispatchEvent(new Event('input'))""" % (field, word, field))
+
+    def test_what_the_server_refuses_of_an_exposure_is_told_beside_its_field(self):
+        for field, word, told in (("seconds", "1e11", "exposure: 0 to 4294967.295 s"), ("frames", "40000", "frames 40000")):
+            self.type(field, word)
+            self.browser.run("document.getElementById('expose').noValidate = true")  # by the browser itself
+            self.start()
+            self.browser.until(text(field + "-wrong") + ".includes('%s')" % told)
+            self.assertTrue(self.browser.run("document.getElementById('%s').matches('.wrong')" % field))
+            self.type(field, "1")
+        self.assertEqual(self.server.get(CAMERA + "/exposures").json["exposures"], [])
+
     def test_enter_exposes_but_where_it_means_something_else(self):
         count = lambda: len(self.server.get(CAMERA + "/exposures").json["exposures"])
         for focus in ("document.activeElement.blur()", "document.getElementById('image').focus()",

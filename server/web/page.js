@@ -61,12 +61,17 @@ function showList(place, rows) {
   }));
 }
 
+function binText([columns, rows]) {
+  return columns && rows ? `${columns} x ${rows} pixels in one` : 'by tables';
+}
+
 const inAll = share => share > 1 ? `, of 1 in ${share}` : '';
 
 function showFacts({facts, figures}) {
   const share = Math.round(facts.columns * facts.rows / figures.samples);
   showList(at('facts'), [
     ['size', `${facts.columns} x ${facts.rows}, ${facts.bits} bits`],
+    ...(facts.kind === 'area' ? [] : [['bins', binText(facts.binning)]]),
     ['exposure', `${facts.exposure} s, ${facts.type}`],
     ['middle', `${facts.times.middle.slice(11, 23)} +/- ${(facts.times.uncertainty * 1000).toFixed(1)} ms`],
     ['values', `${figures.least} to ${figures.most}${inAll(share)}`],
@@ -466,12 +471,35 @@ function numberIn(field, what, least = -Infinity) {
   return isRight ? number : null;
 }
 
+// Columns and rows in a bin; null, and said beside the field, when it says something else.
+function bins() {
+  const [, columns, rows = columns] = /^\s*(\d+)\s*(?:[x,]\s*(\d+)\s*)?$/i.exec(at('bins').value) ?? [];
+  const isRight = Number(columns) > 0 && Number(rows) > 0;
+  complain('bins', isRight ? '' : `'${at('bins').value}' is no bin: 2, or 2x3`);
+  return isRight ? [Number(columns), Number(rows)] : null;
+}
+
+const isBinned = () => /[^\s1x,]|1\d/i.test(at('bins').value);
+
+// The server's sentence begins with what it is about, maybe behind the camera. False: that has no field.
+const kFields = {exposure: 'seconds', frames: 'frames', binning: 'bins'};
+function complainOf({kind, message}) {
+  const about = kind === 'usage' && Object.keys(kFields).find(word => new RegExp(`(^|: )${word}\\b`).test(message));
+  if (about) complain(kFields[about], message);
+  return Boolean(about);
+}
+
 // An empty field leaves the exposure time to the camera.
 async function expose(frames) {
-  const seconds = numberIn('seconds', 'seconds', 0);
-  if (seconds === null) return;
-  const plan = {exposure: seconds, frames, type: at('type').value, bits: Number(at('bits').value)};
-  exposure = await camera('POST', '/exposures', plan);
+  const [seconds, binning] = [numberIn('seconds', 'seconds', 0), bins()];
+  if (seconds === null || !binning) return;
+  const kind = isBinned() ? {binning} : {bits: Number(at('bits').value)};
+  try {
+    exposure = await camera('POST', '/exposures', {exposure: seconds, frames, type: at('type').value, ...kind});
+  } catch (error) {
+    if (!complainOf(error)) throw error;
+    tell(error.message);
+  }
   showExposure();
 }
 
@@ -491,8 +519,16 @@ async function showArea() {
   const [{value, text}, {columns, rows}] =
       await Promise.all([camera('GET', '/properties/area'), cameraFacts ?? camera('GET')]);
   const isWhole = !value || (value.columns === columns && value.rows === rows);
-  at('area').textContent = isWhole ? 'whole sensor' : `area ${text}`;
+  areaText = isWhole ? 'whole sensor' : `area ${text}`;
   at('whole').hidden = isWhole;
+  showReads();
+}
+
+let areaText = '';
+function showReads() {
+  at('bits').disabled = isBinned();
+  at('bits').title = isBinned() ? 'binned frames have 32' : '';
+  at('area').textContent = isBinned() ? 'whole sensor, as bins are of all of it' : areaText;
 }
 
 let setTo = null; // degrees; null while nothing is cooled
@@ -509,6 +545,7 @@ at('expose').addEventListener('submit', event => {
   if (frames === undefined) complain('frames', 'how many frames?');
   if (frames) doing(() => expose(frames));
 });
+at('bins').oninput = showReads;
 at('live').onclick = () => doing(() => expose(0));
 at('stop').onclick = () => doing(stop);
 at('control').onclick = () => doing(async () => {
