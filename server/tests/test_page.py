@@ -896,6 +896,36 @@ class Graphs(InBrowser):
         self.assertLessEqual(most[1], 49152)
         self.assertLess(49152, most[1] + wide)
 
+    def test_the_histogram_is_of_what_is_seen_or_measured_and_says_so(self):
+        exposure = self.expose()
+        body = self.server.get(CAMERA + "/exposures/%d/frame.raw" % exposure["id"]).body
+        frame = numpy.frombuffer(body, "<u2").reshape(self.rows, self.columns)
+        self.browser.until(text("counted") + " === 'Histogram of the whole frame'")
+        self.browser.press("+")
+        title = self.browser.until(text("counted") + r".match(/of what is seen, (\d+) x (\d+) at (\d+), (\d+)$/)")
+        columns, rows, column, row = (int(part) for part in title[1:])
+        self.assertLess(columns * rows, 0.4 * frame.size)
+        self.assertCounted(frame[row:row + rows, column:column + columns])
+        self.browser.press("m")
+        for kind, place in (("mousePressed", (20, 10)), ("mouseMoved", (25, 12)), ("mouseReleased", (30, 15))):
+            self.browser.mouse(kind, *self.place(*place))
+        title = self.browser.until(text("counted") + r".match(/of the region, (\d+) x (\d+) at (\d+), (\d+)$/)")
+        columns, rows, column, row = (int(part) for part in title[1:])
+        self.assertCounted(frame[row:row + rows, column:column + columns])
+        self.browser.press("x")
+        self.browser.press("f")
+        self.browser.until(text("counted") + " === 'Histogram of the whole frame'")
+        self.assertCounted(frame)
+
+    def assertCounted(self, pixels):
+        values, counts = self.browser.run(drawn_in("histogram", 2))
+        wide = values[1] - values[0]
+        self.assertEqual(values[0], pixels.min())
+        self.assertEqual(sum(counts), numpy.count_nonzero(pixels < values[-1] + wide))
+        self.assertGreater(sum(counts), 0.99 * pixels.size)
+        for value, count in zip(values, counts):
+            self.assertEqual(count, numpy.count_nonzero((pixels >= value) & (pixels < value + wide)), value)
+
     def test_temperatures_are_drawn_with_what_they_are_to_be(self):
         self.browser.until(drawn_in("temperatures", 3))
         self.server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -12})

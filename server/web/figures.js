@@ -48,9 +48,9 @@ function* counting(pixels, bits, step) {
   return {least, most, counts, scale, samples, percentile, full: bits === 32 ? most : 2 ** bits - 1};
 }
 
-// Counts of bins from the least to the most value, `scale` bins for one, of some pixels, evenly spread.
-export function figuresOf(pixels, bits) {
-  const steps = counting(pixels, bits, Math.floor(pixels.length / kSamples) | 1); // odd: not of some columns alone
+// Counts of bins from the least to the most value, `scale` bins for one, of so many pixels at most, evenly spread.
+export function figuresOf(pixels, bits, most = kSamples) {
+  const steps = counting(pixels, bits, Math.floor(pixels.length / most) | 1); // odd: not of some columns alone
   for (;;) {
     const {done, value} = steps.next();
     if (done) return value;

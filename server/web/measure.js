@@ -12,17 +12,36 @@ export function regionOf({columns, rows}, [x0, y0], [x1, y1]) {
   return {column: left, row: top, columns: right - left + 1, rows: bottom - top + 1};
 }
 
-// Of the pixels that are there of a region of a frame {part, pixels}: count, the share of the
-// region's pixels that they are, least, most, mean, deviation, median. Null: none is there.
-export function figuresIn({part, pixels}, region) {
+// Columns and rows of a frame's part that a region has: [left, right, top, bottom], without the last ones.
+function within(part, region) {
   const along = (from, count, begin, most) => [
     Math.max(0, Math.ceil((from - begin) / part.step)),
     Math.min(most, Math.ceil((from + count - begin) / part.step)),
   ];
   const [left, right] = along(region.column, region.columns, part.column, part.columns);
   const [top, bottom] = along(region.row, region.rows, part.row, part.rows);
+  return right > left && bottom > top ? [left, right, top, bottom] : null;
+}
+
+// The pixels that are there of a region of a frame {part, pixels}, row after row. Null: none is there.
+export function pixelsIn({part, pixels}, region) {
+  const edges = within(part, region);
+  if (!edges) return null;
+  const [left, right, top, bottom] = edges;
+  const inside = new pixels.constructor((right - left) * (bottom - top));
+  for (let row = top, at = 0; row < bottom; ++row, at += right - left) {
+    inside.set(pixels.subarray(row * part.columns + left, row * part.columns + right), at);
+  }
+  return inside;
+}
+
+// Of the pixels that are there of a region of a frame {part, pixels}: count, the share of the
+// region's pixels that they are, least, most, mean, deviation, median. Null: none is there.
+export function figuresIn({part, pixels}, region) {
+  const edges = within(part, region);
+  if (!edges) return null;
+  const [left, right, top, bottom] = edges;
   const there = (right - left) * (bottom - top);
-  if (right <= left || bottom <= top) return null;
   const every = Math.ceil(Math.sqrt(there / kMost));
   const values = new Float64Array(Math.ceil((right - left) / every) * Math.ceil((bottom - top) / every));
   let count = 0, sum = 0;

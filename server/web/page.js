@@ -5,7 +5,7 @@ import {isOneOfSeveral, showCameras, showOne, showUnknown} from './cameras.js';
 import {exactFigures, figuresOf, stretchOf} from './figures.js';
 import {Gestures} from './gestures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
-import {figuresIn, regionOf} from './measure.js';
+import {figuresIn, pixelsIn, regionOf} from './measure.js';
 import {PartAsked, pixelOf, wholeOf} from './part.js';
 import {showProperties} from './properties.js';
 import {onSequence, showPlans} from './sequences.js';
@@ -159,6 +159,7 @@ let measured = null; // in pixels of the frame
 function measure(region) {
   measured = region;
   at('region-facts').hidden = !measured;
+  if (newest) showCounts();
   showRegion();
   showMeasured();
 }
@@ -193,6 +194,7 @@ function showMeasured() {
 }
 
 view.onDraw = () => {
+  wantPanel();
   showRing();
   showMeasured();
 };
@@ -220,9 +222,6 @@ function showFrame() {
   followStar(facts.again);
   askForWhatShows();
   showNotes();
-  const left = panelAt + 150 - performance.now();
-  if (left <= 0) showPanel();
-  else panelTimer ||= setTimeout(showPanel, left);
   const name = `${facts.readout}.${facts.number}`;
   if (at('image').dataset.frame !== name) at('image').dataset.frame = name;
 }
@@ -240,10 +239,33 @@ async function countAll() {
 
 // What stands beside the image; it is for reading, which needs no more than some a second.
 let panelAt = 0, panelTimer = 0;
+function wantPanel() {
+  panelTimer ||= setTimeout(showPanel, Math.max(0, panelAt + 150 - performance.now()));
+}
+
+const kMostCounted = 1 << 20; // pixels of what is seen, or of a region
+
+// Of the region that is measured, or of what is to be seen: what it is, and its figures.
+function counted() {
+  const {facts: {columns, rows, bits}} = newest;
+  const area = measured ?? view.seen();
+  const isAll = !area || (area.columns === columns && area.rows === rows);
+  const pixels = isAll ? null : pixelsIn(newest, area);
+  if (!pixels) return ['the whole frame', newest.figures, columns * rows];
+  const what = `${measured ? 'the region' : 'what is seen'}, ${area.columns} x ${area.rows} at ${area.column}, ${area.row}`;
+  return [what, figuresOf(pixels, bits, kMostCounted), area.columns * area.rows];
+}
+
+function showCounts() {
+  const [what, figures, count] = counted();
+  at('counted').textContent = `Histogram of ${what}${inAll(Math.round(count / figures.samples))}`;
+  showHistogram(figures, stretch);
+}
+
 function showPanel() {
   clearTimeout(panelTimer);
   [panelAt, panelTimer] = [performance.now(), 0];
-  showHistogram(newest.figures, stretch);
+  showCounts();
   showFacts(newest);
   showStar();
   showRegion();

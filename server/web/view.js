@@ -53,6 +53,19 @@ export class View {
     return {column: across[0], row: down[0], columns: across[1], rows: down[1], step};
   }
 
+  // The pixels of the frame that are to be seen, maybe in part; null: none is.
+  seen() {
+    const {columns, rows} = this.frame;
+    const [scale, left, top] = this.placing();
+    const span = (first, size, most) => {
+      const from = Math.max(0, Math.floor(-first / scale));
+      return [from, Math.min(most, Math.ceil((size - first) / scale)) - from];
+    };
+    const [across, down] = [span(left, this.canvas.width, columns), span(top, this.canvas.height, rows)];
+    if (across[1] <= 0 || down[1] <= 0) return null;
+    return {column: across[0], row: down[0], columns: across[1], rows: down[1]};
+  }
+
   // As many pixels as the screen has there. What is set is cleared, even to what it was.
   fit() {
     const [width, height] = [this.canvas.clientWidth, this.canvas.clientHeight].map(
