@@ -23,6 +23,7 @@ VX_PAGE_FILE(pagePart, "part.js")
 VX_PAGE_FILE(pageProperties, "properties.js")
 VX_PAGE_FILE(pageSoftware, "software_painter.js")
 VX_PAGE_FILE(pageStar, "star.js")
+VX_PAGE_FILE(pageValues, "values.js")
 VX_PAGE_FILE(pageView, "view.js")
 VX_PAGE_FILE(pagePlot, "vendor/uPlot.esm.js")
 VX_PAGE_FILE(pagePlotStyle, "vendor/uPlot.min.css")
@@ -63,6 +64,7 @@ const PageFile kFiles[] = {
     {"/properties.js", kScript, pagePropertiesBegin, pagePropertiesEnd},
     {"/software_painter.js", kScript, pageSoftwareBegin, pageSoftwareEnd},
     {"/star.js", kScript, pageStarBegin, pageStarEnd},
+    {"/values.js", kScript, pageValuesBegin, pageValuesEnd},
     {"/view.js", kScript, pageViewBegin, pageViewEnd},
     {"/vendor/uPlot.esm.js", kScript, pagePlotBegin, pagePlotEnd},
     {"/vendor/uPlot.min.css", kStyle, pagePlotStyleBegin, pagePlotStyleEnd},

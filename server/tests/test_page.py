@@ -481,6 +481,60 @@ class Page(InBrowser):
         until(is_set, "the gain")
 
 
+class Values(InBrowser):
+    columns, rows = 640, 320
+    faults = ("missing-packet:packet=163",)
+
+    # Remembers what is written from now on, and where.
+    WRITTEN = """(() => {
+      window.written = [];
+      CanvasRenderingContext2D.prototype.fillText = function(text, x, y) {
+        if (this.canvas.id === 'values') written.push([text, x / devicePixelRatio, y / devicePixelRatio]);
+      };
+    })()"""
+
+    def written(self):
+        """[text, x, y] of each value that is to be seen: its middle on the screen."""
+        return self.browser.run("""(() => {
+          const {left, top} = document.getElementById('values').getBoundingClientRect();
+          return document.getElementById('values').hidden ? [] : written.map(([text, x, y]) => [text, left + x, top + y]);
+        })()""")
+
+    def test_values_are_written_into_pixels_that_are_large_enough(self):
+        self.browser.run(self.WRITTEN)
+        exposure = self.expose()
+        body = self.server.get(CAMERA + "/exposures/%d/frame.raw?incomplete=yes" % exposure["id"]).body
+        frame = numpy.frombuffer(body, "<u2").reshape(self.rows, self.columns)
+        self.assertEqual(self.written(), [])
+        for scale in (2, 4, 8, 16, 32, 64):
+            self.browser.run("written.length = 0")
+            self.browser.press("1" if scale == 2 else "+")
+            if scale == 2:
+                self.browser.press("+")
+            if scale < 32:
+                self.assertEqual(self.written(), [], scale)
+        self.browser.press("-")
+        self.browser.run("written.length = 0")
+        self.browser.press("ArrowRight")
+        box = self.browser.run("(({left, top, right, bottom}) => [left, top, right, bottom])("
+                               "document.getElementById('image').getBoundingClientRect())")
+        told = [each for each in self.written() if box[0] < each[1] < box[2] and box[1] < each[2] < box[3]]
+        self.assertGreater(len(told), 400)
+        rows = {}
+        for at, (text_, x, y) in enumerate(told):
+            if at % 37 and y in rows:
+                continue
+            self.browser.mouse("mouseMoved", x, y)
+            column, row, value = (int(part) for part in re.findall(r"\d+", self.browser.run(text("pixel"))))
+            self.assertEqual((text_, value), (str(frame[row, column]), frame[row, column]), (column, row))
+            rows[y] = row
+        missing = self.server.get(CAMERA + "/exposures/%d/frame.json" % exposure["id"]).json["missing_rows"]
+        self.assertEqual(len(missing), 1)
+        self.assertEqual(set(range(min(rows.values()), max(rows.values()) + 1)) - set(rows.values()), set(missing))
+        self.browser.press("f")
+        self.assertEqual(self.written(), [])
+
+
 class Crowded(InBrowser):
     server_options = ("--watchers", "1")
 

@@ -10,6 +10,7 @@ import {PartAsked, pixelOf, wholeOf} from './part.js';
 import {showProperties} from './properties.js';
 import {onSequence, showPlans} from './sequences.js';
 import {starAt} from './star.js';
+import {writeValues} from './values.js';
 import {View} from './view.js';
 
 const at = id => document.getElementById(id);
@@ -194,6 +195,7 @@ function showMeasured() {
 }
 
 view.onDraw = () => {
+  writeValues(at('values'), newest, view.placing(), at('image'));
   wantPanel();
   showRing();
   showMeasured();

@@ -2,7 +2,7 @@
 import {GraphicsPainter} from './graphics_painter.js';
 import {SoftwarePainter} from './software_painter.js';
 
-const within = zoom => Math.min(64, Math.max(1 / 32, zoom));
+const within = zoom => Math.min(64 * Math.max(1, devicePixelRatio), Math.max(1 / 32, zoom));
 
 export class View {
   // `painter`: "graphics" or "software"; else what is faster here.
