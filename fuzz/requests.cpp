@@ -40,7 +40,7 @@ struct World {
         options.alpaca.emplace();
         service = std::make_unique<vxcam::Service>(cameras, options);
         handlers = service->handlers();
-        watcher = std::make_unique<vxcam::Watcher>(*cameras[0], nowhere, meters);
+        watcher = std::make_unique<vxcam::Watcher>(*cameras[0], nowhere, meters, 1);
     }
 
     vxcam::Cameras cameras;
