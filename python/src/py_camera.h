@@ -46,7 +46,9 @@ public:
 
     // The next frame; none at the end. Not given, `patience` is that of a camera that has nothing
     // to wait for but says nothing. Stops the readout when it is over, or a signal ends the wait.
-    std::optional<CoreFrame> next(std::optional<std::chrono::milliseconds> patience);
+    // After `most` there is none, too, and the readout goes on.
+    std::optional<CoreFrame> next(std::optional<std::chrono::milliseconds> patience,
+                                  std::optional<std::chrono::milliseconds> most = {});
     void stop();
     Stream& stream() const { return held_.use("the readout")->stream; }
 

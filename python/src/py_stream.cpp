@@ -7,6 +7,8 @@
 
 #include <pybind11/stl.h>
 
+#include <algorithm>
+
 namespace vxcam::py {
 
 namespace python = pybind11;
@@ -94,7 +96,8 @@ CoreStream::~CoreStream()
     if (!held_.isForeign()) stream().stop();
 }
 
-std::optional<CoreFrame> CoreStream::next(std::optional<milliseconds> patience)
+std::optional<CoreFrame> CoreStream::next(std::optional<milliseconds> patience,
+                                          std::optional<milliseconds> most)
 {
     const std::shared_ptr<Held> held = held_.use("the readout");
     Stream& stream = held->stream;
@@ -102,8 +105,10 @@ std::optional<CoreFrame> CoreStream::next(std::optional<milliseconds> patience)
     const auto start = steady_clock::now();
     Silence silence;
     const auto nextSlice = [&]() -> std::optional<Frame> {
+        const auto passed = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
         const python::gil_scoped_release released;
-        return stream.next(kSlice);
+        return stream.next(
+            std::clamp(most.value_or(milliseconds::max()) - passed, milliseconds(0), kSlice));
     };
     for (;;) {
         // Of a readout that had ended before, what is thrown is how; else it may end meanwhile.
@@ -117,6 +122,7 @@ std::optional<CoreFrame> CoreStream::next(std::optional<milliseconds> patience)
         }
         try {
             checkSignals();
+            if (most && steady_clock::now() - start >= *most) return std::nullopt;
             if (patience && steady_clock::now() - start >= *patience) {
                 giveUp(*held->camera, "none came within " + secondsText(*patience));
             }
@@ -142,8 +148,9 @@ void addStream(python::module_& module)
 {
     python::class_<CoreStream, std::unique_ptr<CoreStream, LetGo>>(module, "Stream")
         .def("next",
-             [](CoreStream& self, const python::object& timeout) {
-                 return self.next(patienceFromPython("timeout", timeout));
+             [](CoreStream& self, const python::object& timeout, const python::object& most) {
+                 return self.next(patienceFromPython("timeout", timeout),
+                                  patienceFromPython("seconds", most));
              })
         .def("stop", &CoreStream::stop)
         .def("end", [](const CoreStream& self) { return nameOf(self.stream().end()); })

@@ -1,6 +1,8 @@
 """Records of many frames, as others read them."""
 
+import datetime
 import threading
+import time
 import zlib
 
 import numpy
@@ -151,3 +153,46 @@ def test_what_is_no_record_is_told(tmp_path):
     (tmp_path / "a.txt").write_text("no frames")
     with pytest.raises(vxcam.UsageError, match="a.txt"):
         vxcam.verify(tmp_path / "a.txt")
+
+
+@pytest.mark.parametrize("given", [0.3, datetime.timedelta(seconds=0.3)])
+def test_a_record_of_some_time_is_complete(camera, tmp_path, given):
+    begin = time.monotonic()
+    record = camera.record(tmp_path / "a.h5", seconds=given)
+    assert 0.3 <= time.monotonic() - begin < 10
+    verdict = vxcam.verify(tmp_path / "a.h5")
+    assert verdict.good and verdict.ended == "complete" and verdict.frames == record.frames > 0
+    assert camera.grab().complete
+
+
+def test_frames_may_end_a_record_before_its_time(camera, tmp_path):
+    record = camera.record(tmp_path / "a.h5", frames=2, seconds=3600)
+    assert record.frames == 2 and vxcam.verify(tmp_path / "a.h5").ended == "complete"
+
+
+def test_a_time_in_which_no_frame_came_makes_no_record(camera, tmp_path):
+    with pytest.raises(vxcam.CameraTimeout, match=r"^sim.*no record was made: no frame came within 0.2 s; record for longer"):
+        camera.record(tmp_path / "a.h5", seconds=0.2, exposure=4000)
+    assert not list(tmp_path.iterdir())
+    assert camera.grab(exposure=0.01).complete
+
+
+@pytest.mark.parametrize("given", [0, -1, "1", float("nan"), datetime.timedelta(0), True])
+def test_a_time_that_cannot_be_is_refused(camera, tmp_path, given):
+    with pytest.raises(vxcam.UsageError, match="seconds"):
+        camera.record(tmp_path / "a.h5", seconds=given)
+    assert not list(tmp_path.iterdir())
+
+
+def test_what_is_measured_stands_beside_the_frames(camera, tmp_path):
+    h5py = pytest.importorskip("h5py")
+    camera.record(tmp_path / "a.h5", frames=2, measure=True)
+    camera.record(tmp_path / "b.h5", frames=2)
+    names = []
+    for name in ("a.h5", "b.h5"):
+        with h5py.File(tmp_path / name, "r") as file:
+            found = set()
+            file.visit(found.add)
+            names.append(found)
+    assert {path.rpartition("/")[2] for path in names[0] - names[1]} >= {"noise", "stars", "hfd"}
+    assert vxcam.verify(tmp_path / "a.h5").good

@@ -18,7 +18,7 @@ from ._frame import Frame
 from ._given import Path
 from ._measure import Measuring
 from ._properties import CameraProperties
-from ._recording import Record, Recorder, recorded
+from ._recording import Record, Recorder, recorded, seconds_of
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
 from ._scope import Scope
 from ._stream import AsyncStream, Stream
@@ -279,6 +279,8 @@ class Camera(CameraProperties, Measuring, Scope):
         buffers: Optional[int] = None,
         when_full: str = "wait",
         *,
+        seconds: Optional[Seconds] = None,
+        measure: bool = False,
         compress: str = "none",
         split: int = 0,
         overwrite: bool = False,
@@ -296,17 +298,20 @@ class Camera(CameraProperties, Measuring, Scope):
     ) -> Record:
         """Takes frames into one file and tells what is in it: `camera.record("night.h5", frames=100)`.
 
-        frames: how many; None or 0: until Ctrl-C, which ends the record and is raised.
+        frames: how many; None or 0: until `seconds` have passed, or Ctrl-C, which ends the record and
+            is raised. With both, whatever comes first; what had come by then is in the record.
         buffers, when_full, timeout and the rest: as in stream(); compress, split, overwrite, header,
-            reserve: as of Recorder. What the camera tells meanwhile is written, too.
+            reserve, measure: as of Recorder. What the camera tells meanwhile is written, too.
 
         Frames that are incomplete are counted in the result. Raises what stream() and Recorder do;
-        what came before is in the file.
+        what came before is in the file. Raises CameraTimeout when no frame came in `seconds`: then
+        there is no file.
         """
         wanted = 0 if frames is None else _given.whole("frames", frames, 0)
+        most = None if seconds is None else seconds_of("seconds", seconds)
         recorder = Recorder(path, compress=compress, split=split, overwrite=overwrite, header=header,
-                            reserve=reserve)
-        return recorded(self, recorder, wanted, lambda: self.stream(
+                            reserve=reserve, measure=measure)
+        return recorded(self, recorder, wanted, most, lambda: self.stream(
             0 if wanted > _MOST_FRAMES else wanted, buffers, when_full, exposure=exposure, bits=bits, area=area,
             timeout=timeout, type=type, kind=kind, binning=binning, regions=regions, mode=mode))
 

@@ -3,10 +3,13 @@
 from __future__ import annotations
 
 import os
+import time
+from datetime import timedelta
 from typing import Any, NamedTuple, Optional
 
 from . import _given, _vxcam
-from ._errors import UsageError
+from ._cooler import Seconds
+from ._errors import CameraTimeout, UsageError
 from ._facts import Header, cards, software
 from ._frame import Frame
 from ._given import Path
@@ -73,6 +76,7 @@ class Recorder(Scope):
     header: further cards, as in Frame.to_fits().
     buffers: frames that wait for the disk, at most; write() waits while there are more.
     reserve: bytes of the disk that stay free.
+    measure: keep level, noise and stars of each frame beside it, as Frame.measures has them.
 
     Whoever opens the file has all frames but the last tenth of a second, also when this process is
     killed. Raises UsageError for what cannot be, FileExistsError and other OSErrors for files.
@@ -90,11 +94,12 @@ class Recorder(Scope):
         header: Optional[Header] = None,
         buffers: int = 4,
         reserve: int = 0,
+        measure: bool = False,
     ) -> None:
         self._core = _vxcam.Recorder(
             _given.path("path", path), _given.word("compress", compress, _COMPRESSIONS),
             _given.flag("overwrite", overwrite), _count("split", split), _count("buffers", buffers, 1),
-            _count("reserve", reserve), software(), cards(header))
+            _count("reserve", reserve), _given.flag("measure", measure), software(), cards(header))
 
     def write(self, frame: Frame) -> None:
         """Takes a frame; waits while too many are held.
@@ -104,7 +109,10 @@ class Recorder(Scope):
         """
         if not isinstance(frame, Frame):
             _given.refuse_type("frame", frame, "a vxcam.Frame")
-        if not self._core.write(frame._core):
+        self._write(frame._core)
+
+    def _write(self, frame: _vxcam.Frame) -> None:
+        if not self._core.write(frame):
             self._core.throw_failure()
             raise UsageError("the record has ended, and takes no more frames")
 
@@ -141,22 +149,49 @@ class Recorder(Scope):
         return f"<vxcam.Recorder: {record.frames} frames in {', '.join(file.path for file in record.files) or 'no file yet'}>"
 
 
-def recorded(camera: Any, recorder: Recorder, frames: int, stream_of: Any) -> Record:
-    """Streams into the record, and ends it; frames 0: until that is stopped."""
-    dropped = None
+def seconds_of(name: str, value: Seconds) -> float:
+    """A time that is longer than 0."""
+    seconds = value.total_seconds() if isinstance(value, timedelta) else _given.real(name, value, "seconds")
+    if not 0 < seconds < 4e9:
+        _given.refuse(name, value, "seconds above 0")
+    return seconds
+
+
+def recorded(camera: Any, recorder: Recorder, frames: int, seconds: Optional[float], stream_of: Any) -> Record:
+    """Streams into the record, and ends it: after so many frames or seconds; 0 and None: until it is stopped."""
+    dropped, taken = None, 0
+    end = None if seconds is None else time.monotonic() + seconds
+
+    def is_over() -> bool:
+        return 0 < frames <= taken or (end is not None and time.monotonic() >= end)
+
     try:
         recorder._core.listen(camera._core)
         with stream_of() as stream:
-            for taken, frame in enumerate(stream, 1):
-                recorder.write(frame)
-                dropped = stream.dropped
-                if taken == frames:
+            while not is_over():
+                left = None if end is None else max(end - time.monotonic(), 0.0)
+                frame = stream._core.next(stream._timeout, left)
+                if frame is None:
                     break
+                recorder._write(frame)
+                taken += 1
+                dropped = stream.dropped
+            stream.stop()
+            while not 0 < frames <= taken:  # what had come before the end
+                frame = stream._core.next(0, None)
+                if frame is None:
+                    break
+                recorder._write(frame)
+                taken += 1
             dropped = stream.dropped
     except BaseException as error:
         recorder._end(error, dropped)
         raise
-    return recorder.finish("complete", dropped)
+    record = recorder.finish("complete", dropped)
+    if seconds is not None and taken == 0:
+        raise CameraTimeout(f"{camera.target}: no record was made: no frame came within {seconds:g} s;"
+                            " record for longer than an exposure, and look whether a trigger is waited for")
+    return record
 
 
 def verify(path: Path, truth: Optional[Path] = None) -> Verdict:

@@ -54,7 +54,7 @@ class Stream(Iterator[Frame], Scope):
         __next__ = _vxcam.next_frame
 
     def _take(self) -> Optional[Frame]:
-        core = self._core.next(self._timeout)
+        core = self._core.next(self._timeout, None)
         return None if core is None else Frame(core)
 
     def stop(self) -> None:

@@ -28,11 +28,13 @@ class CoreRecorder
 {
 public:
     CoreRecorder(const python::object& path, const std::string& compression, bool overwrite,
-                 uint64_t split, size_t most, uint64_t reserve, const std::string& software,
-                 const std::vector<std::string>& cards)
+                 uint64_t split, size_t most, uint64_t reserve, bool isMeasured,
+                 const std::string& software, const std::vector<std::string>& cards)
         : held_(make(textFromPython(path), compression, overwrite, split, most, reserve,
                      headerOf(software, cards, false)))
-    {}
+    {
+        if (isMeasured) use()->recorder.measure();
+    }
 
     void listen(const CoreCamera& camera) const
     {
@@ -117,7 +119,7 @@ void addRecords(python::module_& module)
     using Texts = std::vector<std::string>;
     python::class_<CoreRecorder, std::unique_ptr<CoreRecorder, LetGo>>(module, "Recorder")
         .def(python::init<const python::object&, const std::string&, bool, uint64_t, size_t,
-                          uint64_t, const std::string&, const Texts&>())
+                          uint64_t, bool, const std::string&, const Texts&>())
         .def("listen", &CoreRecorder::listen)
         .def("write", &CoreRecorder::write)
         .def("finish", &CoreRecorder::finish)
