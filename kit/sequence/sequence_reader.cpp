@@ -6,6 +6,8 @@
 #include <vxcamkit/property.h>
 #include <vxcamkit/target.h>
 
+#include <yaml-cpp/eventhandler.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -15,6 +17,7 @@
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <sstream>
 
 namespace vxcam {
 
@@ -336,6 +339,43 @@ std::string contentOf(const std::string& path)
     return text;
 }
 
+// Of the documents in a text it is only known that there is a next one, without an end where the
+// parser does not get past a character: so no more than two are looked at.
+class DocumentCount : public YAML::EventHandler
+{
+public:
+    void OnDocumentStart(const YAML::Mark&) override { ++count_; }
+    void OnDocumentEnd() override {}
+    void OnNull(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnAlias(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnScalar(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                  const std::string&) override
+    {}
+    void OnSequenceStart(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                         YAML::EmitterStyle::value) override
+    {}
+    void OnSequenceEnd() override {}
+    void OnMapStart(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                    YAML::EmitterStyle::value) override
+    {}
+    void OnMapEnd() override {}
+
+    int count() const { return count_; }
+
+private:
+    int count_ = 0;
+};
+
+bool hasOneDocument(const std::string& text)
+{
+    std::istringstream stream(text);
+    YAML::Parser parser(stream);
+    DocumentCount documents;
+    for (int i = 0; i < 2 && parser.HandleNextDocument(documents); ++i) {
+    }
+    return documents.count() == 1;
+}
+
 } // namespace
 
 SequencePlan parseSequence(const std::string& text, const std::string& path)
@@ -345,9 +385,8 @@ SequencePlan parseSequence(const std::string& text, const std::string& path)
     };
     if (text.size() > kMostBytes) refuseAt(0, "a plan has at most 1 MiB");
     try {
-        const std::vector<YAML::Node> documents = YAML::LoadAll(text);
-        if (documents.size() != 1) refuseAt(0, "one plan is expected in it");
-        return Reader(path).read(documents.front());
+        if (!hasOneDocument(text)) refuseAt(0, "one plan is expected in it");
+        return Reader(path).read(YAML::Load(text));
     } catch (const YAML::Exception& error) {
         throw SequenceError(path, {{error.mark.line + 1, error.msg}});
     }

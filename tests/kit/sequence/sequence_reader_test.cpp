@@ -241,6 +241,8 @@ TEST_F(SequenceReader, RefusesFilesThatAreNoPlan)
     EXPECT_THAT(mistakesOf("steps: [}\n"), HasSubstr("night.yaml:1: "));
     EXPECT_THAT(mistakesOf("- a\n- b\n"), HasSubstr("night.yaml:1: plan: write 'KEY: VALUE'"));
     EXPECT_THAT(mistakesOf(""), HasSubstr("night.yaml: one plan is expected"));
+    EXPECT_THAT(mistakesOf("steps: [bias]\n---\nsteps: [bias]\n"), HasSubstr("one plan is"));
+    EXPECT_THAT(mistakesOf(", a"), HasSubstr("one plan is expected")); // no document has an end
     EXPECT_THAT(mistakesOf("folder: a\n"), HasSubstr("'steps' is missing"));
     EXPECT_THAT(mistakesOf("steps: []\n"), HasSubstr("steps: write a list"));
     try {
