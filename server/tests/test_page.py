@@ -480,6 +480,39 @@ class Page(InBrowser):
         is_set = lambda: self.server.get(CAMERA + "/properties/gain").json["value"] == 3
         until(is_set, "the gain")
 
+    def test_each_property_has_its_row(self):
+        self.browser.run("document.getElementById('table').open = true")
+        table = self.server.get("/api/v1/properties").json["properties"]
+        self.browser.until("document.querySelectorAll('#properties .property').length >= %d" % len(table))
+        rows = self.browser.run("""[...document.querySelectorAll('#properties .property')].map(row => [
+            row.title, row.querySelectorAll('input, select').length, row.querySelector('output')?.textContent])""")
+        values = self.server.get(CAMERA + "/properties").json
+        self.assertEqual(len(rows), len(table))
+        for entry, (help_, fields, told) in zip(table, rows):
+            self.assertEqual(help_, entry["help"])
+            self.assertEqual(fields, entry["writable"] + ("key" in entry), entry["name"])
+            if not entry["writable"]:
+                self.assertEqual(told, values[entry["name"]]["text"], entry["name"])
+
+    def test_one_of_many_is_read_by_its_key_and_sent_by_its_button(self):
+        row = "[...document.querySelectorAll('#properties .property')].find(row => row.firstChild.textContent === '%s')"
+        get = lambda name: self.server.get(CAMERA + "/properties/" + name).json["text"]
+        self.server.ask("PUT", CAMERA + "/properties/gpio:3", {"value": "high"})
+        self.browser.run("document.getElementById('table').open = true")
+        self.browser.until("document.querySelectorAll('#properties .property').length > 40")
+        for pin, value in ((3, "high"), (4, "low")):
+            self.browser.run("""(key => { key.value = '%d'; key.dispatchEvent(new Event('change')); })(
+                (%s).querySelector('.key'))""" % (pin, row % "Gpio (pin)"))
+            self.browser.until("(%s).querySelector('select').value === '%s'" % (row % "Gpio (pin)", value))
+        for label, value in (("Gpio (pin)", "high"), ("Trigger", "1")):
+            self.browser.run("""(field => { field.value = '%s'; field.dispatchEvent(new Event('change')); })(
+                (%s).querySelector('input:not(.key), select'))""" % (value, row % label))
+        self.browser.run("fetch('%s')" % CAMERA)  # what it asked for before is answered
+        self.assertEqual((get("gpio:4"), get("trigger")), ("low", "0"))  # nothing goes by itself
+        for label in ("Gpio (pin)", "Trigger"):
+            self.browser.run("(%s).querySelector('button').click()" % (row % label))
+        until(lambda: (get("gpio:4"), get("trigger")) == ("high", "1"), "both are set")
+
 
 class Values(InBrowser):
     columns, rows = 640, 320
