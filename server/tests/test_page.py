@@ -480,6 +480,16 @@ class Page(InBrowser):
         is_set = lambda: self.server.get(CAMERA + "/properties/gain").json["value"] == 3
         until(is_set, "the gain")
 
+    def test_nothing_is_under_way_on_a_server_that_began_anew(self):
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 10})
+        self.browser.until("document.getElementById('progress').value > 0.1")
+        port = self.server.port
+        self.server.end()
+        self.server = Server(self.camera.target, "--listen", "127.0.0.1:%d" % port)
+        self.addCleanup(self.server.retire)
+        self.browser.until(text("state") + " === 'idle'")
+        self.assertEqual(self.browser.run("document.getElementById('progress').value"), 0)
+
     def test_each_property_has_its_row(self):
         self.browser.run("document.getElementById('table').open = true")
         table = self.server.get("/api/v1/properties").json["properties"]
@@ -730,6 +740,30 @@ class Tools(InBrowser):
         self.assertTrue(self.browser.run("document.getElementById('region-facts').hidden"))
         self.assertEqual(self.browser.run("document.getElementById('measured').getAttribute('visibility')"), "hidden")
 
+    def test_what_was_marked_goes_with_the_area_or_the_bins_that_it_was_of(self):
+        is_marked = "!document.getElementById('region-facts').hidden && document.getElementById('measured')" \
+                    ".getAttribute('visibility') === 'visible'"
+        is_unmarked = "document.getElementById('region-facts').hidden && document.getElementById('measured')" \
+                      ".getAttribute('visibility') === 'hidden'"
+
+        def mark():
+            self.key("m")
+            self.drag((10, 5), (12, 6), (14, 8))
+            self.browser.until(is_marked)
+        mark()
+        self.expose(exposure=0.002)
+        self.browser.until("document.getElementById('image').dataset.frame === '2.1'")
+        self.assertTrue(self.browser.run(is_marked))
+        self.expose(binning=[2, 2])
+        self.browser.until(is_unmarked)
+        self.expose()
+        self.browser.until("document.getElementById('image').dataset.frame === '4.1'")
+        mark()
+        self.key("a")
+        self.drag((10, 5), (30, 9), (41, 20))
+        self.browser.until(text("area") + " === 'area 10,5,32,16'")
+        self.browser.until(is_unmarked)
+
     def test_what_is_measured_of_a_part_says_of_how_many(self):
         found = self.browser.run("""import('/measure.js').then(({figuresIn}) => figuresIn(
             {part: {column: 4, row: 2, step: 2, columns: 3, rows: 2}, pixels: Uint16Array.of(1, 2, 3, 4, 5, 6)},
@@ -797,6 +831,23 @@ class Cameras(unittest.TestCase):
         self.server.end()
         self.until(self.states() + ".includes('0 vxcamsim not known')")
         self.assertEqual(self.browser.run("document.activeElement.firstChild.textContent"), "0")
+
+    def test_what_becomes_of_another_one_shows_within_a_second(self):
+        self.open()
+        self.until(self.states() + ".includes('1 vxcamsim idle')")
+        is_lost = self.states() + ".includes('1 vxcamsim link lost')"
+        self.browser.run("""window.looking = setInterval(() => { if (%s) window.told ??= Date.now(); }, 20)""" % is_lost)
+        for _ in range(3):
+            self.browser.run("delete window.told")
+            begun = time.time()
+            self.cameras[1].end()
+            took = self.browser.until("window.told") / 1000 - begun
+            self.cameras[1] = Simulator(port=self.cameras[1].port, sensor="48x24")
+            self.addCleanup(self.cameras[1].retire)
+            self.until(self.states() + ".includes('1 vxcamsim idle')")
+            if took < 1:
+                return
+        self.assertTrue(os.getloadavg()[0] > os.cpu_count(), "shown after %.2f s" % took)  # busy
 
     def test_the_address_tells_which_one_is_shown_and_goes_back_and_forward(self):
         self.server.expose(0, exposure=0.001)

@@ -214,6 +214,14 @@ function askForWhatShows() {
   part.ask(isAll ? {} : view.part());
 }
 
+// Stars and regions are where they are in frames of one area and one binning.
+function dropPlaces() {
+  if (star || picked) pick(null);
+  if (measured) measure(null);
+}
+
+const shapeOf = ({columns, rows, area, binning}) => JSON.stringify([columns, rows, area, binning]);
+
 function showFrame() {
   const {facts, pixels} = newest;
   newest.figures ??= figuresOf(pixels, facts.bits);
@@ -292,7 +300,9 @@ function onFrame(facts, buffer, toldAt) {
   drawn ??= new Promise(done => requestAnimationFrame(() => {
     drawn = null;
     done();
+    const isOther = newest && shapeOf(newest.facts) !== shapeOf(arrived.facts);
     newest = arrived;
+    if (isOther) dropPlaces();
     showFrame();
     if (!part.isQuick && newest.facts.again) countAll();
   }));
@@ -402,7 +412,7 @@ function showExposure() {
   at('state').textContent = texts.join('; ');
   const isFailed = isOver && !plan && exposure?.error && exposure.state !== 'aborted';
   at('state').className = (notice ? notice.isWrong : isFailed) ? 'wrong' : '';
-  if (plan) at('progress').value = 0; // its own is told there
+  if (plan || !exposure) at('progress').value = 0; // that of a plan is told there
   if (plan || !exposure) return;
   const {progress} = exposure;
   at('progress').value = isOver ? (exposure.state === 'complete' ? 1 : 0) : progress.phase === 'exposing' ? progress.done : 1;
@@ -535,6 +545,7 @@ async function stop() {
 async function setArea(wanted) {
   const value = wanted ? [wanted.column, wanted.row, wanted.columns, wanted.rows].join(',') : 'none';
   await camera('PUT', '/properties/area', {value});
+  dropPlaces();
   await showArea();
 }
 
@@ -682,7 +693,11 @@ function onLink(isThere, why = '') {
   showPlans().then(onSequence);
 }
 
-setInterval(showCameras, 2000);
+async function keepCameras() {
+  await showCameras();
+  setTimeout(keepCameras, isOneOfSeveral() ? 400 : 2000);
+}
+setTimeout(keepCameras, 400);
 if (await showCameras()) {
   watch({onFrame, onEvent, onLink, onError: text => tell(`the live view was refused: ${text}`)});
   setInterval(() => exposure && !exposure.over && refresh(), 250);
