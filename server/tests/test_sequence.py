@@ -495,8 +495,8 @@ class Finishing(WithPlans):
     def test_the_frame_that_is_under_way_comes(self):
         self.begin("steps: [{lights: {count: 3, exposure: 1s}}]\n")
         self.until_doing("light 1: exposing")
-        self.server.retire()
-        reap()
+        self.server.process.send_signal(signal.SIGTERM)  # a second one would end it as it is
+        self.assertEqual(self.server.process.wait(PATIENCE), 0)
         self.assertEqual(len(glob.glob(self.path("night", "*.fits"))), 1)
 
 
