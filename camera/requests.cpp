@@ -158,6 +158,15 @@ void tcVXCamera::GiveUpItem(tsRequestItem& item, teGivenUp reason)
     EndRequest(item, reason);
 }
 
+int tcVXCamera::GiveUpQuestions()
+{
+    std::lock_guard<std::recursive_mutex> lock(mStackMutex);
+    for (tsRequestItem& item : maItems) {
+        if (item.waiter != nullptr) GiveUpItem(item, eNotSent);
+    }
+    return eVXOk;
+}
+
 // The camera is being closed. Nothing can be armed behind this.
 void tcVXCamera::GiveUpAll()
 {

@@ -193,6 +193,8 @@ public:
     // How long that waits at most on the calling thread, 0: up to the request's time-out; -5 for
     // less.
     static int SetPatience(int ms);
+    // Ends all that wait in SendAndWait: -2.
+    int GiveUpQuestions();
     // Waits until nothing is pending and no image callback runs: 0. After about timeoutMs -2, and
     // everything pending is given up as by AbortRead; when only a callback has not returned,
     // nothing is.

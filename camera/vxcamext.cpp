@@ -94,6 +94,11 @@ extern "C" int VXSetPatience(int ms)
     return tcVXCamera::SetPatience(ms);
 }
 
+extern "C" int VXGiveUpQuestions(int handle)
+{
+    return Forward(handle, &tcVXCamera::GiveUpQuestions);
+}
+
 extern "C" int VXGetStatistics(int handle, tsStatistics* statistics, int size)
 {
     const int refused = tcVXCamera::CheckStatistics(statistics, size);

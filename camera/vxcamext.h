@@ -250,6 +250,11 @@ VX_EXPORT int VXSetOpeningTap(unsigned what, tpTapCallback callback, void* user)
  * answer comes behind it, keeps them apart. 0 ends this [-5 for less]. */
 VX_EXPORT int VXSetPatience(int ms);
 
+/* Ends all calls that wait for the answers to questions, on other threads or on those of callbacks:
+ * they return -2, as with a time-out. For when the connection is lost, with which their answers
+ * are. */
+VX_EXPORT int VXGiveUpQuestions(int handle);
+
 /* ---- Statistics -------------------------------------------------------------------------- */
 
 /* What a camera has done since it was opened. Figures only grow, except for those that say what is

@@ -70,8 +70,10 @@ struct OpenOptions {
 // takes in what comes first. It is asked again until it is answered, for 10 s, and the hardware
 // information behind it: so no answer is left over, and a camera that is another one by then is
 // noticed (CameraChanged). Commands that wait for it in vain throw Error{Timeout}, and nothing of
-// theirs was sent. A command that was already under way may still go out before it. Nothing else is
-// ever repeated: no setting but by Restore, no other question, no readout, no trigger.
+// theirs was sent. A question that waits when the connection is lost ends then, with
+// Error{LinkLost}, this one, too. A command that was already under way may still go out before it.
+// Nothing else is ever repeated: no setting but by Restore, no other question, no readout, no
+// trigger.
 //
 // Errors: what fails throws Error. Threads: any; commands of several threads go one after another.
 // Owns: the connection, the simulated camera if there is one, and threads for events, for watching

@@ -143,17 +143,21 @@ void CameraCore::require(int result, const std::string& what)
 {
     if (result == eVXOk) return;
     requireOpen();
-    bool isLinkUp = true;
+    bool isLost = false;
     std::string words;
     {
-        // What could not be sent is known before it is told that the connection is lost.
+        // What could not be sent is known before it is told that the connection is lost; it may be
+        // there again by now.
         std::unique_lock<std::mutex> guard(state_);
-        changed_.wait_for(guard, kLossPatience, [this] { return isClosed_ || !isLinkUp_; });
-        isLinkUp = isLinkUp_;
+        changed_.wait_for(guard, kLossPatience, [&] {
+            isLost = !isLinkUp_ || losses_ != lossesTold_;
+            return isClosed_ || isLost;
+        });
+        lossesTold_ = losses_;
         words = lastWords_;
     }
     requireOpen();
-    if (!isLinkUp) {
+    if (isLost) {
         fail(ErrorKind::LinkLost, (asked_.empty() ? what : asked_) + ": the connection is lost" +
                                       (words.empty() ? "" : "; the camera's last words: " + words));
     }
@@ -187,6 +191,7 @@ CameraCore::Command::UnderWay::UnderWay(CameraCore& core, std::string asked)
     {
         std::lock_guard<std::mutex> guard(core_.state_);
         ++core_.commandsUnderWay_;
+        core_.lossesTold_ = core_.losses_;
         held_ = core_.stream_;
     }
     if (held_) held_->commandBegins();

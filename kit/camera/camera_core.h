@@ -231,6 +231,7 @@ private:
     int commandsUnderWay_ = 0;
     bool isLinkUp_ = true;
     uint64_t connection_ = 0, answeredOn_ = 0; // counted; the last one with a first answer
+    uint64_t losses_ = 0, lossesTold_ = 0;     // of it; those that are no reason for what fails now
     uint64_t readoutOn_ = 0;                   // where the last readout began
     uint64_t packetsAtLoss_ = 0;               // that had come whole when the link was lost
     uint64_t silentOn_ = 0;                    // where the first question was in vain

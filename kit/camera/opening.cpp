@@ -61,7 +61,7 @@ struct CameraCore::Callbacks {
         stream->take(*record, arrival);
     }
 
-    static void link(int, const tsLinkRecord* record, void* user)
+    static void link(int handle, const tsLinkRecord* record, void* user)
     {
         CameraCore& camera = of(user);
         const bool isUp = record->Event == eLinkRestored;
@@ -74,11 +74,13 @@ struct CameraCore::Callbacks {
             camera.isLinkUp_ = isUp;
             if (isUp) ++camera.connection_;
             camera.temperatures_.reset();
+            if (!isUp) ++camera.losses_;
             if (!isUp) camera.lastWords_ = words;
             if (!isUp) camera.packetsAtLoss_ = wholePackets(figures);
             camera.isRestoreDue_ = true;
             camera.changed_.notify_all();
         }
+        if (!isUp) VXGiveUpQuestions(handle);
         const std::shared_ptr<StreamCore> stream = camera.present();
         if (!isUp && stream) {
             stream->finish(ReadoutEnd::LinkLost, ErrorKind::LinkLost,

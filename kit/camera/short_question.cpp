@@ -49,7 +49,11 @@ bool CameraCore::isReadyToAsk(milliseconds most) const
 
 std::optional<Value> CameraCore::askShortly(const PropertyName& name, milliseconds most)
 {
-    const uint64_t before = complaints(), lateAnswers = figures().AnswersLate;
+    LateQuestion question{0, complaints(), figures().AnswersLate};
+    {
+        std::lock_guard<std::mutex> guard(state_);
+        question.connection = connection_;
+    }
     const SteadyTime asked = steady_clock::now();
     FieldValues values;
     int result = eVXOk;
@@ -60,9 +64,9 @@ std::optional<Value> CameraCore::askShortly(const PropertyName& name, millisecon
     noteAnswer(asked);
     if (result == eVXTimeout) {
         std::lock_guard<std::mutex> guard(state_);
-        late_ = LateQuestion{connection_, before, lateAnswers};
+        late_ = question;
     }
-    throwComplaint(before);
+    throwComplaint(question.complaints);
     if (result != eVXOk) return {};
     return valueOf(name.property->shape, values);
 }

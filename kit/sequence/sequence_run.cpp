@@ -268,10 +268,22 @@ bool SequenceRun::mayGoOn(const Error& error, const SequenceUnit& unit, int fail
 void SequenceRun::awaitLink(const Error& error)
 {
     const auto deadline = Clock::now() + plan_.link;
-    while (!camera_.waitForLink(kPoll)) {
+    while (!isCameraThere()) {
         if (Clock::now() >= deadline) throw error;
         tell("waiting for the camera");
     }
+}
+
+// A connection that ends at once, as with a forwarder whose camera is off, is none.
+bool SequenceRun::isCameraThere()
+{
+    if (!camera_.waitForLink(kPoll)) return false;
+    try {
+        camera_.get("exposure");
+    } catch (const Error& error) {
+        return error.kind() != ErrorKind::LinkLost;
+    }
+    return true;
 }
 
 bool SequenceRun::hasLostLink() const

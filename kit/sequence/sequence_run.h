@@ -70,6 +70,7 @@ private:
     void tryUnit(const SequenceUnit& unit, int number);
     bool mayGoOn(const Error& error, const SequenceUnit& unit, int failures);
     void awaitLink(const Error& error);
+    bool isCameraThere();
     void askCamera();
     void throwIfOther(const SequenceCamera& camera, ErrorKind kind = ErrorKind::Camera) const;
     void restore(int before);

@@ -33,6 +33,7 @@ public:
     struct Manners {
         size_t ignored = 0; // so many messages
         std::chrono::milliseconds pause{0};
+        bool hangsUp = false; // at once
     };
 
     BreakingCamera() : thread_([this] { serve(); }) {}
@@ -58,7 +59,7 @@ public:
     void wakeUp(std::chrono::milliseconds pause)
     {
         std::lock_guard<std::mutex> guard(lock_);
-        manners_ = {0, pause};
+        manners_ = {0, pause, false};
         isAwake_ = true;
     }
     // The messages that came since then.
@@ -80,9 +81,15 @@ private:
             }
             if (isAwake_.exchange(false)) answerIgnored();
             const std::string message = wire_.ReadMessage(step);
-            if (message.empty()) wire_.Accept(step);
+            if (message.empty() && wire_.Accept(step) && hangsUp()) wire_.Close();
             if (!message.empty()) take(message);
         }
+    }
+
+    bool hangsUp()
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        return isNew_ && manners_.hangsUp;
     }
 
     std::string lastBytes()

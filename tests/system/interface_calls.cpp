@@ -256,6 +256,7 @@ std::vector<tsCall> Images()
         {"VXOverrideImageTimout", Set(VXOverrideImageTimout, 5000), "0:"},
         {"VXAbortRead", Set(VXAbortRead), "0:"},
         {"VXGiveUpReadout", Set(VXGiveUpReadout), "0:"},
+        {"VXGiveUpQuestions", Set(VXGiveUpQuestions), "0:"},
         {"VXWaitCompletion", Set(VXWaitCompletion, 100), "0:"},
         {"VXisCameraReady", Set(VXisCameraReady), "0:"},
         {"VXGetStatistics",

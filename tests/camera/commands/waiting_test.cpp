@@ -248,6 +248,29 @@ TEST(Patience, OfLessThanNothingIsRefused)
     EXPECT_EQ(VXSetPatience(-1), -5);
 }
 
+// ---- Questions that are given up
+
+TEST(GivingUpQuestions, EndsThoseThatWaitAndNoReadout)
+{
+    tcTestCamera camera;
+    ASSERT_EQ(camera.ReadCCDArea(nullptr, 1, 0), 0);
+    const int readouts = camera.numOpsPending();
+    const auto start = steady_clock::now();
+    int value = 4711, result = 1;
+    std::thread other([&] { result = camera.GetTrigger(&value); });
+    ASSERT_TRUE(Eventually([&] { return camera.numOpsPending() > readouts; }));
+    EXPECT_EQ(camera.GiveUpQuestions(), 0);
+    other.join();
+    EXPECT_EQ(result, -2);
+    EXPECT_LT(SecondsSince(start), Within(3.0));
+    EXPECT_EQ(camera.numOpsPending(), readouts);
+    camera.Feed(0x7F, tcPayload().U32(9));
+    EXPECT_EQ(value, 4711);
+    camera.AnswerTo(0x59, 0x7F, tcPayload().U32(3));
+    EXPECT_EQ(camera.GetTrigger(&value), 0);
+    EXPECT_EQ(value, 3);
+}
+
 // ----
 
 TEST(SendAndWait, WakesAsSoonAsTheAnswerIsThere)

@@ -89,6 +89,36 @@ TEST_F(FirstQuestion, LeavesNoAnswersThatLaterOnesTakeForTheirs)
     EXPECT_EQ(camera_->set("exposure", 20ms).toTime(), 20ms);
 }
 
+// As of a forwarder whose camera is off.
+TEST_F(FirstQuestion, EndsWithAConnectionThatIsClosedAtOnce)
+{
+    BreakingCamera::Manners manners;
+    manners.hangsUp = true;
+    breakOff("", manners);
+    for (int i = 0; i < 5; ++i) {
+        camera_->waitForLink(kPatience);
+        const auto taken = timeOf([&] {
+            const Error error = errorOf([&] { camera_->get("cooling"); });
+            EXPECT_EQ(error.kind(), ErrorKind::LinkLost) << error.what();
+        });
+        EXPECT_LT(taken, kPromptly);
+    }
+}
+
+TEST_F(FirstQuestion, EndsWithTheLinkThoughThatIsThereAgainAtOnce)
+{
+    breakOff("", {SIZE_MAX});
+    auto asking =
+        std::async(std::launch::async, [&] { return errorOf([&] { camera_->get("cooling"); }); });
+    ASSERT_TRUE(waitUntil([&] { return !there_.asked().empty(); }));
+    const auto taken = timeOf([&] {
+        breakOff("");
+        EXPECT_EQ(asking.get().kind(), ErrorKind::LinkLost);
+    });
+    EXPECT_LT(taken, kPromptly);
+    EXPECT_EQ(camera_->get("cooling"), Value(true));
+}
+
 TEST_F(FirstQuestion, IsNotTakenForAnsweredByAMessageThatWasCut)
 {
     breakOff(exposureAnswer(99).substr(0, 14), {0, 20ms});

@@ -1,4 +1,5 @@
 // Runs that are watched and stopped by whoever embeds them.
+#include "breaking_camera.h"
 #include "files_support.h"
 #include "kit_support.h"
 
@@ -217,6 +218,27 @@ TEST_F(SequenceRunTest, TellsTheSettingsThatAreMadeAgain)
     sequence.watch(watch);
     sequence.run(*camera_);
     EXPECT_EQ(settings, 2);
+}
+
+// The forwarder to a camera that is off takes connections, and ends them.
+TEST_F(SequenceRunTest, WaitsForACameraWhoseConnectionsEndAtOnce)
+{
+    BreakingCamera there;
+    camera_.emplace(Camera::open(there.place()));
+    Sequence sequence(plan("retries: 1\nsteps: [{wait: 300ms}, {set: {exposure: 20ms}}]\n"),
+                      options());
+    auto run = std::async(std::launch::async, [&] { sequence.run(*camera_); });
+    ASSERT_TRUE(waitUntil([&] { return hasTold("wait "); }));
+    BreakingCamera::Manners manners;
+    manners.hangsUp = true;
+    there.breakOff("", manners);
+    ASSERT_TRUE(waitUntil([&] { return hasTold("waiting for the camera"); }));
+    const uint64_t before = camera_->statistics().connectionsLost;
+    EXPECT_TRUE(waitUntil([&] { return camera_->statistics().connectionsLost > before + 3; }));
+    there.breakOff("", {});
+    EXPECT_NO_THROW(run.get());
+    EXPECT_EQ(camera_->get("exposure").toTime(), 20ms);
+    EXPECT_THAT(sequence.report().failures, SizeIs(1));
 }
 
 TEST_F(SequenceRunTest, EndsWithWhatAWatcherThrows)
