@@ -252,7 +252,12 @@ Verdict verifyRecord(const std::string& path, const VerifyOptions& options)
     verifier.checkWhole();
     if (!options.truth.empty()) compareWithTruth(options.truth, crcs, &record);
     if (record.findings.size() > kMostFindings) record.findings.resize(kMostFindings);
-    return {path, record.format, record.frames.size(), record.ended, record.findings};
+    const auto incomplete =
+        std::count_if(record.frames.begin(), record.frames.end(), [](const ReadRow& row) {
+            return row.has("complete") && row["complete"] == 0;
+        });
+    return {path,         record.format,   record.frames.size(),
+            record.ended, record.findings, static_cast<uint64_t>(incomplete)};
 }
 
 } // namespace vxcam

@@ -24,6 +24,7 @@ struct Verdict {
     uint64_t frames = 0;
     std::string ended;             // "complete", as the record says; "running" when it does not
     std::vector<Finding> findings; // the first thousand
+    uint64_t incomplete = 0;       // frames that say so themselves, which is no finding
 
     bool isGood() const { return findings.empty(); }
 };

@@ -198,6 +198,11 @@ TEST_F(Record, TellsOfFramesThatAreIncomplete)
     EXPECT_EQ(frames[0]["complete"], 0);
     EXPECT_EQ(frames[0]["missing_rows_count"], 1);
     EXPECT_EQ(frames[1]["complete"], 1);
+    tcRun told({"verify", "a.raw"}, In(mFolder)),
+        document({"verify", "a.raw", "--json"}, In(mFolder));
+    EXPECT_EQ(told.Exit() + document.Exit(), 0);
+    EXPECT_EQ(told.Output(), "a.raw: raw, 5 frames (1 marked incomplete), complete: good\n");
+    EXPECT_EQ(document.Document()["files"][0]["incomplete"], 1);
 }
 
 TEST_F(Record, SaysWhenTheLinkIsLost)

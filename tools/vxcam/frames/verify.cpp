@@ -55,6 +55,7 @@ void tcVerify::Take(const vxcam::Verdict& verdict)
     file["file"] = verdict.path;
     file["format"] = verdict.format;
     file["frames"] = verdict.frames;
+    file["incomplete"] = verdict.incomplete;
     file["ended"] = verdict.ended;
     file["good"] = verdict.isGood();
     file["findings"] = nlohmann::ordered_json::array();
@@ -71,8 +72,11 @@ void tcVerify::Take(const vxcam::Verdict& verdict)
 
 void tcVerify::Print(const vxcam::Verdict& verdict) const
 {
+    const std::string marked =
+        verdict.incomplete > 0 ? " (" + std::to_string(verdict.incomplete) + " marked incomplete)"
+                               : "";
     PrintLine(verdict.path + ": " + verdict.format + ", " + std::to_string(verdict.frames) +
-              " frames, " + verdict.ended + ": " +
+              " frames" + marked + ", " + verdict.ended + ": " +
               (verdict.isGood() ? "good" : std::to_string(verdict.findings.size()) + " findings"));
     size_t printed = 0;
     for (const vxcam::Finding& finding : verdict.findings) {
