@@ -69,6 +69,24 @@ TEST(Program, TheFlightFileMayStandBeforeTheVerb)
     ExpectUsageError({"--flights", file, "grab"}, "unknown option '--flights'");
 }
 
+TEST(Program, TheFlightFileIsNotTheOutput)
+{
+    const tcFolder folder;
+    MakeFile(folder.Path("kept.fits"), "precious");
+    std::filesystem::create_hard_link(folder.Path("kept.fits"), folder.Path("link.fits"));
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"grab", "sim", "--flight", "a.fits", "-o", "a.fits"},
+             {"--flight", "./a.h5", "record", "sim", "-n", "1", "-o", "a.h5"},
+             {"flat", "sim", "--flight=../x/a.fits", "-o", "../x/./a.fits"},
+             {"grab", "sim", "--force", "--flight", "kept.fits", "-o", "link.fits"}}) {
+        tcRun run(words, In(folder));
+        EXPECT_EQ(run.Exit(), 1) << words[0];
+        EXPECT_THAT(run.Errors(), HasSubstr(": is the output, too")) << words[0];
+    }
+    EXPECT_EQ(FileText(folder.Path("kept.fits")), "precious");
+    EXPECT_EQ(folder.Names().size(), 2u);
+}
+
 TEST(Program, UnknownOptionsAndSurplusArgumentsAreUsageErrors)
 {
     ExpectUsageError({"grab", "--nonsense"}, "--nonsense");

@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <new>
 #include <utility>
 
@@ -58,6 +59,18 @@ const tsVerb& FindVerb(const std::string& name)
                                     name + "' (vxcam --help lists the verbs)");
 }
 
+// One would write over the other.
+void RequireOtherFlightFile(const tcCommandLine& line)
+{
+    const std::string flight = line.Given("--flight"), output = line.Given("--output");
+    if (flight.empty() || output.empty()) return;
+    std::error_code error;
+    const bool isSame = std::filesystem::weakly_canonical(flight, error) ==
+                            std::filesystem::weakly_canonical(output, error) ||
+                        std::filesystem::equivalent(flight, output, error);
+    if (isSame) throw tcFailure(eExitUsage, "--flight " + flight + ": is the output, too");
+}
+
 // False when the help was asked for, and printed.
 bool Parse(const tsVerb& verb, tcVerb& run, const std::vector<std::string>& arguments)
 {
@@ -65,9 +78,12 @@ bool Parse(const tsVerb& verb, tcVerb& run, const std::vector<std::string>& argu
     tcCommandLine line(name, name + " - " + verb.summary + "\n");
     run.Declare(line);
     line.AddFooter(std::string("Examples:\n") + verb.examples + "\n\n" + gsExitCodes);
-    if (line.Parse(arguments)) return true;
-    PrintLine(line.Help());
-    return false;
+    if (!line.Parse(arguments)) {
+        PrintLine(line.Help());
+        return false;
+    }
+    RequireOtherFlightFile(line);
+    return true;
 }
 
 void AddError(nlohmann::ordered_json* document, int code, const std::string& text)

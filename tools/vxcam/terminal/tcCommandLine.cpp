@@ -212,6 +212,12 @@ bool tcCommandLine::Parse(std::vector<std::string> arguments)
     return true;
 }
 
+std::string tcCommandLine::Given(const std::string& option) const
+{
+    const CLI::Option* const found = mpApp->get_option_no_throw(option);
+    return found == nullptr || found->count() == 0 ? "" : found->results().back();
+}
+
 std::string tcCommandLine::Help() const
 {
     std::string help = mpApp->help();

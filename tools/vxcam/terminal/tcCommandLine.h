@@ -87,6 +87,8 @@ public:
     // tcFailure with eExitUsage.
     bool Parse(std::vector<std::string> arguments);
     std::string Help() const; // without a line end behind it
+    // What was given for an option: "--output"; empty: nothing.
+    std::string Given(const std::string& option) const;
 
     std::string Name() const;
     std::string Meaning() const;
