@@ -138,5 +138,10 @@ TEST(GrabMeasure, ItsWordsAreNotTheUsers)
     tcRun run(Measured({"--header", "fwhm=2"}), In(folder));
     EXPECT_EQ(run.Exit(), 1);
     EXPECT_EQ(run.Errors(), "vxcam: --header FWHM: --measure writes this word itself\n");
+    tcRun recording(
+        {"record", "sim", "--measure", "-n", "1", "-o", "a.fits", "--header", "NSTARS=7"},
+        In(folder));
+    EXPECT_EQ(recording.Exit(), 1);
+    EXPECT_EQ(recording.Errors(), "vxcam: --header NSTARS: --measure writes this word itself\n");
     EXPECT_TRUE(folder.Names().empty());
 }

@@ -61,7 +61,6 @@ private:
     void NameFiles();
     void CheckFiles() const;
     void CheckEndings() const;
-    void CheckCards() const;
     void Cool(vxcam::Camera& camera, tcProgress& progress);
     void WaitCool(vxcam::Camera& camera, tcProgress& progress);
     void ReadOut(vxcam::Camera& camera, tcProgress& progress);
@@ -148,23 +147,9 @@ void tcGrab::CheckArguments()
     }
     if (mTarget) mTarget = std::round(*mTarget * gnTenths) / gnTenths;
     NameFiles();
-    mtHeader = mHeaderOptions.Header();
-    if (mbMeasure) CheckCards();
+    mtHeader = mHeaderOptions.Header(mbMeasure);
     TargetOf(mtCommon); // before any file is looked at
     CheckEndings();
-}
-
-void tcGrab::CheckCards() const
-{
-    vxcam::Measures some;
-    some.hfd = some.fwhm = 1;
-    for (const vxcam::HeaderCard& own : vxcam::cardsOf(some)) {
-        for (const vxcam::HeaderCard& card : mtHeader.cards) {
-            if (card.keyword != own.keyword) continue;
-            throw tcFailure(eExitUsage,
-                            "--header " + card.keyword + ": --measure writes this word itself");
-        }
-    }
 }
 
 // A name that says what is not in the file misleads programs that go by it.

@@ -112,7 +112,7 @@ void tcRecord::CheckArguments()
     if (msCompress == "gzip") mtOptions.compression = vxcam::Compression::Gzip;
     if (msCompress == "rice") mtOptions.compression = vxcam::Compression::Rice;
     mtOptions.force = mHeaderOptions.Force();
-    mtOptions.header = mHeaderOptions.Header();
+    mtOptions.header = mHeaderOptions.Header(mbMeasure);
     TargetOf(mtCommon);
     vxcam::checkRecord(msOutput, mtOptions);
 }

@@ -1,6 +1,24 @@
 #include "headeroptions.h"
 
+#include "failure.h"
 #include "program.h"
+
+#include <vxcamkit/measures.h>
+
+namespace {
+
+void RequireNoMeasure(const vxcam::HeaderCard& card)
+{
+    vxcam::Measures some;
+    some.hfd = some.fwhm = 1;
+    for (const vxcam::HeaderCard& own : vxcam::cardsOf(some)) {
+        if (card.keyword != own.keyword) continue;
+        throw tcFailure(eExitUsage,
+                        "--header " + card.keyword + ": --measure writes this word itself");
+    }
+}
+
+} // namespace
 
 void tcHeaderOptions::Declare(tcCommandLine& line)
 {
@@ -10,12 +28,13 @@ void tcHeaderOptions::Declare(tcCommandLine& line)
                 "KEY=VALUE or KEY=VALUE/COMMENT for the file's header; may be repeated");
 }
 
-vxcam::HeaderOptions tcHeaderOptions::Header() const
+vxcam::HeaderOptions tcHeaderOptions::Header(bool isMeasured) const
 {
     vxcam::HeaderOptions header;
     header.software = "vxcam " VXCAM_VERSION;
     for (const std::string& card : maCards) {
         header.cards.push_back(vxcam::parseCard(card));
+        if (isMeasured) RequireNoMeasure(header.cards.back());
     }
     return header;
 }

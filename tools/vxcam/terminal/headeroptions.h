@@ -17,8 +17,9 @@ public:
     void Declare(tcCommandLine& line);
 
     bool Force() const { return mbForce; }
-    // The program and the cards. Throws vxcam::Error for what is no card.
-    vxcam::HeaderOptions Header() const;
+    // The program and the cards. Throws vxcam::Error for what is no card, tcFailure for one that
+    // the measures write.
+    vxcam::HeaderOptions Header(bool isMeasured = false) const;
     // The camera's name: what is given, or what people call it; none where the kit knows better.
     std::string InstrumentOf(const vxcam::Camera& camera) const;
 
