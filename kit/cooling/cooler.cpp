@@ -53,9 +53,13 @@ struct Farewell {
     milliseconds most;
     Cooler::Progress progress;
 
-    void tell(const CoolingState& state) const
+    // Whoever closes a camera, maybe in a destructor, is not to meet what it throws.
+    void tell(const CoolingState& state) const noexcept
     {
-        if (progress) progress(state);
+        try {
+            if (progress) progress(state);
+        } catch (...) {
+        }
     }
 };
 
@@ -245,7 +249,7 @@ void Cooler::warmUpFirst() noexcept
             over = wait(std::clamp(left, milliseconds(0), kTold));
         }
         farewell->tell(over.value_or(state()));
-    } catch (const Error& error) {
+    } catch (const std::exception& error) {
         CoolingState failed = state();
         failed.phase = CoolingPhase::Failed;
         failed.text = error.what();

@@ -77,8 +77,8 @@ public:
     // Has Camera::close(), and the end of the last Camera, warm the sensor up first where cooling
     // is on, and wait for that: no longer than `most`, by the clock of this host, and not where the
     // camera cannot be told, or stop() is called meanwhile. `progress` is called by the thread that
-    // closes, several times a second, and last with how it ended. Nothing takes it back. Throws
-    // Error{Usage} as warmUp().
+    // closes, several times a second, and last with how it ended; what it throws changes nothing.
+    // Nothing takes it back. Throws Error{Usage} as warmUp().
     using Progress = std::function<void(const CoolingState&)>;
     void warmUpBeforeClose(const std::optional<Warming>& warming,
                            std::chrono::milliseconds most = std::chrono::minutes(30),

@@ -188,6 +188,23 @@ TEST_F(Coolers, WarmUpNoLongerThanACloseMayTake)
               ErrorKind::Usage);
 }
 
+TEST_F(Coolers, WarmUpBeforeACloseWhateverIsThrownAtThem)
+{
+    Camera& camera = openFast();
+    camera.set("cooling", true);
+    Warming warming;
+    warming.ramp = 0.01;
+    int told = 0;
+    camera.cooler().warmUpBeforeClose(warming, 100ms, [&](const auto&) {
+        if (++told % 2 == 0) throw std::runtime_error("no more");
+        throw told;
+    });
+    camera.set("target-temp", -10);
+    ASSERT_TRUE(waitUntil([&] { return camera.get("ccd-temp").toDouble() < -9; }));
+    camera_.reset();
+    EXPECT_GT(told, 1);
+}
+
 TEST_F(Coolers, RefuseWhatIsImpossible)
 {
     Camera& camera = openFast();
