@@ -202,6 +202,10 @@ public:
     // takes its place; File for a disk without room or a file that is there already;
     // HookError; Aborted when it is stopped; what the camera fails with at last. A ramp of the
     // temperature that is under way ends then, at what the set point has come to.
+    // Other threads may read the camera's properties meanwhile. What they set goes between the
+    // commands of the sequence: it holds from the next frame on, which says so, until the plan sets
+    // the same, also when its settings are made again behind a lost link. A readout of theirs lets
+    // the sequence fail, and Camera::abort() ends it.
     void run(Camera& camera);
 
     void watch(SequenceWatch watch); // before run()
