@@ -5,13 +5,15 @@
 #include "sequence/sequence_units.h"
 
 #include <chrono>
+#include <map>
 #include <optional>
+#include <utility>
 
 namespace vxcam {
 
-// What is left is known by what it costs, what is done by what it took; of earlier runs, whose time
-// nobody kept, by what it costs, too. What frames take beyond their costs tells how long the rest
-// takes.
+// What is done is known by what it took; of earlier runs, whose time nobody kept, by what it costs.
+// What is left of a step takes as long as what is done of it in this run; before, what it costs and
+// what frames took beyond that so far, or less by as much as the camera's clock is faster.
 //
 // Threads: one.
 class SequenceClock
@@ -22,8 +24,8 @@ public:
     void wasDone(const SequenceUnit& unit); // by an earlier run
     void isLeft(const SequenceUnit& unit);
 
-    void begin(const SequenceUnit& unit); // one of those that are left
-    void end(const SequenceUnit& unit);
+    void begin(const SequenceUnit& unit);      // one of those that are left
+    void end(const SequenceUnit& unit);        // which took no time of its own, if it was dropped
     void beginAgain(const SequenceUnit& unit); // one that is done already
     void endAgain();
     void drop(); // what has begun came to nothing
@@ -33,19 +35,35 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
     using Time = std::chrono::nanoseconds; // on the wall
+    using Thing = std::pair<const SequenceStep*, SequenceUnit::Kind>;
+
+    // What is done of a thing in this run, of which more is left.
+    struct Known {
+        int left = 0, done = 0;
+        Time taken{0};
+        Time each() const { return taken / done; }
+    };
 
     Time costOf(const SequenceUnit& unit) const;
-    Time more() const; // that a frame is thought to take beyond its costs
+    Time thought(const SequenceUnit& unit) const; // that it takes
+    Time framesThought(Time cost, int frames) const;
+    void learn(const SequenceUnit& unit, Time taken);
+    Time rest() const;
     Time elapsed() const;
 
     const Size sensor_;
     const double scale_;
-    Time spent_{0}, left_{0};
+    Time spent_{0};
+    std::map<Thing, int> left_; // of which nothing is done yet
+    std::map<Thing, Known> known_;
+    Time frameCost_{0}, otherCost_{0};       // of what is in left_
+    int framesLeft_ = 0;                     // there
     Time again_{0};                          // of what is done again
     Time expected_{0};                       // of what has begun
     std::optional<Clock::time_point> begun_; // nothing: nothing is under way
-    Time more_{0};                           // that all frames took beyond their costs
-    int measured_ = 0, framesLeft_ = 0;
+    Time more_{0};                           // that frames took beyond their costs
+    int measured_ = 0;                       // of them
+    Time fastTaken_{0}, fastCost_{0};        // of frames that took less than their exposure
 };
 
 } // namespace vxcam

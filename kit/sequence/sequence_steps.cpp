@@ -76,6 +76,7 @@ bool SequenceRun::isOurs(const SequenceUnit& unit) const
 bool SequenceRun::adopt(const SequenceUnit& unit, int number)
 {
     if (!isOurs(unit)) return false;
+    clock_.drop();
     const std::string file = fileOf(unit);
     last_ = pathOf(file);
     journal_.frame(number, file, std::filesystem::file_size(last_));

@@ -152,6 +152,46 @@ TEST_F(SequenceRunTest, GoesOnAsFarAsItHadCome)
     EXPECT_NEAR(progress_[0].done, 0.8 / 3601, 0.3 / 3601); // 0.2 s each, with the readout
 }
 
+// Which the host does not know.
+TEST_F(SequenceRunTest, KnowsWhatIsLeftWithACameraWhoseClockIsFast)
+{
+    options_.timeScale = 100;
+    open();
+    Sequence sequence(plan("steps:\n"
+                           "  - darks: {count: 2, exposure: 10s}\n"
+                           "  - bias: {count: 1}\n"
+                           "  - lights: {count: 5, exposure: 20s}\n"),
+                      options());
+    sequence.run(*camera_);
+    std::vector<std::chrono::milliseconds> left; // when a frame was written
+    for (const SequenceProgress& one : progress_) {
+        if (!one.file.empty()) left.push_back(one.left);
+    }
+    ASSERT_THAT(left, SizeIs(8));
+    EXPECT_GT(left[2], 1s); // really 1 s, and more for the readouts
+    EXPECT_LT(left[2], 20s);
+    EXPECT_GT(left[3], 800ms);
+    EXPECT_LT(left[3], 20s);
+    EXPECT_EQ(left[7], 0s);
+}
+
+TEST_F(SequenceRunTest, KnowsHowLongACommandTookBefore)
+{
+    open();
+    Sequence sequence(
+        plan("steps:\n"
+             "  - set: {exposure: 5ms}\n"
+             "  - repeat: {times: 3, steps: [{run: 'sleep 0.3'}, {bias: {count: 1}}]}\n"),
+        options());
+    sequence.run(*camera_);
+    const auto first = std::find_if(progress_.begin(), progress_.end(), [](const auto& one) {
+        return one.doing == "run 'sleep 0.3': done";
+    });
+    ASSERT_NE(first, progress_.end());
+    EXPECT_GE(first->left, 600ms);
+    EXPECT_EQ(progress_.back().left, 0s);
+}
+
 TEST_F(SequenceRunTest, CountsNothingOfAFrameThatFailed)
 {
     open({"missing-packet:readout=1,packet=1"});
