@@ -70,9 +70,12 @@ void requirePlace(const Given& given)
 
 } // namespace
 
+// An exposure that runs goes on, and is told to.
 void CcdDevice::refuse(INDI::Property property, const std::string& why)
 {
-    property.setState(IPS_ALERT);
+    const bool isOfExposure = property.isNameMatch("CCD_EXPOSURE");
+    const bool goesOn = isOfExposure && runner_.isRunning() && !isStream_;
+    property.setState(goesOn ? IPS_BUSY : IPS_ALERT);
     property.apply("%s", why.c_str());
 }
 

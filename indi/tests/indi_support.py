@@ -332,6 +332,7 @@ class DriverTest(unittest.TestCase):
 
     def server(self, *drivers, **environment):
         server = Server(*(drivers or (DRIVER,)), home=self.home, environment=environment)
+        self.last_server = server
         self.stack.callback(server.close)
         return server
 

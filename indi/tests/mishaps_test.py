@@ -85,6 +85,17 @@ class Mishaps(DriverTest):
             self.assertEqual(told.values, before)
             client.change("UPLOAD_SETTINGS", before)
 
+    def test_an_exposure_goes_on_while_another_one_is_refused(self):
+        camera, client = self.connected()
+        exposure = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 1}, "Busy")
+        other = self.client(self.last_server)
+        other.set("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": -5})
+        client.wait(lambda: client.blobs, "the frame")
+        client.wait(lambda: exposure.state == "Ok", "the end")
+        self.assertIn("-5 is not within", exposure.messages[-1])
+        self.assertNotIn("Alert", [state for state, _ in exposure.history])
+        self.assert_true_frame(client.blobs[-1], camera, 1)
+
     def test_the_size_of_square_pixels_is_set_alone(self):
         client = self.connected()[1]
         sizes = client.vector("CCD_INFO").values
