@@ -52,7 +52,10 @@ void CcdDevice::temperatureTold(std::optional<double> degrees)
     }
     TemperatureN[0].value = *degrees;
     if (isTemperatureShown_) return IDSetNumber(&TemperatureNP, nullptr);
-    TemperatureNP.s = IPS_IDLE;
+    // A camera that is back is still on its way.
+    const auto phase = session_.camera()->cooler().state().phase;
+    const bool isOnItsWay = phase == CoolingPhase::Ramping || phase == CoolingPhase::Settling;
+    TemperatureNP.s = isOnItsWay ? IPS_BUSY : IPS_IDLE;
     defineProperty(&TemperatureNP);
     isTemperatureShown_ = true;
 }

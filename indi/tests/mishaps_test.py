@@ -96,6 +96,19 @@ class Mishaps(DriverTest):
         self.assertNotIn("Alert", [state for state, _ in exposure.history])
         self.assert_true_frame(client.blobs[-1], camera, 1)
 
+    def test_cooling_goes_on_when_the_camera_is_back(self):
+        camera, client = self.connected()
+        client.vector("CCD_TEMPERATURE")
+        client.change("CCD_TEMP_RAMP", {"RAMP_SLOPE": 1, "RAMP_THRESHOLD": 0.2})
+        client.change("CCD_TEMPERATURE", {"CCD_TEMPERATURE_VALUE": -5}, "Busy")
+        cooler = client.vector("CCD_COOLER")
+        client.wait(lambda: cooler.values["COOLER_ON"], "it cools")
+        camera.close()
+        client.wait(lambda: not client.has("CCD_TEMPERATURE"), "no temperature is known")
+        self.camera(port=camera.port)
+        self.assertEqual(client.vector("CCD_TEMPERATURE").history[0][0], "Busy")
+        self.assertEqual(cooler.state, "Busy")
+
     def test_the_size_of_square_pixels_is_set_alone(self):
         client = self.connected()[1]
         sizes = client.vector("CCD_INFO").values
