@@ -68,6 +68,16 @@ void requirePlace(const Given& given)
     }
 }
 
+// What no XML may hold would end the connections of those clients that look.
+void requireCharacters(const char* name, const std::string& text)
+{
+    const auto isNone = [](unsigned char c) {
+        return c < ' ' && c != '\t' && c != '\n' && c != '\r';
+    };
+    if (!std::any_of(text.begin(), text.end(), isNone)) return;
+    throw Error(ErrorKind::Usage, quoted(name) + ": a text has no control characters");
+}
+
 } // namespace
 
 // An exposure that runs goes on, and is told to.
@@ -146,7 +156,7 @@ bool CcdDevice::numbersGiven(const std::string& name, const Numbers& numbers)
         askFor(offsetNP_, "offset", number("OFFSET"),
                [this](const Value& told) { offsetNP_[0].setValue(told[0].toDouble()); });
     } else if (name == "READOUT_FLAGS") {
-        flagsNP_[0].setValue(number("FLAGS"));
+        flagsNP_[0].setValue(std::floor(number("FLAGS")));
         flagsNP_.setState(IPS_OK);
         flagsNP_.apply();
     } else {
@@ -220,6 +230,7 @@ bool CcdDevice::ISNewText(const char* device, const char* name, char* texts[], c
         requireElements(property, names, count);
         Given given;
         for (int i = 0; i < count; ++i) {
+            requireCharacters(names[i], texts[i]);
             given[names[i]] = Value(texts[i]);
         }
         if (TabProperty* const tabbed = tab_.find(name)) return setFromTab(*tabbed, given);

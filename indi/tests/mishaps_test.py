@@ -109,6 +109,18 @@ class Mishaps(DriverTest):
         self.assertEqual(client.vector("CCD_TEMPERATURE").history[0][0], "Busy")
         self.assertEqual(cooler.state, "Busy")
 
+    def test_a_text_that_no_xml_may_hold_is_refused(self):
+        client = self.connected()[1]
+        before = dict(client.vector("UPLOAD_SETTINGS").values)
+        told = client.change("UPLOAD_SETTINGS", dict(before, UPLOAD_PREFIX="N\x01_XXX"), "Alert")
+        self.assertEqual(told.values, before)
+        self.assertIn("control characters", told.messages[-1])
+
+    def test_flags_are_shown_as_they_count(self):
+        client = self.connected()[1]
+        flags = client.change("READOUT_FLAGS", {"FLAGS": 7.9})
+        self.assertEqual(flags.values["FLAGS"], 7)
+
     def test_the_size_of_square_pixels_is_set_alone(self):
         client = self.connected()[1]
         sizes = client.vector("CCD_INFO").values
