@@ -15,6 +15,7 @@
 
 #include <chrono>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -115,6 +116,8 @@ private:
     void exposureFailed(const Error& error);
     void fastCount(double frames, IPState state);
     void streamEnded(const Error& error);
+    void noteRecordFolder();
+    void requireRecordSpace(size_t bytes) const;
     void showPath(const std::string& path);
 
     const std::string givenTarget_;
@@ -129,6 +132,8 @@ private:
     bool isTemperatureShown_ = false;
     int coolingAsked_ = 0; // orders that the camera has not taken yet
     uint64_t framesSkipped_ = 0;
+    mutable std::mutex recordLock_;
+    std::string recordFolder_; // of the stream's recordings
 
     INDI::PropertyText addressTP_{2};
     INDI::PropertyNumber gainNP_{1};

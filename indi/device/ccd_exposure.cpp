@@ -2,6 +2,7 @@
 #include "ccd_device.h"
 
 #include "main_loop.h"
+#include "message_text.h"
 
 #include <vxcamkit/error.h>
 
@@ -14,8 +15,9 @@ namespace vxcam {
 
 namespace {
 
-constexpr double kShortest = 0.001; // s; cameras count in milliseconds
-constexpr int kMostFrames = 32767;  // of a readout
+constexpr double kShortest = 0.001;             // s; cameras count in milliseconds
+constexpr int kMostFrames = 32767;              // of a readout
+constexpr size_t kLeastSpace = size_t{8} << 20; // of the disk that is recorded to
 
 FrameType typeOf(INDI::CCDChip::CCD_FRAME type)
 {
@@ -45,6 +47,18 @@ const char* nameInIndi(FrameType type)
         break;
     }
     return "Light";
+}
+
+// Of a frame, as far as the plan says it; else 0.
+size_t bytesOf(const Plan& plan, const Size& sensor)
+{
+    size_t pixels = 0;
+    if (plan.area) {
+        pixels = size_t(plan.area->columns) * size_t(plan.area->rows);
+    } else if (plan.binningX && plan.binningY) {
+        pixels = size_t(sensor.columns / *plan.binningX) * size_t(sensor.rows / *plan.binningY);
+    }
+    return pixels * size_t(plan.bits) / 8;
 }
 
 double secondsNow()
@@ -107,7 +121,9 @@ void CcdDevice::expose(double seconds)
     PrimaryCCD.setExposureDuration(seconds);
     publishCards();
     job.camera = session_.camera();
-    job.prepare = [options = sendOptions()] { ImageSender::requireRoom(options); };
+    job.prepare = [options = sendOptions(), bytes = bytesOf(job.plan, sensor())] {
+        ImageSender::requireRoom(options, bytes);
+    };
     job.take = [this, options = sendOptions()](const Frame& taken) {
         const std::string path = sender_.send(taken, options, getBLOB("CCD1"));
         if (!path.empty()) onMainLoop([this, path] { showPath(path); });
@@ -169,7 +185,7 @@ void CcdDevice::exposureFailed(const Error& error)
     exposure[0].setValue(0);
     const bool isAborted = error.kind() == ErrorKind::Aborted;
     exposure.setState(isAborted ? IPS_IDLE : IPS_ALERT);
-    exposure.apply("%s", error.what());
+    exposure.apply("%s", messageText(error.what()).c_str());
     if (FastExposureCountNP.s == IPS_BUSY) fastCount(1, isAborted ? IPS_IDLE : IPS_ALERT);
 }
 
@@ -203,7 +219,9 @@ bool CcdDevice::StartStreaming()
     job.plan.frames = 0;
     job.plan.whenFull = WhenFull::DropNewest;
     job.camera = session_.camera();
+    noteRecordFolder();
     job.take = [this](const Frame& frame) {
+        if (Streamer->isRecording()) requireRecordSpace(frame.bytes());
         Streamer->newFrame(static_cast<const uint8_t*>(frame.data()),
                            static_cast<uint32_t>(frame.bytes()));
     };
@@ -220,6 +238,20 @@ bool CcdDevice::StartStreaming()
     isStream_ = true;
     runner_.start(std::move(job));
     return true;
+}
+
+void CcdDevice::noteRecordFolder()
+{
+    const INDI::PropertyText file = getText("RECORD_FILE");
+    std::lock_guard<std::mutex> guard(recordLock_);
+    recordFolder_ = file.isValid() ? file.findWidgetByName("RECORD_FILE_DIR")->getText() : "";
+}
+
+// INDI's recorders do not look whether what they write arrives. Some frames may be on their way.
+void CcdDevice::requireRecordSpace(size_t bytes) const
+{
+    std::lock_guard<std::mutex> guard(recordLock_);
+    if (!recordFolder_.empty()) requireSpace(recordFolder_, std::max(kLeastSpace, 8 * bytes));
 }
 
 // Also called on the thread of the frames, when a recording is long enough.
@@ -239,12 +271,13 @@ void CcdDevice::streamEnded(const Error& error)
     char* names[] = {element};
     if (Streamer->isRecording()) {
         Streamer->ISNewSwitch(device.c_str(), "RECORD_STREAM", &on, names, 1);
+        Streamer->newFrame(nullptr, 0); // its file is closed with the next frame, whatever that is
     }
     Streamer->setStream(false);
     for (const char* name : {"CCD_VIDEO_STREAM", "RECORD_STREAM"}) {
         INDI::PropertySwitch property = getSwitch(name);
         property.setState(IPS_ALERT);
-        property.apply("%s", error.what());
+        property.apply("%s", messageText(error.what()).c_str());
     }
 }
 

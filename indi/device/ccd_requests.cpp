@@ -2,6 +2,8 @@
 // not, numbers that are none, and ranges.
 #include "ccd_device.h"
 
+#include "message_text.h"
+
 #include <vxcamkit/error.h>
 
 #include <algorithm>
@@ -53,18 +55,17 @@ bool isNotKnownYet(const INDI::WidgetView<INumber>& element, double value)
 }
 
 // The driver's own folder is no place that a client knows.
-void requirePlace(const Given& given)
+void requirePlace(const Given& given, const char* folder, const char* name)
 {
-    const auto folder = given.find("UPLOAD_DIR"), prefix = given.find("UPLOAD_PREFIX");
-    if (folder != given.end() && folder->second.toText().rfind('/', 0) != 0) {
-        throw Error(ErrorKind::Usage, "'UPLOAD_DIR': write the whole path, from '/' on");
+    const auto givenFolder = given.find(folder), givenName = given.find(name);
+    if (givenFolder != given.end() && givenFolder->second.toText().rfind('/', 0) != 0) {
+        throw Error(ErrorKind::Usage, quoted(folder) + ": write the whole path, from '/' on");
     }
-    if (prefix != given.end() && prefix->second.toText().empty()) {
-        throw Error(ErrorKind::Usage, "'UPLOAD_PREFIX': a file needs a name");
-    }
-    if (prefix != given.end() &&
-        ("/" + prefix->second.toText()).find("/../") != std::string::npos) {
-        throw Error(ErrorKind::Usage, "'UPLOAD_PREFIX': files stay in the folder, without '..'");
+    if (givenName == given.end()) return;
+    const std::string text = givenName->second.toText();
+    if (text.empty()) throw Error(ErrorKind::Usage, quoted(name) + ": a file needs a name");
+    if (("/" + text).find("/../") != std::string::npos) {
+        throw Error(ErrorKind::Usage, quoted(name) + ": files stay in the folder, without '..'");
     }
 }
 
@@ -86,7 +87,7 @@ void CcdDevice::refuse(INDI::Property property, const std::string& why)
     const bool isOfExposure = property.isNameMatch("CCD_EXPOSURE");
     const bool goesOn = isOfExposure && runner_.isRunning() && !isStream_;
     property.setState(goesOn ? IPS_BUSY : IPS_ALERT);
-    property.apply("%s", why.c_str());
+    property.apply("%s", messageText(why).c_str());
 }
 
 // The frames of a stream are of one size and depth.
@@ -238,12 +239,19 @@ bool CcdDevice::ISNewText(const char* device, const char* name, char* texts[], c
             addressGiven(given);
             return true;
         }
-        if (name == std::string("UPLOAD_SETTINGS")) requirePlace(given);
+        if (name == std::string("UPLOAD_SETTINGS")) {
+            requirePlace(given, "UPLOAD_DIR", "UPLOAD_PREFIX");
+        }
+        if (name == std::string("RECORD_FILE")) {
+            requirePlace(given, "RECORD_FILE_DIR", "RECORD_FILE_NAME");
+        }
     } catch (const Error& error) {
         refuse(property, error.what());
         return false;
     }
-    return INDI::CCD::ISNewText(device, name, texts, names, count);
+    const bool isTaken = INDI::CCD::ISNewText(device, name, texts, names, count);
+    noteRecordFolder();
+    return isTaken;
 }
 
 bool CcdDevice::setFromTab(TabProperty& property, const Given& given)

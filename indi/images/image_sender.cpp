@@ -67,6 +67,12 @@ std::string replaced(std::string text, const std::string& what, const std::strin
     return at == std::string::npos ? text : text.replace(at, what.size(), by);
 }
 
+// Where the prefix names folders, too, they are made.
+std::string folderOf(const std::string& path)
+{
+    return std::filesystem::path(path).parent_path();
+}
+
 // The name with the first number that no file has yet.
 std::string newPath(const SendOptions& options)
 {
@@ -93,18 +99,33 @@ void ImageSender::setCards(std::vector<HeaderCard> cards)
     cards_ = std::move(cards);
 }
 
-void ImageSender::requireRoom(const SendOptions& options)
+void requireSpace(std::filesystem::path folder, uintmax_t bytes)
+{
+    std::error_code trouble;
+    while (!std::filesystem::exists(folder, trouble) && folder.has_relative_path()) {
+        folder = folder.parent_path();
+    }
+    const auto space = std::filesystem::space(folder, trouble);
+    if (trouble || space.available >= bytes) return; // writing says it better
+    throw Error(ErrorKind::File, folder.string() + ": its disk has " +
+                                     std::to_string(space.available >> 10) +
+                                     " KB left, which is not enough");
+}
+
+void ImageSender::requireRoom(const SendOptions& options, size_t bytes)
 {
     if (!options.toFile) return;
+    const std::string path = newPath(options), folder = folderOf(path);
     std::error_code trouble;
-    std::filesystem::create_directories(options.folder, trouble);
-    if (!trouble && access(options.folder.c_str(), W_OK | X_OK) != 0) {
+    std::filesystem::create_directories(folder, trouble);
+    if (!trouble && access(folder.c_str(), W_OK | X_OK) != 0) {
         trouble.assign(errno, std::generic_category());
     }
-    if (trouble) throw Error(ErrorKind::File, options.folder + ": " + trouble.message());
-    const std::string path = newPath(options);
+    if (trouble) throw Error(ErrorKind::File, folder + ": " + trouble.message());
     if (std::filesystem::exists(path, trouble))
         throw Error(ErrorKind::File, path + ": exists already");
+    if (trouble) throw Error(ErrorKind::File, path + ": " + trouble.message());
+    if (!options.isPacked) requireSpace(folder, bytes);
 }
 
 std::string ImageSender::send(const Frame& frame, const SendOptions& options,
@@ -121,8 +142,8 @@ std::string ImageSender::send(const Frame& frame, const SendOptions& options,
     try {
         if (options.toFile) {
             std::error_code ignored; // writing says it better
-            std::filesystem::create_directories(options.folder, ignored);
             path = newPath(options);
+            std::filesystem::create_directories(folderOf(path), ignored);
             writeNewFile(path, content.bytes, content.size);
         }
     } catch (const Error& error) {

@@ -8,6 +8,8 @@
 
 #include <indipropertyblob.h>
 
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -23,6 +25,10 @@ struct SendOptions {
     std::string folder, prefix; // XXX in it stands for a number, ISO8601 for the time
 };
 
+// Throws Error{File} where the disk of a folder has less than that left. The folder may not be
+// there yet.
+void requireSpace(std::filesystem::path folder, uintmax_t bytes);
+
 // Threads: send() on the thread of the exposures, the others on any.
 class ImageSender
 {
@@ -30,8 +36,8 @@ public:
     // Of the observatory, for the frames that follow.
     void setCards(std::vector<HeaderCard> cards);
 
-    // Throws Error{File} when a file could not be written now. Makes the folder.
-    static void requireRoom(const SendOptions& options);
+    // Throws Error{File} when a file of so many bytes could not be written now. Makes the folder.
+    static void requireRoom(const SendOptions& options, size_t bytes);
 
     // Hands on a frame as the BLOB of `image`; the path of the file that was written, if one was.
     // Throws Error{File}, Error{Usage}; clients have the frame also when no file could be written.

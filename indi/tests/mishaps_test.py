@@ -1,6 +1,8 @@
 """What goes wrong around exposures, and what clients are told then."""
 import os
 import socket
+import struct
+import subprocess
 import unittest
 
 from indi_support import DriverTest
@@ -85,6 +87,82 @@ class Mishaps(DriverTest):
             self.assertEqual(told.values, before)
             client.change("UPLOAD_SETTINGS", before)
 
+    def small_disk(self):
+        folder = self.home + "/disk"
+        os.mkdir(folder)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16k", "tmpfs", folder], check=True)
+        self.stack.callback(subprocess.run, ["umount", "-l", folder], check=True)
+        return folder
+
+    @unittest.skipIf(os.getuid() != 0, "mounts a disk")
+    def test_a_disk_without_space_for_a_frame_is_told_before_the_camera_exposes(self):
+        client = self.connected()[1]
+        folder = self.small_disk()
+        for mode in ("UPLOAD_LOCAL", "UPLOAD_BOTH"):
+            self.local(client, folder, mode)
+            vector = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 3600}, "Alert")
+            self.assertIn("16 KB left", vector.messages[-1])
+        self.assertEqual(os.listdir(folder), [])
+
+    @unittest.skipIf(os.getuid() != 0, "mounts a disk")
+    def test_a_recording_that_the_disk_does_not_take_is_told(self):
+        camera, client = self.connected()
+        file = {"RECORD_FILE_DIR": self.small_disk(), "RECORD_FILE_NAME": "stream"}
+        client.change("RECORD_FILE", file, "Idle")
+        recording = client.vector("RECORD_STREAM")
+        client.set("RECORD_STREAM", {"RECORD_ON": True})
+        client.wait(lambda: recording.state == "Alert", "it is told")
+        self.assertIn("KB left", recording.messages[-1])
+        client.change("RECORD_FILE", dict(file, RECORD_FILE_DIR=self.home), "Idle")
+        client.change("RECORD_STREAM", {"RECORD_ON": True}, "Busy")
+        client.wait(lambda: len(camera.frames()) > 3, "frames")
+        client.change("RECORD_STREAM", {"RECORD_OFF": True}, "Idle")
+
+    def test_a_recording_that_loses_its_camera_is_a_whole_file(self):
+        camera, client = self.connected()
+        client.change("RECORD_FILE", {"RECORD_FILE_DIR": self.home, "RECORD_FILE_NAME": "stream"}, "Idle")
+        recording = client.change("RECORD_STREAM", {"RECORD_ON": True}, "Busy")
+        client.wait(lambda: len(camera.frames()) > 3, "frames")
+        camera.close()
+        client.wait(lambda: recording.state == "Alert", "it is told")
+        self.assertIn("connection was lost", recording.messages[-1])
+        with open(self.home + "/stream.ser", "rb") as file:
+            content = file.read()
+        frames = struct.unpack_from("<i", content, 38)[0]  # behind a header of 178 bytes; times at the end
+        self.assertGreater(frames, 0)
+        self.assertEqual(len(content), 178 + frames * (128 * 96 * 2 + 8))
+        again = self.camera(port=camera.port)
+        connection = client.vector("CONNECTION")
+        client.wait(lambda: "restored" in connection.messages[-1], "the link is back")
+        client.change("RECORD_STREAM", {"RECORD_ON": True}, "Busy")
+        client.wait(lambda: len(again.frames()) > 3, "frames")
+        client.change("RECORD_STREAM", {"RECORD_OFF": True}, "Idle")
+
+    def test_recordings_have_a_whole_path_and_a_name(self):
+        camera, client = self.connected()
+        before = dict(client.vector("RECORD_FILE").values)
+        for wrong in ({"RECORD_FILE_DIR": ""}, {"RECORD_FILE_DIR": "streams"},
+                      {"RECORD_FILE_NAME": ""}, {"RECORD_FILE_NAME": "../stream"}):
+            told = client.change("RECORD_FILE", dict(before, **wrong), "Alert")
+            self.assertEqual(told.values, before)
+        self.assert_true_frame(client.expose(), camera)
+
+    def test_folders_in_the_name_of_files_are_made(self):
+        camera, client = self.connected()
+        self.local(client, self.home, prefix="night/first/N_XXX")
+        client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 0.01})
+        client.wait(lambda: os.path.exists(self.home + "/night/first/N_001.fits"), "a file")
+        self.local(client, self.home, prefix="N" * 300)
+        vector = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 3600}, "Alert")
+        self.assertIn("name too long", vector.messages[-1])
+
+    def test_a_text_that_no_xml_may_hold_is_refused(self):
+        client = self.connected()[1]
+        before = dict(client.vector("UPLOAD_SETTINGS").values)
+        told = client.change("UPLOAD_SETTINGS", dict(before, UPLOAD_PREFIX="N\x01_XXX"), "Alert")
+        self.assertEqual(told.values, before)
+        self.assertIn("control characters", told.messages[-1])
+
     def test_an_exposure_goes_on_while_another_one_is_refused(self):
         camera, client = self.connected()
         exposure = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 1}, "Busy")
@@ -108,13 +186,6 @@ class Mishaps(DriverTest):
         self.camera(port=camera.port)
         self.assertEqual(client.vector("CCD_TEMPERATURE").history[0][0], "Busy")
         self.assertEqual(cooler.state, "Busy")
-
-    def test_a_text_that_no_xml_may_hold_is_refused(self):
-        client = self.connected()[1]
-        before = dict(client.vector("UPLOAD_SETTINGS").values)
-        told = client.change("UPLOAD_SETTINGS", dict(before, UPLOAD_PREFIX="N\x01_XXX"), "Alert")
-        self.assertEqual(told.values, before)
-        self.assertIn("control characters", told.messages[-1])
 
     def test_flags_are_shown_as_they_count(self):
         client = self.connected()[1]
