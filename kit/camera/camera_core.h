@@ -73,7 +73,7 @@ public:
 
     // ---- Access
     int handle() const override { return handle_; }
-    Size sensor() const override { return sensor_; }
+    Size sensor() const override { return *sensor_.load(); }
     std::optional<Temperatures> temperatures() override;
     uint64_t complaints() const override;
     void throwComplaint(uint64_t before) const override;
@@ -205,8 +205,9 @@ private:
     std::unique_ptr<Simulator> simulator_;
     std::string address_;
     int handle_ = -1;
-    std::atomic<Size> sensor_{Size{}};
-    std::deque<Identity> identities_{1}; // all that it had: an application may look at one
+    std::deque<Size> sensors_{1}; // all that it had, and identities: somebody may look at one
+    std::atomic<const Size*> sensor_{&sensors_.front()};
+    std::deque<Identity> identities_{1};
     std::atomic<const Identity*> identity_{&identities_.front()};
     SteadyTime opened_;
     std::atomic<bool> isClosed_{false};

@@ -110,7 +110,8 @@ void CameraCore::identify()
     if (sizeIn(hardware) == Size()) {
         fail(ErrorKind::Camera, "the camera does not tell the size of its sensor");
     }
-    sensor_ = sizeIn(hardware);
+    sensors_.push_back(sizeIn(hardware));
+    sensor_ = &sensors_.back();
     identities_.push_back(identityOf(hardware));
     identity_ = &identities_.back();
 }
@@ -141,8 +142,10 @@ void CameraCore::takeChange(const Size& size, const Identity& identity)
     Event event;
     event.kind = EventKind::CameraChanged;
     event.time = presentMoment();
-    const Size before = sensor_.exchange(size);
+    const Size before = sensor();
     if (size != before) {
+        sensors_.push_back(size);
+        sensor_ = &sensors_.back();
         event.text = "its sensor has " + textOf(size) + ", before " + textOf(before);
     }
     if (!isSame(identity, this->identity())) {
