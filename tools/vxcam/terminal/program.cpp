@@ -65,9 +65,11 @@ void RequireOtherFlightFile(const tcCommandLine& line)
     const std::string flight = line.Given("--flight"), output = line.Given("--output");
     if (flight.empty() || output.empty()) return;
     std::error_code error;
-    const bool isSame = std::filesystem::weakly_canonical(flight, error) ==
-                            std::filesystem::weakly_canonical(output, error) ||
-                        std::filesystem::equivalent(flight, output, error);
+    const auto place = [&](const std::string& path) {
+        return std::filesystem::weakly_canonical(std::filesystem::absolute(path, error), error);
+    };
+    const bool isSame =
+        place(flight) == place(output) || std::filesystem::equivalent(flight, output, error);
     if (isSame) throw tcFailure(eExitUsage, "--flight " + flight + ": is the output, too");
 }
 
