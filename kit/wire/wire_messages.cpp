@@ -119,6 +119,25 @@ struct WireEvents::Ways {
     WireSplitter received{false}, sent{true};
 };
 
+const char* nameOf(WireEvent::Kind kind)
+{
+    switch (kind) {
+    case WireEvent::Kind::Opened:
+        return "opened";
+    case WireEvent::Kind::LinkLost:
+        return "lost";
+    case WireEvent::Kind::LinkRestored:
+        return "restored";
+    case WireEvent::Kind::Stray:
+        return "stray";
+    case WireEvent::Kind::Gap:
+        return "gap";
+    case WireEvent::Kind::Message:
+        break;
+    }
+    return "message";
+}
+
 WireEvents::WireEvents(WireReader reader) : reader_(std::move(reader)) {}
 WireEvents::~WireEvents() = default;
 WireEvents::WireEvents(WireEvents&& other) noexcept = default;

@@ -70,6 +70,9 @@ struct WireEvent {
     std::string about; // of a camera that is opened: a JSON object
 };
 
+// "opened", "message", "stray", "lost", "restored", "gap"
+VXCAMKIT_EXPORT const char* nameOf(WireEvent::Kind kind);
+
 // A recording as what happened. Threads: one. Owns: the reader, and of each direction of each
 // camera the beginning of a message.
 class VXCAMKIT_EXPORT WireEvents

@@ -150,25 +150,6 @@ bool tcDecode::IsChosen(const WireEvent& event, const tcChoice& names,
     return (names.IsEmpty() || names.Holds(event.piece)) && !without.Holds(event.piece);
 }
 
-const char* WordOf(WireEvent::Kind kind)
-{
-    switch (kind) {
-    case WireEvent::Kind::Opened:
-        return "opened";
-    case WireEvent::Kind::LinkLost:
-        return "lost";
-    case WireEvent::Kind::LinkRestored:
-        return "restored";
-    case WireEvent::Kind::Stray:
-        return "stray";
-    case WireEvent::Kind::Gap:
-        return "gap";
-    case WireEvent::Kind::Message:
-        break;
-    }
-    return "message";
-}
-
 void tcDecode::PrintText(const WireEvent& event) const
 {
     const vxcam::WirePiece& piece = event.piece;
@@ -201,7 +182,7 @@ void tcDecode::PrintText(const WireEvent& event) const
     } else if (event.kind == WireEvent::Kind::Gap) {
         text += "blocks of the recording are missing here";
     } else {
-        text += std::string("connection ") + WordOf(event.kind);
+        text += std::string("connection ") + vxcam::nameOf(event.kind);
     }
     PrintLine(text);
 }
@@ -222,7 +203,7 @@ void tcDecode::PrintObject(const WireEvent& event) const
     const vxcam::WirePiece& piece = event.piece;
     nlohmann::ordered_json line{{"time", vxcam::utcText(event.time.utc, 9) + "Z"},
                                 {"t", Seconds(event)},
-                                {"event", WordOf(event.kind)}};
+                                {"event", vxcam::nameOf(event.kind)}};
     if (event.kind != WireEvent::Kind::Gap) line["camera"] = event.camera;
     if (event.kind == WireEvent::Kind::Message) {
         line["direction"] = piece.isSent ? "sent" : "received";
