@@ -2,6 +2,7 @@
 
 #include "py_values.h"
 #include "py_waits.h"
+#include "wire/py_wire.h"
 
 #include <vxcamkit/error.h>
 
@@ -26,15 +27,19 @@ public:
     Opening& operator=(const Opening&) = delete;
 };
 
-CoreCamera open(const std::string& target, const std::string& restore, const std::string& flight)
+CoreCamera open(const std::string& target, const std::string& restore, const std::string& flight,
+                const CoreCapture* recording)
 {
     OpenOptions options;
     options.flightFile = flight;
     if (restore == "none") options.restore = Restore::None;
     if (restore == "ask") options.restore = Restore::Ask;
-    return CoreCamera(interruptible([target, options] {
+    const std::shared_ptr<WireCapture> capture = recording != nullptr ? recording->use() : nullptr;
+    return CoreCamera(interruptible([target, options, capture] {
         const Opening counted;
-        return std::make_shared<Camera>(Camera::open(target, options));
+        const Target place = Target::parse(target);
+        return std::make_shared<Camera>(capture ? Camera::open(place, options, *capture)
+                                                : Camera::open(place, options));
     }));
 }
 

@@ -5,6 +5,7 @@
 #include "py_process.h"
 #include "py_properties.h"
 #include "py_simulator.h"
+#include "wire/py_wire.h"
 
 #include <vxcamkit/version.h>
 
@@ -35,6 +36,7 @@ void fill(python::module_ module)
     addProperties(module);
     addFrame(module);
     addStream(module);
+    addWire(module);
     addCamera(module);
     addSimulator(module);
     addRecords(module);

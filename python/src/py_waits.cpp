@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
-#include <thread>
 
 namespace vxcam::py {
 
@@ -54,16 +53,7 @@ void serve(const std::shared_ptr<Desk>& desk)
 std::shared_ptr<Desk> newDesk()
 {
     auto desk = std::make_shared<Desk>();
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-        std::thread([desk] { serve(desk); }).detach();
-    } catch (...) {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        throw;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    startQuietly([desk] { serve(desk); }).detach();
     return desk;
 }
 
@@ -139,6 +129,21 @@ void runAside(std::shared_ptr<Job> job, const Limit& limit, const Company& compa
         throw;
     }
     if (std::shared_ptr<Desk> other = std::exchange(kept.desk, std::move(desk))) leave(other);
+}
+
+std::thread startQuietly(std::function<void()> work)
+{
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    try {
+        std::thread thread(std::move(work));
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        return thread;
+    } catch (...) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        throw;
+    }
 }
 
 void checkSignals()

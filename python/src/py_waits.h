@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 
@@ -86,6 +87,9 @@ private:
 
 // Throws what the handler of a signal raised, if one came. With the interpreter lock.
 void checkSignals();
+
+// A thread that takes no signals: those are for Python's own.
+std::thread startQuietly(std::function<void()> work);
 
 // What `work` returns or throws; the interpreter lock is free while it runs. A signal ends the
 // wait, not the work: that must own all it uses, and throws its result away.

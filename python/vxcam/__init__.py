@@ -49,6 +49,7 @@ from ._sequence import (
 from ._simulator import Found, SentFrame, Simulator, discover
 from ._stream import AsyncStream, Progress, Stream
 from ._table import Area, Properties, Property, properties
+from ._wire import Capture, CaptureBooks, Replay, ReplayBooks, WireCondition, WireEvent, WireEvents, decode
 
 __version__: str = _vxcam.kit_version
 """Version of this package and of the kit."""
@@ -72,13 +73,14 @@ def __dir__() -> list[str]:
 
 __all__ = [
     "Aborted", "AccessError", "Area", "AsyncStream", "BusyError", "Camera", "CameraError",
-    "CameraTimeout", "Complaint", "Cooler", "CoolingState", "Error", "Event", "Finding", "FlatExposure", "Found",
+    "CameraTimeout", "Capture", "CaptureBooks", "Complaint", "Cooler", "CoolingState", "Error", "Event", "Finding", "FlatExposure", "Found",
     "Frame",
     "FrameStatistics", "FrameTimes", "HookError", "Identity", "IncompleteFrame", "LinkCheck", "LinkLost",
     "Measures", "NotFoundError", "Outcome", "PhotonTransfer", "PlanError", "Progress", "Properties", "Property", "Record", "RecordedFile",
+    "Replay", "ReplayBooks",
     "Recorder", "SentFrame", "Sequence", "SequenceFailure", "SequenceFile", "SequenceNeeds", "SequenceProgress",
     "SequenceReport", "SequenceStep", "Setting", "Settings", "Simulator", "Star", "Statistics", "Stream", "Subscription", "TransferPair", "UsageError", "Verdict",
-    "WrongTypeError", "__version__", "discover", "library_version", "log", "photon_transfer", "properties", "statistics", "verify",
+    "WireCondition", "WireEvent", "WireEvents", "WrongTypeError", "__version__", "decode", "discover", "library_version", "log", "photon_transfer", "properties", "statistics", "verify",
 ]
 
 for _name in __all__:

@@ -23,6 +23,7 @@ from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
 from ._scope import Scope
 from ._stream import AsyncStream, Stream
 from ._table import Properties, known_name, properties, shown
+from ._wire import Capture
 
 
 class HasTarget(Protocol):
@@ -97,12 +98,13 @@ class Camera(CameraProperties, Measuring, Scope):
 
     `target` is "192.168.1.20:2000", "serial:17" for the camera with that serial number on the local
     networks, "sim" for a simulated one in this process ("sim?sensor=1024x1024&seed=3&scale=10"), or
-    a Found or a Simulator, which goes on for as long as the camera is open; who gives no more than
+    a Found, a Replay or a Simulator, which goes on for as long as the camera is open; who gives no more than
     `simulator.target` keeps the Simulator. Every property of the table is an attribute: `camera.exposure = 0.5`.
 
     `restore` is what becomes of the settings when the connection was lost and made anew: they are
     sent again ("all"), or not ("none"), or restore() does it ("ask"). `flight_file` is where the
-    last 10,000 things that happened are written to when something fails.
+    last 10,000 things that happened are written to when something fails. `capture` records all bytes
+    between host and camera: see Capture.
 
     Raises NotFoundError when nothing listens there, BusyError when the camera serves somebody else,
     CameraTimeout when something is there that does not answer like a camera, UsageError for a target
@@ -118,6 +120,7 @@ class Camera(CameraProperties, Measuring, Scope):
         *,
         restore: str = "all",
         flight_file: Optional[Path] = None,
+        capture: Optional[Capture] = None,
     ) -> None:
         self._final: Optional[Statistics] = None
         self._closing = threading.Lock()
@@ -128,8 +131,10 @@ class Camera(CameraProperties, Measuring, Scope):
         folder = os.path.dirname(flight) or os.curdir
         if flight and not os.path.isdir(folder):
             raise FileNotFoundError(errno.ENOENT, "flight_file: there is no such folder", folder)
+        if capture is not None and not isinstance(capture, Capture):
+            _given.refuse_type("capture", capture, 'a vxcam.Capture: vxcam.Capture("run.vxw")')
         self._line = _events.line()  # takes what the opening logs
-        self._core = _vxcam.Camera(text, restore, flight)
+        self._core = _vxcam.Camera(text, restore, flight, None if capture is None else capture._core)
         self._target = text
         self._held = target  # a Simulator goes on for as long as it is open
         self._number, self._listener = self._line.attach(self._core, self._target)

@@ -6,6 +6,7 @@ import operator
 import os
 from collections.abc import Iterable, Iterator
 from contextlib import contextmanager
+from datetime import timedelta
 from typing import Any, NoReturn, Optional, Union
 
 from ._errors import UsageError, WrongTypeError
@@ -14,6 +15,7 @@ Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 
 _MOST_SHOWN = 80  # characters of what was given
 _MOST_INT = 2**31 - 1
+_MOST_SECONDS = 4e9  # more than a century
 
 
 def shown(value: object) -> str:
@@ -73,6 +75,14 @@ def real(name: str, value: Any, wanted: str = "a number") -> float:
         except (TypeError, ValueError):
             pass
     refuse_type(name, value, wanted)
+
+
+def seconds(name: str, value: Any) -> float:
+    """A time from 0 on, as a number or a timedelta."""
+    number = value.total_seconds() if isinstance(value, timedelta) else real(name, value, "seconds as a number or a timedelta")
+    if not 0 <= number <= _MOST_SECONDS:
+        refuse(name, value, "seconds from 0 on, as a number or a timedelta")
+    return number
 
 
 def flag(name: str, value: Any) -> bool:

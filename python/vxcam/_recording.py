@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import os
 import time
-from datetime import timedelta
 from typing import Any, NamedTuple, Optional
 
 from . import _given, _vxcam
@@ -151,9 +150,9 @@ class Recorder(Scope):
 
 def seconds_of(name: str, value: Seconds) -> float:
     """A time that is longer than 0."""
-    seconds = value.total_seconds() if isinstance(value, timedelta) else _given.real(name, value, "seconds")
-    if not 0 < seconds < 4e9:
-        _given.refuse(name, value, "seconds above 0")
+    seconds = _given.seconds(name, value)
+    if seconds == 0:
+        _given.refuse(name, value, "more than 0 seconds")
     return seconds
 
 
