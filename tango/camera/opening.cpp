@@ -39,8 +39,10 @@ void Station::open()
         guard.lock();
         obstacle_ = obstacle;
         if (!obstacle) return;
+        const bool isInVain = obstacle->kind() == ErrorKind::Usage;
         guard.unlock();
         changed();
+        if (isInVain) return;
         guard.lock();
         wake_.wait_for(guard, options_.retry, [this] { return isEnding_; });
     }
@@ -49,7 +51,6 @@ void Station::open()
 // The settings go first; what the camera does not take is told, and keeps nothing from working.
 void Station::take(std::shared_ptr<Camera> camera)
 {
-    std::string missed;
     std::unique_lock<std::mutex> guard(lock_);
     while (!pending_.empty() && !isEnding_) {
         const Settings settings = std::exchange(pending_, {});
@@ -58,12 +59,12 @@ void Station::take(std::shared_ptr<Camera> camera)
             try {
                 camera->set(setting.name.text, setting.value);
             } catch (const Error& error) {
-                complain(error);
                 if (error.kind() == ErrorKind::LinkLost || error.kind() == ErrorKind::Timeout) {
+                    complain(error);
                     putBack(settings);
                     throw;
                 }
-                missed += (missed.empty() ? "" : "; ") + std::string(error.what());
+                miss(error);
             }
         }
         guard.lock();
@@ -73,10 +74,20 @@ void Station::take(std::shared_ptr<Camera> camera)
     listener.end = [this](auto end, const auto& error) { hearEnd(end, error); };
     listener.begin = listener.idle = [this] { changed(); };
     acquisition_ = std::make_unique<Acquisition>(camera, ring_, std::move(listener));
-    if (!missed.empty()) trouble_ = Error(ErrorKind::Camera, "not set as before: " + missed);
     camera_ = std::move(camera);
     guard.unlock();
     subscription_ = camera_->onEvent([this](const Event& event) { hear(event); });
+    changed();
+}
+
+void Station::miss(const Error& error)
+{
+    complain(error);
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        missed_ += (missed_.empty() ? "" : "; ") + std::string(error.what());
+        trouble_ = Error(ErrorKind::Camera, "not set as before: " + missed_);
+    }
     changed();
 }
 

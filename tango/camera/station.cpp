@@ -1,5 +1,6 @@
 #include "station.h"
 
+#include <sstream>
 #include <tuple>
 
 namespace vxcam {
@@ -16,6 +17,13 @@ constexpr size_t kMostBuffers = 1024;
 milliseconds patienceFor(const PropertyName& name)
 {
     return name.property->cost == Cost::Many ? kLongPatience : kPatience;
+}
+
+std::string secondsText(milliseconds time)
+{
+    std::ostringstream text;
+    text << std::chrono::duration<double>(time).count() << " s";
+    return text.str();
 }
 
 } // namespace
@@ -42,11 +50,15 @@ std::pair<StationState, std::string> Station::presentState(bool isRunning) const
                 "sim, then call Init."};
     }
     if (!camera_ && !obstacle_) return {StationState::Opening, "Opening " + target + "."};
+    if (!camera_ && obstacle_->kind() == ErrorKind::Usage) {
+        return {StationState::Fault, std::string(obstacle_->what()) +
+                                         ". Set the device property Target, then call Init."};
+    }
     if (!camera_) {
         const bool isThere = obstacle_->kind() != ErrorKind::NotFound;
         return {isThere ? StationState::Fault : StationState::Off,
                 std::string(obstacle_->what()) + ". It is tried again every " +
-                    std::to_string(options_.retry.count() / 1000) + " s."};
+                    secondsText(options_.retry) + "."};
     }
     if (isRunning) return {StationState::Running, "An acquisition of " + target + " runs."};
     if (!isLinkUp()) {
@@ -109,6 +121,7 @@ void Station::reset()
     {
         const std::lock_guard<std::mutex> guard(lock_);
         trouble_.reset();
+        missed_.clear();
         linkText_.clear();
         lastError_ = {};
     }
@@ -222,6 +235,7 @@ void Station::forgetLastAcquisition()
 {
     const std::lock_guard<std::mutex> guard(lock_);
     trouble_.reset();
+    missed_.clear();
     linkText_.clear();
     lastEnd_.reset();
 }

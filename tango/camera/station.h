@@ -71,6 +71,8 @@ public:
     StationReport report() const;
     LastError lastError() const;
     void complain(const Error& error); // it becomes the last error
+    // Likewise, of what was set before; the state is Fault until the next acquisition.
+    void miss(const Error& error);
 
     // As those of Camera, but throw Error: Timeout much earlier, LinkLost while it is, NotFound
     // while no camera was opened yet. Settings (Nature) that are made before that are sent as soon
@@ -129,6 +131,7 @@ private:
     UtcTime lostAt_;
     std::string linkText_;         // what became of a connection that was lost; empty: nothing
     std::optional<Error> trouble_; // of the last acquisition, or of restored settings
+    std::string missed_;           // of restored settings
     LastError lastError_;
     std::optional<ReadoutEnd> lastEnd_;
     Settings pending_, made_;

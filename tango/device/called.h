@@ -45,7 +45,15 @@ public:
     }
     void write(Tango::DeviceImpl* device, Tango::WAttribute& attribute) override
     {
-        told(attribute.get_name(), [&] { writer_(static_cast<VxCamera&>(*device), attribute); });
+        auto& camera = static_cast<VxCamera&>(*device);
+        told(attribute.get_name(), [&] {
+            try {
+                writer_(camera, attribute);
+            } catch (const Error& error) {
+                camera.noteFailedWrite(error);
+                throw;
+            }
+        });
     }
 
 private:

@@ -149,6 +149,12 @@ void VxCamera::read_attr_hardware(std::vector<long>& /*attributes*/)
     frame_ = station_->ring().last();
 }
 
+void VxCamera::noteFailedWrite(const Error& error)
+{
+    const bool isMemorised = Tango::Util::instance()->is_svr_starting();
+    if (isMemorised && error.kind() != ErrorKind::NotFound) station_->miss(error);
+}
+
 void VxCamera::requireDeliverable(const Frame& frame) const
 {
     if (!frame.complete() && !settings_.deliverIncomplete) throw IncompleteFrame(frame);

@@ -51,6 +51,8 @@ public:
     // such.
     void requireDeliverable(const Frame& frame) const;
     int arrayVersion() const { return arrayVersion_; }
+    // Nobody hears of the write of a memorised value while the server starts: the state tells it.
+    void noteFailedWrite(const Error& error);
 
     // The attributes and names of properties that the device property Keyed names, see
     // property_attributes.cpp.

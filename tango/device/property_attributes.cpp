@@ -267,6 +267,7 @@ void addPropertyAttributes(Attributes* attributes)
 
 void VxCamera::addKeyed(const std::vector<std::string>& names)
 {
+    std::string wrong;
     for (const std::string& text : names) {
         try {
             const PropertyName name = findProperty(text);
@@ -276,10 +277,11 @@ void VxCamera::addKeyed(const std::vector<std::string>& names)
                                             std::string(name.property->name) + ":" + key,
                                             name.property->tangoName() + key));
         } catch (const Error& error) {
-            station_->complain(
-                Error(error.kind(), "device property Keyed: " + std::string(error.what())));
+            wrong += (wrong.empty() ? "" : "; ") + std::string(error.what());
         }
     }
+    if (wrong.empty()) return;
+    station_->complain(Error(ErrorKind::Usage, "device property Keyed: " + wrong));
 }
 
 } // namespace vxcam

@@ -313,6 +313,14 @@ class Targets(unittest.TestCase):
                 work()
             self.assertEqual("VxCamera_NotFound", reason(caught.exception))
 
+    def test_a_target_that_is_none_says_what_to_do(self):
+        server = Server("host")
+        self.addCleanup(server.end)
+        device = server.device()
+        wait_state(device, tango.DevState.FAULT)
+        self.assertIn("target 'host': write HOST:PORT", device.status())
+        self.assertIn("Set the device property Target, then call Init", device.status())
+
     def test_settings_wait_for_a_camera_that_comes_later(self):
         port = free_port()
         server = Server("127.0.0.1:%d" % port)

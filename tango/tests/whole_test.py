@@ -245,6 +245,61 @@ class HundredFrames(WithServer):
             return False
 
 
+class AnotherCamera(WithServer):
+    """What was memorised, and a camera that does not take all of it."""
+
+    def setUp(self):
+        super().setUp()
+        for i in range(2, 8):  # which take the time in which the camera is opened
+            info = tango.DbDevInfo()
+            info.server, info._class, info.name = "VxCamera/test", "VxCamera", "lab/camera/%d" % i
+            tango.Database().add_device(info)
+            self.addCleanup(tango.Database().delete_device, info.name)
+
+    def restart(self, is_camera_first):
+        port = self.camera.port
+        self.server.end()
+        self.camera.end()
+        if is_camera_first:
+            self.camera = Camera(sensor="32x24", port=port)
+        self.server.start()
+        if not is_camera_first:
+            self.camera = Camera(sensor="32x24", port=port)
+
+    def test_tells_what_is_not_set_as_before(self):
+        for is_camera_first in (True, False):
+            with self.subTest(is_camera_first=is_camera_first):
+                self.device.Area = "0,0,20,10"
+                self.device.Gain = 3
+                known = tango.Database()
+                known.put_device_attribute_property(DEVICE, {"Area": {"__value": ["40,30,20,10"]}})
+                self.restart(is_camera_first)
+                wait_state(self.device, tango.DevState.FAULT)
+                wait_for(lambda: "not set as before: area: reaches beyond" in self.device.status(),
+                         "the area to be told: " + self.device.status())
+                self.assertEqual(3, self.device.Gain)
+                self.device.Grab()
+                self.assertEqual(tango.DevState.ON, wait_end(self.device))
+                self.assertEqual((24, 32), self.device.image.shape)
+
+
+class NoCamera(WithServer):
+    def test_is_tried_again_as_often_as_the_status_says(self):
+        port = self.camera.port
+        self.camera.end()
+        self.device.Init()
+        wait_state(self.device, tango.DevState.OFF)
+        self.assertIn("It is tried again every 0.5 s.", self.device.status())
+        self.camera = Camera(port=port)
+        wait_state(self.device, tango.DevState.ON, seconds=4)
+
+    def test_properties_that_there_are_not_are_told_together(self):
+        tango.Database().put_device_property(DEVICE, {"Keyed": ["nix:1", "gpio:3", "register"]})
+        self.device.Init()
+        self.assertIn("nix", self.device.LastError)
+        self.assertIn("write register:ADDRESS", self.device.LastError)
+
+
 class Events(WithServer):
     def test_of_an_end_comes_behind_that_of_the_state(self):
         told = []
