@@ -17,6 +17,7 @@ using namespace vxcam;
 namespace {
 
 constexpr int kCameras = 16;
+constexpr int kRows = 48, kColumns = 80;
 
 double setting(const char* name, double fallback)
 {
@@ -24,7 +25,7 @@ double setting(const char* name, double fallback)
     return text != nullptr ? atof(text) : fallback;
 }
 
-const std::array<const char*, 36> kFaults = {
+const std::array<const char*, 38> kFaults = {
     "missing-packet:packet=5,chance=0.2,times=0",
     "duplicate-packet:packet=9,chance=0.2,times=0,count=2",
     "reorder:packet=13,chance=0.2,times=0,count=3",
@@ -56,6 +57,8 @@ const std::array<const char*, 36> kFaults = {
     "no-last-frame:chance=0.002",
     "endless:chance=0.01,times=0",
     "reboot:chance=0.0002,times=0,seconds=0.3",
+    "reboot-resized:chance=0.0002,times=0,seconds=0.2,rows=64,columns=56",
+    "reboot-resized:chance=0.0001,times=0,seconds=0.2,rows=40,columns=96",
     "error-storm:chance=0.0005,times=0,count=30",
     "heartbeat-stop:id=0x69,chance=0.05,times=0,seconds=0.5",
     "cooler-failure:chance=0.001",
@@ -66,8 +69,9 @@ const std::array<const char*, 36> kFaults = {
 struct Totals {
     uint64_t openings = 0, readouts = 0, questions = 0, unanswered = 0, faults = 0;
     uint64_t asked = 0, complete = 0, incomplete = 0, never = 0; // frames
-    std::array<uint64_t, 8> ends{};                              // of readouts, by ReadoutEnd
-    std::array<uint64_t, 9> errors{};                            // by ErrorKind
+    uint64_t resized = 0;             // complete ones of another sensor than the first one
+    std::array<uint64_t, 8> ends{};   // of readouts, by ReadoutEnd
+    std::array<uint64_t, 9> errors{}; // by ErrorKind
 
     void add(const Totals& more)
     {
@@ -113,8 +117,8 @@ public:
     Soaker(uint64_t seed, Clock::time_point end) : random_(seed), end_(end)
     {
         tsSimOptions options;
-        options.rows = 48;
-        options.columns = 80;
+        options.rows = kRows;
+        options.columns = kColumns;
         options.seed = options.faultSeed = seed;
         options.heartbeatSeconds = 0.1;
         options.faults = ParseSimFaults(someFaults());
@@ -221,6 +225,10 @@ private:
         }
         const auto* bytes = static_cast<const Bytef*>(frame.data());
         const auto check = static_cast<uint32_t>(crc32(0, bytes, static_cast<uInt>(frame.bytes())));
+        if (frame.facts().sensor != Size{kColumns, kRows}) ++totals_.resized;
+        EXPECT_EQ(frame.facts().area.size(), frame.facts().sensor);
+        EXPECT_EQ(frame.bytes(),
+                  size_t(frame.rows()) * size_t(frame.columns()) * size_t(frame.bits() / 8));
         EXPECT_TRUE(waitUntil([&] { return sent_.has(check); }))
             << "frame " << frame.facts().number << " of readout " << frame.facts().readout;
         return true;
@@ -281,8 +289,10 @@ void print(const Totals& totals)
     std::printf("openings %llu, readouts %llu, questions %llu (%llu unanswered), faults %llu\n",
                 n(totals.openings), n(totals.readouts), n(totals.questions), n(totals.unanswered),
                 n(totals.faults));
-    std::printf("frames: asked %llu, complete %llu, incomplete %llu, never came %llu\n",
-                n(totals.asked), n(totals.complete), n(totals.incomplete), n(totals.never));
+    std::printf("frames: asked %llu, complete %llu (%llu of another sensor), incomplete %llu, "
+                "never came %llu\n",
+                n(totals.asked), n(totals.complete), n(totals.resized), n(totals.incomplete),
+                n(totals.never));
     for (size_t i = 0; i < totals.ends.size(); ++i) {
         std::printf("%s %llu, ", nameOf(static_cast<ReadoutEnd>(i)), n(totals.ends[i]));
     }
@@ -308,6 +318,7 @@ TEST(KitSoak, EveryFrameEndsInOneWayAndIsWhatWasSentOrMarked)
     EXPECT_EQ(totals.asked, totals.complete + totals.incomplete + totals.never);
     EXPECT_GT(totals.complete, 0u);
     EXPECT_GT(totals.incomplete, 0u);
+    EXPECT_GT(totals.resized, 0u);
     EXPECT_GT(totals.ends[static_cast<size_t>(ReadoutEnd::LinkLost)], 0u);
     EXPECT_GT(totals.ends[static_cast<size_t>(ReadoutEnd::TimedOut)], 0u);
     EXPECT_EQ(CountDescriptors(), descriptors);
