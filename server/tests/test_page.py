@@ -532,15 +532,15 @@ class Values(InBrowser):
     WRITTEN = """(() => {
       window.written = [];
       CanvasRenderingContext2D.prototype.fillText = function(text, x, y) {
-        if (this.canvas.id === 'values') written.push([text, x / devicePixelRatio, y / devicePixelRatio]);
+        if (this.canvas.id === 'values') written.push([text, x / devicePixelRatio, y / devicePixelRatio, this.fillStyle]);
       };
     })()"""
 
     def written(self):
-        """[text, x, y] of each value that is to be seen: its middle on the screen."""
+        """[text, x, y, ink] of each value that is to be seen: its middle on the screen."""
         return self.browser.run("""(() => {
           const {left, top} = document.getElementById('values').getBoundingClientRect();
-          return document.getElementById('values').hidden ? [] : written.map(([text, x, y]) => [text, left + x, top + y]);
+          return document.getElementById('values').hidden ? [] : written.map(([text, x, y, ink]) => [text, left + x, top + y, ink]);
         })()""")
 
     def test_values_are_written_into_pixels_that_are_large_enough(self):
@@ -564,7 +564,7 @@ class Values(InBrowser):
         told = [each for each in self.written() if box[0] < each[1] < box[2] and box[1] < each[2] < box[3]]
         self.assertGreater(len(told), 400)
         rows = {}
-        for at, (text_, x, y) in enumerate(told):
+        for at, (text_, x, y, _) in enumerate(told):
             if at % 37 and y in rows:
                 continue
             self.browser.mouse("mouseMoved", x, y)
@@ -576,6 +576,14 @@ class Values(InBrowser):
         self.assertEqual(set(range(min(rows.values()), max(rows.values()) + 1)) - set(rows.values()), set(missing))
         self.browser.press("f")
         self.assertEqual(self.written(), [])
+
+    def test_values_are_dark_on_what_is_bright(self):
+        self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "5,8192,49152,8"})
+        self.browser.run("document.getElementById('stretch').value = 'full'; " + self.WRITTEN)
+        self.expose()
+        for key in "1+++++":
+            self.browser.press(key)
+        self.assertEqual({(told, ink) for told, _, _, ink in self.written()}, {("8192", "#ffffff"), ("49152", "#000000")})
 
 
 class Crowded(InBrowser):

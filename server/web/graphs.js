@@ -46,7 +46,7 @@ class Graph {
   constructor(place, {x, axisX, axisY, scale = {}, lines, draw = []}) {
     this.place = place;
     this.plot = new uPlot({
-      width: 300, height: 112, padding: [8, null, 0, axisY ? 0 : 10],
+      width: 300, height: 112, padding: [8, null, 0, axisY ? 0 : 28], // where its first number may lie
       legend: {markers: {stroke: (plot, at) => `var(--${lines[at - 1].colour})`, fill: () => 'none'}},
       cursor: {drag: {x: false, y: false}, y: false, points: {size: 6}},
       scales: {x: {time: false}, y: scale},

@@ -195,7 +195,7 @@ function showMeasured() {
 }
 
 view.onDraw = () => {
-  writeValues(at('values'), newest, view.placing(), at('image'));
+  writeValues(at('values'), view.frame, view.placing(), at('image'));
   wantPanel();
   showRing();
   showMeasured();

@@ -7,6 +7,11 @@ const kFull = colour(255, 64, 51), kStripe = colour(217, 26, 191), kGap = colour
 const kSteps = 4096; // of values with 32 bits between black and white
 
 const bent = (part, bend) => bend > 0 ? Math.asinh(part * bend) / Math.asinh(bend) : part;
+// How bright a value is drawn, 0 to 1.
+export function levelOf(value, {black, white, bend}) {
+  return bent(Math.min(1, Math.max(0, (value - black) / (white - black))), bend);
+}
+
 const grey = part => {
   const level = Math.round(255 * Math.min(1, Math.max(0, part)));
   return colour(level, level, level);
