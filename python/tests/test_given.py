@@ -45,8 +45,12 @@ class Stage:
         self.sequence = vxcam.Sequence(plan)
         self.camera.cooler.ramp_to(-20, rate=0.01)
         self.simulator = vxcam.Simulator((64, 48))
+        with vxcam.Capture(folder / "run.vxw") as self.capture, vxcam.Camera(self.simulator, capture=self.capture):
+            pass
+        self.replay = vxcam.Replay(folder / "run.vxw")
         self.usual = {"path": folder / "two.raw", "name": "gain", "value": 1, "target": SMALL, "plan": plan,
-                      "frame": self.frame, "profile": "{}", "handler": print, "fault": "half-open"}
+                      "frame": self.frame, "profile": "{}", "handler": print, "fault": "half-open",
+                      "bias": [self.frame] * 2, "flats": [[self.frame] * 2] * 2}
 
     def astream(self, **given):
         async def first():
@@ -63,6 +67,7 @@ class Stage:
 
     def close(self):
         self.recorder.finish()
+        self.replay.close()
         self.simulator.close()
         self.camera.close()
 
@@ -77,10 +82,12 @@ def stage(tmp_path_factory):
 # Each with what it is called on, and what of it cannot be called.
 OWNERS = {
     vxcam.Camera: lambda stage: stage.camera,
+    vxcam.Capture: lambda stage: stage.capture,
     vxcam.Cooler: lambda stage: stage.camera.cooler,
     vxcam.Frame: lambda stage: stage.frame,
     vxcam.Settings: lambda stage: stage.frame.settings,
     vxcam.Recorder: lambda stage: stage.recorder,
+    vxcam.Replay: lambda stage: stage.replay,
     vxcam.Sequence: lambda stage: stage.sequence,
     vxcam.Simulator: lambda stage: stage.simulator,
     vxcam.Stream: None,
@@ -91,7 +98,7 @@ MAPPING = {"get", "keys", "values", "items"}
 
 def functions():
     """Name, what gets it of the stage, and the function, of all that is public and has arguments."""
-    for name in ("verify", "discover"):
+    for name in ("verify", "discover", "decode", "photon_transfer"):
         yield name, (lambda stage, name=name: getattr(vxcam, name)), getattr(vxcam, name)
     for owner, of in OWNERS.items():
         if owner not in (vxcam.Cooler, vxcam.Settings, vxcam.Frame, vxcam.Stream):

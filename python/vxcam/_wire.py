@@ -126,9 +126,10 @@ class Replay(Scope):
         rate = _given.real("speed", speed)
         if rate != 0 and not _LEAST_SPEED <= rate <= _MOST_SPEED:
             _given.refuse("speed", speed, f"0, or a number from {_LEAST_SPEED:g} to {_MOST_SPEED:.0f}")
+        place = _given.whole("port", port, 0, 65535)
+        which, again = _given.whole("camera", camera, 0, 255), _given.flag("loop", loop)
         os.stat(self._path)  # raises what is the matter with a name
-        self._core = _vxcam.Replay(self._path, _given.whole("port", port, 0, 65535), rate,
-                                   _given.whole("camera", camera, 0, 255), _given.flag("loop", loop))
+        self._core = _vxcam.Replay(self._path, place, rate, which, again)
 
     @property
     def target(self) -> str:
