@@ -7,6 +7,8 @@
 #include <vxcamkit/sequence.h>
 #include <vxcamkit/stream.h>
 
+#include <cerrno>
+
 namespace vxcam::py {
 
 namespace python = pybind11;
@@ -22,9 +24,44 @@ python::tuple toPython(const std::vector<SequenceMistake>& mistakes)
     return python::tuple(result);
 }
 
+bool endsWith(const std::string& text, const std::string& end)
+{
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// What to do about it, where that is the same for all of the kind.
+std::string adviceFor(const Error& error)
+{
+    const std::string text = error.what();
+    switch (error.kind()) {
+    case ErrorKind::NotFound:
+        return "; is it on, and is that the right place? vxcam.discover() looks for cameras";
+    case ErrorKind::Busy:
+        return "; end the program that uses it, or wait until it has ended";
+    case ErrorKind::Timeout:
+        return endsWith(text, "?") ? "" : "; is it a camera, and is it still there?";
+    case ErrorKind::LinkLost:
+        return "; wait_for_link() waits until it is there again";
+    case ErrorKind::Camera:
+        return error.code() != 0 ? "; flight() of the camera tells what went before" : "";
+    case ErrorKind::Incomplete:
+        return "; .frame of this error is what came, another grab() a whole one";
+    case ErrorKind::Aborted:
+        return endsWith(text, "the camera is closed") ? "; open it anew" : "";
+    case ErrorKind::File:
+        return error.code() == EEXIST && endsWith(text, "exists already")
+                   ? "; give another name, or overwrite=True"
+                   : "";
+    case ErrorKind::Usage:
+        break;
+    }
+    return "";
+}
+
 python::object raised(const Error& error)
 {
-    const python::str text = textToPython(error.what());
+    const python::str text = textToPython(error.what() + adviceFor(error));
     if (error.kind() == ErrorKind::File) {
         const python::object type = python::module_::import("builtins").attr("OSError");
         return error.code() != 0 ? type(error.code(), text) : type(text);

@@ -115,7 +115,7 @@ def test_waiting_for_the_cooler_of_a_closed_camera_says_that_it_is_closed(camera
 def test_a_file_that_is_there_is_no_error_of_the_camera(camera, tmp_path):
     frame = camera.grab()
     frame.to_fits(tmp_path / "a.fits")
-    with pytest.raises(FileExistsError, match="a.fits: exists already$"):
+    with pytest.raises(FileExistsError, match="a.fits: exists already; give another name, or overwrite=True$"):
         frame.to_fits(tmp_path / "a.fits")
     with pytest.raises(FileNotFoundError):
         frame.to_fits(tmp_path / "none" / "a.fits")
@@ -165,7 +165,7 @@ def test_events_reach_the_log(caplog):
 
 
 def test_an_unknown_property_is_told_with_what_was_meant(camera):
-    with pytest.raises(vxcam.UsageError, match="unknown property 'gian', did you mean gain"):
+    with pytest.raises(vxcam.UsageError, match="^sim.*: unknown property 'gian', did you mean gain"):
         camera.set("gian", 1)
     with pytest.raises(vxcam.UsageError, match=r"list\(camera.properties\) has all$"):
         camera.get("xyzzy")
@@ -210,3 +210,76 @@ def test_a_camera_opens_in_a_folder_that_is_gone(tmp_path, monkeypatch):
             assert camera.grab(exposure=0.01).complete
     finally:
         monkeypatch.chdir(tmp_path)
+
+
+# ---- What failures say: what was tried, on which camera, what happened, and what to do.
+
+
+@pytest.fixture
+def failing(simulator, tmp_path, monkeypatch):
+    """Has each kind of failure happen: by its kind, the call, its class, and words of it."""
+    monkeypatch.chdir(tmp_path)
+    target, nowhere = simulator.target, f"127.0.0.1:{free_port()}"
+
+    def opened(use, at=target, fault=None):
+        with vxcam.Camera(at) as camera:
+            if fault is not None:
+                simulator.inject(fault)
+            use(camera)
+
+    def closed(use):
+        with vxcam.Camera(target) as camera:
+            pass
+        use(camera)
+
+    def busy():
+        with vxcam.Camera(target):
+            vxcam.Camera(target)
+
+    def aborted(camera):
+        stream = camera.stream(exposure=1000)
+        camera.abort()
+        next(stream)
+
+    def twice(camera):
+        for _ in range(2):
+            camera.grab(exposure=0.01).to_fits("a.fits")
+
+    return {
+        "not-found": (lambda: vxcam.Camera(nowhere), vxcam.NotFoundError, nowhere, "no camera answers", "discover()"),
+        "busy": (busy, vxcam.BusyError, target, "serves somebody else", "end the program"),
+        "time-out": (lambda: opened(lambda camera: camera.grab(exposure=1000, timeout=0.2)), vxcam.CameraTimeout,
+                     target, "no frame", "still there?"),
+        "link-lost": (lambda: opened(lambda camera: camera.grab(exposure=0.01), fault="reset:packet=20"), vxcam.LinkLost,
+                      target, "lost during the readout", "wait_for_link()"),
+        "camera-error": (lambda: opened(lambda camera: camera.set("gain", 9)), vxcam.CameraError, target,
+                         "SetGain refused: gain 9 is above 7", "flight()"),
+        "incomplete": (lambda: opened(lambda camera: camera.grab(exposure=0.01), fault="missing-packet:packet=20"),
+                       vxcam.IncompleteFrame, target, "1 of 48 packets", ".frame"),
+        "aborted": (lambda: opened(aborted), vxcam.Aborted, target, "the readout was aborted", ""),
+        "closed": (lambda: closed(lambda camera: camera.gain), vxcam.Aborted, target, "is closed", "open it anew"),
+        "closed cooler": (lambda: closed(lambda camera: camera.cooler.ramp_to(0)), vxcam.Aborted, target, "is closed",
+                          "open it anew"),
+        "closed events": (lambda: closed(lambda camera: camera.on_event(print)), vxcam.Aborted, target, "is closed",
+                          "open it anew"),
+        "usage": (lambda: opened(lambda camera: camera.set("gain", "x")), vxcam.UsageError, target, "gain 'x'", "write a whole"),
+        "usage name": (lambda: opened(lambda camera: camera.get("gian")), vxcam.UsageError, target, "'gian'", "gain?"),
+        "usage read-only": (lambda: opened(lambda camera: setattr(camera, "ccd_temp", 1)), vxcam.AccessError, target,
+                            "'ccd-temp'", "only be read"),
+        "usage plan": (lambda: opened(lambda camera: camera.grab(bits=12)), vxcam.UsageError, target, "bits 12", "8 or 16"),
+        "file": (lambda: opened(twice), FileExistsError, "a.fits", "exists already", "overwrite=True"),
+        "file record": (lambda: opened(lambda camera: camera.record("none/a.h5", frames=1)), FileNotFoundError,
+                        "none/a.h5", "there is no folder", "none"),
+        "cooler": (lambda: opened(lambda camera: camera.cooler.wait()), vxcam.UsageError, target, "nothing to wait for",
+                   "ramp_to()"),
+    }
+
+
+def test_each_failure_says_what_was_tried_where_and_what_to_do(failing):
+    assert {kind.partition(" ")[0] for kind in failing} >= set(_vxcam.error_classes)
+    for kind, (call, its_class, *words) in failing.items():
+        with pytest.raises(its_class) as caught:
+            call()
+        text = str(caught.value)
+        assert all(word in text for word in words), f"{kind}: {text}"
+        assert text.startswith(words[0]) or isinstance(caught.value, OSError), f"{kind}: {text}"

@@ -11,7 +11,7 @@ from typing import Any, NoReturn, Optional, Protocol, Union
 
 from . import _events, _given, _vxcam
 from ._cooler import Cooler, Seconds
-from ._errors import IncompleteFrame, UsageError
+from ._errors import Aborted, IncompleteFrame, UsageError
 from ._events import Handler, Subscription
 from ._facts import Header
 from ._frame import Frame
@@ -147,7 +147,7 @@ class Camera(CameraProperties, Measuring, Scope):
 
         The same as the attribute, which is called `target_temp` where the property is "target-temp".
         """
-        name = known_name(name)
+        name = known_name(name, self._target)
         return shown(name, self._core.get(name))
 
     def set(self, name: str, value: Any) -> Any:
@@ -155,14 +155,14 @@ class Camera(CameraProperties, Measuring, Scope):
 
         Raises UsageError for a name or a value that there is not, before anything is sent.
         """
-        name = known_name(name)
-        with _given.told_as_given(name, value):
+        name = known_name(name, self._target)
+        with _given.told_as_given(self._target, name, value):
             return shown(name, self._core.set(name, value))
 
     def check(self, name: str, value: Any) -> Any:
         """The value in the form that the property has. Raises UsageError as set() does; sends nothing."""
-        name = known_name(name)
-        with _given.told_as_given(name, value):
+        name = known_name(name, self._target)
+        with _given.told_as_given(self._target, name, value):
             return shown(name, self._core.checked(name, value))
 
     @property
@@ -339,6 +339,8 @@ class Camera(CameraProperties, Measuring, Scope):
         """
         _given.handler("handler", handler)
         self._core.own()
+        if self.closed:
+            raise Aborted(f"{self._target}: the camera is closed, and tells nothing any more; open it anew")
         self._listener.hear_heartbeats()
         return self._line.add(self._number, handler)
 
@@ -428,7 +430,7 @@ class Camera(CameraProperties, Measuring, Scope):
 
     def __enter__(self) -> Camera:
         if self.closed:
-            raise UsageError(f"{self._target}: the camera is closed")
+            raise UsageError(f"{self._target}: the camera is closed; open it anew")
         return self
 
     def _leave(self, error: Optional[BaseException]) -> None:

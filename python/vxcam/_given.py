@@ -36,14 +36,17 @@ def refuse_type(name: str, value: object, wanted: str) -> NoReturn:
 
 
 @contextmanager
-def told_as_given(name: str, value: object) -> Iterator[None]:
-    """The kit tells values as they are written, None and bools as "none", "on" and "off"."""
+def told_as_given(target: str, name: str, value: object) -> Iterator[None]:
+    """With the camera. The kit tells values as they are written, None and bools as "none", "on" and "off"."""
     try:
         yield
     except UsageError as error:
+        text = str(error)
         if type(error) is UsageError and (value is None or isinstance(value, bool)):
-            raise UsageError(f"{name}: {value} is not possible: {error}") from None
-        raise
+            text = f"{name}: {value} is not possible: {text}"
+        if text.startswith(target):
+            raise
+        raise type(error)(f"{target}: {text}") from None
 
 
 def whole(

@@ -203,12 +203,12 @@ def table_name(name: str) -> str:
     return base.replace("_", "-") + colon + key
 
 
-def known_name(name: str) -> str:
-    """The same of a name that the table has; raises UsageError for another one."""
+def known_name(name: str, target: str) -> str:
+    """The same of a name that the table has; raises UsageError, which names the camera, for another one."""
     name = table_name(name)
     base = name.partition(":")[0]
     if base not in properties:
         near = difflib.get_close_matches(base, properties)
         hint = f", did you mean {', '.join(near)}?" if near else ": list(camera.properties) has all"
-        raise UsageError(f"unknown property '{name}'{hint}")
+        raise UsageError(f"{target}: unknown property '{name}'{hint}")
     return name
