@@ -1,10 +1,13 @@
 """What a frame knows of itself."""
 
+import base64
 import copy
 import fractions
 import gc
+import io
 import os
 import pickle
+import zlib
 from datetime import datetime, timedelta, timezone
 
 import numpy
@@ -269,3 +272,55 @@ def test_a_card_that_cannot_be_is_refused_by_its_name(camera, tmp_path, value):
     with pytest.raises(vxcam.UsageError, match="header: AIRMASS"):
         camera.grab().to_fits(tmp_path / "a.fits", header={"AIRMASS": value})
     assert not os.listdir(tmp_path)
+
+
+@pytest.fixture(params=[{"bits": 8}, {"bits": 16}, {"binning": 2}], ids=["8 bits", "16 bits", "binned"])
+def sent(request):
+    """A frame of each kind of pixels, and what the simulated camera sent."""
+    with vxcam.Simulator((64, 48), scale=50) as simulator, vxcam.Camera(simulator) as camera:
+        frame = camera.grab(exposure=1, **request.param)
+        yield frame, simulator.frames[-1]
+
+
+def test_astropy_has_the_pixels_that_were_sent(sent, tmp_path):
+    fits = pytest.importorskip("astropy.io.fits")
+    frame, truth = sent
+    hdu, data = frame.to_hdu(header={"OBJECT": "M31"}), frame.to_ccddata()
+    frame.to_fits(tmp_path / "a.fits")
+    for pixels in (hdu.data, data.data, fits.getdata(tmp_path / "a.fits")):
+        assert pixels.shape == frame.shape == (truth.rows, truth.columns)
+        assert int(pixels.sum(dtype="uint64")) == truth.sum == frame.sum
+        little = pixels.astype({8: "<u1", 16: "<u2", 32: "<u4"}[frame.bits])
+        assert zlib.crc32(little.tobytes()) == truth.crc
+    assert hdu.header["OBJECT"] == "M31" and hdu.header["EXPTIME"] == frame.exposure == 1
+    assert str(data.unit) == "adu" and data.mask is None and data.meta["EXPTIME"] == 1
+    data.data[:] = 0  # a copy
+    assert frame.sum == truth.sum
+
+
+def test_rows_that_are_missing_are_masked_for_astropy():
+    pytest.importorskip("astropy.nddata")
+    with vxcam.Camera(SMALL + "&fault=missing-packet:packet=20") as camera:
+        with pytest.raises(vxcam.IncompleteFrame) as caught:
+            camera.grab(exposure=0.01)
+    frame = caught.value.frame
+    mask = frame.to_ccddata().mask
+    assert frame.missing_rows == (19,) and mask[19].all() and mask.sum() == 64
+
+
+@pytest.mark.parametrize("sensor, shown", [((64, 48), (64, 48)), ((3000, 1500), (1000, 500)), ((1024, 1025), (512, 512))])
+def test_a_frame_shows_itself_as_a_picture(sensor, shown):
+    image = pytest.importorskip("PIL.Image")
+    with vxcam.Camera("sim?sensor={}x{}&scale=1000".format(*sensor)) as camera:
+        frame = camera.grab(exposure=2)
+    picture = image.open(io.BytesIO(frame._repr_png_()))
+    picture.load()
+    assert picture.format == "PNG" and picture.mode == "L" and picture.size == shown
+    grays = numpy.asarray(picture)
+    # It shows what is there: where the frame is bright, so is the picture.
+    brightest = numpy.unravel_index(frame.array.argmax(), frame.shape)
+    step = sensor[0] // shown[0]
+    row, column = (min(place // step, most - 1) for place, most in zip(brightest, grays.shape))
+    assert grays[row, column] > grays.mean() + 50 and grays.std() > 1
+    whole = base64.b64encode(frame._repr_png_()).decode()
+    assert whole in frame._repr_html_()

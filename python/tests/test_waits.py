@@ -13,6 +13,8 @@ from conftest import SMALL, Silent, run_python, wait_until
 
 # So much later than the signal the wait has to be over: what is promised.
 PROMISED = 0.2
+# Where what is waited for would take much longer.
+GENEROUS = 2
 
 
 @pytest.fixture
@@ -50,6 +52,34 @@ def test_ctrl_c_ends_a_stream(camera):
     assert interrupted(lambda: next(stream)) < PROMISED
     assert stream.end == "aborted"
     assert camera.grab(exposure=0.01).complete
+
+
+@pytest.mark.parametrize("wait", ["record", "record for a time", "flat_exposure", "photon_transfer"])
+def test_ctrl_c_ends_what_takes_frames_and_aborts_the_readout(camera, tmp_path, wait):
+    camera.trigger_mode = "frame"  # which never comes
+    waits = {"record": lambda: camera.record(tmp_path / "a.h5"),
+             "record for a time": lambda: camera.record(tmp_path / "a.h5", seconds=3600),
+             "flat_exposure": camera.flat_exposure,
+             "photon_transfer": camera.photon_transfer}
+    assert interrupted(waits[wait]) < GENEROUS
+    assert camera.statistics.frames_complete == 0 and not list(tmp_path.iterdir())
+    camera.trigger_mode = "off"
+    assert camera.grab(exposure=0.01).complete
+
+
+def test_ctrl_c_ends_the_wait_for_a_replay(simulator, tmp_path):
+    with vxcam.Capture(tmp_path / "a.vxw") as capture, vxcam.Camera(simulator, capture=capture):
+        pass
+    with vxcam.Replay(tmp_path / "a.vxw") as replay:
+        assert interrupted(replay.wait) < GENEROUS
+
+
+def test_ctrl_c_ends_the_wait_for_a_link():
+    simulator = vxcam.Simulator((64, 48))
+    with vxcam.Camera(simulator) as camera:
+        simulator.close()
+        assert wait_until(lambda: camera.statistics.connections_lost == 1)
+        assert interrupted(lambda: camera.wait_for_link(3600)) < GENEROUS
 
 
 def test_ctrl_c_ends_the_opening_of_a_silent_peer(silent):
