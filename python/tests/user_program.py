@@ -40,7 +40,28 @@ def take(target: str) -> float:
         for one in camera.stream(frames=3, buffers=4, when_full="drop"):
             total += one.sum
         camera.cooler.ramp_to(-20, rate=2)
+        sharpness: Optional[float] = frame.measures.hfd
+        print(sharpness, [star.elongation for star in frame.stars()])
         return total / frame.statistics.mean
+
+
+def measured(target: str) -> float:
+    with vxcam.Camera(target) as camera:
+        exposure: float = camera.flat_exposure(0.5, longest=600).exposure
+        found: vxcam.PhotonTransfer = camera.photon_transfer(4, (exposure / 10, timedelta(seconds=exposure)))
+        well: Optional[float] = found.full_well
+        return found.gain + (well or 0)
+
+
+def again(folder: str) -> int:
+    path = os.path.join(folder, "run.vxw")
+    with vxcam.Capture(path) as capture, vxcam.Camera("sim?sensor=8x8&scale=50", capture=capture) as camera:
+        total = camera.grab(exposure=0.01).sum
+        record: vxcam.Record = camera.record(os.path.join(folder, "a.raw"), seconds=timedelta(seconds=0.2), exposure=0)
+    with vxcam.Replay(path, speed=0) as replay, vxcam.Camera(replay) as camera:
+        assert camera.grab(exposure=0.01).sum == total
+    names: list[str] = [event.name for event in vxcam.decode(path) if event.sent]
+    return len(names) + record.frames
 
 
 async def watch(camera: vxcam.Camera) -> int:
@@ -79,7 +100,8 @@ def main() -> None:
         except vxcam.CameraError as error:
             print(error.code, error.sub_code)
     with tempfile.TemporaryDirectory() as folder:
-        print(night(folder))
+        print(night(folder), again(folder))
+    print(measured("sim?sensor=64x64&scale=10000"))
     print([found.target for found in vxcam.discover()])
 
 
