@@ -14,6 +14,8 @@ namespace vxcam {
 
 namespace {
 
+constexpr size_t kLongestText = 30000; // bytes
+
 std::string quoted(const std::string& name)
 {
     return "'" + name + "'";
@@ -69,14 +71,42 @@ void requirePlace(const Given& given, const char* folder, const char* name)
     }
 }
 
-// What no XML may hold would end the connections of those clients that look.
-void requireCharacters(const char* name, const std::string& text)
+// As those who read XML see it: each character in its shortest form, none of them half a pair.
+bool isUnicode(const std::string& text)
+{
+    const auto byteAt = [&](size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+    };
+    for (size_t i = 0; i < text.size();) {
+        const unsigned first = byteAt(i++);
+        const int more = first < 0x80 ? 0 : first < 0xE0 ? 1 : first < 0xF0 ? 2 : 3;
+        unsigned code = more == 0 ? first : first & (0x3FU >> unsigned(more));
+        for (int k = 0; k < more; ++k) {
+            if ((byteAt(i) & 0xC0U) != 0x80) return false;
+            code = code << 6U | (byteAt(i++) & 0x3FU);
+        }
+        static constexpr unsigned least[] = {0, 0x80, 0x800, 0x10000};
+        const bool isHalf = code >= 0xD800 && code < 0xE000;
+        if (code < least[more] || code > 0x10FFFF || isHalf || first > 0xF4) return false;
+        if (first >= 0x80 && first < 0xC2) return false;
+    }
+    return true;
+}
+
+// What no XML may hold would end the connections of those clients that look; longer texts than that
+// run over what libindi has for them.
+void requireText(const char* name, const std::string& text)
 {
     const auto isNone = [](unsigned char c) {
         return c < ' ' && c != '\t' && c != '\n' && c != '\r';
     };
-    if (!std::any_of(text.begin(), text.end(), isNone)) return;
-    throw Error(ErrorKind::Usage, quoted(name) + ": a text has no control characters");
+    if (std::any_of(text.begin(), text.end(), isNone)) {
+        throw Error(ErrorKind::Usage, quoted(name) + ": a text has no control characters");
+    }
+    if (!isUnicode(text)) throw Error(ErrorKind::Usage, quoted(name) + ": that is no UTF-8");
+    if (text.size() <= kLongestText) return;
+    throw Error(ErrorKind::Usage,
+                quoted(name) + ": a text has " + std::to_string(kLongestText) + " bytes at most");
 }
 
 } // namespace
@@ -231,7 +261,7 @@ bool CcdDevice::ISNewText(const char* device, const char* name, char* texts[], c
         requireElements(property, names, count);
         Given given;
         for (int i = 0; i < count; ++i) {
-            requireCharacters(names[i], texts[i]);
+            requireText(names[i], texts[i]);
             given[names[i]] = Value(texts[i]);
         }
         if (TabProperty* const tabbed = tab_.find(name)) return setFromTab(*tabbed, given);

@@ -162,6 +162,15 @@ class Mishaps(DriverTest):
         told = client.change("UPLOAD_SETTINGS", dict(before, UPLOAD_PREFIX="N\x01_XXX"), "Alert")
         self.assertEqual(told.values, before)
         self.assertIn("control characters", told.messages[-1])
+        header = client.change("FITS_HEADER", {"FITS_OBJECT": "\u00fc \u20ac \U0001f52d"})
+        for wrong in (b"\xfc", b"\xc3", b"M\x80", b"\xc0\xaf", b"\xe0\x80\xaf", b"\xed\xa0\x80",
+                      b"\xf4\x90\x80\x80", b"\xff", b"\xe2\x82"):
+            before = header.updates
+            client.socket.sendall(b"<newTextVector device='VX CCD' name='FITS_HEADER'><oneText "
+                                  b"name='FITS_OBJECT'>" + wrong + b"</oneText></newTextVector>")
+            client.wait(lambda: header.updates > before, "it is refused")
+            self.assertIn("no UTF-8", header.messages[-1], wrong)
+        self.assertEqual(header.values["FITS_OBJECT"], "\u00fc \u20ac \U0001f52d")
 
     def test_an_exposure_goes_on_while_another_one_is_refused(self):
         camera, client = self.connected()
@@ -191,6 +200,15 @@ class Mishaps(DriverTest):
         client = self.connected()[1]
         flags = client.change("READOUT_FLAGS", {"FLAGS": 7.9})
         self.assertEqual(flags.values["FLAGS"], 7)
+
+    def test_texts_have_an_end(self):
+        camera, client = self.connected()
+        client.change("FITS_HEADER", {"FITS_OBJECT": "M" * 30000})
+        for length in (30001, 70000, 1000000):
+            told = client.change("FITS_HEADER", {"FITS_OBJECT": "M" * length}, "Alert")
+            self.assertIn("30000 bytes at most", told.messages[-1])
+            client.change("FITS_HEADER", {"FITS_OBJECT": "M 31"})
+        self.assertEqual(client.expose().fits()[1]["OBJECT"], "M 31")
 
     def test_the_size_of_square_pixels_is_set_alone(self):
         client = self.connected()[1]
