@@ -245,6 +245,10 @@ bool CcdDevice::switchesGiven(const std::string& name, const Given& given)
         modeSP_.setState(IPS_OK);
         modeSP_.apply();
         if (session_.camera()) showBits();
+    } else if (name == "CCD_FAST_TOGGLE" && FastExposureToggleS[INDI_DISABLED].s == ISS_ON &&
+               isOn("INDI_DISABLED")) {
+        FastExposureToggleSP.s = IPS_OK; // INDI's own would end an exposure
+        IDSetSwitch(&FastExposureToggleSP, nullptr);
     } else {
         return false;
     }

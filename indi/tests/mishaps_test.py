@@ -201,6 +201,16 @@ class Mishaps(DriverTest):
         flags = client.change("READOUT_FLAGS", {"FLAGS": 7.9})
         self.assertEqual(flags.values["FLAGS"], 7)
 
+    def test_an_exposure_goes_on_while_a_configuration_is_loaded(self):
+        camera, client = self.connected()
+        client.change("CONFIG_PROCESS", {"CONFIG_SAVE": True})
+        exposure = client.change("CCD_EXPOSURE", {"CCD_EXPOSURE_VALUE": 2}, "Busy")
+        client.change("CONFIG_PROCESS", {"CONFIG_LOAD": True})  # as a client does that has just come
+        client.wait(lambda: any("applied" in told for told in client.messages), "loaded")
+        client.wait(lambda: exposure.state != "Busy", "the end")
+        self.assertEqual(exposure.state, "Ok")
+        self.assert_true_frame(client.blobs[-1], camera, 2)
+
     def test_texts_have_an_end(self):
         camera, client = self.connected()
         client.change("FITS_HEADER", {"FITS_OBJECT": "M" * 30000})
