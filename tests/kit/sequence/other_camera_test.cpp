@@ -49,8 +49,9 @@ protected:
     }
     static bool isBesideOthers(const SequencePlan& night)
     {
+        const auto report = reportOf(night);
         uint64_t bytes = 0;
-        for (const SequenceFile& file : reportOf(night)->files) {
+        for (const SequenceFile& file : report->files) {
             if (bytes != 0 && file.bytes != bytes) return true;
             bytes = file.bytes;
         }
