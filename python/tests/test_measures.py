@@ -75,6 +75,14 @@ def test_photon_transfer_finds_what_the_camera_is(lit):
     assert exposures == sorted(exposures)
 
 
+def test_the_fewest_pairs_are_enough(lit):
+    found = lit.photon_transfer(pairs=6)
+    assert found.gain == pytest.approx(1, rel=0.04) and found.read_noise == pytest.approx(6, rel=0.06)
+    assert found.gain_uncertainty is not None and found.full_well_limit == "converter" and len(found.pairs) == 6
+    given = lit.photon_transfer(pairs=4, exposures=(10, 200))
+    assert given.gain == pytest.approx(1, rel=0.04) and len(given.pairs) == 4
+
+
 def test_photon_transfer_is_found_from_frames_that_are_there(lit):
     lit.gain = 3  # 4 counts for an electron
     bias = list(lit.stream(frames=2, type="bias"))
@@ -117,6 +125,7 @@ def test_a_flat_that_cannot_be_is_refused(lit, given):
 
 
 @pytest.mark.parametrize("given", [{"pairs": 3}, {"pairs": 201}, {"exposures": (1,)}, {"exposures": (2, 1)}, {"exposures": 5},
+                                   {"pairs": 5}, {"exposures": (0, 0)}, {"exposures": (1, "x")}, {"pairs": 3, "exposures": (1, 2)},
                                    {"longest": 0}, {"on_progress": 5}])
 def test_a_photon_transfer_that_cannot_be_is_refused_before_a_frame(lit, given):
     with pytest.raises(vxcam.UsageError):

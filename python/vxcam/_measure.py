@@ -58,6 +58,7 @@ def transfer_of(told: tuple[Any, ...]) -> PhotonTransfer:
     return PhotonTransfer._make((*told[:-1], tuple(TransferPair(*pair) for pair in told[-1])))
 
 
+_FEWEST_PAIRS = 6  # where exposures are found: two are too bright, and three are needed for an uncertainty
 _PAIR = "two frames: (first, second)"
 
 
@@ -132,21 +133,29 @@ class Measuring:
     ) -> PhotonTransfer:
         """Measures gain, read noise and full well, with a steady light before the sensor.
 
-        pairs: exposures, of two frames each, 4 to 200.
+        pairs: exposures, of two frames each, 6 to 200; 4 to 200 where `exposures` are given.
         exposures: seconds: (shortest, longest); not given, from a hundredth of what fills the scale to
-            beyond that, which is found by trying up to `longest` seconds.
+            beyond that, which is found by trying up to `longest` seconds. Two pairs are brighter than
+            the scale then, and do not count for the gain.
         area, timeout: of each frame, as in grab().
         on_progress: called on this thread with what is taken next: "bias", "level", "pair 3/16".
+
+        By default it takes some 14 times the exposure that fills the scale, and the readouts of 40 frames.
 
         vxcam.photon_transfer() does the same with frames that there are. Raises CameraError where the
         light is of no use, UsageError for what cannot be, before anything is taken, and all that grab()
         raises. Ctrl-C ends it as it ends grab().
         """
         wanted = "two times in seconds: the shortest exposure, and the longest one"
-        ends = (0, 0) if exposures is None else tuple(_given.items("exposures", exposures, wanted))
-        if len(ends) != 2:
-            _given.refuse("exposures", exposures, wanted)
+        count = _given.whole("pairs", pairs)
+        ends: tuple[Any, ...] = (0, 0)
+        if exposures is not None:
+            ends = tuple(_given.seconds("exposures", end) for end in _given.items("exposures", exposures, wanted))
+            if len(ends) != 2 or ends[1] == 0:
+                _given.refuse("exposures", exposures, wanted)
+        elif count < _FEWEST_PAIRS:
+            _given.refuse("pairs", pairs, f"{_FEWEST_PAIRS} to 200, or exposures= with 4 and more")
         if on_progress is not None:
             _given.handler("on_progress", on_progress)
         return transfer_of(self._core.photon_transfer(
-            {"area": _given.area(area)}, _given.whole("pairs", pairs), *ends, longest, timeout, on_progress))
+            {"area": _given.area(area)}, count, *ends, longest, timeout, on_progress))
