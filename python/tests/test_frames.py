@@ -6,6 +6,7 @@ import fractions
 import gc
 import io
 import os
+import pathlib
 import pickle
 import zlib
 from datetime import datetime, timedelta, timezone
@@ -156,6 +157,24 @@ def test_a_dark_frame_keeps_the_shutter_closed(camera):
     dark, light = camera.grab(exposure=5, type="dark"), camera.grab(exposure=5)
     assert dark.type == "dark" and light.type == "light"
     assert dark.statistics.mean < light.statistics.mean
+
+
+def test_a_bias_frame_has_no_exposure_and_takes_none(camera):
+    assert camera.grab(type="bias").exposure == 0 == camera.grab(exposure=0, type="bias").exposure
+    for take in (camera.grab, camera.stream, lambda **given: camera.record("never.raw", 1, **given)):
+        with pytest.raises(vxcam.UsageError, match='exposure: 1 is not possible, give none with type="bias"'):
+            take(exposure=1, type="bias")
+    assert camera.exposure == 0.01 and camera.statistics.frames_complete == 2
+
+
+@pytest.mark.parametrize("name", ["b.fits.gz", "B.FITS.GZ", b"b.gz", pathlib.Path("b.gz")])
+def test_a_name_of_a_compressed_file_is_refused(camera, tmp_path, monkeypatch, name):
+    monkeypatch.chdir(tmp_path)
+    frame = camera.grab()
+    for write in (frame.to_fits, frame.to_tiff, frame.to_png):
+        with pytest.raises(vxcam.UsageError, match="(?i)path: .*gz' is not possible, give a name without .gz"):
+            write(name)
+    assert not list(tmp_path.iterdir())
 
 
 def test_what_is_missing_is_told_and_is_zero():

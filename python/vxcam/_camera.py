@@ -70,6 +70,7 @@ def _plan(
     **given: Any,
 ) -> dict[str, Any]:
     pair = _given.binning(binning)
+    _given.no_exposure_of_bias(type, given["exposure"])
     if kind is not None:
         _given.word("kind", kind, _KINDS)
     elif pair is not None:
@@ -209,7 +210,7 @@ class Camera(CameraProperties, Measuring, Scope):
         area: (column, row, columns, rows) of the sensor; what the camera is set to if not given.
         timeout: seconds until the frame has to be there; not given, ten seconds of silence beyond
             the moment when something is due, and any time while a trigger is waited for.
-        type: "light", "dark", "bias" (shutter closed, no exposure) or "flat".
+        type: "light", "dark", "bias" (shutter closed, no exposure, and none may be given) or "flat".
         binning: columns and rows in a bin, or one number for both; kind: "area", "binned",
             "mask-binned" or "as-set"; regions: several areas; mode: the number of the binning table.
             When nothing of this, no area and no bits are given, the frame is binned if the camera's

@@ -297,7 +297,7 @@ class Frame:
         `header` has further cards: {"OBJECT": "M31", "AIRMASS": (1.2, "at the middle")}. The file
         appears under its name when it is whole. Raises FileExistsError for one that is there,
         unless `overwrite`, other OSErrors as they come, and UsageError for a name that ends as those
-        of another kind of file do.
+        of another kind of file do, or in .gz: nothing is compressed here.
         """
         self._write("FITS", path, overwrite, header)
 
@@ -315,7 +315,10 @@ class Frame:
         self._write("PNG", path, overwrite, None)
 
     def _write(self, format: str, path: Path, overwrite: bool, header: Optional[Header]) -> None:
-        self._core.write(format, _given.path("path", path), _given.flag("overwrite", overwrite), software(),
+        name = _given.path("path", path)
+        if name.lower().endswith(".gz"):
+            _given.refuse("path", name, f"a name without .gz: {format} is written as it is, and may be compressed later")
+        self._core.write(format, name, _given.flag("overwrite", overwrite), software(),
                          cards(header))
 
     def to_hdu(self, header: Optional[Header] = None) -> Any:

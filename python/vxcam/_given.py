@@ -88,6 +88,11 @@ def seconds(name: str, value: Any) -> float:
     return number
 
 
+def no_exposure_of_bias(type: Any, exposure: Any) -> None:
+    if type == "bias" and exposure is not None and seconds("exposure", exposure) > 0:
+        refuse("exposure", exposure, 'none with type="bias", or take type="dark"')
+
+
 def flag(name: str, value: Any) -> bool:
     """True or False, also that of NumPy."""
     if not isinstance(value, bool) and getattr(value, "dtype", None) != bool:
