@@ -177,7 +177,7 @@ public:
     std::string target() const;  // as it was opened
     std::string address() const; // where that is: "127.0.0.1:40123"
     Statistics statistics() const;
-    // Camera time by wall-clock time: 1, except for the simulated camera.
+    // Camera time by wall-clock time: 1, except for a simulated camera of this process.
     double timeScale() const;
 
     // Of the C interface (vxcamiface.h), for what it offers beyond; -1 when closed. The kit has the

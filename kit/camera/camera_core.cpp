@@ -35,7 +35,7 @@ CameraCore::~CameraCore()
 
 double CameraCore::timeScale() const
 {
-    return target_.kind == Target::Kind::Simulator ? target_.simulator.timeScale : 1.0;
+    return witness_ ? witness_->timeScale() : 1.0;
 }
 
 tsStatistics CameraCore::figures() const

@@ -203,6 +203,7 @@ private:
     const Capture capture_;
     uint8_t captured_ = 0; // the camera's number in it
     std::unique_ptr<Simulator> simulator_;
+    std::shared_ptr<SimulatorWitness> witness_; // of a simulated camera of this process
     std::string address_;
     int handle_ = -1;
     std::deque<Size> sensors_{1}; // all that it had, and identities: somebody may look at one

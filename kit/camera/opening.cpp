@@ -55,8 +55,8 @@ struct CameraCore::Callbacks {
             arrival.sensorTemperature = temperatures->sensor;
             arrival.boardTemperature = temperatures->board;
         }
-        if (camera.simulator_ && record->Outcome != eFrameCut) {
-            arrival.trueSum = camera.simulator_->sumOf(record->Frame);
+        if (camera.witness_ && record->Outcome != eFrameCut) {
+            arrival.trueSum = camera.witness_->sumOf(record->Frame);
         }
         stream->take(*record, arrival);
     }
@@ -222,6 +222,7 @@ void CameraCore::connect()
 void CameraCore::openAt(const std::string& host, uint16_t port)
 {
     const std::string place = address_ = host + ":" + std::to_string(port);
+    witness_ = Simulator::witnessAt(host, port);
     const OpeningTap tap(*this);
     for (int tries = 0; tries < 2; ++tries) {
         const auto start = steady_clock::now();

@@ -8,6 +8,9 @@ class tcSimServer
 
 namespace vxcam {
 
+class Simulator::Witness
+{};
+
 Simulator::Simulator(const SimulatorOptions&)
 {
     throw Error(ErrorKind::Usage, "this kit was built without the simulated camera");
@@ -20,9 +23,9 @@ uint16_t Simulator::start()
     return 0;
 }
 
-std::optional<uint64_t> Simulator::sumOf(uint32_t) const
+std::shared_ptr<SimulatorWitness> Simulator::witnessAt(const std::string&, uint16_t)
 {
-    return std::nullopt;
+    return nullptr;
 }
 
 std::vector<SentFrame> Simulator::frames() const

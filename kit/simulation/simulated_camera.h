@@ -27,7 +27,8 @@ struct SentFrame {
 };
 
 // Listens on a port of the loopback from its making to its end, and keeps its settings from client
-// to client. "sim" as a target is the same for one camera.
+// to client. "sim" as a target is the same for one camera. A Camera of this process that is opened
+// with the target knows its time scale, and the sums of what it sent, as one of "sim" does.
 //
 // Threads: making, close() and the destructor on one; the rest on any.
 class VXCAMKIT_EXPORT SimulatedCamera

@@ -4,6 +4,11 @@
 
 #include "tcSimServer.h"
 
+#include <unistd.h>
+
+#include <atomic>
+#include <map>
+#include <mutex>
 #include <stdexcept>
 
 namespace vxcam {
@@ -31,23 +36,97 @@ tsSimOptions optionsOf(const SimulatorOptions& options)
     return result;
 }
 
+// The simulated cameras of a process that listen, by their ports. A forked child has its own: of
+// those of its parent it has no threads, and maybe a lock that nobody gives back.
+struct Listening {
+    std::mutex lock;
+    std::map<uint16_t, std::shared_ptr<SimulatorWitness>> witnesses;
+    const pid_t process = ::getpid();
+    const Listening* parents = nullptr;
+};
+
+Listening& listening()
+{
+    static std::atomic<Listening*> present{new Listening};
+    Listening* before = present;
+    if (before->process == ::getpid()) return *before;
+    auto fresh = std::make_unique<Listening>();
+    fresh->parents = before;
+    return present.compare_exchange_strong(before, fresh.get()) ? *fresh.release() : *before;
+}
+
 } // namespace
 
+class Simulator::Witness : public SimulatorWitness
+{
+public:
+    Witness(const tcSimServer* server, double timeScale) : server_(server), timeScale_(timeScale) {}
+
+    double timeScale() const override { return timeScale_; }
+
+    std::optional<uint64_t> sumOf(uint32_t frame) const override
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        if (server_ == nullptr) return std::nullopt;
+        const std::vector<tsSimFrame> frames = server_->Frames();
+        for (auto known = frames.rbegin(); known != frames.rend(); ++known) {
+            if (known->readout != frames.back().readout) break;
+            if (known->frame == frame && known->complete) return known->pixelSum;
+        }
+        return std::nullopt;
+    }
+
+    void end()
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        server_ = nullptr;
+    }
+
+private:
+    mutable std::mutex lock_;
+    const tcSimServer* server_; // null: it has ended
+    const double timeScale_;
+};
+
 Simulator::Simulator(const SimulatorOptions& options)
-try : server_(std::make_unique<tcSimServer>(optionsOf(options))) {
+try : server_(std::make_unique<tcSimServer>(optionsOf(options))),
+    witness_(std::make_shared<Witness>(server_.get(), options.timeScale)) {
 } catch (const std::runtime_error& error) {
     throw Error(ErrorKind::Usage, std::string("simulated camera: ") + error.what());
 }
 
-Simulator::~Simulator() = default;
+Simulator::~Simulator()
+{
+    witness_->end();
+    Listening& here = listening();
+    const std::lock_guard<std::mutex> guard(here.lock);
+    for (auto one = here.witnesses.begin(); one != here.witnesses.end(); ++one) {
+        if (one->second != witness_) continue;
+        here.witnesses.erase(one);
+        break;
+    }
+}
 
 uint16_t Simulator::start()
 {
+    uint16_t port = 0;
     try {
-        return server_->Start();
+        port = server_->Start();
     } catch (const std::runtime_error& error) {
         throw Error(ErrorKind::NotFound, std::string("simulated camera: ") + error.what());
     }
+    const std::lock_guard<std::mutex> guard(listening().lock);
+    listening().witnesses[port] = witness_;
+    return port;
+}
+
+std::shared_ptr<SimulatorWitness> Simulator::witnessAt(const std::string& host, uint16_t port)
+{
+    if (host != "127.0.0.1" && host != "localhost") return nullptr;
+    Listening& here = listening();
+    const std::lock_guard<std::mutex> guard(here.lock);
+    const auto found = here.witnesses.find(port);
+    return found == here.witnesses.end() ? nullptr : found->second;
 }
 
 std::vector<SentFrame> Simulator::frames() const
@@ -85,16 +164,6 @@ void Simulator::inject(const std::string& fault)
     } catch (const std::runtime_error& error) {
         throw Error(ErrorKind::Usage, std::string("simulated camera: ") + error.what());
     }
-}
-
-std::optional<uint64_t> Simulator::sumOf(uint32_t frame) const
-{
-    const std::vector<tsSimFrame> frames = server_->Frames();
-    for (auto known = frames.rbegin(); known != frames.rend(); ++known) {
-        if (known->readout != frames.back().readout) break;
-        if (known->frame == frame && known->complete) return known->pixelSum;
-    }
-    return std::nullopt;
 }
 
 } // namespace vxcam

@@ -177,6 +177,15 @@ def test_a_name_of_a_compressed_file_is_refused(camera, tmp_path, monkeypatch, n
     assert not list(tmp_path.iterdir())
 
 
+@pytest.mark.parametrize("place", [lambda simulator: simulator, lambda simulator: simulator.target])
+def test_a_simulator_is_known_with_its_time_scale_and_what_it_sent(place):
+    with vxcam.Simulator(sensor=(64, 48), scale=10) as simulator, vxcam.Camera(place(simulator)) as camera:
+        assert camera.time_scale == 10
+        frame = camera.grab(exposure=2)  # 0.2 s of the clock
+        assert 0.19 < (frame.times.end_ns - frame.times.begin_ns) / 1e9 < 0.21
+        assert frame.true_sum == frame.sum == simulator.frames[-1].sum
+
+
 def test_what_is_missing_is_told_and_is_zero():
     fault = "missing-packet:readout=1,packet=20"
     with vxcam.Simulator(sensor=(64, 48), faults=[fault]) as simulator:

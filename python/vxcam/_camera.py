@@ -374,7 +374,7 @@ class Camera(CameraProperties, Measuring, Scope):
 
     @property
     def time_scale(self) -> float:
-        """Camera time by wall-clock time: 1, except for a simulated camera."""
+        """Camera time by wall-clock time: 1, except for a simulated camera of this process."""
         return float(self._core.time_scale())
 
     @property

@@ -54,7 +54,8 @@ class Simulator(Scope):
 
     `sensor` is (columns, rows). `faults` are what goes wrong, as docs/simulator.md has them:
     "missing-packet:readout=1,packet=20". `scale` is how much faster than the clock camera time
-    goes by, `heartbeat` the seconds between heartbeats. The same `seed` makes the same pixels.
+    goes by, which a camera of this process knows, `heartbeat` the seconds between heartbeats. The same
+    `seed` makes the same pixels.
     """
 
     __slots__ = ("_core", "__weakref__")

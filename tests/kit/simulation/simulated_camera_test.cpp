@@ -49,6 +49,23 @@ TEST(SimulatedCamera, KnowsTheFramesThatItSent)
     EXPECT_LT(sent[0].begin, sent[0].end);
 }
 
+TEST(SimulatedCamera, IsKnownToCamerasOfItsProcessWithItsTimeScaleAndWhatItSent)
+{
+    SimulatedCamera simulated(small());
+    Camera camera = Camera::open(simulated.target());
+    EXPECT_EQ(camera.timeScale(), 10);
+    Plan plan;
+    plan.exposure = 2s; // 0.2 s of the clock
+    const Frame frame = camera.grab(plan);
+    EXPECT_EQ(frame.facts().trueSum, simulated.frames().back().sum);
+    const FrameTimes& times = frame.facts().times;
+    const auto lasted = times.end - times.begin;
+    EXPECT_GE(lasted, 190ms);
+    EXPECT_LT(lasted, 1900ms);
+    simulated.close();
+    EXPECT_EQ(camera.timeScale(), 10);
+}
+
 TEST(SimulatedCamera, HasFaultsFromTheBeginningAndLater)
 {
     SimulatorOptions options = small();
