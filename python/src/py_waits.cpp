@@ -13,8 +13,6 @@ namespace vxcam::py {
 
 namespace {
 
-constexpr std::chrono::milliseconds kEnd(60); // for a job that is told to end
-
 // Where a thread gets its work. The last of both who leave clears it away.
 struct Desk {
     Desk()
@@ -82,8 +80,7 @@ bool waitASlice(Desk* desk)
 // What a job does until it ends, nobody is to see half done, as far as there is time for that.
 void leaveInOrder(Desk* desk, const Company& company)
 {
-    company.leave();
-    const auto until = std::chrono::steady_clock::now() + kEnd;
+    const auto until = std::chrono::steady_clock::now() + company.leave();
     while (!waitASlice(desk) && std::chrono::steady_clock::now() < until) {
     }
 }

@@ -32,9 +32,10 @@ struct Limit {
 
 // What goes on beside a wait, with the interpreter lock: `look` after each slice, and what it
 // throws ends the wait; `leave` has the job end when that, or a signal, has ended the wait, which
-// goes on for a moment then.
+// goes on for at most so long then, until the job has ended.
 struct Company {
-    std::function<void()> look, leave;
+    std::function<void()> look;
+    std::function<std::chrono::milliseconds()> leave;
 };
 
 // What another thread does meanwhile.
@@ -92,16 +93,18 @@ void checkSignals();
 std::thread startQuietly(std::function<void()> work);
 
 // What `work` returns or throws; the interpreter lock is free while it runs. A signal ends the
-// wait, not the work: that must own all it uses, and throws its result away.
+// wait, not the work, unless `company` has it end: that must own all it uses, and throws its result
+// away. On other threads than the main one there are no signals, and nothing is beside the work.
 template <class Work>
-auto interruptible(Work work, const Limit& limit = {}) -> decltype(work())
+auto interruptible(Work work, const Limit& limit = {}, const Company& company = {})
+    -> decltype(work())
 {
     if (!isMainThread() && !limit.most) {
         const pybind11::gil_scoped_release released;
         return work();
     }
     const auto job = std::make_shared<JobOf<Work>>(std::move(work));
-    runAside(job, limit);
+    runAside(job, limit, company);
     return job->take();
 }
 

@@ -67,6 +67,36 @@ def test_ctrl_c_ends_what_takes_frames_and_aborts_the_readout(camera, tmp_path, 
     assert camera.grab(exposure=0.01).complete
 
 
+@pytest.fixture(scope="module")
+def large():
+    """Two frames of which figures take their time."""
+    with vxcam.Camera("sim?sensor=5000x5000&scale=1000") as camera:
+        return camera.grab(exposure=1), camera.grab(exposure=1)
+
+
+@pytest.mark.parametrize("work", [vxcam.Frame.stars, lambda frame: frame.measures,
+                                  lambda frame: vxcam.photon_transfer([frame] * 2, [[frame] * 2] * 4)])
+def test_ctrl_c_ends_what_is_computed_of_frames(large, work):
+    first, second = large
+    begin = time.monotonic()
+    try:
+        work(first)
+    except vxcam.Error:
+        pass  # of a light that was not steady
+    whole = time.monotonic() - begin
+    assert interrupted(lambda: work(second), after=whole / 4) < max(PROMISED, whole / 4)
+
+
+def test_ctrl_c_ends_the_writing_of_a_file_which_never_appears_then(large, tmp_path):
+    first, second = large
+    begin = time.monotonic()
+    first.to_png(tmp_path / "whole.png")
+    whole = time.monotonic() - begin
+    assert interrupted(lambda: second.to_png(tmp_path / "never.png"), after=whole / 4) < max(PROMISED, whole / 4)
+    assert not wait_until((tmp_path / "never.png").exists, most=2 * whole)
+    assert [file.name for file in tmp_path.iterdir()] == ["whole.png"]
+
+
 def test_ctrl_c_ends_the_wait_for_a_replay(simulator, tmp_path):
     with vxcam.Capture(tmp_path / "a.vxw") as capture, vxcam.Camera(simulator, capture=capture):
         pass

@@ -144,7 +144,7 @@ class Measuring:
 
         vxcam.photon_transfer() does the same with frames that there are. Raises CameraError where the
         light is of no use, UsageError for what cannot be, before anything is taken, and all that grab()
-        raises. Ctrl-C ends it as it ends grab().
+        raises. Ctrl-C ends it as it ends grab(), or when the figures of two frames are computed.
         """
         wanted = "two times in seconds: the shortest exposure, and the longest one"
         count = _given.whole("pairs", pairs)

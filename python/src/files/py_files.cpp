@@ -11,12 +11,49 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <atomic>
 
 namespace vxcam::py {
 
 namespace python = pybind11;
+using std::chrono::milliseconds;
 
 namespace {
+
+// Of a file that is being written: its name is given it, or never will be.
+class Writing
+{
+public:
+    void write(const std::string& path, const FileBytes& bytes, bool overwrite)
+    {
+        NewFile file(path, overwrite, &isCancelled_);
+        file.write(bytes);
+        file.sync();
+        if (!goesOn(Name::Given)) return;
+        file.keep();
+        file.syncName();
+    }
+
+    // For how long the name is worth a wait.
+    milliseconds giveUp()
+    {
+        isCancelled_ = true;
+        return goesOn(Name::Never) ? milliseconds(0) : kRename;
+    }
+
+private:
+    static constexpr milliseconds kRename{100};
+    enum class Name { NotYet, Given, Never };
+
+    bool goesOn(Name next)
+    {
+        Name before = Name::NotYet;
+        return name_.compare_exchange_strong(before, next);
+    }
+
+    std::atomic<bool> isCancelled_{false};
+    std::atomic<Name> name_{Name::NotYet};
+};
 
 python::bytes bytesOf(const FileBytes& file)
 {
@@ -41,12 +78,14 @@ std::vector<std::string> writeFile(const CoreFrame& self, const std::string& for
         throw Error(ErrorKind::Usage, "path: '" + path + "' is the name of a " + nameOf(*named) +
                                           " file, this writes " + format);
     }
-    return interruptible([frame = self, kind, path, overwrite, options] {
+    const auto writing = std::make_shared<Writing>();
+    const auto work = [frame = self, kind, path, overwrite, options, writing] {
         checkNewFile(path, overwrite);
         std::vector<std::string> warnings;
-        writeNewFile(path, makeFile(kind, frame.frame(), options, &warnings), overwrite);
+        writing->write(path, makeFile(kind, frame.frame(), options, &warnings), overwrite);
         return warnings;
-    });
+    };
+    return interruptible(work, {}, {{}, [writing] { return writing->giveUp(); }});
 }
 
 template <class Pixel>

@@ -19,6 +19,8 @@ namespace python = pybind11;
 
 namespace {
 
+constexpr std::chrono::milliseconds kEnd(60); // of a run that is told to stop
+
 double seconds(std::chrono::duration<double> time)
 {
     return time.count();
@@ -174,7 +176,10 @@ public:
         };
         const auto work = [run, camera = camera.use()] { run->run(*camera); };
         const auto job = std::make_shared<JobOf<decltype(work)>>(work);
-        runAside(job, {}, {look, [run] { run->stop(SequenceStop::Now); }});
+        runAside(job, {}, {look, [run] {
+                               run->stop(SequenceStop::Now);
+                               return kEnd;
+                           }});
         look();
         job->take();
     }

@@ -1,6 +1,7 @@
 // What frames show, in figures: of one, of pairs, and of a camera under a steady light.
 #include "py_camera.h"
 #include "py_values.h"
+#include "py_waits.h"
 
 #include <vxcamkit/error.h>
 #include <vxcamkit/figures.h>
@@ -21,24 +22,14 @@ using Pair = std::pair<const CoreFrame*, const CoreFrame*>;
 
 python::tuple figuresOfFrame(const CoreFrame& self)
 {
-    const Frame& frame = self.frame();
-    FrameFigures figures;
-    {
-        const python::gil_scoped_release released;
-        figures = figuresOf(frame);
-    }
+    const FrameFigures figures = interruptible([frame = self] { return figuresOf(frame.frame()); });
     return python::make_tuple(figures.mean, figures.deviation, figures.least, figures.most,
                               figures.saturated);
 }
 
 python::tuple starsOfFrame(const CoreFrame& self)
 {
-    const Frame& frame = self.frame();
-    StarField field;
-    {
-        const python::gil_scoped_release released;
-        field = findStars(frame);
-    }
+    const StarField field = interruptible([frame = self] { return findStars(frame.frame()); });
     python::list stars;
     for (const Star& star : field.stars) {
         stars.append(python::make_tuple(star.column, star.row, star.flux, star.hfd, star.fwhm,
@@ -50,12 +41,7 @@ python::tuple starsOfFrame(const CoreFrame& self)
 // None where no star was measured.
 python::tuple measuresOfFrame(const CoreFrame& self)
 {
-    const Frame& frame = self.frame();
-    Measures found;
-    {
-        const python::gil_scoped_release released;
-        found = measuresOf(frame);
-    }
+    const Measures found = interruptible([frame = self] { return measuresOf(frame.frame()); });
     const auto ofStars = [&](double value) {
         return found.hfd > 0 ? python::object(python::float_(value)) : python::none();
     };
@@ -191,9 +177,9 @@ python::tuple takePairs(const CoreCamera& self, const python::dict& given, int p
 
 FramePair pairFrom(const Pair& pair)
 {
-    const Frame &first = pair.first->frame(), &second = pair.second->frame();
-    const python::gil_scoped_release released;
-    return pairOf(first, second);
+    return interruptible([first = *pair.first, second = *pair.second] {
+        return pairOf(first.frame(), second.frame());
+    });
 }
 
 python::tuple pairsOf(const Pair& bias, const std::vector<Pair>& flats)
