@@ -1,6 +1,7 @@
 """Records of many frames, as others read them."""
 
 import datetime
+import errno
 import threading
 import time
 import zlib
@@ -95,6 +96,8 @@ def test_incomplete_frames_are_counted(tmp_path):
     with vxcam.Camera(SMALL + "&fault=missing-packet:readout=1,frame=2,packet=3") as camera:
         record = camera.record(tmp_path / "a.h5", frames=3, exposure=0.01)
     assert (record.frames, record.incomplete) == (3, 1)
+    verdict = vxcam.verify(tmp_path / "a.h5")
+    assert (verdict.good, verdict.frames, verdict.incomplete) == (True, 3, 1)
 
 
 def test_what_came_before_a_failure_is_readable(camera, tmp_path):
@@ -153,6 +156,19 @@ def test_what_is_no_record_is_told(tmp_path):
     (tmp_path / "a.txt").write_text("no frames")
     with pytest.raises(vxcam.UsageError, match="a.txt"):
         vxcam.verify(tmp_path / "a.txt")
+
+
+@pytest.mark.parametrize("name", ["a.h5", "a.fits"])
+def test_a_record_that_still_grows_says_so(camera, tmp_path, name):
+    path = tmp_path / name
+    with vxcam.Recorder(path) as recorder:
+        recorder.write(camera.grab())
+        assert wait_until(lambda: recorder.record.frames == 1 and path.exists())
+        try:
+            assert vxcam.verify(path).ended == "running"
+        except OSError as error:  # HDF5 does not open what it is writing itself
+            assert name == "a.h5" and error.errno == errno.EBUSY and "this process still writes the record" in str(error)
+    assert vxcam.verify(path).ended == "complete"
 
 
 @pytest.mark.parametrize("given", [0.3, datetime.timedelta(seconds=0.3)])

@@ -311,7 +311,8 @@ class Camera(CameraProperties, Measuring, Scope):
 
         Frames that are incomplete are counted in the result. Raises what stream() and Recorder do;
         what came before is in the file. Raises CameraTimeout when no frame came in `seconds`: then
-        there is no file.
+        there is no file. A camera that falls silent in the last ten seconds of `seconds` is not known to
+        have failed: the record is complete, with the frames that came.
         """
         wanted = 0 if frames is None else _given.whole("frames", frames, 0)
         most = None if seconds is None else seconds_of("seconds", seconds)

@@ -2,8 +2,10 @@
 
 from __future__ import annotations
 
+import errno
 import os
 import time
+import weakref
 from typing import Any, NamedTuple, Optional
 
 from . import _given, _vxcam
@@ -43,13 +45,17 @@ class Finding(NamedTuple):
 
 
 class Verdict(NamedTuple):
-    """What verify() found. `ended` is "complete" or "stopped" as the record says it, or "running"."""
+    """What verify() found. `ended` is "complete" or "stopped" as the record says it, or "running".
+
+    `incomplete` counts the frames that say so themselves, which is no finding.
+    """
 
     path: str
     format: str
     frames: int
     ended: str
     findings: tuple[Finding, ...]
+    incomplete: int = 0
 
     @property
     def good(self) -> bool:
@@ -57,6 +63,7 @@ class Verdict(NamedTuple):
         return not self.findings
 
 
+_running: weakref.WeakSet[Recorder] = weakref.WeakSet()  # that were begun, and have not ended
 _COMPRESSIONS = ("none", "gzip", "rice")
 _ENDS = ("complete", "stopped", "failed")
 
@@ -99,6 +106,7 @@ class Recorder(Scope):
             _given.path("path", path), _given.word("compress", compress, _COMPRESSIONS),
             _given.flag("overwrite", overwrite), _count("split", split), _count("buffers", buffers, 1),
             _count("reserve", reserve), _given.flag("measure", measure), software(), cards(header))
+        _running.add(self)
 
     def write(self, frame: Frame) -> None:
         """Takes a frame; waits while too many are held.
@@ -121,8 +129,11 @@ class Recorder(Scope):
         `how` is written in it ("complete", "stopped", "failed"), and how many frames were dropped in
         all. Raises as write() does.
         """
-        self._core.finish(_given.word("how", how, _ENDS),
-                          None if dropped is None else _count("dropped", dropped))
+        end = _given.word("how", how, _ENDS), None if dropped is None else _count("dropped", dropped)
+        try:
+            self._core.finish(*end)
+        finally:
+            _running.discard(self)
         return self.record
 
     @property
@@ -197,11 +208,28 @@ def verify(path: Path, truth: Optional[Path] = None) -> Verdict:
     """Looks at each frame of a record, or of one FITS file of a frame: `vxcam.verify("night.h5").good`.
 
     Its pixels against its sum and check value, rows that are missing, that numbers and times go on,
-    and that the file is whole. `truth` is a file with what a simulated camera printed with --json.
+    and that the file is whole. One in HDF5 that this process is writing is refused until it has ended.
+    `truth` is a file with what a simulated camera printed with --json.
     Raises OSError for what cannot be read at all, UsageError for a name that says no format.
     """
     file = _given.path("path", path)
     told = "" if truth is None else _given.path("truth", truth)
     os.stat(file)  # raises what is the matter with a name
-    name, format, frames, ended, findings = _vxcam.verify(file, told)
-    return Verdict(name, format, frames, ended, tuple(Finding(*finding) for finding in findings))
+    try:
+        name, format, frames, ended, findings, incomplete = _vxcam.verify(file, told)
+    except OSError:
+        if not _is_running(file):
+            raise
+        raise OSError(errno.EBUSY, "this process still writes the record, and can read it when that has ended;"
+                      " another one can at any time, such as vxcam verify", file) from None
+    return Verdict(name, format, frames, ended, tuple(Finding(*finding) for finding in findings), incomplete)
+
+
+def _is_running(path: str) -> bool:
+    for recorder in list(_running):
+        try:
+            if any(os.path.samefile(file.path, path) for file in recorder.record.files):
+                return True
+        except (OSError, UsageError):
+            pass  # the file is gone, or the record is that of a parent process
+    return False

@@ -109,7 +109,8 @@ python::tuple verify(const python::object& given, const std::string& truth)
             textToPython(finding.text)));
     }
     return python::make_tuple(textToPython(verdict.path), verdict.format, verdict.frames,
-                              textToPython(verdict.ended), python::tuple(findings));
+                              textToPython(verdict.ended), python::tuple(findings),
+                              verdict.incomplete);
 }
 
 } // namespace
