@@ -90,9 +90,7 @@ Area areaOf(const python::handle& given)
             numberOf("area", numbers[2]), numberOf("area", numbers[3])};
 }
 
-} // namespace
-
-Plan planOf(const python::dict& given)
+Plan planFrom(const python::dict& given)
 {
     Plan plan;
     const auto take = [&given](const char* name, auto&& use) {
@@ -131,6 +129,17 @@ Plan planOf(const python::dict& given)
     return plan;
 }
 
+} // namespace
+
+Plan planOf(const CoreCamera& camera, const python::dict& given)
+{
+    try {
+        return planFrom(given);
+    } catch (const Error& error) {
+        throw Error(error.kind(), camera.target() + ": " + error.what());
+    }
+}
+
 std::unique_ptr<CoreStream, LetGo> startReadout(const CoreCamera& self, const Plan& plan,
                                                 std::optional<std::chrono::milliseconds> patience)
 {
@@ -150,13 +159,9 @@ CoreFrame grab(const CoreCamera& self, const python::dict& given, const python::
 {
     const auto begin = std::chrono::steady_clock::now();
     const auto patience = patienceFromPython("timeout", timeout);
-    const auto stream = startReadout(self, planOf(given), patience);
-    std::optional<std::chrono::milliseconds> rest;
-    if (patience) {
-        rest = *patience - std::chrono::duration_cast<std::chrono::milliseconds>(
-                               std::chrono::steady_clock::now() - begin);
-    }
-    std::optional<CoreFrame> frame = stream->next(rest);
+    const auto stream = startReadout(self, planOf(self, given), patience);
+    std::optional<CoreFrame> frame =
+        stream->next(patience, {}, std::chrono::steady_clock::now() - begin);
     if (!frame) throw Error(ErrorKind::Incomplete, self.target() + ": the frame never came");
     if (!frame->facts().complete()) throw IncompleteFrame(frame->frame());
     return std::move(*frame);
@@ -208,7 +213,8 @@ void addCamera(python::module_& module)
     camera.def(python::init(&open))
         .def("start",
              [](const CoreCamera& self, const python::dict& given, const python::object& timeout) {
-                 return startReadout(self, planOf(given), patienceFromPython("timeout", timeout));
+                 return startReadout(self, planOf(self, given),
+                                     patienceFromPython("timeout", timeout));
              })
         .def("grab", &grab)
         .def("abort",

@@ -46,9 +46,11 @@ public:
 
     // The next frame; none at the end. Not given, `patience` is that of a camera that has nothing
     // to wait for but says nothing. Stops the readout when it is over, or a signal ends the wait.
-    // After `most` there is none, too, and the readout goes on.
+    // After `most` there is none, too, and the readout goes on. `passed` of the patience was
+    // before.
     std::optional<CoreFrame> next(std::optional<std::chrono::milliseconds> patience,
-                                  std::optional<std::chrono::milliseconds> most = {});
+                                  std::optional<std::chrono::milliseconds> most = {},
+                                  std::chrono::steady_clock::duration passed = {});
     void stop();
     Stream& stream() const { return held_.use("the readout")->stream; }
 
@@ -68,8 +70,9 @@ private:
 // How many cameras are being opened, also by threads whose wait a signal has ended.
 int openingsUnderWay();
 
-// What the Python layer gives: all that a plan has, by name; what is left out is as in Plan.
-Plan planOf(const pybind11::dict& given);
+// What the Python layer gives: all that a plan has, by name; what is left out is as in Plan. Throws
+// Error{Usage}, which names the camera.
+Plan planOf(const CoreCamera& camera, const pybind11::dict& given);
 
 // `patience`: as CoreStream::next() takes it.
 std::unique_ptr<CoreStream, LetGo> startReadout(const CoreCamera& camera, const Plan& plan,

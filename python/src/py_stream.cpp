@@ -97,7 +97,8 @@ CoreStream::~CoreStream()
 }
 
 std::optional<CoreFrame> CoreStream::next(std::optional<milliseconds> patience,
-                                          std::optional<milliseconds> most)
+                                          std::optional<milliseconds> most,
+                                          steady_clock::duration passed)
 {
     const std::shared_ptr<Held> held = held_.use("the readout");
     Stream& stream = held->stream;
@@ -105,10 +106,10 @@ std::optional<CoreFrame> CoreStream::next(std::optional<milliseconds> patience,
     const auto start = steady_clock::now();
     Silence silence;
     const auto nextSlice = [&]() -> std::optional<Frame> {
-        const auto passed = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+        const auto waited = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
         const python::gil_scoped_release released;
         return stream.next(
-            std::clamp(most.value_or(milliseconds::max()) - passed, milliseconds(0), kSlice));
+            std::clamp(most.value_or(milliseconds::max()) - waited, milliseconds(0), kSlice));
     };
     for (;;) {
         // Of a readout that had ended before, what is thrown is how; else it may end meanwhile.
@@ -123,7 +124,7 @@ std::optional<CoreFrame> CoreStream::next(std::optional<milliseconds> patience,
         try {
             checkSignals();
             if (most && steady_clock::now() - start >= *most) return std::nullopt;
-            if (patience && steady_clock::now() - start >= *patience) {
+            if (patience && passed + (steady_clock::now() - start) >= *patience) {
                 giveUp(*held->camera, "none came within " + secondsText(*patience));
             }
             if (!patience && silence.isTooLong(stream.progress())) {

@@ -111,7 +111,7 @@ python::tuple flatExposure(const CoreCamera& self, const python::dict& given, do
                            double tolerance, const python::object& first,
                            const python::object& longest, const python::object& timeout)
 {
-    Plan plan = planOf(given);
+    Plan plan = planOf(self, given);
     plan.kind = ReadoutKind::Area;
     plan.type = FrameType::Flat;
     ExposureGoal goal;
@@ -158,7 +158,7 @@ python::tuple takePairs(const CoreCamera& self, const python::dict& given, int p
                         const python::object& listener)
 {
     TransferOptions options;
-    options.plan = planOf(given);
+    options.plan = planOf(self, given);
     options.pairs = pairs;
     options.from = durationOf("exposures", shortest);
     options.to = durationOf("exposures", longest);
