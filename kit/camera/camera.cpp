@@ -169,7 +169,7 @@ double Camera::timeScale() const
 
 int Camera::handle() const
 {
-    return core_->handle();
+    return core_->isClosed() ? -1 : core_->handle();
 }
 
 } // namespace vxcam

@@ -193,6 +193,7 @@ TEST_F(Opening, ClosingEndsAWaitingConsumer)
     EXPECT_EQ(error.get().kind(), ErrorKind::Aborted);
     EXPECT_EQ(stream.end(), ReadoutEnd::Closed);
     EXPECT_EQ(errorOf([&] { camera.grab(); }).kind(), ErrorKind::Aborted);
+    EXPECT_EQ(camera.handle(), -1);
     camera.close();
 }
 
