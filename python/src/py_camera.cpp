@@ -1,5 +1,6 @@
 #include "py_camera.h"
 
+#include "py_errors.h"
 #include "py_values.h"
 #include "py_waits.h"
 #include "wire/py_wire.h"
@@ -97,8 +98,8 @@ Plan planFrom(const python::dict& given)
         if (given.contains(name) && !given[name].is_none()) use(given[name]);
     };
     take("exposure", [&](const python::handle& value) {
-        plan.exposure = std::chrono::duration_cast<std::chrono::microseconds>(
-            timeFromPython("exposure", value));
+        plan.exposure =
+            std::chrono::ceil<std::chrono::microseconds>(timeFromPython("exposure", value));
     });
     take("frames", [&](const python::handle& value) { plan.frames = numberOf("frames", value); });
     take("bits", [&](const python::handle& value) { plan.bits = numberOf("bits", value); });
@@ -135,6 +136,8 @@ Plan planOf(const CoreCamera& camera, const python::dict& given)
 {
     try {
         return planFrom(given);
+    } catch (const WrongType& error) {
+        throw WrongType(camera.target() + ": " + error.what());
     } catch (const Error& error) {
         throw Error(error.kind(), camera.target() + ": " + error.what());
     }

@@ -68,9 +68,10 @@ python::object raised(const Error& error)
     }
     const python::module_ errors = python::module_::import("vxcam._errors");
     const auto* plan = dynamic_cast<const SequenceError*>(&error);
-    const char* const type = plan != nullptr ? "PlanError"
-                             : dynamic_cast<const HookError*>(&error) != nullptr
-                                 ? "HookError"
+    const char* const type = plan != nullptr                                     ? "PlanError"
+                             : dynamic_cast<const HookError*>(&error) != nullptr ? "HookError"
+                             : dynamic_cast<const WrongType*>(&error) != nullptr
+                                 ? "WrongTypeError"
                                  : error.row().python;
     python::object exception = errors.attr(type)(text);
     if (plan != nullptr) exception.attr("mistakes") = toPython(plan->mistakes());

@@ -1,5 +1,7 @@
 #include "py_values.h"
 
+#include "py_errors.h"
+
 #include <vxcamkit/error.h>
 
 #include <cmath>
@@ -18,11 +20,39 @@ constexpr int kDeepest = 8;               // lists within lists; a property has 
 
 const char* const kWantedValue = "a number, a text, bytes, or a tuple of such";
 
+std::string refusal(const std::string& name, const python::handle& value, const std::string& wanted)
+{
+    const auto text = python::repr(value).cast<std::string>();
+    return name + ": " + text + " is not possible, give " + wanted;
+}
+
 [[noreturn]] void refuse(const std::string& name, const python::handle& value,
                          const std::string& wanted)
 {
-    const auto text = python::repr(value).cast<std::string>();
-    throw Error(ErrorKind::Usage, name + ": " + text + " is not possible, give " + wanted);
+    throw Error(ErrorKind::Usage, refusal(name, value, wanted));
+}
+
+[[noreturn]] void refuseType(const std::string& name, const python::handle& value,
+                             const std::string& wanted)
+{
+    throw WrongType(refusal(name, value, wanted));
+}
+
+// What Python takes for a number; it is infinite where it is too large.
+double numberOf(const std::string& name, const python::handle& value, const std::string& wanted)
+{
+    const double number = PyFloat_AsDouble(value.ptr());
+    if (PyErr_Occurred() == nullptr) return number;
+    const bool isLarge = PyErr_ExceptionMatches(PyExc_OverflowError) != 0;
+    PyErr_Clear();
+    if (!isLarge) refuseType(name, value, wanted);
+    return HUGE_VAL;
+}
+
+// A number with a unit: whose unit would count for nothing.
+bool isQuantity(const python::handle& value)
+{
+    return python::hasattr(value, "to_value") && python::hasattr(value, "unit");
 }
 
 bool isTimedelta(const python::handle& value)
@@ -58,11 +88,7 @@ Value wholeOf(const std::string& name, const python::handle& number)
 
 Value realOf(const std::string& name, const python::handle& value)
 {
-    double number = PyNumber_Check(value.ptr()) != 0 ? PyFloat_AsDouble(value.ptr()) : NAN;
-    if (PyErr_Occurred() != nullptr) {
-        PyErr_Clear();
-        number = NAN;
-    }
+    const double number = numberOf(name, value, kWantedValue);
     if (!std::isfinite(number)) refuse(name, value, kWantedValue);
     return number;
 }
@@ -94,6 +120,7 @@ Value nestedFromPython(const std::string& name, const python::handle& value, int
     if (PyUnicode_Check(object)) return textFromPython(value);
     if (isTimedelta(value)) return std::chrono::duration<double>(secondsOf(value));
     if (PyFloat_Check(object)) return realOf(name, value);
+    if (isQuantity(value)) refuseType(name, value, std::string(kWantedValue) + ", without a unit");
     if (PyIndex_Check(object) && !PySequence_Check(object)) return wholeOf(name, value);
     if (PyObject_CheckBuffer(object) && !PyNumber_Check(object)) return bytesOf(value);
     if (PySequence_Check(object)) return sequenceOf(name, value, depth);
@@ -155,13 +182,8 @@ Value valueFromPython(const std::string& name, const python::handle& value)
 std::chrono::nanoseconds timeFromPython(const std::string& name, const python::handle& value)
 {
     const char* const wanted = "seconds from 0 on, as a number or a timedelta";
-    double seconds = NAN;
-    if (isTimedelta(value)) {
-        seconds = secondsOf(value);
-    } else if (!PyBool_Check(value.ptr()) && !PyUnicode_Check(value.ptr())) {
-        seconds = PyFloat_AsDouble(value.ptr());
-        if (PyErr_Occurred() != nullptr) PyErr_Clear();
-    }
+    if (PyBool_Check(value.ptr()) || isQuantity(value)) refuseType(name, value, wanted);
+    const double seconds = isTimedelta(value) ? secondsOf(value) : numberOf(name, value, wanted);
     if (!(seconds >= 0 && seconds <= kMostSeconds)) refuse(name, value, wanted);
     return std::chrono::nanoseconds(std::llround(seconds * kNanoseconds));
 }

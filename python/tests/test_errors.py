@@ -173,9 +173,15 @@ def test_an_unknown_property_is_told_with_what_was_meant(camera):
 
 def test_a_closed_camera_opens_no_with_block(camera):
     camera.close()
-    with pytest.raises(vxcam.UsageError, match="closed"):
+    with pytest.raises(vxcam.Aborted, match="closed"):
         with camera:
             pass
+
+
+def test_a_closed_camera_has_no_handle(camera):
+    assert camera.handle >= 0
+    camera.close()
+    assert camera.handle == -1
 
 
 def test_a_sensor_that_cannot_be_is_told_once():
@@ -183,9 +189,14 @@ def test_a_sensor_that_cannot_be_is_told_once():
         vxcam.Simulator(sensor=(0, 5))
 
 
-def test_a_flight_file_in_no_folder_is_refused(tmp_path):
+def test_a_flight_file_that_cannot_be_made_is_refused(tmp_path):
     with pytest.raises(FileNotFoundError, match="flight_file"):
         vxcam.Camera(SMALL, flight_file=tmp_path / "none" / "flight")
+    with pytest.raises(IsADirectoryError, match="flight_file"):
+        vxcam.Camera(SMALL, flight_file=tmp_path)
+    with pytest.raises(PermissionError, match="flight_file: no file can be made in this folder"):
+        vxcam.Camera(SMALL, flight_file="/proc/flight")
+    assert not list(tmp_path.iterdir())
     with vxcam.Camera(SMALL, flight_file=tmp_path / "flight") as camera:
         assert camera.grab(exposure=0.01).complete
 

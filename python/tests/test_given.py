@@ -222,6 +222,58 @@ def test_a_wrong_type_is_told_as_pythons_own(camera):
     assert not isinstance(caught.value, TypeError)
 
 
+class Quantity:
+    """As of astropy."""
+
+    unit = "s"
+
+    def to_value(self, unit):
+        return 1.0
+
+    def __float__(self):
+        return 1.0
+
+    def __len__(self):
+        return 0
+
+    def __getitem__(self, at):
+        raise IndexError(at)
+
+    def tolist(self):
+        raise NotImplementedError("cannot make a list of Quantities")
+
+    def __repr__(self):
+        return "<Quantity 1 s>"
+
+
+@pytest.mark.parametrize("given", [None, True, [1], (1, 2), b"1", {}, Quantity()])
+@pytest.mark.parametrize("name", ["exposure", "gain", "target_temp"])
+def test_a_property_of_a_wrong_type_is_told_as_pythons_own(camera, name, given):
+    with pytest.raises(TypeError, match=f"^sim.*{name.replace('_', '-')}"):
+        setattr(camera, name, given)
+    with pytest.raises(TypeError):
+        camera.check(name, given)
+
+
+@pytest.mark.parametrize("given", ["1s", True, [1], b"1", {}, Quantity()])
+def test_a_time_of_a_wrong_type_is_told_as_pythons_own(camera, given):
+    for take in (camera.grab, camera.stream):
+        for name in ("exposure", "timeout"):
+            with pytest.raises(vxcam.WrongTypeError, match=f"{name}: .* is not possible, give seconds from 0 on"):
+                take(**{name: given})
+    with pytest.raises(vxcam.WrongTypeError, match="timeout"):
+        camera.wait_for_link(given)
+
+
+def test_an_exposure_is_whole_milliseconds_or_refused(camera):
+    for given in (0.0105, 0.0005, 1e-7):
+        with pytest.raises(vxcam.UsageError, match="the finest step is 1 ms"):
+            camera.grab(exposure=given)
+    camera.exposure = 0.0123
+    assert camera.exposure == 0.012 == camera.grab().exposure
+    assert camera.grab(exposure=0.003).exposure == 0.003
+
+
 def test_a_long_value_is_told_by_its_beginning(camera):
     with pytest.raises(vxcam.UsageError) as caught:
         camera.grab(binning="x" * 10_000)

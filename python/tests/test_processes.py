@@ -31,6 +31,18 @@ def test_the_program_prints_versions_and_takes_a_frame():
     assert printed.startswith("vxcam 3.") and "512 x 512, 16 bits" in printed
 
 
+def test_the_program_says_what_it_is_for():
+    printed = run_python("""
+        import runpy, sys
+        sys.argv = ["vxcam", "--help"]
+        try:
+            runpy.run_module("vxcam", run_name="__main__")
+        except SystemExit as end:
+            assert end.code == 0
+    """)
+    assert printed.startswith("usage: python -m vxcam [-h] [TARGET]") and "serial:17" in printed
+
+
 def test_a_forked_child_is_told_that_the_camera_is_not_its_own():
     printed = run_python("""
         import os, sys, vxcam

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import argparse
 import platform
 import sys
 
@@ -12,7 +13,12 @@ import vxcam
 
 def main(arguments: list[str]) -> int:
     """The exit code."""
-    target = arguments[0] if arguments else "sim?sensor=512x512"
+    parser = argparse.ArgumentParser(
+        prog="python -m vxcam", description="Prints versions and takes a frame of 0.1 s.",
+        epilog="Exit code 1: no camera, or no frame. All else is in help(vxcam).")
+    parser.add_argument("target", nargs="?", default="sim?sensor=512x512", metavar="TARGET",
+                        help='"192.168.1.20:2000", "serial:17", or "sim", which is simulated: the default')
+    target = parser.parse_args(arguments).target
     print(f"vxcam {vxcam.__version__}, library {vxcam.library_version},", end=" ")
     print(f"Python {platform.python_version()}, numpy {numpy.__version__}")
     try:

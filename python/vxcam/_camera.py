@@ -5,6 +5,7 @@ from __future__ import annotations
 import errno
 import operator
 import os
+import tempfile
 import threading
 from collections.abc import Iterable, Sequence
 from typing import Any, NoReturn, Optional, Protocol, Union
@@ -22,7 +23,7 @@ from ._recording import Record, Recorder, recorded, seconds_of
 from ._records import Identity, LinkCheck, Outcome, Setting, Statistics
 from ._scope import Scope
 from ._stream import AsyncStream, Stream
-from ._table import Properties, known_name, properties, shown
+from ._table import Properties, fields_of, known_name, properties, shown
 from ._wire import Capture
 
 
@@ -90,6 +91,19 @@ def _plan(
     }
 
 
+def _check_flight_file(path: str) -> None:
+    folder = os.path.dirname(path) or os.curdir
+    if not os.path.isdir(folder):
+        raise FileNotFoundError(errno.ENOENT, "flight_file: there is no such folder", folder)
+    if os.path.isdir(path):
+        raise IsADirectoryError(errno.EISDIR, "flight_file: this is a folder", path)
+    try:
+        tempfile.TemporaryFile(dir=folder).close()
+    except OSError as error:
+        why = os.strerror(error.errno or 0)
+        raise PermissionError(errno.EACCES, f"flight_file: no file can be made in this folder: {why}", folder) from None
+
+
 def _count(name: str, value: Optional[int]) -> int:
     return 0 if value is None else _given.whole(name, value)
 
@@ -129,9 +143,8 @@ class Camera(CameraProperties, Measuring, Scope):
         text = _given.text("target", getattr(target, "target", target),
                            "a text, a Simulator or what discover() found")
         flight = "" if flight_file is None else _given.path("flight_file", flight_file)
-        folder = os.path.dirname(flight) or os.curdir
-        if flight and not os.path.isdir(folder):
-            raise FileNotFoundError(errno.ENOENT, "flight_file: there is no such folder", folder)
+        if flight:
+            _check_flight_file(flight)
         if capture is not None and not isinstance(capture, Capture):
             _given.refuse_type("capture", capture, 'a vxcam.Capture: vxcam.Capture("run.vxw")')
         self._line = _events.line()  # takes what the opening logs
@@ -157,13 +170,13 @@ class Camera(CameraProperties, Measuring, Scope):
         Raises UsageError for a name or a value that there is not, before anything is sent.
         """
         name = known_name(name, self._target)
-        with _given.told_as_given(self._target, name, value):
+        with _given.told_as_given(self._target, name, value, fields_of(name)):
             return shown(name, self._core.set(name, value))
 
     def check(self, name: str, value: Any) -> Any:
         """The value in the form that the property has. Raises UsageError as set() does; sends nothing."""
         name = known_name(name, self._target)
-        with _given.told_as_given(self._target, name, value):
+        with _given.told_as_given(self._target, name, value, fields_of(name)):
             return shown(name, self._core.checked(name, value))
 
     @property
@@ -205,7 +218,8 @@ class Camera(CameraProperties, Measuring, Scope):
     ) -> Frame:
         """Takes one frame.
 
-        exposure: seconds or a timedelta; what the camera is set to if it is not given.
+        exposure: seconds or a timedelta, of whole milliseconds (as a property it is rounded to such); what
+            the camera is set to if it is not given.
         bits: 8 or 16, which is what is taken when it is not given; binned frames have 32.
         area: (column, row, columns, rows) of the sensor; what the camera is set to if not given.
         timeout: seconds until the frame has to be there; not given, ten seconds of silence beyond
@@ -432,7 +446,7 @@ class Camera(CameraProperties, Measuring, Scope):
 
     def __enter__(self) -> Camera:
         if self.closed:
-            raise UsageError(f"{self._target}: the camera is closed; open it anew")
+            raise Aborted(f"{self._target}: the camera is closed; open it anew")
         return self
 
     def _leave(self, error: Optional[BaseException]) -> None:

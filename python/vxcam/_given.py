@@ -36,17 +36,26 @@ def refuse_type(name: str, value: object, wanted: str) -> NoReturn:
 
 
 @contextmanager
-def told_as_given(target: str, name: str, value: object) -> Iterator[None]:
+def told_as_given(target: str, name: str, value: object, fields: int) -> Iterator[None]:
     """With the camera. The kit tells values as they are written, None and bools as "none", "on" and "off"."""
     try:
         yield
     except UsageError as error:
-        text = str(error)
-        if type(error) is UsageError and (value is None or isinstance(value, bool)):
+        kind, text = type(error), str(error)
+        if kind is UsageError and (value is None or isinstance(value, bool)):
             text = f"{name}: {value} is not possible: {text}"
-        if text.startswith(target):
+        if kind is UsageError and not _may_be(value, fields):
+            kind = WrongTypeError
+        if kind is type(error) and text.startswith(target):
             raise
-        raise type(error)(f"{target}: {text}") from None
+        raise kind(text if text.startswith(target) else f"{target}: {text}") from None
+
+
+def _may_be(value: object, fields: int) -> bool:
+    """Whether a value of so many fields can be of that type at all: a number, a text, or a tuple for several."""
+    if value is None or isinstance(value, (bool, bytes, bytearray, dict, set)):
+        return False
+    return fields > 1 or isinstance(value, str) or not isinstance(value, Iterable)
 
 
 def whole(

@@ -109,10 +109,11 @@ class Recorder(Scope):
         _running.add(self)
 
     def write(self, frame: Frame) -> None:
-        """Takes a frame; waits while too many are held.
+        """Takes a frame, which is written behind this call; waits while too many are held.
 
-        Raises OSError when the disk is full or takes no more, and UsageError for a frame of another
-        size than the first one; what was written stays readable.
+        What goes wrong then is raised by a later write(), or by finish(), which ends a with block:
+        OSError when the disk is full or takes no more, UsageError for a frame of another size than the
+        first one. What was written stays readable.
         """
         if not isinstance(frame, Frame):
             _given.refuse_type("frame", frame, "a vxcam.Frame")

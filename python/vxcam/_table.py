@@ -212,3 +212,9 @@ def known_name(name: str, target: str) -> str:
         hint = f", did you mean {', '.join(near)}?" if near else ": list(camera.properties) has all"
         raise UsageError(f"{target}: unknown property '{name}'{hint}")
     return name
+
+
+def fields_of(name: str) -> int:
+    """How many parts a value of it has."""
+    row = properties[name.partition(":")[0]]
+    return len(row.fields) * int(row._row["groups"])
