@@ -177,6 +177,18 @@ def test_a_name_of_a_compressed_file_is_refused(camera, tmp_path, monkeypatch, n
     assert not list(tmp_path.iterdir())
 
 
+def test_astropy_writes_what_a_header_does_not_take(camera, tmp_path):
+    fits = pytest.importorskip("astropy.io.fits")
+    frame = camera.grab()
+    with pytest.raises(vxcam.UsageError, match="HISTORY"):
+        frame.to_fits(tmp_path / "a.fits", header={"HISTORY": "flat 3"})
+    hdu = frame.to_hdu()
+    hdu.header.add_history("flat 3")
+    hdu.writeto(tmp_path / "a.fits")
+    with fits.open(tmp_path / "a.fits") as file:
+        assert list(file[0].header["HISTORY"]) == ["flat 3"] and (file[0].data == frame.array).all()
+
+
 @pytest.mark.parametrize("place", [lambda simulator: simulator, lambda simulator: simulator.target])
 def test_a_simulator_is_known_with_its_time_scale_and_what_it_sent(place):
     with vxcam.Simulator(sensor=(64, 48), scale=10) as simulator, vxcam.Camera(place(simulator)) as camera:

@@ -5,6 +5,7 @@ import signal
 import sys
 import threading
 import time
+import types
 
 import pytest
 
@@ -317,6 +318,15 @@ def test_a_temperature_out_of_reach_is_told():
         camera.cooler.ramp_to(-110, patience=20)
         with pytest.raises(vxcam.CameraError):
             camera.cooler.wait(timeout=30)
+
+
+@pytest.mark.parametrize("text, advice", [("the camera tells no temperature of its sensor", "is it still there"),
+                                          ("it came no nearer than 5 C", "nearer to the surroundings")])
+def test_a_cooler_that_failed_says_what_to_do(text, advice):
+    failed = ("failed", None, 0.0, 0.0, 0.0, text, True)
+    core = types.SimpleNamespace(cooling_state=lambda: failed, wait_for_cooler=lambda timeout: failed)
+    with pytest.raises(vxcam.CameraError, match=f"^there: cooling failed: {text}; .*{advice}"):
+        vxcam.Cooler(types.SimpleNamespace(closed=False, target="there", _core=core)).wait()
 
 
 def test_frames_that_come_at_the_end_of_a_slice_are_no_timeouts():

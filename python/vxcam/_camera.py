@@ -167,14 +167,18 @@ class Camera(CameraProperties, Measuring, Scope):
     def set(self, name: str, value: Any) -> Any:
         """Has the camera take a value of a property, waits until it has, and returns what it says.
 
-        Raises UsageError for a name or a value that there is not, before anything is sent.
+        Raises UsageError for a name or a value that there is not, before anything is sent, and
+        CameraError for what this camera does not take, such as a gain that it has not.
         """
         name = known_name(name, self._target)
         with _given.told_as_given(self._target, name, value, fields_of(name)):
             return shown(name, self._core.set(name, value))
 
     def check(self, name: str, value: Any) -> Any:
-        """The value in the form that the property has. Raises UsageError as set() does; sends nothing."""
+        """The value in the form that the property has. Raises UsageError as set() does.
+
+        Nothing is sent: what only the camera knows, such as its highest gain, is met when it is set.
+        """
         name = known_name(name, self._target)
         with _given.told_as_given(self._target, name, value, fields_of(name)):
             return shown(name, self._core.checked(name, value))
@@ -185,13 +189,19 @@ class Camera(CameraProperties, Measuring, Scope):
         return properties
 
     def snapshot(self) -> dict[str, Setting]:
-        """All properties that the camera tells, asked for now."""
+        """All properties that the camera tells, asked for now.
+
+        Raises CameraTimeout when it answers to nothing any more, within 25 s.
+        """
         entries = (Setting(name, shown(name, value), text, trouble)
                    for name, value, text, trouble in self._core.snapshot())
         return {entry.name: entry for entry in entries}
 
     def profile(self, with_mask: bool = False) -> str:
-        """All settings as JSON, for a file; the mask of the bins, some seconds of questions, on demand."""
+        """All settings as JSON, for a file; the mask of the bins, some seconds of questions, on demand.
+
+        Raises as snapshot() does.
+        """
         return str(self._core.profile(_given.flag("with_mask", with_mask)))
 
     def apply(self, profile: str) -> tuple[Outcome, ...]:

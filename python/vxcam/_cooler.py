@@ -74,7 +74,9 @@ class Cooler:
         """Waits until the sensor has settled, or is warm, and returns the state.
 
         Raises CameraTimeout after `timeout` seconds (it goes on then), and CameraError when the
-        temperature is out of reach. Raises UsageError when nothing was begun, or it was stopped before,
+        temperature is out of reach. A camera that is gone, or tells no temperature any more, is one of
+        these when the `patience` that was given has passed, 120 s, and up to 45 s more: give a `timeout`
+        where that is too long. Raises UsageError when nothing was begun, or it was stopped before,
         and Aborted when the camera is closed.
         """
         if self.state.phase == "idle":
@@ -87,7 +89,8 @@ class Cooler:
             )
         state = CoolingState(*told)
         if state.phase == "failed":
-            raise CameraError(f"{self._camera.target}: cooling failed: {state.text}; give a target nearer to the surroundings, or more patience")
+            advice = "is it still there?" if "tells no temperature" in state.text else "give a target nearer to the surroundings, or more patience"
+            raise CameraError(f"{self._camera.target}: cooling failed: {state.text}; {advice}")
         return state
 
     def __repr__(self) -> str:

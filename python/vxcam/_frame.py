@@ -297,7 +297,8 @@ class Frame:
         `header` has further cards: {"OBJECT": "M31", "AIRMASS": (1.2, "at the middle")}. The file
         appears under its name when it is whole. Raises FileExistsError for one that is there,
         unless `overwrite`, other OSErrors as they come, and UsageError for a name that ends as those
-        of another kind of file do, or in .gz: nothing is compressed here.
+        of another kind of file do, or in .gz: nothing is compressed here. HISTORY and COMMENT are cards
+        for astropy: to_hdu().header.add_history().
         """
         self._write("FITS", path, overwrite, header)
 
