@@ -24,6 +24,12 @@ uint64_t recordRoom(const std::string& path)
     return diskRoom(path, 0);
 }
 
+uint64_t recordNeeds(const RecordOptions& options, uint64_t frameBytes)
+{
+    constexpr uint64_t little = uint64_t{4} << 20U; // that stays free, besides
+    return std::max(options.reserve, 2 * frameBytes + little) + frameBytes;
+}
+
 Recorder::Recorder(const std::string& path, RecordOptions options)
     : body_(std::make_unique<Body>(path, std::move(options)))
 {}

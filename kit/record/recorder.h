@@ -111,6 +111,8 @@ private:
 VXCAMKIT_EXPORT void checkRecord(const std::string& path, const RecordOptions& options);
 // Bytes that can be written there.
 VXCAMKIT_EXPORT uint64_t recordRoom(const std::string& path);
+// Bytes that have to be free there for a frame of so many to be taken.
+VXCAMKIT_EXPORT uint64_t recordNeeds(const RecordOptions& options, uint64_t frameBytes);
 // Copies of frames that a record makes in memory, at most, beside those it holds. Throws
 // Error{Usage} as Recorder does.
 VXCAMKIT_EXPORT size_t recordCopies(const std::string& path, const RecordOptions& options);

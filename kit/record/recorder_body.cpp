@@ -17,7 +17,6 @@ namespace {
 constexpr size_t kEncoders = 2;
 constexpr std::chrono::milliseconds kBetweenFlushes(100);
 constexpr std::chrono::milliseconds kBetweenLooks(100); // at the disk
-constexpr uint64_t kLittle = uint64_t{4} << 20U;        // that stays free, besides
 
 // As an Error, whatever it was.
 std::exception_ptr asError(const std::exception_ptr& why, const std::string& path)
@@ -32,9 +31,12 @@ std::exception_ptr asError(const std::exception_ptr& why, const std::string& pat
     }
 }
 
-std::string megabytes(uint64_t bytes)
+[[noreturn]] void refuseRoom(const std::string& path, uint64_t room, uint64_t frames)
 {
-    return std::to_string(bytes >> 20U) + " MiB";
+    throw Error(ErrorKind::File,
+                path + ": the disk is nearly full (" + std::to_string(room >> 20U) +
+                    " MiB left): the record ends after " + std::to_string(frames) + " frames",
+                ENOSPC);
 }
 
 } // namespace
@@ -181,10 +183,31 @@ void Recorder::Body::begin(const RecordedFrame& first)
     }
     lastLook = {};
     file = kind.make(name, options, first);
+    made = kind.isMany ? FileId() : FileId(name);
     lastFlush = Clock::now();
     added = 0;
     std::lock_guard<std::mutex> guard(lock);
     if (!kind.isMany) books.files.push_back({name, 0, 0});
+}
+
+// No file is made that the disk has no room for.
+void Recorder::Body::requireRoomToBegin(const RecordedFrame& first) const
+{
+    if (options.force) return; // a file that is replaced makes room
+    const uint64_t free = diskRoom(path, 0);
+    if (free <
+        recordNeeds(options, std::max<uint64_t>(first.frame.bytes(), first.encoded.size()))) {
+        refuseRoom(path, free, first.index);
+    }
+}
+
+// What is written under no name any more would be lost.
+void Recorder::Body::requireName() const
+{
+    if (made.isAt(name)) return;
+    throw Error(ErrorKind::File,
+                name + ": was removed or renamed while it was recorded; what is in it is not there",
+                ENOENT);
 }
 
 // Looks at the disk before it is too full for what ends the file.
@@ -192,22 +215,21 @@ void Recorder::Body::requireRoom(const RecordedFrame& frame)
 {
     const uint64_t size = file->bytes();
     const uint64_t wanted = std::max<uint64_t>(frame.frame.bytes(), frame.encoded.size());
-    const uint64_t kept = std::max(options.reserve, 2 * (wanted + file->closingBytes()) + kLittle);
+    const uint64_t kept = recordNeeds(options, wanted + file->closingBytes()) - wanted;
     const uint64_t since = size - std::min(size, sizeAtLook);
     const bool isNear = room != kRoomUnknown && room < 2 * (kept + since + wanted);
     const auto now = Clock::now();
     if (isNear || now >= lastLook + kBetweenLooks) {
         lastLook = now;
+        requireName();
+        if (isNear && !isFlushed) flush(); // what is still in memory takes room, too
         sizeAtLook = size;
         room = diskRoom(name, size);
         std::lock_guard<std::mutex> guard(lock);
         books.diskLeft = room - std::min(room, kept);
     }
     if (room != kRoomUnknown && room < kept + (file->bytes() - sizeAtLook) + wanted) {
-        throw Error(ErrorKind::File,
-                    path + ": the disk is nearly full (" + megabytes(room) +
-                        " left): the record ends after " + std::to_string(frame.index) + " frames",
-                    ENOSPC);
+        refuseRoom(path, room, frame.index);
     }
 }
 
@@ -216,7 +238,10 @@ void Recorder::Body::add(RecordedFrame frame)
     if (file && options.split != 0 && added > 0 && file->bytes() >= options.split) {
         end({"split", frame.frame.facts().dropped});
     }
-    if (!file) begin(frame);
+    if (!file) {
+        requireRoomToBegin(frame);
+        begin(frame);
+    }
     const FrameFacts& facts = frame.frame.facts();
     if (facts.rows != shape->rows || facts.columns != shape->columns || facts.bits != shape->bits) {
         throw Error(ErrorKind::Usage, path + ": a frame of another size does not belong to it");
@@ -277,6 +302,11 @@ void Recorder::Body::end(const RecordEnd& how)
     }
     const uint64_t frames = file->frames(), bytes = file->bytes();
     file.reset();
+    try {
+        requireName();
+    } catch (...) {
+        fail();
+    }
     isFlushed = true;
     std::lock_guard<std::mutex> guard(lock);
     if (kind.isMany) {

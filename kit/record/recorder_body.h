@@ -4,6 +4,7 @@
 
 #include "containers/disk_room.h"
 #include "containers/record_file.h"
+#include "record/file_id.h"
 
 #include <vxcamkit/recorder.h>
 
@@ -39,7 +40,9 @@ struct Recorder::Body {
     void writeNotes();
     void add(RecordedFrame frame);
     void begin(const RecordedFrame& first);
+    void requireRoomToBegin(const RecordedFrame& first) const;
     void requireRoom(const RecordedFrame& frame);
+    void requireName() const;
     void flush();
     void end(const RecordEnd& how);
     void endAll();
@@ -55,6 +58,7 @@ struct Recorder::Body {
     // Of the writer.
     std::unique_ptr<RecordFile> file;
     std::string name;                // of it
+    FileId made;                     // that it was, when it was made
     std::optional<FrameFacts> shape; // of all frames
     bool isFlushed = true;
     Clock::time_point lastFlush, lastLook;

@@ -280,6 +280,38 @@ TEST(Recorder, LeavesAllThatWasFlushedWhenItIsKilled)
     }
 }
 
+TEST(Recorder, EndsWhenItsFileIsNotThereAnyMore)
+{
+    const Folder folder;
+    for (const std::string name : {"a.h5", "a.fits", "a.raw", "a.tif", "a.ser"}) {
+        Recorder recorder(folder.path(name));
+        EXPECT_TRUE(recorder.write(numbered<uint16_t>(1, 8, 8)));
+        EXPECT_TRUE(waitUntil([&] { return recorder.books().flushed == 1; })) << name;
+        std::filesystem::rename(folder.path(name), folder.path("other-" + name));
+        int i = 1;
+        if (name == "a.raw") {
+            EXPECT_TRUE(waitUntil([&] { return !recorder.write(numbered<uint16_t>(++i, 8, 8)); }));
+        }
+        EXPECT_THAT(refusalOf([&] { recorder.finish(); }, ErrorKind::File),
+                    HasSubstr(name + ": was removed or renamed while it was recorded"));
+    }
+}
+
+TEST(Recorder, MakesNoFileThatTheDiskHasNoRoomFor)
+{
+    const Folder folder;
+    for (const std::string name : {"a.h5", "a.fits", "a.raw", "a.tif", "a.ser", "a-%d.fits"}) {
+        RecordOptions options;
+        options.reserve = uint64_t{1} << 60U;
+        Recorder recorder(folder.path(name), options);
+        recorder.write(numbered<uint16_t>(1, 8, 8));
+        EXPECT_THAT(refusalOf([&] { recorder.finish(); }, ErrorKind::File),
+                    HasSubstr("the disk is nearly full"));
+    }
+    EXPECT_EQ(folder.names(), std::vector<std::string>());
+    EXPECT_EQ(recordNeeds({}, 100), 300 + (4U << 20U));
+}
+
 // A limit of the process is as a full disk.
 TEST(Recorder, EndsCleanlyBeforeTheDiskIsFull)
 {

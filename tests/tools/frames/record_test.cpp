@@ -235,7 +235,7 @@ TEST_F(Record, SaysBeforeTheExposureThatTheDiskIsTooSmall)
     tcRun run({"record", target, "-e", "1ms", "-n", "9", "--area", "0,0,96,64", "-o", "a.raw"},
               how);
     EXPECT_EQ(run.Exit(), 5);
-    EXPECT_THAT(run.Errors(), HasSubstr("111 kB are needed, and the disk has 100 kB left"));
+    EXPECT_THAT(run.Errors(), HasSubstr("4.3 MB are needed, and the disk has 100 kB left"));
     EXPECT_TRUE(mpCamera->Frames().empty());
     EXPECT_TRUE(mFolder.Names().empty());
 }

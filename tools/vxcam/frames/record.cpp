@@ -172,7 +172,8 @@ void tcRecord::RequireRoom(uint64_t frameBytes) const
 {
     const uint64_t room = vxcam::recordRoom(msOutput);
     const bool isKnown = mnFrames > 0 && mtPlan.area && msCompress == "none";
-    const uint64_t wanted = frameBytes * static_cast<uint64_t>(isKnown ? mnFrames : 1);
+    const uint64_t more = isKnown ? static_cast<uint64_t>(mnFrames) - 1 : 0;
+    const uint64_t wanted = more * frameBytes + vxcam::recordNeeds(mtOptions, frameBytes);
     if (room >= wanted) return;
     throw tcFailure(eExitFile, msOutput + ": " + BytesText(wanted) +
                                    " are needed, and the disk has " + BytesText(room) + " left");
