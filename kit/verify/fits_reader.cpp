@@ -99,7 +99,7 @@ void readTable(FitsParts* parts, const FitsPart& table, ReadRecord* record)
 void readCards(const FitsPart& part, ReadRecord* record)
 {
     record->header = nlohmann::json::object();
-    for (const char* word : {"EXPTIME", "XPOSURE", "SET-TEMP", "GAIN"}) {
+    for (const char* word : {"EXPTIME", "XPOSURE", "SET-TEMP", "GAIN", "NFRAMES"}) {
         if (part.has(word)) record->header[word] = part.real(word);
     }
 }

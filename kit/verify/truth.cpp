@@ -2,6 +2,7 @@
 
 #include <vxcamkit/error.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <map>
@@ -69,6 +70,33 @@ int64_t readoutsBefore(const std::map<Place, Sent>& sent, const std::vector<uint
     return best;
 }
 
+// Frames of a readout that the camera sent, and the record does not have: before its first one, and
+// behind its last one, where that was to be the readout's.
+void checkEnds(const std::map<Place, Sent>& sent, const Place& first, const Place& last,
+               ReadRecord* record)
+{
+    const ReadRow &begin = record->frames.front(), &end = record->frames.back();
+    if (!begin.has("index")) return; // a file of one frame
+    int64_t before = 0, behind = 0;
+    for (const auto& [place, frame] : sent) {
+        if (place.first == first.first && place < first) ++before;
+        if (place.first == last.first && place > last) ++behind;
+    }
+    const auto find = [&](int64_t count, const char* where, int64_t dropped) {
+        record->find("truth", "the camera sent " + std::to_string(count) + " frames " + where +
+                                  ", and " + std::to_string(dropped) + " were dropped");
+    };
+    // Of a later part of a record, those before may be in the other parts.
+    const int64_t elsewhere = begin["index"] + begin["dropped"];
+    if (before > elsewhere) find(before, "before the first one", elsewhere);
+    const int64_t dropped = std::max(record->dropped, end["dropped"]) - end["dropped"];
+    const bool isCounted = record->header.is_object() && record->header.contains("NFRAMES") &&
+                           record->header["NFRAMES"].is_number() && record->header["NFRAMES"] > 0;
+    if (record->ended == "complete" && isCounted && behind > dropped) {
+        find(behind, "behind the last one", dropped);
+    }
+}
+
 } // namespace
 
 void compareWithTruth(const std::string& path, const std::vector<uint32_t>& crcs,
@@ -109,6 +137,7 @@ void compareWithTruth(const std::string& path, const std::vector<uint32_t>& crcs
                                   std::to_string(kept) + " are here, and " +
                                   std::to_string(dropped) + " were dropped");
     }
+    checkEnds(sent, first, last, record);
 }
 
 } // namespace vxcam

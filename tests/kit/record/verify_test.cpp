@@ -7,8 +7,6 @@ using testing::HasSubstr;
 
 namespace vxcam {
 
-namespace {} // namespace
-
 TEST(VerifyRecords, FindsNothingInGoodOnes)
 {
     const Folder folder;
@@ -84,11 +82,12 @@ TEST(VerifyRecords, LookAtTheOrderOfFilesThatFollowEachOther)
     EXPECT_EQ(order("b-06.fits", "gone-05.fits"), "");
 }
 
-TEST(VerifyRecords, AreComparedWithTheTruth)
+namespace {
+
+// Of a record in raw, as a simulated camera would have told.
+std::string truthOf(const Folder& folder, const std::string& name)
 {
-    const Folder folder;
-    makeRecord(folder.path("a.raw"));
-    std::vector<std::string> lines = Split(ReadFile(folder.path("a.raw.jsonl")), '\n');
+    const std::vector<std::string> lines = Split(ReadFile(folder.path(name + ".jsonl")), '\n');
     std::string truth;
     for (int i = 1; i <= kFrames; ++i) {
         const std::string& line = lines[static_cast<size_t>(i)];
@@ -96,6 +95,16 @@ TEST(VerifyRecords, AreComparedWithTheTruth)
         truth += R"({"event":"frame","readout":7,"frame":)" + std::to_string(i) + R"(,"sentCrc":)" +
                  line.substr(at, line.find(',', at) - at) + R"(,"intact":true})" + "\n";
     }
+    return truth;
+}
+
+} // namespace
+
+TEST(VerifyRecords, AreComparedWithTheTruth)
+{
+    const Folder folder;
+    makeRecord(folder.path("a.raw"));
+    const std::string truth = truthOf(folder, "a.raw");
     VerifyOptions options;
     options.truth = folder.path("truth.jsonl");
     makeTextFile(options.truth, truth);
@@ -121,6 +130,35 @@ TEST(VerifyRecords, AreComparedWithTheTruth)
     makeTextFile(options.truth, truth.substr(truth.find('\n') + 1));
     EXPECT_THAT(findingsOf(verifyRecord(folder.path("a.raw"), options)),
                 HasSubstr("truth 0 the camera sent no such frame"));
+}
+
+// A record that was to have all frames of its readout has its first ones and its last ones.
+TEST(VerifyRecords, LackNoFramesAtTheirEndsThatTheCameraSent)
+{
+    const Folder folder;
+    makeRecord(folder.path("a.raw"));
+    VerifyOptions options;
+    options.truth = folder.path("truth.jsonl");
+    makeTextFile(options.truth, truthOf(folder, "a.raw"));
+    const auto recorded = [&](int first, int last, const std::string& how, int frames) {
+        RecordOptions force;
+        force.force = true;
+        Recorder recorder(folder.path("b.raw"), force);
+        for (int i = first; i <= last; ++i) {
+            FrameFacts facts = goodFrame(i).facts();
+            facts.frames = frames;
+            EXPECT_TRUE(recorder.write(numbered<uint16_t>(i, kRows, kColumns, facts)));
+        }
+        recorder.finish(how, 0);
+        return findingsOf(verifyRecord(folder.path("b.raw"), options));
+    };
+    EXPECT_EQ(recorded(1, kFrames, "complete", kFrames), "");
+    EXPECT_EQ(recorded(1, 4, "complete", kFrames),
+              "truth -1 the camera sent 2 frames behind the last one, and 0 were dropped\n");
+    EXPECT_EQ(recorded(1, 4, "stopped", kFrames), "");
+    EXPECT_EQ(recorded(1, 4, "complete", 0), ""); // of a readout without an end
+    EXPECT_EQ(recorded(3, kFrames, "complete", kFrames),
+              "truth -1 the camera sent 2 frames before the first one, and 0 were dropped\n");
 }
 
 } // namespace vxcam
