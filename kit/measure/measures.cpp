@@ -2,6 +2,7 @@
 
 #include <vxcamkit/figures.h>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <optional>
@@ -40,6 +41,21 @@ std::optional<Frame> rowsThatCame(const Frame& frame)
     return rest;
 }
 
+// Of wide pixels, whose values are too many for a histogram of each.
+double medianOf(const PixelView<uint32_t>& pixels)
+{
+    std::vector<uint32_t> values(pixels.begin(), pixels.end());
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>((values.size() - 1) / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+double medianOf(const Frame& frame)
+{
+    if (frame.bits() == 32) return medianOf(frame.pixels<uint32_t>());
+    return histogramOf(frame).percentile(0.5);
+}
+
 } // namespace
 
 Measures measuresOf(const Frame& frame, const StarOptions& options)
@@ -54,7 +70,7 @@ Measures measuresOf(const Frame& frame, const StarOptions& options)
     measures.least = figures.least;
     measures.most = figures.most;
     measures.mean = figures.mean;
-    measures.median = histogramOf(*rows).percentile(0.5);
+    measures.median = medianOf(*rows);
     measures.noise = field.background.noise;
     measures.saturated = figures.saturated;
     measures.stars = field.stars.size();

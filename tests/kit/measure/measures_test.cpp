@@ -50,6 +50,12 @@ TEST(Measures, AreThoseOfRowsThatCame)
     EXPECT_EQ(measuresOf(frameOf<uint16_t>(facts, std::vector<uint16_t>(8))).median, 0);
 }
 
+TEST(Measures, TheMedianOfWidePixelsIsOneOfThem)
+{
+    EXPECT_EQ(measuresOf(frameOf<uint32_t>(1, 5, {5, 4000000000u, 1000001, 7, 3000000000u})).median,
+              1000001);
+}
+
 TEST(Measures, FullScaleIsThatOfTheWidth)
 {
     EXPECT_EQ(measuresOf(frameOf<uint8_t>(1, 3, {255, 254, 255})).saturated, 2u);
