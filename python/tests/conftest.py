@@ -3,6 +3,7 @@
 import faulthandler
 import os
 import pathlib
+import signal
 import socket
 import subprocess
 import sys
@@ -15,6 +16,9 @@ import vxcam
 
 HERE = pathlib.Path(__file__).parent
 SMALL = "sim?sensor=64x48&scale=50&heartbeat=0.05"
+
+# Ctrl-C is nothing to programs that a shell has begun in the background, nor to what they begin.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture(autouse=True)
