@@ -161,6 +161,12 @@ void SequenceRun::awaitTemperature(const SequenceStep& step)
     while (true) {
         throwIfOther(cameraOf(camera_));
         const std::optional<CoolingState> end = cooler.wait(kPoll); // the camera has taken it, too
+        if (hasLostLink()) {
+            cooler.stop(); // gives no order to whatever comes back, before that is known
+            throw Error(ErrorKind::LinkLost,
+                        camera_.target() +
+                            ": the connection was lost before the temperature was reached");
+        }
         const CoolingState state = end.value_or(cooler.state());
         tell(std::string(nameOf(state.phase)) + ": " + state.text);
         const bool isLate = Clock::now() >= deadline;
