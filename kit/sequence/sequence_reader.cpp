@@ -266,7 +266,7 @@ private:
     static SequenceKeys hookKeys(SequenceHook* hook)
     {
         return {{"command", [=](const YAML::Node& value) { hook->command = textIn(value); }},
-                {"timeout", [=](const YAML::Node& value) { hook->patience = timeIn(value); }},
+                {"timeout", [=](const YAML::Node& value) { hook->patience = limitIn(value); }},
                 {"may-fail", [=](const YAML::Node& value) { hook->mayFail = switchIn(value); }}};
     }
 

@@ -101,6 +101,13 @@ std::chrono::milliseconds timeIn(const YAML::Node& node)
     return parsedDuration(textIn(node));
 }
 
+std::chrono::milliseconds limitIn(const YAML::Node& node)
+{
+    const std::chrono::milliseconds time = timeIn(node);
+    if (time.count() == 0) refuse("'" + textIn(node) + "' leaves no time; give more than 0");
+    return time;
+}
+
 Area areaIn(const YAML::Node& node)
 {
     if (!node.IsSequence() || node.size() != 4) refuse("write [x, y, width, height]");

@@ -39,6 +39,7 @@ int wholeIn(const YAML::Node& node, int least, int most);
 double realIn(const YAML::Node& node, double least, double most);
 bool switchIn(const YAML::Node& node);
 std::chrono::milliseconds timeIn(const YAML::Node& node);
+std::chrono::milliseconds limitIn(const YAML::Node& node);    // a time that is not 0
 Area areaIn(const YAML::Node& node);                          // [x, y, width, height]
 std::pair<int, int> pairIn(const YAML::Node& node, int most); // 2, or [2, 3]; from 1
 

@@ -196,6 +196,10 @@ TEST_F(SequenceReader, RefusesValuesThatCannotBe)
     EXPECT_THAT(mistakesOfStep("temperature: {to: cold}"), HasSubstr("'cold' is no number"));
     EXPECT_THAT(mistakesOfStep("run: {timeout: 1s}"), HasSubstr("'command' is missing"));
     EXPECT_THAT(mistakesOfStep("run: {command: a, may-fail: perhaps}"), HasSubstr("true or false"));
+    EXPECT_THAT(mistakesOfStep("run: {command: a, timeout: 0s}"),
+                HasSubstr("timeout: '0s' leaves no time; give more than 0"));
+    EXPECT_THAT(mistakesOfStep("bias: {count: 2, dither: {command: a, timeout: 0}}"),
+                HasSubstr("timeout: '0' leaves no time"));
     EXPECT_THAT(mistakesOfStep("bias: {count: 1, count: 2}"), HasSubstr("'count' is there twice"));
     EXPECT_THAT(mistakesOfStep("repeat: {times: 2}"), HasSubstr("'steps' is missing"));
     EXPECT_THAT(mistakesOfStep("repeat: {times: 1000000, steps: [{bias: {count: 2}}]}"),
