@@ -25,6 +25,14 @@ std::string meanText(double mean)
     return std::to_string(std::lround(mean));
 }
 
+// Wherever a command goes to.
+std::string wholePath(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::path whole = std::filesystem::absolute(path, error);
+    return path.empty() || error ? path : whole.string();
+}
+
 } // namespace
 
 void SequenceRun::takeFrame(const SequenceUnit& unit, int number)
@@ -194,8 +202,8 @@ void SequenceRun::delay(const SequenceUnit& unit)
 void SequenceRun::runHook(const SequenceUnit& unit)
 {
     const std::vector<std::string> variables = {
-        "VXCAM_PLAN=" + plan_.path, "VXCAM_FOLDER=" + plan_.folder, "VXCAM_FILE=" + last_,
-        "VXCAM_TAKEN=" + std::to_string(journal_.frames().size()),
+        "VXCAM_PLAN=" + wholePath(plan_.path), "VXCAM_FOLDER=" + wholePath(plan_.folder),
+        "VXCAM_FILE=" + wholePath(last_), "VXCAM_TAKEN=" + std::to_string(journal_.frames().size()),
         "VXCAM_FRAMES=" + std::to_string(frames_)};
     try {
         vxcam::runHook(*unit.hook, variables, [&] { tell(textOf(unit)); });

@@ -162,6 +162,23 @@ TEST_F(SequenceReader, TellsOfFramesThatAreNoMapAndOfAllOtherMistakes)
               "night.yaml:6: wait: time 'soon': write a number with ms, s, min or h, like 500ms");
 }
 
+TEST_F(SequenceReader, TakesAnchorsOfStepsAndOfValues)
+{
+    const SequencePlan plan = planOf(R"(steps:
+  - &step
+    darks: &five {count: 5, exposure: 1}
+  - *step
+  - lights: *five
+)");
+    ASSERT_EQ(plan.steps.size(), 3u);
+    EXPECT_EQ(plan.steps[1].plan.type, FrameType::Dark);
+    EXPECT_EQ(plan.steps[1].count, 5);
+    EXPECT_EQ(plan.steps[2].plan.type, FrameType::Light);
+    EXPECT_EQ(plan.steps[2].plan.exposure, 1s);
+    EXPECT_THAT(mistakesOf("steps:\n  - &d darks: {count: 5, exposure: 1}\n  - *d\n"),
+                HasSubstr("each step is one of"));
+}
+
 TEST_F(SequenceReader, TakesSevenRepeatsInEachOther)
 {
     const auto nested = [](int count) {

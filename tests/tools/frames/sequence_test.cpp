@@ -186,8 +186,9 @@ TEST_F(SequenceVerb, RunsCommandsAndEndsWithCodeSixWhenOneFails)
     EXPECT_THAT(msOutput, HasSubstr("'exit 3' ended with code 3"));
     MakeFile(mFolder.Path("ready"), "");
     EXPECT_EQ(RunOnce(), 0) << msErrors;
+    const std::string night = std::filesystem::canonical(mFolder.Path("night")).string();
     EXPECT_EQ(FileText(mFolder.Path("dithered")),
-              "2 night/light-0002.fits\n4 night/light-0004.fits\nonce\n");
+              "2 " + night + "/light-0002.fits\n4 " + night + "/light-0004.fits\nonce\n");
     Plan("folder: other\nsteps: [{run: {command: sleep 100, timeout: 100ms}}]\n");
     EXPECT_EQ(RunOnce(), 6);
     EXPECT_THAT(msErrors, HasSubstr("'sleep 100' did not end within 100ms"));
@@ -196,12 +197,18 @@ TEST_F(SequenceVerb, RunsCommandsAndEndsWithCodeSixWhenOneFails)
 TEST_F(SequenceVerb, TellsCommandsTheirOwnVariablesThoughItWasStartedWithSuch)
 {
     Start();
-    Plan("steps: [{bias: {count: 1}}, {run: 'echo \"$VXCAM_TAKEN $VXCAM_FILE\" > told'}]\n");
+    Plan(R"(steps:
+  - run: 'echo "$VXCAM_PLAN $VXCAM_FOLDER $VXCAM_FILE." > before'
+  - bias: {count: 1}
+  - run: 'echo "$VXCAM_TAKEN $VXCAM_FILE" > told'
+)");
     tcRun::tsHow how = In(mFolder);
     how.environment = {{"VXCAM_TAKEN", "7"}, {"VXCAM_FILE", "other.fits"}};
     tcRun run(Words(), how);
     EXPECT_EQ(run.Exit(), 0) << run.Errors();
-    EXPECT_EQ(FileText(mFolder.Path("told")), "1 night/bias-0001.fits\n");
+    const std::string here = std::filesystem::canonical(mFolder.Path()).string();
+    EXPECT_EQ(FileText(mFolder.Path("before")), here + "/night.yaml " + here + "/night .\n");
+    EXPECT_EQ(FileText(mFolder.Path("told")), "1 " + here + "/night/bias-0001.fits\n");
 }
 
 TEST_F(SequenceVerb, KnowsThatACommandFailedThoughItsParentIgnoredTheEndOfChildren)
