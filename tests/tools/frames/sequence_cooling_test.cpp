@@ -127,7 +127,7 @@ TEST_F(SequenceVerb, WarmsUpThoughTheRunBeforeEndedInIt)
 )");
     EXPECT_EQ(RunOnce(), 3);
     EXPECT_EQ(RunOnce(), 3);
-    EXPECT_THAT(msOutput, HasSubstr("not complete: 1 of 1 frames taken, 1 of them"));
+    EXPECT_THAT(msOutput, HasSubstr("not complete: 1 of 1 frame taken, 1 of them"));
     EXPECT_EQ(mpCamera->Frames().size(), 1u);
 }
 

@@ -301,6 +301,17 @@ TEST_F(SequenceVerb, ChecksThePlanBeforeAnything)
     EXPECT_EQ(none.Exit(), 5);
 }
 
+TEST_F(SequenceVerb, SaysOfAPlanNothingThatItHasNot)
+{
+    msTarget = "sim";
+    Plan("steps: [{run: 'true'}]\n");
+    EXPECT_EQ(RunOnce({"--dry-run"}), 0) << msErrors;
+    EXPECT_EQ(msOutput, "night.yaml: 0 frames to night; 1 command, not counted\n");
+    Plan("steps: [{bias: {count: 1}}]\n");
+    EXPECT_EQ(RunOnce({"--dry-run"}), 0) << msErrors;
+    EXPECT_THAT(msOutput, HasSubstr("night.yaml: 1 frame to night, 0 ms exposed, about "));
+}
+
 // The example of the page, and what the page says that comes of it.
 TEST_F(SequenceVerb, TellsOfTheExampleWhatItsPageSays)
 {

@@ -61,6 +61,13 @@ TEST(Arguments, ImpossibleDurationsAreRefused)
     EXPECT_THAT(Refusal([] { ParseDuration("4294967296ms"); }), HasSubstr("4294967295"));
 }
 
+TEST(Arguments, CountsOneAsOne)
+{
+    EXPECT_EQ(CountText(0, "frame"), "0 frames");
+    EXPECT_EQ(CountText(1, "frame"), "1 frame");
+    EXPECT_EQ(CountText(2, "frame"), "2 frames");
+}
+
 TEST(Arguments, DurationTextsAreForPeople)
 {
     EXPECT_EQ(DurationText(milliseconds(5)), "5 ms");

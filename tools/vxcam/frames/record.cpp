@@ -226,7 +226,7 @@ void tcRecord::Show(const vxcam::Stream& stream, const vxcam::Recorder& recorder
     char figures[96];
     std::snprintf(figures, sizeof figures, "%.0f MB/s, buffer %.0f %%, %llu dropped", rate / gnMega,
                   std::min(filled, 1.0) * 100, static_cast<unsigned long long>(readout.dropped));
-    std::string text = std::to_string(books.frames) + " frames, " + figures;
+    std::string text = CountText(books.frames, "frame") + ", " + figures;
     if (books.diskLeft != ~uint64_t{0}) {
         text += ", " + BytesText(books.diskLeft) + " left";
         const double left = static_cast<double>(books.diskLeft) / std::max(rate, 1.0);
@@ -260,7 +260,7 @@ void tcRecord::Print(const vxcam::RecordBooks& books) const
     const size_t printed = std::min(books.files.size(), gnMostPrinted);
     for (size_t i = 0; i < printed; ++i) {
         const vxcam::RecordedFile& file = books.files[i];
-        PrintLine(file.path + ": " + std::to_string(file.frames) + " frames, " +
+        PrintLine(file.path + ": " + CountText(file.frames, "frame") + ", " +
                   BytesText(file.bytes));
     }
     if (printed < books.files.size()) {

@@ -104,12 +104,14 @@ void tcSequence::DescribePlan(const vxcam::SequenceNeeds& needs)
 
 void tcSequence::PrintPlan(const vxcam::SequenceNeeds& needs) const
 {
-    std::string text = msFile + ": " + std::to_string(needs.frames) + " frames to " +
-                       mtPlan.folder + ", " + DurationText(needs.exposure) + " exposed, about " +
-                       DurationText(needs.duration) + " in all";
-    text += needs.bytes ? ", " + BytesText(*needs.bytes)
-                        : ", of the disk as much as the camera's sensor needs";
-    if (needs.hooks > 0) text += "; " + std::to_string(needs.hooks) + " commands, not counted";
+    std::string text = msFile + ": " + CountText(needs.frames, "frame") + " to " + mtPlan.folder;
+    if (needs.frames > 0) text += ", " + DurationText(needs.exposure) + " exposed";
+    if (needs.duration.count() > 0) text += ", about " + DurationText(needs.duration) + " in all";
+    if (needs.frames > 0) {
+        text += needs.bytes ? ", " + BytesText(*needs.bytes)
+                            : ", of the disk as much as the camera's sensor needs";
+    }
+    if (needs.hooks > 0) text += "; " + CountText(needs.hooks, "command") + ", not counted";
     PrintLine(text);
 }
 
@@ -161,9 +163,9 @@ void tcSequence::Print(const vxcam::SequenceReport& report) const
         bytes += file.bytes;
     }
     PrintLine(std::string(report.complete ? "complete" : "not complete") + ": " +
-              std::to_string(report.files.size()) + " of " + std::to_string(report.frames) +
-              " frames taken, " + std::to_string(report.before) + " of them in earlier runs, " +
-              BytesText(bytes) + "; " + std::to_string(report.failures.size()) + " failures");
+              std::to_string(report.files.size()) + " of " + CountText(report.frames, "frame") +
+              " taken, " + std::to_string(report.before) + " of them in earlier runs, " +
+              BytesText(bytes) + "; " + CountText(report.failures.size(), "failure"));
     for (const vxcam::SequenceFailure& failure : report.failures) {
         PrintLine("  " + failure.utc + " " + failure.text);
     }

@@ -1,4 +1,5 @@
 // vxcam verify: whether records are what they say.
+#include "arguments.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "program.h"
@@ -75,9 +76,9 @@ void tcVerify::Print(const vxcam::Verdict& verdict) const
     const std::string marked =
         verdict.incomplete > 0 ? " (" + std::to_string(verdict.incomplete) + " marked incomplete)"
                                : "";
-    PrintLine(verdict.path + ": " + verdict.format + ", " + std::to_string(verdict.frames) +
-              " frames" + marked + ", " + verdict.ended + ": " +
-              (verdict.isGood() ? "good" : std::to_string(verdict.findings.size()) + " findings"));
+    PrintLine(verdict.path + ": " + verdict.format + ", " + CountText(verdict.frames, "frame") +
+              marked + ", " + verdict.ended + ": " +
+              (verdict.isGood() ? "good" : CountText(verdict.findings.size(), "finding")));
     size_t printed = 0;
     for (const vxcam::Finding& finding : verdict.findings) {
         if (++printed > gnMostPrinted) {

@@ -203,6 +203,11 @@ std::string BytesText(uint64_t bytes)
     return text;
 }
 
+std::string CountText(uint64_t count, const std::string& noun)
+{
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 std::vector<std::string> FileNames(const std::string& pattern, int count)
 {
     std::vector<std::string> names;

@@ -52,6 +52,9 @@ std::string PassedText(std::chrono::milliseconds passed, std::chrono::millisecon
 // "512 MB", "2.1 GB": for people.
 std::string BytesText(uint64_t bytes);
 
+// "0 frames", "1 frame", "2 frames".
+std::string CountText(uint64_t count, const std::string& noun);
+
 // The names of `count` files. One %d in it (or %4d, or %04d for zeros in front)
 // stands for the frame's number from 1, %% for a percent sign. Without one, several files get
 // "-0001" and so on in front of the extension.
