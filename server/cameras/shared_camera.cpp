@@ -125,8 +125,10 @@ void SharedCamera::heard(const Event& event)
         std::lock_guard<std::mutex> guard(mutex_);
         switch (event.kind) {
         case EventKind::Heartbeat:
+            heartbeatInterval_.reset();
+            if (temperatures_) heartbeatInterval_ = SteadyClock::now() - heartAt_;
             temperatures_ = ToldTemperatures{event.sensorTemperature, event.boardTemperature};
-            heartAt_ = std::chrono::steady_clock::now();
+            heartAt_ = SteadyClock::now();
             facts = {{"sensor_temperature", event.sensorTemperature},
                      {"board_temperature", event.boardTemperature}};
             break;
@@ -196,7 +198,14 @@ std::optional<std::chrono::duration<double>> SharedCamera::heartbeatAge() const
 {
     std::lock_guard<std::mutex> guard(mutex_);
     if (!temperatures_) return std::nullopt;
-    return std::chrono::steady_clock::now() - heartAt_;
+    return SteadyClock::now() - heartAt_;
+}
+
+std::optional<std::chrono::duration<double>> SharedCamera::heartbeatInterval() const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!temperatures_) return std::nullopt;
+    return heartbeatInterval_;
 }
 
 void SharedCamera::tell(const std::string& name, const Value& value)

@@ -55,6 +55,8 @@ public:
     bool isLinkUp() const; // open, and the connection is there
     std::optional<ToldTemperatures> temperatures() const;
     std::optional<std::chrono::duration<double>> heartbeatAge() const; // none without a connection
+    // Between its last two on this connection; none before the second one.
+    std::optional<std::chrono::duration<double>> heartbeatInterval() const;
 
     // As Camera::get() and set(). Once told, a setting stays known until something else may have
     // changed it; `known` takes such an answer. set() throws Refusal{409} while a sequence runs.
@@ -98,6 +100,7 @@ private:
     bool isLinkUp_ = false, isEnding_ = false;
     std::optional<ToldTemperatures> temperatures_; // of heartAt_
     std::chrono::steady_clock::time_point heartAt_;
+    std::optional<std::chrono::duration<double>> heartbeatInterval_;
     std::map<std::string, Value> told_;
 
     Exposures exposures_; // uses all of the above

@@ -52,6 +52,8 @@ Json cameraJson(SharedCamera& camera)
     json["board_temperature"] = temperatures ? Json(temperatures->board) : Json();
     const auto age = camera.heartbeatAge();
     json["heartbeat_age"] = age ? Json(age->count()) : Json();
+    const auto interval = camera.heartbeatInterval();
+    json["heartbeat_interval"] = interval ? Json(interval->count()) : Json();
     json["lease"] = leaseJson(camera.lease().state());
     const auto running = camera.exposures().running();
     json["exposure"] = running ? Json(running->id) : Json();

@@ -75,6 +75,8 @@ constexpr const char* kCameras = R"({
     "sensor_temperature": {"type": ["number", "null"], "description": "degrees Celsius"},
     "board_temperature": {"type": ["number", "null"], "description": "degrees Celsius"},
     "heartbeat_age": {"type": ["number", "null"], "description": "seconds"},
+    "heartbeat_interval": {"type": ["number", "null"],
+                           "description": "seconds between the last two; null before them"},
     "lease": {"$ref": "#/components/schemas/Lease"},
     "exposure": {"type": ["integer", "null"], "description": "the one that runs"},
     "sequence": {"type": ["string", "null"], "description": "the plan that runs"}}},

@@ -383,6 +383,30 @@ class Page(InBrowser):
             self.addCleanup(self.camera.retire)
         self.assertToldWithinASecond("no connection to the camera", lambda: self.camera.end(), mend)
 
+    def test_a_camera_that_hangs_is_not_shown_as_connected(self):
+        self.expose()
+        stop, go_on = [lambda how=how: self.camera.process.send_signal(how) for how in (signal.SIGSTOP, signal.SIGCONT)]
+        self.addCleanup(go_on)
+        self.browser.until(text("temperature") + ".startsWith('20')")
+        until(lambda: self.server.get(CAMERA).json["heartbeat_interval"], "a second heartbeat")
+        stop()
+        self.browser.until(text("link") + ".startsWith('no heartbeat for ')")
+        self.assertTrue(self.browser.run("document.getElementById('link').matches('.bad')"))
+        self.browser.until(text("stale") + ".includes('no heartbeat for ') && " + text("state") + ".includes('no heartbeat for ')")
+        self.assertTrue(self.browser.run("document.getElementById('stage').matches('.old')"))
+        self.browser.until(text("link") + " === 'no heartbeat for 6 s'")  # by the page's clock, too
+        self.assertGreater(self.server.get(CAMERA).json["heartbeat_age"], 5)
+        go_on()
+        self.browser.until(text("link") + " === 'connected' && document.getElementById('link').matches('.good')")
+        self.browser.until("!%s.includes('no heartbeat') && !%s.includes('no heartbeat')" % (text("stale"), text("state")))
+
+    def test_a_heartbeat_is_missed_by_how_often_it_comes(self):
+        for interval, age, is_missed in (("0.1", "2.9", False), ("0.1", "3.1", True), ("10", "29", False), ("10", "31", True),
+                                         ("null", "29", False), ("null", "31", True), ("null", "null", False)):
+            found = self.browser.run("import('/cameras.js').then(({isQuiet}) => isQuiet({link: true, heartbeat_interval: %s}, %s))"
+                                     % (interval, age))
+            self.assertEqual(found, is_missed, (interval, age))
+
     def test_a_server_that_hangs_shows_within_a_second_and_is_heard_again(self):
         stop, go_on = [lambda how=how: self.server.process.send_signal(how) for how in (signal.SIGSTOP, signal.SIGCONT)]
         self.addCleanup(go_on)
@@ -832,6 +856,12 @@ class Cameras(unittest.TestCase):
         self.server.ask("POST", "/api/v1/cameras/1/exposures", {"exposure": 60})
         self.until(self.states() + ".includes('1 vxcamsim exposing')")
         self.server.ask("DELETE", "/api/v1/cameras/1/exposures/1")
+        self.until(self.states() + ".includes('1 vxcamsim idle')")
+        self.cameras[1].process.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.cameras[1].process.send_signal, signal.SIGCONT)
+        self.until(self.states() + ".includes('1 vxcamsim no heartbeat')")
+        self.assertEqual(self.browser.run("document.querySelectorAll('#cameras .bad').length"), 2)
+        self.cameras[1].process.send_signal(signal.SIGCONT)
         self.until(self.states() + ".includes('1 vxcamsim idle')")
         self.cameras[1].end()
         self.until(self.states() + ".includes('1 vxcamsim link lost')")

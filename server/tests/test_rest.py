@@ -243,6 +243,8 @@ class Faults(Rest):
         server.open()
         until(lambda: server.get(CAMERA).json["sensor_temperature"] is not None, "a temperature")
         self.assertLess(server.get(CAMERA).json["heartbeat_age"], 10)
+        interval = until(lambda: server.get(CAMERA).json["heartbeat_interval"], "a second heartbeat")
+        self.assertTrue(0.5 < interval < 10, interval)  # 1 s, on a machine that may be busy
         camera.process.send_signal(signal.SIGSTOP)
         self.addCleanup(camera.process.send_signal, signal.SIGCONT)
         until(lambda: server.get(CAMERA).json["sensor_temperature"] is None, "silence", 20)

@@ -4,8 +4,19 @@ import {glance, number} from './server.js';
 const at = id => document.getElementById(id);
 let cameras = []; // as the server told last
 
-function stateOf({open, link, sequence, exposure}) {
+const kQuiet = 3;      // s without a heartbeat, and so many of its intervals, until one is missed
+const kQuietAtAll = 30; // s, where only one has come
+
+// Whether a camera is connected, and has not been heard for so many seconds though it has heartbeats.
+export function isQuiet({link, heartbeat_interval: interval}, age) {
+  if (!link || age === null) return false;
+  return age > (interval === null ? kQuietAtAll : kQuiet * Math.max(1, interval));
+}
+
+function stateOf(facts) {
+  const {open, link, sequence, exposure} = facts;
   if (!link) return open ? 'link lost' : 'not there';
+  if (isQuiet(facts, facts.heartbeat_age)) return 'no heartbeat';
   return sequence ? 'sequence' : exposure ? 'exposing' : 'idle';
 }
 
@@ -29,7 +40,7 @@ function show(link, facts, state) {
   const {id, name, target, address, serial} = facts;
   const texts = [id, name || target, state];
   texts.forEach((text, part) => { link.children[part].textContent = text; });
-  link.lastChild.classList.toggle('bad', state !== 'not known' && !facts.link);
+  link.lastChild.classList.toggle('bad', state !== 'not known' && (!facts.link || state === 'no heartbeat'));
   link.title = [target, address !== target && address, serial && `serial ${serial}`].filter(Boolean).join(', ');
 }
 

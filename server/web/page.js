@@ -1,7 +1,7 @@
 import {
   ask, askForPart, camera, cameraPath, cameraNow, giveLease, glance, hasLease, isFrameLate, number, silence, takeLease, watch,
 } from './server.js';
-import {isOneOfSeveral, showCameras, showOne, showUnknown} from './cameras.js';
+import {isOneOfSeveral, isQuiet, showCameras, showOne, showUnknown} from './cameras.js';
 import {exactFigures, figuresOf, stretchOf} from './figures.js';
 import {Gestures} from './gestures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
@@ -331,6 +331,14 @@ function serverTrouble() {
 const liveTrouble = () => serverTrouble() || (refusal && `no live view: ${refusal}`);
 const isCut = () => serverTrouble() !== '' || Boolean(cameraFacts && !cameraFacts.link);
 
+// Of a camera that is connected, and tells nothing; '': it does, or never sent a heartbeat.
+function quietText() {
+  if (!cameraFacts) return '';
+  const {heardAt} = cameraFacts; // by now, whenever the server was asked
+  const age = heardAt === null ? null : performance.now() - heardAt;
+  return isQuiet(cameraFacts, age && age / 1000) ? `no heartbeat for ${ageText(age)}` : '';
+}
+
 function ageText(ms) {
   const seconds = Math.round(ms / 1000);
   return seconds < 120 ? `${Math.max(1, seconds)} s` : `${Math.round(seconds / 60)} min`;
@@ -341,7 +349,9 @@ function showNotes() {
   const now = performance.now();
   const age = newest ? now - newest.since : 0;
   const notes = [];
-  const trouble = liveTrouble() || (isCut() ? 'no connection to the camera' : '');
+  const isOld = !newest || age > 2000;
+  const quiet = isOld && quietText() && `${quietText()} from the camera`;
+  const trouble = liveTrouble() || (isCut() ? 'no connection to the camera' : quiet);
   if (trouble) notes.push(trouble);
   if (!newest) notes.push('no frame yet');
   if (newest && !newest.facts.complete) notes.push('incomplete: rows are missing');
@@ -372,11 +382,18 @@ function temperatureText(when) {
   return `${when}${sensor.toFixed(1)} \u00b0C, board ${board.toFixed(1)} \u00b0C`;
 }
 
+function showLink() {
+  const {link, open} = cameraFacts;
+  const quiet = quietText();
+  const text = quiet || (link ? 'connected' : open ? 'link lost' : 'not there');
+  if (at('link').textContent !== text) at('link').textContent = text;
+  at('link').className = `lamp ${link && !quiet ? 'good' : 'bad'}`;
+}
+
 function showCamera() {
   const facts = cameraFacts;
   at('camera').textContent = facts.name || facts.target;
-  at('link').textContent = facts.link ? 'connected' : facts.open ? 'link lost' : 'not there';
-  at('link').className = `lamp ${facts.link ? 'good' : 'bad'}`;
+  showLink();
   const {lease} = facts;
   at('lease').textContent = !lease.held ? 'free for all' : hasLease() ? 'you control' : `${lease.holder} controls`;
   at('control').textContent = hasLease() ? 'Give back' : lease.held ? 'Take over' : 'Take control';
@@ -397,7 +414,7 @@ function stateOf({over, state, error, plan, progress}) {
 
 function showExposure() {
   const isOver = !exposure || exposure.over;
-  const plan = cameraFacts?.sequence;
+  const plan = cameraFacts?.sequence, quiet = quietText();
   document.body.classList.toggle('in-sequence', Boolean(plan));
   at('start').disabled = at('live').disabled = !isOver || Boolean(plan);
   at('stop').disabled = isOver;
@@ -406,16 +423,22 @@ function showExposure() {
   at('stop').title = plan ? 'the sequence is stopped under Sequence' : 'Escape';
   if (notice && (plan || !isOver)) notice.isPassing = true;
   else if (notice?.isPassing) notice = null;
-  const texts = [plan ? `the sequence ${plan} runs; it is stopped under Sequence` : exposure ? stateOf(exposure) : isCut() ? 'no connection to the camera' : 'idle'];
+  const texts = [plan ? `the sequence ${plan} runs; it is stopped under Sequence` : exposure ? stateOf(exposure) : isCut() ? 'no connection to the camera' : quiet || 'idle'];
   if (notice && isOver && !plan) texts.pop();
+  if (quiet && !texts.includes(quiet)) texts.push(quiet);
   if (notice) texts.push(notice.text);
   at('state').textContent = texts.join('; ');
   const isFailed = isOver && !plan && exposure?.error && exposure.state !== 'aborted';
-  at('state').className = (notice ? notice.isWrong : isFailed) ? 'wrong' : '';
+  at('state').className = (quiet || (notice ? notice.isWrong : isFailed)) ? 'wrong' : '';
   if (plan || !exposure) at('progress').value = 0; // that of a plan is told there
   if (plan || !exposure) return;
   const {progress} = exposure;
   at('progress').value = isOver ? (exposure.state === 'complete' ? 1 : 0) : progress.phase === 'exposing' ? progress.done : 1;
+}
+
+// When the camera's last heartbeat was, by the page's clock.
+function keepHeard(age) {
+  cameraFacts.heardAt = age === null ? null : performance.now() - age * 1000;
 }
 
 // Of an exposure that another server knew, nothing is known.
@@ -427,6 +450,7 @@ function forgotten(error) {
 async function look() {
   try {
     cameraFacts = await cameraNow();
+    keepHeard(cameraFacts.heartbeat_age);
     isServerThere = true;
     showCamera();
     showOne(cameraFacts);
@@ -463,6 +487,7 @@ function showTemperature({utc, sensor_temperature, board_temperature}) {
   keepLast(temperatures, 3600, [Date.parse(utc) / 1000, sensor_temperature, setTo]);
   graphIn('temperatures').show(temperatures, temperatures[0].length - 1);
   if (!cameraFacts) return;
+  keepHeard(0);
   Object.assign(cameraFacts, {sensor_temperature, board_temperature});
   showCamera();
 }
@@ -671,12 +696,16 @@ at('whole').onclick = () => doing(() => setArea(null));
 // ---- Start
 
 // By the page's own clock, as a server that hangs tells nothing.
-let wasSilent = false;
+let wasSilent = false, wasQuiet = false;
 function listen() {
   const isSilent = silence() >= kSilence;
   if (isFrameLate() || isSilent !== wasSilent) refresh();
   if (isSilent && !wasSilent) showUnknown();
   wasSilent = isSilent;
+  if (cameraFacts) showLink();
+  const isQuietNow = quietText() !== '';
+  if (isQuietNow !== wasQuiet) refresh();
+  wasQuiet = isQuietNow;
   showCut();
   showTruth();
 }
