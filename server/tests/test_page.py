@@ -268,7 +268,7 @@ class Page(InBrowser):
         self.browser.until("document.getElementById('target').value !== ''")
         target = lambda: self.server.get(CAMERA + "/properties/target-temp").json["value"]
         before = target()
-        for wrong, told in (("warm", "'warm' is no number of degrees"), ("500", "out of range")):
+        for wrong, told in (("", "to how many degrees?"), ("warm", "'warm' is no number of degrees"), ("500", "out of range")):
             self.browser.run('''document.getElementById('target').value = '%s';
                                 document.getElementById('target').dispatchEvent(new Event('change'))''' % wrong)
             self.browser.until(text("target-wrong") + ".includes(%r)" % told)
@@ -503,6 +503,51 @@ class Page(InBrowser):
         })()""")
         is_set = lambda: self.server.get(CAMERA + "/properties/gain").json["value"] == 3
         until(is_set, "the gain")
+
+    FIELD = "[...document.querySelectorAll('#properties label')].find(label => label.firstChild.textContent === '%s').querySelector('input')"
+
+    def set_field(self, label, value):
+        self.browser.run("(field => { field.value = '%s'; field.dispatchEvent(new Event('change')); })(%s)" % (value, self.FIELD % label))
+
+    def test_properties_stay_those_of_the_camera_but_where_one_writes(self):
+        self.browser.run("document.getElementById('table').open = true")
+        self.browser.until("document.querySelectorAll('#properties label').length > 15")
+        self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 5})
+        self.browser.until(self.FIELD % "Gain" + ".value === '5'")
+        self.browser.run("(%s).focus()" % (self.FIELD % "Gain"))
+        self.browser.run("(%s).value = '17'" % (self.FIELD % "Gain"))
+        self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 6})
+        self.server.expose(exposure=0.125)  # nobody is told that this sets the camera's exposure time
+        self.browser.until(self.FIELD % "Exposure" + ".value.startsWith('125')")
+        self.assertEqual(self.browser.run(self.FIELD % "Gain" + ".value"), "17")
+        self.browser.run("(%s).value = '5'" % (self.FIELD % "Gain"))  # nothing is changed
+        self.browser.run("document.activeElement.blur()")
+        self.browser.until(self.FIELD % "Gain" + ".value === '6'")
+        self.server.ask("PUT", CAMERA + "/properties/gpio:3", {"value": "low"})
+        row = "[...document.querySelectorAll('#properties .property')].find(row => row.firstChild.textContent === 'Gpio (pin)')"
+        self.browser.run("(key => { key.value = '3'; key.dispatchEvent(new Event('change')); })((%s).querySelector('.key'))" % row)
+        self.browser.until("(%s).querySelector('select').value === 'low'" % row)
+        self.server.ask("PUT", CAMERA + "/properties/gpio:3", {"value": "high"})
+        self.browser.until("(%s).querySelector('select').value === 'high'" % row)
+
+    def test_properties_that_cannot_be_read_are_not_shown_as_current(self):
+        self.browser.run("document.getElementById('table').open = true")
+        self.browser.until("document.querySelectorAll('#properties label').length > 15")
+        self.camera.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(lambda: self.camera.process.send_signal(signal.SIGCONT))
+        self.browser.until("document.getElementById('properties').matches('.old')", 3 * PATIENCE)
+        self.camera.process.send_signal(signal.SIGCONT)
+        self.browser.until("!document.getElementById('properties').matches('.old')", 6 * PATIENCE)
+
+    def test_what_is_refused_of_a_property_is_told_below_it(self):
+        self.browser.run("document.getElementById('table').open = true")
+        self.browser.until("document.querySelectorAll('#properties label').length > 15")
+        said = self.FIELD % "Gain" + ".closest('.property').querySelector('p.wrong')?.textContent"
+        self.set_field("Gain", "99999")
+        self.browser.until("(%s)?.includes('99999')" % said)
+        self.set_field("Gain", "4")
+        self.browser.until("(%s) === undefined" % said)
+        self.assertEqual(self.server.get(CAMERA + "/properties/gain").json["value"], 4)
 
     def test_nothing_is_under_way_on_a_server_that_began_anew(self):
         self.server.ask("POST", CAMERA + "/exposures", {"exposure": 10})

@@ -7,7 +7,7 @@ import {Gestures} from './gestures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
 import {figuresIn, pixelsIn, regionOf} from './measure.js';
 import {PartAsked, pixelOf, wholeOf} from './part.js';
-import {showProperties} from './properties.js';
+import {onProperty, showProperties} from './properties.js';
 import {onSequence, showPlans} from './sequences.js';
 import {starAt} from './star.js';
 import {writeValues} from './values.js';
@@ -502,6 +502,7 @@ function onEvent(event) {
     showTruth();
   }
   if (event.event === 'property') {
+    onProperty(event.name);
     showCooler().catch(() => {});
     showArea().catch(() => {});
   }
@@ -618,8 +619,9 @@ at('leave').onclick = () => pick(null);
 at('leave-region').onclick = () => measure(null);
 at('one').onclick = () => view.setZoom(1);
 at('target').onchange = () => doing(async () => {
-  const value = numberIn('target', 'degrees') ?? null;
-  if (value === null) return;
+  const value = numberIn('target', 'degrees');
+  if (value === undefined) complain('target', 'to how many degrees?');
+  if (value === undefined || value === null) return;
   try {
     await camera('PUT', '/properties/target-temp', {value});
     await showCooler();
