@@ -21,8 +21,9 @@ constexpr const char* kLiveMore =
     "LiveWish, and has a LiveBeat as often as it asks for; whatever else it sends is answered with "
     "LiveError, and changes nothing.";
 constexpr const char* kEventsMore =
-    "Server-sent events: id is that of the event, event its kind, data an Event. A comment comes "
-    "when nothing else has for 15 s.";
+    "Server-sent events: id is that of the event, event its kind, data an Event. Events that are "
+    "not kept any more are told by one of the kind forgotten in their place. A comment comes when "
+    "nothing else has for 15 s.";
 
 const QueryParameter kWait{"wait", R"({"type": "number", "minimum": 0, "maximum": 60})",
                            "seconds to wait until it is over"};

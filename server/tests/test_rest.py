@@ -582,6 +582,48 @@ class Watching(Rest):
         connection.close()
 
 
+class Beating(Rest):
+    camera_options = ("--heartbeat", "0.01")
+
+    def events(self, last):
+        """All from the first one that is kept on, until one says that."""
+        connection = self.server.connection()
+        self.addCleanup(connection.close)
+        connection.request("GET", CAMERA + "/events?since=0")
+        response, told = connection.getresponse(), []
+        while last not in told[-1:]:
+            words = response.readline().decode()
+            if words.startswith("data: "):
+                event = json.loads(words[6:])
+                told.append((event["event"], event.get("value")))
+        return told
+
+    def test_heartbeats_do_not_fill_the_history_and_are_heard_live(self):
+        beats = 'vxcamd_heartbeats_total{camera="0"}'
+        until(lambda: self.server.metric(beats) > 50, "heartbeats")
+        self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 2})
+        told = self.events(("property", 2))
+        self.assertEqual(told[0][0], "opened")
+        self.assertLessEqual(told.count(("heartbeat", None)), 10)
+        connection = self.server.connection()
+        self.addCleanup(connection.close)
+        connection.request("GET", CAMERA + "/events")
+        response, heard = connection.getresponse(), 0
+        while heard < 30:
+            heard += response.readline().startswith(b"event: heartbeat")
+
+    def test_a_history_that_has_lost_its_beginning_says_so(self):
+        connection = self.server.connection()
+        self.addCleanup(connection.close)
+        for number in range(1001):
+            connection.request("PUT", CAMERA + "/properties/gain", json.dumps({"value": number % 4}),
+                               {"Content-Type": "application/json"})
+            self.assertEqual(connection.getresponse().read()[:1], b"{")
+        self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 5})
+        told = [event for event in self.events(("property", 5)) if event[0] != "heartbeat"]
+        self.assertEqual((told[0], len(told)), (("forgotten", None), 1 + 1000))
+
+
 class Figures(Rest):
     def test_metrics_count_what_happened(self):
         self.server.expose(exposure=0.001, frames=2)
