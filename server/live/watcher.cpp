@@ -138,7 +138,7 @@ bool Watcher::sendFrame(const FedFrame& fed, const std::optional<FramePart>& par
     const SteadyTime last = frame.times().lastPacket.steady;
     json["age"] = std::chrono::duration<double>(SteadyClock::now() - last).count();
     if (!say(textOf(json))) return false;
-    if (!isAgain) meters_.watcherDelay.add(SteadyClock::now() - last);
+    if (!isAgain && last >= begun_) meters_.watcherDelay.add(SteadyClock::now() - last);
     return sendPixels(frame, part);
 }
 

@@ -63,6 +63,7 @@ private:
     SharedCamera& camera_;
     SocketWriter& writer_;
     Meters& meters_;
+    const SteadyClock::time_point begun_ = SteadyClock::now(); // to watch
     uint64_t seenEvent_;
     uint64_t expected_; // number of the next frame; at first that of the newest one there is
     std::mutex mutex_;

@@ -509,6 +509,17 @@ class Watching(Rest):
         self.assertEqual((frame["number"], frame["missed"]), (3, 2))
         watcher.close()
 
+    def test_a_frame_from_before_is_late_for_no_watcher(self):
+        self.server.expose(exposure=0.001)
+        watcher = WebSocket(self.server.port, CAMERA + "/live")
+        self.assertEqual(watcher.frame()[0]["exposure_id"], 1)
+        watcher.settle()
+        self.assertEqual(self.server.metric("vxcamd_watcher_delay_seconds_count"), 0)
+        self.server.expose(exposure=0.001)
+        self.assertEqual(watcher.frame()[0]["exposure_id"], 2)
+        until(lambda: self.server.metric("vxcamd_watcher_delay_seconds_count") == 1, "the new one counts")
+        watcher.close()
+
     def test_a_watcher_may_ask_for_a_part_of_each_frame(self):
         for bits, kind in ((16, "<u2"), (8, "u1")):
             exposure = self.server.expose(exposure=0.001, bits=bits)["id"]
