@@ -1288,6 +1288,26 @@ class Sequences(InBrowser):
                          ["night/M31-%04d.fits" % number for number in range(1, 9)])
         self.assertEqual(len(glob.glob(os.path.join(self.plans, "night", "M31-*.fits"))), 8)
 
+    def test_the_section_stays_where_it_is_when_one_begins_and_ends(self):
+        self.browser.resize(1024, 768)
+        self.browser.until("innerWidth === 1024")
+        self.expose()
+        self.browser.run("document.getElementById('table').open = true")  # there is more below
+        self.browser.until("document.querySelectorAll('#properties label').length > 15")
+        self.write("night.yaml", self.PLAN % (2, "1h"))
+        self.click("check")
+        self.choose("night.yaml")
+        self.reads("checked", "good: 2 frames")
+        top = "document.getElementById('of-plans').getBoundingClientRect().top"
+        self.browser.run("document.querySelector('aside').scrollTop += %s - 194" % top)
+        self.assertLess(abs(self.browser.run(top) - 194), 2)
+        for button, state in (("run", "in-sequence"), ("halt", "")):
+            self.click(button)
+            self.browser.until("document.body.matches('.in-sequence') === %s" % json.dumps(bool(state)))
+            for _ in range(5):  # pictures
+                found = self.browser.run("new Promise(done => requestAnimationFrame(done)).then(() => %s)" % top)
+                self.assertLess(abs(found - 194), 30, button)
+
     def test_one_is_stopped_at_once_and_its_frames_may_go_elsewhere(self):
         self.browser.run("document.getElementById('folder').value = 'elsewhere'")
         self.start(2, "1h")

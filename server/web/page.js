@@ -412,9 +412,22 @@ function stateOf({over, state, error, plan, progress}) {
   return `${plan.frames === 0 ? 'live' : `frame ${progress.frame} of ${plan.frames}`}, ${progress.phase}`;
 }
 
+// Where something stands in the window; undefined: out of sight.
+function topOf(element) {
+  const [{top}, list] = [at(element), document.querySelector('aside')].map(each => each.getBoundingClientRect());
+  return top >= list.top && top < list.bottom ? top : undefined;
+}
+
+// Scrolls what has moved back to where it stood.
+function holdAt(element, top) {
+  if (top !== undefined) document.querySelector('aside').scrollTop += at(element).getBoundingClientRect().top - top;
+}
+
 function showExposure() {
   const isOver = !exposure || exposure.over;
   const plan = cameraFacts?.sequence, quiet = quietText();
+  const isOther = document.body.matches('.in-sequence') !== Boolean(plan);
+  const top = isOther ? topOf('of-plans') : undefined;
   document.body.classList.toggle('in-sequence', Boolean(plan));
   at('start').disabled = at('live').disabled = !isOver || Boolean(plan);
   at('stop').disabled = isOver;
@@ -430,6 +443,7 @@ function showExposure() {
   at('state').textContent = texts.join('; ');
   const isFailed = isOver && !plan && exposure?.error && exposure.state !== 'aborted';
   at('state').className = (quiet || (notice ? notice.isWrong : isFailed)) ? 'wrong' : '';
+  holdAt('of-plans', top);
   if (plan || !exposure) at('progress').value = 0; // that of a plan is told there
   if (plan || !exposure) return;
   const {progress} = exposure;
