@@ -843,13 +843,13 @@ class Tools(InBrowser):
 
     def test_what_is_measured_of_a_part_says_of_how_many(self):
         found = self.browser.run("""import('/measure.js').then(({figuresIn}) => figuresIn(
-            {part: {column: 4, row: 2, step: 2, columns: 3, rows: 2}, pixels: Uint16Array.of(1, 2, 3, 4, 5, 6)},
+            {part: {column: 4, row: 2, step: 2, columns: 3, rows: 2}, pixels: Uint16Array.of(1, 2, 3, 4, 5, 6), facts: {missing_rows: []}},
             {column: 5, row: 0, columns: 4, rows: 4}))""")
         # Of columns 4, 6, 8 and rows 2, 4 these are 6 and 8 of row 2.
         self.assertEqual(found, {"count": 2, "share": 2 / 16, "least": 2, "most": 3, "mean": 2.5,
                                  "deviation": math.sqrt(0.5), "median": 2})
         nothing = self.browser.run("""import('/measure.js').then(({figuresIn}) => figuresIn(
-            {part: {column: 0, row: 0, step: 1, columns: 2, rows: 2}, pixels: new Uint16Array(4)},
+            {part: {column: 0, row: 0, step: 1, columns: 2, rows: 2}, pixels: new Uint16Array(4), facts: {missing_rows: []}},
             {column: 5, row: 0, columns: 4, rows: 4}))""")
         self.assertIsNone(nothing)
 
@@ -1531,6 +1531,21 @@ class Missing(InBrowser):
 
 class MissingWithoutGraphics(Missing):
     graphics = False
+
+    def test_missing_rows_are_no_values(self):
+        self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "1,8192"})
+        self.expose()
+        self.browser.until(text("facts") + ".includes('values8192 to 8192')")
+        values, counts = self.browser.run(drawn_in("histogram"))
+        self.assertEqual((values[0], sum(counts)), (8192, 64 * 31))
+        self.assertEqual(self.browser.run(text("counted")), "Histogram of the whole frame")
+        self.browser.press("m")
+        for kind, place in (("mousePressed", (20, 4)), ("mouseMoved", (25, 7)), ("mouseReleased", (30, 8))):
+            self.browser.mouse(kind, *self.place(*place))
+        self.browser.until(text("figures") + ".includes('values8192 to 8192') && " + text("figures") + ".includes('deviation0.00')")
+        self.assertIn("rows are missing", self.browser.run(text("figures")))
+        _, counts = self.browser.until(drawn_in("histogram") + ".then(drawn => drawn[1].reduce((a, b) => a + b) < 100 && drawn)")
+        self.assertEqual(sum(counts), 11 * 4)
 
 
 @unittest.skipUnless(os.environ.get("VX_SCREENSHOT"), "VX_SCREENSHOT names no file")

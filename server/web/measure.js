@@ -1,4 +1,5 @@
 // What the pixels of a region of a frame are like.
+import {knownOf, rowsThere} from './part.js';
 
 const kMost = 1 << 20; // pixels that are looked at
 
@@ -12,47 +13,38 @@ export function regionOf({columns, rows}, [x0, y0], [x1, y1]) {
   return {column: left, row: top, columns: right - left + 1, rows: bottom - top + 1};
 }
 
-// Columns and rows of a frame's part that a region has: [left, right, top, bottom], without the last ones.
-function within(part, region) {
-  const along = (from, count, begin, most) => [
-    Math.max(0, Math.ceil((from - begin) / part.step)),
-    Math.min(most, Math.ceil((from + count - begin) / part.step)),
-  ];
-  const [left, right] = along(region.column, region.columns, part.column, part.columns);
-  const [top, bottom] = along(region.row, region.rows, part.row, part.rows);
-  return right > left && bottom > top ? [left, right, top, bottom] : null;
-}
-
-// The pixels that are there of a region of a frame {part, pixels}, row after row. Null: none is there.
-export function pixelsIn({part, pixels}, region) {
-  const edges = within(part, region);
-  if (!edges) return null;
-  const [left, right, top, bottom] = edges;
-  const inside = new pixels.constructor((right - left) * (bottom - top));
-  for (let row = top, at = 0; row < bottom; ++row, at += right - left) {
-    inside.set(pixels.subarray(row * part.columns + left, row * part.columns + right), at);
-  }
+// The pixels of a region of a frame {part, pixels, facts} that are there, row after row. Null: none is.
+export function pixelsIn(frame, region) {
+  const {part, pixels} = frame;
+  const known = knownOf(frame, region);
+  if (!known) return null;
+  const [left, right, rows] = known;
+  if (right - left === part.columns && rows.length === part.rows) return pixels;
+  const inside = new pixels.constructor((right - left) * rows.length);
+  rows.forEach((row, at) => {
+    inside.set(pixels.subarray(row * part.columns + left, row * part.columns + right), at * (right - left));
+  });
   return inside;
 }
 
-// Of the pixels that are there of a region of a frame {part, pixels}: count, the share of the
-// region's pixels that they are, least, most, mean, deviation, median. Null: none is there.
-export function figuresIn({part, pixels}, region) {
-  const edges = within(part, region);
-  if (!edges) return null;
-  const [left, right, top, bottom] = edges;
-  const there = (right - left) * (bottom - top);
-  const every = Math.ceil(Math.sqrt(there / kMost));
-  const values = new Float64Array(Math.ceil((right - left) / every) * Math.ceil((bottom - top) / every));
+// Of the pixels of a region of a frame that are there: count, the share of those of the region's pixels
+// that came, least, most, mean, deviation, median. Null: none is there.
+export function figuresIn(frame, region) {
+  const {part, pixels} = frame;
+  const known = knownOf(frame, region);
+  if (!known) return null;
+  const [left, right, rows] = known;
+  const every = Math.ceil(Math.sqrt((right - left) * rows.length / kMost));
+  const values = new Float64Array(Math.ceil((right - left) / every) * Math.ceil(rows.length / every));
   let count = 0, sum = 0;
-  for (let row = top; row < bottom; row += every) {
+  for (let at = 0; at < rows.length; at += every) {
     for (let column = left; column < right; column += every) {
-      sum += values[count++] = pixels[row * part.columns + column];
+      sum += values[count++] = pixels[rows[at] * part.columns + column];
     }
   }
   const mean = sum / count;
   const squares = values.reduce((all, value) => all + (value - mean) ** 2, 0);
   values.sort();
-  return {count, share: count / (region.columns * region.rows), least: values[0], most: values[count - 1],
+  return {count, share: count / (region.columns * rowsThere(frame, region)), least: values[0], most: values[count - 1],
           mean, deviation: Math.sqrt(squares / Math.max(1, count - 1)), median: values[(count - 1) >> 1]};
 }

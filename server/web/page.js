@@ -6,7 +6,7 @@ import {exactFigures, figuresOf, stretchOf} from './figures.js';
 import {Gestures} from './gestures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
 import {figuresIn, pixelsIn, regionOf} from './measure.js';
-import {PartAsked, pixelOf, wholeOf} from './part.js';
+import {PartAsked, pixelOf, rowsThere, wholeOf} from './part.js';
 import {onProperty, showProperties} from './properties.js';
 import {onSequence, showPlans} from './sequences.js';
 import {starAt} from './star.js';
@@ -69,14 +69,16 @@ function binText([columns, rows]) {
 const inAll = share => share > 1 ? `, of 1 in ${share}` : '';
 
 function showFacts({facts, figures}) {
-  const share = Math.round(facts.columns * facts.rows / figures.samples);
+  const count = facts.columns * rowsThere({facts}, wholeOf(facts));
+  const share = Math.round(count / figures.samples);
+  const has = text => count > 0 ? text : 'none came';
   showList(at('facts'), [
     ['size', `${facts.columns} x ${facts.rows}, ${facts.bits} bits`],
     ...(facts.kind === 'area' ? [] : [['bins', binText(facts.binning)]]),
     ['exposure', `${facts.exposure} s, ${facts.type}`],
     ['middle', `${facts.times.middle.slice(11, 23)} +/- ${(facts.times.uncertainty * 1000).toFixed(1)} ms`],
-    ['values', `${figures.least} to ${figures.most}${inAll(share)}`],
-    ['median', String(Math.floor(figures.percentile(0.5)))],
+    ['values', has(`${figures.least} to ${figures.most}${inAll(share)}`)],
+    ['median', has(String(Math.floor(figures.percentile(0.5))))],
     ['sum', String(facts.sum)],
     ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packet${facts.packets_missing === 1 ? '' : 's'} missing`, !facts.complete],
   ]);
@@ -175,7 +177,7 @@ function showRegion() {
   const {column, row, columns, rows} = measured;
   const figures = figuresIn(newest, measured);
   const size = ['size', `${columns} x ${rows} at ${column}, ${row}`];
-  showList(at('figures'), !figures ? [size, ['', 'not in this frame', true]] : [
+  showList(at('figures'), !figures ? [size, ['', rowsThere(newest, measured) ? 'not in this frame' : 'none of its rows came', true]] : [
     size,
     ['values', `${figures.least} to ${figures.most}${inAll(Math.round(1 / figures.share))}`],
     ['median', String(figures.median)],
@@ -222,9 +224,12 @@ function dropPlaces() {
 
 const shapeOf = ({columns, rows, area, binning}) => JSON.stringify([columns, rows, area, binning]);
 
+// Those of rows that came; where none did, what stands in them.
+const knownPixels = frame => pixelsIn(frame, wholeOf(frame.facts)) ?? frame.pixels;
+
 function showFrame() {
   const {facts, pixels} = newest;
-  newest.figures ??= figuresOf(pixels, facts.bits);
+  newest.figures ??= figuresOf(knownPixels(newest), facts.bits);
   const {full} = newest.figures;
   stretch = stretchOf(at('stretch').value, newest.figures);
   view.show({columns: facts.columns, rows: facts.rows, bits: facts.bits, part: newest.part, pixels,
@@ -241,7 +246,7 @@ async function countAll() {
   const frame = newest;
   const isWanted = () => frame === newest && !part.isQuick;
   if (!frame || frame.pixels.length < frame.facts.columns * frame.facts.rows) return;
-  const figures = await exactFigures(frame.pixels, frame.facts.bits, isWanted);
+  const figures = await exactFigures(knownPixels(frame), frame.facts.bits, isWanted);
   if (!figures) return;
   frame.figures = figures;
   showPanel();
@@ -257,13 +262,13 @@ const kMostCounted = 1 << 20; // pixels of what is seen, or of a region
 
 // Of the region that is measured, or of what is to be seen: what it is, and its figures.
 function counted() {
-  const {facts: {columns, rows, bits}} = newest;
+  const {facts, facts: {columns, rows, bits}} = newest;
   const area = measured ?? view.seen();
   const isAll = !area || (area.columns === columns && area.rows === rows);
   const pixels = isAll ? null : pixelsIn(newest, area);
-  if (!pixels) return ['the whole frame', newest.figures, columns * rows];
+  if (!pixels) return ['the whole frame', newest.figures, columns * rowsThere(newest, wholeOf(facts))];
   const what = `${measured ? 'the region' : 'what is seen'}, ${area.columns} x ${area.rows} at ${area.column}, ${area.row}`;
-  return [what, figuresOf(pixels, bits, kMostCounted), area.columns * area.rows];
+  return [what, figuresOf(pixels, bits, kMostCounted), area.columns * rowsThere(newest, area)];
 }
 
 function showCounts() {

@@ -13,6 +13,28 @@ export function pixelOf({part, pixels}, column, row) {
   return [part.column + x * part.step, part.row + y * part.step, pixels[y * part.columns + x]];
 }
 
+// Columns and rows of a frame {part, pixels, facts} that are there of a region: [left, right, rows], where
+// those of rows that did not come are left out, as far as it is known. Null: none is there.
+export function knownOf({part, facts}, region) {
+  const along = (from, count, begin, most) => [
+    Math.max(0, Math.ceil((from - begin) / part.step)),
+    Math.min(most, Math.ceil((from + count - begin) / part.step)),
+  ];
+  const [left, right] = along(region.column, region.columns, part.column, part.columns);
+  const [top, bottom] = along(region.row, region.rows, part.row, part.rows);
+  const missing = new Set(facts.missing_rows);
+  const rows = [];
+  for (let y = top; y < bottom; ++y) {
+    if (!missing.has(part.row + y * part.step)) rows.push(y);
+  }
+  return right > left && rows.length > 0 ? [left, right, rows] : null;
+}
+
+// How many rows of a region of a frame came.
+export function rowsThere({facts: {missing_rows: missing}}, {row, rows}) {
+  return rows - (missing ?? []).filter(each => each >= row && each < row + rows).length;
+}
+
 export class PartAsked {
   // send(part) tells the server; onPause() is called when no new frame has come for a while.
   constructor(send, onPause) {
