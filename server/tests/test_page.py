@@ -915,6 +915,18 @@ class Cameras(unittest.TestCase):
         self.until(self.states() + ".includes('0 vxcamsim not known')")
         self.assertEqual(self.browser.run("document.activeElement.firstChild.textContent"), "0")
 
+    def test_why_there_is_no_camera_is_told(self):
+        self.open("?camera=2")
+        why = "no camera answers at " + self.targets[2]
+        for element in ("state", "stale"):
+            self.until("%s.includes('%s')" % (text(element), why))
+        self.assertTrue(self.browser.run("document.getElementById('state').matches('.wrong')"))
+        self.assertIn(why, self.browser.run("document.querySelectorAll('#cameras a')[2].title"))
+        other = Server(self.targets[0])
+        self.addCleanup(other.retire)
+        self.browser.open("http://127.0.0.1:%d/" % other.port)
+        self.until(text("state") + ".includes('in use by another client')")
+
     def test_how_others_stand_is_asked_for_more_than_once_a_second(self):
         self.open()
         self.until(self.states() + ".includes('1 vxcamsim idle')")

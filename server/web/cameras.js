@@ -37,11 +37,11 @@ function linkTo({id}) {
 }
 
 function show(link, facts, state) {
-  const {id, name, target, address, serial} = facts;
+  const {id, name, target, address, serial, trouble} = facts;
   const texts = [id, name || target, state];
   texts.forEach((text, part) => { link.children[part].textContent = text; });
   link.lastChild.classList.toggle('bad', state !== 'not known' && (!facts.link || state === 'no heartbeat'));
-  link.title = [target, address !== target && address, serial && `serial ${serial}`].filter(Boolean).join(', ');
+  link.title = [target, address !== target && address, serial && `serial ${serial}`, trouble?.text].filter(Boolean).join(', ');
 }
 
 // Links stay as long as the cameras do, with the focus that one may have.

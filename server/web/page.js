@@ -336,6 +336,9 @@ function serverTrouble() {
 const liveTrouble = () => serverTrouble() || (refusal && `no live view: ${refusal}`);
 const isCut = () => serverTrouble() !== '' || Boolean(cameraFacts && !cameraFacts.link);
 
+// Why there is no camera, where the server knows.
+const noCamera = () => cameraFacts?.trouble?.text ?? 'no connection to the camera';
+
 // Of a camera that is connected, and tells nothing; '': it does, or never sent a heartbeat.
 function quietText() {
   if (!cameraFacts) return '';
@@ -356,7 +359,7 @@ function showNotes() {
   const notes = [];
   const isOld = !newest || age > 2000;
   const quiet = isOld && quietText() && `${quietText()} from the camera`;
-  const trouble = liveTrouble() || (isCut() ? 'no connection to the camera' : quiet);
+  const trouble = liveTrouble() || (isCut() ? noCamera() : quiet);
   if (trouble) notes.push(trouble);
   if (!newest) notes.push('no frame yet');
   if (newest && !newest.facts.complete) notes.push('incomplete: rows are missing');
@@ -441,12 +444,13 @@ function showExposure() {
   at('stop').title = plan ? 'the sequence is stopped under Sequence' : 'Escape';
   if (notice && (plan || !isOver)) notice.isPassing = true;
   else if (notice?.isPassing) notice = null;
-  const texts = [plan ? `the sequence ${plan} runs; it is stopped under Sequence` : exposure ? stateOf(exposure) : isCut() ? 'no connection to the camera' : quiet || 'idle'];
+  const texts = [plan ? `the sequence ${plan} runs; it is stopped under Sequence` : exposure ? stateOf(exposure) : isCut() ? noCamera() : quiet || 'idle'];
   if (notice && isOver && !plan) texts.pop();
   if (quiet && !texts.includes(quiet)) texts.push(quiet);
   if (notice) texts.push(notice.text);
   at('state').textContent = texts.join('; ');
-  const isFailed = isOver && !plan && exposure?.error && exposure.state !== 'aborted';
+  const isAbsent = !plan && !exposure && isCut();
+  const isFailed = isAbsent || isOver && !plan && exposure?.error && exposure.state !== 'aborted';
   at('state').className = (quiet || (notice ? notice.isWrong : isFailed)) ? 'wrong' : '';
   holdAt('of-plans', top);
   if (plan || !exposure) at('progress').value = 0; // that of a plan is told there
