@@ -475,6 +475,9 @@ class Page(InBrowser):
     def test_a_server_that_comes_back_is_found(self):
         self.expose()
         port = self.server.port
+        save = "document.getElementById('save')"
+        self.browser.until("!%s.hidden" % save)
+        self.assertEqual(self.browser.run(save + ".download"), "camera-0-exposure-1.fits")
         self.browser.until(text("temperature") + ".startsWith('20')")
         self.server.end()
         self.browser.until(text("stale") + ".includes('no connection to the server')")
@@ -489,7 +492,11 @@ class Page(InBrowser):
         self.browser.until(text("link") + " === 'connected'")
         self.browser.until(text("temperature") + ".startsWith('20')")
         self.browser.until("!document.getElementById('start').disabled && %s !== 'no connection to the server'" % text("state"))
+        self.browser.press("+")
+        self.browser.until(text("counted") + ".includes('what is seen')")  # all beside the image is drawn again
+        self.assertTrue(self.browser.run(save + ".hidden"))  # nothing of it is on this server
         self.expose()
+        self.browser.until("!%s.hidden" % save)
 
     def test_properties_are_a_form(self):
         self.browser.run("document.getElementById('table').open = true")
@@ -1353,6 +1360,30 @@ class Sequences(InBrowser):
         self.reads("checked", "good: 3 frames")
         with open(os.path.join(self.plans, "added.yaml"), encoding="ascii") as file:
             self.assertEqual(file.read(), self.PLAN % (3, "1s"))
+
+    def add(self, name, plan):
+        self.browser.run('''(() => {
+          const chosen = new DataTransfer();
+          chosen.items.add(new File([%s], '%s'));
+          document.getElementById('file').files = chosen.files;
+          document.getElementById('file').dispatchEvent(new Event('change'));
+        })()''' % (json.dumps(plan), name))
+
+    def test_a_plan_is_replaced_by_those_alone_who_say_so(self):
+        path = os.path.join(self.plans, "mine.yaml")
+        self.write("mine.yaml", self.PLAN % (3, "1s"))  # the page has not heard of it
+        self.browser.run("window.asked = []; window.confirm = text => (asked.push(text), false)")
+        self.add("mine.yaml", self.PLAN % (4, "1s"))
+        self.browser.until("asked.length === 1 && asked[0].includes('mine.yaml')")
+        self.choose("mine.yaml")
+        self.reads("checked", "good: 3 frames")
+        self.browser.run("window.confirm = () => true")
+        self.add("mine.yaml", self.PLAN % (4, "1s"))
+        self.reads("checked", "good: 4 frames")
+        with open(path, encoding="ascii") as file:
+            self.assertEqual(file.read(), self.PLAN % (4, "1s"))
+        self.add("wrong.yaml", "steps:\n- lights: {count: 0, exposure: 1s}\n")
+        self.reads("trouble", "wrong.yaml: line 2: ")
 
     def test_what_somebody_else_controls_is_not_begun(self):
         self.server.ask("POST", CAMERA + "/lease", {"holder": "night script"})

@@ -286,7 +286,9 @@ function showPanel() {
   showRegion();
   showTruth();
   const {exposure_id: id, complete} = newest.facts;
-  at('save').hidden = id === 0; // of a sequence: it is a file already
+  // Of a sequence: it is a file already. Of a connection that was: its server may be gone, with its frames.
+  at('save').hidden = id === 0 || newest.isOfBefore;
+  at('save').download = `camera-${number}-exposure-${id}.fits`;
   at('save').textContent = complete ? 'FITS' : 'FITS, incomplete';
   at('save').href = `${cameraPath}/exposures/${id}/frame.fits${complete ? '' : '?incomplete=yes'}`;
 }
@@ -738,6 +740,7 @@ function listen() {
 function onLink(isThere, why = '') {
   refusal = why;
   isServerThere = isThere || why !== '';
+  if (newest) newest.isOfBefore = at('save').hidden = true; // until it, or another, comes again
   showCut();
   part.forget();
   refresh();

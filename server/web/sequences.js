@@ -10,7 +10,7 @@ const attempt = work => async () => {
   try {
     await work();
   } catch (error) {
-    at('trouble').textContent = mistakesOf(error).join('; ');
+    at('trouble').textContent = (error.of ? `${error.of}: ` : '') + mistakesOf(error).join('; ');
     await showPlans();
   }
 };
@@ -40,6 +40,7 @@ function lines(place, texts, className = '') {
 
 // ---- Plans
 
+const isThere = name => plans.some(plan => plan.name === name);
 const chosen = () => plans.find(plan => plan.name === at('plan').value);
 
 function mistakesOf({mistakes, message, text = message}) {
@@ -159,7 +160,11 @@ at('file').onchange = attempt(async () => {
   const [file] = at('file').files;
   if (!file) return;
   at('file').value = ''; // the same one may be chosen again
-  const {name} = await ask('PUT', `/api/v1/plans/${encodeURIComponent(file.name)}`, file);
+  await showPlans(); // others may have stored one meanwhile
+  if (isThere(file.name) && !confirm(`The server has a plan ${file.name} already. Replace it?`)) return;
+  const {name} = await ask('PUT', `/api/v1/plans/${encodeURIComponent(file.name)}`, file).catch(error => {
+    throw Object.assign(error, {of: file.name});
+  });
   await showPlans();
   if (!state.over) return;
   at('plan').value = name;
