@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <sys/stat.h>
 
 namespace vxcam {
 
@@ -27,6 +28,14 @@ void requireReadable(const std::string& path)
     const int error = errno;
     const std::string why = error != 0 ? std::strerror(error) : "it is empty";
     throw Error(ErrorKind::File, "--tls: " + path + ": cannot be read: " + why, error);
+}
+
+// A group may read it: that is how a key is shared by servers that are not root.
+void requireSecret(const std::string& path)
+{
+    struct stat facts {};
+    if (::stat(path.c_str(), &facts) != 0 || (facts.st_mode & S_IRWXO) == 0) return;
+    refuse(path + ": holds the key, and everybody can read it; chmod 640 helps");
 }
 
 // What OpenSSL has to say, for people.
@@ -87,6 +96,7 @@ TlsKeys::TlsKeys(const std::string& certificate, const std::string& key)
     }
     SSL_CTX_set_default_passwd_cb_userdata(context, nullptr);
     if (SSL_CTX_check_private_key(context) != 1) refuse(key + ": is not the key of " + certificate);
+    requireSecret(key);
 }
 
 TlsConnection TlsKeys::connection(int socket) const

@@ -23,7 +23,8 @@ class TlsKeys
 {
 public:
     // Of two PEM files, which may be the same. Throws Error: File when one cannot be read, Usage
-    // when it is none, when they do not belong together, or for a key with a passphrase.
+    // when it is none, when they do not belong together, for a key with a passphrase, or
+    // one that is in a file open to everybody.
     TlsKeys(const std::string& certificate, const std::string& key);
 
     // A server's connection on that socket, which does not wait. Null: no memory.

@@ -315,6 +315,20 @@ class Starts(Secret):
                 self.assertEqual(told, code)
         self.assertEqual(self.refused(SIM, "--tls", "one")[0], 1)
 
+    def test_a_key_that_everybody_can_read_is_refused_and_a_group_may(self):
+        key = self.files.path("shared.key")
+        openssl("rsa", "-in", self.files.path("leaf.key"), "-out", key)
+        words = [SIM, "--listen", "127.0.0.1:0", "--tls", self.files.path("chain.pem") + "," + key]
+        for mode in (0o644, 0o604, 0o602):
+            os.chmod(key, mode)
+            code, said = self.refused(*words)
+            self.assertEqual(code, 1, oct(mode))
+            self.assertIn("shared.key: holds the key, and everybody can read it", said)
+        os.chmod(key, 0o640)
+        server = Process(SERVER, *words)
+        self.addCleanup(server.retire)
+        server.line("serving 1 camera at https://")
+
     def test_a_port_that_is_taken_ends_it(self):
         words = ["--tls", self.files.path("chain.pem") + "," + self.files.path("leaf.key")]
         with socket.socket() as taken:
@@ -355,6 +369,7 @@ class Starts(Secret):
             for name in ("leaf.key", "chain.pem"):
                 with open(self.files.path(name), "rb") as part:
                     file.write(part.read())
+        os.chmod(both, 0o600)
         server = Process(SERVER, SIM, "--listen", "127.0.0.1:0", "--tls", both + "," + both)
         self.addCleanup(server.retire)
         server.line("serving 1 camera at https://")
