@@ -114,6 +114,16 @@ HttpResponse Service::refused(const HttpRequest& request, const Refusal& refusal
     return isAlpaca(request.path) ? AlpacaDoor::refused(refusal) : errorAnswer(refusal);
 }
 
+// By its path alone.
+HttpResponse Service::counted(const HttpRequest& request, HttpResponse response)
+{
+    const char* const door = isAlpaca(request.path)             ? "alpaca"
+                             : isBelow(request.path, "/api/v1") ? "rest"
+                                                                : "other";
+    meters_.answered(door, response.status);
+    return response;
+}
+
 HttpResponse Service::answer(const HttpRequest& request)
 {
     const auto begun = std::chrono::steady_clock::now();
@@ -161,9 +171,12 @@ WebHandlers Service::handlers()
     WebHandlers handlers;
     handlers.request = [this](const HttpRequest& request) { return answer(request); };
     handlers.refused = [this](const HttpRequest& request, const Refusal& refusal) {
-        return refused(request, refusal);
+        return counted(request, refused(request, refusal));
     };
-    handlers.upgrade = [this](const HttpRequest& request) { return mayOpen(request); };
+    handlers.upgrade = [this](const HttpRequest& request) {
+        const HttpResponse response = mayOpen(request);
+        return response.status < 400 ? response : counted(request, response);
+    };
     handlers.open = [this](const HttpRequest& request, SocketWriter& writer) {
         return std::make_unique<Watcher>(rest_.cameraOf(pathParts(request.path)), writer, meters_,
                                          options_.watchers);

@@ -37,6 +37,7 @@ public:
 private:
     HttpResponse answer(const HttpRequest& request);
     HttpResponse refused(const HttpRequest& request, const Refusal& refusal) const;
+    HttpResponse counted(const HttpRequest& request, HttpResponse response);
     bool isAlpaca(const std::string& path) const;
     HttpResponse answerThrowing(const HttpRequest& request, std::string* door);
     HttpResponse answerSession(const HttpRequest& request) const;

@@ -28,6 +28,11 @@ double TimeHistogram::seconds() const
 void Meters::answered(const std::string& door, int status, std::chrono::nanoseconds time)
 {
     requestTime.add(time);
+    answered(door, status);
+}
+
+void Meters::answered(const std::string& door, int status)
+{
     std::lock_guard<std::mutex> guard(mutex_);
     ++answers_[{door, status}];
 }

@@ -33,6 +33,7 @@ private:
 struct Meters {
     // Of a request that came through this door ("rest", "alpaca", "page", ...).
     void answered(const std::string& door, int status, std::chrono::nanoseconds time);
+    void answered(const std::string& door, int status); // one without a time: it was not whole
     std::map<std::pair<std::string, int>, uint64_t> answers() const; // by door and status
 
     TimeHistogram requestTime;

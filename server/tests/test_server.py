@@ -17,6 +17,7 @@ from server_support import (PATIENCE, SERVER, Process, Server, Simulator, WebSoc
 CAMERA = "/api/v1/cameras/0"
 TOKEN = "correct-horse-battery-staple"
 SIM = "sim?sensor=64x48"
+REFUSED = 'vxcamd_http_answers_total{door="rest",status="%d"}'
 PAGES = os.environ.get("VXCAMD_PAGES")  # folder of the manual page, where it is made
 VXCAM = os.environ.get("VXCAM")  # the command line, where it is built
 
@@ -422,6 +423,8 @@ class Hostile(WithServer):
             self.assertIn(b" 413 ", data.split(b"\r\n")[0])
         data = raw_exchange(server.port, head + b"Transfer-Encoding: chunked\r\n\r\n5\r\nabcde\r\n")
         self.assertIn(b" 411 ", data.split(b"\r\n")[0])
+        for status, count in ((413, 3), (411, 1)):
+            self.assertEqual(server.metric(REFUSED % status), count)
         with socket.create_connection(("127.0.0.1", server.port), PATIENCE) as connection:
             connection.sendall(head + b"Content-Length: 104857600\r\n\r\n")
             try:
@@ -456,6 +459,14 @@ class Hostile(WithServer):
                 connection.sendall(b"x")
                 self.assertLess(time.monotonic() - begun, PATIENCE)
             self.assertIn(b" 408 ", connection.recv(1000).split(b"\r\n")[0])
+        self.assertEqual(server.metric(REFUSED % 408), 1)
+
+    def test_websockets_that_are_refused_are_counted(self):
+        server = self.start()
+        refused = WebSocket(server.port, "/api/v1/cameras/9/live")
+        self.addCleanup(refused.close)
+        self.assertEqual(refused.status, 404)
+        self.assertEqual(server.metric(REFUSED % 404), 1)
 
     def test_requests_that_are_none_do_no_harm(self):
         server = self.start()
