@@ -110,6 +110,7 @@ struct WebServer::Body {
     HttpResponse answer(mg_connection* connection, HttpRequest* request);
     HttpResponse refused(const HttpRequest& request, const Refusal& refusal) const;
     bool readBody(mg_connection* connection, std::string* body) const;
+    void refuseUnread(mg_connection* connection, int status, const char* text);
     void send(mg_connection* connection, const HttpRequest& request, const HttpResponse& response,
               bool withBody);
     void open(mg_connection* connection);
@@ -142,6 +143,18 @@ HttpResponse WebServer::Body::refused(const HttpRequest& request, const Refusal&
     HttpResponse response = handlers.refused(request, refusal);
     response.endsConnection = true;
     return response;
+}
+
+// What the web library gives up itself, of which it may know nothing.
+void WebServer::Body::refuseUnread(mg_connection* connection, int status, const char* text)
+{
+    const bool isNone = status == 400;
+    const Refusal refusal(status, isNone ? "usage" : "server",
+                          isNone ? "that is no request of HTTP, its method is unknown, or its "
+                                   "headers have more than 16384 bytes"
+                                 : text);
+    const HttpRequest unread;
+    send(connection, unread, refused(unread, refusal), true);
 }
 
 HttpResponse WebServer::Body::answer(mg_connection* connection, HttpRequest* request)
@@ -313,6 +326,11 @@ void WebServer::start(const WebOptions& options)
     mg_callbacks callbacks{};
     callbacks.begin_request = [](mg_connection* connection) {
         return static_cast<Body*>(mg_get_user_data(mg_get_context(connection)))->serve(connection);
+    };
+    callbacks.http_error = [](mg_connection* connection, int status, const char* text) {
+        static_cast<Body*>(mg_get_user_data(mg_get_context(connection)))
+            ->refuseUnread(connection, status, text);
+        return 0;
     };
     callbacks.log_message = [](const mg_connection*, const char*) { return 1; }; // may tell secrets
     mg_init_data start{&callbacks, body_.get(), settings.data()};

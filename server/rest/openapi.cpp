@@ -22,8 +22,8 @@ namespace {
 constexpr const char* kJson = "application/json";
 constexpr const char* kAbout =
     "Cameras that are shared: whoever holds a camera's lease controls it, all others watch. "
-    "Whatever is unknown, in queries and bodies, is refused. Times are UTC. Alpaca clients and the "
-    "page have interfaces of their own.";
+    "Whatever is unknown, in queries and bodies, is refused, and so are methods that a path does "
+    "not have (Error405). Times are UTC. Alpaca clients and the page have interfaces of their own.";
 
 struct PathParameter {
     const char* name;
@@ -50,10 +50,11 @@ struct Refused {
     int status;
     const char* kinds;
 };
-constexpr std::array<Refused, 14> kRefused{{{400, "usage"},
+constexpr std::array<Refused, 15> kRefused{{{400, "usage"},
                                             {401, "token"},
                                             {403, "wrong-origin, wrong-host, plan-hooks"},
                                             {404, "unknown-..., no-plans"},
+                                            {405, "wrong-method"},
                                             {408, "late"},
                                             {409, "exposing, sequence, not-ready, too-many"},
                                             {410, "gone"},

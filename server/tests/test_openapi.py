@@ -161,6 +161,9 @@ class Document(unittest.TestCase):
                     continue
                 allowed = "GET, PUT" if "/properties/" in place else ", ".join(methods).upper()
                 self.assertEqual((answer.status, answer.kind), (405, "wrong-method"), (method, place))
+                told = self.document["components"]["responses"]["Error405"]
+                self.assertEqual(told["description"], answer.kind)
+                self.requireValid(answer.json, told["content"]["application/json"]["schema"])
                 self.assertEqual(answer.headers["allow"], allowed, place)
 
     def test_paths_that_it_does_not_have_are_refused(self):

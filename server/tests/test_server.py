@@ -478,6 +478,18 @@ class Hostile(WithServer):
             raw_exchange(server.port, data, 0.3)
         self.alive(server)
 
+    def test_what_is_no_request_is_told_so_as_all_else_is(self):
+        server = self.start()
+        for data in (b"FOO / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n", b"GET / HTTP/1.1\r\n\x01: y\r\n\r\n",
+                     b"GET / HTTP/1.1\r\nX: " + b"y" * 17000 + b"\r\n\r\n"):
+            head, _, body = raw_exchange(server.port, data).partition(b"\r\n\r\n")
+            self.assertIn(b" 400 ", head.split(b"\r\n")[0], data[:20])
+            self.assertIn(b"Content-Type: application/json", head)
+            error = json.loads(body)["error"]
+            self.assertEqual((error["kind"], error["code"]), ("usage", 0))
+            self.assertIn("no request of HTTP", error["text"])
+        self.assertEqual(server.metric(REFUSED.replace("rest", "other") % 400), 3)
+
     def test_clients_that_dawdle_hold_up_nobody(self):
         server = self.start("--connections", "1100")
         server.open()
