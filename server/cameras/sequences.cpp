@@ -53,6 +53,10 @@ std::unique_ptr<Sequence> Sequences::made(const SequenceOrder& order)
 void Sequences::start(SequenceOrder order, std::chrono::milliseconds wait)
 {
     const std::lock_guard<std::mutex> one(starting_);
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        requireOpen();
+    }
     refuseIfRunning();
     if (thread_.joinable()) thread_.join();
     const std::shared_ptr<Camera> camera = around_.camera();
@@ -86,7 +90,7 @@ void Sequences::begin(SequenceOrder order, const std::shared_ptr<Camera>& camera
     status.order = std::move(order);
 
     std::lock_guard<std::mutex> guard(mutex_);
-    if (isClosed_) throw Refusal(503, "ending", "the server is about to end");
+    requireOpen();
     before_ = status_;
     status_ = std::move(status);
     sequence_ = std::move(sequence);
@@ -231,6 +235,12 @@ void Sequences::refuseIfRunning() const
     std::lock_guard<std::mutex> guard(mutex_);
     if (isOver(status_.state)) return;
     throw Refusal(409, "sequence", "the sequence '" + status_.order.name + "' runs; stop it first");
+}
+
+// The lock is held.
+void Sequences::requireOpen() const
+{
+    if (isClosed_) throw Refusal(503, "ending", "the server is about to end");
 }
 
 bool Sequences::wait(std::chrono::milliseconds most) const

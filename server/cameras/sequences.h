@@ -98,6 +98,7 @@ private:
     void run(const std::shared_ptr<Camera>& camera);
     void tell(const SequenceProgress& progress);
     void finish(const std::optional<Error>& error);
+    void requireOpen() const;
     bool order(SequenceStop when);
     void awaitEnd() const;
     void post(const Json& more = Json::object());

@@ -499,6 +499,14 @@ class Finishing(WithPlans):
         self.assertEqual(self.server.process.wait(PATIENCE), 0)
         self.assertEqual(len(glob.glob(self.path("night", "*.fits"))), 1)
 
+    def test_nothing_is_begun_meanwhile(self):
+        self.put("night.yaml", SHORT)
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 600})
+        self.server.process.send_signal(signal.SIGTERM)
+        for begin in (self.again, lambda: self.server.ask("POST", CAMERA + "/exposures", {})):
+            until(lambda: begin().kind != "exposing", "it is about to end")
+            self.assertRefused(begin(), 503, "ending")
+
 
 class Faults(WithPlans):
     camera_options = ("--fault", "missing-packet:readout=2,packet=1",
