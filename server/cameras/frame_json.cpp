@@ -45,6 +45,9 @@ Json frameJson(const Frame& frame)
     json["columns"] = facts.columns;
     json["rows"] = facts.rows;
     json["area"] = jsonOf(facts.area);
+    for (const Area& region : facts.regions) { // where there are several
+        json["regions"].push_back(jsonOf(region));
+    }
     json["binning"] = {facts.binningX, facts.binningY};
     json["exposure"] = std::chrono::duration<double>(facts.exposure).count();
     json["sensor_temperature"] = jsonOf(facts.sensorTemperature);

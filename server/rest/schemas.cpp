@@ -145,6 +145,8 @@ constexpr const char* kWork = R"({
     "kind": {"type": "string"}, "type": {"type": "string"}, "bits": {"type": "integer"},
     "columns": {"type": "integer"}, "rows": {"type": "integer"},
     "area": {"$ref": "#/components/schemas/Area"},
+    "regions": {"type": "array", "items": {"$ref": "#/components/schemas/Area"},
+      "description": "where several were read: stacked in the frame, in this order"},
     "binning": {"type": "array", "items": {"type": "integer"}},
     "exposure": {"type": "number", "description": "seconds"},
     "sensor_temperature": {"type": ["number", "null"]},

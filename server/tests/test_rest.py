@@ -80,6 +80,16 @@ class Exposures(Rest):
         pixels = numpy.frombuffer(body, "<u2").reshape(4, 30)
         self.assertEqual(pixels.tolist(), [[1000 + column for column in range(10, 40)]] * 4)
 
+    def test_the_regions_of_a_frame_are_told_where_there_are_several(self):
+        regions = [{"column": 8, "row": 4, "columns": 16, "rows": 8},
+                   {"column": 40, "row": 32, "columns": 16, "rows": 4}]
+        self.server.expose(exposure=0, regions=regions)
+        facts = self.server.get(CAMERA + "/exposures/1/frame.json").json
+        self.assertEqual((facts["regions"], facts["rows"]), (regions, 12))
+        self.assertEqual(facts["area"], {"column": 8, "row": 4, "columns": 48, "rows": 32})
+        self.server.expose(exposure=0)
+        self.assertNotIn("regions", self.server.get(CAMERA + "/exposures/2/frame.json").json)
+
     def test_bins_are_sums(self):
         self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "1,7"})
         self.server.expose(exposure=0, binning=[4, 2])
