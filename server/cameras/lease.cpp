@@ -54,6 +54,7 @@ std::string Lease::take(const std::string& holder, const std::string& key, bool 
         since_ = presentText();
         used_ = SteadyClock::now();
         Json facts;
+        facts["state"] = before.empty() ? "taken" : "taken-over";
         facts["holder"] = holder;
         if (!before.empty()) facts["from"] = before;
         events_.post("lease", facts);
@@ -68,7 +69,7 @@ void Lease::giveBack(const std::string& key)
     if (key != key_) refuse();
     key_.clear();
     isKept_ = false;
-    events_.post("lease", {{"holder", nullptr}});
+    events_.post("lease", {{"state", "given-back"}, {"holder", nullptr}, {"from", holder_}});
 }
 
 void Lease::require(const std::string& key)

@@ -248,7 +248,8 @@ Value SharedCamera::set(const std::string& name, const Value& value)
 void SharedCamera::wasSet(const std::string& name, const Value& value)
 {
     tell(name, value);
-    events_.post("property", {{"name", name}, {"value", Json::parse(value.json())}});
+    events_.post("property",
+                 {{"name", name}, {"value", Json::parse(value.json())}, {"text", value.text()}});
 }
 
 // What can be asked for is asked for again; the rest is what was set last, which the kit sends

@@ -397,6 +397,23 @@ class Leases(Rest):
         self.assertEqual((put(), yours["holder"]), (423, "you"))
         self.assertEqual(self.server.get(CAMERA).json["lease"]["holder"], "you")
 
+    def test_events_tell_what_became_of_the_lease_and_which_value_was_set(self):
+        self.server.ask("POST", CAMERA + "/lease", {"holder": "me"})
+        key = self.server.ask("POST", CAMERA + "/lease", {"holder": "you", "take": True}).json["key"]
+        self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 3}, {"X-Lease": key})
+        self.server.ask("DELETE", CAMERA + "/lease", headers={"X-Lease": key})
+        connection = self.server.connection()
+        self.addCleanup(connection.close)
+        connection.request("GET", CAMERA + "/events?since=0")
+        response, told = connection.getresponse(), []
+        while len(told) < 4:
+            line = response.readline().decode()
+            event = json.loads(line[6:]) if line.startswith("data: ") else {"event": ""}
+            if event["event"] in ("lease", "property"):
+                told.append([event.get(name) for name in ("state", "holder", "from", "name", "text")])
+        self.assertEqual(told, [["taken", "me", None, None, None], ["taken-over", "you", "me", None, None],
+                                [None, None, None, "gain", "3"], ["given-back", None, "you", None, None]])
+
     def test_a_lease_that_nobody_uses_is_free(self):
         self.server.ask("POST", CAMERA + "/lease", {"holder": "me"})
         until(lambda: not self.server.get(CAMERA + "/lease").json["held"], "free")
