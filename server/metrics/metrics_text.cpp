@@ -1,6 +1,7 @@
 #include "metrics/metrics_text.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <utility>
 
@@ -10,10 +11,14 @@ namespace {
 
 using Labels = std::vector<std::pair<std::string, std::string>>;
 
+// With no more digits than make it that number again.
 std::string numberOf(double number)
 {
     char text[32];
-    std::snprintf(text, sizeof text, "%.17g", number);
+    for (int digits = 15; digits <= 17; ++digits) {
+        std::snprintf(text, sizeof text, "%.*g", digits, number);
+        if (std::strtod(text, nullptr) == number) break;
+    }
     return text;
 }
 

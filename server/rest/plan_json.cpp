@@ -15,13 +15,13 @@ using std::chrono::milliseconds;
     throw Error(ErrorKind::Usage, text);
 }
 
-milliseconds timeOf(const std::string& name, const Json& json)
+milliseconds timeOf(const std::string& name, const Json& json, const char* least = "0")
 {
     if (json.is_string()) return parsedDuration(json.get<std::string>());
     if (!json.is_number()) refuse(name + ": seconds, or a text like \"500ms\"");
     constexpr double kMost = 4294967.295;
     const double seconds = json.get<double>();
-    if (!(seconds >= 0 && seconds <= kMost)) refuse(name + ": 0 to 4294967.295 s");
+    if (!(seconds >= 0 && seconds <= kMost)) refuse(name + ": " + least + " to 4294967.295 s");
     const double count = std::round(seconds * 1000);
     if (seconds > 0 && count < 1) refuse(name + ": cameras count in milliseconds");
     return milliseconds(static_cast<int64_t>(count));
@@ -107,7 +107,7 @@ Plan planOf(const Json& json)
         plan.exposure = timeOf("exposure", time);
     }
     if (const Json time = members.take("timeout"); !time.is_null()) {
-        plan.timeout = timeOf("timeout", time);
+        plan.timeout = timeOf("timeout", time, "more than 0");
     }
     plan.frames = members.takeInt("frames", plan.frames);
     plan.mode = members.takeInt("mode", plan.mode);

@@ -144,6 +144,12 @@ class Exposures(Rest):
         self.assertEqual((exposure["id"], exposure["state"]), (1, "complete"))
         self.assertEqual(self.server.metric('vxcamd_exposures_total{camera="0",end="failed"}'), 0)
 
+    def test_a_time_out_that_cannot_be_is_told_what_can(self):
+        for plan, text in (({"timeout": -1}, "timeout: more than 0 to 4294967.295 s"),
+                           ({"exposure": -1}, "exposure: 0 to 4294967.295 s")):
+            answer = self.server.ask("POST", CAMERA + "/exposures", plan)
+            self.assertEqual(answer.json["error"]["text"], text)
+
     def test_what_no_query_has_is_refused(self):
         self.server.expose(exposure=0.001)
         for path in ("/exposures/1?wiat=1", "/exposures/1?wait=", "/exposures/1?wait=1&wait=1",
@@ -693,6 +699,12 @@ class Figures(Rest):
             for name, labels in figures:
                 self.assertIn(name, told, expression)
                 self.assertLessEqual(set(re.findall(r'(\w+)=~?"', labels)), told[name], expression)
+
+    def test_figures_have_no_more_digits_than_they_need(self):
+        for _ in range(10):  # sums of nanoseconds
+            text = self.server.get("/metrics").body.decode()
+            figure = re.search(r"^vxcamd_http_answer_seconds_sum (.*)", text, re.MULTILINE)[1]
+            self.assertLessEqual(len(figure), len("0.123456789"))
 
     def test_waiting_that_was_asked_for_is_no_time_to_make_an_answer(self):
         self.server.ask("POST", CAMERA + "/exposures", {"exposure": 30})
