@@ -1157,6 +1157,9 @@ class Graphs(InBrowser):
         self.assertEqual(values[0], pixels.min())
         self.assertEqual(sum(counts), numpy.count_nonzero(pixels < values[-1] + wide))
         self.assertGreater(sum(counts), 0.99 * pixels.size)
+        above = pixels[pixels >= values[-1] + wide]
+        self.assertEqual(self.browser.run(text("above")), "and %d above %d, to %d" % (
+            above.size, values[-1] + wide - 1, above.max()) if above.size else "")
         for value, count in zip(values, counts):
             self.assertEqual(count, numpy.count_nonzero((pixels >= value) & (pixels < value + wide)), value)
 

@@ -115,16 +115,18 @@ function drawLimits({ctx, bbox: {left, top, width, height}, valToPos}) {
   ctx.restore();
 }
 
-// The part of it where most pixels lie, with the limits of the stretch.
+// The part of it where most pixels lie, with the limits of the stretch; how many samples lie above it, and from which value on.
 export function showHistogram({counts, scale, least, most, percentile}, {black, white}) {
   const last = Math.min(most, Math.max(percentile(0.999), white) * 1.1);
   const wide = Math.max(1, Math.ceil((last - least + 1) / kBars)); // values in a bar
+  let above = 0;
   const bars = Array(Math.ceil((last - least + 1) / wide)).fill(0);
   for (let bin = 0; bin < counts.length; ++bin) {
     const bar = Math.floor(bin / scale / wide);
-    if (bar >= bars.length) break;
-    bars[bar] += counts[bin];
+    if (bar >= bars.length) above += counts[bin];
+    else bars[bar] += counts[bin];
   }
   limits = [black, white];
   graphIn('histogram').show([bars.map((_, bar) => least + bar * wide), bars]);
+  return {above, from: least + bars.length * wide};
 }

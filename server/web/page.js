@@ -274,7 +274,8 @@ function counted() {
 function showCounts() {
   const [what, figures, count] = counted();
   at('counted').textContent = `Histogram of ${what}${inAll(Math.round(count / figures.samples))}`;
-  showHistogram(figures, stretch);
+  const {above, from} = showHistogram(figures, stretch);
+  at('above').textContent = above ? `and ${above} above ${from - 1}, to ${figures.most}` : '';
 }
 
 function showPanel() {
