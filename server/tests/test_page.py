@@ -124,6 +124,16 @@ class Drawing(InBrowser):
         self.assertGreater(red, 200)
         self.assertLess(max(green, blue), 100)
 
+    def test_a_bin_of_full_pixels_is_marked(self):
+        self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "5,100,65535,8"})
+        exposure = self.expose(binning=[2, 2])
+        frame = numpy.frombuffer(self.server.get(CAMERA + "/exposures/%d/frame.raw" % exposure["id"]).body, "<u4").reshape(16, 32)
+        self.assertEqual({int(frame[1, 1]), int(frame[1, 6])}, {400, 4 * 65535})
+        self.columns, self.rows = 32, 16
+        for column in (1, 6):
+            red, green, blue = self.pixel(column, 1)
+            self.assertEqual(red > 200 and max(green, blue) < 100, frame[1, column] == 4 * 65535, column)
+
 
 class DrawingWithGraphics(Drawing):
     graphics = True

@@ -91,11 +91,17 @@ let widths = [[], [], []];  // frames from 1, half flux diameter, full width at 
 
 let picked = null;  // a place where one is looked for, as soon as each pixel there is known
 
+// What a pixel has at most: of a bin, when each in it is full. Infinity: not known.
+function fullOf({bits, binning: [columns, rows]}) {
+  if (bits < 32) return 2 ** bits - 1;
+  return columns * rows > 1 ? columns * rows * 65535 : Infinity;
+}
+
 // The star near a place of the newest frame.
 function starNear(column, row) {
-  const {part, pixels, figures: {full}} = newest;
+  const {part, pixels, facts} = newest;
   const {columns, rows} = part;
-  const found = starAt({columns, rows, pixels, full}, column - part.column, row - part.row);
+  const found = starAt({columns, rows, pixels, full: fullOf(facts)}, column - part.column, row - part.row);
   return found && {...found, column: found.column + part.column, row: found.row + part.row};
 }
 
@@ -230,10 +236,9 @@ const knownPixels = frame => pixelsIn(frame, wholeOf(frame.facts)) ?? frame.pixe
 function showFrame() {
   const {facts, pixels} = newest;
   newest.figures ??= figuresOf(knownPixels(newest), facts.bits);
-  const {full} = newest.figures;
   stretch = stretchOf(at('stretch').value, newest.figures);
   view.show({columns: facts.columns, rows: facts.rows, bits: facts.bits, part: newest.part, pixels,
-             missingRows: facts.missing_rows, stretch, full: facts.bits === 32 ? Infinity : full});
+             missingRows: facts.missing_rows, stretch, full: fullOf(facts)});
   followStar(facts.again);
   askForWhatShows();
   showNotes();

@@ -97,13 +97,13 @@ export class SoftwarePainter {
   }
 
   paintRow(at, row) {
-    const {words, column, table, end, frame: {pixels, bits, part, stretch}} = this;
+    const {words, column, table, end, frame: {pixels, bits, part, stretch, full}} = this;
     const first = row * part.columns;
     if (bits === 32) {
       const steps = kSteps / (stretch.white - stretch.black);
       for (let x = this.begin; x < end; ++x) {
-        const step = (pixels[first + column[x]] - stretch.black) * steps;
-        words[at + x] = table[Math.round(Math.min(kSteps, Math.max(0, step)))];
+        const value = pixels[first + column[x]], step = (value - stretch.black) * steps;
+        words[at + x] = value >= full ? kFull : table[Math.round(Math.min(kSteps, Math.max(0, step)))];
       }
       return;
     }
