@@ -582,6 +582,10 @@ class Hostile(WithServer):
             with open(opened, encoding="ascii") as file:
                 self.assertEqual(file.read().strip(), address)
             os.remove(opened)
+            self.assertEqual(server.end(signal.SIGINT), 0)
+        if VXCAM:
+            told = subprocess.run([VXCAM, "view", "--help"], capture_output=True, text=True, check=True)
+            self.assertIn("until Ctrl-C, which is code 0 here", told.stdout)
 
 
 if __name__ == "__main__":

@@ -11,7 +11,7 @@
 
 const char* const gsViewExamples =
     R"(  vxcam view                                  a simulated camera
-  vxcam view 192.168.1.20:2000                until Ctrl-C
+  vxcam view 192.168.1.20:2000                until Ctrl-C, which is code 0 here
   vxcam view serial:1207 --no-browser         prints the address alone)";
 
 namespace {
