@@ -237,6 +237,36 @@ inline tcRun::tsHow In(const tcFolder& folder)
     return how;
 }
 
+// A file system of so many MiB, which is there for one command of a shell: a mount namespace that
+// ends with it has it. Nothing where there are none.
+class tcDisk
+{
+public:
+    explicit tcDisk(int size)
+        : msMount("mount -t tmpfs -o size=" + std::to_string(size) + "M none disk")
+    {
+        mHow.program = "unshare";
+        mHow.folder = mFolder.Path();
+        std::filesystem::create_directory(mFolder.Path("disk"));
+        tcRun probe({"-m", "sh", "-c", msMount}, mHow);
+        mIsThere = probe.Exit() == 0;
+    }
+    explicit operator bool() const { return mIsThere; }
+
+    // Of the command, in whose folder "disk" is the disk, and to which "$0" is the program.
+    const tcRun::tsHow& How() const { return mHow; }
+    std::vector<std::string> Words(const std::string& command) const
+    {
+        return {"-m", "sh", "-c", msMount + " && " + command, VXCAM_PROGRAM};
+    }
+
+private:
+    tcFolder mFolder;
+    tcRun::tsHow mHow;
+    const std::string msMount;
+    bool mIsThere = false;
+};
+
 // What a camera answers that knows every setting that goes with a frame, all of them 0, and this.
 inline std::map<uint32_t, std::string>
 AnswersWithSettings(const std::map<uint32_t, std::string>& others = {})

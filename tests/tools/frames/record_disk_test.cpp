@@ -8,19 +8,12 @@ using testing::HasSubstr;
 // What is still in memory when the disk is looked at takes its room, too.
 TEST(RecordOnADisk, LeavesItTheRoomThatItPromises)
 {
-    tcFolder folder;
-    tcRun::tsHow how = In(folder);
-    how.program = "unshare";
-    std::filesystem::create_directory(folder.Path("disk"));
-    tcRun probe({"-m", "mount", "-t", "tmpfs", "-o", "size=8M", "none", "disk"}, how);
-    if (probe.Exit() != 0) GTEST_SKIP() << "no mount namespaces here: " << probe.Errors();
+    const tcDisk disk(8);
+    if (!disk) GTEST_SKIP() << "no mount namespaces here";
     for (const std::string name : {"a.raw", "a.fits", "a.tif", "a.ser", "a.h5"}) {
-        tcRun run({"-m", "sh", "-c",
-                   "mount -t tmpfs -o size=8M none disk && "
-                   "\"$0\" record -q --sim-sensor 200x160 -e 1ms -n 1000 -o disk/" +
-                       name + "; echo $?; df --output=avail -B 1 disk | tail -n 1",
-                   VXCAM_PROGRAM},
-                  how);
+        tcRun run(disk.Words("\"$0\" record -q --sim-sensor 200x160 -e 1ms -n 1000 -o disk/" +
+                             name + "; echo $?; df --output=avail -B 1 disk | tail -n 1"),
+                  disk.How());
         EXPECT_EQ(run.Exit(), 0) << name;
         EXPECT_THAT(run.Errors(), HasSubstr("the disk is nearly full")) << name;
         EXPECT_THAT(run.Output(), testing::StartsWith("5\n")) << name;

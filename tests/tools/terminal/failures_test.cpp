@@ -286,19 +286,11 @@ TEST(ExitFileError, FullDiskLeavesNothingOfTheFrame)
 
 TEST(ExitFileError, FullFileSystemLeavesNothingOfTheFrame)
 {
-    // A file system of 1 MiB of its own, in a mount namespace that ends with the shell.
-    tcFolder folder;
-    tcRun::tsHow how = In(folder);
-    how.program = "unshare";
-    std::filesystem::create_directory(folder.Path("disk"));
-    tcRun probe({"-m", "mount", "-t", "tmpfs", "-o", "size=1M", "none", "disk"}, how);
-    if (probe.Exit() != 0) GTEST_SKIP() << "no mount namespaces here: " << probe.Errors();
-    tcRun run({"-m", "sh", "-c",
-               "mount -t tmpfs -o size=1M none disk && "
-               "\"$0\" grab -e 1ms --frames 9 --sim-sensor 512x512 -o disk/f.fits; "
-               "code=$?; ls -A disk; exit $code",
-               VXCAM_PROGRAM},
-              how);
+    const tcDisk disk(1);
+    if (!disk) GTEST_SKIP() << "no mount namespaces here";
+    tcRun run(disk.Words("\"$0\" grab -e 1ms --frames 9 --sim-sensor 512x512 -o disk/f.fits; "
+                         "code=$?; ls -A disk; exit $code"),
+              disk.How());
     ExpectFailure(run, 5, "disk/f-0002.fits: No space left on device");
     EXPECT_THAT(run.Output(), testing::EndsWith("f-0001.fits\n"));
     EXPECT_THAT(run.Output(), testing::Not(HasSubstr("part")));
