@@ -49,6 +49,7 @@ class Process:
         self.process = subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                         text=True, env=self.environment())
         self.lines, self.errors = [], []
+        self.is_told = False  # to end
         self.threads = [threading.Thread(target=self._read, args=pair, daemon=True)
                         for pair in ((self.process.stdout, self.lines),
                                      (self.process.stderr, self.errors))]
@@ -78,13 +79,18 @@ class Process:
 
     def retire(self):
         """Tells it to end; reap() waits for that."""
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGTERM)
+        self._tell(signal.SIGTERM)
         retired.append(self)
 
-    def end(self, how=signal.SIGTERM):
+    def _tell(self, how):
+        self.is_told = True
         if self.process.poll() is None:
             self.process.send_signal(how)
+
+    def end(self, how=signal.SIGTERM):
+        """Tells it to end, unless it was told before (a second signal is not the first), and waits."""
+        if not self.is_told:
+            self._tell(how)
         try:
             code = self.process.wait(PATIENCE)
         except subprocess.TimeoutExpired:
