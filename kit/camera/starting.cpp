@@ -211,6 +211,11 @@ void CameraCore::fillFacts(const Plan& plan, FrameFacts* facts)
         }
         if (!area.isNothing()) facts->area = areaOf(area);
     }
+    if (plan.kind == ReadoutKind::Binned) {
+        const Value bins = learn("simple-binning").value_or(Value::list({0, 0, 0.0}));
+        facts->binningX = static_cast<int>(bins[1].toInt());
+        facts->binningY = static_cast<int>(bins[0].toInt());
+    }
     if (!plan.settings) return;
     survey(Snapshot::Again::Missing);
     facts->settings = settings_;

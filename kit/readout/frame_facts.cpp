@@ -9,11 +9,15 @@ namespace {
 
 constexpr uint32_t kBitsInByte = 8;
 
-// How many pixels of the sensor are one of the frame, on one axis; 0 where that is not even.
-int factorOf(int sensor, int frame)
+// How many pixels of the sensor are one of the frame, on one axis: as it is set, or the only number
+// that makes such a frame. 0 where that is not known, or bins are uneven.
+int factorOf(int sensor, int frame, int set)
 {
-    const int factor = sensor / frame;
-    return factor > 0 && sensor / factor == frame ? factor : 0;
+    if (set > 0 && sensor / set == frame) return set;
+    const int most = sensor / frame;
+    const bool isOne = most > 0 && sensor / most == frame;
+    const bool isOnly = most == 1 || (most > 1 && sensor / (most - 1) != frame);
+    return isOne && isOnly ? most : 0;
 }
 
 // Of a row of the frame, in its buffer.
@@ -48,8 +52,11 @@ void fillFacts(const tsFrameRecord& record, FrameFacts* facts)
     if (facts->kind != ReadoutKind::Area) {
         const bool isGrid =
             facts->kind == ReadoutKind::Binned && record.Rows > 0 && record.Columns > 0;
-        facts->binningX = isGrid ? factorOf(facts->sensor.columns, facts->columns) : 0;
-        facts->binningY = isGrid ? factorOf(facts->sensor.rows, facts->rows) : 0;
+        const auto factor = [&](int sensor, int frame, int set) {
+            return isGrid ? factorOf(sensor, frame, set) : 0;
+        };
+        facts->binningX = factor(facts->sensor.columns, facts->columns, facts->binningX);
+        facts->binningY = factor(facts->sensor.rows, facts->rows, facts->binningY);
     } else {
         facts->area = {record.Area[0], record.Area[1], record.Area[2], record.Area[3]};
         if (facts->area.empty()) facts->area = {0, 0, facts->columns, facts->rows};

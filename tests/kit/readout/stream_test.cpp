@@ -66,6 +66,23 @@ TEST_F(Streams, ReadEachKindAndWidth)
     EXPECT_EQ(whole.rows(), kRows) << "the area held for its readout only";
 }
 
+// Where several make frames of the same size.
+TEST_F(Streams, TellTheBinsThatWereAskedFor)
+{
+    Camera& camera = open();
+    const std::pair<int, int> asked[] = {{15, 11}, {13, kRows / 2 + 1}, {kColumns, kRows}};
+    for (const auto& [columns, rows] : asked) {
+        Plan plan = planOf(1);
+        plan.kind = ReadoutKind::Binned;
+        plan.binningX = columns;
+        plan.binningY = rows;
+        const Frame binned = camera.grab(plan);
+        EXPECT_EQ(binned.columns(), kColumns / columns);
+        EXPECT_EQ(binned.facts().binningX, columns);
+        EXPECT_EQ(binned.facts().binningY, rows);
+    }
+}
+
 TEST_F(Streams, StackRegionsAndLeaveNothingBesideNarrowOnes)
 {
     Camera& camera = open();
