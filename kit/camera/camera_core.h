@@ -243,8 +243,9 @@ private:
     std::optional<LateQuestion> late_;         // whose answer nobody waits for
     std::chrono::nanoseconds lastAnswer_{0};   // took so long
     std::string lastWords_;
-    // The last error, where it answered a command, and how many questions were answered by then;
-    // none once that command was over. Behind either it is no reason of a lost link.
+    // The last error, where it answered a command or is older than the readout, and how many
+    // questions were answered by then; none once that command was over. Behind either it is no
+    // reason of a lost link.
     std::string refusal_;
     std::optional<uint64_t> refusedAt_;
     bool isRestoreDue_ = false; // the link was lost, and with it, maybe, the settings

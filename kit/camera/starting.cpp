@@ -317,6 +317,8 @@ std::shared_ptr<StreamCore> CameraCore::stream(Plan plan)
             std::lock_guard<std::mutex> guard(state_);
             stream_ = next;
             isCleared_ = false;
+            if (!complaintList_.empty()) refusal_ = complaintList_.back().text; // of an earlier one
+            refusedAt_.reset();
             readoutOn_ = connection_;
         }
         flight_.note(FlightEntry::Kind::Started, textOf(plan));

@@ -112,6 +112,20 @@ TEST_F(Streams, LinkLossEndsThemAtOnce)
     EXPECT_EQ(waiting.get().kind(), ErrorKind::Aborted);
 }
 
+// What the camera had told of an earlier one.
+TEST_F(Streams, LinkLossDoesNotQuoteAnEarlierReadout)
+{
+    Camera& camera = open();
+    Plan plan = planOf(1);
+    plan.kind = ReadoutKind::MaskBinned; // for which no mask is set
+    EXPECT_THROW(camera.grab(plan), Error);
+    Stream stream = camera.stream(planOf(0, 10s));
+    sim_->Stop();
+    const Error lost = errorOf([&] { stream.next(kPatience); });
+    EXPECT_EQ(lost.kind(), ErrorKind::LinkLost);
+    EXPECT_THAT(lost.what(), testing::EndsWith("the connection was lost during the readout"));
+}
+
 TEST_F(Streams, GoOnAfterTheLinkIsBack)
 {
     Camera& camera = open({"close:readout=1,frame=2,packet=10"});
