@@ -147,6 +147,7 @@ void serve(ServerOptions options, const Signals& signals)
     std::optional<TlsKeys> keys;
     if (!options.certificate.empty()) keys.emplace(options.certificate, options.key);
     options.web.keys = keys ? &*keys : nullptr;
+    options.web.crew += Places::kMost * static_cast<int>(options.targets.size());
     Cameras cameras;
     for (const Target& target : options.targets) {
         cameras.push_back(std::make_unique<SharedCamera>(static_cast<int>(cameras.size()), target,

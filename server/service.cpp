@@ -12,6 +12,8 @@ namespace vxcam {
 
 namespace {
 
+using SteadyClock = std::chrono::steady_clock;
+
 // Of what takes anything in its query, or is no interface for scripts.
 void requireGet(const HttpRequest& request)
 {
@@ -40,6 +42,23 @@ bool isLive(const HttpRequest& request)
     const std::vector<std::string> parts = pathParts(request.path);
     return isBelow(request.path, "/api/v1/cameras") && parts.size() == kPart + 1 &&
            parts[kPart] == "live";
+}
+
+// While the camera that a path names may be asked something; null where it is not.
+std::shared_ptr<void> placeOf(const HttpRequest& request, const Cameras& cameras, bool isAlpaca)
+{
+    constexpr size_t kCamera = 3, kWhat = 4; // in /api/v1/cameras/0/properties
+    const std::vector<std::string> parts = pathParts(request.path);
+    if (parts.size() <= kWhat) return nullptr;
+    const bool isChange = request.method != "GET";
+    const std::string& what = parts[kWhat];
+    const bool isAsked = isAlpaca || what == "properties" ||
+                         (isChange && (what == "exposures" || what == "sequence"));
+    for (const auto& camera : cameras) {
+        const bool isThat = parts[kCamera] == std::to_string(camera->number());
+        if (isAsked && isThat) return camera->places().take(isChange);
+    }
+    return nullptr;
 }
 
 } // namespace
@@ -85,10 +104,9 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
     } else {
         guard_.require(request, changes);
     }
-    if (isForAlpaca) {
-        *door = "alpaca";
-        return alpaca_->answer(request);
-    }
+    if (isForAlpaca) *door = "alpaca";
+    const std::shared_ptr<void> place = placeOf(request, cameras_, isForAlpaca);
+    if (isForAlpaca) return alpaca_->answer(request);
     if (path == "/metrics") {
         *door = "metrics";
         requireGet(request);
@@ -126,7 +144,7 @@ HttpResponse Service::counted(const HttpRequest& request, HttpResponse response)
 
 HttpResponse Service::answer(const HttpRequest& request)
 {
-    const auto begun = std::chrono::steady_clock::now();
+    const auto begun = SteadyClock::now();
     std::string door = "other";
     HttpResponse response;
     try {
@@ -138,8 +156,7 @@ HttpResponse Service::answer(const HttpRequest& request)
     } catch (const std::exception& failure) {
         response = errorAnswer(Refusal(500, "server", failure.what()));
     }
-    const auto spent = std::chrono::steady_clock::now() - begun - response.waited;
-    meters_.answered(door, response.status, spent);
+    if (!response.wait) meters_.answered(door, response.status, SteadyClock::now() - begun);
     return response;
 }
 

@@ -168,10 +168,10 @@ bool Exposures::abort(uint64_t id)
     return true;
 }
 
-void Exposures::wait(uint64_t id, std::chrono::milliseconds most) const
+bool Exposures::wait(uint64_t id, std::chrono::milliseconds most) const
 {
     std::unique_lock<std::mutex> guard(mutex_);
-    changed_.wait_for(guard, most, [&] { return isIdle() || exposures_.back()->id != id; });
+    return changed_.wait_for(guard, most, [&] { return isIdle() || exposures_.back()->id != id; });
 }
 
 void Exposures::close()

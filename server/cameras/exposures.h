@@ -72,8 +72,8 @@ public:
     std::vector<Exposure> all() const; // the oldest first
     std::optional<Exposure> running() const;
 
-    // Waits until it is over, for at most so long.
-    void wait(uint64_t id, std::chrono::milliseconds most) const;
+    // Waits until it is over, for at most so long; false: it is not.
+    bool wait(uint64_t id, std::chrono::milliseconds most) const;
 
     // Ends it and waits until it is over; true when it ran.
     bool abort(uint64_t id);

@@ -29,6 +29,14 @@ bool Lease::isHeld() const
     return !key_.empty() && (isKept_ || SteadyClock::now() - used_ < time_);
 }
 
+// Tells that it was not used for its time, if so.
+void Lease::dropIfUnused()
+{
+    if (key_.empty() || isHeld()) return;
+    key_.clear();
+    events_.post("lease", {{"state", "run-out"}, {"holder", nullptr}, {"from", holder_}});
+}
+
 void Lease::refuse() const
 {
     throw Refusal(423, "lease-held",
@@ -40,6 +48,7 @@ std::string Lease::take(const std::string& holder, const std::string& key, bool 
     std::string before;
     {
         std::lock_guard<std::mutex> guard(mutex_);
+        dropIfUnused();
         if (isHeld()) {
             if (key == key_) {
                 used_ = SteadyClock::now();
@@ -75,6 +84,11 @@ void Lease::giveBack(const std::string& key)
 void Lease::require(const std::string& key)
 {
     std::lock_guard<std::mutex> guard(mutex_);
+    dropIfUnused();
+    if (!isHeld() && !key.empty()) {
+        throw Refusal(423, "lease-over",
+                      "the lease of this key is over, and nobody has one; take it anew");
+    }
     if (!isHeld()) return;
     if (key != key_) refuse();
     used_ = SteadyClock::now();
@@ -100,9 +114,10 @@ void Lease::keepNoMore(const std::string& key)
     used_ = SteadyClock::now();
 }
 
-Lease::State Lease::state() const
+Lease::State Lease::state()
 {
     std::lock_guard<std::mutex> guard(mutex_);
+    dropIfUnused();
     if (!isHeld()) return {};
     const SteadyClock::duration used =
         isKept_ ? SteadyClock::duration(0) : SteadyClock::now() - used_;

@@ -32,7 +32,8 @@ public:
     std::string take(const std::string& holder, const std::string& key, bool fromOthers);
     void giveBack(const std::string& key); // throws Refusal{423} when that is not the key
 
-    // Throws Refusal{423} when somebody else holds it; else renews it.
+    // Throws Refusal{423} when somebody else holds it, or nobody any more whose key that is; else
+    // renews it.
     void require(const std::string& key);
     void renew(const std::string& key); // if that is the key
 
@@ -40,10 +41,11 @@ public:
     void keep(const std::string& key);
     void keepNoMore(const std::string& key);
 
-    State state() const;
+    State state(); // that it has run out is told by then
 
 private:
     bool isHeld() const;
+    void dropIfUnused();
     [[noreturn]] void refuse() const;
 
     EventLog& events_;

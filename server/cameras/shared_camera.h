@@ -6,6 +6,7 @@
 #include "cameras/exposures.h"
 #include "cameras/feed.h"
 #include "cameras/lease.h"
+#include "cameras/places.h"
 #include "cameras/sequences.h"
 
 #include <vxcamkit/camera.h>
@@ -70,6 +71,7 @@ public:
     Sequences& sequences() { return sequences_; }
     EventLog& events() { return events_; }
     Lease& lease() { return lease_; }
+    Places& places() { return places_; }
     Feed& feed() { return feed_; }
 
     void end(); // ends sequences and exposures, and closes the camera
@@ -91,6 +93,7 @@ private:
     EventLog events_;
     Feed feed_;
     Lease lease_;
+    Places places_;
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;

@@ -22,6 +22,7 @@ struct HttpRequest {
     std::string body;
     HttpHeaders headers;
     std::string remote; // the client's address
+    bool hasWaited = false; // as its answer's `wait` said
 
     // One of the headers, by its name in any case; null when there is none.
     const std::string* header(const std::string& name) const;
@@ -41,8 +42,9 @@ struct HttpResponse {
     size_t size = 0;
     // Instead of both: called until it returns, on a thread with a small stack.
     std::function<void(const Outlet&)> stream;
+    // Instead of all: called on a thread with a small stack, and then the request is answered anew.
+    std::function<void()> wait;
     bool endsConnection = false;
-    std::chrono::nanoseconds waited{0}; // because the client asked for that
 };
 
 // What the server itself refuses, as opposed to what a camera does.

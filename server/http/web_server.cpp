@@ -26,7 +26,6 @@ namespace vxcam {
 
 namespace {
 
-constexpr size_t kMostCrew = 128;
 constexpr std::chrono::seconds kMostBodyTime{10};
 constexpr size_t kPiece = 4; // a read waits until it is full, however slowly bytes drip
 constexpr const char* kRequestMilliseconds =
@@ -103,7 +102,7 @@ struct OpenSocket {
 } // namespace
 
 struct WebServer::Body {
-    explicit Body(WebHandlers served) : handlers(std::move(served)), crew(kMostCrew) {}
+    Body(WebHandlers served, size_t most) : handlers(std::move(served)), crew(most) {}
 
     int serve(mg_connection* connection);
     bool findCaller(const mg_connection* connection, HttpRequest* request) const;
@@ -177,7 +176,12 @@ HttpResponse WebServer::Body::answer(mg_connection* connection, HttpRequest* req
         }
     }
     HttpResponse response;
-    crew.run([&] { response = handlers.request(*request); });
+    const auto ask = [&] { response = handlers.request(*request); };
+    crew.run(ask);
+    if (!response.wait) return response;
+    response.wait(); // here, where it holds up none of the crew
+    request->hasWaited = true;
+    crew.run(ask);
     return response;
 }
 
@@ -274,7 +278,7 @@ void WebServer::Body::open(mg_connection* connection)
 }
 
 WebServer::WebServer(const WebOptions& options, WebHandlers handlers)
-    : body_(std::make_unique<Body>(std::move(handlers)))
+    : body_(std::make_unique<Body>(std::move(handlers), static_cast<size_t>(options.crew)))
 {
     try {
         start(options);

@@ -16,6 +16,7 @@ struct WebOptions {
     std::string address = "127.0.0.1";
     int port = 8080;               // 0: any that is free
     int connections = 1100;        // that are served at once; a thread with a small stack each
+    int crew = 64;                 // threads that answer, at most; made as they are needed
     const TlsKeys* keys = nullptr; // that outlive the server; null: no TLS
 };
 

@@ -160,6 +160,7 @@ bool Watcher::sendPixels(const Frame& frame, const std::optional<FramePart>& par
 
 bool Watcher::sendEvents()
 {
+    camera_.lease().state(); // that it has run out is an event
     for (const LoggedEvent& event : camera_.events().after(seenEvent_, {})) {
         seenEvent_ = event.id;
         if (!say("{\"message\":\"event\",\"event\":" + event.text + "}")) return false;

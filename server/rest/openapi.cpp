@@ -61,10 +61,10 @@ constexpr std::array<Refused, 15> kRefused{{{400, "usage"},
                                             {411, "length"},
                                             {413, "too-long"},
                                             {415, "media-type"},
-                                            {423, "lease-held"},
+                                            {423, "lease-held, lease-over"},
                                             {426, "websocket"},
                                             {500, "server"},
-                                            {503, "ending, watchers"}}};
+                                            {503, "ending, watchers, crowded"}}};
 
 std::string responseName(int status)
 {

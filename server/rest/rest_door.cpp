@@ -16,6 +16,8 @@ namespace vxcam {
 
 namespace {
 
+using SteadyClock = std::chrono::steady_clock;
+
 constexpr std::chrono::seconds kBetweenSigns{15};
 constexpr std::chrono::milliseconds kLook{250};
 
@@ -149,6 +151,7 @@ HttpResponse answerEvents(const HttpRequest& request, SharedCamera& camera)
         if (!outlet(": events of camera " + std::to_string(camera.number()) + "\n\n")) return;
         for (;;) {
             std::string text;
+            camera.lease().state(); // that it has run out is an event
             for (const LoggedEvent& event : camera.events().after(seen, kLook)) {
                 text += "id: " + std::to_string(event.id) + "\nevent: " + event.kind +
                         "\ndata: " + event.text + "\n\n";
@@ -161,6 +164,26 @@ HttpResponse answerEvents(const HttpRequest& request, SharedCamera& camera)
         }
     };
     return response;
+}
+
+std::chrono::milliseconds untilThen(SteadyClock::time_point then)
+{
+    return std::chrono::ceil<std::chrono::milliseconds>(then - SteadyClock::now());
+}
+
+// 0 when it is not there.
+std::chrono::milliseconds waitOf(const HttpRequest& request)
+{
+    constexpr double kMost = 60; // seconds
+    const std::optional<std::string> text = queryValue(request, "wait");
+    if (!text) return std::chrono::milliseconds(0);
+    double seconds = -1;
+    const char* const last = text->data() + text->size();
+    const auto [end, error] = std::from_chars(text->data(), last, seconds);
+    if (error != std::errc() || end != last || !(seconds >= 0 && seconds <= kMost)) {
+        throw Error(ErrorKind::Usage, "wait: 0 to 60 s");
+    }
+    return std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
 } // namespace
@@ -179,18 +202,21 @@ std::optional<std::string> queryValue(const HttpRequest& request, const std::str
     return {};
 }
 
-std::chrono::milliseconds waitOf(const HttpRequest& request)
+std::optional<HttpResponse>
+waitAsAsked(const HttpRequest& request, SharedCamera& camera,
+            const std::function<bool(std::chrono::milliseconds)>& isOverWithin)
 {
-    constexpr double kMost = 60; // seconds
-    const std::optional<std::string> text = queryValue(request, "wait");
-    if (!text) return std::chrono::milliseconds(0);
-    double seconds = -1;
-    const char* const last = text->data() + text->size();
-    const auto [end, error] = std::from_chars(text->data(), last, seconds);
-    if (error != std::errc() || end != last || !(seconds >= 0 && seconds <= kMost)) {
-        throw Error(ErrorKind::Usage, "wait: 0 to 60 s");
-    }
-    return std::chrono::milliseconds(std::llround(seconds * 1000));
+    const std::chrono::milliseconds most = waitOf(request);
+    if (request.hasWaited || most.count() == 0) return {};
+    HttpResponse response;
+    response.wait = [&camera, isOverWithin, most, key = leaseKeyOf(request)] {
+        const auto end = SteadyClock::now() + most;
+        for (auto left = most; left.count() > 0; left = untilThen(end)) {
+            if (isOverWithin(std::min(left, kLook))) return;
+            camera.lease().renew(key);
+        }
+    };
+    return response;
 }
 
 SharedCamera& RestDoor::cameraOf(const std::vector<std::string>& parts) const

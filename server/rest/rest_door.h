@@ -7,6 +7,7 @@
 #include "plans/plan_folder.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -51,8 +52,11 @@ private:
 std::string leaseKeyOf(const HttpRequest& request);
 // Of a parameter of the query; nothing when it is not there.
 std::optional<std::string> queryValue(const HttpRequest& request, const std::string& name);
-// As long as "?wait=SECONDS" says; 0 when it is not there. Throws Error{Usage}.
-std::chrono::milliseconds waitOf(const HttpRequest& request);
+// What waits as long as "?wait=SECONDS" says, or until that is over, and keeps the client's lease
+// meanwhile; nothing when it is not there, or is behind us. Throws Error{Usage}.
+std::optional<HttpResponse>
+waitAsAsked(const HttpRequest& request, SharedCamera& camera,
+            const std::function<bool(std::chrono::milliseconds)>& isOverWithin);
 
 } // namespace vxcam
 

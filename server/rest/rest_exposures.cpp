@@ -177,16 +177,6 @@ HttpResponse start(const HttpRequest& request, SharedCamera& camera)
     return response;
 }
 
-// Returns for how long it did.
-std::chrono::nanoseconds waitAsAsked(const HttpRequest& request, const SharedCamera& camera,
-                                     uint64_t id)
-{
-    const std::chrono::milliseconds most = waitOf(request);
-    const auto begun = std::chrono::steady_clock::now();
-    if (most.count() > 0) camera.exposures().wait(id, most);
-    return std::chrono::steady_clock::now() - begun;
-}
-
 } // namespace
 
 HttpResponse answerExposures(const HttpRequest& request, SharedCamera& camera,
@@ -201,8 +191,12 @@ HttpResponse answerExposures(const HttpRequest& request, SharedCamera& camera,
         return jsonAnswer({{"exposures", list}});
     }
     const auto id = numberOf<uint64_t>(rest[0]);
-    std::chrono::nanoseconds waited{0};
-    if (id && rest.size() == 1) waited = waitAsAsked(request, camera, *id);
+    if (id && rest.size() == 1 && request.method == "GET") {
+        const auto isOver = [&camera, id = *id](auto most) {
+            return camera.exposures().wait(id, most);
+        };
+        if (auto wait = waitAsAsked(request, camera, isOver)) return *wait;
+    }
     auto exposure = id ? camera.exposures().find(*id) : std::nullopt;
     if (!exposure) throw Refusal(404, "unknown-exposure", "there is no exposure '" + rest[0] + "'");
     if (rest.size() > 1) {
@@ -213,9 +207,7 @@ HttpResponse answerExposures(const HttpRequest& request, SharedCamera& camera,
         camera.exposures().abort(*id);
         exposure = camera.exposures().find(*id);
     }
-    HttpResponse response = jsonAnswer(exposure ? exposureJson(*exposure) : Json{{"id", *id}});
-    response.waited = waited;
-    return response;
+    return jsonAnswer(exposure ? exposureJson(*exposure) : Json{{"id", *id}});
 }
 
 } // namespace vxcam

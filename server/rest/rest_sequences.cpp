@@ -129,12 +129,9 @@ HttpResponse answerSequence(const HttpRequest& request, PlanFolder* plans, Share
     }
     if (request.method == "POST") return start(request, *plans, camera, version);
     if (request.method == "DELETE") return stop(request, camera);
-    const std::chrono::milliseconds most = waitOf(request);
-    const auto begun = std::chrono::steady_clock::now();
-    if (most.count() > 0) camera.sequences().wait(most);
-    HttpResponse response = jsonAnswer(statusJson(camera.sequences().status()));
-    response.waited = std::chrono::steady_clock::now() - begun;
-    return response;
+    const auto isOver = [&camera](auto most) { return camera.sequences().wait(most); };
+    if (auto wait = waitAsAsked(request, camera, isOver)) return *wait;
+    return jsonAnswer(statusJson(camera.sequences().status()));
 }
 
 } // namespace vxcam

@@ -7,6 +7,7 @@ import io
 import json
 import os
 import re
+import select
 import signal
 import struct
 import threading
@@ -272,6 +273,53 @@ class Faults(Rest):
         camera.process.send_signal(signal.SIGCONT)
         until(lambda: server.get(CAMERA).json["sensor_temperature"] is not None, "it speaks again")
 
+    def test_a_camera_that_hangs_does_not_hold_up_the_server(self):
+        hanging, other = Simulator(), Simulator()
+        self.addCleanup(hanging.retire)
+        self.addCleanup(other.retire)
+        server = Server(hanging.target, other.target, "--connections", "200")
+        self.addCleanup(server.retire)
+        server.open()
+        server.open(1)
+        hanging.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(hanging.process.send_signal, signal.SIGCONT)
+        asking = [server.connection() for _ in range(150)]
+        for each in asking:
+            self.addCleanup(each.close)
+            each.request("GET", CAMERA + "/properties/gain")
+        answered = lambda: select.select([each.sock for each in asking], [], [], 0)[0]
+        until(lambda: len(answered()) == 134, "16 of them wait")
+        refused = next(each for each in asking if each.sock in answered()).getresponse()
+        self.assertEqual((refused.status, json.loads(refused.read())["error"]["kind"]), (503, "crowded"))
+        for path in ("/healthz", "/metrics", "/api/v1/cameras", CAMERA + "/exposures",
+                     "/api/v1/cameras/1/properties/gain"):
+            self.assertEqual(server.get(path).status, 200, path)
+        put = lambda: server.ask("PUT", CAMERA + "/properties/gain", {"value": 1})
+        threads = [threading.Thread(target=put) for _ in range(8)]  # there are places for changes
+        for each in threads:
+            each.start()
+        self.assertEqual(server.expose(1, exposure=0.001)["state"], "complete")
+        hanging.process.send_signal(signal.SIGCONT)
+        for each in threads:
+            each.join()
+        until(lambda: put().status == 200, "it is asked again")
+
+    def test_those_who_wait_hold_up_nobody(self):
+        server = Server(self.camera.target, "--connections", "200")
+        self.addCleanup(server.retire)
+        self.server.retire()  # a camera serves one
+        reap()
+        server.open()
+        server.ask("POST", CAMERA + "/exposures", {"exposure": 60})
+        waiting = [server.connection() for _ in range(150)]
+        for each in waiting:
+            self.addCleanup(each.close)
+            each.request("GET", CAMERA + "/exposures/1?wait=60")
+        self.assertEqual(server.get("/healthz").status, 200)
+        self.assertEqual(server.ask("DELETE", CAMERA + "/exposures/1").json["state"], "aborted")
+        for each in waiting:
+            self.assertEqual(json.loads(each.getresponse().read())["state"], "aborted")
+
     def test_a_camera_that_has_another_sensor_afterwards_is_told_and_read_whole(self):
         server = self.start("reboot-resized:readout=1,packet=20,seconds=0.3,rows=32,columns=40")
         self.assertEqual(server.expose(exposure=0.001)["state"], "failed")
@@ -425,6 +473,25 @@ class Leases(Rest):
         until(lambda: not self.server.get(CAMERA + "/lease").json["held"], "free")
         self.assertEqual(
             self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 1}).status, 200)
+
+    def test_a_lease_lasts_while_its_holder_waits(self):
+        key = {"X-Lease": self.server.ask("POST", CAMERA + "/lease", {"holder": "me"}).json["key"]}
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 5}, key)  # longer than the lease lasts
+        answer = self.server.get(CAMERA + "/exposures/1?wait=30", headers=key)
+        self.assertEqual(answer.json["state"], "complete")
+        self.assertRefused(self.server.ask("POST", CAMERA + "/lease", {"holder": "you"}), 423, "lease-held")
+
+    def test_a_lease_that_has_run_out_is_told(self):
+        key = {"X-Lease": self.server.ask("POST", CAMERA + "/lease", {"holder": "me"}).json["key"]}
+        connection = self.server.connection()
+        self.addCleanup(connection.close)
+        connection.request("GET", CAMERA + "/events?since=0")
+        told = (json.loads(line[6:]) for line in connection.getresponse() if line.startswith(b"data: "))
+        state = next(event for event in told if event["event"] == "lease" and event["state"] != "taken")
+        self.assertEqual((state["state"], state["holder"], state["from"]), ("run-out", None, "me"))
+        put = lambda **more: self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 1}, **more)
+        self.assertRefused(put(headers=key), 423, "lease-over")
+        self.assertEqual(put().status, 200)
 
     def test_an_abort_needs_the_lease(self):
         key = self.server.ask("POST", CAMERA + "/lease", {"holder": "me"}).json["key"]
