@@ -3,7 +3,6 @@
 #include "http/http_message.h"
 
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <limits>
@@ -14,11 +13,6 @@ namespace {
 
 constexpr std::chrono::seconds kMostConnecting{4};
 constexpr int kMostShort = std::numeric_limits<int16_t>::max();
-
-[[noreturn]] void refuseValue(const std::string& text)
-{
-    throw AlpacaError(Error(ErrorKind::Usage, text));
-}
 
 uint64_t hashOf(uint64_t hash, const std::string& text)
 {
@@ -58,13 +52,19 @@ std::string AlpacaCamera::uniqueId() const
     return id.data();
 }
 
-void AlpacaCamera::connect()
+void AlpacaCamera::connect(const std::string& client)
 {
     {
         std::lock_guard<std::mutex> guard(mutex_);
-        isOrdered_ = true;
+        clients_.join(client, Clock::now());
     }
-    reach();
+    try {
+        reach();
+    } catch (const AlpacaError&) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        forgetUnconnected({client});
+        throw;
+    }
 }
 
 // What was ordered last holds, however long reaching the camera takes.
@@ -93,7 +93,7 @@ void AlpacaCamera::open()
     const int64_t most = config && config->size() > 2 ? (*config)[2].toInt() : 0;
     open->tryGet("ccd-temp", &why); // waits a moment for the first, so that nobody else need
     std::lock_guard<std::mutex> guard(mutex_);
-    if (!isOrdered_) return;
+    if (clients_.empty()) return;
     connectError_.reset();
     wantsConnection_ = true;
     geometry_ = {1, 1, 0, 0, open->sensor().columns, open->sensor().rows};
@@ -102,21 +102,36 @@ void AlpacaCamera::open()
     own_ = {};
 }
 
-void AlpacaCamera::disconnect()
+// They would hold a connection that others make later. The lock is held.
+void AlpacaCamera::forgetUnconnected(const std::vector<std::string>& clients)
 {
+    if (wantsConnection_) return;
+    for (const std::string& client : clients) {
+        clients_.leave(client);
+    }
+}
+
+// Whoever controls an exposure that runs is there, however silent. The last one ends all.
+void AlpacaCamera::disconnect(const std::string& client)
+{
+    const std::optional<Exposure> mine = exposure();
     uint64_t running = 0;
     std::string key;
     {
         std::lock_guard<std::mutex> guard(mutex_);
-        isOrdered_ = false;
         connectError_.reset();
-        if (!wantsConnection_) return;
-        wantsConnection_ = false;
+        if (!clients_.leave(client)) return;
+        if (mine && !isOver(mine->state)) clients_.heard(controller_, Clock::now());
+        clients_.forgetSilent(Clock::now());
+        const bool isLast = clients_.empty();
+        if (!isLast && client != controller_) return;
         running = own_.id;
-        own_ = {};
+        if (isLast) own_ = {};
+        if (isLast) wantsConnection_ = false;
+        controller_.clear();
         std::swap(key, leaseKey_);
     }
-    camera_.exposures().abort(running);
+    abort(running);
     try {
         camera_.lease().giveBack(key);
     } catch (const Refusal&) {
@@ -124,12 +139,13 @@ void AlpacaCamera::disconnect()
     }
 }
 
-void AlpacaCamera::startConnecting()
+void AlpacaCamera::startConnecting(const std::string& client)
 {
     std::lock_guard<std::mutex> one(connector_);
     {
         std::lock_guard<std::mutex> guard(mutex_);
-        isOrdered_ = true;
+        clients_.join(client, Clock::now());
+        waiting_.push_back(client);
         if (isConnecting_) return;
         isConnecting_ = true;
     }
@@ -150,7 +166,9 @@ bool AlpacaCamera::hasConnected()
         failure = error;
     }
     std::lock_guard<std::mutex> guard(mutex_);
-    if (!failure && isOrdered_ && !wantsConnection_) return false;
+    if (!failure && !clients_.empty() && !wantsConnection_) return false;
+    if (failure) forgetUnconnected(waiting_);
+    waiting_.clear();
     connectError_ = failure;
     isConnecting_ = false;
     return true;
@@ -184,29 +202,21 @@ void AlpacaCamera::requireLink() const
 
 void AlpacaCamera::control(const std::string& client)
 {
-    std::string key;
-    {
-        std::lock_guard<std::mutex> guard(mutex_);
-        key = leaseKey_;
-    }
+    std::lock_guard<std::mutex> guard(mutex_);
     try {
         camera_.sequences().refuseIfRunning();
-        key = camera_.lease().take(client, key, false);
+        leaseKey_ = camera_.lease().take(client, client == controller_ ? leaseKey_ : "", false);
+        controller_ = client;
     } catch (const Refusal& refusal) {
         throw AlpacaError(AlpacaNumber::InvalidOperation, refusal.what());
     }
-    std::lock_guard<std::mutex> guard(mutex_);
-    leaseKey_ = key;
 }
 
-void AlpacaCamera::stillThere()
+void AlpacaCamera::stillThere(const std::string& client)
 {
-    std::string key;
-    {
-        std::lock_guard<std::mutex> guard(mutex_);
-        key = leaseKey_;
-    }
-    if (!key.empty()) camera_.lease().renew(key);
+    std::lock_guard<std::mutex> guard(mutex_);
+    clients_.heard(client, Clock::now());
+    if (client == controller_) camera_.lease().renew(leaseKey_);
 }
 
 Size AlpacaCamera::sensor() const
@@ -222,7 +232,7 @@ AlpacaCamera::Geometry AlpacaCamera::geometry() const
 
 void AlpacaCamera::setBin(int Geometry::*which, int bin)
 {
-    if (bin < 1 || bin > kMaxBin) refuseValue("a bin is 1 to " + std::to_string(kMaxBin));
+    if (bin < 1 || bin > kMaxBin) refuseAlpacaValue("a bin is 1 to " + std::to_string(kMaxBin));
     setGeometry(which, bin);
 }
 
@@ -241,7 +251,7 @@ int AlpacaCamera::readoutMode() const
 
 void AlpacaCamera::setReadoutMode(int mode)
 {
-    if (mode < 0 || mode > 1) refuseValue("a readout mode is 0 or 1");
+    if (mode < 0 || mode > 1) refuseAlpacaValue("a readout mode is 0 or 1");
     std::lock_guard<std::mutex> guard(mutex_);
     readoutMode_ = mode;
 }
@@ -258,138 +268,6 @@ int AlpacaCamera::gainMax() const
 {
     std::lock_guard<std::mutex> guard(mutex_);
     return gainMax_;
-}
-
-void AlpacaCamera::startExposure(double seconds, bool isLight)
-{
-    if (!(seconds >= 0 && seconds <= kMaxExposure)) refuseValue("Duration: 0 to 4294967.295 s");
-    const Size whole = sensor();
-    const Geometry now = geometry();
-    const auto fits = [](int start, int number, int pixels) {
-        return start >= 0 && number >= 1 && int64_t{start} + number <= pixels;
-    };
-    if (!fits(now.startX, now.numX, whole.columns / now.binX) ||
-        !fits(now.startY, now.numY, whole.rows / now.binY)) {
-        refuseValue("the subframe does not fit on the sensor with these bins");
-    }
-    Plan plan;
-    plan.exposure = std::chrono::milliseconds(std::llround(seconds / kExposureStep));
-    plan.type = isLight ? FrameType::Light : FrameType::Dark;
-    if (now.binX == 1 && now.binY == 1) {
-        plan.kind = ReadoutKind::Area;
-        plan.area = Area{now.startX, now.startY, now.numX, now.numY};
-        plan.bits = readoutMode() == 1 ? 8 : 16;
-    } else {
-        plan.kind = ReadoutKind::Binned;
-        plan.binningX = now.binX;
-        plan.binningY = now.binY;
-    }
-    try {
-        const uint64_t id = camera_.exposures().start(plan, {});
-        std::lock_guard<std::mutex> guard(mutex_);
-        own_ = {id, now};
-    } catch (const Refusal& refusal) {
-        throw AlpacaError(AlpacaNumber::InvalidOperation, refusal.what());
-    }
-}
-
-void AlpacaCamera::abortExposure()
-{
-    const Own mine = own();
-    if (!camera_.exposures().abort(mine.id)) return;
-    std::lock_guard<std::mutex> guard(mutex_);
-    if (own_.id == mine.id) own_ = {};
-}
-
-AlpacaCamera::Own AlpacaCamera::own() const
-{
-    std::lock_guard<std::mutex> guard(mutex_);
-    return own_;
-}
-
-std::optional<Exposure> AlpacaCamera::exposure() const
-{
-    const Own mine = own();
-    return mine.id == 0 ? std::nullopt : camera_.exposures().find(mine.id);
-}
-
-AlpacaState AlpacaCamera::state() const
-{
-    const std::optional<Exposure> mine = exposure();
-    if (!mine || mine->state == ExposureState::Complete || mine->state == ExposureState::Aborted) {
-        return AlpacaState::Idle;
-    }
-    if (isOver(mine->state)) return AlpacaState::Failed;
-    if (mine->state == ExposureState::Starting) return AlpacaState::Exposing;
-    switch (mine->progress.phase) {
-    case Progress::Phase::Waiting:
-        return AlpacaState::Waiting;
-    case Progress::Phase::Exposing:
-        return AlpacaState::Exposing;
-    case Progress::Phase::Exposed:
-        return AlpacaState::Reading;
-    case Progress::Phase::Reading:
-    case Progress::Phase::Ended:
-        break;
-    }
-    return AlpacaState::Download;
-}
-
-int AlpacaCamera::percentCompleted() const
-{
-    constexpr int kAll = 100;
-    const std::optional<Exposure> mine = exposure();
-    if (mine && mine->error && mine->state != ExposureState::Aborted) throw Error(*mine->error);
-    if (!mine || isOver(mine->state)) {
-        throw AlpacaError(AlpacaNumber::InvalidOperation, "no exposure runs");
-    }
-    if (mine->state == ExposureState::Starting) return 0;
-    switch (mine->progress.phase) {
-    case Progress::Phase::Waiting:
-        return 0;
-    case Progress::Phase::Exposing:
-        return static_cast<int>(mine->progress.done * kAll);
-    default:
-        return kAll;
-    }
-}
-
-bool AlpacaCamera::imageReady() const
-{
-    const std::optional<Exposure> mine = exposure();
-    if (!mine || !isOver(mine->state) || mine->state == ExposureState::Aborted) return false;
-    if (mine->error) throw Error(*mine->error);
-    image();
-    return true;
-}
-
-Frame AlpacaCamera::lastFrame() const
-{
-    const std::optional<Exposure> mine = exposure();
-    if (mine && isOver(mine->state)) {
-        if (mine->error && mine->state != ExposureState::Aborted) throw Error(*mine->error);
-        if (mine->state == ExposureState::Complete && !mine->frames.empty()) {
-            return mine->frames.back();
-        }
-    }
-    throw AlpacaError(AlpacaNumber::InvalidOperation, "there is no image yet");
-}
-
-// Binned readouts are of the whole sensor: the subframe is cut out here.
-AlpacaImage AlpacaCamera::image() const
-{
-    const Geometry then = own().geometry;
-    const Frame frame = lastFrame();
-    Area part{0, 0, then.numX, then.numY};
-    if (frame.facts().kind == ReadoutKind::Binned) {
-        part.column = then.startX;
-        part.row = then.startY;
-    }
-    if (!part.fits({frame.columns(), frame.rows()})) {
-        throw Error(ErrorKind::Camera, camera_.target() + ": the frame has another size than asked "
-                                                          "for; are binning tables set?");
-    }
-    return {frame, part};
 }
 
 } // namespace vxcam

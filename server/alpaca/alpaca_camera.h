@@ -2,6 +2,7 @@
 #ifndef VXCAMD_ALPACA_CAMERA_H
 #define VXCAMD_ALPACA_CAMERA_H
 
+#include "alpaca/alpaca_clients.h"
 #include "alpaca/alpaca_error.h"
 #include "alpaca/alpaca_image.h"
 #include "cameras/shared_camera.h"
@@ -24,8 +25,9 @@ struct AlpacaOptions {
     std::optional<double> pixelSize; // micrometres; the camera does not tell it
 };
 
-// Keeps what the interface asks a device to remember: whether it is connected, bins, subframe, and
-// which exposure is its own. What the camera itself does, the shared camera knows.
+// Keeps what the interface asks a device to remember: who has connected, bins, subframe, and which
+// exposure is its own. What the camera itself does, the shared camera knows. It is connected while
+// any of its clients is.
 //
 // Errors: AlpacaError and Error; nothing here checks that it is connected. Threads: any.
 //   Locks: its own, not held while the camera is asked.
@@ -52,17 +54,19 @@ public:
 
     // Waits until the camera is there. Throws AlpacaError, never with the number that says that
     // somebody has not connected.
-    void connect();
-    void disconnect();
-    void startConnecting();       // the same in the background
-    bool isConnecting() const;    // throws what the last attempt ended with
-    bool isConnected() const;     // and the camera can be reached
+    void connect(const std::string& client);
+    // Ends that client's connection alone, its control and its exposure; nothing for one that has
+    // not connected.
+    void disconnect(const std::string& client);
+    void startConnecting(const std::string& client); // the same in the background
+    bool isConnecting() const;                       // throws what the last attempt ended with
+    bool isConnected() const;                        // and the camera can be reached
     bool wantsConnection() const; // is connected, whatever has become of the camera
     void requireLink() const;     // throws AlpacaError while the camera cannot be reached
 
     // The client that changes something: it takes the lease, or throws AlpacaError.
     void control(const std::string& client);
-    void stillThere(); // renews the lease
+    void stillThere(const std::string& client); // renews its lease
 
     Size sensor() const;
     struct Geometry {
@@ -89,8 +93,12 @@ private:
         uint64_t id = 0; // of the exposure; 0: none
         Geometry geometry;
     };
+    using Clock = AlpacaClients::Clock;
+
     void reach();
     void open();
+    void forgetUnconnected(const std::vector<std::string>& clients);
+    void abort(uint64_t id);
     bool hasConnected();
     Own own() const;
     std::optional<Exposure> exposure() const;
@@ -99,8 +107,10 @@ private:
     const AlpacaOptions options_;
     const int twin_;
     mutable std::mutex mutex_;
-    bool isOrdered_ = false, wantsConnection_ = false;
-    std::string leaseKey_;
+    bool wantsConnection_ = false;
+    AlpacaClients clients_;            // that want it, connected or not yet
+    std::vector<std::string> waiting_; // of them for the background
+    std::string controller_, leaseKey_;
     Geometry geometry_;
     int readoutMode_ = 0, gainMax_ = 0;
     Own own_;

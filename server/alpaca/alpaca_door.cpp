@@ -167,11 +167,8 @@ HttpResponse AlpacaDoor::answerMember(const HttpRequest& request, AlpacaCamera& 
             throw AlpacaError(AlpacaNumber::NotConnected, "the camera is not connected");
         }
         if (member.needsConnection && !member.outlivesLink) camera.requireLink();
-        camera.stillThere();
-        if (member.needsControl && request.method == "PUT") {
-            camera.control("Alpaca client " + std::to_string(form.client()) + " at " +
-                           request.remote);
-        }
+        camera.stillThere(form.client());
+        if (member.needsControl && request.method == "PUT") camera.control(form.client());
         return valueAnswer(action(), ids);
     });
 }
@@ -179,8 +176,10 @@ HttpResponse AlpacaDoor::answerMember(const HttpRequest& request, AlpacaCamera& 
 HttpResponse AlpacaDoor::answerImage(const HttpRequest& request, AlpacaCamera& camera)
 {
     requireVerb(request, true, false);
-    const Transactions ids = transactionsOf(AlpacaForm(request));
+    const AlpacaForm form(request);
+    const Transactions ids = transactionsOf(form);
     return guarded(ids, [&] {
+        camera.stillThere(form.client());
         if (!camera.wantsConnection()) {
             throw AlpacaError(AlpacaNumber::NotConnected, "the camera is not connected");
         }

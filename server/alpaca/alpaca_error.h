@@ -41,6 +41,11 @@ private:
     int number_;
 };
 
+[[noreturn]] inline void refuseAlpacaValue(const std::string& text)
+{
+    throw AlpacaError(Error(ErrorKind::Usage, text));
+}
+
 } // namespace vxcam
 
 #endif

@@ -26,7 +26,8 @@ public:
     double number(const std::string& name) const; // "1.5", "1E-03"; finite
 
     uint32_t clientTransaction() const { return clientTransaction_; } // 0: none was sent
-    uint32_t client() const { return client_; }                       // likewise
+    // Who asks: clients are told apart by their numbers and addresses.
+    const std::string& client() const { return client_; }
 
 private:
     const std::string* find(const std::string& name) const;
@@ -34,7 +35,8 @@ private:
 
     bool isPut_;
     std::multimap<std::string, std::string> values_; // of a GET by small letters
-    uint32_t clientTransaction_ = 0, client_ = 0;
+    uint32_t clientTransaction_ = 0;
+    std::string client_;
 };
 
 } // namespace vxcam

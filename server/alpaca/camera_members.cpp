@@ -99,8 +99,7 @@ AlpacaAction does(const std::function<void()>& what)
 void requireRange(const char* name, double value, double least, double most)
 {
     if (value >= least && value <= most) return;
-    throw AlpacaError(Error(ErrorKind::Usage, std::string(name) + ": " + numberText(least) +
-                                                  " to " + numberText(most)));
+    refuseAlpacaValue(std::string(name) + ": " + numberText(least) + " to " + numberText(most));
 }
 
 // What the camera itself refuses of a value is the value's fault.
@@ -110,7 +109,7 @@ void setOn(C& camera, const char* name, const Value& value)
         camera.shared().set(name, value);
     } catch (const Error& error) {
         if (error.kind() != ErrorKind::Camera) throw;
-        throw AlpacaError(Error(ErrorKind::Usage, error.what()));
+        refuseAlpacaValue(error.what());
     }
 }
 
@@ -188,17 +187,21 @@ std::vector<AlpacaMember> geometryMembers()
 {
     return {
         {"binx", geometry<&Geometry::binX>,
-         [](C& c, const F& f) { return setBin<&Geometry::binX>(c, f, "BinX"); }},
+         [](C& c, const F& f) { return setBin<&Geometry::binX>(c, f, "BinX"); }, true, 3, true},
         {"biny", geometry<&Geometry::binY>,
-         [](C& c, const F& f) { return setBin<&Geometry::binY>(c, f, "BinY"); }},
+         [](C& c, const F& f) { return setBin<&Geometry::binY>(c, f, "BinY"); }, true, 3, true},
         {"startx", geometry<&Geometry::startX>,
-         [](C& c, const F& f) { return setGeometry<&Geometry::startX>(c, f, "StartX"); }},
+         [](C& c, const F& f) { return setGeometry<&Geometry::startX>(c, f, "StartX"); }, true, 3,
+         true},
         {"starty", geometry<&Geometry::startY>,
-         [](C& c, const F& f) { return setGeometry<&Geometry::startY>(c, f, "StartY"); }},
+         [](C& c, const F& f) { return setGeometry<&Geometry::startY>(c, f, "StartY"); }, true, 3,
+         true},
         {"numx", geometry<&Geometry::numX>,
-         [](C& c, const F& f) { return setGeometry<&Geometry::numX>(c, f, "NumX"); }},
+         [](C& c, const F& f) { return setGeometry<&Geometry::numX>(c, f, "NumX"); }, true, 3,
+         true},
         {"numy", geometry<&Geometry::numY>,
-         [](C& c, const F& f) { return setGeometry<&Geometry::numY>(c, f, "NumY"); }},
+         [](C& c, const F& f) { return setGeometry<&Geometry::numY>(c, f, "NumY"); }, true, 3,
+         true},
     };
 }
 
@@ -243,7 +246,8 @@ std::vector<AlpacaMember> settingMembers()
         {"readoutmode", [](C& c) { return Json(c.readoutMode()); },
          [](C& c, const F& f) {
              return withInt(f, "ReadoutMode", [&c](int mode) { c.setReadoutMode(mode); });
-         }},
+         },
+         true, 3, true},
         {"readoutmodes",
          [](C&) {
              return Json(Json::array({"16 bits", "8 bits"}));

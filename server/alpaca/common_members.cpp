@@ -67,24 +67,24 @@ std::vector<AlpacaMember> commonMembers()
         {"connected", [](C& c) { return Json(c.isConnected()); },
          [](C& c, const F& form) -> AlpacaAction {
              const bool wanted = form.boolean("Connected");
-             return [&c, wanted] {
-                 wanted ? c.connect() : c.disconnect();
+             return [&c, wanted, client = form.client()] {
+                 wanted ? c.connect(client) : c.disconnect(client);
                  return none();
              };
          },
          false},
         {"connect", nullptr,
-         [](C& c, const F&) -> AlpacaAction {
-             return [&c] {
-                 c.startConnecting();
+         [](C& c, const F& form) -> AlpacaAction {
+             return [&c, client = form.client()] {
+                 c.startConnecting(client);
                  return none();
              };
          },
          false, 4},
         {"disconnect", nullptr,
-         [](C& c, const F&) -> AlpacaAction {
-             return [&c] {
-                 c.disconnect();
+         [](C& c, const F& form) -> AlpacaAction {
+             return [&c, client = form.client()] {
+                 c.disconnect(client);
                  return none();
              };
          },
