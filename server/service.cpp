@@ -100,7 +100,7 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
     const bool isForAlpaca = isAlpaca(path);
     const bool changes = request.method != "GET";
     if (isForAlpaca && options_.isAlpacaOpen) {
-        guard_.requireSite(request, changes);
+        guard_.requireOpen(request, changes);
     } else {
         guard_.require(request, changes);
     }

@@ -63,7 +63,7 @@ std::string nameOf(const std::string& host)
 bool isNoName(const std::string& host)
 {
     const std::string name = nameOf(host);
-    return name.empty() || name == "localhost" || name[0] == '[' ||
+    return name.empty() || equalsIgnoringCase(name, "localhost") || name[0] == '[' ||
            name.find_first_not_of("0123456789.") == std::string::npos;
 }
 
@@ -134,11 +134,27 @@ bool Guard::knows(const HttpRequest& request) const
 
 void Guard::requireSite(const HttpRequest& request, bool changes) const
 {
+    if (token_.empty()) requireHost(request);
+    requireOrigin(request, changes);
+}
+
+void Guard::requireOpen(const HttpRequest& request, bool changes) const
+{
+    if (token_.empty() || !knows(request)) requireHost(request);
+    requireOrigin(request, changes);
+}
+
+void Guard::requireHost(const HttpRequest& request)
+{
     const std::string* const host = request.header("Host");
-    if (token_.empty() && host != nullptr && !isNoName(*host)) {
-        throw Refusal(403, "wrong-host",
-                      "without a token this server answers to an IP address or localhost alone");
-    }
+    if (host == nullptr || isNoName(*host)) return;
+    throw Refusal(403, "wrong-host",
+                  "without a token this server answers to an IP address or localhost alone");
+}
+
+void Guard::requireOrigin(const HttpRequest& request, bool changes)
+{
+    const std::string* const host = request.header("Host");
     const std::string* const origin = request.header("Origin");
     if (!changes || origin == nullptr) return;
     const size_t slashes = origin->find("//");

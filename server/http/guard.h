@@ -28,14 +28,18 @@ public:
     // this host's own where no token protects the server (a name that an attacker's name server
     // answers for).
     void require(const HttpRequest& request, bool changes) const;
-    // The part of it that is about sites, where no token is asked for.
+    // The part of it that is about sites, where no token is asked for: for what does no harm
+    // without one, and for what does, where a host's name needs the token nevertheless.
     void requireSite(const HttpRequest& request, bool changes) const;
+    void requireOpen(const HttpRequest& request, bool changes) const;
 
     bool isRight(const std::string& token) const;
     std::string cookie(bool isSecret) const; // for Set-Cookie
 
 private:
     bool knows(const HttpRequest& request) const;
+    static void requireHost(const HttpRequest& request);
+    static void requireOrigin(const HttpRequest& request, bool changes);
 
     const std::string token_;
 };

@@ -331,9 +331,33 @@ class Sites(WithServer):
     def test_names_that_others_answer_for_are_refused(self):
         server = self.start()
         for host, status in (("localhost:1", 200), ("127.0.0.1", 200), ("[::1]:80", 200),
-                             ("evil.example", 403), ("127.0.0.1.evil.example:80", 403)):
+                             ("LocalHost", 200), ("evil.example", 403), ("127.0.0.1.evil.example:80", 403)):
             answer = server.get("/api/v1/cameras", headers={"Host": host})
             self.assertEqual(answer.status, status, host)
+
+    def test_what_needs_no_token_is_not_for_pages_of_other_sites(self):
+        server = self.start("--alpaca", "--alpaca-without-token", "--discovery-port", "0",
+                            "--token-file", self.token_file())
+        connected = "/api/v1/camera/0/connected"
+
+        def status(host, method="PUT", path=connected, **headers):
+            form = {"Content-Type": "application/x-www-form-urlencoded"}
+            return server.ask(method, path, "Connected=false" if method == "PUT" else None,
+                              {"Host": host, **form, **headers}).status
+        evil = "evil.example:%d" % server.port
+        here = "127.0.0.1:%d" % server.port
+        for host in ("evil.example", evil):
+            self.assertEqual(status(host, Origin="http://" + host), 403)
+            self.assertEqual(status(host), 403)
+            self.assertEqual(status(host, "GET"), 403)
+            self.assertEqual(status(host, "GET", "/management/apiversions"), 403)
+            self.assertEqual(status(host, Authorization="Bearer x"), 403)
+            self.assertEqual(status(host, Authorization="Bearer " + TOKEN), 200)
+            self.assertEqual(status(host, "GET", "/"), 200)  # the page asks for the token
+        self.assertEqual(status(here, Origin="http://" + evil), 403)
+        self.assertEqual(status(here, Origin="http://" + here), 200)
+        for host in (here, "LOCALHOST:1", "192.168.1.7"):
+            self.assertEqual(status(host), 200)
 
 
 class Paths(WithServer):
