@@ -35,7 +35,8 @@ struct Plan {
     std::optional<Area> area;  // of the area kind; the whole sensor if the camera knows of none
     std::vector<Area> regions; // instead of the area: up to 16, read as one frame
     std::optional<int> binningX, binningY; // of the binned kind: columns and rows in a bin
-    int mode = 0; // of the binned kinds: the table's number; of the area kind: more flags
+    int mode = 0; // of the binned kinds: the table's number; of the area kind: more flags,
+                  // but those of the type and the bits
     WhenFull whenFull = WhenFull::Wait;
     // Frames that are held between camera and consumer, at most; the camera's pixels land in these
     // buffers and are not copied again. 0: eight, but no more than fit into 256 MiB, and two at

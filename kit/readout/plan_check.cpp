@@ -11,6 +11,7 @@ using std::chrono::milliseconds;
 
 constexpr int kMostFrames = 32767, kMostRegions = 16, kMostBuffers = 1024;
 constexpr int kMostFactor = 65535, kMostTable = 7, kMostFlags = 65535;
+constexpr int kShutterStaysClosed = 0x0001, kBytes = 0x0008; // flags of what else a plan says
 
 using Mistake = std::optional<std::string>;
 
@@ -84,8 +85,12 @@ Mistake inBinning(const Plan& plan)
             return mistake;
         }
     }
-    return isOfArea(plan) ? inNumber("mode (flags)", plan.mode, 0, kMostFlags)
-                          : inNumber("mode (table)", plan.mode, 0, kMostTable);
+    if (!isOfArea(plan)) return inNumber("mode (table)", plan.mode, 0, kMostTable);
+    if ((plan.mode & (kShutterStaysClosed | kBytes)) != 0) {
+        return "mode (flags): the type says whether the shutter opens, the bits how wide a pixel "
+               "is";
+    }
+    return inNumber("mode (flags)", plan.mode, 0, kMostFlags);
 }
 
 } // namespace

@@ -236,7 +236,8 @@ class Camera(CameraProperties, Measuring, Scope):
             the moment when something is due, and any time while a trigger is waited for.
         type: "light", "dark", "bias" (shutter closed, no exposure, and none may be given) or "flat".
         binning: columns and rows in a bin, or one number for both; kind: "area", "binned",
-            "mask-binned" or "as-set"; regions: several areas; mode: the number of the binning table.
+            "mask-binned" or "as-set"; regions: several areas; mode: the number of the binning table, 0 to
+            7; of areas, flags of the camera beyond those that type and bits stand for.
             When nothing of this, no area and no bits are given, the frame is binned if the camera's
             simple_binning is set to more than one pixel.
         settings: whether the frame carries the properties in force.

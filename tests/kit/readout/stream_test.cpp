@@ -215,7 +215,7 @@ TEST_F(Streams, RefusedByTheCameraEndAtOnce)
 TEST_F(Streams, RefusePlansBeforeAnythingIsSent)
 {
     Camera& camera = open();
-    std::vector<Plan> plans(16);
+    std::vector<Plan> plans(18);
     plans[0].frames = -1;
     plans[1].frames = 32768;
     plans[2].bits = 32;
@@ -238,6 +238,8 @@ TEST_F(Streams, RefusePlansBeforeAnythingIsSent)
     plans[14].area = Area{0, 0, 1, 1};
     plans[15].binningY = 2;
     plans[15].bits = 8;
+    plans[16].mode = 1; // a light whose shutter stays closed
+    plans[17].mode = 8;
     const uint64_t sent = camera.statistics().messagesSent;
     for (size_t i = 0; i < plans.size(); ++i) {
         EXPECT_EQ(errorOf([&] { camera.stream(plans[i]); }).kind(), ErrorKind::Usage) << i;
