@@ -9,14 +9,21 @@ namespace {
 
 constexpr int kMostSide = 65535;
 
-// A member of the object, which may be absent; false where it is something else.
-bool take(const nlohmann::ordered_json& json, const char* name, int least, int most, int* value)
+// False: there is no such member, or it is something else.
+bool take(const std::string& name, const nlohmann::ordered_json& json, FramePart* part)
 {
-    const auto member = json.find(name);
-    if (member == json.end()) return true;
-    if (!member->is_number_integer()) return false;
-    const auto number = member->get<int64_t>();
-    if (number < least || number > most) return false;
+    const bool isStep = name == "step";
+    int* const value = name == "column"    ? &part->area.column
+                       : name == "row"     ? &part->area.row
+                       : name == "columns" ? &part->area.columns
+                       : name == "rows"    ? &part->area.rows
+                       : isStep            ? &part->step
+                                           : nullptr;
+    if (value == nullptr || !json.is_number_integer()) return false;
+    const auto number = json.get<int64_t>();
+    if (number < (isStep ? 1 : 0) || number > (isStep ? FramePart::kMostStep : kMostSide)) {
+        return false;
+    }
     *value = static_cast<int>(number);
     return true;
 }
@@ -34,13 +41,11 @@ void copyRow(const std::byte* from, int step, int columns, std::byte* to)
 
 std::optional<FramePart> FramePart::of(const nlohmann::ordered_json& json)
 {
+    if (!json.is_object()) return {};
     FramePart part;
-    const bool isGood = json.is_object() && take(json, "column", 0, kMostSide, &part.area.column) &&
-                        take(json, "row", 0, kMostSide, &part.area.row) &&
-                        take(json, "columns", 0, kMostSide, &part.area.columns) &&
-                        take(json, "rows", 0, kMostSide, &part.area.rows) &&
-                        take(json, "step", 1, kMostStep, &part.step);
-    if (!isGood) return {};
+    for (const auto& member : json.items()) {
+        if (!take(member.key(), member.value(), &part)) return {};
+    }
     return part;
 }
 

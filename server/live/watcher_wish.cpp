@@ -1,5 +1,8 @@
 #include "live/watcher_wish.h"
 
+#include "http/http_message.h"
+#include "http/json_object.h"
+
 #include <vxcamkit/error.h>
 
 #include <algorithm>
@@ -41,18 +44,27 @@ double beatOf(const Json& json)
 FramePart partOf(const Json& json)
 {
     const std::optional<FramePart> part = FramePart::of(json);
-    if (!part) refuse("part: column, row, columns and rows, 0 to 65535; step, 1 to 64");
+    if (!part)
+        refuse("part: column, row, columns and rows, 0 to 65535; step, 1 to 64; nothing else");
     return *part;
+}
+
+Json objectOf(const std::string& text)
+{
+    try {
+        Json json = jsonObject(text, "the message");
+        if (!json.empty()) return json;
+    } catch (const Refusal& refusal) {
+        refuse(refusal.what());
+    }
+    refuse("a message is a JSON object with rate, more, part or beat");
 }
 
 } // namespace
 
 WatcherWish WatcherWish::of(const std::string& text)
 {
-    const Json json = Json::parse(text, nullptr, false);
-    if (!json.is_object() || json.empty()) {
-        refuse("a message is a JSON object with rate, more, part or beat");
-    }
+    const Json json = objectOf(text);
     WatcherWish wish;
     for (const auto& [name, value] : json.items()) {
         if (name == "rate") {

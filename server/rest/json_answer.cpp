@@ -1,17 +1,14 @@
 #include "rest/json_answer.h"
 
+#include "http/json_object.h"
 #include "plans/plan_folder.h"
 
-#include <array>
 #include <limits>
-#include <set>
 #include <utility>
 
 namespace vxcam {
 
 namespace {
-
-constexpr int kMostDepth = 16;
 
 Json errorOf(const std::string& kind, const std::string& text)
 {
@@ -69,25 +66,7 @@ Json bodyObject(const HttpRequest& request)
     if (type != nullptr && type->rfind("application/json", 0) != 0) {
         throw Refusal(415, "media-type", "the body must be application/json");
     }
-    std::array<std::set<std::string>, kMostDepth + 2> names; // in the object of each depth
-    const auto limit = [&names](int depth, Json::parse_event_t event, Json& json) {
-        if (depth > kMostDepth) throw Refusal(400, "usage", "the body is nested too deeply");
-        const auto place = static_cast<size_t>(depth);
-        if (event == Json::parse_event_t::object_start) {
-            names.at(place + 1).clear();
-        } else if (event == Json::parse_event_t::key &&
-                   !names.at(place).insert(json.get<std::string>()).second) {
-            throw Refusal(400, "usage", "'" + json.get<std::string>() + "' is there twice");
-        }
-        return true;
-    };
-    try {
-        Json json = Json::parse(request.body, limit);
-        if (json.is_object()) return json;
-    } catch (const Json::exception&) {
-        // Told below.
-    }
-    throw Refusal(400, "usage", "the body is no JSON object");
+    return jsonObject(request.body, "the body");
 }
 
 int intOf(const std::string& name, const Json& json)

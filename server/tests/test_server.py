@@ -547,7 +547,9 @@ class Hostile(WithServer):
         watcher = WebSocket(server.port, CAMERA + "/live")
         self.addCleanup(watcher.close)
         texts = ("", "{", "[]", "{}", "null", '{"rate": "x"}', '{"rate": -1}', '{"more": -1}', '{"more": 1.5}',
-                 '{"beat": 0.05}', '{"beat": 61}', '{"beat": "1"}', '{"more": 1, "rates": 5}', '{"part": 3}', '{"part": {"step": 0}}', '{"rate": null}', "\xff")
+                 '{"beat": 0.05}', '{"beat": 61}', '{"beat": "1"}', '{"more": 1, "rates": 5}', '{"part": 3}', '{"part": {"step": 0}}', '{"rate": null}', "\xff",
+                 '{"part": {"colum": 10}}', '{"part": {"row": 0, "": 1}}', '{"part": {"row": 1.5}}', '{"part": {"row": 65536}}',
+                 '{"rate": 5, "rate": 6}', '{"part": {"row": 0, "row": 1}}', '{"rate": 5}}', "[" * 100)
 
         def told():
             return next(each["error"] for each in iter(watcher.message, None)
