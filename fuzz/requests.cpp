@@ -23,7 +23,7 @@ class Nowhere : public vxcam::SocketWriter
 public:
     bool text(const std::string&) override { return true; }
     bool binary(const void*, size_t) override { return true; }
-    void end() override {}
+    void end(int) override {}
     void cut() override {}
 };
 

@@ -16,10 +16,12 @@ bool MessageWriter::binary(const void* data, size_t size)
     return write(MG_WEBSOCKET_OPCODE_BINARY, static_cast<const char*>(data), size);
 }
 
-void MessageWriter::end()
+// Nothing more is read, either.
+void MessageWriter::end(int code)
 {
-    constexpr std::array<char, 2> kGoingAway{0x03, static_cast<char>(0xE9)};
-    write(MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE, kGoingAway.data(), kGoingAway.size());
+    isCut_ = true;
+    const std::array<char, 2> bytes{static_cast<char>(code >> 8), static_cast<char>(code)};
+    write(MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE, bytes.data(), code == 0 ? 0 : bytes.size());
 }
 
 // The web library frees a connection that is closed before somebody reads from it, under those who
@@ -38,6 +40,9 @@ bool MessageWriter::isReadOn()
 
 bool MessageWriter::write(int opcode, const char* data, size_t size)
 {
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (isClosed_) return false;
+    isClosed_ = opcode == MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE;
     return mg_websocket_write(connection_, opcode, data, size) > 0;
 }
 

@@ -5,12 +5,14 @@
 #include "http/web_server.h"
 
 #include <atomic>
+#include <mutex>
 
 struct mg_connection; // of civetweb
 
 namespace vxcam {
 
-// Threads: one; isReadOn() on the one that reads. It does not own the connection.
+// Nothing follows what closes it. Threads: any. Locks: its own, while it sends. It does not own the
+// connection.
 class MessageWriter : public SocketWriter
 {
 public:
@@ -18,15 +20,17 @@ public:
 
     bool text(const std::string& message) override;
     bool binary(const void* data, size_t size) override;
-    void end() override;
+    void end(int code) override;
     void cut() override;
 
-    bool isReadOn(); // something came: whether more shall be read
+    bool isReadOn(); // on the thread that reads: something came: whether more shall be read
 
 private:
     bool write(int opcode, const char* data, size_t size);
 
     mg_connection* connection_;
+    std::mutex mutex_;
+    bool isClosed_ = false;
     std::atomic<bool> isRead_{false}, isCut_{false};
 };
 

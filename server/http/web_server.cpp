@@ -2,7 +2,7 @@
 
 #include "http/caller.h"
 #include "http/crew.h"
-#include "http/message_writer.h"
+#include "http/open_socket.h"
 #include "http/tls_front.h"
 
 #include <vxcamkit/error.h>
@@ -34,6 +34,7 @@ constexpr const char* kIdleMilliseconds = "30000";
 constexpr const char* kMostHead = "16384"; // bytes of request line and headers
 constexpr const char* kQueue = "4096";     // connections that wait for a thread
 constexpr size_t kErrorText = 256;
+constexpr int kGoingAway = 1001; // of RFC 6455
 
 bool writeAll(mg_connection* connection, const char* data, size_t size)
 {
@@ -91,13 +92,6 @@ std::string troubleAt(const WebOptions& options, const char* otherwise)
     ::close(probe);
     return why;
 }
-
-struct OpenSocket {
-    explicit OpenSocket(mg_connection* connection) : writer(connection) {}
-
-    MessageWriter writer;
-    std::unique_ptr<Socket> socket;
-};
 
 } // namespace
 
@@ -271,7 +265,7 @@ void WebServer::Body::open(mg_connection* connection)
             request.path = decodedPath(request.path);
             opened->socket = handlers.open(request, opened->writer);
         } catch (const std::exception&) {
-            opened->writer.end(); // no thread, or no memory, for one more
+            opened->writer.end(kGoingAway); // no thread, or no memory, for one more
         }
     });
     mg_set_user_connection_data(connection, opened.release());
@@ -353,14 +347,7 @@ void WebServer::start(const WebOptions& options)
         [](mg_connection* connection, void* body) { static_cast<Body*>(body)->open(connection); },
         [](mg_connection* connection, int bits, char* data, size_t size, void*) {
             auto* const opened = static_cast<OpenSocket*>(mg_get_user_connection_data(connection));
-            const int opcode = bits & 0xF;
-            if (opened == nullptr || !opened->socket || size > kMostBody) return 0;
-            const bool isBytes =
-                opcode == MG_WEBSOCKET_OPCODE_BINARY || opcode == MG_WEBSOCKET_OPCODE_CONTINUATION;
-            if (opcode == MG_WEBSOCKET_OPCODE_TEXT) opened->socket->message({data, size});
-            if (isBytes) opened->socket->message(""); // which says nothing, either
-            const bool isLast = opcode == MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE;
-            return opened->writer.isReadOn() && !isLast ? 1 : 0;
+            return opened != nullptr && opened->take(bits, data, size) ? 1 : 0;
         },
         [](const mg_connection* connection, void*) {
             delete static_cast<OpenSocket*>(mg_get_user_connection_data(connection));

@@ -20,7 +20,8 @@ struct WebOptions {
     const TlsKeys* keys = nullptr; // that outlive the server; null: no TLS
 };
 
-// Sends messages to a browser. Threads: one. It is there as long as its connection.
+// Sends messages to a browser. Threads: one; end() and cut() on any. It is there as long as its
+// connection.
 class SocketWriter
 {
 public:
@@ -28,7 +29,8 @@ public:
     // False: the connection is at its end.
     virtual bool text(const std::string& message) = 0;
     virtual bool binary(const void* data, size_t size) = 0;
-    virtual void end() = 0; // closes it in order
+    // Closes it in order, with a code of RFC 6455; 0: none.
+    virtual void end(int code) = 0;
     virtual void cut() = 0; // closes it without another word; that may take some seconds
 };
 

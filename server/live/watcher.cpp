@@ -13,6 +13,7 @@ constexpr std::chrono::milliseconds kLook{100}; // for events, while no frame co
 // So many messages that are refused in that time are a flood.
 constexpr int kMostRefused = 100;
 constexpr std::chrono::seconds kFloodTime{10};
+constexpr int kAgainstRules = 1008; // of RFC 6455
 
 [[noreturn]] void refuseMore(int most)
 {
@@ -66,7 +67,7 @@ void Watcher::message(const std::string& text)
             take(wish);
         }
     }
-    if (isFlood) writer_.cut();
+    if (isFlood) writer_.end(kAgainstRules);
     changed_.notify_all();
 }
 

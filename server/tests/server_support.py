@@ -218,10 +218,21 @@ class WebSocket:
             self.headers[name.lower()] = value.strip()
 
     def send(self, text):
-        data, mask = text.encode(), os.urandom(4)
-        assert len(data) < 126
+        self.send_piece(0x81, text.encode())
+
+    def send_piece(self, head, data=b""):
+        """A frame of the protocol, with the first byte of its head."""
+        mask = os.urandom(4)
         masked = bytes(byte ^ mask[i % 4] for i, byte in enumerate(data))
-        self.socket.sendall(bytes([0x81, 0x80 | len(data)]) + mask + masked)
+        length = bytes([0x80 | len(data)]) if len(data) < 126 else struct.pack(">BH", 0xFE, len(data))
+        self.socket.sendall(bytes([head]) + length + mask + masked)
+
+    def close_code(self):
+        """What the server closes with, behind all that it sends before, and nothing follows."""
+        while self.message() is not None:
+            pass
+        assert self.file.read() == b"", "something comes behind the end"
+        return struct.unpack(">H", self.closed)[0] if self.closed else None
 
     def settle(self):
         """Waits until the server has taken all that was sent; what it sends meanwhile is lost."""
@@ -245,6 +256,7 @@ class WebSocket:
         if opcode == 2:
             return data
         if opcode == 8:
+            self.closed = data
             return None
         if opcode == 10:
             return "pong"

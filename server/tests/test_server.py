@@ -569,16 +569,52 @@ class Hostile(WithServer):
         self.assertTrue(watcher.frame()[0]["complete"])
         self.assertEqual(server.metric("vxcamd_watcher_messages_refused_total"), count)
 
-    def test_a_flood_of_such_messages_ends_the_connection_alone(self):
-        server = self.start()
+    def watch(self, server):
         watcher = WebSocket(server.port, CAMERA + "/live")
         self.addCleanup(watcher.close)
-        for _ in range(101):
+        self.assertEqual(watcher.status, 101)
+        return watcher
+
+    def test_a_flood_of_such_messages_ends_the_connection_alone(self):
+        server = self.start()
+        watcher = self.watch(server)
+        for _ in range(150):
             watcher.send("{")
+        self.assertEqual(watcher.close_code(), 1008)
         until(lambda: server.metric("vxcamd_watchers") == 0, "the watcher is gone")
-        other = WebSocket(server.port, CAMERA + "/live")
-        self.assertEqual(other.status, 101)
-        other.close()
+        self.watch(server)
+
+    def test_a_message_in_pieces_is_put_together(self):
+        server = self.start()
+        watcher = self.watch(server)
+        for _ in range(3):
+            watcher.send_piece(0x01, b'{"beat"')
+            watcher.send_piece(0x00)
+            watcher.settle()
+            watcher.send_piece(0x80, b": 0.1}")
+        for message in iter(watcher.message, None):
+            if message == {"message": "beat"}:
+                break
+        self.assertEqual(server.metric("vxcamd_watcher_messages_refused_total"), 0)
+        watcher.send_piece(0x01, b" " * 65530)
+        watcher.send_piece(0x80, b'{"x":1}'[:6])
+        until(lambda: server.metric("vxcamd_watcher_messages_refused_total") == 1, "it is read")
+        watcher.send_piece(0x01, b" " * 65530)
+        watcher.send_piece(0x00, b'{"x":1}')
+        self.assertEqual(watcher.close_code(), 1009)
+
+    def test_a_websocket_is_closed_as_the_protocol_says(self):
+        server = self.start()
+        for pieces, code in ((((0x88, b""),), None), (((0x88, b"\x03\xe8bye"),), 1000),
+                             (((0x88, b"\x0f\xa1"),), 4001), (((0x88, b"\x03\xed"),), 1002),
+                             (((0x80, b"{}"),), 1002), (((0x01, b"{"), (0x81, b"}")), 1002),
+                             (((0x83, b"{}"),), 1002), (((0xC1, b"{}"),), 1002)):
+            with self.subTest(pieces):
+                watcher = self.watch(server)
+                for head, data in pieces:
+                    watcher.send_piece(head, data)
+                self.assertEqual(watcher.close_code(), code)
+        until(lambda: server.metric("vxcamd_watchers") == 0, "they are gone")
 
     def test_websockets_that_send_garbage_are_closed(self):
         server = self.start()
