@@ -77,6 +77,16 @@ class Process:
             return None
         return until(find, pattern)
 
+    def halt(self):
+        """Stops it until SIGCONT: each of its threads, by now."""
+        self.process.send_signal(signal.SIGSTOP)
+        tasks = "/proc/%d/task/" % self.process.pid
+
+        def is_still(task):
+            with open(tasks + task + "/stat", encoding="ascii") as file:
+                return file.read().rpartition(")")[2].split()[0] == "T"
+        until(lambda: all(map(is_still, os.listdir(tasks))), "it stands still")
+
     def retire(self):
         """Tells it to end; reap() waits for that."""
         self._tell(signal.SIGTERM)

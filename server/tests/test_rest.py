@@ -281,7 +281,7 @@ class Faults(Rest):
         self.addCleanup(server.retire)
         server.open()
         server.open(1)
-        hanging.process.send_signal(signal.SIGSTOP)
+        hanging.halt()
         self.addCleanup(hanging.process.send_signal, signal.SIGCONT)
         asking = [server.connection() for _ in range(150)]
         for each in asking:
