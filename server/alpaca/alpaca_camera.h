@@ -38,7 +38,6 @@ public:
     static constexpr double kMaxExposure = 4294967.295; // s, what the camera's words hold
     static constexpr double kExposureStep = 0.001;
     static constexpr double kColdest = -200, kWarmest = 90; // degrees Celsius
-    static constexpr int kMostOffset = 32767;
 
     // `twin`: how many with an equal target are served before it: simulated ones have no other
     // name.

@@ -2,6 +2,8 @@
 #include "alpaca/alpaca_error.h"
 #include "alpaca/alpaca_members.h"
 
+#include <vxcamkit/property.h>
+
 namespace vxcam {
 
 namespace {
@@ -120,6 +122,11 @@ Json temperature(C& camera)
     throw Error(ErrorKind::Usage, "the camera has not told a temperature yet");
 }
 
+const Field& offsetRange()
+{
+    return findProperty("offset").property->field();
+}
+
 // It can be set, but the camera does not tell it.
 Json offset(C& camera)
 {
@@ -234,13 +241,13 @@ std::vector<AlpacaMember> settingMembers()
         {"offset", offset,
          [](C& c, const F& f) {
              return withInt(f, "Offset", [&c](int counts) {
-                 requireRange("Offset", counts, 0, C::kMostOffset);
+                 requireRange("Offset", counts, offsetRange().least, offsetRange().most);
                  setOn(c, "offset", counts);
              });
          },
          true, 3, true},
-        {"offsetmin", always<0>},
-        {"offsetmax", always<C::kMostOffset>},
+        {"offsetmin", [](C&) { return Json(static_cast<int>(offsetRange().least)); }},
+        {"offsetmax", [](C&) { return Json(static_cast<int>(offsetRange().most)); }},
         {"offsets", absent<Absent::List>},
         {"heatsinktemperature", absent<Absent::HeatSink>},
         {"readoutmode", [](C& c) { return Json(c.readoutMode()); },

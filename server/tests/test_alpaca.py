@@ -504,6 +504,7 @@ class Settings(Alpaca):
     def test_offset_is_known_once_it_was_set(self):
         self.error(self.get("offset"), VALUE_NOT_SET)
         least, most = self.value("offsetmin"), self.value("offsetmax")
+        self.assertEqual((least, most), (0, 65535))  # a word of 16 bits in the camera
         for offset in (least, most):
             self.set(Offset=offset)
             self.assertEqual(self.value("offset"), offset)
