@@ -239,8 +239,9 @@ class WebSocket:
 
     def close_code(self):
         """What the server closes with, behind all that it sends before, and nothing follows."""
+        deadline = time.monotonic() + PATIENCE
         while self.message() is not None:
-            pass
+            assert time.monotonic() < deadline, "the server does not close it"
         assert self.file.read() == b"", "something comes behind the end"
         return struct.unpack(">H", self.closed)[0] if self.closed else None
 

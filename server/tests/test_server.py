@@ -592,10 +592,11 @@ class Hostile(WithServer):
             watcher.send_piece(0x00)
             watcher.settle()
             watcher.send_piece(0x80, b": 0.1}")
+        watcher.settle()
+        self.assertEqual(server.metric("vxcamd_watcher_messages_refused_total"), 0)
         for message in iter(watcher.message, None):
             if message == {"message": "beat"}:
                 break
-        self.assertEqual(server.metric("vxcamd_watcher_messages_refused_total"), 0)
         watcher.send_piece(0x01, b" " * 65530)
         watcher.send_piece(0x80, b'{"x":1}'[:6])
         until(lambda: server.metric("vxcamd_watcher_messages_refused_total") == 1, "it is read")
