@@ -81,6 +81,13 @@ void AppendFile::flush(size_t block)
     }
 }
 
+size_t AppendFile::read(uint64_t at, void* bytes, size_t count) const
+{
+    const ssize_t got = ::pread(file_.descriptor(), bytes, count, static_cast<off_t>(at));
+    if (got < 0) refuse(path_, errno);
+    return static_cast<size_t>(got);
+}
+
 void AppendFile::sync()
 {
     if (::fdatasync(file_.descriptor()) != 0 && errno != EINVAL) refuse(path_, errno);

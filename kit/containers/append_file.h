@@ -32,6 +32,8 @@ public:
     // Whoever reads the file from now on has all of it. Behind its end, zeros up to a multiple of
     // `block`, which the next piece takes the place of.
     void flush(size_t block = 1);
+    // Bytes that were flushed; how many there are, at most `count`.
+    size_t read(uint64_t at, void* bytes, size_t count) const;
     void sync();
     // What lies behind is gone, and was perhaps never there.
     void cut(uint64_t size);

@@ -6,8 +6,6 @@
 
 #include <unistd.h>
 
-#include <fstream>
-
 namespace vxcam {
 
 namespace {
@@ -65,11 +63,11 @@ void FrameTable::flush()
 void FrameTable::appendTo(AppendFile* record)
 {
     flush();
-    std::ifstream in(file_.path(), std::ios::binary);
-    in.seekg(static_cast<std::streamoff>(start_));
     std::string piece(kPiece, '\0');
-    while (in.read(piece.data(), static_cast<std::streamsize>(piece.size())) || in.gcount() > 0) {
-        record->append(piece.data(), static_cast<size_t>(in.gcount()));
+    uint64_t at = start_;
+    while (const size_t count = file_.read(at, piece.data(), piece.size())) {
+        record->append(piece.data(), count);
+        at += count;
     }
     if (!events_.empty()) record->append(eventTable(events_));
 }

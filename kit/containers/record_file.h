@@ -63,6 +63,7 @@ struct RecordKind {
     int mostBits;       // of a pixel
     bool isMany;        // the name is a pattern, for a file for each frame
     const char* beside; // what the name of another file has behind this one's; empty: none
+    bool isBesideTaken; // into this one, when the record ends
 };
 
 inline constexpr size_t kRecordDrafts = 4; // frames that are encoded before their turn, at most

@@ -20,18 +20,18 @@ FileBytes asItIs(const RecordedFrame& /*frame*/, const RecordOptions& /*options*
 // clang-format off
 constexpr RecordKind kKinds[] = {
 #if VXCAMKIT_HAS_HDF5
-    {RecordFormat::Hdf5, Compression::None, makeHdf5Record, asItIs, 32, false, ""},
-    {RecordFormat::Hdf5, Compression::Gzip, makeHdf5Record, encodeForHdf5, 32, false, ""},
+    {RecordFormat::Hdf5, Compression::None, makeHdf5Record, asItIs, 32, false, "", false},
+    {RecordFormat::Hdf5, Compression::Gzip, makeHdf5Record, encodeForHdf5, 32, false, "", false},
 #endif
-    {RecordFormat::Fits, Compression::None, makeCubeRecord, encodeForCube, 32, false, ".frames"},
-    {RecordFormat::Fits, Compression::None, makeFitsFilesRecord, encodeForFitsFiles, 32, true, ""},
+    {RecordFormat::Fits, Compression::None, makeCubeRecord, encodeForCube, 32, false, ".frames", true},
+    {RecordFormat::Fits, Compression::None, makeFitsFilesRecord, encodeForFitsFiles, 32, true, "", false},
 #if VXCAMKIT_HAS_CFITSIO
-    {RecordFormat::Fits, Compression::Gzip, makeTilesRecord, encodeForTiles, 32, false, ".frames"},
-    {RecordFormat::Fits, Compression::Rice, makeTilesRecord, encodeForTiles, 32, false, ".frames"},
+    {RecordFormat::Fits, Compression::Gzip, makeTilesRecord, encodeForTiles, 32, false, ".frames", true},
+    {RecordFormat::Fits, Compression::Rice, makeTilesRecord, encodeForTiles, 32, false, ".frames", true},
 #endif
-    {RecordFormat::Tiff, Compression::None, makeTiffRecord, asItIs, 32, false, ".jsonl"},
-    {RecordFormat::Ser, Compression::None, makeSerRecord, asItIs, 16, false, ".jsonl"},
-    {RecordFormat::Raw, Compression::None, makeRawRecord, asItIs, 32, false, ".jsonl"},
+    {RecordFormat::Tiff, Compression::None, makeTiffRecord, asItIs, 32, false, ".jsonl", false},
+    {RecordFormat::Ser, Compression::None, makeSerRecord, asItIs, 16, false, ".jsonl", false},
+    {RecordFormat::Raw, Compression::None, makeRawRecord, asItIs, 32, false, ".jsonl", false},
 };
 // clang-format on
 

@@ -38,7 +38,7 @@ struct flock wholeFile()
 
 WriterLock::WriterLock(const std::string& path, int flags)
 {
-    descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666);
+    descriptor_ = ::open(path.c_str(), O_RDWR | O_CLOEXEC | flags, 0666);
     if (descriptor_ < 0) refuse(path, errno);
     struct flock whole = wholeFile();
     const bool isTaken =

@@ -14,8 +14,8 @@ class WriterLock
 {
 public:
     WriterLock() = default;
-    // Opens the file to write it; `flags` are further ones for open(). Throws Error{File}, also
-    // where somebody else was quicker.
+    // Opens the file to write and read it; `flags` are further ones for open(). Throws Error{File},
+    // also where somebody else was quicker.
     explicit WriterLock(const std::string& path, int flags = 0);
     ~WriterLock();
     WriterLock(WriterLock&& other) noexcept;

@@ -183,7 +183,7 @@ void Recorder::Body::begin(const RecordedFrame& first)
     }
     lastLook = {};
     file = kind.make(name, options, first);
-    made = kind.isMany ? FileId() : FileId(name);
+    watchNames();
     lastFlush = Clock::now();
     added = 0;
     std::lock_guard<std::mutex> guard(lock);
@@ -201,13 +201,24 @@ void Recorder::Body::requireRoomToBegin(const RecordedFrame& first) const
     }
 }
 
-// What is written under no name any more would be lost.
-void Recorder::Body::requireName() const
+void Recorder::Body::watchNames()
 {
-    if (made.isAt(name)) return;
-    throw Error(ErrorKind::File,
-                name + ": was removed or renamed while it was recorded; what is in it is not there",
-                ENOENT);
+    made.clear();
+    if (kind.isMany) return;
+    made[name] = FileId(name);
+    if (*kind.beside != '\0') made[name + kind.beside] = FileId(name + kind.beside);
+}
+
+// What is written under no name any more would be lost.
+void Recorder::Body::requireNames() const
+{
+    for (const auto& [watched, was] : made) {
+        if (was.isAt(watched)) continue;
+        throw Error(ErrorKind::File,
+                    watched + ": was removed or renamed while it was recorded; what is in it is "
+                              "not there",
+                    ENOENT);
+    }
 }
 
 // Looks at the disk before it is too full for what ends the file.
@@ -221,7 +232,7 @@ void Recorder::Body::requireRoom(const RecordedFrame& frame)
     const auto now = Clock::now();
     if (isNear || now >= lastLook + kBetweenLooks) {
         lastLook = now;
-        requireName();
+        requireNames();
         if (isNear && !isFlushed) flush(); // what is still in memory takes room, too
         sizeAtLook = size;
         room = diskRoom(name, size);
@@ -288,8 +299,14 @@ void Recorder::Body::flush()
 }
 
 // What cannot be closed any more is left as it was flushed.
-void Recorder::Body::end(const RecordEnd& how)
+void Recorder::Body::end(RecordEnd how)
 {
+    try {
+        requireNames();
+    } catch (...) {
+        fail();
+        how.how = "failed";
+    }
     try {
         file->close(how);
     } catch (...) {
@@ -302,8 +319,9 @@ void Recorder::Body::end(const RecordEnd& how)
     }
     const uint64_t frames = file->frames(), bytes = file->bytes();
     file.reset();
+    if (kind.isBesideTaken) made.erase(name + kind.beside);
     try {
-        requireName();
+        requireNames();
     } catch (...) {
         fail();
     }

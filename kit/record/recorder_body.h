@@ -42,9 +42,10 @@ struct Recorder::Body {
     void begin(const RecordedFrame& first);
     void requireRoomToBegin(const RecordedFrame& first) const;
     void requireRoom(const RecordedFrame& frame);
-    void requireName() const;
+    void watchNames();
+    void requireNames() const;
     void flush();
-    void end(const RecordEnd& how);
+    void end(RecordEnd how);
     void endAll();
     void beginBooksOf(const RecordedFrame& frame);
     void count(const FrameFacts& facts, uint64_t bytes, uint64_t fileBytes);
@@ -57,9 +58,9 @@ struct Recorder::Body {
 
     // Of the writer.
     std::unique_ptr<RecordFile> file;
-    std::string name;                // of it
-    FileId made;                     // that it was, when it was made
-    std::optional<FrameFacts> shape; // of all frames
+    std::string name;                   // of it
+    std::map<std::string, FileId> made; // its names, and what they were of when it was made
+    std::optional<FrameFacts> shape;    // of all frames
     bool isFlushed = true;
     Clock::time_point lastFlush, lastLook;
     uint64_t room = kRoomUnknown, sizeAtLook = 0;

@@ -297,6 +297,27 @@ TEST(Recorder, EndsWhenItsFileIsNotThereAnyMore)
     }
 }
 
+TEST(Recorder, EndsWhenTheFileBesideItIsNotThereAnyMore)
+{
+    const Folder folder;
+    const std::pair<std::string, std::string> files[] = {
+        {"a.fits", ".frames"}, {"a.raw", ".jsonl"}, {"a.tif", ".jsonl"}, {"a.ser", ".jsonl"}};
+    for (const auto& [name, beside] : files) {
+        Recorder recorder(folder.path(name));
+        EXPECT_TRUE(recorder.write(numbered<uint16_t>(1, 8, 8)));
+        EXPECT_TRUE(waitUntil([&] { return recorder.books().flushed == 1; })) << name;
+        std::filesystem::remove(folder.path(name + beside));
+        int i = 1;
+        if (name == "a.raw") {
+            EXPECT_TRUE(waitUntil([&] { return !recorder.write(numbered<uint16_t>(++i, 8, 8)); }));
+        }
+        EXPECT_THAT(refusalOf([&] { recorder.finish(); }, ErrorKind::File),
+                    HasSubstr(name + beside + ": was removed or renamed while it was recorded"));
+    }
+    // Of FITS, the numbers are there all the same.
+    EXPECT_EQ(readBack(folder, {"a.fits"}), "1 failed\n");
+}
+
 TEST(Recorder, MakesNoFileThatTheDiskHasNoRoomFor)
 {
     const Folder folder;
