@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <utility>
 
 namespace vxcam {
 
@@ -22,6 +23,10 @@ struct Ending {
 constexpr Ending kEndings[] = {{".fits", FileFormat::Fits}, {".fit", FileFormat::Fits},
                                {".fts", FileFormat::Fits},  {".tif", FileFormat::Tiff},
                                {".tiff", FileFormat::Tiff}, {".png", FileFormat::Preview}};
+// Of files that are not made of one frame.
+constexpr std::pair<const char*, const char*> kOtherEndings[] = {
+    {".raw", "raw"},    {".ser", "SER"},  {".h5", "HDF5"},   {".hdf5", "HDF5"}, {".nxs", "HDF5"},
+    {".jsonl", "JSON"}, {".jpg", "JPEG"}, {".jpeg", "JPEG"}, {".gif", "GIF"},   {".bmp", "BMP"}};
 
 size_t endingOf(const std::string& path)
 {
@@ -29,6 +34,14 @@ size_t endingOf(const std::string& path)
     const size_t start = slash == std::string::npos ? 0 : slash + 1;
     const size_t dot = path.rfind('.');
     return dot == std::string::npos || dot <= start ? path.size() : dot;
+}
+
+std::string smallEndingOf(const std::string& path)
+{
+    std::string ending = path.substr(endingOf(path));
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    return ending;
 }
 
 [[noreturn]] void refuse(const std::string& pattern, const std::string& why)
@@ -86,9 +99,7 @@ const char* nameOf(FileFormat format)
 
 std::optional<FileFormat> formatOf(const std::string& path)
 {
-    std::string ending = path.substr(endingOf(path));
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    const std::string ending = smallEndingOf(path);
     const auto* const found = std::find_if(std::begin(kEndings), std::end(kEndings),
                                            [&](const Ending& one) { return ending == one.text; });
     return found != std::end(kEndings) ? std::optional(found->format) : std::nullopt;
@@ -99,6 +110,18 @@ bool isAvailable(FileFormat format)
     if (format == FileFormat::Tiff) return VXCAMKIT_HAS_TIFF != 0;
     if (format == FileFormat::Preview) return VXCAMKIT_HAS_PNG != 0;
     return true;
+}
+
+std::string otherKindOf(const std::string& path, FileFormat format)
+{
+    if (const std::optional<FileFormat> named = formatOf(path)) {
+        return *named != format ? nameOf(*named) : "";
+    }
+    const std::string ending = smallEndingOf(path);
+    for (const auto& [other, kind] : kOtherEndings) {
+        if (ending == other) return kind;
+    }
+    return "";
 }
 
 FileBytes makeFile(FileFormat format, const Frame& frame, const HeaderOptions& options,

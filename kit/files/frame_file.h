@@ -29,6 +29,10 @@ VXCAMKIT_EXPORT std::optional<FileFormat> formatOf(const std::string& path);
 // Whether this kit was built with it.
 VXCAMKIT_EXPORT bool isAvailable(FileFormat format);
 
+// What a name says that a file of this format is not: "PNG", "HDF5", "JPEG". Empty where it says
+// nothing else: it ends as files of the format do, or as none that is known.
+VXCAMKIT_EXPORT std::string otherKindOf(const std::string& path, FileFormat format);
+
 // As makeFits(), makeTiff() and makePreview() do.
 VXCAMKIT_EXPORT FileBytes makeFile(FileFormat format, const Frame& frame,
                                    const HeaderOptions& options = {},

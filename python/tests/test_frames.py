@@ -177,6 +177,15 @@ def test_a_name_of_a_compressed_file_is_refused(camera, tmp_path, monkeypatch, n
     assert not list(tmp_path.iterdir())
 
 
+@pytest.mark.parametrize("name, kind", [("b.jpg", "JPEG"), ("b.h5", "HDF5"), ("b.RAW", "raw"), ("b.bmp", "BMP")])
+def test_a_name_of_another_kind_of_file_is_refused(camera, tmp_path, name, kind):
+    frame = camera.grab()
+    for write in (frame.to_fits, frame.to_tiff, frame.to_png):
+        with pytest.raises(vxcam.UsageError, match=f"{name}' is the name of a {kind} file"):
+            write(tmp_path / name)
+    assert not list(tmp_path.iterdir())
+
+
 def test_astropy_writes_what_a_header_does_not_take(camera, tmp_path):
     fits = pytest.importorskip("astropy.io.fits")
     frame = camera.grab()

@@ -73,9 +73,9 @@ std::vector<std::string> writeFile(const CoreFrame& self, const std::string& for
                                    const HeaderOptions& options)
 {
     const FileFormat kind = formatNamed(format);
-    const std::optional<FileFormat> named = formatOf(path);
-    if (named && *named != kind) {
-        throw Error(ErrorKind::Usage, "path: '" + path + "' is the name of a " + nameOf(*named) +
+    const std::string other = otherKindOf(path, kind);
+    if (!other.empty()) {
+        throw Error(ErrorKind::Usage, "path: '" + path + "' is the name of a " + other +
                                           " file, this writes " + format);
     }
     const auto writing = std::make_shared<Writing>();

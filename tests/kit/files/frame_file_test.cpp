@@ -29,6 +29,22 @@ TEST(FrameFile, IsOfTheKindThatItsNameSays)
     }
 }
 
+TEST(FrameFile, HasNoNameThatSaysSomethingElse)
+{
+    const std::pair<const char*, const char*> others[] = {
+        {"a.raw", "raw"},    {"a.SER", "SER"},  {"a.h5", "HDF5"},   {"a.hdf5", "HDF5"},
+        {"a.nxs", "HDF5"},   {"a.jpg", "JPEG"}, {"a.jpeg", "JPEG"}, {"a.gif", "GIF"},
+        {"a.jsonl", "JSON"}, {"a.bmp", "BMP"},  {"a.png", "PNG"},   {"a.tif", "TIFF"}};
+    for (const auto& [path, kind] : others) {
+        EXPECT_EQ(otherKindOf(path, FileFormat::Fits), kind) << path;
+    }
+    EXPECT_EQ(otherKindOf("a.fits", FileFormat::Preview), "FITS");
+    EXPECT_EQ(otherKindOf("a.jpg", FileFormat::Tiff), "JPEG");
+    for (const char* path : {"a", "a.fit", "a.new", "a.raw.2", "raw", "x.h5/a", ""}) {
+        EXPECT_EQ(otherKindOf(path, FileFormat::Fits), "") << path;
+    }
+}
+
 TEST(FrameFile, IsMadeOfEachKindThatThereIs)
 {
     const Frame frame(factsOf(2, 2));

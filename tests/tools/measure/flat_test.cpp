@@ -89,6 +89,7 @@ TEST_F(Flat, ChecksWhatItIsTold)
     fails({"--tolerance", "2"}, 1, "tolerance '2'");
     fails({"--bits", "12"}, 1, "--bits: 8 or 16");
     fails({"-o", "a.png"}, 1, "it would be a FITS file");
+    fails({"-o", "a.raw"}, 1, "it would be a FITS file");
     fails({"-n", "1", "-o", "-"}, 1, "-: flat frames do not go to standard output; ./- is a file");
     fails({"--area", "150,0,100,10"}, 1, "beyond the sensor");
     fails({"--nonsense"}, 1, "--nonsense");

@@ -67,6 +67,8 @@ TEST(ExitUsage, NamesThatSayWhatIsNotInTheFile)
              {"a.png", "a.png: it would be a FITS file, and no PNG; --preview makes a PNG"},
              {"a.tif", "a.tif: it would be a FITS file, and no TIFF"},
              {"a-%04d.TIFF", "a-%04d.TIFF: it would be a FITS file"},
+             {"a.h5", "a.h5: it would be a FITS file, and no HDF5"},
+             {"a.jpg", "a.jpg: it would be a FITS file, and no JPEG"},
              {"a.fits.gz", "a.fits.gz: files are not compressed here"},
              {"a.fits.fz", "a.fits.fz: files are not compressed here"}}) {
         tcRun run({"grab", "-o", name, "--sim-sensor", "8x8", "-e", "0"}, In(folder));
@@ -74,6 +76,8 @@ TEST(ExitUsage, NamesThatSayWhatIsNotInTheFile)
     }
     tcRun preview({"grab", "--preview", "a.fits", "-o", "b.fits"}, In(folder));
     ExpectFailure(preview, 1, "a.fits: it would be a PNG, and no FITS file");
+    tcRun picture({"grab", "--preview", "a.jpg", "-o", "b.fits"}, In(folder));
+    ExpectFailure(picture, 1, "a.jpg: it would be a PNG, and no JPEG file");
     EXPECT_THAT(folder.Names(), ElementsAre());
     tcRun other({"grab", "-o", "a.new", "--sim-sensor", "8x8", "-e", "0"}, In(folder));
     EXPECT_EQ(other.Exit(), 0) << "an ending that says nothing";

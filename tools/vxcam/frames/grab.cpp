@@ -156,20 +156,19 @@ void tcGrab::CheckArguments()
 void tcGrab::CheckEndings() const
 {
     using vxcam::FileFormat;
-    const FileFormat output = vxcam::formatOf(msOutput).value_or(FileFormat::Fits);
-    if (output != FileFormat::Fits) {
-        throw tcFailure(eExitUsage, msOutput + ": it would be a FITS file, and no " +
-                                        vxcam::nameOf(output) + "; --preview makes a PNG");
+    const std::string output = vxcam::otherKindOf(msOutput, FileFormat::Fits);
+    if (!output.empty()) {
+        throw tcFailure(eExitUsage, msOutput + ": it would be a FITS file, and no " + output +
+                                        "; --preview makes a PNG");
     }
     for (const char* packed : {".gz", ".fz"}) {
         if (msOutput.size() > 3 && msOutput.compare(msOutput.size() - 3, 3, packed) == 0) {
             throw tcFailure(eExitUsage, msOutput + ": files are not compressed here");
         }
     }
-    const FileFormat preview = vxcam::formatOf(msPreview).value_or(FileFormat::Preview);
-    if (preview != FileFormat::Preview) {
-        throw tcFailure(eExitUsage, msPreview + ": it would be a PNG, and no " +
-                                        vxcam::nameOf(preview) + " file");
+    const std::string preview = vxcam::otherKindOf(msPreview, FileFormat::Preview);
+    if (!preview.empty()) {
+        throw tcFailure(eExitUsage, msPreview + ": it would be a PNG, and no " + preview + " file");
     }
 }
 

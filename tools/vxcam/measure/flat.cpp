@@ -125,7 +125,7 @@ void tcFlat::CheckArguments()
     mtPlan.bits = mnBits;
     mPartOptions.Apply(&mtPlan);
     mtHeader = mHeaderOptions.Header();
-    if (vxcam::formatOf(msOutput).value_or(vxcam::FileFormat::Fits) != vxcam::FileFormat::Fits) {
+    if (!vxcam::otherKindOf(msOutput, vxcam::FileFormat::Fits).empty()) {
         throw tcFailure(eExitUsage, msOutput + ": it would be a FITS file");
     }
     if (msOutput == "-") {

@@ -96,10 +96,9 @@ void tcPtc::CheckArguments()
     if (mtOptions.longest.count() < 1) throw tcFailure(eExitUsage, "--longest: at least 1 ms");
     mtOptions.plan.kind = vxcam::ReadoutKind::Area;
     mPartOptions.Apply(&mtOptions.plan);
-    const auto format = vxcam::formatOf(msPlot).value_or(vxcam::FileFormat::Preview);
-    if (format != vxcam::FileFormat::Preview) {
-        throw tcFailure(eExitUsage,
-                        msPlot + ": it would be a PNG, and no " + vxcam::nameOf(format) + " file");
+    const std::string other = vxcam::otherKindOf(msPlot, vxcam::FileFormat::Preview);
+    if (!other.empty()) {
+        throw tcFailure(eExitUsage, msPlot + ": it would be a PNG, and no " + other + " file");
     }
     if (!msPlot.empty() && !vxcam::isAvailable(vxcam::FileFormat::Preview)) {
         throw tcFailure(eExitUsage, "--plot: the kit was built without PNG");
