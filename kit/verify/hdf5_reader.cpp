@@ -1,6 +1,7 @@
 // HDF5 records.
 #include "containers/hdf5_objects.h"
 #include "containers/record_columns.h"
+#include "verify/hdf5_walk.h"
 #include "verify/record_reader.h"
 
 #include <vxcamkit/error.h>
@@ -15,6 +16,7 @@ namespace {
 
 const std::string kDetector = "/entry/instrument/detector/";
 const std::string kRecord = "/entry/record/";
+constexpr const char* kEvents[] = {"time_ns", "event", "code", "sub_code", "text"};
 // Of what a writer may just be changing. The library waits twice as long before each of them, from
 // 1 ns on: 4 ms in all for what is damaged, where its own number would be without an end.
 constexpr unsigned kAttempts = 22;
@@ -42,6 +44,19 @@ public:
         pixels_ = open(kDetector + "data");
     }
 
+    const Hdf5Id& file() const { return file_; }
+    bool has(const std::string& name) const
+    {
+        return H5Lexists(file_, name.c_str(), H5P_DEFAULT) > 0;
+    }
+    // Rows of a dataset; nothing when it is none.
+    std::optional<size_t> length(const std::string& name) const
+    {
+        const Hdf5Id dataset(H5Dopen2(file_, name.c_str(), H5P_DEFAULT), H5Dclose);
+        if (dataset < 0) return std::nullopt;
+        const std::vector<hsize_t> size = shape(dataset);
+        return size.empty() ? std::nullopt : std::optional<size_t>(size[0]);
+    }
     Hdf5Id open(const std::string& name) const
     {
         Hdf5Id dataset(H5Dopen2(file_, name.c_str(), H5P_DEFAULT), H5Dclose);
@@ -71,6 +86,15 @@ public:
                     path_);
         return list;
     }
+    // None where they cannot be read.
+    std::vector<int64_t> numbersIfAny(const std::string& name) const
+    {
+        try {
+            return numbers(name);
+        } catch (const Error&) {
+            return {};
+        }
+    }
     std::string text(const std::string& name) const
     {
         const Hdf5Id dataset = open(name);
@@ -83,8 +107,8 @@ public:
     std::optional<int64_t> setting(const std::string& name) const
     {
         const std::string path = kDetector + "settings/" + name;
-        if (H5Lexists(file_, path.c_str(), H5P_DEFAULT) <= 0) return std::nullopt;
-        const Hdf5Id dataset = open(path);
+        const Hdf5Id dataset(H5Dopen2(file_, path.c_str(), H5P_DEFAULT), H5Dclose);
+        if (dataset < 0) return std::nullopt;
         const Hdf5Id type(H5Dget_type(dataset), H5Tclose);
         if (H5Tget_class(type) != H5T_INTEGER) return std::nullopt;
         return numbers(path).at(0);
@@ -110,14 +134,62 @@ private:
     Hdf5Id file_, pixels_;
 };
 
+// Those that each record has, and what is measured, when any of it is there.
+std::vector<RecordColumn> columnsOf(const Hdf5Pixels& file)
+{
+    std::vector<RecordColumn> columns = recordColumns();
+    const std::vector<RecordColumn>& measured = measureColumns();
+    if (std::any_of(measured.begin(), measured.end(), [&](const RecordColumn& column) {
+            return file.has(kDetector + column.name);
+        })) {
+        columns.insert(columns.end(), measured.begin(), measured.end());
+    }
+    return columns;
+}
+
+void requireParts(const Hdf5Pixels& file, ReadRecord* record)
+{
+    std::vector<std::string> names = {"/entry/start_time", "/entry/program_name",
+                                      "/entry/data/data", kDetector + "description",
+                                      kDetector + "settings"};
+    for (const RecordColumn& column : columnsOf(file)) {
+        names.push_back(kDetector + column.name);
+    }
+    names.push_back(kRecord + "events");
+    if (file.has(kRecord + "events")) {
+        for (const char* name : kEvents) {
+            names.push_back(kRecord + "events/" + name);
+        }
+    }
+    for (const std::string& name : names) {
+        if (!file.has(name)) record->find("file", name + " is not there");
+    }
+}
+
+void checkEvents(const Hdf5Pixels& file, ReadRecord* record)
+{
+    if (record->ended == "running") return;
+    const std::optional<size_t> due = file.length(kRecord + "events/time_ns");
+    for (const char* name : kEvents) {
+        const std::optional<size_t> length = file.length(kRecord + "events/" + name);
+        if (length && due && *length != *due) {
+            record->find("file", "its datasets tell of " + std::to_string(*due) + " and " +
+                                     std::to_string(*length) + " events");
+        }
+    }
+}
+
+// What cannot be read has been found before.
 void readColumns(const Hdf5Pixels& file, ReadRecord* record)
 {
     size_t least = std::numeric_limits<size_t>::max(), most = 0;
-    for (const RecordColumn& column : recordColumns()) {
-        if (!column.isWhole()) continue;
-        const std::vector<int64_t> values = file.numbers(kDetector + column.name);
-        least = std::min(least, values.size());
-        most = std::max(most, values.size());
+    for (const RecordColumn& column : columnsOf(file)) {
+        const std::optional<size_t> length = file.length(kDetector + column.name);
+        if (!length) continue;
+        const std::vector<int64_t> values =
+            column.isWhole() ? file.numbersIfAny(kDetector + column.name) : std::vector<int64_t>();
+        least = std::min(least, *length);
+        most = std::max(most, *length);
         record->frames.resize(std::max(record->frames.size(), values.size()));
         for (size_t i = 0; i < values.size(); ++i) {
             record->frames[i].numbers[column.name] = values[i];
@@ -169,6 +241,9 @@ std::unique_ptr<PixelReader> readHdf5(const std::string& path, ReadRecord* recor
             record->settings[name] = *value;
         }
     }
+    walkHdf5(file->file(), record);
+    requireParts(*file, record);
+    checkEvents(*file, record);
     readColumns(*file, record);
     readMissing(*file, record);
     return file;

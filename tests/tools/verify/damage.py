@@ -467,6 +467,25 @@ def remove(name):
     return lambda copy, random: copy.file.pop(name)
 
 
+def shorter(name):
+    return lambda copy, random: copy.file[name].resize(len(copy.file[name]) - 1, 0)
+
+
+def event_more(copy, random):
+    codes = copy.file["entry/record/events/code"]
+    codes.resize(len(codes) + 1, 0)
+
+
+def header_bit(name):
+    """In what the library keeps of an object, behind the mark that it begins with."""
+    @bytes_way
+    def way(copy, random):
+        with h5py.File(copy.path) as file:
+            at = h5py.h5o.get_info(file[name].id).addr
+        copy.flip(at + random.randrange(5, 40), random.randrange(8))
+    return way
+
+
 def other_missing(copy, random):
     copy.file["entry/record/missing_rows/row"][0] = 99
 
@@ -477,6 +496,20 @@ HDF5 = [
     ("a dataset that is gone", "", remove("entry/instrument/detector/crc32")),
     ("pixels that are gone", "", remove("entry/instrument/detector/data")),
     ("a row that is none", "rows", other_missing),
+    ("temperatures that are gone", "file", remove("entry/instrument/detector/sensor_temperature")),
+    ("a temperature less", "file", shorter("entry/instrument/detector/board_temperature")),
+    ("a check value less", "file", shorter("entry/instrument/detector/crc32")),
+    ("settings that are gone", "file", remove("entry/instrument/detector/settings")),
+    ("events that are gone", "file", remove("entry/record/events")),
+    ("codes of events that are gone", "file", remove("entry/record/events/code")),
+    ("an event more", "file", event_more),
+    ("a link that is gone", "file", remove("entry/data/data")),
+    ("a bit of a setting's header", "file", header_bit("entry/instrument/detector/settings/gain")),
+    ("a bit of the settings' header", "file", header_bit("entry/instrument/detector/settings")),
+    ("a bit of a column's header", "file", header_bit("entry/instrument/detector/begin_ns")),
+    ("a bit of the temperatures' header", "file", header_bit("entry/instrument/detector/sensor_temperature")),
+    ("a bit of the name's header", "file", header_bit("entry/instrument/detector/description")),
+    ("a bit of the events' header", "file", header_bit("entry/record/events/text")),
     ("how it begins", "", bytes_way(lambda c, r: c.flip(r.randrange(8)))),
     ("its last bytes", "", bytes_way(lambda c, r: c.cut(r.randrange(1, 900)))),
 ]
