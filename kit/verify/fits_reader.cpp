@@ -159,7 +159,8 @@ void checkExtensions(const FitsParts& parts, ReadRecord* record)
     for (size_t i = 0; i < frames && i + 1 < parts.parts().size(); ++i) {
         const FitsPart& part = parts.parts()[i + 1];
         if (!part.has("ZIMAGE")) return;
-        compareFrameCards(part, record->frames[i], static_cast<int64_t>(i), record);
+        compareFrameCards(part, record->frames[i], "the table FRAMES", static_cast<int64_t>(i),
+                          record);
         checkTimeCards(part, static_cast<int64_t>(i), record);
     }
 }

@@ -63,6 +63,9 @@ ReadRow readFrameCards(const FitsPart& part)
         const std::optional<int64_t> time = nanosecondsOf(part.text(card.word));
         if (time && part.has("DATE-END")) row.numbers[card.name] = *time;
     }
+    if (part.has("EXPTIME")) {
+        row.numbers["exposure_us"] = std::llround(part.real("EXPTIME") * 1e6);
+    }
     if (part.has("TIMRDER")) {
         row.numbers["uncertainty_ns"] = std::llround(part.real("TIMRDER") * 1e9);
     }
@@ -94,14 +97,17 @@ void checkTimeCards(const FitsPart& part, int64_t frame, ReadRecord* record)
     }
 }
 
-void compareFrameCards(const FitsPart& part, const ReadRow& row, int64_t frame, ReadRecord* record)
+void compareFrameCards(const FitsPart& part, const ReadRow& row, const char* where, int64_t frame,
+                       ReadRecord* record)
 {
-    const ReadRow cards = readFrameCards(part);
+    ReadRow cards = readFrameCards(part);
+    if (!part.has("COMPLETE")) cards.numbers.erase("complete");
     for (const auto& [name, value] : cards.numbers) {
         if (!row.has(name.c_str())) continue;
         const bool isTime = name.size() > 3 && name.compare(name.size() - 3, 3, "_ns") == 0;
         if (std::abs(value - row[name.c_str()]) <= (isTime ? kCardTime : 0)) continue;
-        record->find("header", "its cards and the table FRAMES say another " + name, frame);
+        record->find("header", std::string("its cards and ") + where + " say another " + name,
+                     frame);
     }
 }
 

@@ -11,8 +11,9 @@ namespace vxcam {
 ReadRow readFrameCards(const FitsPart& part);
 // Times that are said in more than one way.
 void checkTimeCards(const FitsPart& part, int64_t frame, ReadRecord* record);
-// Cards of a frame against its row in the table.
-void compareFrameCards(const FitsPart& part, const ReadRow& row, int64_t frame, ReadRecord* record);
+// Cards of a frame against its row, which stands there: "the table FRAMES".
+void compareFrameCards(const FitsPart& part, const ReadRow& row, const char* where, int64_t frame,
+                       ReadRecord* record);
 
 } // namespace vxcam
 

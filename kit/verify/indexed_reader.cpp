@@ -1,5 +1,6 @@
 // Raw, TIFF and SER records, by the index beside them.
 #include "containers/frame_index.h"
+#include "verify/page_cards.h"
 #include "verify/record_reader.h"
 
 #include <vxcamkit/error.h>
@@ -17,6 +18,8 @@ using Json = nlohmann::json;
 
 constexpr uint64_t kSerHead = 178;
 const std::string kSerMagic = "LUCAM-RECORDER";
+constexpr uint64_t kDescription = 270;              // a tag
+constexpr uint64_t kMostText = 1U << 20U;           // characters of it
 constexpr int64_t kTick = 100;                      // ns
 constexpr int64_t kEpoch = 621'355'968'000'000'000; // ticks from the year 1 to 1970
 
@@ -162,7 +165,18 @@ void checkSer(FilePixels& file, ReadRecord* record)
     }
 }
 
-// Follows the pages: each has the size and the pixels of its frame.
+// What a tag of that many characters refers to, without its end.
+std::string textOf(FilePixels& file, uint64_t at, uint64_t count)
+{
+    if (count == 0 || count > kMostText) return "";
+    std::string text(static_cast<size_t>(count), '\0');
+    if (!file.bytes(at, text.data(), text.size()) || text.back() != '\0') return "";
+    text.pop_back();
+    return text;
+}
+
+// Follows the pages: each has the size and the pixels of its frame, and says of it what the index
+// does.
 void checkTiff(FilePixels& file, ReadRecord* record)
 {
     checkOffsets(record, 16, false);
@@ -172,9 +186,12 @@ void checkTiff(FilePixels& file, ReadRecord* record)
     size_t count = 0;
     for (; page != 0 && count < record->frames.size(); ++count) {
         std::map<uint64_t, uint64_t> tags;
+        uint64_t characters = 0; // of the description
         const uint64_t entries = std::min<uint64_t>(file.number(page, 8), 64);
         for (uint64_t i = 0; i < entries; ++i) {
-            tags[file.number(page + 8 + 20 * i, 2)] = file.number(page + 20 + 20 * i, 8);
+            const uint64_t tag = file.number(page + 8 + 20 * i, 2);
+            tags[tag] = file.number(page + 20 + 20 * i, 8);
+            if (tag == kDescription) characters = file.number(page + 12 + 20 * i, 8);
         }
         const bool isIt = tags[256] == static_cast<uint64_t>(record->columns) &&
                           tags[257] == static_cast<uint64_t>(record->rows) &&
@@ -185,6 +202,8 @@ void checkTiff(FilePixels& file, ReadRecord* record)
         if (!isIt) {
             record->find("file", "its page is not that of the index", static_cast<int64_t>(count));
         }
+        comparePageCards(textOf(file, tags[kDescription], characters), static_cast<int64_t>(count),
+                         record);
         page = file.number(page + 8 + 20 * entries, 8);
     }
     const bool isMore = page != 0 && record->ended != "running";

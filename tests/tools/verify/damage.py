@@ -439,7 +439,27 @@ def loop(copy, random):
         file.write(data[8:16])
 
 
+def word_of_page(word, other):
+    """In the description of a page, as long as it was."""
+    @bytes_way
+    def way(copy, random):
+        assert len(word) == len(other)
+        data = bytearray(copy.whole())
+        places = [at for at in range(len(data)) if data.startswith(word, at)]
+        at = random.choice(places)
+        data[at:at + len(word)] = other
+        overwrite(copy.path, bytes(data))
+    return way
+
+
 TIFF = [
+    ("a description that is none", "file", word_of_page(b'{"IMAGETYP"', b'["IMAGETYP"')),
+    ("a page without its mark", "file", word_of_page(b'"COMPLETE"', b'"COMPLETT"')),
+    ("a page without its time", "file", word_of_page(b'"DATE-OBS"', b'"DATE-OBT"')),
+    ("mark of a page", "header", word_of_page(b'"COMPLETE":false,', b'"COMPLETE":true ,')),
+    ("exposure of a page", "header", word_of_page(b'"EXPTIME":0.002', b'"EXPTIME":0.003')),
+    ("time of a page", "header", word_of_page(b'"DATE-OBS":"20', b'"DATE-OBS":"19')),
+    ("packets of a page", "header", word_of_page(b'"NMISSING":0', b'"NMISSING":3')),
     ("columns of a page", "file", put_whole(tag(256), 4, 1)),
     ("rows of a page", "file", put_whole(tag(257), 4, 1)),
     ("bits of a page", "file", put_whole(tag(258), 2, 8)),
