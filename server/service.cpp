@@ -6,6 +6,7 @@
 #include "rest/json_answer.h"
 #include "rest/routes.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace vxcam {
@@ -122,9 +123,13 @@ HttpResponse Service::answerThrowing(const HttpRequest& request, std::string* do
     refusePath(path);
 }
 
+// A slash too many makes a path nobody else's.
 bool Service::isAlpaca(const std::string& path) const
 {
-    return alpaca_ && !RestDoor::isMine(path) && AlpacaDoor::isMine(path);
+    std::string plain = path;
+    const auto areSlashes = [](char one, char other) { return one == '/' && other == '/'; };
+    plain.erase(std::unique(plain.begin(), plain.end(), areSlashes), plain.end());
+    return alpaca_ && !RestDoor::isMine(plain) && AlpacaDoor::isMine(path);
 }
 
 HttpResponse Service::refused(const HttpRequest& request, const Refusal& refusal) const

@@ -141,11 +141,15 @@ HttpResponse WebServer::Body::refused(const HttpRequest& request, const Refusal&
 // What the web library gives up itself, of which it may know nothing.
 void WebServer::Body::refuseUnread(mg_connection* connection, int status, const char* text)
 {
-    const bool isNone = status == 400;
-    const Refusal refusal(status, isNone ? "usage" : "server",
-                          isNone ? "that is no request of HTTP, its method is unknown, or its "
-                                   "headers have more than 16384 bytes"
-                                 : text);
+    constexpr int kBad = 400, kNoLength = 411, kFault = 500;
+    Refusal refusal(status, status < kFault ? "usage" : "server", text);
+    if (status == kBad) {
+        refusal = {status, "usage",
+                   "that is no request of HTTP, its method is unknown, or its headers have more "
+                   "than 16384 bytes"};
+    }
+    if (status == kNoLength)
+        refusal = {status, "length", "a body needs a Content-Length here, and that is none"};
     const HttpRequest unread;
     send(connection, unread, refused(unread, refusal), true);
 }
@@ -155,7 +159,10 @@ HttpResponse WebServer::Body::answer(mg_connection* connection, HttpRequest* req
     const long long length = mg_get_request_info(connection)->content_length;
     const std::string* const coding = request->header("Transfer-Encoding");
     const Refusal tooLong(413, "too-long", "a body has at most 65536 bytes here");
-    if (coding != nullptr) {
+    const std::string* const told = request->header("Content-Length");
+    const bool isOdd =
+        told != nullptr && told->find_first_not_of("0123456789 ") != std::string::npos; // "1x"
+    if (coding != nullptr || isOdd) {
         return refused(*request, {411, "length", "a body needs a Content-Length here"});
     }
     if (length > static_cast<long long>(kMostBody)) return refused(*request, tooLong);

@@ -391,6 +391,9 @@ class Paths(WithServer):
                 if is_json:
                     error = json.loads(body)["error"]
                     self.assertEqual((error["kind"], error["code"], error["sub_code"]), (kind, 0, 0))
+        for path in ("/api/v1//cameras/0", "/api/v1//cameras/0/properties/gain", "/api//v1/cameras/0"):
+            answer = server.get(path)
+            self.assertEqual((answer.status, answer.kind), (400, "usage"), path)
         answer = server.get(CAMERA + "/properties/gain%00x")
         self.assertEqual((answer.status, answer.kind), (400, "usage"))
 
@@ -513,6 +516,14 @@ class Hostile(WithServer):
             self.assertEqual((error["kind"], error["code"]), ("usage", 0))
             self.assertIn("no request of HTTP", error["text"])
         self.assertEqual(server.metric(REFUSED.replace("rest", "other") % 400), 3)
+
+    def test_a_length_that_is_none_is_told_so(self):
+        server = self.start()
+        for length in (b"-1", b"abc", b"1x", b""):
+            data = raw_exchange(server.port, b"PUT " + CAMERA.encode() + b"/properties/gain HTTP/1.1\r\n"
+                                b"Host: 127.0.0.1\r\nContent-Length: " + length + b"\r\n\r\n", 3)
+            head, _, body = data.partition(b"\r\n\r\n")
+            self.assertEqual((head.split()[1], json.loads(body)["error"]["kind"]), (b"411", "length"))
 
     def test_clients_that_dawdle_hold_up_nobody(self):
         server = self.start("--connections", "1100")
