@@ -1,5 +1,7 @@
 #include "http/guard.h"
 
+#include "http/special_file.h"
+
 #include <vxcamkit/error.h>
 
 #include <algorithm>
@@ -82,6 +84,9 @@ bool isCredential(const std::string& path)
 
 std::string Guard::load(const std::string& path)
 {
+    if (isSpecialFile(path)) {
+        throw Error(ErrorKind::File, path + ": cannot be read: it is no regular file", EINVAL);
+    }
     errno = 0;
     std::ifstream file(path);
     std::string token;

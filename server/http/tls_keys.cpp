@@ -1,5 +1,7 @@
 #include "http/tls_keys.h"
 
+#include "http/special_file.h"
+
 #include <vxcamkit/error.h>
 
 #include <openssl/err.h>
@@ -22,6 +24,10 @@ namespace {
 
 void requireReadable(const std::string& path)
 {
+    if (isSpecialFile(path)) {
+        throw Error(ErrorKind::File, "--tls: " + path + ": cannot be read: it is no regular file",
+                    EINVAL);
+    }
     errno = 0;
     std::ifstream file(path, std::ios::binary);
     if (file && file.peek() != std::ifstream::traits_type::eof()) return;

@@ -91,6 +91,18 @@ class CommandLine(WithServer):
         self.assertRefused(1, "16", SIM, "--token-file", nothing)
         self.assertRefused(5, "/nowhere", SIM, "--token-file", "/nowhere")
 
+    def test_a_token_comes_in_a_regular_file_alone(self):
+        folder = os.path.dirname(self.token_file())
+        pipe, link = (os.path.join(folder, name) for name in ("pipe", "link"))
+        os.mkfifo(pipe, 0o600)
+        os.symlink("token", link)
+        for path in (pipe, folder, "/dev/null"):
+            self.assertRefused(5, "no regular file", SIM, "--token-file", path)
+        self.addCleanup(os.environ.pop, "CREDENTIALS_DIRECTORY")
+        os.environ["CREDENTIALS_DIRECTORY"] = folder
+        self.assertRefused(5, "no regular file", SIM, "--token-file", pipe)
+        self.start("--token-file", link)
+
     def test_the_unit_of_the_service_manager_starts_it(self):
         unit = os.path.join(os.path.dirname(os.environ["VXCAMD"]), "vxcamd.service")
         with open(unit, encoding="utf-8") as file:

@@ -298,10 +298,13 @@ class Starts(Secret):
         openssl("ecparam", "-genkey", "-name", "prime256v1", "-out", path("other-kind.key"))
         with open(path("empty"), "wb"):
             pass
+        os.mkfifo(path("pipe"))
         cases = [("none.pem", "leaf.key", 5, "none.pem: cannot be read: No such file"),
                  ("leaf.pem", "none.key", 5, "none.key: cannot be read: No such file"),
                  ("empty", "leaf.key", 5, "empty: cannot be read: it is empty"),
                  ("", "leaf.key", 5, "cannot be read"),
+                 ("pipe", "leaf.key", 5, "pipe: cannot be read: it is no regular file"),
+                 ("leaf.pem", "pipe", 5, "pipe: cannot be read: it is no regular file"),
                  ("leaf.key", "leaf.key", 1, "leaf.key: is no certificate in PEM"),
                  ("leaf.pem", "leaf.pem", 1, "leaf.pem: is no key in PEM"),
                  ("leaf.pem", "middle.key", 1, "middle.key: is not the key of"),
