@@ -21,7 +21,7 @@ struct HttpRequest {
     std::string query;  // as it came, without the question mark
     std::string body;
     HttpHeaders headers;
-    std::string remote; // the client's address
+    std::string remote;     // the client's address
     bool hasWaited = false; // as its answer's `wait` said
 
     // One of the headers, by its name in any case; null when there is none.
