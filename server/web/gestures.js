@@ -7,7 +7,7 @@ const middleOf = ([a, b]) => ({clientX: (a.clientX + b.clientX) / 2, clientY: (a
 const between = ([a, b]) => Math.hypot(a.clientX - b.clientX, a.clientY - b.clientY);
 
 export class Gestures {
-  // onMove(event) of any pointer; onClick(event, tool); onBox(tool, from, to) of events. `box` is the
+  // onMove(event) of any pointer, null when the mouse has left; onClick(event, tool); onBox(tool, from, to) of events. `box` is the
   // element that shows a box while it is drawn.
   constructor(view, box, buttons, {onMove, onClick, onBox}) {
     const {canvas} = view;
@@ -19,6 +19,7 @@ export class Gestures {
     canvas.onpointermove = event => this.move(event);
     canvas.onpointerup = event => this.up(event);
     canvas.onpointercancel = event => this.leave(event);
+    canvas.onpointerleave = event => event.pointerType === 'touch' || this.onMove(null); // a finger that is lifted has pointed
     canvas.onwheel = event => {
       event.preventDefault();
       if (view.frame) view.setZoom(view.placing()[0] * (event.deltaY < 0 ? 1.25 : 0.8), event);
@@ -34,6 +35,7 @@ export class Gestures {
 
   down(event) {
     if (!this.view.frame || (event.button !== 0 && event.pointerType === 'mouse')) return;
+    this.onMove(event); // a finger touches at once
     this.pointers.set(event.pointerId, event);
     this.canvas.setPointerCapture(event.pointerId);
     const [first, second] = this.pointers.values();

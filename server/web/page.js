@@ -202,8 +202,19 @@ function showMeasured() {
   for (const [side, length] of Object.entries(sides)) at('measured').setAttribute(side, length);
 }
 
+// ---- The pixel under the mouse
+
+let pointer = null; // the last event of it, or of the last finger; null: it has left
+
+function showPixel() {
+  const pixel = newest && pointer && pixelOf(newest, ...view.pixelAt(pointer));
+  const text = pixel ? `${pixel[0]}, ${pixel[1]}: ${pixel[2]}` : '';
+  if (at('pixel').textContent !== text) at('pixel').textContent = text;
+}
+
 view.onDraw = () => {
   writeValues(at('values'), view.frame, view.placing(), at('image'));
+  showPixel();
   wantPanel();
   showRing();
   showMeasured();
@@ -709,8 +720,8 @@ function sensorArea({column, row, columns, rows}) {
 const tools = [...at('tools').querySelectorAll('[value]')];
 const gestures = new Gestures(view, at('region'), tools, {
   onMove: event => {
-    const pixel = newest && pixelOf(newest, ...view.pixelAt(event));
-    at('pixel').textContent = pixel ? `${pixel[0]}, ${pixel[1]}: ${pixel[2]}` : '';
+    pointer = event;
+    showPixel();
   },
   onClick: (event, tool) => {
     if (tool !== 'area') pick(view.pixelAt(event));

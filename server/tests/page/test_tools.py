@@ -125,6 +125,31 @@ class Tools(InBrowser):
         self.key("f")
         self.assertEqual(self.placing(), middle)
 
+    def test_the_pixel_under_the_mouse_is_that_of_what_is_drawn(self):
+        def pixel(binning=(1, 1), place=(4, 2), values=(40, 40)):
+            self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "1,%d" % values[0]})
+            self.expose(binning=list(binning)) if binning != (1, 1) else self.expose()
+            self.browser.until("%s === '%d, %d: %d'" % (text("pixel"), *place, values[1]))
+        self.browser.mouse("mouseMoved", *self.place(4, 2))
+        pixel()
+        pixel(values=(50, 50))  # it lies still
+        pixel((2, 2), (2, 1), (60, 4 * 60))
+        self.browser.press("+")
+        self.browser.until("/: 240$/.test(%s) && !%s.startsWith('2, 1:')" % (text("pixel"), text("pixel")))
+        self.browser.press("-")
+        self.browser.press("-")
+        self.browser.until(text("pixel") + " === ''")  # beside the frame, which is small now
+        self.browser.press("f")
+        self.browser.until(text("pixel") + " === '2, 1: 240'")
+        self.browser.mouse("mouseMoved", 1, 1)
+        self.assertEqual(self.browser.run(text("pixel")), "")
+        self.expose()
+        self.browser.until("document.getElementById('image').dataset.frame === '5.1'")
+        self.assertEqual(self.browser.run(text("pixel")), "")
+        self.touch("touchStart", self.place(4, 2))
+        self.touch("touchEnd")
+        self.assertEqual(self.browser.run(text("pixel")), "4, 2: 60")
+
     def test_one_finger_moves(self):
         self.drag((30, 16), (25, 14), (20, 12))
         self.browser.mouse("mouseMoved", *self.place(20, 12))
