@@ -545,9 +545,9 @@ function onEvent(event) {
   }
   if (event.event === 'property') {
     onProperty(event.name);
-    showCooler().catch(() => {});
     showArea().catch(() => {});
   }
+  if (['property', 'lease', 'link-restored'].includes(event.event)) showCooler().catch(() => {});
   if (event.event === 'sequence') onSequence();
   if (event.event !== 'frame') {
     tell([event.event, event.name, event.plan, event.state, event.holder, event.file, event.failure, event.text]
@@ -634,13 +634,54 @@ function showReads() {
   at('area').textContent = isBinned() ? 'whole sensor, as bins are of all of it' : areaText;
 }
 
+// ---- The cooler
+
 let setTo = null; // degrees; null while nothing is cooled
+let target = '';  // the camera's, as the field shows it but while somebody writes
+
+// What the camera tells, in place of what was refused.
 async function showCooler() {
-  at('target').value = (await camera('GET', '/properties/target-temp')).value;
+  const [{value: degrees}, {value: isOn}] =
+      await Promise.all([camera('GET', '/properties/target-temp'), camera('GET', '/properties/cooling')]);
+  setTo = isOn ? degrees : null;
+  at('cooling').checked = isOn;
+  complain('cooling');
+  const field = at('target');
+  const isEdited = field === document.activeElement && field.value !== target && !field.matches('.wrong');
+  target = String(degrees);
+  if (isEdited) return;
+  field.value = target;
   complain('target');
-  at('cooling').checked = (await camera('GET', '/properties/cooling')).value;
-  setTo = at('cooling').checked ? Number(at('target').value) : null;
 }
+
+// False: it was refused, which is said beside the field.
+async function setCooler(field, property, value) {
+  try {
+    await camera('PUT', `/properties/${property}`, {value});
+    return true;
+  } catch (error) {
+    complain(field, error.message);
+    tell(error.message);
+    refresh();
+    return false;
+  }
+}
+
+at('target').oninput = () => complain('target');
+at('target').onchange = () => doing(async () => {
+  const value = numberIn('target', 'degrees');
+  if (value === undefined) complain('target', 'to how many degrees?');
+  if (value === undefined || value === null) return;
+  if (!await setCooler('target', 'target-temp', value)) return;
+  target = at('target').value; // nobody's edit any more
+  await showCooler();
+});
+at('cooling').onchange = () => doing(async () => {
+  if (await setCooler('cooling', 'cooling', at('cooling').checked)) await showCooler();
+  else at('cooling').checked = setTo !== null;
+});
+
+// ---- Buttons and keys
 
 at('expose').addEventListener('submit', event => {
   event.preventDefault();
@@ -660,22 +701,6 @@ at('fit').onclick = () => view.setZoom(0);
 at('leave').onclick = () => pick(null);
 at('leave-region').onclick = () => measure(null);
 at('one').onclick = () => view.setZoom(1);
-at('target').onchange = () => doing(async () => {
-  const value = numberIn('target', 'degrees');
-  if (value === undefined) complain('target', 'to how many degrees?');
-  if (value === undefined || value === null) return;
-  try {
-    await camera('PUT', '/properties/target-temp', {value});
-    await showCooler();
-  } catch (error) {
-    complain('target', error.message);
-    tell(error.message);
-  }
-});
-at('cooling').onchange = () => doing(async () => {
-  await camera('PUT', '/properties/cooling', {value: at('cooling').checked});
-  await showCooler();
-});
 at('table').ontoggle = () => at('table').open && doing(() => showProperties(at('properties'), tell));
 at('mode').onclick = () => {
   const isDome = document.documentElement.classList.toggle('dome');

@@ -156,6 +156,34 @@ class Exposing(InBrowser):
         self.browser.until(text("target-wrong") + " === ''")
         until(lambda: target() == -7, "the set point")
 
+    def test_what_is_refused_of_the_cooler_goes_with_its_cause(self):
+        box, field = "document.getElementById('cooling')", "document.getElementById('target')"
+        refused = "%s.includes('night script')"
+        self.browser.until(field + ".value !== ''")
+        before = self.browser.run(field + ".value")
+        self.server.ask("POST", CAMERA + "/lease", {"holder": "night script"})
+        self.browser.until(text("lease") + " === 'night script controls'")
+        self.browser.run(box + ".click()")
+        self.browser.until(refused % text("cooling-wrong"))
+        self.assertFalse(self.browser.run(box + ".checked"))
+        self.browser.run("%s.focus(); %s.value = '-7'; %s.dispatchEvent(new Event('change'))" % (field, field, field))
+        self.browser.until(refused % text("target-wrong"))
+        self.browser.run("document.getElementById('control').click()")
+        self.browser.until("%s === '' && %s === '' && %s.value === '%s'" % (
+            text("cooling-wrong"), text("target-wrong"), field, before))
+        self.browser.run(box + ".click()")
+        until(lambda: self.server.get(CAMERA + "/properties/cooling").json["value"], "it cools")
+        self.browser.run("document.getElementById('control').click()")
+        self.browser.until(text("lease") + " === 'free for all'")
+        self.browser.run("%s.focus(); %s.value = '-8'" % (field, field))  # somebody is writing
+        self.server.ask("PUT", CAMERA + "/properties/cooling", {"value": False})
+        self.browser.until("!%s.checked" % box)
+        self.assertEqual(self.browser.run(field + ".value"), "-8")
+        self.browser.run("%s.dispatchEvent(new Event('change'))" % field)
+        until(lambda: self.server.get(CAMERA + "/properties/target-temp").json["value"] == -8, "the set point")
+        self.server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -9})
+        self.browser.until(field + ".value === '-9'")
+
     def test_all_times_are_utc(self):
         self.browser.call("Emulation.setTimezoneOverride", timezoneId="Asia/Kathmandu")
         self.browser.run("document.getElementById('start').click()")
