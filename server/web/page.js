@@ -649,9 +649,7 @@ async function showCooler() {
   const field = at('target');
   const isEdited = field === document.activeElement && field.value !== target && !field.matches('.wrong');
   target = String(degrees);
-  if (isEdited) return;
-  field.value = target;
-  complain('target');
+  if (!isEdited) leaveTarget();
 }
 
 // False: it was refused, which is said beside the field.
@@ -667,8 +665,17 @@ async function setCooler(field, property, value) {
   }
 }
 
+// The camera's value again, and nothing is sent.
+function leaveTarget() {
+  at('target').value = target;
+  complain('target');
+}
+
 at('target').oninput = () => complain('target');
-at('target').onchange = () => doing(async () => {
+at('target').onkeydown = event => {
+  if (event.key === 'Escape') leaveTarget();
+};
+at('target').onchange = () => at('target').value === target ? leaveTarget() : doing(async () => {
   const value = numberIn('target', 'degrees');
   if (value === undefined) complain('target', 'to how many degrees?');
   if (value === undefined || value === null) return;
@@ -714,7 +721,8 @@ at('login').onclose = () => doing(async () => {
 });
 
 document.addEventListener('keydown', event => {
-  if (event.target.matches('input, select') || event.ctrlKey || event.metaKey) return;
+  const isOfExposure = event.key === 'Escape' && event.target.closest('#expose');
+  if ((event.target.matches('input, select') && !isOfExposure) || event.ctrlKey || event.metaKey) return;
   if (document.body.matches('.unknown')) return;
   if (event.key === 'Enter' && !event.repeat && !event.target.closest('button, a, summary')) at('start').click();
   if (event.key === 'Escape' && gestures.cancel()) return;

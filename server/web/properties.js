@@ -26,12 +26,20 @@ function control(entry, told) {
     input = made('input', {placeholder: entry.syntax});
   }
   show(input, entry, told);
+  input.addEventListener('keydown', event => event.key === 'Escape' && restore(input));
   return input;
 }
 
 function show(input, entry, told) {
   input.value = input.told = told?.text ?? '';
   input.title = [entry.range, told?.trouble].filter(Boolean).join('; ');
+}
+
+// What the camera told last, in place of what somebody wrote.
+function restore(input) {
+  input.value = input.told;
+  input.classList.remove('wrong');
+  complain(input.closest('.property'), '');
 }
 
 // Whether somebody has written into it, or is about to.
@@ -56,7 +64,7 @@ function textRow(entry, told) {
 
 function fieldRow(entry, told, attempt) {
   const input = control(entry, told);
-  input.addEventListener('change', () => attempt(input, 'PUT', entry.name));
+  input.addEventListener('change', () => input.value === input.told ? restore(input) : attempt(input, 'PUT', entry.name));
   input.addEventListener('blur', readSoon);
   const row = made('label', {className: 'property'}, entry.label, input);
   row.take = values => isEdited(input) || show(input, entry, values[entry.name]);
@@ -73,7 +81,9 @@ function sentRow(entry, told, attempt) {
   const name = () => entry.name.replace(/:.*/, '') + (key ? `:${which.value.trim()}` : '');
   const send = () => attempt(input, 'PUT', name());
   button.onclick = send;
-  input.onkeydown = event => event.key === 'Enter' && send();
+  input.onkeydown = event => {
+    if (event.key === 'Enter') send();
+  };
   input.setAttribute('aria-label', label);
   const readOne = () => readable && which.value.trim() && attempt(input, 'GET', name());
   if (key) {

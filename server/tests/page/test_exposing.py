@@ -184,6 +184,33 @@ class Exposing(InBrowser):
         self.server.ask("PUT", CAMERA + "/properties/target-temp", {"value": -9})
         self.browser.until(field + ".value === '-9'")
 
+    def test_escape_in_the_set_point_is_the_cameras_value_again_and_sends_nothing(self):
+        field = "document.getElementById('target')"
+        self.browser.until(field + ".value !== ''")
+        before = self.browser.run(field + ".value")
+        self.browser.run("%s.focus(); %s.select()" % (field, field))
+        for key in ("-", "9", "Escape"):
+            self.browser.press(key)
+        self.assertEqual(self.browser.run(field + ".value"), before)
+        self.browser.run(field + ".blur()")
+        self.browser.run("fetch('%s')" % CAMERA)  # what it asked for before is answered
+        self.assertEqual(self.server.get(CAMERA + "/properties/target-temp").json["value"], float(before))
+        self.browser.run("%s.focus(); %s.select()" % (field, field))
+        for key in ("x", "Enter"):
+            self.browser.press(key)
+        self.browser.until("%s.includes('no number')" % text("target-wrong"))
+        self.browser.press("Escape")
+        self.assertEqual(self.browser.run("[%s.value, %s]" % (field, text("target-wrong"))), [before, ""])
+
+    def test_escape_in_a_field_of_the_exposure_stops_it(self):
+        for number, field in ((1, "seconds"), (2, "type"), (3, "frames")):
+            self.server.ask("POST", CAMERA + "/exposures", {"exposure": 60})
+            self.browser.until("!document.getElementById('stop').disabled")
+            self.browser.run("document.getElementById('%s').focus()" % field)
+            self.browser.press("Escape")
+            until(lambda: self.server.get(CAMERA + "/exposures/%d" % number).json["state"] == "aborted", "%s stops it" % field)
+            self.browser.until("document.getElementById('stop').disabled")
+
     def test_all_times_are_utc(self):
         self.browser.call("Emulation.setTimezoneOverride", timezoneId="Asia/Kathmandu")
         self.browser.run("document.getElementById('start').click()")

@@ -65,6 +65,27 @@ class Properties(InBrowser):
         self.browser.until("(%s) === undefined" % said)
         self.assertEqual(self.server.get(CAMERA + "/properties/gain").json["value"], 4)
 
+    def test_escape_is_the_cameras_value_again_and_sends_nothing(self):
+        self.server.ask("PUT", CAMERA + "/properties/gain", {"value": 5})
+        self.browser.run("document.getElementById('table').open = true")
+        self.browser.until("document.querySelectorAll('#properties label').length > 15")
+        gain = self.FIELD % "Gain"
+        trigger = "document.querySelector('#properties [aria-label=Trigger]')"
+        said = "%s.closest('.property').querySelector('p.wrong') !== null"
+        for field, name, told in ((gain, "gain", "5"), (trigger, "trigger", "0")):
+            for keys in (("7",), ("7", "Backspace", "x", "Enter")):
+                self.browser.run("%s.focus(); %s.select()" % (field, field))
+                for key in keys:
+                    self.browser.press(key)
+                if "Enter" in keys:
+                    self.browser.until(said % field)
+                self.browser.press("Escape")
+                shown = "[%s.value, %s.matches('.wrong'), %s]" % (field, field, said % field)
+                self.assertEqual(self.browser.run(shown), [told, False, False])
+                self.browser.run("(%s).blur()" % field)
+                self.browser.run("fetch('%s')" % CAMERA)  # what it asked for before is answered
+                self.assertEqual(self.server.get(CAMERA + "/properties/" + name).json["text"], told)
+
     def test_each_property_has_its_row(self):
         self.browser.run("document.getElementById('table').open = true")
         table = self.server.get("/api/v1/properties").json["properties"]
