@@ -13,7 +13,7 @@ export class Gestures {
     const {canvas} = view;
     Object.assign(this, {view, canvas, box, buttons, onMove, onClick, onBox});
     this.pointers = new Map(); // that are down: their last events
-    this.drag = null;          // of one of them: from, to, tool
+    this.drag = null;          // of one of them: from, to, tool, isMoved
     this.pinch = null;         // of two: the pixel between them, how far apart they were, and the zoom then
     canvas.onpointerdown = event => this.down(event);
     canvas.onpointermove = event => this.move(event);
@@ -58,18 +58,24 @@ export class Gestures {
       const both = [...this.pointers.values()].slice(0, 2);
       this.view.hold(this.pinch.spot, this.pinch.zoom * between(both) / this.pinch.apart, middleOf(both));
     }
-    if (!this.drag) return;
+    if (!this.drag || (!this.drag.isMoved && this.isStill(event))) return;
+    this.drag.isMoved = true;
     const [before, now] = [this.view.pixelAt(this.drag.to), this.view.pixelAt(event)];
     this.drag.to = event;
     if (this.drag.tool === 'pan') this.view.move(before[0] - now[0], before[1] - now[1]);
     this.showBox();
   }
 
+  // Whether it is still where it went down, as a click's is.
+  isStill(event) {
+    return between([this.drag.from, event]) < kStill[event.pointerType];
+  }
+
   up(event) {
-    const drag = this.drag;
+    const drag = this.drag, isClick = drag && this.isStill(event);
     this.leave(event);
     if (!drag) return;
-    if (between([drag.from, event]) < kStill[event.pointerType]) this.onClick(event, drag.tool);
+    if (isClick) this.onClick(event, drag.tool);
     else if (drag.tool !== 'pan') this.onBox(drag.tool, drag.from, event);
   }
 

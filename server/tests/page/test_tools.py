@@ -150,6 +150,24 @@ class Tools(InBrowser):
         self.touch("touchEnd")
         self.assertEqual(self.browser.run(text("pixel")), "4, 2: 60")
 
+    def test_a_click_is_no_pan(self):
+        def click(moves):
+            x, y = self.place(20, 10)
+            self.browser.mouse("mousePressed", x, y)
+            for by in moves:
+                self.browser.mouse("mouseMoved", x + by, y)
+            self.browser.mouse("mouseReleased", x + (moves or [0])[-1], y)
+        for moves in ((), (0,), (1, 2)):
+            click(moves)
+        self.browser.resize(1100, 700)
+        self.browser.until("document.getElementById('image').width < 800")
+        self.assertEqual(self.placing(), [32, 16])
+        self.expose(binning=[2, 2])
+        self.browser.until("document.getElementById('image').dataset.frame === '2.1'")
+        self.assertEqual(self.placing(), [16, 8])
+        click((5, 60))
+        self.assertLess(self.placing()[0], 16)
+
     def test_one_finger_moves(self):
         self.drag((30, 16), (25, 14), (20, 12))
         self.browser.mouse("mouseMoved", *self.place(20, 12))
