@@ -5,12 +5,15 @@ const kPause = 400; // ms without a new frame until the newest one is wanted who
 
 export const wholeOf = ({columns, rows}) => ({column: 0, row: 0, step: 1, columns, rows});
 
-// The pixel at a place of a frame {part, pixels}, or that of the part before it: its column, row and
-// value. Null: it is not there.
-export function pixelOf({part, pixels}, column, row) {
+// The pixel at a place of a frame {part, pixels, facts}, or that of the part before it: its column, row
+// and what is there: the value, or that its row is missing. Null: it is not there.
+export function pixelOf({part, pixels, facts: {missing_rows: missing}}, column, row) {
   const [x, y] = [column - part.column, row - part.row].map(way => Math.floor(way / part.step));
   if (x < 0 || y < 0 || x >= part.columns || y >= part.rows) return null;
-  return [part.column + x * part.step, part.row + y * part.step, pixels[y * part.columns + x]];
+  const at = [part.column + x * part.step, part.row + y * part.step];
+  const value = pixels[y * part.columns + x];
+  if (!missing) return [...at, `${value}, if it is not missing`];
+  return [...at, missing.includes(at[1]) ? 'missing' : value];
 }
 
 // Columns and rows of a frame {part, pixels, facts} that are there of a region: [left, right, rows], where

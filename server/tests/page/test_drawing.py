@@ -154,5 +154,8 @@ class MissingWithoutGraphics(Missing):
             self.browser.mouse(kind, *self.place(*place))
         self.browser.until(text("figures") + ".includes('values8192 to 8192') && " + text("figures") + ".includes('deviation0.00')")
         self.assertIn("rows are missing", self.browser.run(text("figures")))
+        for row, told in ((5, "8192"), (6, "missing"), (7, "8192")):
+            self.browser.mouse("mouseMoved", *self.place(20, row))
+            self.assertEqual(self.browser.run(text("pixel")), "20, %d: %s" % (row, told))
         _, counts = self.browser.until(drawn_in("histogram") + ".then(drawn => drawn[1].reduce((a, b) => a + b) < 100 && drawn)")
         self.assertEqual(sum(counts), 11 * 4)
