@@ -497,7 +497,9 @@ async function look() {
     showCamera();
     showOne(cameraFacts);
     const id = cameraFacts.exposure ?? exposure?.id;
+    const before = exposure;
     if (id) exposure = await glance(`${cameraPath}/exposures/${id}`).catch(forgotten);
+    if (before && !before.over && !exposure) note('the exposure was lost with the server', true);
     showExposure();
   } catch (error) {
     if (error.kind === 'token') at('login').open || at('login').showModal();

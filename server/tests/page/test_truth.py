@@ -158,8 +158,12 @@ class Truth(InBrowser):
         self.server.end()
         self.server = Server(self.camera.target, "--listen", "127.0.0.1:%d" % port)
         self.addCleanup(self.server.retire)
-        self.browser.until(text("state") + " === 'idle'")
+        self.browser.until(text("state") + " === 'the exposure was lost with the server'")
+        self.assertTrue(self.browser.run("document.getElementById('state').matches('.wrong')"))
         self.assertEqual(self.browser.run("document.getElementById('progress').value"), 0)
+        self.browser.until("!document.getElementById('start').disabled")
+        self.browser.run("document.getElementById('start').click()")
+        self.browser.until(text("state") + " === 'complete'")
 
 
 class Crowded(InBrowser):
