@@ -434,9 +434,25 @@ function note(text, isWrong) {
   showExposure();
 }
 
-function stateOf({over, state, error, plan, progress}) {
-  if (over) return state + (error ? `: ${error.text}` : '');
-  return `${plan.frames === 0 ? 'live' : `frame ${progress.frame} of ${plan.frames}`}, ${progress.phase}`;
+// Of one that runs: whether the camera has told nothing of it yet.
+const isAwaited = ({progress}) => progress.phase === 'ended';
+
+const kTold = 2; // s of an exposure from which on its seconds are told
+
+function stateOf(each) {
+  const {over, state, error, plan, progress} = each;
+  if (over) return error && !/ was aborted$/.test(error.text) ? `${state}: ${error.text}` : state;
+  if (isAwaited(each)) return 'waiting for the camera';
+  const isLong = progress.phase === 'exposing' && plan.exposure >= kTold;
+  const seconds = isLong ? `, ${Math.floor(progress.elapsed)} of ${plan.exposure} s` : '';
+  return `${plan.frames === 0 ? 'live' : `frame ${progress.frame} of ${plan.frames}`}, ${progress.phase}${seconds}`;
+}
+
+// 0 to 1: of the phase that is under way.
+function doneOf(each) {
+  if (each.over) return each.state === 'complete' ? 1 : 0;
+  if (isAwaited(each)) return 0;
+  return each.progress.phase === 'exposing' ? each.progress.done : 1;
 }
 
 // Where something stands in the window; undefined: out of sight.
@@ -472,10 +488,7 @@ function showExposure() {
   const isFailed = isAbsent || isOver && !plan && exposure?.error && exposure.state !== 'aborted';
   at('state').className = (quiet || (notice ? notice.isWrong : isFailed)) ? 'wrong' : '';
   holdAt('of-plans', top);
-  if (plan || !exposure) at('progress').value = 0; // that of a plan is told there
-  if (plan || !exposure) return;
-  const {progress} = exposure;
-  at('progress').value = isOver ? (exposure.state === 'complete' ? 1 : 0) : progress.phase === 'exposing' ? progress.done : 1;
+  at('progress').value = plan || !exposure ? 0 : doneOf(exposure); // that of a plan is told there
 }
 
 // When the camera's last heartbeat was, by the page's clock.

@@ -1,6 +1,7 @@
 """Exposures, the camera's area and its lease, from the page."""
 
 import datetime
+import signal
 
 from page.page_support import CAMERA, drawn_in, InBrowser, setUpModule, tearDownModule, text
 from server_support import until
@@ -56,7 +57,22 @@ class Exposing(InBrowser):
         self.browser.run("document.getElementById('live').click()")
         self.browser.until("parseFloat(%s) > 2 && !document.getElementById('stop').disabled" % text("truth"))
         self.browser.run("document.getElementById('stop').click()")
-        self.browser.until(text("state") + ".startsWith('aborted')")
+        self.browser.until(text("state") + " === 'aborted'")
+
+    def test_the_seconds_of_a_long_exposure_are_told(self):
+        self.server.ask("POST", CAMERA + "/exposures", {"exposure": 20, "frames": 2})
+        for seconds in (1, 2):
+            self.browser.until(text("state") + " === 'frame 1 of 2, exposing, %d of 20 s'" % seconds)
+
+    def test_a_camera_that_answers_nothing_is_waited_for(self):
+        self.camera.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.camera.process.send_signal, signal.SIGCONT)
+        self.browser.run("fetch('%s/exposures', {method: 'POST', headers: {'Content-Type': 'application/json'}, "
+                         "body: JSON.stringify({exposure: 3})}), 0" % CAMERA)
+        self.browser.until(text("state") + ".startsWith('waiting for the camera')")
+        self.assertEqual(self.browser.run("document.getElementById('progress').value"), 0)
+        self.camera.process.send_signal(signal.SIGCONT)
+        self.browser.until(text("state") + ".startsWith('frame 1 of 1, exposing, ')")
 
     def test_seconds_that_are_left_empty_are_the_cameras_own(self):
         self.server.ask("PUT", CAMERA + "/properties/exposure", {"value": 250})

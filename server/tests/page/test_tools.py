@@ -99,7 +99,7 @@ class Tools(InBrowser):
         self.assertEqual(self.area(), "0,0,64,32")
         self.assertEqual(self.server.get(CAMERA + "/exposures/2").json["state"], "running")
         self.key("Escape")
-        self.browser.until(text("state") + ".startsWith('aborted')")
+        self.browser.until(text("state") + " === 'aborted'")
 
     def test_two_fingers_zoom_and_move(self):
         middle = [64 / 2, 32 / 2]
