@@ -143,6 +143,7 @@ function showStar() {
   showRing();
   if (!star) return;
   at('width').className = star.isLost ? 'wrong' : '';
+  at('profile').classList.toggle('old', Boolean(star.isLost));
   const width = Number.isFinite(star.fwhm) ? `${star.fwhm.toFixed(2)} pixels` : 'not known';
   at('width').textContent = star.isLost ? 'the star is lost' :
       `HFD ${star.hfd.toFixed(2)}, FWHM ${width}; at ${star.column.toFixed(1)}, ` +
@@ -233,10 +234,12 @@ function askForWhatShows() {
   part.ask(isAll ? {} : view.part());
 }
 
-// Stars and regions are where they are in frames of one area and one binning.
-function dropPlaces() {
-  if (star || picked) pick(null);
+// Stars and regions are where they are in frames of one area and one binning. `why`: which of them is another.
+function dropPlaces(why) {
+  const isStar = Boolean(star || picked);
+  if (isStar) pick(null);
   if (measured) measure(null);
+  if (isStar) note(`the star was left: ${why}`, false, true);
 }
 
 const shapeOf = ({columns, rows, area, binning}) => JSON.stringify([columns, rows, area, binning]);
@@ -324,9 +327,11 @@ function onFrame(facts, buffer, toldAt) {
   drawn ??= new Promise(done => requestAnimationFrame(() => {
     drawn = null;
     done();
-    const isOther = newest && shapeOf(newest.facts) !== shapeOf(arrived.facts);
+    const before = newest;
     newest = arrived;
-    if (isOther) dropPlaces();
+    if (before && shapeOf(before.facts) !== shapeOf(newest.facts)) {
+      dropPlaces(String(before.facts.binning) === String(newest.facts.binning) ? 'another area' : 'other bins');
+    }
     showFrame();
     if (!part.isQuick && newest.facts.again) countAll();
   }));
@@ -428,9 +433,10 @@ function showCamera() {
   document.title = `${isOneOfSeveral() ? `${number} ` : ''}${at('camera').textContent} - vxcamd`;
 }
 
-let notice = null; // beside the state until the next command, or until what runs has ended: text, isWrong
-function note(text, isWrong) {
-  notice = text ? {text, isWrong} : null;
+// Beside the state until the next command, or until what runs has ended, unless it `stays`: text, isWrong, stays.
+let notice = null;
+function note(text, isWrong, stays) {
+  notice = text ? {text, isWrong, stays} : null;
   showExposure();
 }
 
@@ -477,7 +483,7 @@ function showExposure() {
   at('start').title = plan ? `the sequence ${plan} runs` : 'Enter';
   at('live').title = plan ? `the sequence ${plan} runs` : 'l';
   at('stop').title = plan ? 'the sequence is stopped under Sequence' : 'Escape';
-  if (notice && (plan || !isOver)) notice.isPassing = true;
+  if (notice && !notice.stays && (plan || !isOver)) notice.isPassing = true;
   else if (notice?.isPassing) notice = null;
   const texts = [plan ? `the sequence ${plan} runs; it is stopped under Sequence` : exposure ? stateOf(exposure) : isCut() ? noCamera() : quiet || 'idle'];
   if (notice && isOver && !plan) texts.pop();
@@ -628,7 +634,7 @@ async function stop() {
 async function setArea(wanted) {
   const value = wanted ? [wanted.column, wanted.row, wanted.columns, wanted.rows].join(',') : 'none';
   await camera('PUT', '/properties/area', {value});
-  dropPlaces();
+  dropPlaces('another area');
   await showArea();
 }
 

@@ -193,14 +193,18 @@ class Stars(unittest.TestCase):
         pixels = numpy.frombuffer(body, "<u2").reshape(240, 320).astype(float)
         inner = pixels[50:190, 50:270]
         row, column = (int(part) + 50 for part in numpy.unravel_index(inner.argmax(), inner.shape))
-        spot = browser.run("""(() => {
+        place = """(() => {
           const box = document.getElementById('image').getBoundingClientRect();
           const scale = Math.min(box.width / 320, box.height / 240);
           return [box.left + (box.width - 320 * scale) / 2 + %f * scale,
                   box.top + (box.height - 240 * scale) / 2 + %f * scale];
-        })()""" % (column + 0.5, row + 0.5))
-        browser.mouse("mousePressed", *spot)
-        browser.mouse("mouseReleased", *spot)
+        })()""" % (column + 0.5, row + 0.5)
+
+        def click():
+            spot = browser.run(place)
+            browser.mouse("mousePressed", *spot)
+            browser.mouse("mouseReleased", *spot)
+        click()
         browser.until("!document.getElementById('star').hidden")
         self.assertEqual(hidden_of_the_star(browser), {})
         browser.until(ACCENT_IN_FOCUS)  # one frame is a point
@@ -224,6 +228,23 @@ class Stars(unittest.TestCase):
                                delta=0.2 * light[0])
         half = next(distance for distance, value in zip(distances, light) if value < light[0] / 2)
         self.assertAlmostEqual(half, wide / 2, delta=0.5)
+        is_old = "document.getElementById('profile').matches('.old')"
+        self.assertFalse(browser.run(is_old))
+        server.expose(exposure=1, type="dark")
+        browser.until(text("width") + " === 'the star is lost'")
+        self.assertTrue(browser.run(is_old))  # what it shows is of a frame before
+        server.expose(exposure=1)
+        browser.until("%s.startsWith('HFD') && !%s" % (text("width"), is_old))
         browser.run("document.getElementById('leave').click()")
         self.assertTrue(browser.run("document.getElementById('star').hidden"))
+        for plan, why in (({"binning": [2, 2]}, "other bins"), ({}, "another area")):
+            server.expose(exposure=1)
+            browser.until("%s.startsWith('size320 x 240')" % text("facts"))
+            click()
+            browser.until("!document.getElementById('star').hidden")
+            if not plan:
+                server.ask("PUT", CAMERA + "/properties/area", {"value": "0,0,300,200"})
+            server.expose(exposure=1, **plan)
+            browser.until("%s.includes('the star was left: %s')" % (text("state"), why))
+            self.assertTrue(browser.run("document.getElementById('star').hidden"))
         self.assertEqual(browser.complaints, [])
