@@ -20,6 +20,27 @@ function count(pixels, step, from, to, counts, least, scale) {
   }
 }
 
+// The lower one of the middle values. Where bins are wider than 1, those of its bin are counted one by one.
+function* middleOf(pixels, {counts, least, scale}) {
+  const findIn = (list, wanted) => {
+    for (let at = 0; ; ++at) {
+      if (wanted <= list[at]) return [at, wanted];
+      wanted -= list[at];
+    }
+  };
+  const [bin, wanted] = findIn(counts, Math.ceil(pixels.length / 2));
+  if (scale === 1) return least + bin;
+  const first = Math.floor(least + bin / scale) - 1; // as the bin's edge may be rounded
+  const values = new Uint32Array(Math.ceil(1 / scale) + 4);
+  for (let from = 0; from < pixels.length; from += kSlice, yield) {
+    const to = Math.min(pixels.length, from + kSlice);
+    for (let i = from; i < to; ++i) {
+      if (Math.floor((pixels[i] - least) * scale) === bin) values[pixels[i] - first]++;
+    }
+  }
+  return first + findIn(values, wanted)[0];
+}
+
 // Rests after each slice, and returns the figures.
 function* counting(pixels, bits, step) {
   const slice = kSlice * step;
@@ -57,9 +78,14 @@ export function figuresOf(pixels, bits, most = kSamples) {
   }
 }
 
-// The same of all pixels, while the page goes on; null when it is not wanted any more.
+function* countingAll(pixels, bits) {
+  const figures = yield* counting(pixels, bits, 1);
+  return {...figures, median: pixels.length > 0 ? yield* middleOf(pixels, figures) : null};
+}
+
+// The same of all pixels, with their median, while the page goes on; null when it is not wanted any more.
 export async function exactFigures(pixels, bits, isWanted) {
-  const steps = counting(pixels, bits, 1);
+  const steps = countingAll(pixels, bits);
   while (isWanted()) {
     const {done, value} = steps.next();
     if (done) return value;

@@ -68,6 +68,11 @@ function binText([columns, rows]) {
 
 const inAll = share => share > 1 ? `, of 1 in ${share}` : '';
 
+function medianText({median, scale, percentile}) {
+  if (median !== undefined) return String(median);
+  return `${scale < 1 ? 'about ' : ''}${Math.floor(percentile(0.5))}`;
+}
+
 function showFacts({facts, figures}) {
   const count = facts.columns * rowsThere({facts}, wholeOf(facts));
   const share = Math.round(count / figures.samples);
@@ -78,7 +83,7 @@ function showFacts({facts, figures}) {
     ['exposure', `${facts.exposure} s, ${facts.type}`],
     ['middle', `${facts.times.middle.slice(11, 23)} +/- ${(facts.times.uncertainty * 1000).toFixed(1)} ms`],
     ['values', has(`${figures.least} to ${figures.most}${inAll(share)}`)],
-    ['median', has(String(Math.floor(figures.percentile(0.5))))],
+    ['median', has(medianText(figures))],
     ['sum', String(facts.sum)],
     ['pixels', facts.complete ? 'complete' : `${facts.packets_missing} packet${facts.packets_missing === 1 ? '' : 's'} missing`, !facts.complete],
   ]);

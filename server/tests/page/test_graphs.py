@@ -50,6 +50,20 @@ class Graphs(InBrowser):
         self.browser.until(text("counted") + " === 'Histogram of the whole frame'")
         self.assertCounted(frame)
 
+    def test_the_median_is_one_of_the_values_also_where_they_lie_far_apart(self):
+        self.server.ask("PUT", CAMERA + "/properties/test-pattern", {"value": "5,100,65535,8"})
+        self.expose(binning=[2, 2])
+        self.browser.until(text("facts") + ".includes('median400')")
+        for count, most in ((1, 9), (1000, 2**32 - 1), (1001, 2**32 - 1), (100001, 300000), (5000, 900)):
+            pixels = numpy.random.default_rng(count).integers(7, most, count, dtype=numpy.uint32, endpoint=True)
+            for power in (1, 3):
+                values = numpy.uint32(most * (pixels / most)**power)
+                found = self.browser.run("""import('/figures.js').then(({exactFigures}) =>
+                    exactFigures(Uint32Array.from([%s]), 32, () => true)).then(({median}) => median)""" % ",".join(map(str, values)))
+                self.assertEqual(found, numpy.percentile(values, 50, method="lower"), (count, most, power))
+        about = self.browser.run("""import('/figures.js').then(({figuresOf}) => figuresOf(Uint32Array.of(1, 2, 1e6), 32).median ?? 'not known')""")
+        self.assertEqual(about, "not known")  # without looking again
+
     def assertCounted(self, pixels):
         values, counts = self.browser.run(drawn_in("histogram", 2))
         wide = values[1] - values[0]
