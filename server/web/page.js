@@ -741,10 +741,16 @@ at('mode').onclick = () => {
   recolour();
 };
 if (localStorage.getItem('dome')) at('mode').click();
-at('login').onclose = () => doing(async () => {
-  await ask('POST', '/api/v1/session', {token: at('token').value});
-  location.reload();
-});
+at('token').oninput = () => complain('token');
+at('login').querySelector('form').onsubmit = async event => {
+  event.preventDefault();
+  try {
+    await ask('POST', '/api/v1/session', {token: at('token').value});
+    location.reload();
+  } catch (error) {
+    complain('token', error.kind === 'token' ? 'that is not the token' : error.message);
+  }
+};
 
 document.addEventListener('keydown', event => {
   const isOfExposure = event.key === 'Escape' && event.target.closest('#expose');

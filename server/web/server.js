@@ -43,7 +43,8 @@ export async function ask(method, path, body, signal) {
   const json = await answer.json();
   if (answer.ok) return json;
   if (answer.status === 423) keep('');
-  throw Object.assign(new Error(json.error.text), json.error);
+  const told = {...json.error, ...(json.error.kind === 'token' && {text: 'the token is needed'})}; // how, is for programs
+  throw Object.assign(new Error(told.text), told);
 }
 
 export const camera = (method, path = '', body) => ask(method, cameraPath + path, body);

@@ -2,7 +2,9 @@
 
 import os
 import signal
+import tempfile
 import time
+import unittest
 
 from browser_support import Browser
 from page.page_support import CAMERA, InBrowser, setUpModule, tearDownModule, text
@@ -184,3 +186,29 @@ class Crowded(InBrowser):
         other.run("document.getElementById('start').click()")
         other.until("document.getElementById('image').dataset.frame === '2.1'")
         self.assertEqual(other.complaints, [])
+
+
+class Guarded(unittest.TestCase):
+    def test_a_wrong_token_is_told_where_it_was_given(self):
+        token = "a-token-of-twenty-six-bytes"
+        with tempfile.NamedTemporaryFile("w", encoding="ascii") as file:
+            file.write(token)
+            file.flush()
+            server = Server("sim?sensor=64x32", "--token-file", file.name)
+        self.addCleanup(server.retire)
+        browser = Browser()
+        self.addCleanup(browser.close)
+        browser.open("http://127.0.0.1:%d/" % server.port)
+        browser.until("document.getElementById('login').open")
+        give = """(() => {
+          document.getElementById('token').value = '%s';
+          document.querySelector('#login button').click();
+        })()"""
+        browser.run(give % "wrong")
+        browser.until(text("token-wrong") + " === 'that is not the token'")
+        self.assertTrue(browser.run("document.getElementById('login').open"))
+        browser.until(text("stale") + ".includes('the token is needed')")
+        self.assertNotIn("Bearer", browser.run("document.body.innerText"))
+        browser.run(give % token)
+        browser.until(text("link") + " === 'connected' && !document.getElementById('login').open")
+        self.assertEqual(browser.complaints, [])
