@@ -814,6 +814,7 @@ function listen() {
   if (cameraFacts) showLink();
   const isQuietNow = quietText() !== '';
   if (isQuietNow !== wasQuiet) refresh();
+  if (isQuietNow) showExposure(); // with the lamp's figure
   wasQuiet = isQuietNow;
   showCut();
   showTruth();
