@@ -13,6 +13,11 @@ export function isQuiet({link, heartbeat_interval: interval}, age) {
   return age > (interval === null ? kQuietAtAll : kQuiet * Math.max(1, interval));
 }
 
+// Why there is none, where the server knows: its sentence begins with the target, which is told already.
+export function troubleOf({target, trouble}) {
+  return trouble?.text.startsWith(`${target}: `) ? trouble.text.slice(target.length + 2) : trouble?.text;
+}
+
 function stateOf(facts) {
   const {open, link, sequence, exposure} = facts;
   if (!link) return open ? 'link lost' : 'not there';
@@ -37,11 +42,11 @@ function linkTo({id}) {
 }
 
 function show(link, facts, state) {
-  const {id, name, target, address, serial, trouble} = facts;
+  const {id, name, target, address, serial} = facts;
   const texts = [id, name || target, state];
   texts.forEach((text, part) => { link.children[part].textContent = text; });
   link.lastChild.classList.toggle('bad', state !== 'not known' && (!facts.link || state === 'no heartbeat'));
-  link.title = [target, address !== target && address, serial && `serial ${serial}`, trouble?.text].filter(Boolean).join(', ');
+  link.title = [target, address !== target && address, serial && `serial ${serial}`, troubleOf(facts)].filter(Boolean).join(', ');
 }
 
 // Links stay as long as the cameras do, with the focus that one may have.

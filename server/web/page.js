@@ -1,7 +1,7 @@
 import {
   ask, askForPart, camera, cameraPath, cameraNow, giveLease, glance, hasLease, isFrameLate, number, silence, takeLease, watch,
 } from './server.js';
-import {isOneOfSeveral, isQuiet, showCameras, showOne, showUnknown} from './cameras.js';
+import {isOneOfSeveral, isQuiet, showCameras, showOne, showUnknown, troubleOf} from './cameras.js';
 import {exactFigures, figuresOf, stretchOf} from './figures.js';
 import {Gestures} from './gestures.js';
 import {graphIn, recolour, showHistogram} from './graphs.js';
@@ -366,7 +366,7 @@ const liveTrouble = () => serverTrouble() || (refusal && `no live view: ${refusa
 const isCut = () => serverTrouble() !== '' || Boolean(cameraFacts && !cameraFacts.link);
 
 // Why there is no camera, where the server knows.
-const noCamera = () => cameraFacts?.trouble?.text ?? 'no connection to the camera';
+const noCamera = () => (cameraFacts && troubleOf(cameraFacts)) ?? 'no connection to the camera';
 
 // Of a camera that is connected, and tells nothing; '': it does, or never sent a heartbeat.
 function quietText() {

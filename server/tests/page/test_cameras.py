@@ -76,7 +76,7 @@ class Cameras(unittest.TestCase):
         self.open("?camera=2")
         why = "no camera answers at " + self.targets[2]
         for element in ("state", "stale"):
-            self.until("%s.includes('%s')" % (text(element), why))
+            self.until("%s.startsWith('%s')" % (text(element), why))
         self.assertTrue(self.browser.run("document.getElementById('state').matches('.wrong')"))
         self.assertIn(why, self.browser.run("document.querySelectorAll('#cameras a')[2].title"))
         other = Server(self.targets[0])
