@@ -551,8 +551,16 @@ async function refresh() {
   }
 }
 
+// Where heartbeats were missed, its lines have a gap.
+function keepTemperature(time, sensor) {
+  const [last, before] = [temperatures[0].at(-1), temperatures[0].at(-2)];
+  const interval = before === undefined ? null : last - before;
+  if (isQuiet({link: true, heartbeat_interval: interval}, time - last)) keepLast(temperatures, 3600, [time - (interval ?? 1), null, null]);
+  keepLast(temperatures, 3600, [time, sensor, setTo]);
+}
+
 function showTemperature({utc, sensor_temperature, board_temperature}) {
-  keepLast(temperatures, 3600, [Date.parse(utc) / 1000, sensor_temperature, setTo]);
+  keepTemperature(Date.parse(utc) / 1000, sensor_temperature);
   graphIn('temperatures').show(temperatures, temperatures[0].length - 1);
   if (!cameraFacts) return;
   keepHeard(0);

@@ -4,6 +4,7 @@ import datetime
 import json
 import math
 import re
+import signal
 import socket
 import time
 import unittest
@@ -88,6 +89,19 @@ class Graphs(InBrowser):
         self.assertIn("-12.0", self.browser.run(text("temperatures")))
         self.server.ask("PUT", CAMERA + "/properties/cooling", {"value": False})
         self.browser.until("(%s).then(columns => columns && columns[2].at(-1) === null)" % drawn_in("temperatures"))
+
+    def test_temperatures_that_nobody_told_are_a_gap(self):
+        self.browser.until(drawn_in("temperatures", 3))
+        self.camera.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.camera.process.send_signal, signal.SIGCONT)
+        self.browser.until(text("link") + ".startsWith('no heartbeat for ')")
+        self.assertNotIn(None, self.browser.run(drawn_in("temperatures"))[1])
+        self.camera.process.send_signal(signal.SIGCONT)
+        self.browser.until("(%s).then(columns => columns && columns[1].slice(0, -2).includes(null))" % drawn_in("temperatures"))
+        times, sensor, _ = self.browser.run(drawn_in("temperatures"))
+        gap = sensor.index(None)
+        self.assertEqual((sensor.count(None), times), (1, sorted(times)))
+        self.assertGreater(times[gap + 1] - times[gap - 1], 3)
 
     def told_temperatures(self, end):
         """When (UTC, seconds) and what, as the server remembers them, until that time."""
