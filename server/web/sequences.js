@@ -10,7 +10,7 @@ const attempt = work => async () => {
   try {
     await work();
   } catch (error) {
-    at('trouble').textContent = (error.of ? `${error.of}: ` : '') + mistakesOf(error).join('; ');
+    at('trouble').textContent = mistakesOf(error).map(each => `${error.of ? `${error.of}: ` : ''}${each}`).join('\n');
     await showPlans();
   }
 };
@@ -69,7 +69,7 @@ function showPlan() {
   at('plan').disabled = at('folder').disabled = !state.over;
   at('halt').disabled = state.over;
   at('halt-after').disabled = state.state !== 'running';
-  at('folder').placeholder = plan?.folder ?? '';
+  at('folder').placeholder = plan?.folder ? `folder: ${plan.folder}` : 'folder';
   if (!plan) lines(at('checked'), at('plan').length ? [] : ['there are no plans']);
   else if (plan.good) lines(at('checked'), checked(plan));
   else lines(at('checked'), mistakesOf(plan.error), 'wrong');

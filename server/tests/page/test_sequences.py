@@ -167,8 +167,10 @@ class Sequences(InBrowser):
         self.reads("checked", "good: 4 frames")
         with open(path, encoding="ascii") as file:
             self.assertEqual(file.read(), self.PLAN % (4, "1s"))
-        self.add("wrong.yaml", "steps:\n- lights: {count: 0, exposure: 1s}\n")
+        self.add("wrong.yaml", "steps:\n- lights: {count: 0, exposure: 1s}\n- lights: {count: 1}\n")
         self.reads("trouble", "wrong.yaml: line 2: ")
+        lines = self.browser.run("document.getElementById('trouble').innerText").splitlines()
+        self.assertEqual([line[:20] for line in lines], ["wrong.yaml: line 2: ", "wrong.yaml: line 3: "])
 
     def test_what_somebody_else_controls_is_not_begun(self):
         self.server.ask("POST", CAMERA + "/lease", {"holder": "night script"})
