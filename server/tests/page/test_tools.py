@@ -150,6 +150,15 @@ class Tools(InBrowser):
         self.touch("touchEnd")
         self.assertEqual(self.browser.run(text("pixel")), "4, 2: 60")
 
+    def test_the_pixel_can_be_read_on_a_telephone(self):
+        self.browser.resize(360, 640)
+        self.browser.until("document.getElementById('image').width < 400")
+        self.browser.mouse("mouseMoved", *self.place(40, 20))
+        self.browser.until(text("pixel") + ".startsWith('40, 20: ')")
+        self.browser.run("document.getElementById('pixel').textContent = '12345, 12345: 4294967295'")
+        self.assertEqual(self.browser.run("(({scrollWidth, clientWidth}) => scrollWidth - clientWidth)(document.getElementById('pixel'))"), 0)
+        self.assertEqual(self.browser.run("document.documentElement.scrollWidth"), 360)
+
     def test_a_click_is_no_pan(self):
         def click(moves):
             x, y = self.place(20, 10)
