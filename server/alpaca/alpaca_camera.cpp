@@ -200,12 +200,12 @@ void AlpacaCamera::requireLink() const
                       camera_.target() + ": the connection to the camera is lost");
 }
 
-void AlpacaCamera::control(const std::string& client)
+void AlpacaCamera::control(const std::string& client, const std::string& name)
 {
     std::lock_guard<std::mutex> guard(mutex_);
     try {
         camera_.sequences().refuseIfRunning();
-        leaseKey_ = camera_.lease().take(client, client == controller_ ? leaseKey_ : "", false);
+        leaseKey_ = camera_.lease().take(name, client == controller_ ? leaseKey_ : "", false);
         controller_ = client;
     } catch (const Refusal& refusal) {
         throw AlpacaError(AlpacaNumber::InvalidOperation, refusal.what());

@@ -64,7 +64,7 @@ public:
     void requireLink() const;     // throws AlpacaError while the camera cannot be reached
 
     // The client that changes something: it takes the lease, or throws AlpacaError.
-    void control(const std::string& client);
+    void control(const std::string& client, const std::string& name);
     void stillThere(const std::string& client); // renews its lease
 
     Size sensor() const;

@@ -168,7 +168,9 @@ HttpResponse AlpacaDoor::answerMember(const HttpRequest& request, AlpacaCamera& 
         }
         if (member.needsConnection && !member.outlivesLink) camera.requireLink();
         camera.stillThere(form.client());
-        if (member.needsControl && request.method == "PUT") camera.control(form.client());
+        if (member.needsControl && request.method == "PUT") {
+            camera.control(form.client(), form.name());
+        }
         return valueAnswer(action(), ids);
     });
 }

@@ -44,7 +44,8 @@ AlpacaForm::AlpacaForm(const HttpRequest& request) : isPut_(request.method == "P
     for (auto& [name, value] : parsedForm(isPut_ ? request.body : request.query)) {
         values_.emplace(isPut_ ? name : lowered(name), value);
     }
-    client_ = "Alpaca client " + std::to_string(optionalId("ClientID")) + " at " + request.remote;
+    client_ = request.remote;
+    name_ = "Alpaca client " + std::to_string(optionalId("ClientID")) + " at " + client_;
     clientTransaction_ = optionalId("ClientTransactionID");
 }
 

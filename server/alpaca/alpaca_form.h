@@ -26,8 +26,10 @@ public:
     double number(const std::string& name) const; // "1.5", "1E-03"; finite
 
     uint32_t clientTransaction() const { return clientTransaction_; } // 0: none was sent
-    // Who asks: clients are told apart by their numbers and addresses.
+    // Who asks. Clients are told apart by their addresses alone: ClientID is required of none, and
+    // one may give several.
     const std::string& client() const { return client_; }
+    const std::string& name() const { return name_; } // of the client, for people
 
 private:
     const std::string* find(const std::string& name) const;
@@ -36,7 +38,7 @@ private:
     bool isPut_;
     std::multimap<std::string, std::string> values_; // of a GET by small letters
     uint32_t clientTransaction_ = 0;
-    std::string client_;
+    std::string client_, name_;
 };
 
 } // namespace vxcam

@@ -160,9 +160,11 @@ class Server(Process):
         super().__init__(SERVER, *options)
         self.port = int(self.line(r"serving .*:(\d+)/").group(1))
         self.key = None
+        self.source = None  # another address of this host, from which it is asked
 
     def connection(self, timeout=PATIENCE):
-        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
+        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout,
+                                          source_address=self.source and (self.source, 0))
 
     def ask(self, method, path, body=None, headers=None, timeout=PATIENCE):
         headers = dict(headers or {})

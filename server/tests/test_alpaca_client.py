@@ -317,7 +317,6 @@ class Protocol(Members):
             self.assertEqual(self.client.get("binx"), 3, type_)
         for type_, body in ((FORM, "BinX=2"), (FORM + "; charset=utf-8", "BinX=4"),
                             (FORM + ";charset=UTF-8", "Bin%58=5"), (FORM, "x=+&BinX=%36")):
-            body = "ClientID=%d&%s" % (self.client.client, body)
             self.client.raw("PUT", "binx", body, {"Content-Type": type_}).envelope()
             self.assertEqual(self.client.get("binx"), int(body[-1]))
         for body in ("BinX=%", "BinX=%3", "BinX=%zz", "BinX", "=2", "BinX==2", "&", "%00",
