@@ -59,6 +59,7 @@ class Cameras(unittest.TestCase):
         self.until(self.states() + ".includes('1 vxcamsim exposing')")
         self.server.ask("DELETE", "/api/v1/cameras/1/exposures/1")
         self.until(self.states() + ".includes('1 vxcamsim idle')")
+        until(lambda: self.server.get("/api/v1/cameras/1").json["heartbeat_interval"], "two heartbeats")
         self.cameras[1].process.send_signal(signal.SIGSTOP)
         self.addCleanup(self.cameras[1].process.send_signal, signal.SIGCONT)
         self.until(self.states() + ".includes('1 vxcamsim no heartbeat')")
